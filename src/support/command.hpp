@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+// Shell commands whose output is read.
+#pragma once
+
+#include <cstdio>
+#include <optional>
+#include <string>
+
+namespace hostadm {
+
+// A running shell command and the stream of its output; closed (and waited for) when the object goes.
+class CommandOutput {
+public:
+    explicit CommandOutput(const std::string &command);
+    ~CommandOutput();
+    CommandOutput(const CommandOutput &) = delete;
+    CommandOutput &operator=(const CommandOutput &) = delete;
+
+    bool started() const { return stream_ != nullptr; }
+    // The next piece of output as fgets gives it: a line with its newline, or size - 1 characters of a longer
+    // one.
+    std::optional<std::string> piece(int size);
+    // Reads and forgets the rest, so that the command can end.
+    void drain();
+    // Waits for the command: what pclose returned.
+    int close();
+
+private:
+    std::FILE *stream_;
+};
+
+// How a command that is silent on success fared.
+struct Complaint {
+    bool started = false;
+    std::optional<std::string> first_line; // as read, newline included; absent when the command said nothing
+    bool silent() const { return started && !first_line; }
+    const char *text() const { return first_line ? first_line->c_str() : ""; }
+};
+
+// Runs a command, keeps its first line of output and discards the rest. Silence alone is success: the exit
+// status is not looked at.
+Complaint first_complaint(const std::string &command);
+
+} // namespace hostadm

@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: MIT
+// Recording failures with the administration framework.
+#pragma once
+
+#include <libintl.h>
+
+#include "hostadm/framework.h"
+
+namespace hostadm {
+
+// The catalogue text of an error code.
+inline const char *message(int code) {
+    return dgettext("system_msgs", system_msgs[code]);
+}
+
+// Records an error with its catalogue text. The first argument of every text is the method's name.
+template <typename... Arguments> void record(int code, Arguments... arguments) {
+    adm_err_setf(nullptr, code, message(code), arguments...);
+}
+
+} // namespace hostadm

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+// Edits of system tables through the table interface.
+#pragma once
+
+#include <string>
+
+#include "hostadm/tables.h"
+
+namespace hostadm {
+
+// The columns of one table edit. Each call returns the table interface's status.
+class ColumnList {
+public:
+    ColumnList() = default;
+    ~ColumnList() { free_col_list(list_); }
+    ColumnList(const ColumnList &) = delete;
+    ColumnList &operator=(const ColumnList &) = delete;
+
+    int create(const char *separators, const char *comment, const char *comment_text) {
+        return new_col_list(&list_, separators, comment, comment_text);
+    }
+    int add(int position, const char *match, const char *value, int flag = 0) {
+        return new_column(list_, position, position, position, match, value, flag);
+    }
+    // A column before which optional ones may be missing.
+    int add_floating(int position, int a, int b, const char *match, const char *value) {
+        return new_column(list_, position, a, b, match, value, 0);
+    }
+    col_list *get() { return list_; }
+
+private:
+    col_list *list_ = nullptr;
+};
+
+// What error 70 says about a table edit that ended with a non-zero status.
+std::string table_failure_detail(int status, const char *key, const char *table);
+
+} // namespace hostadm
