@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: MIT
+//
+// Writing a method in C++: describe it once, and the framework checks its arguments, prints its help and its
+// manual page, and hands its results back.
+//
+//     using namespace hostadm::method;
+//
+//     const Description description{
+//         .name = "filesystem/unmount",
+//         .purpose = "unmount a file system, now, at boot, or both",
+//         .arguments = {{.name = "mountpt", .kind = Kind::path, .purpose = "mount point", .required = true}},
+//     };
+//
+//     int work(Call &call) { return unmount_filesystem(call.get("mountpt").c_str(), ...); }
+//
+//     int main(int argc, char **argv) { return run(argc, argv, description, work); }
+#pragma once
+
+#include <functional>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace hostadm::method {
+
+// What an argument's value must look like. Every kind but `text` refuses what the shell would take apart.
+enum class Kind {
+    host,     // a host name: letters, digits, "-", "_" and ".", at most 255 characters
+    hosts,    // several, separated by blanks or commas
+    address,  // an IPv4 address in dotted-decimal form
+    ethernet, // an Ethernet address in any usual spelling
+    path,     // an absolute path without blanks or shell metacharacters
+    device,   // a device, "-", or HOST:/PATH: what a mount table names
+    options,  // a list of options, such as rw=client1,anon=0
+    release,  // a release number, such as 2.5 or 4.1.3
+    word,     // one word: letters, digits and + - _ . : , @ %
+    number,   // a decimal number, not negative
+    size,     // a number of bytes, with k, m or g behind it if wanted
+    choice,   // one of the argument's choices
+    yes_no,   // "yes" or "no"
+    text      // anything on one line
+};
+
+struct Argument {
+    std::string name;
+    Kind kind = Kind::word;
+    std::string purpose;
+    bool required = false;
+    std::string default_value = {}; // given to the method when the argument is absent
+    std::vector<std::string> choices = {};
+};
+
+// A result of the method, or a column of its rows.
+struct Field {
+    std::string name;
+    std::string purpose;
+};
+
+struct Description {
+    std::string name; // CLASS/NAME
+    std::string purpose;
+    std::vector<Argument> arguments = {};
+    std::vector<Field> outputs = {};
+    std::vector<Field> columns = {};
+};
+
+// The code of an error that a method records in its own words; it is no entry of the message table.
+inline constexpr int own_error = 100;
+
+// One run of a method.
+class Call {
+public:
+    explicit Call(const Description &description) : description_(description) {}
+
+    // The method's name without its class: what the library's functions want as method name.
+    std::string method() const;
+    // An argument's value, or its default, or the empty string.
+    std::string get(std::string_view name) const;
+    bool given(std::string_view name) const;
+
+    void set(std::string_view name, std::string_view value);
+    void row(std::initializer_list<std::pair<std::string_view, std::string_view>> fields);
+    void row(const std::vector<std::pair<std::string, std::string>> &fields);
+
+    // Records an error "METHOD: TEXT" and returns 1, to be returned by the method.
+    int fail(std::string_view text, int code = own_error) const;
+    // Says on standard error what is being done, if that is a terminal.
+    void progress(std::string_view text) const;
+    // Marks that something is left half done (ADM_DIRTY) and says what, in a line of its own.
+    void left_undone(std::string_view text) const;
+
+private:
+    const Description &description_;
+};
+
+// The whole of a method's main(): answers --describe and --help, or checks the arguments and runs the work.
+// The work returns 0 when done; any other value is a failure that has been recorded.
+int run(int argc, char **argv, const Description &description, const std::function<int(Call &)> &work);
+
+} // namespace hostadm::method
