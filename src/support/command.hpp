@@ -20,6 +20,8 @@ public:
     // The next piece of output as fgets gives it: a line with its newline, or size - 1 characters of a longer
     // one.
     std::optional<std::string> piece(int size);
+    // The same into the caller's buffer; false at the end.
+    bool read(char *buffer, int size) { return std::fgets(buffer, size, stream_) != nullptr; }
     // Reads and forgets the rest, so that the command can end.
     void drain();
     // Waits for the command: what pclose returned.
