@@ -12,7 +12,10 @@ namespace hostadm {
 class ColumnList {
 public:
     ColumnList() = default;
-    ~ColumnList() { free_col_list(list_); }
+    ~ColumnList() {
+        if (list_ != nullptr)
+            free_col_list(list_);
+    }
     ColumnList(const ColumnList &) = delete;
     ColumnList &operator=(const ColumnList &) = delete;
 
