@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "support/command.hpp"
 
+#include <cstdlib>
 #include <vector>
+
+#include "hostadm/framework.h"
 
 namespace hostadm {
 
@@ -17,6 +20,17 @@ std::optional<std::string> CommandOutput::piece(int size) {
     if (stream_ == nullptr || std::fgets(buffer.data(), size, stream_) == nullptr)
         return std::nullopt;
     return std::string(buffer.data());
+}
+
+std::optional<std::string> CommandOutput::line() {
+    if (stream_ == nullptr)
+        return std::nullopt;
+    char *buffer = line_.release();
+    const ssize_t size = getline(&buffer, &line_size_, stream_);
+    line_.reset(buffer);
+    if (size < 0)
+        return std::nullopt;
+    return std::string(buffer, static_cast<std::size_t>(size));
 }
 
 void CommandOutput::drain() {
@@ -39,6 +53,11 @@ Complaint first_complaint(const std::string &command) {
     complaint.first_line = output.piece(line_buffer);
     output.drain();
     return complaint;
+}
+
+void undo(const std::string &command) {
+    if (system(command.c_str()) != 0)
+        adm_err_cleanup(nullptr, ADM_DIRTY);
 }
 
 } // namespace hostadm

@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 
+#include "support/handle.hpp"
+
 namespace hostadm {
 
 // A running shell command and the stream of its output; closed (and waited for) when the object goes.
@@ -22,6 +24,8 @@ public:
     std::optional<std::string> piece(int size);
     // The same into the caller's buffer; false at the end.
     bool read(char *buffer, int size) { return std::fgets(buffer, size, stream_) != nullptr; }
+    // The next line, whole and with its newline (the last one may lack it).
+    std::optional<std::string> line();
     // Reads and forgets the rest, so that the command can end.
     void drain();
     // Waits for the command: what pclose returned.
@@ -29,6 +33,8 @@ public:
 
 private:
     std::FILE *stream_;
+    Allocated<char> line_;
+    std::size_t line_size_ = 0;
 };
 
 // How a command that is silent on success fared.
@@ -42,5 +48,9 @@ struct Complaint {
 // Runs a command, keeps its first line of output and discards the rest. Silence alone is success: the exit
 // status is not looked at.
 Complaint first_complaint(const std::string &command);
+
+// Takes back what was done before a later step failed. The command has no output; when it fails, the
+// framework is told that something is left half done.
+void undo(const std::string &command);
 
 } // namespace hostadm

@@ -18,4 +18,10 @@ template <typename... Arguments> void record(int code, Arguments... arguments) {
     adm_err_setf(nullptr, code, message(code), arguments...);
 }
 
+// Records an error; the status of an operation that answers with the code it records.
+template <typename... Arguments> int fail(int code, Arguments... arguments) {
+    record(code, arguments...);
+    return code;
+}
+
 } // namespace hostadm

@@ -22,4 +22,10 @@ std::string table_failure_detail(int status, const char *key, const char *table)
     }
 }
 
+int report_table_failure(int status, const char *key, const char *table, const char *method) {
+    constexpr int table_failure = 70;
+    record(table_failure, method, key, table, table_failure_detail(status, key, table).c_str());
+    return table_not_updated;
+}
+
 } // namespace hostadm

@@ -38,4 +38,12 @@ private:
 // What error 70 says about a table edit that ended with a non-zero status.
 std::string table_failure_detail(int status, const char *key, const char *table);
 
+// What an operation answers when its edit cannot be prepared: the code that it records.
+inline constexpr int cannot_prepare_edit = 22;
+// What it answers when the edit failed. Deliberately not 70, the code that it records.
+inline constexpr int table_not_updated = 38;
+
+// Records error 70 for an edit that ended with a non-zero status; returns table_not_updated.
+int report_table_failure(int status, const char *key, const char *table, const char *method);
+
 } // namespace hostadm

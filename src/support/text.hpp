@@ -22,6 +22,10 @@ inline const char *text_or(const char *text, const char *fallback) {
     return is_empty(text) ? fallback : text;
 }
 
+inline bool contains(std::string_view text, std::string_view part) {
+    return text.find(part) != std::string_view::npos;
+}
+
 // Removes trailing slashes in place but never the first character: "/" stays, "//" becomes "/".
 void strip_trailing_slashes(char *path);
 
