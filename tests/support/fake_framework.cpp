@@ -143,7 +143,7 @@ int adm_perf_method(const char *method, adm_args *input, adm_args **output, adm_
     state.performed.push_back(call);
     *output = new adm_args;
     ++state.handles;
-    for (const fakes::Row &row : state.rows) {
+    for (const fakes::Row &row : state.rows_for ? state.rows_for(call) : state.rows) {
         auto &copy = (*output)->rows.emplace_back();
         for (const auto &[name, value] : row)
             copy.emplace(name, Argument{name, value, {}});

@@ -30,12 +30,13 @@ struct Framework {
     std::vector<Performed> performed;           // adm_perf_method
     int perform_status = 0;
     std::string perform_error = "cannot run";
-    std::vector<Row> rows;          // what the performed method returned
-    unsigned int result_flags = 2u; // adm_args_htype of it
-    int handles = 0;                // argument handles alive
-    int error_handles = 0;          // error handles alive
-    std::vector<std::string> calls; // names of framework calls, in order
-    bool announce_errors = false;   // also print records to stderr, for tests of functions that exit
+    std::vector<Row> rows;                                       // what the performed method returned
+    std::function<std::vector<Row>(const Performed &)> rows_for; // in place of rows: depends on the call
+    unsigned int result_flags = 2u;                              // adm_args_htype of it
+    int handles = 0;                                             // argument handles alive
+    int error_handles = 0;                                       // error handles alive
+    std::vector<std::string> calls;                              // names of framework calls, in order
+    bool announce_errors = false; // also print records to stderr, for tests of functions that exit
 };
 
 Framework &framework(); // the one instance; reset() before each test
