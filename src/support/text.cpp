@@ -38,7 +38,7 @@ char *duplicate(std::string_view text) noexcept {
     char *copy = static_cast<char *>(std::malloc(text.size() + 1));
     if (copy == nullptr)
         return nullptr;
-    std::memcpy(copy, text.data(), text.size());
+    text.copy(copy, text.size()); // of nothing, too: data() may be null then
     copy[text.size()] = '\0';
     return copy;
 }
