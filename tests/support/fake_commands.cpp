@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 
 #include "support/fake_framework.hpp"
@@ -14,7 +15,7 @@
 namespace {
 
 fakes::Commands state;
-std::map<std::FILE *, int> scripted; // open stand-in streams and their exit statuses
+std::map<std::FILE *, fakes::Answer> scripted; // open stand-in streams
 
 fakes::Answer answer_to(const std::string &line) {
     for (auto answer = state.answers.begin(); answer != state.answers.end(); ++answer) {
@@ -26,6 +27,12 @@ fakes::Answer answer_to(const std::string &line) {
         return found;
     }
     return {};
+}
+
+void remember(const char *command) {
+    state.lines.emplace_back(command);
+    if (state.lines.size() == state.exit_after)
+        std::_Exit(9);
 }
 
 template <typename Function> Function *real(const char *name) {
@@ -55,25 +62,25 @@ void reset_all() {
 extern "C" {
 
 int system(const char *command) {
-    state.lines.emplace_back(command);
+    remember(command);
     if (state.real)
         return real<int(const char *)>("system")(command);
     return answer_to(command).status;
 }
 
 FILE *popen(const char *command, const char *mode) {
-    state.lines.emplace_back(command);
+    remember(command);
     if (state.real)
         return real<FILE *(const char *, const char *)>("popen")(command, mode);
     const fakes::Answer answer = answer_to(command);
     if (!answer.starts) {
-        errno = ENOMEM;
+        errno = answer.error != 0 ? answer.error : ENOMEM;
         return nullptr;
     }
     std::FILE *stream = std::tmpfile();
     std::fwrite(answer.output.data(), 1, answer.output.size(), stream);
     std::rewind(stream);
-    scripted[stream] = answer.status;
+    scripted[stream] = answer;
     ++state.open_streams;
     return stream;
 }
@@ -82,10 +89,12 @@ int pclose(FILE *stream) {
     const auto found = scripted.find(stream);
     if (found == scripted.end())
         return real<int(FILE *)>("pclose")(stream);
-    const int status = found->second;
+    const fakes::Answer answer = found->second;
     scripted.erase(found);
     std::fclose(stream);
     --state.open_streams;
-    return status;
+    if (answer.status == -1)
+        errno = answer.error;
+    return answer.status;
 }
 }

@@ -3,6 +3,7 @@
 // test sees the exact text that would have gone to the shell and nothing runs.
 #pragma once
 
+#include <cstddef>
 #include <deque>
 #include <string>
 #include <vector>
@@ -15,6 +16,7 @@ struct Answer {
     std::string output = {}; // what a popen stream gives
     bool starts = true;      // false: popen returns NULL, errno ENOMEM
     bool once = false;       // used up by its first match
+    int error = 0;           // errno of a popen that does not start (0: ENOMEM) or a pclose that returns -1
 };
 
 struct Commands {
@@ -22,6 +24,7 @@ struct Commands {
     std::vector<std::string> lines;
     std::deque<Answer> answers; // looked through in order; none fits: silent success
     int open_streams = 0;
+    std::size_t exit_after = 0; // not 0: the process ends with status 9 at that many commands
 };
 
 Commands &commands();

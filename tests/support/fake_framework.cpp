@@ -154,15 +154,17 @@ int adm_perf_method(const char *method, adm_args *input, adm_args **output, adm_
 }
 
 int adm_err_setf(adm_error *, int code, const char *format, ...) {
-    char text[8192];
     va_list args;
     va_start(args, format);
-    std::vsnprintf(text, sizeof text, format, args);
+    char *formatted = nullptr;
+    const int length = vasprintf(&formatted, format, args);
     va_end(args);
+    const std::string text(formatted, static_cast<std::size_t>(length));
+    std::free(formatted);
     state.calls.push_back("adm_err_setf " + std::to_string(code));
     state.errors.push_back({code, text});
     if (state.announce_errors)
-        std::fprintf(stderr, "recorded %d: %s\n", code, text);
+        std::fprintf(stderr, "recorded %d: %s\n", code, text.c_str());
     return 0;
 }
 

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <map>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,9 @@ struct Recorded {
     int code;
     std::string text; // fake catalogue texts are "CODE|ARGUMENT|ARGUMENT..."
     bool operator==(const Recorded &) const = default;
+    friend std::ostream &operator<<(std::ostream &out, const Recorded &record) {
+        return out << record.code << ": " << record.text;
+    }
 };
 
 struct Performed {
