@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Runs a shell command for a method and reports what the command said.
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "hostadm.h"
@@ -66,43 +69,53 @@ private:
     bool seen_ = false;
 };
 
-// False when memory ran out; the rest of the output has then been read and forgotten.
-bool collect(hostadm::CommandOutput &command, CollectedOutput &output) {
+// popen speaks of memory when the kernel refuses a line for its length.
+int why_not_started(const std::string &line, int error) {
+    const std::size_t longest = 32 * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    return line.size() >= longest ? E2BIG : error;
+}
+
+// Nothing when memory ran out; the output has then been read to its end and forgotten.
+std::optional<CollectedOutput> collect(hostadm::CommandOutput &command) {
+    CollectedOutput output;
     char *room = output.room();
     while (room != nullptr && command.read(room, piece_size)) {
         output.keep_piece();
         room = output.room();
     }
-    if (room == nullptr)
-        command.drain();
-    return room != nullptr;
+    if (room != nullptr)
+        return output;
+    command.drain();
+    return std::nullopt;
 }
 
 } // namespace
 
 int do_systemcmd(const char *command, const char *method) {
     return hostadm::at_boundary(1, [&] {
-        hostadm::CommandOutput running("(set -f ; " + std::string(command) + ") 2>&1");
+        const std::string line = "(set -f ; " + std::string(command) + ") 2>&1";
+        hostadm::CommandOutput running(line);
         if (!running.started()) {
-            const std::string reason = std::strerror(errno);
+            const std::string reason = std::strerror(why_not_started(line, errno));
             hostadm::record(not_started, method, command, reason.c_str());
             return 1;
         }
-        CollectedOutput output;
-        const bool complete = collect(running, output);
-        const int status = running.close();
-        const std::string reason = std::strerror(complete ? errno : ENOMEM);
-
-        if (status == -1 || !complete)
-            hostadm::record(command_said, method, command, reason.c_str());
-        if (!output.seen())
-            return status == 0 && complete ? 0 : 1; // a command that fails in silence leaves no record
-        if (status != 0 || !complete) {
-            hostadm::record(command_said, method, command, output.text());
+        const std::optional<CollectedOutput> output = collect(running);
+        if (!output) {
+            hostadm::record(command_said, method, command, std::strerror(ENOMEM));
             return 1;
         }
-        // What a successful command said is handed on, too, in a bare format: it is no failure.
-        adm_err_setf(nullptr, command_said, "%s:: %s", method, output.text());
-        return 0;
+        const int status = running.close();
+        if (status == -1) {
+            const std::string reason = std::strerror(errno);
+            hostadm::record(command_said, method, command, reason.c_str());
+        }
+        // A command that fails in silence leaves no record.
+        if (status != 0 && output->seen())
+            hostadm::record(command_said, method, command, output->text());
+        // What a successful one said is handed on as well, in a bare format: it is no failure.
+        if (status == 0 && output->seen())
+            adm_err_setf(nullptr, command_said, "%s:: %s", method, output->text());
+        return status == 0 ? 0 : 1;
     });
 }
