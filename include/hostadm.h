@@ -163,6 +163,21 @@ int parse_bootparams_entry(const char *entry, char **server, char **exec_server,
                            char **boottype, char **swapsize, char **install_server, char **install_path,
                            char **install_config_server, char **install_config_path);
 char *edit_bootparams_entry(const char *entry, const char *key, const char *server, const char *path);
+
+/*
+ * Which name-service databases a method is to update, from the method's own input arguments: "nameservice"
+ * ("ufs", "nis", "nis_plus" or "all", case-sensitive), "domain" (used with NIS and NIS+; the system's
+ * secure-RPC domain when missing or empty) and "db_hostname" (needed with "ufs" and "all").
+ *
+ * Each output may be NULL. nameservice, domain and db_hostname receive copies that the caller frees; a domain
+ * or host that the selection does not use is an empty string. *mask receives the sum of HOSTADM_UFS,
+ * HOSTADM_NIS and HOSTADM_NIS_PLUS. Returns the database host: the argument's own storage or a constant empty
+ * string, not to be freed.
+ *
+ * Returns only on success; otherwise records an error and ends the process with status 1:
+ * - error 1 (NAME): "nameservice", "db_hostname" or the domain is missing or empty
+ * - error 10 (VALUE, NAME): the name service is none of the four
+ */
 const char *get_db_strings(const char *method, char **nameservice, int *mask, char **domain,
                            char **db_hostname);
 struct client_node *do_bootparams(void);
@@ -173,23 +188,99 @@ struct client_node *alloc_list(const char *name, const char *boottype, const cha
 
 /* ---- boot areas ---- */
 
+/*
+ * /tftpboot holds a copy of each boot program under the name that make_boot_name gives, a link "tftpboot" to
+ * the directory itself, and two links for each client, both to its boot program: the client's IPv4 address as
+ * eight upper-case hexadecimal digits, and the same with "." and the implementation architecture in upper
+ * case behind it (192.168.1.10: C0A8010A and C0A8010A.KEL4M).
+ *
+ * client_addr is an address in dotted-decimal form; names are not looked up, and what is no address gives the
+ * name FFFFFFFF. No argument may be NULL, but for those marked as unused.
+ */
+
+/*
+ * Makes /tftpboot (mode 2755) and its link to itself, where they are missing. Returns only on success;
+ * otherwise records an error and ends the process with status 1:
+ * - error 40 (PATH): /tftpboot, or /tftpboot/tftpboot, cannot be made
+ */
 void make_tftpboot_dir(const char *method);
+
+/*
+ * make_tftpboot_dir, then copies the boot program of this identity into /tftpboot unless one of its name is
+ * there: an existing copy is never refreshed. Where the program lies in the install hierarchy dirpath is
+ * asked of the method install/get_os_pathnames on host (see install_bootprog_location). client_addr is
+ * unused.
+ *
+ * Returns the boot program's name, in the buffer of make_boot_name. Otherwise records an error and ends the
+ * process with status 1:
+ * - the errors of make_tftpboot_dir and install_bootprog_location
+ * - error 67 (HOST, INST_SET, IMPL_ARCH, OS_NAME, OS_VERSION): the boot program cannot be copied
+ */
 const char *init_tftpboot_dir(const char *method, const char *host, const char *client_addr, char *impl_arch,
                               const char *dirpath, const char *inst_set, const char *os_name,
                               const char *os_version);
+
+/*
+ * Makes a client boot from /tftpboot: init_tftpboot_dir, then add_tftpboot_dir_client, whose result it
+ * returns. Ends the process where init_tftpboot_dir does. impl_arch is upper-cased in place.
+ */
 int setup_tftpboot_dir(const char *method, const char *host, const char *client_addr, char *impl_arch,
                        const char *dirpath, const char *inst_set, const char *os_name,
                        const char *os_version);
+
+/*
+ * Removes whatever in /tftpboot begins with the client's digits, then makes its two links to boot_name. The
+ * string impl_arch is upper-cased in place and stays so. Returns 0, or -1 when the second link, the one with
+ * the architecture, cannot be made; records nothing.
+ */
 int add_tftpboot_dir_client(const char *method, const char *boot_name, const char *client_addr,
                             char *impl_arch);
+
+/*
+ * Removes every name in /tftpboot that begins with the client's digits; the boot program stays. Returns what
+ * system() returned for "rm": not 0 when there was nothing to remove, of which rm then complains on standard
+ * error. Records nothing. method is unused and may be NULL.
+ */
 int delete_tftpboot_dir_client(const char *method, const char *client_addr);
 int cleanup_tftpboot_dir(const char *method, const char *client_addr);
+
+/*
+ * /rplboot holds, for clients of the remote-program-load daemon, a copy of each boot program and of the two
+ * modules "gluecode.com" and "smc.com", and three links for each client: KEY.hw.com to ./smc.com,
+ * KEY.glue.com to ./gluecode.com and KEY.inetboot to the boot program. client_key is the identifier under
+ * which the client asks, such as its Ethernet address as twelve hexadecimal digits; it is used as it is.
+ */
+
+/*
+ * Makes /rplboot (mode 2755) and copies into it those of the three shared files that are missing, from the
+ * exported image ROOT_DIR/export/exec/INST_SET.OS_NAME_OS_VERSION: each from platform/IMPL_ARCH/lib/fs/nfs if
+ * it is there, else the boot program ("inetboot") from lib/fs/nfs and the modules from lib/fs/nfs/drv.i86pc.
+ * A copy that is there is never refreshed, and a copy that fails is not noticed. client_key is unused.
+ *
+ * Returns the boot program's name, in the buffer of make_boot_name. Otherwise records an error and ends the
+ * process with status 1:
+ * - error 40 ("/rplboot"): the directory cannot be made
+ * - error 67 (this host, INST_SET, IMPL_ARCH, OS_NAME, OS_VERSION): the image lacks one of the files
+ */
 const char *init_rplboot_dir(const char *method, const char *client_key, const char *impl_arch,
                              const char *root_dir, const char *inst_set, const char *os_name,
                              const char *os_version);
+
+/* init_rplboot_dir, then add_rplboot_dir_client. Ends the process where the first does. */
 int setup_rplboot_dir(const char *method, const char *client_key, const char *impl_arch, const char *root_dir,
                       const char *inst_set, const char *os_name, const char *os_version);
+
+/*
+ * Replaces the client's three links. Returns 0, or -1 when the last, KEY.inetboot, cannot be made; records
+ * nothing. method is unused and may be NULL.
+ */
 int add_rplboot_dir_client(const char *method, const char *boot_name, const char *client_key);
+
+/*
+ * Removes every name in /rplboot that begins with the key, so also those of a client whose key begins with
+ * this one. Returns what system() returned for "rm": not 0 when there was nothing to remove. Records nothing.
+ * method is unused and may be NULL.
+ */
 int delete_rplboot_dir_client(const char *method, const char *client_key);
 int cleanup_rplboot_dir(const char *method, const char *client_key);
 
@@ -220,10 +311,52 @@ void default_install_paths(const char *method, const char *host, const char *ins
 
 /* ---- client root ---- */
 
+/*
+ * Fills a client's root. root is an existing directory, without a trailing slash; of os_service the elements
+ * 1 (OS name) and 2 (OS version) are used; sources may be NULL.
+ *
+ * First setup_environment(root). Then each source in turn: a version that begins with "4." has its ready-made
+ * trees copied (find and cpio), any other has the packages of its spool directories installed with
+ * "/usr/sbin/pkgadd -R". Last, not for 4.x, the software catalogue (.clustertoc, CLUSTER and INST_RELEASE) is
+ * copied from /export/NAME_VERSION/var/sadm, from where newer services keep it or else from where older ones
+ * do.
+ *
+ * Returns 0; an errno value or -1 from setup_environment; or 1 when a command failed. Records nothing itself:
+ * do_systemcmd records what a command said (errors 91 and 92) under the method name "create_clnt_root".
+ * Before a failure is returned, cleanup(root) has been called. After success the admin file is still in /tmp;
+ * cleanup(root) removes it then, and nothing else.
+ */
 int create_clnt_root(const char *root, const char *const os_service[], const struct package_source *sources);
+
+/*
+ * Makes /var, /var/sadm, /var/sadm/softinfo, /var/sadm/install_data and /usr under root (mode 0775 less the
+ * umask, owner 0, group 3; an existing one changes hands too), and the admin file /tmp/admin.XXXXXX, which
+ * tells pkgadd to ask nothing. The file is made exclusively with mode 0600; its lines are KEY=VALUE: mail is
+ * empty, instance is unique, space is quit, basedir is /, and every other check is nocheck.
+ *
+ * Returns 0; the errno value of the directory that failed, after those made before it were removed; or -1
+ * when the admin file cannot be made (the directories stay) or written (cleanup(root) has been called).
+ * Records nothing.
+ */
 int setup_environment(const char *root);
+
+/*
+ * Removes the admin file, if one was made in this process, and, as long as no source has been installed, the
+ * directories of setup_environment as far as they are empty. Reports nothing.
+ */
 void cleanup(const char *root);
+
+/*
+ * Makes the directory ROOT PATH (the two texts joined) with the mode, and gives it to uid and gid; one that
+ * exists only changes hands. Returns 0 or an errno value; after a failed chown the directory is removed if it
+ * is empty.
+ */
 int mkdir_chown(const char *root, const char *path, int mode, int uid, int gid);
+
+/*
+ * Hooks that package tools call. They do nothing; start_pkgadd and end_pkgadd return 1, and cleanup_and_exit
+ * ends the process with status 2.
+ */
 void interactive_pkgadd(void);
 void interactive_pkgrm(void);
 int start_pkgadd(void);
