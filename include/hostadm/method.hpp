@@ -46,7 +46,7 @@ enum class Kind {
 struct Argument {
     std::string name;
     Kind kind = Kind::word;
-    std::string purpose;
+    std::string purpose = {};
     bool required = false;
     std::string default_value = {}; // given to the method when the argument is absent
     std::vector<std::string> choices = {};
@@ -55,12 +55,13 @@ struct Argument {
 // A result of the method, or a column of its rows.
 struct Field {
     std::string name;
-    std::string purpose;
+    std::string purpose = {};
+    bool required = false; // an output without which the run has failed
 };
 
 struct Description {
     std::string name; // CLASS/NAME
-    std::string purpose;
+    std::string purpose = {};
     std::vector<Argument> arguments = {};
     std::vector<Field> outputs = {};
     std::vector<Field> columns = {};

@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: MIT
+// Argument handles, and the arguments of the method that this process is.
+#include <cerrno>
+#include <cstring>
+#include <list>
+#include <memory>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "boundary.hpp"
+#include "core/answer.hpp"
+#include "core/channel.hpp"
+#include "handle.hpp"
+#include "hostadm/framework.h"
+
+namespace {
+
+using namespace hostadm::framework;
+
+bool is_empty(const char *text) {
+    return text == nullptr || *text == '\0';
+}
+
+// A string argument ends at its length or at a NUL before it.
+std::string_view text_of(const void *value, unsigned int length) {
+    if (value == nullptr)
+        return {};
+    const char *text = static_cast<const char *>(value);
+    return {text, strnlen(text, length)};
+}
+
+// The running method's input. The records stay as they are until the process ends: callers may change their
+// values.
+Fields &inputs() {
+    static Fields fields = [] {
+        Fields read;
+        if (auto request = read_request())
+            for (auto &[name, value] : request->arguments)
+                read.emplace_back(std::move(name), std::move(value));
+        return read;
+    }();
+    return fields;
+}
+
+} // namespace
+
+namespace hostadm::framework {
+
+adm_arg *Field::view() {
+    record_ = {name_.c_str(), ADM_STRING, static_cast<unsigned int>(value_.size()), value_.data()};
+    return &record_;
+}
+
+Field *find(Fields &fields, std::string_view name) {
+    for (Field &field : fields)
+        if (field.name() == name)
+            return &field;
+    return nullptr;
+}
+
+} // namespace hostadm::framework
+
+Field *adm_args::field(std::string_view name) {
+    if (current < rows.size())
+        if (Field *found = find(rows[current], name))
+            return found;
+    return find(outputs, name);
+}
+
+extern "C" {
+
+int adm_init(void) {
+    return at_boundary([] {
+        inputs();
+        return 0;
+    });
+}
+
+int adm_args_geti(const char *name, unsigned int type, adm_arg **record) {
+    return at_boundary([&] {
+        if (is_empty(name) || type != ADM_STRING || record == nullptr)
+            return EINVAL;
+        Field *found = find(inputs(), name);
+        if (found == nullptr)
+            return ENOENT;
+        *record = found->view();
+        return 0;
+    });
+}
+
+int adm_args_set(const char *name, unsigned int type, unsigned int length, const void *value) {
+    return at_boundary([&] {
+        if (name == nullptr || !is_name(name) || type != ADM_STRING)
+            return EINVAL;
+        return append_answer(output_line(name, text_of(value, length))) ? 0 : EBADF;
+    });
+}
+
+int adm_args_newh(adm_args **handle) {
+    return at_boundary([&] {
+        if (handle == nullptr)
+            return EINVAL;
+        *handle = std::make_unique<adm_args>().release();
+        return 0;
+    });
+}
+
+int adm_args_puta(adm_args *handle, const char *name, unsigned int type, unsigned int length,
+                  const void *value) {
+    return at_boundary([&] {
+        if (handle == nullptr || name == nullptr || !is_name(name) || type != ADM_STRING)
+            return EINVAL;
+        if (handle->rows.empty())
+            handle->rows.emplace_back();
+        std::string text(text_of(value, length));
+        if (Field *same = find(handle->rows.front(), name))
+            same->assign(std::move(text));
+        else
+            handle->rows.front().emplace_back(name, std::move(text));
+        return 0;
+    });
+}
+
+int adm_args_geta(adm_args *handle, const char *name, unsigned int type, adm_arg **record) {
+    return at_boundary([&] {
+        if (handle == nullptr || is_empty(name) || type != ADM_STRING || record == nullptr)
+            return EINVAL;
+        Field *found = handle->field(name);
+        if (found == nullptr)
+            return ENOENT;
+        *record = found->view();
+        return 0;
+    });
+}
+
+int adm_args_reset(adm_args *handle) {
+    if (handle == nullptr)
+        return EINVAL;
+    handle->current = 0;
+    return 0;
+}
+
+int adm_args_nextr(adm_args *handle) {
+    if (handle == nullptr)
+        return EINVAL;
+    if (handle->current + 1 >= handle->rows.size())
+        return ADM_NO_MORE_ROWS;
+    ++handle->current;
+    return 0;
+}
+
+unsigned int adm_args_htype(adm_args *handle) {
+    return handle == nullptr ? 0 : handle->flags;
+}
+
+int adm_args_freeh(adm_args *handle) {
+    const std::unique_ptr<adm_args> owner(handle);
+    return 0;
+}
+
+int _get_returned_arg(adm_args *handle, const char *name, const char *fallback, char **value) {
+    return at_boundary([&] {
+        if (value == nullptr)
+            return EINVAL;
+        Field *found = handle == nullptr || is_empty(name) ? nullptr : handle->field(name);
+        if (found != nullptr) {
+            *value = found->view()->value;
+            return 0;
+        }
+        // The caller may write to it as to any value, so it gets a copy that lives as long as the handle.
+        static std::string without_handle;
+        if (fallback == nullptr)
+            *value = nullptr;
+        else if (handle == nullptr)
+            *value = (without_handle = fallback).data();
+        else
+            *value = handle->fallbacks.emplace_back(fallback).data();
+        return handle == nullptr || is_empty(name) ? EINVAL : ENOENT;
+    });
+}
+}

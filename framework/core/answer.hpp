@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: MIT
+// What a method answers: JSON objects, one a line.
+//
+//     {"begin": "CLASS/NAME"}               a checked run has begun; {"end": STATUS} is then expected
+//     {"output": NAME, "value": VALUE}      an output argument; a later one of the same name takes its place
+//     {"row": {NAME: VALUE, ...}}           a row, columns in this order
+//     {"error": CODE, "text": TEXT}         an error record; code 0 withdraws the records before it
+//     {"mark": 1}                           nothing is left half done
+//     {"mark": 2, "text": TEXT}             something is left half done; the text says what, if it is known
+//     {"invalid": TEXT}                     an argument was refused and nothing was done
+//     {"end": STATUS}                       the run has come to its end
+//     {"outcome": STATUS, "reason": TEXT}   from another host: how the run there was judged (0, 1 or 2)
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/bytes.hpp"
+#include "core/channel.hpp"
+
+namespace hostadm::framework {
+
+struct ErrorRecord {
+    int code = 0;
+    std::string text;
+    bool operator==(const ErrorRecord &) const = default;
+};
+
+struct Answer {
+    Values outputs;
+    std::vector<Values> rows;
+    std::vector<ErrorRecord> errors;
+    bool dirty = false;                   // the last mark said so
+    std::vector<std::string> left_undone; // what is left half done, in the method's words
+    std::optional<std::string> invalid;   // why an argument was refused
+    bool begun = false;
+    std::optional<int> ended;
+    std::optional<int> outcome;
+    std::string reason;
+    std::string defect; // the first line that is none of the above, in words; empty: there is none
+
+    bool half_done() const { return dirty || !left_undone.empty(); }
+    const std::string *output(std::string_view name) const;
+};
+
+// Takes every line that is good, whatever stands between them.
+Answer parse_answer(std::string_view text);
+
+Json begin_line(std::string_view method);
+Json output_line(std::string_view name, std::string_view value);
+Json error_line(int code, std::string_view text);
+Json mark_line(int mark, std::string_view text = {});
+Json invalid_line(std::string_view text);
+Json end_line(int status);
+Json outcome_line(int status, std::string_view reason);
+
+// A row in the making.
+class RowLine {
+public:
+    void add(std::string_view name, std::string_view value) { fields_[std::string(name)] = to_json(value); }
+    Json line() &&;
+
+private:
+    Json fields_ = Json::object();
+};
+
+// What an argument, an output or a column may be called.
+bool is_name(std::string_view name);
+
+} // namespace hostadm::framework

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+// Values are bytes, JSON strings are UTF-8: how a value crosses between them without loss.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace hostadm::framework {
+
+// Keeps the order in which the fields of a row were given.
+using Json = nlohmann::ordered_json;
+
+bool is_utf8(std::string_view bytes);
+
+// A string, or {"base64": "..."} when the bytes are no UTF-8.
+Json to_json(std::string_view bytes);
+// The bytes of either form, of a number or of a truth value; nothing for anything else.
+std::optional<std::string> from_json(const Json &value);
+
+} // namespace hostadm::framework

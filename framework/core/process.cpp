@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: MIT
+#include "core/process.hpp"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "core/descriptor.hpp"
+
+namespace hostadm::framework {
+
+namespace {
+
+// What posix_spawn is to do in the child.
+class SpawnActions {
+public:
+    SpawnActions() { posix_spawn_file_actions_init(&actions_); }
+    ~SpawnActions() { posix_spawn_file_actions_destroy(&actions_); }
+    SpawnActions(const SpawnActions &) = delete;
+    SpawnActions &operator=(const SpawnActions &) = delete;
+    posix_spawn_file_actions_t *get() { return &actions_; }
+
+private:
+    posix_spawn_file_actions_t actions_{};
+};
+
+// A child begins with no signal blocked or ignored, whatever its parent has set up.
+class FreshSignals {
+public:
+    FreshSignals() {
+        posix_spawnattr_init(&attributes_);
+        sigset_t none;
+        sigset_t all;
+        sigemptyset(&none);
+        sigfillset(&all);
+        posix_spawnattr_setsigmask(&attributes_, &none);
+        posix_spawnattr_setsigdefault(&attributes_, &all);
+        posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    }
+    ~FreshSignals() { posix_spawnattr_destroy(&attributes_); }
+    FreshSignals(const FreshSignals &) = delete;
+    FreshSignals &operator=(const FreshSignals &) = delete;
+    const posix_spawnattr_t *get() const { return &attributes_; }
+
+private:
+    posix_spawnattr_t attributes_{};
+};
+
+// While it lives a child's end is kept for waitpid, even where the caller ignores SIGCHLD.
+class WaitableChildren {
+public:
+    WaitableChildren() {
+        sigaction(SIGCHLD, nullptr, &saved_);
+        changed_ = (saved_.sa_flags & SA_SIGINFO) == 0 &&
+                   (saved_.sa_handler == SIG_IGN || (saved_.sa_flags & SA_NOCLDWAIT) != 0);
+        if (changed_) {
+            struct sigaction plain {};
+            plain.sa_handler = SIG_DFL;
+            sigaction(SIGCHLD, &plain, nullptr);
+        }
+    }
+    ~WaitableChildren() {
+        if (changed_)
+            sigaction(SIGCHLD, &saved_, nullptr);
+    }
+    WaitableChildren(const WaitableChildren &) = delete;
+    WaitableChildren &operator=(const WaitableChildren &) = delete;
+
+private:
+    struct sigaction saved_ {};
+    bool changed_ = false;
+};
+
+std::vector<std::string> environment(const std::string &path_prefix) {
+    std::vector<std::string> variables;
+    const std::string_view path = "PATH=";
+    bool seen = false;
+    for (char **variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
+        std::string text = *variable;
+        if (text.starts_with(path) && !seen) {
+            text.insert(path.size(), path_prefix + ":");
+            seen = true;
+        }
+        variables.push_back(std::move(text));
+    }
+    if (!seen)
+        variables.push_back("PATH=" + path_prefix + ":/usr/sbin:/usr/bin:/sbin:/bin");
+    return variables;
+}
+
+std::vector<char *> pointers(std::vector<std::string> &words) {
+    std::vector<char *> list;
+    for (std::string &word : words)
+        list.push_back(word.data());
+    list.push_back(nullptr);
+    return list;
+}
+
+// Descriptors out of the way of those that the child is to have.
+constexpr int beyond_the_childs = 16;
+
+bool outlives(pid_t child, int seconds) {
+    const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
+    pollfd waiting{process.get(), POLLIN, 0};
+    return process.is_open() && poll(&waiting, 1, seconds * 1000) == 0;
+}
+
+Ending wait_for(pid_t child, int time_limit) {
+    Ending ending;
+    if (time_limit > 0 && outlives(child, time_limit)) {
+        kill(child, SIGKILL);
+        ending.timed_out = true;
+    }
+    int status = 0;
+    pid_t waited = -1;
+    do
+        waited = waitpid(child, &status, 0);
+    while (waited == -1 && errno == EINTR);
+    if (waited == -1)
+        ending.start_error = errno;
+    else if (WIFSIGNALED(status))
+        ending.signal = WTERMSIG(status);
+    else
+        ending.exit_status = WEXITSTATUS(status);
+    return ending;
+}
+
+} // namespace
+
+Ending run(const Program &program) {
+    SpawnActions actions;
+    std::vector<Descriptor> moved;
+    int last = STDERR_FILENO;
+    posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    for (const auto &[childs, ours] : program.descriptors) {
+        const Descriptor &away = moved.emplace_back(fcntl(ours, F_DUPFD_CLOEXEC, beyond_the_childs));
+        if (!away.is_open())
+            return {.start_error = errno};
+        posix_spawn_file_actions_adddup2(actions.get(), away.get(), childs);
+        last = std::max(last, childs);
+    }
+    posix_spawn_file_actions_addclosefrom_np(actions.get(), last + 1);
+
+    std::vector<std::string> words = program.words;
+    std::vector<char *> word_list = pointers(words);
+    std::vector<std::string> variables;
+    std::vector<char *> variable_list;
+    if (!program.path_prefix.empty()) {
+        variables = environment(program.path_prefix);
+        variable_list = pointers(variables);
+    }
+    char **const child_environment = variable_list.empty() ? environ : variable_list.data();
+
+    const WaitableChildren waitable;
+    const FreshSignals signals;
+    pid_t child = -1;
+    const auto spawn = program.search ? posix_spawnp : posix_spawn;
+    const int error = spawn(&child, words.front().c_str(), actions.get(), signals.get(), word_list.data(),
+                            child_environment);
+    return error != 0 ? Ending{.start_error = error} : wait_for(child, program.time_limit);
+}
+
+std::string in_words(const Ending &ending) {
+    if (ending.start_error != 0)
+        return std::string("could not be started: ") + std::strerror(ending.start_error);
+    if (ending.timed_out)
+        return "did not end in time and was killed";
+    if (ending.signal != 0)
+        return "was killed by signal " + std::to_string(ending.signal) + " (" + strsignal(ending.signal) +
+               ")";
+    return "ended with exit status " + std::to_string(ending.exit_status);
+}
+
+} // namespace hostadm::framework

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+// Starting a program with chosen descriptors and waiting for it.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace hostadm::framework {
+
+struct Program {
+    std::vector<std::string> words; // the first is the path, or with search a name looked up in PATH
+    bool search = false;
+    // Descriptors of the child and what they are here. Standard input is /dev/null and standard error is
+    // inherited unless said otherwise; everything else is closed.
+    std::vector<std::pair<int, int>> descriptors = {};
+    std::string path_prefix = {}; // put in front of PATH if not empty
+    int time_limit = 0;           // seconds, then it is killed; 0: none
+};
+
+// How a child ended.
+struct Ending {
+    int start_error = 0; // errno when it could not be started
+    int exit_status = 0;
+    int signal = 0; // that killed it; 0: none
+    bool timed_out = false;
+
+    bool well() const { return start_error == 0 && exit_status == 0 && signal == 0; }
+};
+
+Ending run(const Program &program);
+
+// "killed by signal 11 (Segmentation fault)" and the like.
+std::string in_words(const Ending &ending);
+
+} // namespace hostadm::framework

@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: MIT
+// The method's side of include/hostadm/method.hpp.
+#include "hostadm/method.hpp"
+
+#include <clocale>
+#include <cstdio>
+#include <exception>
+#include <unistd.h>
+
+#include "core/answer.hpp"
+#include "core/channel.hpp"
+#include "core/description.hpp"
+#include "hostadm/framework.h"
+
+namespace hostadm::method {
+
+namespace {
+
+using framework::append_answer;
+
+const Argument *find(const Description &description, std::string_view name) {
+    for (const Argument &argument : description.arguments)
+        if (argument.name == name)
+            return &argument;
+    return nullptr;
+}
+
+template <typename Fields> void append_row(const Fields &fields) {
+    framework::RowLine row;
+    for (const auto &[name, value] : fields)
+        row.add(name, value);
+    append_answer(std::move(row).line());
+}
+
+// Runs the work; an exception that it lets out is recorded like any other failure.
+int finish(Call &call, const std::function<int(Call &)> &work) {
+    try {
+        return work(call);
+    } catch (const std::exception &failure) {
+        return call.fail(failure.what());
+    }
+}
+
+constexpr int done = 0;
+constexpr int failed = 1;
+constexpr int invalid = 2;
+
+} // namespace
+
+std::string Call::method() const {
+    return description_.name.substr(description_.name.rfind('/') + 1);
+}
+
+std::string Call::get(std::string_view name) const {
+    adm_arg *record = nullptr;
+    if (adm_args_geti(std::string(name).c_str(), ADM_STRING, &record) == 0)
+        return record->value;
+    const Argument *argument = find(description_, name);
+    return argument == nullptr ? "" : argument->default_value;
+}
+
+bool Call::given(std::string_view name) const {
+    adm_arg *record = nullptr;
+    return adm_args_geti(std::string(name).c_str(), ADM_STRING, &record) == 0 && *record->value != '\0';
+}
+
+void Call::set(std::string_view name, std::string_view value) {
+    adm_args_set(std::string(name).c_str(), ADM_STRING, static_cast<unsigned int>(value.size()),
+                 std::string(value).c_str());
+}
+
+void Call::row(std::initializer_list<std::pair<std::string_view, std::string_view>> fields) {
+    append_row(fields);
+}
+
+void Call::row(const std::vector<std::pair<std::string, std::string>> &fields) {
+    append_row(fields);
+}
+
+int Call::fail(std::string_view text, int code) const {
+    adm_err_setf(nullptr, code, "%s: %s", method().c_str(), std::string(text).c_str());
+    return failed;
+}
+
+void Call::progress(std::string_view text) const {
+    if (isatty(STDERR_FILENO) == 1)
+        std::fprintf(stderr, "%s: %s\n", method().c_str(), std::string(text).c_str());
+}
+
+void Call::left_undone(std::string_view text) const {
+    append_answer(framework::mark_line(ADM_DIRTY, text));
+}
+
+int run(int argc, char **argv, const Description &description, const std::function<int(Call &)> &work) {
+    std::setlocale(LC_ALL, "");
+    const std::string_view option = argc > 1 ? argv[1] : "";
+    if (option == "--describe") {
+        std::puts(framework::to_json(description).dump(2).c_str());
+        return done;
+    }
+    if (option == "--help") {
+        std::fputs(framework::help_text(description).c_str(), stdout);
+        return done;
+    }
+    auto request = framework::read_request();
+    if (!request) {
+        std::fprintf(stderr, "%s: run it with: hostadm run %s\n", argv[0], description.name.c_str());
+        return invalid;
+    }
+    if (const auto wrong = framework::check(description, *request)) {
+        append_answer(framework::invalid_line(*wrong));
+        return invalid;
+    }
+    framework::replace_request(*request);
+    append_answer(framework::begin_line(description.name));
+    Call call(description);
+    const int status = finish(call, work) == 0 ? done : failed;
+    append_answer(framework::end_line(status));
+    return status;
+}
+
+} // namespace hostadm::method
