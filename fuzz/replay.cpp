@@ -26,7 +26,7 @@ void replay(const fs::path &path) {
 
 int main(int count, char **arguments) {
     std::size_t replayed = 0;
-    for (const std::string argument : std::vector<std::string>(arguments + 1, arguments + count)) {
+    for (const std::string &argument : std::vector<std::string>(arguments + 1, arguments + count)) {
         if (!fs::is_directory(argument)) {
             replay(argument);
             ++replayed;

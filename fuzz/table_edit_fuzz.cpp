@@ -116,6 +116,13 @@ Difference difference(std::string_view before, std::string_view after) {
     return {old_lines.size() - head - tail, new_lines.size() - head - tail};
 }
 
+// The text with its last line ended, as an edit ends it before it adds a line behind it.
+std::string closed(const std::string &text, std::string_view after) {
+    if (text.empty() || text.back() == '\n')
+        return text;
+    return text + (after.starts_with(text + "\r\n") ? "\r\n" : "\n");
+}
+
 void check(Table &table, const std::string &text, const Entry &entry) {
     table.write(text);
     col_list *list = columns(entry);
@@ -132,15 +139,7 @@ void check(Table &table, const std::string &text, const Entry &entry) {
         free_col_list(list);
         return;
     }
-    // A last line that was open is closed before a line is added behind it.
-    const std::string closed = !text.empty() && text.back() != '\n'
-                                   ? text + (text.find("\r\n") != std::string::npos ? "\r\n" : "\n")
-                                   : text;
-    const bool completed = after.starts_with(text + "\r\n") && closed != text;
-    const std::string base = was_there                             ? text
-                             : completed                           ? text + "\r\n"
-                             : text.empty() || text.back() == '\n' ? text
-                                                                   : text + "\n";
+    const std::string base = was_there ? text : closed(text, after);
     const Difference added = difference(base, after);
     if (was_there)
         require(added.gone <= 1 && added.come == added.gone, "one line at most is replaced");

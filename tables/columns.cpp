@@ -112,7 +112,14 @@ std::optional<std::string> Columns::replacement(std::string_view old_line, const
     split(line, after);
     if (before.words == after.words && (after.comment.empty() || after.comment == before.comment))
         return std::nullopt;
-    return after.comment.empty() ? line + std::string(before.comment) : line;
+    if (!after.comment.empty() || before.comment.empty())
+        return line;
+    const std::string with_comment = line + std::string(before.comment);
+    Words kept;
+    split(with_comment, kept);
+    if (kept.words != after.words) // a quote left open in a value would swallow the comment
+        throw Failure{-EINVAL};
+    return with_comment;
 }
 
 void Columns::split(std::string_view line, Words &result) const {
