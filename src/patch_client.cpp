@@ -15,7 +15,7 @@ using namespace hostadm;
 
 bool exists(const char *path) {
     struct stat status;
-    return stat(path, &status) == 0;
+    return !is_empty(path) && stat(path, &status) == 0;
 }
 
 } // namespace
