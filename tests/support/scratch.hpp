@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+// A directory of a test's own, gone with the test.
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <system_error>
+
+namespace tests {
+
+class Scratch {
+public:
+    Scratch() {
+        std::string name = (std::filesystem::temp_directory_path() / "hostadm-test-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr)
+            throw std::system_error(errno, std::generic_category(), name);
+        root_ = name;
+    }
+    ~Scratch() {
+        std::error_code ignored;
+        std::filesystem::remove_all(root_, ignored);
+    }
+    Scratch(const Scratch &) = delete;
+    Scratch &operator=(const Scratch &) = delete;
+
+    std::string path(const std::string &name = "") const {
+        return name.empty() ? root_.string() : (root_ / name).string();
+    }
+    std::string write(const std::string &name, const std::string &text) const {
+        std::filesystem::create_directories((root_ / name).parent_path());
+        std::ofstream(root_ / name) << text;
+        return path(name);
+    }
+
+private:
+    std::filesystem::path root_;
+};
+
+inline std::string content(const std::string &path) {
+    std::ifstream file(path);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+} // namespace tests
