@@ -207,10 +207,10 @@ const char *make_boot_name(const char *os_version, const char *os_name, const ch
 
         const std::string_view set(inst_set);
         const bool release_4 = std::string_view(os_version).starts_with("4.");
-        if (release_4 && (set.starts_with("kel3") || set.starts_with("kel4")))
-            boot_name = hostadm::format("%s.%s.%s.%s", "boot", impl_arch, os_name, os_version);
-        else
-            boot_name = hostadm::format("inetboot.%s.%s_%s", impl_arch, os_name, os_version);
+        const std::string name = release_4 && (set.starts_with("kel3") || set.starts_with("kel4"))
+                                     ? hostadm::format("%s.%s.%s.%s", "boot", impl_arch, os_name, os_version)
+                                     : hostadm::format("inetboot.%s.%s_%s", impl_arch, os_name, os_version);
+        boot_name.assign(name);
         return boot_name.c_str();
     });
 }
