@@ -140,6 +140,32 @@ Answer parse_answer(std::string_view text) {
     return answer;
 }
 
+std::string to_lines(const Answer &answer) {
+    std::string text;
+    const auto add = [&](const Json &line) { text += line.dump() + "\n"; };
+    if (answer.begun)
+        add(begin_line(""));
+    for (const auto &[name, value] : answer.outputs)
+        add(output_line(name, value));
+    for (const Values &row : answer.rows) {
+        RowLine line;
+        for (const auto &[name, value] : row)
+            line.add(name, value);
+        add(std::move(line).line());
+    }
+    for (const ErrorRecord &error : answer.errors)
+        add(error_line(error.code, error.text));
+    for (const std::string &undone : answer.left_undone)
+        add(mark_line(2, undone));
+    if (answer.dirty)
+        add(mark_line(2));
+    if (answer.invalid)
+        add(invalid_line(*answer.invalid));
+    if (answer.ended)
+        add(end_line(*answer.ended));
+    return text;
+}
+
 Json begin_line(std::string_view method) {
     return {{"begin", to_json(method)}};
 }

@@ -48,6 +48,9 @@ struct Answer {
 // Takes every line that is good, whatever stands between them.
 Answer parse_answer(std::string_view text);
 
+// The lines that parse_answer makes the same answer of.
+std::string to_lines(const Answer &answer);
+
 Json begin_line(std::string_view method);
 Json output_line(std::string_view name, std::string_view value);
 Json error_line(int code, std::string_view text);

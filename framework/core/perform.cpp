@@ -246,7 +246,7 @@ Outcome perform(std::string_view method_class, std::string_view name, Request re
         return perform_there(request, host);
     auto found = find_method(method_class, name);
     if (const auto *unknown = std::get_if<Unknown>(&found))
-        return failed(unknown->reason);
+        return {Status::invalid, {}, unknown->reason};
     request.method = std::get<std::string>(found);
     return perform_here(std::move(request));
 }

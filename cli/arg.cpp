@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: MIT
+// hostadm arg: the arguments and the answer of a method that is a shell script.
+#include <charconv>
+
+#include "commands.hpp"
+#include "output.hpp"
+
+namespace hostadm::cli {
+
+namespace {
+
+using framework::append_answer;
+
+int refuse(const std::string &text) {
+    print_error("arg", text);
+    return usage;
+}
+
+int stored(bool well) {
+    if (well)
+        return done;
+    print_error("arg", "there is no method to answer for; only a method that `hostadm run` has started has "
+                       "arguments and an answer");
+    return failed;
+}
+
+std::string joined(const std::vector<std::string> &words, std::size_t from) {
+    std::string text;
+    for (std::size_t at = from; at < words.size(); ++at)
+        text += (at == from ? "" : " ") + words[at];
+    return text;
+}
+
+int get(const std::vector<std::string> &words) {
+    if (words.size() != 1)
+        return refuse("get takes the name of an argument");
+    const auto request = framework::read_request();
+    if (!request)
+        return stored(false);
+    const std::string *value = request->find(words[0]);
+    if (value == nullptr)
+        return failed;
+    print(*value + "\n");
+    return done;
+}
+
+int set(const std::vector<std::string> &words) {
+    if (words.size() != 2 || !framework::is_name(words[0]))
+        return refuse("set takes the name of an output and its value");
+    return stored(append_answer(framework::output_line(words[0], words[1])));
+}
+
+int row(const std::vector<std::string> &words) {
+    framework::RowLine line;
+    for (const std::string &word : words) {
+        const std::size_t equals = word.find('=');
+        if (equals == word.npos || !framework::is_name(word.substr(0, equals)))
+            return refuse("row takes the columns as NAME=VALUE, not \"" + printable(word) + "\"");
+        line.add(word.substr(0, equals), word.substr(equals + 1));
+    }
+    return words.empty() ? refuse("row takes at least one column as NAME=VALUE")
+                         : stored(append_answer(std::move(line).line()));
+}
+
+int error(const std::vector<std::string> &words) {
+    int code = 0;
+    const std::string digits = words.empty() ? "" : words[0];
+    const auto [end, wrong] = std::from_chars(digits.data(), digits.data() + digits.size(), code);
+    if (wrong != std::errc() || end != digits.data() + digits.size() || (words.size() < 2 && code != 0))
+        return refuse("error takes a code, a number, and a text");
+    const auto request = framework::read_request();
+    const std::string method = request ? request->method.substr(request->method.rfind('/') + 1) : "";
+    return stored(append_answer(framework::error_line(code, method + ": " + joined(words, 1))));
+}
+
+int undone(const std::vector<std::string> &words) {
+    if (words.empty())
+        return refuse("undone takes a text that says what is left half done");
+    return stored(append_answer(framework::mark_line(2, joined(words, 0))));
+}
+
+} // namespace
+
+void add_arg(CLI::App &app, Work &chosen) {
+    struct Verb {
+        const char *name;
+        const char *purpose;
+        int (*work)(const std::vector<std::string> &);
+    };
+    static constexpr Verb verbs[] = {
+        {"get", "NAME: print an input argument; status 1 when it was not given", get},
+        {"set", "NAME VALUE: return an output", set},
+        {"row", "NAME=VALUE...: return a row", row},
+        {"error", "CODE TEXT...: record an error", error},
+        {"undone", "TEXT...: say that something is left half done", undone},
+    };
+    CLI::App *command = app.add_subcommand("arg", "for methods that are shell scripts: arguments and answer");
+    command->require_subcommand(1);
+    for (const Verb &verb : verbs) {
+        // Values may begin with a dash: everything behind the verb is taken as it is.
+        CLI::App *sub = command->add_subcommand(verb.name, verb.purpose)->prefix_command();
+        sub->set_help_flag();
+        sub->callback([&chosen, &verb, sub] {
+            chosen = [&verb, words = sub->remaining()] { return verb.work(words); };
+        });
+    }
+}
+
+} // namespace hostadm::cli

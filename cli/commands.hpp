@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+// The subcommands of `hostadm`. Each adds itself, with its options and its help, to the command line, and
+// sets `chosen` to its work (which returns the exit status) when the user asks for it.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "core/perform.hpp"
+
+namespace hostadm::cli {
+
+using Work = std::function<int()>;
+
+inline constexpr int done = 0;
+inline constexpr int failed = 1;
+inline constexpr int usage = 2;
+
+void add_list(CLI::App &app, Work &chosen);
+void add_help(CLI::App &app, Work &chosen);
+void add_run(CLI::App &app, Work &chosen);
+void add_preview(CLI::App &app, Work &chosen);
+void add_status(CLI::App &app, Work &chosen);
+void add_arg(CLI::App &app, Work &chosen);
+// Hidden ones: the far end of `run --host`, and what writes manual pages and completions at build time.
+void add_serve(CLI::App &app, Work &chosen);
+void add_generate(CLI::App &app, Work &chosen);
+
+// A run as the user asked for it: for `run` and for `preview`.
+struct Invocation {
+    std::string method;             // CLASS/NAME, or NAME where that is unique
+    std::vector<std::string> words; // NAME=VALUE
+    std::string host;               // empty: here
+    bool json = false;
+};
+
+// Adds the method and its NAME=VALUE words, and --json, to a subcommand.
+void add_invocation(CLI::App &command, Invocation &invocation);
+
+// Runs the method. What is wrong with the words is an outcome too (Status::invalid).
+framework::Outcome perform(const Invocation &invocation);
+
+// Prints what came out: results to standard output, errors to standard error. Returns the exit status.
+int report(const Invocation &invocation, const framework::Outcome &outcome);
+
+// Both.
+int run(const Invocation &invocation);
+
+} // namespace hostadm::cli

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+// hostadm: runs methods, previews them, shows the server's state.
+#include <cerrno>
+#include <clocale>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+
+#include "commands.hpp"
+#include "output.hpp"
+
+namespace {
+
+using namespace hostadm::cli;
+
+// A result that could not be written is a failure, whatever the method said.
+int flushed(int status) {
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+        return status;
+    print_error("", std::string("cannot write the results: ") + std::strerror(errno));
+    return status == done ? failed : status;
+}
+
+int hostadm_main(int argc, char **argv) {
+    CLI::App app("Keeps the network-boot side of a server in order.", "hostadm");
+    app.set_version_flag("--version", "hostadm " HOSTADM_VERSION);
+    app.require_subcommand(0, 1);
+    app.set_help_flag("-h,--help", "print this help");
+    Work chosen;
+    for (const auto add : {add_list, add_help, add_run,
+#ifdef HOSTADM_WITH_PREVIEW
+                           add_preview,
+#endif
+#ifdef HOSTADM_WITH_STATUS
+                           add_status,
+#endif
+                           add_arg, add_serve})
+        add(app, chosen);
+    app.footer("Exit status: 0 done, 1 the method failed, 2 wrong usage or invalid argument.\n"
+               "`hostadm COMMAND --help` says more about a command.");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success &asked) {
+        return flushed(app.exit(asked));
+    } catch (const CLI::ParseError &wrong) {
+        print_error("", std::string(wrong.what()) + "; `hostadm --help` shows how it is used");
+        return usage;
+    }
+    if (!chosen) {
+        print(app.help());
+        return flushed(done);
+    }
+    return flushed(chosen());
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    std::setlocale(LC_ALL, "");
+    try {
+        return hostadm_main(argc, argv);
+    } catch (const std::exception &failure) {
+        print_error("", failure.what());
+        return failed;
+    }
+}

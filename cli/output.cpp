@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: MIT
+#include "output.hpp"
+
+#include <algorithm>
+#include <cstdio>
+#include <cwchar>
+
+namespace hostadm::cli {
+
+namespace {
+
+std::string cell_text(std::string_view cell) {
+    return cell.empty() ? "-" : printable(cell);
+}
+
+} // namespace
+
+std::string Table::text() const {
+    std::vector<std::vector<std::string>> shown;
+    std::vector<std::size_t> widths;
+    for (const auto &line : lines_) {
+        auto &cells = shown.emplace_back();
+        for (std::size_t at = 0; at < line.size(); ++at) {
+            cells.push_back(cell_text(line[at]));
+            if (at == widths.size())
+                widths.push_back(0);
+            widths[at] = std::max(widths[at], width(cells.back()));
+        }
+    }
+    std::string all;
+    for (const auto &cells : shown) {
+        for (std::size_t at = 0; at < cells.size(); ++at) {
+            all += cells[at];
+            if (at + 1 < cells.size())
+                all.append(widths[at] - width(cells[at]) + 2, ' ');
+        }
+        all += '\n';
+    }
+    return all;
+}
+
+Json Table::json() const {
+    Json list = Json::array();
+    for (std::size_t line = 1; line < lines_.size(); ++line) {
+        Json &object = list.emplace_back(Json::object());
+        for (std::size_t at = 0; at < lines_[line].size() && at < lines_[0].size(); ++at)
+            object[lines_[0][at]] = framework::to_json(lines_[line][at]);
+    }
+    return list;
+}
+
+std::string pairs_text(const std::vector<std::pair<std::string, std::string>> &pairs) {
+    std::size_t widest = 0;
+    for (const auto &[name, value] : pairs)
+        widest = std::max(widest, width(name));
+    std::string all;
+    for (const auto &[name, value] : pairs)
+        all += name + std::string(widest - width(name) + 2, ' ') + cell_text(value) + "\n";
+    return all;
+}
+
+std::string printable(std::string_view text) {
+    const bool readable = framework::is_utf8(text);
+    std::string shown;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == '\n') {
+            shown += "\\n";
+        } else if (byte < 0x20 || byte == 0x7f || (byte >= 0x80 && !readable)) {
+            char code[5];
+            std::snprintf(code, sizeof code, "\\x%02x", byte);
+            shown += code;
+        } else {
+            shown += c;
+        }
+    }
+    return shown;
+}
+
+std::size_t width(std::string_view text) {
+    std::size_t columns = 0;
+    std::mbstate_t state{};
+    while (!text.empty()) {
+        wchar_t character = 0;
+        std::size_t bytes = std::mbrtowc(&character, text.data(), text.size(), &state);
+        // Outside the locale's characters a byte takes a column.
+        if (bytes == 0 || bytes > text.size()) {
+            state = {};
+            bytes = 1;
+            ++columns;
+        } else {
+            const int wide = wcwidth(character);
+            columns += wide < 0 ? 1 : static_cast<std::size_t>(wide);
+        }
+        text.remove_prefix(bytes);
+    }
+    return columns;
+}
+
+void print(std::string_view text) {
+    std::fwrite(text.data(), 1, text.size(), stdout);
+}
+
+void print_json(const Json &json) {
+    print(json.dump(2) + "\n");
+}
+
+void print_error(std::string_view subject, std::string_view text, int code) {
+    std::string line = "hostadm: ";
+    if (!subject.empty())
+        line.append(subject).append(": ");
+    // What a command said may be several lines; those after the first are indented.
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == '\n')
+            line += "\n    ";
+        else
+            line += (byte < 0x20 && c != '\t') || byte == 0x7f ? '?' : c;
+    }
+    if (code != 0)
+        line += " (error " + std::to_string(code) + ")";
+    line += '\n';
+    std::fflush(stdout);
+    std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+} // namespace hostadm::cli

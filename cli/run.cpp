@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: MIT
+// hostadm run: runs a method and shows what came out.
+#include <algorithm>
+#include <csignal>
+
+#include "commands.hpp"
+#include "output.hpp"
+
+namespace hostadm::cli {
+
+namespace {
+
+using framework::Outcome;
+using Status = Outcome::Status;
+
+// A method asked to stop by the keyboard ends by itself, and what it did until then is still reported.
+class KeyboardIgnored {
+public:
+    KeyboardIgnored() : interrupt_(std::signal(SIGINT, SIG_IGN)), quit_(std::signal(SIGQUIT, SIG_IGN)) {}
+    ~KeyboardIgnored() {
+        std::signal(SIGINT, interrupt_);
+        std::signal(SIGQUIT, quit_);
+    }
+    KeyboardIgnored(const KeyboardIgnored &) = delete;
+    KeyboardIgnored &operator=(const KeyboardIgnored &) = delete;
+
+private:
+    void (*interrupt_)(int);
+    void (*quit_)(int);
+};
+
+Outcome invalid(std::string reason) {
+    Outcome outcome;
+    outcome.status = Status::invalid;
+    outcome.reason = std::move(reason);
+    return outcome;
+}
+
+bool take_prefix(std::string_view &text, const std::string &prefix) {
+    if (!text.starts_with(prefix))
+        return false;
+    text.remove_prefix(prefix.size());
+    return true;
+}
+
+// A recorded text names its method first; said behind the method's name it need not.
+std::string without_method(std::string_view text, const std::string &method) {
+    const std::string name = method.substr(method.rfind('/') + 1);
+    if (!take_prefix(text, "Method " + name + ":") && !take_prefix(text, name + "::") &&
+        !take_prefix(text, name + ":") && !take_prefix(text, method + ":"))
+        take_prefix(text, ":");
+    const std::size_t begin = std::min(text.find_first_not_of(" \n"), text.size());
+    const std::size_t end = text.find_last_not_of(" \n");
+    return std::string(begin < text.size() ? text.substr(begin, end - begin + 1) : std::string_view());
+}
+
+Json object_of(const framework::Values &values) {
+    Json object = Json::object();
+    for (const auto &[name, value] : values)
+        object[name] = framework::to_json(value);
+    return object;
+}
+
+Json json_of(const std::string &method, const Outcome &outcome) {
+    constexpr const char *words[] = {"done", "failed", "invalid"};
+    Json json = {{"method", framework::to_json(method)},
+                 {"status", words[static_cast<int>(outcome.status)]},
+                 {"outputs", object_of(outcome.answer.outputs)},
+                 {"rows", Json::array()},
+                 {"errors", Json::array()}};
+    for (const framework::Values &row : outcome.answer.rows)
+        json["rows"].push_back(object_of(row));
+    for (const framework::ErrorRecord &error : outcome.answer.errors)
+        json["errors"].push_back(
+            {{"code", error.code}, {"text", framework::to_json(without_method(error.text, method))}});
+    if (!outcome.reason.empty())
+        json["reason"] = framework::to_json(outcome.reason);
+    json["half_done"] = outcome.answer.half_done();
+    if (!outcome.answer.left_undone.empty())
+        for (const std::string &text : outcome.answer.left_undone)
+            json["left_undone"].push_back(framework::to_json(text));
+    return json;
+}
+
+// Rows may differ in their columns; each column stands where it was first seen.
+Table table_of(const std::vector<framework::Values> &rows) {
+    std::vector<std::string> headings;
+    for (const framework::Values &row : rows)
+        for (const auto &[name, value] : row)
+            if (std::find(headings.begin(), headings.end(), name) == headings.end())
+                headings.push_back(name);
+    Table table(headings);
+    for (const framework::Values &row : rows) {
+        std::vector<std::string> cells(headings.size());
+        for (const auto &[name, value] : row)
+            cells[static_cast<std::size_t>(std::find(headings.begin(), headings.end(), name) -
+                                           headings.begin())] = value;
+        table.add(std::move(cells));
+    }
+    return table;
+}
+
+void print_results(const framework::Answer &answer) {
+    if (!answer.outputs.empty())
+        print(pairs_text(answer.outputs));
+    if (!answer.outputs.empty() && !answer.rows.empty())
+        print("\n");
+    if (!answer.rows.empty())
+        print(table_of(answer.rows).text());
+}
+
+void print_errors(const std::string &method, const Outcome &outcome) {
+    for (const framework::ErrorRecord &error : outcome.answer.errors) {
+        const std::string text = without_method(error.text, method);
+        if (outcome.status == Status::done)
+            print_error(method, "note: " + text);
+        else
+            print_error(method, text, error.code);
+    }
+    if (outcome.status == Status::invalid)
+        print_error(method, outcome.reason, framework::invalid_argument);
+    else if (!outcome.reason.empty())
+        print_error(method, outcome.reason, framework::cannot_run);
+    for (const std::string &text : outcome.answer.left_undone)
+        print_error(method, "left half done: " + text);
+    if (outcome.answer.dirty && outcome.answer.left_undone.empty())
+        print_error(method, "a change is left half done: undoing it after the failure failed too");
+}
+
+} // namespace
+
+void add_invocation(CLI::App &command, Invocation &invocation) {
+    command.add_option("method", invocation.method, "CLASS/METHOD; `hostadm list` shows them")->required();
+    command.add_option("arguments", invocation.words, "NAME=VALUE; `hostadm help CLASS/METHOD` shows them");
+    command.add_flag("--json", invocation.json, "print the results as JSON");
+}
+
+Outcome perform(const Invocation &invocation) {
+    framework::Request request;
+    for (const std::string &word : invocation.words) {
+        const std::size_t equals = word.find('=');
+        const std::string name = word.substr(0, equals);
+        if (equals == word.npos || !framework::is_name(name))
+            return invalid("\"" + printable(word) + "\" is no argument; arguments are given as NAME=VALUE");
+        if (request.find(name) != nullptr)
+            return invalid("the argument " + name + " is given twice");
+        request.arguments.emplace_back(name, word.substr(equals + 1));
+    }
+    const KeyboardIgnored ignored;
+    return framework::perform("", invocation.method, std::move(request), invocation.host);
+}
+
+int report(const Invocation &invocation, const Outcome &outcome) {
+    if (invocation.json)
+        print_json(json_of(invocation.method, outcome));
+    else
+        print_results(outcome.answer);
+    print_errors(invocation.method, outcome);
+    return static_cast<int>(outcome.status);
+}
+
+int run(const Invocation &invocation) {
+    return report(invocation, perform(invocation));
+}
+
+void add_run(CLI::App &app, Work &chosen) {
+    static Invocation invocation;
+    CLI::App *command = app.add_subcommand("run", "run a method");
+    add_invocation(*command, invocation);
+    command->add_option("--host", invocation.host, "run it on this host, over ssh");
+    command->callback([&chosen] { chosen = [] { return run(invocation); }; });
+}
+
+} // namespace hostadm::cli

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+// hostadm serve: runs one method for another host. The request comes on standard input, the answer goes to
+// standard output, and last how the run was judged.
+#include <unistd.h>
+
+#include "commands.hpp"
+#include "core/descriptor.hpp"
+#include "output.hpp"
+
+namespace hostadm::cli {
+
+namespace {
+
+int serve() {
+    const auto text = framework::read_stream(STDIN_FILENO);
+    const auto request = framework::parse_request(text.value_or(""));
+    if (!request) {
+        print_error("serve", "there is no request on standard input; `hostadm run --host` sends one");
+        return usage;
+    }
+    const framework::Outcome outcome = framework::perform("", request->method, *request, "");
+    const int status = static_cast<int>(outcome.status);
+    print(framework::to_lines(outcome.answer));
+    print(framework::outcome_line(status, outcome.reason).dump() + "\n");
+    return status;
+}
+
+} // namespace
+
+void add_serve(CLI::App &app, Work &chosen) {
+    CLI::App *command = app.add_subcommand("serve", "run one method for another host")->group("");
+    command->callback([&chosen] { chosen = serve; });
+}
+
+} // namespace hostadm::cli
