@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "support/fake_platform.hpp"
 
+#include <unistd.h>
+
 #include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <deque>
 
 #include "hostadm/platform.h"
@@ -32,6 +35,22 @@ long sysv_sysinfo(int command, char *buffer, long size) {
         return -1;
     std::snprintf(buffer, static_cast<std::size_t>(size), "%s", found->second.c_str());
     return static_cast<long>(found->second.size()) + 1;
+}
+
+int sysv_psinfo(int process_fd, struct sysv_psinfo *info) {
+    char path[64] = "";
+    const std::string link = "/proc/self/fd/" + std::to_string(process_fd);
+    if (readlink(link.c_str(), path, sizeof path - 1) < 0)
+        return -1;
+    const std::string entry = path;
+    const auto found = state.processes.find(std::atoi(entry.substr(entry.rfind('/') + 1).c_str()));
+    if (found == state.processes.end())
+        return -1;
+    info->pr_pid = found->first;
+    info->pr_zomb = found->second.defunct;
+    std::snprintf(info->pr_fname, sizeof info->pr_fname, "%s", found->second.name.c_str());
+    std::snprintf(info->pr_psargs, sizeof info->pr_psargs, "%s", found->second.arguments.c_str());
+    return 0;
 }
 
 int sysv_fstype(const char *, char *name, unsigned long size) {

@@ -8,11 +8,19 @@
 
 namespace fakes {
 
+// What sysv_psinfo answers for a process; it fails for every other one.
+struct Process {
+    int defunct = 0;
+    std::string name;
+    std::string arguments;
+};
+
 struct Platform {
     std::map<int, std::string> sysinfo = {{2, "server1"}, {3, "5.5"}, {6, "i386"}, {9, "lab.example"}};
     std::string fstype = "ext4"; // empty: sysv_fstype fails
     bool has_switch = true;      // is there a name-service switch?
     std::vector<std::string> sources = {"files"};
+    std::map<int, Process> processes; // by process id; one that really exists, so that /proc has an entry
 };
 
 Platform &platform();
