@@ -1,0 +1,436 @@
+// SPDX-License-Identifier: MIT
+// mountd and nfsd: Debian's NFS server under the names by which the host administration library starts and
+// recognises it. One program, told apart by the name it is called by.
+//
+// nfs-ganesha is both daemons in one. Whichever name comes first starts it under a watching process whose
+// command line holds both paths: so both are seen exactly as long as the server runs, and starting the other
+// one has nothing left to do. The kernel's server has its own mount daemon; its threads have no command line,
+// so a watching process stands for them.
+#include <arpa/inet.h>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <getopt.h>
+#include <poll.h>
+#include <sys/inotify.h>
+#include <sys/prctl.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include "share/nfs_server.hpp"
+#include "share/share_table.hpp"
+#include "support/file.hpp"
+
+namespace compat {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr const char *mountd_path = "/usr/lib/nfs/mountd";
+constexpr const char *nfsd_path = "/usr/lib/nfs/nfsd";
+constexpr const char *watch_word = "--watch";
+constexpr const char *kernel_threads_program = "/usr/sbin/rpc.nfsd";
+constexpr const char *kernel_mountd_program = "/usr/sbin/rpc.mountd";
+constexpr const char *kernel_mountd_process = "rpc.mountd";
+constexpr const char *ganesha_log = "/var/log/ganesha/ganesha.log";
+
+constexpr uint32_t rpcbind_program = 100000;
+constexpr uint32_t mount_program = 100005;
+constexpr uint32_t nfs_program = 100003;
+
+constexpr const char *help =
+    R"(usage: /usr/lib/nfs/mountd [-F]
+       /usr/lib/nfs/nfsd [-F] [-a] [-p PROTOCOL] [SERVERS]
+Starts the installed NFS server, nfs-ganesha or the kernel's, and returns when it answers. Does nothing when it
+runs already. What is served is the business of share(8).
+
+  -F, --foreground   stay in the foreground until the server ends (for a service manager)
+  -a                 serve all protocols; the servers do that anyway
+  -p PROTOCOL        accepted for the sake of old start scripts
+      SERVERS        number of threads of the kernel's server (8); nfs-ganesha chooses its own
+  -h, --help         this text
+Exit status: 0 the server runs, 1 it could not be started, 2 wrong usage. See hostadm-nfsd(8).
+)";
+
+struct Settings {
+    std::string name;
+    bool foreground = false;
+    std::string threads = "8";
+};
+
+// ---- questions to rpcbind ---------------------------------------------------------------------------------
+
+// The port of an RPC program by UDP, 0 when it is not registered, nothing when rpcbind does not answer. A
+// datagram by hand, because the library call waits a minute for an rpcbind that hangs.
+std::optional<uint32_t> registered_port(uint32_t program, uint32_t version) {
+    const Descriptor wire(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!wire)
+        fail_with_errno("cannot make a socket");
+    sockaddr_in rpcbind = {};
+    rpcbind.sin_family = AF_INET;
+    rpcbind.sin_port = htons(111);
+    rpcbind.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (connect(wire.get(), reinterpret_cast<const sockaddr *>(&rpcbind), sizeof rpcbind) != 0)
+        return std::nullopt;
+    // Transaction, call, RPC 2, rpcbind version 2 GETPORT, no credentials, then program, version, UDP, 0.
+    const uint32_t words[] = {0x5368, 0, 2, rpcbind_program, 2, 3, 0, 0, 0, 0, program, version, 17, 0};
+    uint32_t request[std::size(words)];
+    for (size_t index = 0; index < std::size(words); ++index)
+        request[index] = htonl(words[index]);
+    pollfd readable = {wire.get(), POLLIN, 0};
+    // Transaction, reply, accepted, no verifier (two words), success, port.
+    uint32_t reply[7];
+    if (send(wire.get(), request, sizeof request, MSG_NOSIGNAL) < 0 || poll(&readable, 1, 500) <= 0 ||
+        recv(wire.get(), reply, sizeof reply, 0) != sizeof reply || ntohl(reply[5]) != 0)
+        return std::nullopt;
+    return ntohl(reply[6]);
+}
+
+bool is_registered(uint32_t program, uint32_t version) {
+    return registered_port(program, version).value_or(0) != 0;
+}
+
+template <typename Condition> bool comes_true(std::chrono::milliseconds patience, Condition condition) {
+    const auto end = Clock::now() + patience;
+    while (!condition()) {
+        if (Clock::now() >= end)
+            return false;
+        std::this_thread::sleep_for(5ms);
+    }
+    return true;
+}
+
+void require_rpcbind() {
+    if (!comes_true(1s, [] { return registered_port(rpcbind_program, 2).has_value(); }))
+        throw Failure("rpcbind does not answer; install the package rpcbind and start it with \"rpcbind -w "
+                      "-r\" (-r lets clients' broadcasts through)");
+}
+
+// ---- the watching process ---------------------------------------------------------------------------------
+
+void publish_now(const NfsServer &server, bool reload_always) {
+    const FileLock lock(share_lock_path, share_lock_patience);
+    if (publish_shares(server) || reload_always)
+        server.reload();
+}
+
+class Signals {
+public:
+    Signals() {
+        sigemptyset(&set_);
+        for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGCHLD})
+            sigaddset(&set_, number);
+        if (sigprocmask(SIG_BLOCK, &set_, nullptr) != 0)
+            fail_with_errno("cannot block signals");
+        descriptor_ = Descriptor(signalfd(-1, &set_, SFD_CLOEXEC | SFD_NONBLOCK));
+        if (!descriptor_)
+            fail_with_errno("cannot receive signals");
+    }
+    int get() const { return descriptor_.get(); }
+    int next() const {
+        signalfd_siginfo info;
+        return read(descriptor_.get(), &info, sizeof info) == sizeof info ? static_cast<int>(info.ssi_signo)
+                                                                          : 0;
+    }
+
+private:
+    sigset_t set_;
+    Descriptor descriptor_;
+};
+
+// Tells when the hosts table has changed: the clients of a share may have got their addresses after the
+// share.
+class HostsWatch {
+public:
+    HostsWatch() : descriptor_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+        if (!descriptor_ || inotify_add_watch(descriptor_.get(), "/etc", IN_CLOSE_WRITE | IN_MOVED_TO) < 0)
+            fail_with_errno("cannot watch /etc");
+    }
+    int get() const { return descriptor_.get(); }
+    bool changed() const {
+        alignas(inotify_event) char events[4096];
+        bool hosts = false;
+        for (;;) {
+            const ssize_t count = read(descriptor_.get(), events, sizeof events);
+            if (count <= 0)
+                return hosts;
+            for (const char *at = events; at < events + count;) {
+                const auto *const event = reinterpret_cast<const inotify_event *>(at);
+                if (event->len > 0 && std::strcmp(event->name, "hosts") == 0)
+                    hosts = true;
+                at += sizeof *event + event->len;
+            }
+        }
+    }
+
+private:
+    Descriptor descriptor_;
+};
+
+pid_t start_ganesha() {
+    const pid_t parent = getpid();
+    const pid_t child = fork();
+    if (child < 0)
+        fail_with_errno("cannot start " + std::string(ganesha_program));
+    if (child > 0)
+        return child;
+    // A hangup stays blocked: it must find the server's signal thread, not its first instructions.
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGHUP);
+    sigprocmask(SIG_SETMASK, &set, nullptr);
+    close_range(3, ~0U, 0);
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (getppid() != parent)
+        _exit(1);
+    execl(ganesha_program, ganesha_program, "-F", "-L", ganesha_log, "-f", ganesha_settings, "-p",
+          "/run/ganesha.pid", nullptr);
+    _exit(127);
+}
+
+// Stays until the server has ended; gives the exit status. `child` is 0 for the kernel's threads.
+int watch(const NfsServer &server, pid_t child, const Signals &signals, const HostsWatch &hosts) {
+    bool stopping = false;
+    for (;;) {
+        pollfd events[] = {{signals.get(), POLLIN, 0}, {hosts.get(), POLLIN, 0}};
+        if (poll(events, 2, stopping ? 5000 : -1) == 0 && child > 0)
+            kill(child, SIGKILL);
+        bool refresh = false;
+        while (const int number = signals.next()) {
+            if (number == SIGHUP)
+                refresh = true;
+            else if (number != SIGCHLD && child == 0)
+                return run({kernel_threads_program, "0"}).status;
+            else if (number != SIGCHLD) {
+                stopping = true;
+                kill(child, SIGTERM);
+            }
+        }
+        int status = 0;
+        if (child > 0 && waitpid(child, &status, WNOHANG) == child)
+            return stopping || (WIFEXITED(status) && WEXITSTATUS(status) == 0) ? 0 : 1;
+        const bool hosts_changed = hosts.changed();
+        if (!stopping && (refresh || hosts_changed)) {
+            try {
+                publish_now(server, refresh);
+            } catch (const std::exception &error) {
+                print_complaint("nfsd", error.what());
+            }
+        }
+    }
+}
+
+int watch_ganesha() {
+    const auto server = find_nfs_server();
+    const Signals signals;
+    const HostsWatch hosts;
+    publish_now(*server, false);
+    return watch(*server, start_ganesha(), signals, hosts);
+}
+
+int watch_kernel_threads(const std::string &threads) {
+    const auto server = find_nfs_server();
+    const Signals signals;
+    const HostsWatch hosts;
+    publish_now(*server, true);
+    const Outcome started = run({kernel_threads_program, threads});
+    if (started.status != 0)
+        throw Failure("rpc.nfsd failed: " + started.output.substr(0, started.output.find('\n')));
+    return watch(*server, 0, signals, hosts);
+}
+
+// ---- starting ---------------------------------------------------------------------------------------------
+
+void execute(const char *program, const std::vector<std::string> &words) {
+    std::vector<char *> arguments;
+    for (const std::string &word : words)
+        arguments.push_back(const_cast<char *>(word.c_str()));
+    arguments.push_back(nullptr);
+    execv(program, arguments.data());
+    fail_with_errno("cannot run " + std::string(program));
+}
+
+// Turns this process, or one of its own in the background, into `program`; in the background, returns when
+// `answers` holds and throws when the program ends before.
+template <typename Condition>
+int launch(const Settings &settings, const char *program, const std::vector<std::string> &words,
+           Condition answers, const std::string &hint) {
+    if (settings.foreground)
+        execute(program, words);
+    int ends[2];
+    if (pipe(ends) != 0)
+        fail_with_errno("cannot make a pipe");
+    const Descriptor reading(ends[0]);
+    Descriptor writing(ends[1]); // stays open in the daemon: the end of file tells that it has ended
+    fcntl(reading.get(), F_SETFD, FD_CLOEXEC);
+    const pid_t child = fork();
+    if (child < 0)
+        fail_with_errno("cannot make a process");
+    if (child == 0) {
+        // A daemon must hold nobody's pipe open; the server writes to its log.
+        const int null = open("/dev/null", O_RDWR);
+        for (const int number : {0, 1, 2})
+            dup2(null, number);
+        if (null > 2)
+            close(null);
+        setsid();
+        if (chdir("/") != 0)
+            _exit(1);
+        try {
+            execute(program, words);
+        } catch (...) {
+        }
+        _exit(127);
+    }
+    writing.reset();
+    bool ended = false;
+    const bool up = comes_true(10s, [&] {
+        pollfd end = {reading.get(), POLLIN, 0};
+        ended = poll(&end, 1, 0) > 0;
+        return ended || answers();
+    });
+    if (ended)
+        throw Failure("the NFS server ended at once; " + hint);
+    if (!up)
+        throw Failure("the NFS server has not answered for 10 seconds; " + hint);
+    return 0;
+}
+
+bool file_system_module_installed() {
+    for (const char *const directory :
+         {"/usr/lib/x86_64-linux-gnu", "/usr/lib/aarch64-linux-gnu", "/usr/lib/i386-linux-gnu",
+          "/usr/lib/arm-linux-gnueabihf", "/usr/lib"}) {
+        const std::string module = std::string(directory) + "/ganesha/libfsalvfs.so";
+        if (access(module.c_str(), R_OK) == 0)
+            return true;
+    }
+    return false;
+}
+
+// Kept when it is there, so that the administrator may change it.
+void write_ganesha_settings() {
+    make_directories("/etc/ganesha");
+    make_directories("/var/log/ganesha");
+    if (read_file(ganesha_settings))
+        return;
+    replace_file(ganesha_settings,
+                 "# Settings of the NFS server that /usr/lib/nfs/nfsd starts. Written once.\n"
+                 "# Without lock manager and grace period: a client that boots must write at\n"
+                 "# once, not 90 seconds after the start of the server.\n"
+                 "NFS_CORE_PARAM {\n"
+                 "    Protocols = 3;\n"
+                 "    Enable_NLM = false;\n"
+                 "    Enable_RQUOTA = false;\n"
+                 "}\n"
+                 "NFSv4 { Graceless = true; }\n"
+                 "%include \"" +
+                     std::string(ganesha_exports) + "\"\n");
+}
+
+int start_ganesha_server(const Settings &settings) {
+    auto lock = FileLock::try_take("/run/nfsd.lock");
+    if (!lock)
+        return 0;
+    if (!file_system_module_installed())
+        throw Failure("the package nfs-ganesha-vfs is missing; install it");
+    // One that we started may still be on its way out.
+    if (!comes_true(1s, [] { return processes_named(ganesha_process).empty(); }))
+        throw Failure("another ganesha.nfsd runs, process " +
+                      std::to_string(processes_named(ganesha_process).front()) +
+                      "; stop it first: systemctl disable --now nfs-ganesha");
+    require_rpcbind();
+    write_ganesha_settings();
+    lock->keep_across_exec();
+    return launch(
+        settings, "/proc/self/exe", {nfsd_path, watch_word, mountd_path},
+        [] { return is_registered(mount_program, 3) && is_registered(nfs_program, 3); },
+        std::string("see ") + ganesha_log);
+}
+
+int start_kernel_mountd(const Settings &settings) {
+    auto lock = FileLock::try_take("/run/mountd.lock");
+    if (!lock)
+        return 0;
+    const std::vector<pid_t> running = processes_named(kernel_mountd_process);
+    if (!running.empty())
+        throw Failure("rpc.mountd runs already, process " + std::to_string(running.front()) +
+                      "; stop it first: systemctl disable --now nfs-server");
+    require_rpcbind();
+    lock->keep_across_exec();
+    return launch(
+        settings, kernel_mountd_program, {mountd_path, "-F"}, [] { return is_registered(mount_program, 3); },
+        "see the system's log");
+}
+
+int start_kernel_threads(const Settings &settings) {
+    auto lock = FileLock::try_take("/run/nfsd.lock");
+    if (!lock)
+        return 0;
+    require_rpcbind();
+    lock->keep_across_exec();
+    return launch(
+        settings, "/proc/self/exe", {nfsd_path, watch_word, settings.threads},
+        [] { return is_registered(nfs_program, 3); },
+        "does this kernel have an NFS server (modprobe nfsd)? See the system's log");
+}
+
+Settings parse(int argc, char **argv) {
+    static const option long_options[] = {{"foreground", no_argument, nullptr, 'F'},
+                                          {"help", no_argument, nullptr, 'h'},
+                                          {nullptr, 0, nullptr, 0}};
+    Settings settings;
+    const char *const slash = std::strrchr(argv[0], '/');
+    settings.name = slash != nullptr ? slash + 1 : argv[0];
+    for (;;) {
+        const int letter =
+            getopt_long(argc, argv, settings.name == "mountd" ? "Fh" : "Fhap:", long_options, nullptr);
+        if (letter == -1)
+            break;
+        if (letter == 'F')
+            settings.foreground = true;
+        else if (letter == 'h') {
+            std::fputs(help, stdout);
+            std::exit(0);
+        } else if (letter == '?')
+            std::exit(2);
+    }
+    // "nfsd -a 16"
+    for (int index = optind; index < argc; ++index) {
+        const std::string word = argv[index];
+        if (settings.name == "mountd" || word.empty() || word.size() > 5 ||
+            word.find_first_not_of("0123456789") != std::string::npos) {
+            print_complaint(settings.name.c_str(), "\"" + word + "\" is no number of servers; try --help");
+            std::exit(2);
+        }
+        settings.threads = word;
+    }
+    return settings;
+}
+
+int start(const Settings &settings) {
+    const auto server = find_nfs_server();
+    if (!server->is_kernel())
+        return start_ganesha_server(settings);
+    return settings.name == "mountd" ? start_kernel_mountd(settings) : start_kernel_threads(settings);
+}
+
+} // namespace
+} // namespace compat
+
+int main(int argc, char **argv) {
+    if (argc == 3 && std::strcmp(argv[1], compat::watch_word) == 0)
+        return compat::guarded_main("nfsd", 1, [&] {
+            return std::strcmp(argv[2], compat::mountd_path) == 0 ? compat::watch_ganesha()
+                                                                  : compat::watch_kernel_threads(argv[2]);
+        });
+    const compat::Settings settings = compat::parse(argc, argv);
+    return compat::guarded_main(settings.name.c_str(), 1, [&] { return compat::start(settings); });
+}

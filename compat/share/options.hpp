@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+// The options of a share, as a System V administrator writes them: rw, ro, rw=c1:c2, ro=c1, root=c1, anon=0.
+#ifndef COMPAT_SHARE_OPTIONS_HPP
+#define COMPAT_SHARE_OPTIONS_HPP
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace compat {
+
+enum class Access { none, read, write };
+
+struct ShareOptions {
+    Access everyone = Access::write;
+    std::vector<std::string> writers;
+    std::vector<std::string> readers;
+    std::vector<std::string> roots;
+    std::optional<unsigned> anonymous; // the user that an unknown user, and another host's root, becomes
+};
+
+// Throws a Failure that names the word it did not understand.
+ShareOptions parse_share_options(std::string_view text);
+
+// What one named client may do, where that differs from everyone else.
+struct ClientRule {
+    std::string client;
+    Access access = Access::none;
+    bool root = false; // its root is not turned into the anonymous user
+    bool operator==(const ClientRule &) const = default;
+};
+std::vector<ClientRule> client_rules(const ShareOptions &options);
+
+} // namespace compat
+
+#endif

@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: MIT
+#include "share/share_table.hpp"
+
+#include <algorithm>
+#include <bitset>
+#include <charconv>
+
+namespace compat {
+namespace {
+
+constexpr const char *table_path = "/etc/dfs/sharetab";
+constexpr const char *numbers_path = "/etc/dfs/exportids";
+constexpr unsigned last_number = 65535;
+
+} // namespace
+
+ShareTable ShareTable::load() {
+    ShareTable table;
+    for (const std::string &line : split(read_file(table_path).value_or(""), '\n')) {
+        std::vector<std::string> fields = split(line, '\t');
+        if (fields.size() < 4 || !fields[0].starts_with('/'))
+            continue;
+        fields.resize(5);
+        table.shares_.push_back({fields[0], fields[3], fields[4]});
+    }
+    return table;
+}
+
+void ShareTable::save() const {
+    std::string text;
+    for (const Share &share : shares_)
+        text += share.path + "\t-\tnfs\t" + share.options + "\t" + share.description + "\n";
+    make_directories("/etc/dfs");
+    replace_file(table_path, text);
+}
+
+const Share *ShareTable::find(const std::string &path) const {
+    const auto found =
+        std::find_if(shares_.begin(), shares_.end(), [&](const Share &share) { return share.path == path; });
+    return found == shares_.end() ? nullptr : &*found;
+}
+
+void ShareTable::put(Share share) {
+    const auto found = std::find_if(shares_.begin(), shares_.end(),
+                                    [&](const Share &other) { return other.path == share.path; });
+    if (found == shares_.end())
+        shares_.push_back(std::move(share));
+    else
+        *found = std::move(share);
+}
+
+bool ShareTable::remove(const std::string &path) {
+    return std::erase_if(shares_, [&](const Share &share) { return share.path == path; }) > 0;
+}
+
+ExportNumbers ExportNumbers::load() {
+    ExportNumbers numbers;
+    for (const std::string &line : split(read_file(numbers_path).value_or(""), '\n')) {
+        unsigned number = 0;
+        const auto [end, error] = std::from_chars(line.data(), line.data() + line.size(), number);
+        if (error == std::errc() && *end == ' ' && number >= 1 && number <= last_number)
+            numbers.entries_.push_back({number, std::string(end + 1)});
+    }
+    return numbers;
+}
+
+void ExportNumbers::save() const {
+    std::string text;
+    for (const Entry &entry : entries_)
+        text += std::to_string(entry.number) + " " + entry.path + "\n";
+    make_directories("/etc/dfs");
+    replace_file(numbers_path, text);
+}
+
+unsigned ExportNumbers::number_of(const std::string &path, const ShareTable &in_use) {
+    const auto known = std::find_if(entries_.begin(), entries_.end(),
+                                    [&](const Entry &entry) { return entry.path == path; });
+    if (known != entries_.end())
+        return known->number;
+    if (entries_.size() >= last_number) {
+        const auto forgotten = std::find_if(entries_.begin(), entries_.end(), [&](const Entry &entry) {
+            return in_use.find(entry.path) == nullptr;
+        });
+        if (forgotten == entries_.end())
+            throw Failure("too many shares: there are only 65535 export numbers");
+        entries_.erase(forgotten);
+    }
+    std::bitset<last_number + 1> taken;
+    for (const Entry &entry : entries_)
+        taken.set(entry.number);
+    unsigned number = 1;
+    while (taken.test(number))
+        ++number;
+    entries_.push_back({number, path});
+    changed_ = true;
+    return number;
+}
+
+} // namespace compat
