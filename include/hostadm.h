@@ -55,9 +55,10 @@ enum {
 
 /* ---- types ---- */
 
+/* A device creation held back until the tape devices have been made (see makedevs). */
 struct hold_dev_record {
-    const char *directory;
-    const char *device_name;
+    const char *directory;   /* where it is to run */
+    const char *device_name; /* what to make; NULL: nothing is held back */
 };
 
 struct sharefs_entry {
@@ -106,23 +107,89 @@ struct swmgmt_revision {
 
 /* ---- data objects ---- */
 
+/* Both NULL at first. Set by the method, whose strings they stay; the library only reads it. */
 extern struct hold_dev_record hold_dev;
 extern struct sharefs_entry *sfs_top;
 extern struct sharefs_entry *sfs_current;
 
 /* ---- shell commands and formatted strings ---- */
 
+/*
+ * Runs a shell command, waits for it and records what it said. The shell does not expand file names in it,
+ * and its standard error counts as output. Returns 0 when the command exited with status 0, otherwise 1.
+ *
+ * The output as it is recorded begins with a newline. Then follow the lines, each with its newline and
+ * without leading blanks (tabs stay). Of a line longer than 511 characters every 511 characters count as a
+ * line. A NUL ends its line: the rest of it, with its newline, is dropped. An output of any size is kept
+ * whole.
+ *
+ *   success, silent          0, nothing recorded
+ *   success with output      0, error 92 with the text "METHOD:: OUTPUT"
+ *   failure, silent          1, nothing recorded
+ *   failure with output      1, error 92 (method, command, output)
+ *   could not be started     1, error 91 (method, command, reason); too long for the system is such a reason
+ *   could not be waited for  1, error 92 (method, command, reason), then with output error 92 as above
+ *   memory is out            1, error 92 (method, command, reason); the command has ended, its output is lost
+ */
 int do_systemcmd(const char *command, const char *method);
+
+/*
+ * Format like printf into a new string of exactly the size that is needed, which the caller frees. Return the
+ * number of characters, which is 0 for an empty text, too. On failure (memory is out, a value cannot be
+ * formatted, the text would be longer than an int can count) *result is NULL and 0 is returned.
+ * The first call opens /dev/null, which stays open until the process ends.
+ */
 int sprintf_alloc(char **result, const char *format, ...);
 int vsprintf_alloc(char **result, const char *format, va_list args);
 
 /* ---- file tree ---- */
 
+/* Nothing here records an error. */
+
+/*
+ * Creates a directory and every missing parent, each with mode 02755 whatever the file-creation mask. The
+ * string is cut during the call and whole again afterwards. Parents that were made before a failure stay.
+ * Returns 0: made; -3: there was something of that name already, which is left as it is; -1: relative to a
+ * directory that is gone, or empty; otherwise the errno of the failed mkdir (EEXIST for a path that ends in a
+ * slash and whose parent had to be made: the directory is there).
+ */
 int mkdir_path(char *path);
+
+/*
+ * Makes a symbolic link that holds `target`, and the directory for it like mkdir_path. Returns 0 also when
+ * the two strings are equal (nothing is done) or something of that name is there already (it is left as it
+ * is, even a link that points elsewhere); -1 when the link could not be made, with the reason in errno.
+ */
 int mklink(const char *target, const char *link_path);
+
+/*
+ * Copies a file with cp(1), making the destination's directory first like mkdir_path. Both paths must be
+ * absolute; they go to the shell as they are. Returns the status of system() for the copy, 0 when it is done;
+ * -1 when a path is NULL or not absolute and nothing was run.
+ */
 int copyfile(const char *destination, const char *source);
+
+/*
+ * The same for a tree, with cp -r. When destination and source end in the same name, the destination string
+ * itself is cut behind its last slash, so that the tree lands in that directory under its own name. Any other
+ * destination that exists already gets the tree inside it, as cp does.
+ */
 int copytree(char *destination, const char *source);
+
+/*
+ * Makes devices: runs "./MAKEDEV DEVICE_NAME" in the directory, then returns to the old working directory. A
+ * name that begins with "st8" means "st0". After a name that begins with "st0" the request in hold_dev is
+ * made, too; a held-back name must not begin with "st0" or "st8" itself, or this never ends. Always returns
+ * 0: a directory or script that is missing or fails is not told, and without the directory the script is
+ * looked for in the working directory.
+ */
 int makedevs(const char *directory, const char *device_name);
+
+/*
+ * Sets the entry of a table whose lines begin with a key and a value, fields separated by blanks and tabs,
+ * "#" beginning a comment (/etc/hosts, /etc/ethers): the line of that key is replaced, or one is added.
+ * Returns 0 or the negative status of the table interface (tables.h).
+ */
 int set_hosts(const char *table, const char *key, const char *value);
 
 /* ---- software-management errors, RPC probe ---- */
@@ -134,6 +201,18 @@ void tmo_routine(int signal);
 
 /* ---- mount table, mounting ---- */
 
+/*
+ * Set the line of a device or remote resource in a mount table: the line whose first field equals the
+ * resource is replaced, or one is added. mntadd writes the seven columns of /etc/vfstab (device to mount,
+ * device to check, mount point, type, check pass, mount at boot, options), mntadd4x the six columns of a 4.x
+ * release's fstab in the order given. A column that is NULL or empty is written as "-".
+ *
+ * The host of a resource HOST:PATH is turned to lower case, in the table and in the caller's own string,
+ * which must be writable; it may be NULL. Lines that begin with "#" are left alone.
+ *
+ * Return 0 or the negative status of the table interface (tables.h): -26 locked by somebody else, otherwise
+ * minus an errno. Nothing is recorded.
+ */
 int mntadd(const char *vfstab, char *resource, const char *fsckdev, const char *mountpt, const char *fstype,
            const char *fsckpass, const char *mountatboot, const char *mntopts);
 int mntadd4x(const char *vfstab, char *col0, const char *col1, const char *col2, const char *col3,
@@ -157,11 +236,46 @@ int enable_nfs_file_serving(const char *method);
 
 /* ---- bootparams ---- */
 
+/*
+ * An entry is one line of text, "NAME KEY=SERVER:PATH KEY=SERVER:PATH ...", its items separated by blanks,
+ * tabs or newlines. KEY=VALUE without a colon is an item without a server. A key is found wherever its name
+ * stands before an equals sign, also at the end of a longer word. Texts may be of any length.
+ */
+
+/*
+ * Stores the number of a client kind ("DISKLESS", "CACHELET", "DATALESS", "DISKFULL", "OS_SERVER", "UNKNOWN";
+ * capitals count) and returns 1; returns 0 and stores nothing for any other word.
+ */
 int get_client_index(const char *kind, int *index);
+
+/*
+ * Takes an entry apart. Every result is optional (NULL: not wanted); what is stored is a new string of the
+ * caller's, the empty string where the entry says nothing.
+ *
+ *   server                 first server among those of "root", "swap" and "dump"
+ *   exec_server            first server among those of "exec" and "kvm"
+ *   *_path, boottype, swapsize
+ *                          what follows the colon of that key's first item with a server; without such an
+ *                          item, the value of its first item
+ *   install_server         server of "install"; without one, that of "root" if the root path holds
+ *                          "/export/exec/kvm/" with two characters or more on each side
+ *   install_config_server  server of "install_config"
+ *
+ * Returns 0; 1 when `server` or `exec_server` is wanted and there is none; -1 when the entry holds no item of
+ * a known key (the above and "term"), with everything stored all the same. Also -1, and nothing is stored,
+ * when the entry is NULL or empty or memory is out: set the strings to NULL before the call.
+ */
 int parse_bootparams_entry(const char *entry, char **server, char **exec_server, char **root_path,
                            char **swap_path, char **dump_path, char **exec_path, char **kvm_path,
                            char **boottype, char **swapsize, char **install_server, char **install_path,
                            char **install_config_server, char **install_config_path);
+/*
+ * Returns a copy of an entry with the first item of `key` set to "KEY=SERVER:PATH", or added at the end, or
+ * removed when server and path are both NULL or empty. The item goes together with the one blank, tab or
+ * newline behind it, so a removal can leave two blanks; white space at the end goes. Without the item there
+ * is nothing to remove, and the copy is unchanged. The caller frees the result; it is NULL when memory is
+ * out.
+ */
 char *edit_bootparams_entry(const char *entry, const char *key, const char *server, const char *path);
 
 /*
@@ -292,19 +406,77 @@ int start_daemon(const char *path, const char *args);
 
 /* ---- identity and paths ---- */
 
+/* Asks the platform for this host's name, for the library's own use. */
 void get_hostname(void);
+
+/*
+ * Reads the method's arguments "instruction_set", "implementation_arch" (both turned to lower case),
+ * "os_name" and "os_version" into new strings of the caller's. Returns 0, or the position (1 to 4) of the
+ * first one that is missing or for which memory is out; nothing is stored then. Records nothing.
+ */
 int get_arch_strings(char **inst_set, char **impl_arch, char **os_name, char **os_version);
+
+/* The argument's name for such a position, NULL for any other number. */
 const char *arch_xlate(int code);
+
+/*
+ * The file name of the boot program that a client of that identity loads: "boot.ARCH.OS.VERSION" for a
+ * version that begins with "4." on an instruction set that begins with "kel3" or "kel4", otherwise
+ * "inetboot.ARCH.OS_VERSION". It lies in a buffer of the library, which the next call changes. NULL when
+ * memory is out. Mind the order of the arguments.
+ */
 const char *make_boot_name(const char *os_version, const char *os_name, const char *inst_set,
                            const char *impl_arch);
+/*
+ * The defaulting functions check a client's identity and paths and fill in what is missing. What they do not
+ * accept they record, and then end the process with exit(1) (so they do without a record when memory is out):
+ *
+ *   an identity string is NULL or empty         error 1 (method, argument name)
+ *   a path is not absolute                      error 10 (method, path, argument name)
+ *
+ * A path is given by the address of the caller's string pointer; NULL for that address means that the path is
+ * not wanted. A string that is NULL or empty asks for the default, and the pointer is set to a new string
+ * that the caller frees. A string that is kept loses its trailing slashes in place, so it must be writable;
+ * "/" stays.
+ *
+ * default_boot_paths, for a client that boots from its root on this server:
+ *   boot_file  default make_boot_name(); a given one is not looked at
+ *   root_path  default "root/HOST"; argument name "rootpath"
+ *   swap_path  default "swap/HOST"; argument name "swappath"
+ *   dump_path  none by default
+ * The defaults of root and swap are relative and so are never accepted, nor is "/" alone: pass both. A dump
+ * path that equals the swap path or the host's name means none and, like a missing one, is set to an empty
+ * string that must not be freed. A dump path may be relative; one of a single character, or one without an
+ * absolute swap path, is error 10 (method, swap path, "dumppath").
+ *
+ * default_install_paths, for a client that boots from installation media:
+ *   install_hierarchy  default "/cdrom/cdrom0/s0", then also the method's output "install_hierarchy"
+ *   boot_file          as above
+ *   root_path          default what the install method says (see below), then also the method's output
+ *                      "rootpath"; needs install_hierarchy. Argument name "rootpath"
+ */
 void default_boot_paths(const char *method, const char *host, const char *inst_set, const char *impl_arch,
                         const char *os_name, const char *os_version, char **boot_file, char **root_path,
                         char **swap_path, char **dump_path);
+
+/*
+ * Asks the method install/get_os_pathnames on `host` where in the install hierarchy `dirpath` the root and
+ * the boot program for an identity lie, and keeps the answer for the rest of the process: as long as the
+ * identity is the same, host and hierarchy are not looked at again. Four empty identity strings are answered
+ * without asking. Always returns 0; a failure ends the process with exit(1):
+ *
+ *   the method could not be run     error 56 (method, "get_os_pathnames", host, reason)
+ *   it returned no row              error 66 (method, host, and the four identity strings), marked clean
+ */
 int get_install_os_pathnames(const char *method, const char *host, const char *dirpath, const char *inst_set,
                              const char *impl_arch, const char *os_name, const char *os_version);
+
+/* Asks likewise. The path of the boot program, a new string of the caller's; NULL when memory is out. */
 char *install_bootprog_location(const char *method, const char *host, const char *dirpath,
                                 const char *inst_set, const char *impl_arch, const char *os_name,
                                 const char *os_version);
+
+/* See default_boot_paths. */
 void default_install_paths(const char *method, const char *host, const char *inst_set, const char *impl_arch,
                            const char *os_name, const char *os_version, char **install_hierarchy,
                            char **boot_file, char **root_path);
