@@ -82,6 +82,11 @@ int Call::fail(std::string_view text, int code) const {
     return failed;
 }
 
+int Call::refuse(std::string_view text) const {
+    append_answer(framework::invalid_line(text));
+    return failed;
+}
+
 void Call::progress(std::string_view text) const {
     if (isatty(STDERR_FILENO) == 1)
         std::fprintf(stderr, "%s: %s\n", method().c_str(), std::string(text).c_str());

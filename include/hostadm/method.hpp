@@ -87,6 +87,9 @@ public:
 
     // Records an error "METHOD: TEXT" and returns 1, to be returned by the method.
     int fail(std::string_view text, int code = own_error) const;
+    // Refuses arguments that do not fit together, before anything was done: the run counts as invalid (exit
+    // status 2) like one whose arguments were not accepted. Returns 1, to be returned by the method.
+    int refuse(std::string_view text) const;
     // Says on standard error what is being done, if that is a terminal.
     void progress(std::string_view text) const;
     // Marks that something is left half done (ADM_DIRTY) and says what, in a line of its own.
