@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: MIT
+// Does an RPC program on a host answer within a time limit?
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <rpc/rpc.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csetjmp>
+#include <csignal>
+#include <cstring>
+#include <optional>
+
+#include "hostadm.h"
+#include "support/text.hpp"
+
+namespace {
+
+using namespace hostadm;
+
+enum Result { answered = 0, no_answer = 1, unknown_host = 2, no_client_in_time = 3, bad_arguments = -1 };
+
+sigjmp_buf env_alrm;
+
+// xdr_void with the type that a call wants.
+bool_t nothing(XDR *, ...) {
+    return xdr_void();
+}
+
+class Client {
+public:
+    explicit Client(CLIENT *client) : client_(client) {}
+    ~Client() {
+        if (client_ != nullptr)
+            clnt_destroy(client_);
+    }
+    Client(const Client &) = delete;
+    Client &operator=(const Client &) = delete;
+
+    bool exists() const { return client_ != nullptr; }
+    // Calls a procedure; how that went is what the client's error record says.
+    template <typename Argument, typename Answer>
+    rpc_err call(rpcproc_t procedure, xdrproc_t encode, Argument *argument, xdrproc_t decode, Answer *answer,
+                 timeval limit) {
+        rpc_err error = {};
+        clnt_call(client_, procedure, encode, reinterpret_cast<char *>(argument), decode,
+                  reinterpret_cast<char *>(answer), limit);
+        clnt_geterr(client_, &error);
+        return error;
+    }
+
+private:
+    CLIENT *client_;
+};
+
+// Absent when the host is neither a dotted address nor known by name.
+std::optional<sockaddr_in> address_of(const char *host) {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = inet_addr(host);
+    if (address.sin_addr.s_addr != INADDR_NONE)
+        return address;
+    const hostent *found = gethostbyname(host);
+    if (found == nullptr)
+        return std::nullopt;
+    if (found->h_addrtype == AF_INET && found->h_addr_list[0] != nullptr)
+        std::memcpy(&address.sin_addr, found->h_addr_list[0], sizeof address.sin_addr);
+    else
+        address.sin_family = AF_UNSPEC;
+    return address;
+}
+
+// Asks the host's port mapper for the program's UDP port and puts it into the address. The RPC library would
+// do that itself for a port of 0, but it blocks every signal meanwhile and waits a minute for a silent port
+// mapper.
+Result find_port(sockaddr_in &address, unsigned long program, unsigned long version, timeval limit) {
+    sockaddr_in mapper_address = address;
+    mapper_address.sin_port = htons(PMAPPORT);
+    int socket = RPC_ANYSOCK;
+    Client mapper(
+        clntudp_bufcreate(&mapper_address, PMAPPROG, PMAPVERS, limit, &socket, UDPMSGSIZE, UDPMSGSIZE));
+    if (!mapper.exists())
+        return no_answer;
+    pmap wanted = {program, version, IPPROTO_UDP, 0};
+    unsigned short port = 0;
+    const rpc_err error = mapper.call(PMAPPROC_GETPORT, reinterpret_cast<xdrproc_t>(xdr_pmap), &wanted,
+                                      reinterpret_cast<xdrproc_t>(xdr_u_short), &port, limit);
+    if (error.re_status == RPC_TIMEDOUT)
+        return no_client_in_time;
+    address.sin_port = htons(port);
+    const bool no_mapper = error.re_status != RPC_SUCCESS && error.re_errno == ECONNREFUSED;
+    return port != 0 || no_mapper ? answered
+                                  : no_answer; // without a mapper the library gives up at once, too
+}
+
+// Makes the client within the time limit. Nothing here may need a destructor: the alarm jumps over it.
+Result create_client(sockaddr_in *address, unsigned long program, unsigned long version, timeval limit,
+                     CLIENT **client) {
+    struct sigaction ours = {};
+    struct sigaction previous;
+    ours.sa_handler = tmo_routine;
+    sigaction(SIGALRM, &ours, &previous);
+    if (sigsetjmp(env_alrm, 1) != 0) { // with the signal mask, in which SIGALRM is blocked during its handler
+        sigaction(SIGALRM, &previous, nullptr);
+        return no_client_in_time;
+    }
+    int socket = RPC_ANYSOCK;
+    alarm(static_cast<unsigned int>(limit.tv_sec));
+    *client = clntudp_create(address, program, version, limit, &socket);
+    alarm(0);
+    sigaction(SIGALRM, &previous, nullptr);
+    return *client == nullptr ? no_answer : answered;
+}
+
+} // namespace
+
+int rpc_ping(const char *host, unsigned long program, unsigned long version, int timeout) {
+    const pid_t child = fork();
+    if (child == -1)
+        return -1;
+    if (child == 0)
+        _exit(rpc_pinghost(host, program, version, timeout));
+    int status = 0;
+    pid_t ended;
+    do
+        ended = wait(&status); // for whichever child ends first: another one's end hides the answer
+    while (ended == -1 && errno == EINTR);
+    if (ended != child || (status & 0xff) != 0)
+        return -1;
+    return (status >> 8) & 0xff;
+}
+
+int rpc_pinghost(const char *host, unsigned long program, unsigned long version, int timeout) {
+    if (is_empty(host) || program == 0 || version == 0)
+        return bad_arguments;
+    std::optional<sockaddr_in> address = address_of(host);
+    if (!address)
+        return unknown_host;
+    if (address->sin_family != AF_INET || timeout <= 0) // without any time nobody can answer
+        return no_answer;
+    timeval limit = {timeout, 0};
+    if (const Result found = find_port(*address, program, version, limit); found != answered)
+        return found;
+    CLIENT *created = nullptr;
+    if (const Result made = create_client(&*address, program, version, limit, &created); made != answered)
+        return made;
+    Client client(created);
+    const rpc_err error = client.call(NULLPROC, nothing, static_cast<char *>(nullptr), nothing,
+                                      static_cast<char *>(nullptr), limit);
+    return error.re_status == RPC_SUCCESS ? answered : no_answer;
+}
+
+void tmo_routine(int) {
+    siglongjmp(env_alrm, 1);
+}
