@@ -33,6 +33,12 @@ bool try_lock(int folder) {
 [[noreturn]] void wait_in_line(int folder, std::chrono::microseconds patience) {
     constexpr int microseconds = 1'000'000;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    // Any other descriptor kept open here could hold something up: a pipe's end, or the very lock when a
+    // thread of this process has it.
+    const auto number = static_cast<unsigned>(folder);
+    if (number > 0)
+        close_range(0, number - 1, 0);
+    close_range(number + 1, ~0U, 0);
     std::signal(SIGALRM, SIG_DFL);
     const itimerval timer{{0, 10'000},
                           {static_cast<time_t>(patience.count() / microseconds),
