@@ -42,6 +42,11 @@ void add_invocation(CLI::App &command, Invocation &invocation);
 // Runs the method. What is wrong with the words is an outcome too (Status::invalid).
 framework::Outcome perform(const Invocation &invocation);
 
+// Its parts: what came out, as JSON; outputs and rows on standard output; errors on standard error.
+framework::Json json_of(const std::string &method, const framework::Outcome &outcome);
+void print_results(const framework::Answer &answer);
+void print_errors(const std::string &method, const framework::Outcome &outcome);
+
 // Prints what came out: results to standard output, errors to standard error. Returns the exit status.
 int report(const Invocation &invocation, const framework::Outcome &outcome);
 

@@ -61,6 +61,26 @@ Json object_of(const framework::Values &values) {
     return object;
 }
 
+// Rows may differ in their columns; each column stands where it was first seen.
+Table table_of(const std::vector<framework::Values> &rows) {
+    std::vector<std::string> headings;
+    for (const framework::Values &row : rows)
+        for (const auto &[name, value] : row)
+            if (std::find(headings.begin(), headings.end(), name) == headings.end())
+                headings.push_back(name);
+    Table table(headings);
+    for (const framework::Values &row : rows) {
+        std::vector<std::string> cells(headings.size());
+        for (const auto &[name, value] : row)
+            cells[static_cast<std::size_t>(std::find(headings.begin(), headings.end(), name) -
+                                           headings.begin())] = value;
+        table.add(std::move(cells));
+    }
+    return table;
+}
+
+} // namespace
+
 Json json_of(const std::string &method, const Outcome &outcome) {
     constexpr const char *words[] = {"done", "failed", "invalid"};
     Json json = {{"method", framework::to_json(method)},
@@ -80,24 +100,6 @@ Json json_of(const std::string &method, const Outcome &outcome) {
         for (const std::string &text : outcome.answer.left_undone)
             json["left_undone"].push_back(framework::to_json(text));
     return json;
-}
-
-// Rows may differ in their columns; each column stands where it was first seen.
-Table table_of(const std::vector<framework::Values> &rows) {
-    std::vector<std::string> headings;
-    for (const framework::Values &row : rows)
-        for (const auto &[name, value] : row)
-            if (std::find(headings.begin(), headings.end(), name) == headings.end())
-                headings.push_back(name);
-    Table table(headings);
-    for (const framework::Values &row : rows) {
-        std::vector<std::string> cells(headings.size());
-        for (const auto &[name, value] : row)
-            cells[static_cast<std::size_t>(std::find(headings.begin(), headings.end(), name) -
-                                           headings.begin())] = value;
-        table.add(std::move(cells));
-    }
-    return table;
 }
 
 void print_results(const framework::Answer &answer) {
@@ -126,8 +128,6 @@ void print_errors(const std::string &method, const Outcome &outcome) {
     if (outcome.answer.dirty && outcome.answer.left_undone.empty())
         print_error(method, "a change is left half done: undoing it after the failure failed too");
 }
-
-} // namespace
 
 void add_invocation(CLI::App &command, Invocation &invocation) {
     command.add_option("method", invocation.method, "CLASS/METHOD; `hostadm list` shows them")->required();

@@ -16,6 +16,23 @@
 
 namespace hostadm::platform {
 
+namespace {
+
+bool is_nfs(std::string_view type) {
+    return type == "nfs" ||
+           (type.size() == 4 && type.substr(0, 3) == "nfs" && type[3] >= '2' && type[3] <= '4');
+}
+
+// A throwaway root shows every file system as a layer over it, whose source tells what lies below.
+std::string original_type(const std::string &type, const std::string &source) {
+    constexpr std::string_view mark = "hostadm-sandbox:";
+    const bool is_layer = type == "overlay" && source.compare(0, mark.size(), mark) == 0;
+    const std::string original = is_layer ? source.substr(mark.size()) : type;
+    return is_nfs(original) ? "nfs" : original;
+}
+
+} // namespace
+
 std::optional<std::string> type_of_mount(std::istream &mountinfo, unsigned long long mount_id) {
     // ID PARENT MAJOR:MINOR ROOT MOUNT-POINT OPTIONS [OPTIONAL FIELD]... - TYPE SOURCE SUPER-OPTIONS
     for (std::string line; std::getline(mountinfo, line);) {
@@ -26,8 +43,9 @@ std::optional<std::string> type_of_mount(std::istream &mountinfo, unsigned long 
             continue;
         while (words >> word && word != "-") {
         }
-        if (words >> word)
-            return word;
+        std::string type, source;
+        if (words >> type >> source)
+            return original_type(type, source);
     }
     return std::nullopt;
 }

@@ -82,7 +82,8 @@ int sysv_psinfo(int process_fd, struct sysv_psinfo *info);
 /*
  * Writes the type name of the file system that holds path into name, a buffer of size bytes: "ext4", "tmpfs",
  * "overlay" and so on as the mount table has it, and "nfs" for NFS of any version. Symbolic links are
- * followed. Returns 0.
+ * followed. In a throwaway root (hostadm/sandbox.hpp) it is the type of the file system that is shown there.
+ * Returns 0.
  *
  * Returns -1 with errno
  *   ERANGE  the name with its NUL does not fit; it is never cut;
