@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#include "hostadm.h"
+#include "hostadm/method.hpp"
+
+namespace {
+
+using namespace hostadm::method;
+
+const Description description{
+    .name = "filesystem/mount",
+    .purpose = "mount a file system now, at boot, or both",
+    .arguments =
+        {{.name = "resource",
+          .kind = Kind::device,
+          .purpose = "what to mount: a device, or HOST:/PATH for NFS",
+          .required = true},
+         {.name = "mountpt", .kind = Kind::path, .purpose = "directory to mount it on", .required = true},
+         {.name = "fstype", .kind = Kind::word, .purpose = "file system type", .default_value = "ufs"},
+         {.name = "fsckdev",
+          .kind = Kind::device,
+          .purpose = "device to check before mounting, \"-\" for none; needed for every type but nfs"},
+         {.name = "fsckpass",
+          .kind = Kind::word,
+          .purpose = "when it is checked at boot: a number, \"-\" for never (2; - for nfs)"},
+         {.name = "mountatboot",
+          .kind = Kind::yes_no,
+          .purpose = "whether booting mounts it",
+          .default_value = "yes"},
+         {.name = "mntopts", .kind = Kind::options, .purpose = "mount options (rw; bg,hard,rw for nfs)"},
+         {.name = "takeeffect",
+          .kind = Kind::choice,
+          .purpose = "nowonly mounts, bootonly writes the table of mounts, nowandboot does both",
+          .default_value = "nowandboot",
+          .choices = {"nowonly", "bootonly", "nowandboot"}},
+         {.name = "vfstab",
+          .kind = Kind::path,
+          .purpose = "the table of mounts; a line for the same resource is replaced",
+          .default_value = "/etc/vfstab"}},
+};
+
+int work(Call &call) {
+    if (call.get("fstype") != "nfs" && !call.given("fsckdev"))
+        return call.fail(
+            "the argument fsckdev is missing: name the device to check, or give fsckdev=- for none", 1);
+    return mount_filesystem(call.get("resource").c_str(), call.get("fsckdev").c_str(),
+                            call.get("mountpt").c_str(), call.get("fstype").c_str(),
+                            call.get("fsckpass").c_str(), call.get("mountatboot").c_str(),
+                            call.get("mntopts").c_str(), call.get("takeeffect").c_str(),
+                            call.get("vfstab").c_str(), call.method().c_str());
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    return run(argc, argv, description, work);
+}

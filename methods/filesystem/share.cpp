@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+#include <string>
+
+#include "hostadm.h"
+#include "hostadm/method.hpp"
+
+namespace {
+
+using namespace hostadm::method;
+
+const Description description{
+    .name = "filesystem/share",
+    .purpose = "share a directory over NFS now, at boot, or both",
+    .arguments =
+        {{.name = "pathname", .kind = Kind::path, .purpose = "directory to share", .required = true},
+         {.name = "options",
+          .kind = Kind::options,
+          .purpose = "who may do what: ro, rw, rw=client1:client2, root=client1, anon=0",
+          .default_value = "rw"},
+         {.name = "description", .kind = Kind::text, .purpose = "words about the share, shown in its list"},
+         {.name = "fstype",
+          .kind = Kind::choice,
+          .purpose = "type of the share",
+          .default_value = "nfs",
+          .choices = {"nfs"}},
+         {.name = "takeeffect",
+          .kind = Kind::choice,
+          .purpose = "nowonly shares, bootonly writes /etc/dfs/dfstab, nowandboot does both; a line of "
+                     "/etc/dfs/dfstab for the same directory is replaced",
+          .default_value = "nowandboot",
+          .choices = {"nowonly", "bootonly", "nowandboot"}},
+         {.name = "force",
+          .kind = Kind::yes_no,
+          .purpose = "go on when it cannot be shared now, and note it in /etc/dfs/dfstab as a comment",
+          .default_value = "no"}},
+    .outputs = {{"pathname", "the directory, without links and dots: what was shared"}},
+};
+
+// As one word for the shell, which reads the description in the command and again in the table at each boot.
+std::string as_one_word(const std::string &text) {
+    constexpr char plain[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./:@%+,=-";
+    if (text.find_first_not_of(plain) == text.npos)
+        return text;
+    if (text.find('\'') == text.npos)
+        return "'" + text + "'";
+    std::string word = "\"";
+    for (const char character : text) {
+        if (std::string_view("\"\\$`").find(character) != std::string_view::npos)
+            word += '\\';
+        word += character;
+    }
+    return word + "\"";
+}
+
+int work(Call &call) {
+    const std::string words = as_one_word(call.get("description"));
+    return sharefs(call.get("fstype").c_str(), call.get("options").c_str(), words.c_str(),
+                   call.get("pathname").c_str(), call.get("takeeffect").c_str(), call.method().c_str(),
+                   call.get("force") == "yes" ? 1 : 0);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    return run(argc, argv, description, work);
+}

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+#include "hostadm.h"
+#include "hostadm/method.hpp"
+
+namespace {
+
+using namespace hostadm::method;
+
+const Description description{
+    .name = "filesystem/unmount",
+    .purpose = "unmount a file system now, at boot, or both",
+    .arguments = {{.name = "mountpt",
+                   .kind = Kind::path,
+                   .purpose = "directory that it is mounted on",
+                   .required = true},
+                  {.name = "takeeffect",
+                   .kind = Kind::choice,
+                   .purpose =
+                       "nowonly unmounts, bootonly removes the line from the table of mounts, nowandboot "
+                       "does both",
+                   .default_value = "nowandboot",
+                   .choices = {"nowonly", "bootonly", "nowandboot"}},
+                  {.name = "vfstab",
+                   .kind = Kind::path,
+                   .purpose = "the table of mounts",
+                   .default_value = "/etc/vfstab"}},
+};
+
+int work(Call &call) {
+    return unmount_filesystem(call.get("mountpt").c_str(), call.get("takeeffect").c_str(),
+                              call.get("vfstab").c_str(), call.method().c_str());
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    return run(argc, argv, description, work);
+}

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+#include <unistd.h>
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "hostadm.h"
+#include "hostadm/method.hpp"
+#include "support/running_program.hpp"
+
+namespace {
+
+using namespace hostadm::method;
+using hostadm::support::running_program;
+
+const Description description{
+    .name = "host/start_daemon",
+    .purpose = "start a daemon in the background, unless it runs",
+    .arguments = {{.name = "path",
+                   .kind = Kind::path,
+                   .purpose = "the daemon's program, such as /usr/lib/nfs/nfsd",
+                   .required = true},
+                  {.name = "args",
+                   .kind = Kind::text,
+                   .purpose =
+                       "its arguments, as in a shell command; in.rarpd and rpld always get -a instead"}},
+    .outputs = {{"state", "started, or running already"}, {"pid", "its process id, when it is seen running"}},
+};
+
+// A daemon needs a moment to come up, and to leave the shell that started it.
+std::optional<int> wait_for(const std::string &name) {
+    constexpr int tries = 20;
+    constexpr std::chrono::milliseconds pause(50);
+    std::optional<int> pid;
+    for (int i = 0; i < tries && !(pid = running_program(name)); ++i)
+        std::this_thread::sleep_for(pause);
+    return pid;
+}
+
+int work(Call &call) {
+    const std::string path = call.get("path");
+    const std::string name = path.substr(path.rfind('/') + 1);
+    if (access(path.c_str(), X_OK) != 0)
+        return call.fail("there is no program " + path + " to start; is its package installed?");
+    if (const auto pid = running_program(name)) {
+        call.set("state", "running already");
+        call.set("pid", std::to_string(*pid));
+        return 0;
+    }
+    if (start_daemon(path.c_str(), call.given("args") ? call.get("args").c_str() : nullptr) != 0)
+        return call.fail("cannot start " + path +
+                         ": no process can be made; the system is out of memory or of "
+                         "processes");
+    const auto pid = wait_for(name);
+    call.set("state", pid ? "started" : "started, but not seen running");
+    if (pid)
+        call.set("pid", std::to_string(*pid));
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    return run(argc, argv, description, work);
+}

@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: MIT
+// Whether a program runs, told apart from a command line that merely speaks of it.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace hostadm::support {
+
+// The id of a live process that was started as the program (a path whose last part is the name, also behind
+// an interpreter) or that bears its name. check_daemon also counts a command line that only holds the name,
+// such as the one that asks for the daemon to be started; here that would be in the way.
+std::optional<int> running_program(const std::string &name);
+
+} // namespace hostadm::support
