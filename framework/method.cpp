@@ -2,6 +2,7 @@
 // The method's side of include/hostadm/method.hpp.
 #include "hostadm/method.hpp"
 
+#include <algorithm>
 #include <clocale>
 #include <cstdio>
 #include <exception>
@@ -39,6 +40,19 @@ int finish(Call &call, const std::function<int(Call &)> &work) {
     } catch (const std::exception &failure) {
         return call.fail(failure.what());
     }
+}
+
+// An output that the description promises must have come, whoever was to return it.
+bool promises_kept(const Description &description) {
+    if (std::none_of(description.outputs.begin(), description.outputs.end(),
+                     [](const Field &field) { return field.required; }))
+        return true;
+    const auto answer = framework::read_answer();
+    const auto missing = framework::missing_output(description, framework::parse_answer(answer.value_or("")));
+    if (missing)
+        adm_err_setf(nullptr, framework::cannot_run, "%s: it did not return the output %s",
+                     Call(description).method().c_str(), missing->c_str());
+    return !missing;
 }
 
 constexpr int done = 0;
@@ -119,7 +133,7 @@ int run(int argc, char **argv, const Description &description, const std::functi
     framework::replace_request(*request);
     append_answer(framework::begin_line(description.name));
     Call call(description);
-    const int status = finish(call, work) == 0 ? done : failed;
+    const int status = finish(call, work) == 0 && promises_kept(description) ? done : failed;
     append_answer(framework::end_line(status));
     return status;
 }

@@ -22,6 +22,10 @@
 
 namespace hostadm::framework {
 
+// Codes of failures that no method recorded.
+inline constexpr int cannot_run = 101;       // unknown, not executable, crashed, or its answer makes no sense
+inline constexpr int invalid_argument = 102; // an argument was refused, nothing was done
+
 struct ErrorRecord {
     int code = 0;
     std::string text;

@@ -86,4 +86,8 @@ bool append_answer(const Json &line) {
     return attach() && write_all(answer_descriptor, line.dump() + "\n");
 }
 
+std::optional<std::string> read_answer() {
+    return attach() ? read_whole(answer_descriptor) : std::nullopt;
+}
+
 } // namespace hostadm::framework

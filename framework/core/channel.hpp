@@ -43,5 +43,7 @@ bool replace_request(const Request &request);
 
 // Adds a line to the answer. False when this process is no method or the line could not be stored.
 bool append_answer(const Json &line);
+// What has been answered so far.
+std::optional<std::string> read_answer();
 
 } // namespace hostadm::framework

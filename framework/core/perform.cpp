@@ -23,7 +23,7 @@ namespace {
 
 using Status = Outcome::Status;
 
-constexpr int describe_time_limit = 10; // seconds; a description is a text, it takes no work
+constexpr int describe_time_limit = 5; // seconds; a description is a text, it takes no work
 
 // Names of classes and methods; with no dot and no slash a name cannot lead out of the folder.
 bool is_method_word(std::string_view word) {
@@ -131,9 +131,6 @@ Outcome judge(Answer answer, const Ending &ending, const std::optional<method::D
 // On the other host `hostadm serve` takes the request from standard input and writes the answer to standard
 // output; its exit status is that of the run, 255 is ssh's own.
 Outcome perform_there(const Request &request, const std::string &host) {
-    const method::Argument name{.name = "host", .kind = method::Kind::host};
-    if (!is_accepted(name, host))
-        return {Status::invalid, {}, "the host cannot be \"" + host + "\"; it must be " + accepted(name)};
     const Descriptor input(sealed_file(to_text(request)));
     const Descriptor output = answer_file();
     if (!input.is_open() || !output.is_open())
@@ -242,6 +239,11 @@ Outcome perform_here(Request request) {
 Outcome perform(std::string_view method_class, std::string_view name, Request request,
                 const std::string &host) {
     request.method = method_class.empty() ? name : std::string(method_class) + "/" + std::string(name);
+    const method::Argument host_argument{.name = "host", .kind = method::Kind::host};
+    if (!host.empty() && !is_accepted(host_argument, host))
+        return {Status::invalid,
+                {},
+                "the host cannot be \"" + host + "\"; it must be " + accepted(host_argument)};
     if (!is_this_host(host))
         return perform_there(request, host);
     auto found = find_method(method_class, name);

@@ -14,10 +14,6 @@
 
 namespace hostadm::framework {
 
-// Codes of failures that no method recorded.
-inline constexpr int cannot_run = 101;       // unknown, not executable, crashed, or its answer makes no sense
-inline constexpr int invalid_argument = 102; // an argument was refused, nothing was done
-
 struct Outcome {
     enum class Status { done = 0, failed = 1, invalid = 2 };
     Status status = Status::failed;

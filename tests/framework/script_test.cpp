@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+// Methods that are shell scripts.
+#include <gmock/gmock.h>
+
+#include "support.hpp"
+
+namespace {
+
+using testing::StartsWith;
+using tests::MethodRun;
+
+TEST(Script, AnswersThroughTheCommand) {
+    testing::internal::CaptureStderr();
+    const MethodRun run("script", {{"host", "client1"}, {"mac", "8-0-20-1-2-3"}});
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "said by the script\n");
+    EXPECT_EQ(run.status, 0) << run.text();
+    EXPECT_EQ(run.field("greeting"), "hello client1");
+    EXPECT_EQ(run.field("mac"), "08:00:20:01:02:03");
+    ASSERT_EQ(run.rows(), 2u);
+    EXPECT_EQ(run.field("word") + "," + run.field("dash"), "hello,-");
+    adm_args_nextr(run.output);
+    EXPECT_EQ(run.field("word") + "," + run.field("dash"), "client1,a=b");
+}
+
+TEST(Script, TakesValuesThatBeginWithADash) {
+    EXPECT_EQ(MethodRun("script", {{"host", "c"}, {"greeting", "-n"}}).field("greeting"), "-n c");
+}
+
+TEST(Script, IsCheckedBeforeItRuns) {
+    EXPECT_THAT(MethodRun("script").text(),
+                StartsWith("the argument host is missing; it must be a host name"));
+    EXPECT_THAT(MethodRun("script", {{"host", "$(reboot)"}}).text(),
+                StartsWith("the argument host cannot be \"$(reboot)\""));
+    EXPECT_EQ(MethodRun("script", {{"host", "c"}, {"greeting", "bye"}}).text(),
+              "the argument greeting cannot be \"bye\"; it must be hello or -n");
+    EXPECT_EQ(MethodRun("script", {{"host", "c"}, {"hots", "d"}}).text(),
+              "there is no argument \"hots\"; it takes host, greeting, mac, end");
+}
+
+TEST(Script, RecordsErrors) {
+    const MethodRun run("script", {{"host", "c"}, {"end", "fail"}});
+    EXPECT_EQ(run.status, 12);
+    EXPECT_EQ(run.text(), "script: the host c does not answer");
+    EXPECT_EQ(run.field("greeting"), "hello c");
+    EXPECT_EQ(MethodRun("script", {{"host", "c"}, {"end", "undone"}}).status, 12);
+}
+
+TEST(Script, ThatFailsSilentlyIsSaidToHave) {
+    EXPECT_EQ(MethodRun("script", {{"host", "c"}, {"end", "silent"}}).text(),
+              "it ended with exit status 3 and recorded no error");
+}
+
+TEST(Script, ThatForgetsARequiredOutputHasFailed) {
+    EXPECT_EQ(MethodRun("script", {{"host", "c"}, {"end", "forget"}}).text(),
+              "it did not return the output greeting");
+}
+
+TEST(Script, ThatCannotDescribeItselfIsNotRun) {
+    EXPECT_EQ(MethodRun("undescribed").text(), "its description of itself cannot be used: it is no JSON");
+    EXPECT_EQ(MethodRun("failing_description").text(),
+              "asked to describe itself, it ended with exit status 4");
+    EXPECT_EQ(MethodRun("unknown_kind").text(),
+              "its description of itself cannot be used: argument a is of the unknown kind \"colour\"");
+}
+
+TEST(Script, ThatHangsWhenAskedToDescribeItselfIsKilled) {
+    EXPECT_EQ(MethodRun("hanging_description").text(),
+              "asked to describe itself, it did not end in time and was killed");
+}
+
+} // namespace
