@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
+#include <fstream>
 #include <map>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -105,13 +106,24 @@ bool is_command(const std::string &path) {
     return access(path.c_str(), X_OK) == 0;
 }
 
-// What a command of the live system says when it is asked for its list, without arguments.
-std::string live_list(const std::string &path) {
-    const Descriptor output(memfd_create("hostadm-list", MFD_CLOEXEC));
-    if (!is_command(path) || !output.is_open())
+// What the live system shares. Without arguments the command only tells.
+std::string live_shares() {
+    const std::string share = "/usr/sbin/share";
+    const Descriptor output(memfd_create("hostadm-shares", MFD_CLOEXEC));
+    if (!is_command(share) || !output.is_open())
         return {};
-    framework::run({.words = {path}, .descriptors = {{STDOUT_FILENO, output.get()}}, .time_limit = 30});
+    framework::run({.words = {share}, .descriptors = {{STDOUT_FILENO, output.get()}}, .time_limit = 30});
     return framework::read_whole(output.get()).value_or("");
+}
+
+// What the live system has mounted, as the mount command tells it.
+std::string live_mounts() {
+    std::ifstream table("/proc/self/mounts");
+    std::string list;
+    for (std::string device, point, type, options, rest; table >> device >> point >> type >> options;
+         std::getline(table, rest))
+        list += device + " on " + point + " type " + type + " (" + options + ")\n";
+    return list;
 }
 
 // A daemon that is to be started by the path given is recorded like those known by name.
@@ -137,9 +149,8 @@ std::vector<sandbox::PlacedFile> stand_ins(const Invocation &invocation) {
     for (const auto &[path, script] : scripts)
         files.push_back({path, script, 0755});
     files.push_back({notes + "/commands", "", 0666});
-    files.push_back({notes + "/shares", live_list("/usr/sbin/share"), 0666});
-    files.push_back({notes + "/mounts",
-                     live_list(is_command("/usr/sbin/mount") ? "/usr/sbin/mount" : "/usr/bin/mount"), 0666});
+    files.push_back({notes + "/shares", live_shares(), 0666});
+    files.push_back({notes + "/mounts", live_mounts(), 0666});
     return files;
 }
 
