@@ -1,0 +1,341 @@
+// SPDX-License-Identifier: MIT
+#include "packages/package.hpp"
+
+#include <cctype>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <linux/openat2.h>
+#include <set>
+#include <sstream>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace compat {
+namespace {
+
+template <typename Number> std::optional<Number> number(const std::string &word, int base = 10) {
+    Number value = 0;
+    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value, base);
+    if (error != std::errc() || end != word.data() + word.size())
+        return std::nullopt;
+    return value;
+}
+
+// Takes the words of a line one after another.
+class Words {
+public:
+    explicit Words(std::vector<std::string> words) : words_(std::move(words)) {}
+    const std::string &next() {
+        if (at_ == words_.size())
+            throw Failure("too few words");
+        return words_[at_++];
+    }
+    template <typename Number> Number next_number(int base = 10) {
+        const std::string &word = next();
+        if (const auto value = number<Number>(word, base))
+            return *value;
+        throw Failure("\"" + word + "\" is no number");
+    }
+    bool next_is_number() const { return at_ < words_.size() && number<unsigned>(words_[at_]).has_value(); }
+    bool empty() const { return at_ == words_.size(); }
+
+private:
+    std::vector<std::string> words_;
+    size_t at_ = 0;
+};
+
+bool is_package_name(const std::string &name) {
+    return !name.empty() && name.size() <= 64 && std::isalpha(static_cast<unsigned char>(name[0])) &&
+           name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789+-_") ==
+               std::string::npos;
+}
+
+// Without empty and "." words; throws when a word leads upwards.
+std::string clean_path(const std::string &path) {
+    std::string clean;
+    for (const std::string &part : split(path, '/')) {
+        if (part == "..")
+            throw Failure("the path " + path + " leads out of its directory");
+        if (!part.empty() && part != ".")
+            clean += "/" + part;
+    }
+    return clean.empty() ? "/" : clean;
+}
+
+} // namespace
+
+void Checksum::add(std::string_view bytes) {
+    for (const char byte : bytes)
+        total_ += static_cast<unsigned char>(byte);
+}
+
+unsigned Checksum::value() const {
+    const uint64_t low = total_ & 0xffffffffU;
+    const uint64_t folded = (low & 0xffffU) + (low >> 16U);
+    return static_cast<unsigned>((folded & 0xffffU) + (folded >> 16U));
+}
+
+Measure measure(const Descriptor &file, const std::string &path) {
+    Checksum sum;
+    Measure result;
+    char piece[65536];
+    for (ssize_t count; (count = read(file.get(), piece, sizeof piece)) != 0;) {
+        if (count < 0)
+            fail_with_errno(path);
+        sum.add({piece, static_cast<size_t>(count)});
+        result.size += static_cast<size_t>(count);
+    }
+    result.sum = sum.value();
+    return result;
+}
+
+std::vector<std::string> words_of(const std::string &line) {
+    std::istringstream stream(line);
+    std::vector<std::string> words;
+    for (std::string word; stream >> word;)
+        words.push_back(word);
+    return words;
+}
+
+std::map<std::string, std::string> parse_settings(std::string_view text) {
+    std::map<std::string, std::string> settings;
+    for (std::string &line : split(text, '\n')) {
+        const size_t equals = line.find('=');
+        if (line.starts_with('#') || equals == std::string::npos)
+            continue;
+        std::string value = line.substr(equals + 1);
+        while (!value.empty() && std::isspace(static_cast<unsigned char>(value.back())))
+            value.pop_back();
+        if (value.size() >= 2 && (value.front() == '"' || value.front() == '\'') &&
+            value.front() == value.back())
+            value = value.substr(1, value.size() - 2);
+        settings[line.substr(0, equals)] = value;
+    }
+    return settings;
+}
+
+Package::Package(std::string directory, const std::string &base) : directory_(std::move(directory)) {
+    opened_ = Descriptor(open(directory_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!opened_)
+        throw Failure(directory_ + ": no such package (" + std::strerror(errno) + ")");
+    for (const auto &[file, text] : {std::pair{"pkginfo", &info_text_}, std::pair{"pkgmap", &map_text_}}) {
+        const Descriptor source = open_below(file);
+        if (!source)
+            throw Failure(directory_ + ": no package, it has no file " + file);
+        *text = read_all(source.get(), directory_ + "/" + file);
+    }
+    settings_ = parse_settings(info_text_);
+    name_ = setting("PKG");
+    if (!is_package_name(name_))
+        throw Failure(directory_ + "/pkginfo: PKG=\"" + name_ + "\" is no package name");
+    for (const char *const needed : {"ARCH", "VERSION"})
+        if (setting(needed).empty())
+            fail(std::string("pkginfo has no ") + needed);
+    const std::string wanted = base.empty() ? setting("BASEDIR", "/") : base;
+    if (!wanted.starts_with('/'))
+        fail("the base directory " + wanted + " is not absolute");
+    base_ = clean_path(wanted);
+    settings_["BASEDIR"] = base_;
+    settings_["PKGINST"] = name_;
+    parse_map();
+    refuse_scripts();
+}
+
+void Package::fail(const std::string &text) const {
+    throw Failure(name_ + ": " + text);
+}
+
+std::string Package::setting(const std::string &key, const std::string &otherwise) const {
+    const auto found = settings_.find(key);
+    return found == settings_.end() || found->second.empty() ? otherwise : found->second;
+}
+
+// Nothing in a package may be reached through a link: it would lead out of it.
+Descriptor Package::open_below(const std::string &relative) const {
+    open_how how = {};
+    how.flags = O_RDONLY | O_CLOEXEC;
+    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
+    Descriptor file(
+        static_cast<int>(syscall(SYS_openat2, opened_.get(), relative.c_str(), &how, sizeof how)));
+    struct stat info = {};
+    if (file && (fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)))
+        file.reset();
+    return file;
+}
+
+// Replaces "$NAME" at the beginning of the word or of a part of a path by the package's setting.
+std::string Package::expand(const std::string &word) const {
+    std::string result;
+    for (size_t at = 0; at < word.size();) {
+        if (word[at] != '$' || (at > 0 && word[at - 1] != '/')) {
+            result += word[at++];
+            continue;
+        }
+        size_t end = at + 1;
+        while (end < word.size() && (std::isalnum(static_cast<unsigned char>(word[end])) || word[end] == '_'))
+            ++end;
+        const std::string value = setting(word.substr(at + 1, end - at - 1));
+        if (value.empty())
+            throw Failure("pkginfo has no value for " + word.substr(at, end - at));
+        result += value;
+        at = end;
+    }
+    return result;
+}
+
+std::string Package::place_of(const std::string &written) const {
+    const std::string expanded = expand(written);
+    return clean_path(expanded.starts_with('/') ? expanded : base_ + "/" + expanded);
+}
+
+Entry Package::parse_line(std::vector<std::string> line) const {
+    Words words(std::move(line));
+    Entry entry;
+    if (words.next_is_number())
+        entry.part = words.next_number<unsigned>();
+    const std::string type = words.next();
+    if (type.size() != 1 || std::strchr("fevdxslbcpi", type[0]) == nullptr)
+        throw Failure("unknown type \"" + type + "\"");
+    entry.type = type[0];
+    if (entry.type != 'i')
+        entry.class_name = words.next();
+    entry.written = words.next();
+    if (entry.type == 's' || entry.type == 'l') {
+        const size_t equals = entry.written.find('=');
+        if (equals == std::string::npos || equals + 1 == entry.written.size())
+            throw Failure("the link " + entry.written + " has no target");
+        entry.target = entry.written.substr(equals + 1);
+        entry.written.resize(equals);
+        if (entry.type == 'l')
+            entry.target = place_of(entry.target);
+    }
+    if (entry.type == 'i') {
+        if (entry.written.find('/') != std::string::npos)
+            throw Failure("the information file " + entry.written + " has a directory");
+    } else {
+        entry.path = place_of(entry.written);
+        if (entry.path == "/" && !entry.is_directory())
+            throw Failure("\"" + entry.written + "\" is no place for a file");
+    }
+    if (entry.type == 'b' || entry.type == 'c') {
+        entry.major = words.next_number<unsigned>();
+        entry.minor = words.next_number<unsigned>();
+    }
+    if (std::strchr("fevdxbcp", entry.type) != nullptr) {
+        const std::string mode = expand(words.next());
+        if (mode != "?") {
+            entry.mode = number<mode_t>(mode, 8);
+            if (!entry.mode || *entry.mode > 07777)
+                throw Failure("\"" + mode + "\" is no mode");
+        }
+        entry.owner = expand(words.next());
+        entry.group = expand(words.next());
+    }
+    if (entry.is_file() || entry.type == 'i') {
+        entry.size = words.next_number<uint64_t>();
+        entry.sum = words.next_number<unsigned>();
+        const std::string modified = words.empty() ? "?" : words.next();
+        entry.modified = number<time_t>(modified);
+        if (!entry.modified && modified != "?" && modified != "NONE")
+            throw Failure("\"" + modified + "\" is no time");
+    }
+    if (!words.empty())
+        throw Failure("too many words");
+    return entry;
+}
+
+void Package::parse_map() {
+    std::set<std::string> paths;
+    int number = 0;
+    for (const std::string &line : split(map_text_, '\n')) {
+        ++number;
+        if (line.empty() || line[0] == ':' || line[0] == '#')
+            continue;
+        try {
+            Entry entry = parse_line(words_of(line));
+            if (entry.type == 'i')
+                information_.push_back(std::move(entry));
+            else if (!paths.insert(entry.path).second)
+                throw Failure(entry.path + " stands there twice");
+            else
+                entries_.push_back(std::move(entry));
+        } catch (const Failure &error) {
+            fail("pkgmap line " + std::to_string(number) + ": " + error.what());
+        }
+    }
+}
+
+// Scripts were written for another system, and would run as root on this one.
+void Package::refuse_scripts() const {
+    static const std::set<std::string> scripts = {"request", "checkinstall", "preinstall", "postinstall"};
+    for (const Entry &entry : information_)
+        if (scripts.contains(entry.written) || entry.written.starts_with("i."))
+            fail("it has the script " + entry.written +
+                 "; packages with installation scripts are not supported");
+    static const std::set<std::string> transforming = {"sed", "awk", "build"};
+    for (const Entry &entry : entries_)
+        if (transforming.contains(entry.class_name))
+            fail(entry.written + " is of the class " + entry.class_name +
+                 ", whose files are programs; that is not supported");
+}
+
+Descriptor Package::open_source(const Entry &entry) const {
+    std::vector<std::string> candidates;
+    if (entry.type == 'i')
+        candidates = entry.written == "pkginfo" ? std::vector<std::string>{"pkginfo"}
+                                                : std::vector<std::string>{"install/" + entry.written};
+    else {
+        const std::string part = std::string(".").append(std::to_string(entry.part)) + "/";
+        const std::string tree = entry.written.starts_with('/') ? "root" : "reloc";
+        const std::string below = entry.written.starts_with('/') ? entry.written.substr(1) : entry.written;
+        candidates = {tree + part + below, tree + "/" + below};
+        // "$BASEDIR/etc/x" may lie under its full name or under the name that is left without the variable.
+        if (below.starts_with("$") && below.find('/') != std::string::npos)
+            candidates.push_back("reloc/" + below.substr(below.find('/') + 1));
+    }
+    for (const std::string &candidate : candidates)
+        if (Descriptor file = open_below(candidate))
+            return file;
+    fail("the file " + entry.written + " is missing, or not a plain file in the package");
+}
+
+std::string Package::information_text(const Entry &entry) const {
+    return read_all(open_source(entry).get(), entry.written);
+}
+
+void Package::verify() const {
+    const auto verify_one = [this](const Entry &entry) {
+        const Measure found = measure(open_source(entry), entry.written);
+        if (found.size != entry.size)
+            fail("the file " + entry.written + " is damaged: it has " + std::to_string(found.size) +
+                 " bytes instead of " + std::to_string(entry.size));
+        if (found.sum != entry.sum)
+            fail("the file " + entry.written + " is damaged: its checksum is " + std::to_string(found.sum) +
+                 " instead of " + std::to_string(entry.sum));
+    };
+    for (const Entry &entry : information_)
+        verify_one(entry);
+    for (const Entry &entry : entries_)
+        if (entry.is_file())
+            verify_one(entry);
+}
+
+std::vector<std::string> Package::prerequisites() const {
+    std::vector<std::string> names;
+    for (const Entry &entry : information_) {
+        if (entry.written != "depend")
+            continue;
+        for (const std::string &line : split(information_text(entry), '\n')) {
+            const std::vector<std::string> words = words_of(line);
+            if (words.size() >= 2 && words[0] == "P")
+                names.push_back(words[1]);
+        }
+    }
+    return names;
+}
+
+} // namespace compat
