@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: MIT
+// Lists the boot parameters of all clients in one name service.
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "hostadm/method.hpp"
+#include "hostadm/table_edit.hpp"
+#include "support/bootparams_file.hpp"
+
+using namespace hostadm::method;
+using hostadm::methods::bootparams_path;
+
+namespace {
+
+const Description description{
+    .name = "database/list_bootparams",
+    .purpose = "list the boot parameters of every client",
+    .arguments = {{.name = "nameservice",
+                   .kind = Kind::choice,
+                   .purpose = "where they are kept: /etc/bootparams, NIS or NIS+",
+                   .default_value = "ufs",
+                   .choices = {"ufs", "nis", "nis_plus"}}},
+    .columns = {{.name = "hostname", .purpose = "the client"},
+                {.name = "filesystems", .purpose = "its items, KEY=SERVER:PATH or KEY=VALUE"}},
+};
+
+void add_rows(Call &call, std::string_view table) {
+    for (const auto &[name, items] : hostadm::methods::clients_in(table))
+        call.row({{"hostname", name}, {"filesystems", items}});
+}
+
+int list_file(Call &call) {
+    std::string file;
+    const int status = hostadm::tables::read_file(bootparams_path, file);
+    if (status != 0 && status != -ENOENT)
+        return call.fail(std::string(bootparams_path) + " cannot be read: " + std::strerror(-status));
+    add_rows(call, file);
+    return 0;
+}
+
+struct Result {
+    int status; // as pclose tells it
+    std::string output;
+};
+
+Result run_command(const std::string &command) {
+    std::string output;
+    char buffer[65536];
+    std::FILE *stream = popen((command + " 2>&1").c_str(), "r");
+    if (stream == nullptr)
+        return {-1, std::strerror(errno)};
+    for (std::size_t size; (size = std::fread(buffer, 1, sizeof buffer, stream)) > 0;)
+        output.append(buffer, size);
+    return {pclose(stream), output};
+}
+
+int list_map(Call &call, const std::string &command, const std::string &service) {
+    const std::string program = command.substr(0, command.find(' '));
+    const auto [status, output] = run_command(command);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 127)
+        return call.fail(service + " needs the command " + program + ", which is not installed on this host");
+    if (status != 0)
+        return call.fail("\"" + command + "\" failed: " + output.substr(0, output.find('\n')));
+    add_rows(call, output);
+    return 0;
+}
+
+int work(Call &call) {
+    const std::string service = call.get("nameservice");
+    if (service == "nis")
+        return list_map(call, "ypcat -k bootparams", "NIS");
+    if (service == "nis_plus")
+        return list_map(call, "niscat bootparams.org_dir", "NIS+");
+    return list_file(call);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    return run(argc, argv, description, work);
+}

@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: MIT
+// Sets boot parameters of a client.
+#include <stdexcept>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "hostadm/method.hpp"
+#include "hostadm/table_edit.hpp"
+#include "support/bootparams_file.hpp"
+#include "support/edit_failure.hpp"
+
+using namespace hostadm::method;
+using namespace hostadm::methods;
+
+namespace {
+
+const Description description{
+    .name = "database/set_bootparams",
+    .purpose = "set boot parameters of a client: one as key, server and path, or several as items",
+    .arguments = {{.name = "client", .kind = Kind::host, .purpose = "the client", .required = true},
+                  {.name = "key",
+                   .kind = Kind::word,
+                   .purpose = "what to set, such as root, swap or boottype"},
+                  {.name = "server", .kind = Kind::host, .purpose = "the server that has it"},
+                  {.name = "path", .kind = Kind::text, .purpose = "the path on the server, or a plain value"},
+                  {.name = "items",
+                   .kind = Kind::text,
+                   .purpose = "instead of these three: KEY=SERVER:PATH or KEY=VALUE, separated by blanks"},
+                  {.name = "nameservice",
+                   .kind = Kind::choice,
+                   .purpose = "where they are kept; only /etc/bootparams (ufs) can be edited here",
+                   .default_value = "ufs",
+                   .choices = {"ufs", "nis", "nis_plus"}}},
+    .outputs = {{.name = "changed", .purpose = "yes, or no when everything was set already"}},
+};
+
+// What is to be set, or why the arguments do not fit together.
+std::variant<std::vector<BootparamsItem>, std::string> requested_items(const Call &call) {
+    const bool single = call.given("key") || call.given("server") || call.given("path");
+    if (single && call.given("items"))
+        return "items takes the place of key, server and path; give one or the other";
+    if (call.given("items"))
+        return parse_items(call.get("items"));
+    if (!call.given("key"))
+        return "there is nothing to set; give key with server and path, or items";
+    BootparamsItem item{call.get("key"), call.get("server"), call.get("path")};
+    if (std::string defect = defect_of(item); !defect.empty())
+        return defect;
+    return std::vector{item};
+}
+
+int work(Call &call) {
+    if (call.get("nameservice") != "ufs")
+        return call.refuse(
+            "the nameservice can only be ufs here; NIS maps are made from the files of their master "
+            "server: set it there and rebuild the map");
+    const auto requested = requested_items(call);
+    if (const auto *defect = std::get_if<std::string>(&requested))
+        return call.refuse(*defect);
+    const auto &items = std::get<std::vector<BootparamsItem>>(requested);
+    if (items.empty())
+        return call.refuse("items names nothing to set");
+
+    bool changed = false;
+    const int status = hostadm::tables::edit_file(bootparams_path,
+                                                  [&](std::string &file) {
+                                                      changed = set_items(file, call.get("client"), items);
+                                                      return 0;
+                                                  },
+                                                  {.create = true});
+    if (status != 0)
+        return call.fail(edit_failure(bootparams_path, status));
+    call.set("changed", changed ? "yes" : "no");
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    return run(argc, argv, description, work);
+}

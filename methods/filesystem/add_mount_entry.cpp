@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+// Sets a line of a mount table. Nothing is mounted.
+#include <string>
+
+#include "hostadm.h"
+#include "hostadm/method.hpp"
+#include "support/edit_failure.hpp"
+
+using namespace hostadm::method;
+
+namespace {
+
+const Description description{
+    .name = "filesystem/add_mount_entry",
+    .purpose = "add a line to a mount table, or replace the line of the same device; nothing is mounted",
+    .arguments =
+        {{.name = "resource",
+          .kind = Kind::device,
+          .purpose = "what to mount: a device or HOST:/PATH",
+          .required = true},
+         {.name = "fsckdev", .kind = Kind::device, .purpose = "the device to check (seven columns only)"},
+         {.name = "mountpt", .kind = Kind::path, .purpose = "the mount point"},
+         {.name = "fstype", .kind = Kind::word, .purpose = "the file system's type"},
+         {.name = "fsckpass", .kind = Kind::number, .purpose = "in which pass it is checked"},
+         {.name = "mountatboot", .kind = Kind::yes_no, .purpose = "mount it at boot? (seven columns only)"},
+         {.name = "mntopts", .kind = Kind::options, .purpose = "mount options"},
+         {.name = "freq", .kind = Kind::number, .purpose = "days between dumps (six columns only)"},
+         {.name = "layout",
+          .kind = Kind::choice,
+          .purpose = "seven columns, or the six of a 4.x release: resource, mountpt, fstype, mntopts, "
+                     "freq, fsckpass",
+          .default_value = "vfstab",
+          .choices = {"vfstab", "4x"}},
+         {.name = "vfstab",
+          .kind = Kind::path,
+          .purpose = "the table, for instance that of a client's root",
+          .default_value = "/etc/vfstab"}},
+};
+
+int add_seven_columns(const Call &call, char *resource) {
+    return mntadd(call.get("vfstab").c_str(), resource, call.get("fsckdev").c_str(),
+                  call.get("mountpt").c_str(), call.get("fstype").c_str(), call.get("fsckpass").c_str(),
+                  call.get("mountatboot").c_str(), call.get("mntopts").c_str());
+}
+
+int add_six_columns(const Call &call, char *resource) {
+    return mntadd4x(call.get("vfstab").c_str(), resource, call.get("mountpt").c_str(),
+                    call.get("fstype").c_str(), call.get("mntopts").c_str(), call.get("freq").c_str(),
+                    call.get("fsckpass").c_str());
+}
+
+int work(Call &call) {
+    const bool six_columns = call.get("layout") == "4x";
+    if (six_columns && (call.given("fsckdev") || call.given("mountatboot")))
+        return call.refuse("a 4.x mount table has no columns fsckdev and mountatboot; leave them out");
+    if (!six_columns && call.given("freq"))
+        return call.refuse("freq is a column of layout=4x only; leave it out");
+    std::string resource = call.get("resource");
+    const int status =
+        six_columns ? add_six_columns(call, resource.data()) : add_seven_columns(call, resource.data());
+    return status == 0 ? 0 : call.fail(hostadm::methods::edit_failure(call.get("vfstab"), status));
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    return run(argc, argv, description, work);
+}

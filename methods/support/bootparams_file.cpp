@@ -1,0 +1,269 @@
+// SPDX-License-Identifier: MIT
+#include "support/bootparams_file.hpp"
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <stdexcept>
+
+#include "hostadm.h"
+
+namespace hostadm::methods {
+
+namespace {
+
+constexpr std::string_view blanks = " \t\r";
+
+std::string_view trimmed_end(std::string_view text) {
+    return text.substr(0, text.find_last_not_of(blanks) + 1);
+}
+
+std::string_view trimmed(std::string_view text) {
+    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+    return trimmed_end(text);
+}
+
+std::string_view first_word(std::string_view text) {
+    return text.substr(0, text.find_first_of(blanks));
+}
+
+std::vector<std::string_view> words_of(std::string_view text) {
+    std::vector<std::string_view> words;
+    for (text = trimmed(text); !text.empty(); text = trimmed(text.substr(words.back().size())))
+        words.push_back(first_word(text));
+    return words;
+}
+
+// ---- the file as entries ----
+
+struct Entry {
+    std::size_t begin = 0, end = 0; // its lines in the file, the last line break included
+    std::string text;               // name and items, lines joined
+    std::string tail;               // what follows them on the last line: blanks, comment, line break
+
+    std::string_view name() const { return first_word(trimmed(text)); }
+    std::string_view items() const { return trimmed(trimmed(text).substr(name().size())); }
+};
+
+std::size_t comment_start(std::string_view line) {
+    for (std::size_t mark = line.find('#'); mark != line.npos; mark = line.find('#', mark + 1))
+        if (mark == 0 || blanks.find(line[mark - 1]) != blanks.npos)
+            return mark;
+    return line.npos;
+}
+
+// A line without its comment, line break and the blanks before them.
+std::string_view content_of(std::string_view line) {
+    line = line.substr(0, line.find('\n'));
+    return trimmed_end(line.substr(0, comment_start(line)));
+}
+
+bool is_continued(std::string_view line) {
+    line = line.substr(0, line.find('\n'));
+    if (line.ends_with('\r'))
+        line.remove_suffix(1);
+    return line.ends_with('\\') && comment_start(line) == line.npos;
+}
+
+// Walks over the entries; lines without one are passed over.
+class Reader {
+public:
+    explicit Reader(std::string_view file) : file_(file) {}
+
+    bool next(Entry &entry) {
+        do {
+            if (at_ == file_.size())
+                return false;
+            read(entry);
+        } while (trimmed(entry.text).empty());
+        return true;
+    }
+
+private:
+    std::string_view line() const {
+        return file_.substr(at_, std::min(file_.find('\n', at_), file_.size() - 1) + 1 - at_);
+    }
+
+    void read(Entry &entry) {
+        entry.begin = at_;
+        entry.text.clear();
+        for (bool continued = true; continued;) {
+            const std::string_view whole = line();
+            std::string_view content = content_of(whole);
+            continued = is_continued(whole);
+            entry.tail = continued ? "\n" : whole.substr(content.size());
+            if (continued)
+                content = trimmed_end(content.substr(0, content.size() - 1));
+            if (entry.text.empty())
+                entry.text = content;
+            else
+                entry.text.append(" ").append(trimmed(content));
+            at_ += whole.size();
+            continued = continued && at_ < file_.size();
+        }
+        entry.end = at_;
+    }
+
+    std::string_view file_;
+    std::size_t at_ = 0;
+};
+
+bool find_entry(std::string_view file, const std::string &client, Entry &entry) {
+    Reader reader(file);
+    while (reader.next(entry)) {
+        if (entry.name() != client)
+            continue;
+        if (entry.text.find('\0') != entry.text.npos)
+            throw std::domain_error("the entry of " + client + " holds a NUL; correct it by hand");
+        return true;
+    }
+    return false;
+}
+
+// ---- one entry ----
+
+// The library edits the first text "KEY="; given the entry from a word on that begins so, it cannot meet
+// another key that ends alike ("size" in "swapsize").
+std::string edited(const std::string &text, const std::string &key, const char *server, const char *path) {
+    struct Free {
+        void operator()(char *string) const { std::free(string); }
+    };
+    const std::unique_ptr<char, Free> result(edit_bootparams_entry(text.c_str(), key.c_str(), server, path));
+    if (result == nullptr)
+        throw std::bad_alloc();
+    return result.get();
+}
+
+std::size_t find_item(const std::string &text, const std::string &key) {
+    const std::string start = key + "=";
+    for (std::size_t found = text.find(start); found != text.npos; found = text.find(start, found + 1))
+        if (found > 0 && blanks.find(text[found - 1]) != blanks.npos)
+            return found;
+    return text.npos;
+}
+
+std::string with_item(const std::string &text, const BootparamsItem &item) {
+    const std::size_t found = find_item(text, item.key);
+    const std::string rest = found == text.npos ? "" : text.substr(found);
+    const std::string start = found == text.npos ? std::string(trimmed_end(text)) : text.substr(0, found);
+    return start + edited(rest, item.key, item.server.c_str(), item.path.c_str());
+}
+
+std::string without_items(std::string text, const std::string &key) {
+    for (std::size_t found; (found = find_item(text, key)) != text.npos;)
+        text = trimmed_end(text.substr(0, found) + edited(text.substr(found), key, nullptr, nullptr));
+    return text;
+}
+
+// Puts the changed text of an entry into the file, unless it says what it said before.
+bool replace_entry(std::string &file, const Entry &entry, const std::string &text) {
+    const auto words = words_of(text);
+    if (words == words_of(entry.text))
+        return false;
+    file.replace(entry.begin, entry.end - entry.begin, words.size() > 1 ? text + entry.tail : "");
+    return true;
+}
+
+// A line added behind an open last line, or behind a backslash, would become part of it.
+void close_last_line(std::string &file) {
+    if (file.empty())
+        return;
+    if (file.back() != '\n')
+        file += '\n';
+    const std::size_t before = file.size() < 2 ? file.npos : file.rfind('\n', file.size() - 2);
+    if (is_continued(std::string_view(file).substr(before == file.npos ? 0 : before + 1)))
+        file += '\n';
+}
+
+bool is_name(std::string_view text) {
+    return !text.empty() &&
+           text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-.") ==
+               text.npos;
+}
+
+} // namespace
+
+std::string defect_of(const BootparamsItem &item) {
+    if (!is_name(item.key))
+        return "the key \"" + item.key + "\" must be made of letters, digits, \"_\", \"-\" and \".\"";
+    if (!item.server.empty() && !is_name(item.server))
+        return "the server of " + item.key + " must be a host name, not \"" + item.server + "\"";
+    if (item.server.empty() && item.path.empty())
+        return item.key + " needs a path or a value; database/remove_bootparams removes it";
+    for (const char c : item.path)
+        if (static_cast<unsigned char>(c) <= ' ' || c == 0x7f || c == ':' || c == '\\')
+            return "the path of " + item.key + " must not hold blanks, colons or backslashes";
+    return "";
+}
+
+std::variant<std::vector<BootparamsItem>, std::string> parse_items(std::string_view text) {
+    std::vector<BootparamsItem> items;
+    for (const std::string_view word : words_of(text)) {
+        const std::size_t equals = word.find('=');
+        if (equals == word.npos)
+            return std::string(word) + " is no item; items are given as KEY=SERVER:PATH or KEY=VALUE";
+        const std::string_view value = word.substr(equals + 1);
+        const std::size_t colon = value.find(':');
+        BootparamsItem item{std::string(word.substr(0, equals)),
+                            std::string(colon == value.npos ? "" : value.substr(0, colon)),
+                            std::string(colon == value.npos ? value : value.substr(colon + 1))};
+        if (std::string defect = defect_of(item); !defect.empty())
+            return defect;
+        if (std::any_of(items.begin(), items.end(), [&](const auto &other) { return other.key == item.key; }))
+            return "the key " + item.key + " is given twice";
+        items.push_back(std::move(item));
+    }
+    return items;
+}
+
+std::vector<BootparamsClient> clients_in(std::string_view file) {
+    std::vector<BootparamsClient> clients;
+    Reader reader(file);
+    for (Entry entry; reader.next(entry);)
+        if (const std::string_view name = entry.name(); name.front() != '+' && name.front() != '-')
+            clients.push_back({std::string(name), std::string(entry.items())});
+    return clients;
+}
+
+bool set_items(std::string &file, const std::string &client, const std::vector<BootparamsItem> &items) {
+    Entry entry;
+    const bool exists = find_entry(file, client, entry);
+    std::string text = exists ? entry.text : client;
+    for (const BootparamsItem &item : items)
+        text = with_item(text, item);
+    if (exists)
+        return replace_entry(file, entry, text);
+    close_last_line(file);
+    file += text + "\n";
+    return true;
+}
+
+bool remove_items(std::string &file, const std::string &client, const std::vector<std::string> &keys) {
+    Entry entry;
+    if (!find_entry(file, client, entry))
+        return false;
+    std::string text = entry.text;
+    for (const std::string &key : keys)
+        text = without_items(std::move(text), key);
+    return replace_entry(file, entry, text);
+}
+
+bool remove_client(std::string &file, const std::string &client) {
+    std::string kept;
+    std::size_t copied = 0;
+    Reader reader(file);
+    for (Entry entry; reader.next(entry);) {
+        if (entry.name() == client) {
+            kept.append(file, copied, entry.begin - copied);
+            copied = entry.end;
+        }
+    }
+    if (copied == 0)
+        return false;
+    kept.append(file, copied);
+    file = std::move(kept);
+    return true;
+}
+
+} // namespace hostadm::methods
