@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+#include "support/clients.hpp"
+
+#include "hostadm/method.hpp"
+
+namespace {
+
+using namespace hostadm::method;
+
+const Description description{
+    .name = "client/list",
+    .purpose = "the clients that boot from this server",
+    .columns = {{"name", "host name"},
+                {"address", "IPv4 address, from /etc/hosts"},
+                {"ethernet", "Ethernet address, from /etc/ethers"},
+                {"architecture", "implementation architecture, from the name of the boot program"},
+                {"root", "root directory"},
+                {"boot_links", "yes, no, or what is wrong with the links in /tftpboot"},
+                {"shared", "is the root shared now?"}},
+};
+
+int work(Call &call) {
+    for (const hostadm::support::ClientSummary &client : hostadm::support::all_clients())
+        call.row({{"name", client.name},
+                  {"address", client.address},
+                  {"ethernet", client.ethernet},
+                  {"architecture", client.architecture},
+                  {"root", client.root},
+                  {"boot_links", client.boot_links},
+                  {"shared", client.shared ? "yes" : "no"}});
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    return run(argc, argv, description, work);
+}

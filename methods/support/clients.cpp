@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: MIT
+#include "support/clients.hpp"
+
+#include <unistd.h>
+
+#include "hostadm.h"
+#include "hostadm/table_edit.hpp"
+#include "support/host_tables.hpp"
+
+namespace hostadm::support {
+
+std::unordered_map<std::string, std::string> current_shares() {
+    std::unordered_map<std::string, std::string> shares;
+    if (access("/usr/sbin/share", X_OK) != 0)
+        return shares;
+    free_sharefs_ents();
+    get_sharefs_ents();
+    for (const sharefs_entry *entry = sfs_top; entry != nullptr; entry = entry->next)
+        shares.try_emplace(entry->path, entry->options);
+    free_sharefs_ents();
+    return shares;
+}
+
+std::vector<TableShare> table_shares(const std::string &table) {
+    std::vector<TableShare> shares;
+    std::string text;
+    tables::read_file(table, text);
+    for_each_line(text, [&](std::string_view line) {
+        const auto words = words_of(line);
+        if (words.size() < 2 || (words.front() != "share" && words.front() != "#share"))
+            return;
+        TableShare share{std::string(words.back()), "", words.front() == "#share"};
+        for (std::size_t i = 1; i + 2 < words.size(); ++i)
+            if (words[i] == "-o")
+                share.options = words[i + 1];
+        shares.push_back(share);
+    });
+    return shares;
+}
+
+std::vector<ClientSummary> all_clients() {
+    const auto addresses = hosts_table().keys_by_name();
+    const auto ethernets = ethers_table().keys_by_name();
+    const auto links = all_boot_links();
+    const auto shares = current_shares();
+    const auto value = [](const auto &table, const std::string &key) {
+        const auto found = table.find(key);
+        return found == table.end() ? std::string() : found->second;
+    };
+
+    std::vector<ClientSummary> clients;
+    for (const client_node *node = do_bootparams(); node != nullptr; node = node->next) {
+        ClientSummary client;
+        client.name = node->name;
+        client.root = node->root_path;
+        client.address = value(addresses, lower_case(client.name));
+        client.ethernet = value(ethernets, lower_case(client.name));
+        client.shared = shares.count(client.root) != 0;
+
+        const std::string digits = address_digits(client.address);
+        const auto found = links.find(digits);
+        const BootLinks &own = found == links.end() ? BootLinks() : found->second;
+        client.boot_links = digits.empty() ? "no address" : boot_links_state(digits, own);
+        if (!own.empty()) {
+            client.boot_program = own.front().target;
+            client.architecture = architecture_of(client.boot_program);
+        }
+        clients.push_back(std::move(client));
+    }
+    return clients;
+}
+
+} // namespace hostadm::support
