@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: MIT
+#include "support/roots.hpp"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <system_error>
+
+#include "hostadm.h"
+
+namespace hostadm::support {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool is_release_4(const std::string &version) {
+    return version.starts_with("4.");
+}
+
+// Commands that succeed may still talk, and their words stand in the record of errors; this takes them back.
+void forget_words_of_success() {
+    adm_err_setf(nullptr, 0, "");
+}
+
+// Mount points as the kernel writes them: blanks and backslashes as three octal digits.
+std::string unescaped(std::string_view text) {
+    std::string plain;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\\' && i + 3 < text.size()) {
+            plain +=
+                static_cast<char>((text[i + 1] - '0') * 64 + (text[i + 2] - '0') * 8 + (text[i + 3] - '0'));
+            i += 3;
+        } else {
+            plain += text[i];
+        }
+    }
+    return plain;
+}
+
+std::string mount_below(const std::string &directory) {
+    std::ifstream mounts("/proc/self/mountinfo");
+    for (std::string id, parent, device, root, point, rest;
+         mounts >> id >> parent >> device >> root >> point && std::getline(mounts, rest);)
+        if (const std::string path = unescaped(point); is_at_or_below(path, directory))
+            return path;
+    return {};
+}
+
+} // namespace
+
+std::vector<std::string> split_paths(const std::string &list) {
+    std::vector<std::string> paths;
+    for (std::size_t begin = 0; begin <= list.size();) {
+        const std::size_t end = std::min(list.find(',', begin), list.size());
+        std::string path = list.substr(begin, end - begin);
+        while (path.size() > 1 && path.back() == '/')
+            path.pop_back();
+        if (!path.empty())
+            paths.push_back(std::move(path));
+        begin = end + 1;
+    }
+    return paths;
+}
+
+int fill_root(method::Call &call, const std::string &root, const std::string &os_name,
+              const std::string &os_version, const std::vector<std::string> &sources) {
+    const bool copy = is_release_4(os_version);
+    // Without these the library would copy whatever the process's own directory is, or say only "not found".
+    for (const std::string &source : sources)
+        if (std::error_code error; source.front() != '/' || !fs::is_directory(source, error))
+            return call.fail("there is no directory " + source + " to fill the root from");
+    if (copy && access("/usr/bin/cpio", X_OK) != 0)
+        return call.fail("/usr/bin/cpio, which copies the root of a 4.x release, is missing (package cpio)");
+    if (!copy && access("/usr/sbin/pkgadd", X_OK) != 0)
+        return call.fail("/usr/sbin/pkgadd, which installs packages, is missing");
+
+    std::deque<package_source> list;
+    for (auto source = sources.rbegin(); source != sources.rend(); ++source)
+        list.push_front({list.empty() ? nullptr : &list.front(), source->c_str()});
+    const char *const service[] = {"", os_name.c_str(), os_version.c_str()};
+    const int status = create_clnt_root(root.c_str(), service, list.empty() ? nullptr : &list.front());
+    if (status == 0) {
+        cleanup(root.c_str()); // the admin file: once something is installed, nothing else goes
+        forget_words_of_success();
+        return 0;
+    }
+    if (status == 1)
+        return call.fail("cannot fill " + root + " from " + (copy ? "its tree" : "its packages"));
+    return call.fail(
+        "cannot prepare " + root + ": " +
+        (status < 0 ? "the package tool's settings cannot be written to /tmp" : std::strerror(status)));
+}
+
+int copy_tree(method::Call &call, const std::string &tree, const std::string &root) {
+    const std::string command = "/bin/cp -a " + (tree == "/" ? "" : tree) + "/. " + root;
+    if (do_systemcmd(command.c_str(), call.method().c_str()) != 0)
+        return call.fail("cannot copy " + tree + " to " + root);
+    forget_words_of_success();
+    return 0;
+}
+
+std::string share_path_of(const std::string &file, const std::string &client) {
+    const fs::path folder = fs::path(file).parent_path();
+    return folder.filename() == client ? folder.string() : file;
+}
+
+bool is_at_or_below(const std::string &path, const std::string &directory) {
+    const std::string above = directory == "/" ? "" : directory;
+    return path == directory || path.starts_with(above + "/");
+}
+
+void remove_tree(const std::string &directory) {
+    std::error_code error;
+    const fs::path path = fs::weakly_canonical(directory, error);
+    if (error || path != fs::path(directory).lexically_normal())
+        throw std::runtime_error(directory + " is reached through a symbolic link");
+    if (std::distance(path.begin(), path.end()) < 3) // "/", and two names below it
+        throw std::runtime_error(directory + " is too near to the root of this server");
+    if (const std::string mounted = mount_below(directory); !mounted.empty())
+        throw std::runtime_error("something is mounted at " + mounted);
+    fs::remove_all(path, error);
+    if (error)
+        throw std::runtime_error("cannot remove " + directory + ": " + error.message());
+}
+
+} // namespace hostadm::support

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+// Clients' root directories.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "hostadm/method.hpp"
+
+namespace hostadm::support {
+
+// "/a,/b" as {"/a", "/b"}, each without trailing slashes.
+std::vector<std::string> split_paths(const std::string &list);
+
+// Fills an existing root through create_clnt_root: from directories of packages, or for a 4.x release from
+// trees. What the commands said is in the record only if one of them failed. 0, or 1 with the failure
+// recorded.
+int fill_root(method::Call &call, const std::string &root, const std::string &os_name,
+              const std::string &os_version, const std::vector<std::string> &sources);
+
+// Copies a tree, whatever its release, into an existing root: modes, owners, times, links, devices and holes
+// stay as they are. 0, or 1 with the failure recorded.
+int copy_tree(method::Call &call, const std::string &tree, const std::string &root);
+
+// What is shared for the sake of a file of a client: the folder that holds it, if that bears the client's
+// name, since many NFS servers share folders only; else the file itself.
+std::string share_path_of(const std::string &file, const std::string &client);
+
+// Whether one path is the other, or lies below it.
+bool is_at_or_below(const std::string &path, const std::string &directory);
+
+// Removes a directory and all that is in it. Throws std::runtime_error: when it is "/" or less than two
+// levels deep, when something is mounted in it, when an entry cannot be removed.
+void remove_tree(const std::string &directory);
+
+} // namespace hostadm::support
