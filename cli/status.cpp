@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: MIT
+// hostadm status: what this server serves. The method host/status gathers it; here it is laid out.
+#include <array>
+
+#include "commands.hpp"
+#include "output.hpp"
+
+namespace hostadm::cli {
+
+namespace {
+
+struct Section {
+    const char *kind;   // as the rows say it
+    const char *plural; // heading, and key in JSON
+    std::vector<std::string> columns;
+};
+
+const std::array sections{
+    Section{"client", "clients", {"name", "address", "architecture", "root", "boot_links", "shared"}},
+    Section{"share", "shares", {"path", "options", "now", "at_boot"}},
+    Section{"mount", "mounts", {"resource", "mount_point", "type", "options", "now", "at_boot"}},
+    Section{"daemon", "daemons", {"service", "name", "running", "pid", "note"}},
+};
+
+std::string field(const framework::Values &row, std::string_view name) {
+    for (const auto &[key, value] : row)
+        if (key == name)
+            return value;
+    return {};
+}
+
+std::vector<Table> tables_of(const std::vector<framework::Values> &rows) {
+    std::vector<Table> tables;
+    for (const Section &section : sections)
+        tables.emplace_back(section.columns);
+    for (const framework::Values &row : rows) {
+        const std::string kind = field(row, "section");
+        for (std::size_t at = 0; at < sections.size(); ++at) {
+            if (kind != sections[at].kind)
+                continue;
+            std::vector<std::string> cells;
+            for (const std::string &column : sections[at].columns)
+                cells.push_back(field(row, column));
+            tables[at].add(std::move(cells));
+        }
+    }
+    return tables;
+}
+
+std::string heading(const char *plural) {
+    std::string text = plural;
+    for (char &c : text)
+        c = static_cast<char>(c - 'a' + 'A');
+    return text + "\n";
+}
+
+void print_text(const std::vector<Table> &tables) {
+    for (std::size_t at = 0; at < sections.size(); ++at) {
+        print((at == 0 ? "" : "\n") + heading(sections[at].plural));
+        print(tables[at].empty() ? "none\n" : tables[at].text());
+    }
+}
+
+void print_as_json(const std::vector<Table> &tables) {
+    Json json = Json::object();
+    for (std::size_t at = 0; at < sections.size(); ++at)
+        json[sections[at].plural] = tables[at].json();
+    print_json(json);
+}
+
+int status(bool json) {
+    const Invocation invocation{.method = "host/status", .words = {}, .host = {}, .json = json};
+    const framework::Outcome outcome = perform(invocation);
+    if (outcome.status != framework::Outcome::Status::done)
+        return report(invocation, outcome);
+    const std::vector<Table> tables = tables_of(outcome.answer.rows);
+    json ? print_as_json(tables) : print_text(tables);
+    return done;
+}
+
+} // namespace
+
+void add_status(CLI::App &app, Work &chosen) {
+    static bool json;
+    CLI::App *command =
+        app.add_subcommand("status", "show what this server serves: clients, shares, mounts, daemons");
+    command->add_flag("--json", json, "print it as JSON");
+    command->callback([&chosen] { chosen = [] { return status(json); }; });
+}
+
+} // namespace hostadm::cli

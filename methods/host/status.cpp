@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: MIT
+#include <fstream>
+#include <map>
+#include <set>
+
+#include "hostadm/method.hpp"
+#include "hostadm/table_edit.hpp"
+#include "support/boot_daemons.hpp"
+#include "support/clients.hpp"
+#include "support/host_tables.hpp"
+
+namespace {
+
+using namespace hostadm::method;
+using namespace hostadm::support;
+
+const Description description{
+    .name = "host/status",
+    .purpose = "what this server serves: clients, shares, mounts, daemons, each row with its section",
+    .columns = {{"section", "client, share, mount or daemon"},
+                {"name", "client: host name; daemon: program"},
+                {"address", "client: IPv4 address"},
+                {"architecture", "client: implementation architecture"},
+                {"root", "client: root directory"},
+                {"boot_links", "client: yes, no, or what is wrong with them"},
+                {"shared", "client: is the root shared now?"},
+                {"path", "share: what is shared"},
+                {"options", "share, mount: options"},
+                {"now", "share: is it shared now? mount: is it mounted now?"},
+                {"at_boot", "share, mount: yes, no, or failed for a share that could not be made"},
+                {"resource", "mount: what is mounted"},
+                {"mount_point", "mount: where"},
+                {"type", "mount: file system type"},
+                {"service", "daemon: what it does for a client"},
+                {"running", "daemon: does it run?"},
+                {"pid", "daemon: its process"},
+                {"note", "daemon: what is wrong, and what to do"}},
+};
+
+constexpr const char *yes_or_no(bool yes) {
+    return yes ? "yes" : "no";
+}
+
+void clients(Call &call) {
+    for (const ClientSummary &client : all_clients())
+        call.row({{"section", "client"},
+                  {"name", client.name},
+                  {"address", client.address},
+                  {"architecture", client.architecture},
+                  {"root", client.root},
+                  {"boot_links", client.boot_links},
+                  {"shared", yes_or_no(client.shared)}});
+}
+
+void shares(Call &call) {
+    struct Share {
+        std::string options;
+        bool now = false;
+        std::string at_boot = "no";
+    };
+    std::map<std::string, Share> all;
+    for (const TableShare &share : table_shares())
+        all[share.path] = {share.options, false, share.failed ? "failed" : "yes"};
+    for (const auto &[path, options] : current_shares()) {
+        all[path].options = options;
+        all[path].now = true;
+    }
+    for (const auto &[path, share] : all)
+        call.row({{"section", "share"},
+                  {"path", path},
+                  {"options", share.options},
+                  {"now", yes_or_no(share.now)},
+                  {"at_boot", share.at_boot}});
+}
+
+std::set<std::string> mount_points_now() {
+    std::set<std::string> points;
+    std::ifstream mounts("/proc/self/mounts");
+    for (std::string line; std::getline(mounts, line);)
+        if (const auto words = words_of(line); words.size() > 1)
+            points.emplace(words[1]);
+    return points;
+}
+
+void mounts(Call &call) {
+    std::string table;
+    if (hostadm::tables::read_file("/etc/vfstab", table) != 0)
+        return;
+    const std::set<std::string> now = mount_points_now();
+    for_each_line(table, [&](std::string_view line) {
+        const auto words = words_of(line);
+        constexpr std::size_t columns = 7;
+        if (words.size() < columns || words.front().starts_with('#'))
+            return;
+        call.row({{"section", "mount"},
+                  {"resource", words[0]},
+                  {"mount_point", words[2]},
+                  {"type", words[3]},
+                  {"options", words[6]},
+                  {"now", yes_or_no(now.count(std::string(words[2])) != 0)},
+                  {"at_boot", words[5]}});
+    });
+}
+
+void daemons(Call &call) {
+    for (const BootDaemon &daemon : boot_daemons()) {
+        std::string note = daemon.note;
+        if (!daemon.advice.empty())
+            note +=
+                (note.empty() ? "" : "; ") + (daemon.running ? daemon.advice : "start it: " + daemon.advice);
+        call.row({{"section", "daemon"},
+                  {"service", daemon.service},
+                  {"name", daemon.name},
+                  {"running", yes_or_no(daemon.running)},
+                  {"pid", daemon.pid == 0 ? "" : std::to_string(daemon.pid)},
+                  {"note", note}});
+    }
+}
+
+int work(Call &call) {
+    clients(call);
+    shares(call);
+    mounts(call);
+    daemons(call);
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    return run(argc, argv, description, work);
+}
