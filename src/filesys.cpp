@@ -13,6 +13,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "hostadm.h"
@@ -450,9 +451,8 @@ void free_sharefs_ents(void) {
     free_entries(sfs_top);
     sfs_top = nullptr;
     sfs_current = nullptr;
-    for (sharefs_entry *entry : cut_off)
+    for (sharefs_entry *entry : std::exchange(cut_off, {}))
         free_entries(entry);
-    cut_off.clear();
 }
 
 int match_sharefs_ent(const char *path, const char *options) {
