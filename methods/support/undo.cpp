@@ -33,11 +33,11 @@ std::vector<std::string> split(std::string_view text, char separator) {
     return parts;
 }
 
-[[noreturn]] void become_worker(const sigset_t &mask, const std::function<int()> &work) {
+[[noreturn]] void become_worker(const sigset_t &signals, const std::function<int()> &work) {
     setpgid(0, 0);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     std::signal(SIGTTOU, SIG_IGN); // progress is written from behind the terminal's foreground group
-    sigprocmask(SIG_SETMASK, &mask, nullptr);
+    sigprocmask(SIG_UNBLOCK, &signals, nullptr);
     const int status = work();
     std::fflush(nullptr);
     _exit(status == 0 ? 0 : 1);
@@ -48,11 +48,12 @@ std::string name_of(int signal) {
     return name == nullptr ? "signal " + std::to_string(signal) : std::string("SIG") + name;
 }
 
-// Commands that the worker leaves behind must be gone before anything is taken back.
+// Commands that the worker leaves behind must be gone before anything is taken back. They have become
+// children of this process by now.
 void end_group(pid_t group) {
-    constexpr int tries = 200;
-    for (int i = 0; i < tries && kill(-group, SIGKILL) == 0; ++i)
-        usleep(10'000);
+    kill(-group, SIGKILL);
+    while (waitpid(-group, nullptr, 0) > 0 || errno == EINTR) {
+    }
 }
 
 } // namespace
@@ -89,20 +90,21 @@ std::vector<std::vector<std::string>> Journal::entries() const {
 }
 
 Ending run_apart(const std::function<int()> &work) {
-    sigset_t awaited, before;
+    sigset_t awaited;
     sigemptyset(&awaited);
     for (const int signal : interruptions)
         sigaddset(&awaited, signal);
     sigaddset(&awaited, SIGCHLD);
     std::signal(SIGCHLD, SIG_DFL);
-    sigprocmask(SIG_BLOCK, &awaited, &before);
+    sigprocmask(SIG_BLOCK, &awaited, nullptr);
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
 
     std::fflush(nullptr);
     const pid_t worker = fork();
     if (worker < 0)
         return {.done = false, .reason = std::string("cannot start a process: ") + std::strerror(errno)};
     if (worker == 0)
-        become_worker(before, work);
+        become_worker(awaited, work);
     setpgid(worker, worker);
 
     int interruption = 0, status = 0;
