@@ -199,9 +199,9 @@ void read_source(Call &call, Client &client) {
 
     const auto &[inst_set, impl_arch, os_name, os_version] = client.identity;
     PathArgument hierarchy(client.hierarchy), boot(client.boot_name), image("");
-    default_install_paths(call.method().c_str(), client.server.c_str(), inst_set.c_str(), impl_arch.c_str(),
-                          os_name.c_str(), os_version.c_str(), hierarchy.place(), boot.place(),
-                          image.place());
+    default_install_paths(call.method().c_str(), local_host_name().c_str(), inst_set.c_str(),
+                          impl_arch.c_str(), os_name.c_str(), os_version.c_str(), hierarchy.place(),
+                          boot.place(), image.place());
     client.hierarchy = hierarchy.value();
     if (holds_packages(image.value()))
         client.packages = {image.value()};
@@ -675,12 +675,17 @@ std::string complaint(const std::string &what) {
     return what + " (" + std::strerror(errno) + ")";
 }
 
+// What was announced but never came to be leaves nothing to remove, nor perhaps a directory above it.
+bool was_never_made() {
+    return errno == ENOENT || errno == ENOTDIR;
+}
+
 std::string Undo::remove_file(const std::string &path) {
-    return unlink(path.c_str()) == 0 || errno == ENOENT ? "" : complaint(path);
+    return unlink(path.c_str()) == 0 || was_never_made() ? "" : complaint(path);
 }
 
 std::string Undo::remove_directory(const std::string &path) {
-    if (rmdir(path.c_str()) == 0 || errno == ENOENT)
+    if (rmdir(path.c_str()) == 0 || was_never_made())
         return "";
     // Meanwhile somebody else keeps something there.
     return errno == ENOTEMPTY || errno == EEXIST ? "" : complaint(path);

@@ -1,0 +1,715 @@
+// SPDX-License-Identifier: MIT
+// The main job from end to end, through the command: a client is added from a small ready tree, each step
+// fails in turn, and the client goes again. Sharing and the NFS daemons are played by stand-ins.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <thread>
+
+#include "support/standin.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+const std::string share_command = "/usr/sbin/share", unshare_command = "/usr/sbin/unshare";
+
+// A share command that keeps a list, and complains as its file says.
+const std::string share_script = R"(
+tab=/etc/dfs/sharetab
+[ $# = 0 ] && { [ -f $tab ] && cat $tab; exit 0; }
+while getopts F:o:d: o; do case $o in o) opts=$OPTARG;; esac; done
+shift $((OPTIND - 1))
+[ -f /complain-share$(echo $1 | tr / -) ] && { echo "share: $1: no"; exit 1; }
+[ -f /slow-share ] && { touch /slow-share-began; sleep 20; }
+echo "-  $1  $opts  \"\"" >>$tab)";
+const std::string unshare_script = R"(
+shift 2
+[ -f /complain-unshare ] && { echo "unshare: $1: busy"; exit 1; }
+sed -i "\\|  $1  |d" /etc/dfs/sharetab)";
+
+void write(const std::string &path, const std::string &text) {
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream(path) << text;
+}
+
+std::string read(const std::string &path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+struct Ran {
+    int status = 0;
+    std::string errors;
+    nlohmann::json results;
+
+    // STEP: RESULT of each row but the warnings.
+    std::vector<std::string> steps() const {
+        std::vector<std::string> all;
+        for (const auto &row : results.at("rows"))
+            if (row.at("result") != "warning")
+                all.push_back(row.at("step").get<std::string>() + ": " + row.at("result").get<std::string>());
+        return all;
+    }
+    std::vector<std::string> warnings() const {
+        std::vector<std::string> all;
+        for (const auto &row : results.at("rows"))
+            if (row.at("result") == "warning")
+                all.push_back(row.at("step").get<std::string>() + ": " + row.at("detail").get<std::string>());
+        return all;
+    }
+};
+
+std::string hostadm() {
+    return fs::read_symlink("/proc/self/exe").parent_path() / "hostadm";
+}
+
+Ran run(const std::string &words) {
+    static std::atomic<int> number = 0;
+    const std::string name = std::string("/tmp/run") + std::to_string(++number);
+    Ran result;
+    const int status =
+        std::system((hostadm() + " " + words + " >" + name + ".out 2>" + name + ".err").c_str());
+    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.errors = read(name + ".err");
+    result.results = nlohmann::json::parse(read(name + ".out"), nullptr, false);
+    return result;
+}
+
+Ran method(const std::string &words) {
+    return run("run --json " + words);
+}
+
+// Everything that a client leaves on a server: types, modes, owners, link targets, contents, and times if
+// wanted.
+std::string snapshot(bool times = false) {
+    std::string all;
+    const auto describe = [&](const fs::path &path) {
+        struct stat file {};
+        if (lstat(path.c_str(), &file) != 0)
+            return;
+        all += path.string() + " " + std::to_string(file.st_mode) + " " + std::to_string(file.st_uid);
+        if (times && !S_ISDIR(file.st_mode))
+            all += std::string(" ") + std::to_string(file.st_mtim.tv_sec) + "." +
+                   std::to_string(file.st_mtim.tv_nsec) + " " + std::to_string(file.st_ino);
+        if (S_ISLNK(file.st_mode))
+            all += std::string(" -> ") + fs::read_symlink(path).string();
+        else if (S_ISREG(file.st_mode))
+            all += std::string(" ") + std::to_string(file.st_size) +
+                   (file.st_size < 4096 ? ": " + read(path) : "");
+        all += "\n";
+    };
+    for (const char *table :
+         {"/etc/hosts", "/etc/ethers", "/etc/bootparams", "/etc/dfs/dfstab", "/etc/dfs/sharetab"})
+        describe(table);
+    for (const char *area : {"/export", "/tftpboot"}) {
+        describe(area);
+        std::vector<fs::path> paths;
+        std::error_code error;
+        for (const auto &entry : fs::recursive_directory_iterator(area, error))
+            paths.push_back(entry.path());
+        std::sort(paths.begin(), paths.end());
+        for (const fs::path &path : paths)
+            describe(path);
+    }
+    return all;
+}
+
+const std::string identity = " instruction_set=kel4 implementation_arch=kel4m os_name=Quorvel os_version=2.5";
+const std::string server = " server=server1";
+const std::string c1 = "hostname=c1 address=10.1.2.3 ethernet=8:0:20:A:b:C" + identity + server;
+const std::string c2 = "hostname=c2 address=10.1.2.4 ethernet=8:0:20:A:b:d" + identity + server;
+const std::string tree = " tree=/tree";
+
+class Client : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_NE(std::getenv("HOSTADM_SANDBOX"), nullptr) << "run this with in-sandbox";
+        standin::reset();
+        standin::place(share_command, {.script = share_script});
+        standin::place(unshare_command, {.script = unshare_script});
+        if (!fs::exists("/usr/lib/nfs/nfsd")) {
+            for (const char *daemon : {"/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd", "/usr/sbin/in.rarpd"}) {
+                standin::place(daemon, {.stay = true});
+                std::system((std::string(daemon) + " -a &").c_str());
+            }
+        }
+        for (const char *path :
+             {"/export", "/tftpboot", "/tree", "/etc/dfs", "/etc/ethers", "/etc/bootparams",
+              "/complain-share-export-root-c1", "/complain-share-export-swap-c1", "/slow-share",
+              "/slow-share-began", "/complain-unshare"})
+            fs::remove_all(path);
+        write("/etc/hosts", "# hosts\n127.0.0.1\tlocalhost\n10.1.2.1\tserver1\n");
+        write("/tree/etc/motd", "welcome\n");
+        write("/tree/usr/platform/kel4m/lib/fs/nfs/inetboot", "boot program");
+        fs::create_hard_link("/tree/etc/motd", "/tree/etc/issue");
+        fs::create_symlink("../etc/motd", "/tree/usr/motd");
+        fs::permissions("/tree/etc", fs::perms::owner_all | fs::perms::group_write);
+        write("/etc/dfs/dfstab", "# shares\n");
+        write("/etc/ethers", "# ethers\n");
+        write("/etc/bootparams", "other root=elsewhere:/export/root/other\n");
+        write("/etc/dfs/sharetab", "");
+    }
+    // Adds c1 and expects that it fails with these words and leaves everything as it was.
+    void expect_undone(const std::string &words, const std::string &arguments = c1 + tree) {
+        const std::string before = snapshot();
+        const Ran added = method("client/add_diskless " + arguments);
+        EXPECT_EQ(added.status, 1);
+        EXPECT_THAT(added.errors, HasSubstr(words));
+        EXPECT_THAT(added.errors, HasSubstr("everything that was done for c1 has been taken back"));
+        EXPECT_THAT(added.errors, Not(HasSubstr("left half done")));
+        EXPECT_EQ(snapshot(), before);
+    }
+    void expect_refused(const std::string &words, const std::string &arguments) {
+        const std::string before = snapshot(true);
+        const Ran added = method("client/add_diskless " + arguments);
+        EXPECT_NE(added.status, 0);
+        EXPECT_THAT(added.errors, HasSubstr(words));
+        EXPECT_EQ(snapshot(true), before) << arguments;
+    }
+};
+
+std::size_t admin_files() {
+    std::size_t count = 0;
+    for (const auto &entry : fs::directory_iterator("/tmp"))
+        count += entry.path().filename().string().starts_with("admin.");
+    return count;
+}
+
+// A file that can be read but not replaced.
+class Pinned {
+public:
+    explicit Pinned(const std::string &path) : path_(path) {
+        mount(path_.c_str(), path_.c_str(), nullptr, MS_BIND, nullptr);
+    }
+    ~Pinned() { umount(path_.c_str()); }
+
+private:
+    std::string path_;
+};
+
+class SmallDisk {
+public:
+    SmallDisk(const std::string &path, const char *size) : path_(path) {
+        fs::create_directories(path);
+        mount("small", path_.c_str(), "tmpfs", 0, (std::string("size=") + size).c_str());
+    }
+    ~SmallDisk() { umount2(path_.c_str(), MNT_DETACH); }
+
+private:
+    std::string path_;
+};
+
+} // namespace
+
+TEST_F(Client, IsAddedWithAllThatItNeeds) {
+    const Ran added = method("client/add_diskless " + c1 + tree + " swap_size=64k");
+    ASSERT_EQ(added.status, 0) << added.errors;
+    EXPECT_THAT(added.steps(),
+                ElementsAre("root: done", "swap: done", "share: done", "share: done", "boot program: done",
+                            "boot links: done", "bootparams: done", "hosts: done", "ethers: done"));
+    EXPECT_EQ(read("/etc/hosts"), "# hosts\n127.0.0.1\tlocalhost\n10.1.2.1\tserver1\n10.1.2.3\tc1\n");
+    EXPECT_EQ(read("/etc/ethers"), "# ethers\n08:00:20:0a:0b:0c\tc1\n");
+    EXPECT_EQ(read("/etc/bootparams"), "other root=elsewhere:/export/root/other\n"
+                                       "c1 root=server1:/export/root/c1 swap=server1:/export/swap/c1/swap\n");
+    EXPECT_EQ(read("/etc/dfs/dfstab"), "# shares\nshare -F nfs -o rw=c1,root=c1 /export/root/c1\n"
+                                       "share -F nfs -o rw=c1,root=c1 /export/swap/c1\n");
+    EXPECT_EQ(read("/etc/dfs/sharetab"), "-  /export/root/c1  rw=c1,root=c1  \"\"\n"
+                                         "-  /export/swap/c1  rw=c1,root=c1  \"\"\n");
+    for (const char *link : {"/tftpboot/0A010203", "/tftpboot/0A010203.KEL4M"})
+        EXPECT_EQ(fs::read_symlink(link), "inetboot.kel4m.Quorvel_2.5") << link;
+    EXPECT_EQ(fs::read_symlink("/tftpboot/tftpboot"), ".");
+    EXPECT_EQ(read("/tftpboot/0A010203"), "boot program");
+}
+
+TEST_F(Client, HasARootLikeTheTreeAndASparseSwapFileOfItsOwn) {
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree + " swap_size=1g").status, 0);
+    EXPECT_EQ(read("/export/root/c1/usr/motd"), "welcome\n");
+    EXPECT_TRUE(fs::equivalent("/export/root/c1/etc/motd", "/export/root/c1/etc/issue")) << "hard links stay";
+    EXPECT_EQ(fs::status("/export/root/c1/etc").permissions(), fs::perms::owner_all | fs::perms::group_write);
+    struct stat swap {};
+    ASSERT_EQ(stat("/export/swap/c1/swap", &swap), 0);
+    EXPECT_EQ(swap.st_size, 1 << 30);
+    EXPECT_LT(swap.st_blocks, 100);
+    EXPECT_EQ(swap.st_mode & 07777, 0600u);
+}
+
+TEST_F(Client, IsNotChangedByASecondRun) {
+    const std::string again = "client/add_diskless " + c1 + tree + " dumppath=/export/dump/c1/dump";
+    ASSERT_EQ(method(again).status, 0);
+    const std::string before = snapshot(true);
+    const Ran second = method(again);
+    EXPECT_EQ(second.status, 0) << second.errors;
+    EXPECT_EQ(snapshot(true), before);
+    EXPECT_THAT(second.steps(), Each(testing::EndsWith(": unchanged")));
+    EXPECT_EQ(second.steps().size(), 11u);
+}
+
+TEST_F(Client, MayHaveADumpFile) {
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree + " dumppath=/export/dump/c1/dump").status, 0);
+    EXPECT_THAT(read("/etc/bootparams"), HasSubstr(" dump=server1:/export/dump/c1/dump\n"));
+    EXPECT_TRUE(fs::exists("/export/dump/c1/dump"));
+    EXPECT_THAT(read("/etc/dfs/dfstab"), HasSubstr("/export/dump/c1\n"));
+}
+
+TEST_F(Client, EthernetAddressIsStoredInOneSpelling) {
+    for (const char *spelling :
+         {"08-00-20-0A-0B-0C", "0800.200a.0b0c", "0800200A0B0C", "08:00:20:0a:0b:0c", "8:0:20:a:b:c"}) {
+        const Ran added =
+            method("client/add_diskless hostname=c1 address=10.1.2.3 ethernet=" + std::string(spelling) +
+                   identity + server + tree);
+        EXPECT_EQ(added.status, 0) << spelling << added.errors;
+        EXPECT_EQ(read("/etc/ethers"), "# ethers\n08:00:20:0a:0b:0c\tc1\n") << spelling;
+    }
+}
+
+TEST_F(Client, OfAnOldReleaseHasItsTreeCopiedToo) {
+    if (!fs::exists("/usr/bin/cpio"))
+        GTEST_SKIP() << "cpio is not installed";
+    write("/tree/boot/boot.kel4m.Quorvel.4.1.3", "old boot program");
+    const std::size_t before = admin_files();
+    const Ran added =
+        method("client/add_diskless hostname=c1 address=10.1.2.3 ethernet=8:0:20:1:2:3 instruction_set=kel4 "
+               "implementation_arch=kel4m os_name=Quorvel os_version=4.1.3 tree=/tree" +
+               server);
+    ASSERT_EQ(added.status, 0) << added.errors;
+    EXPECT_EQ(added.errors, "") << "the copying command's words are no failure";
+    EXPECT_EQ(read("/export/root/c1/usr/motd"), "welcome\n");
+    EXPECT_EQ(read("/tftpboot/0A010203.KEL4M"), "old boot program");
+    EXPECT_EQ(admin_files(), before);
+}
+
+TEST_F(Client, MayBeMadeFromPackages) {
+    standin::place("/usr/sbin/pkgadd", {.script = R"(
+root=$4; spool=$8
+mkdir -p $root/usr/platform/kel4m/lib/fs/nfs $root/var/sadm/install_data
+cp $spool/KTVXboot/inetboot $root/usr/platform/kel4m/lib/fs/nfs/inetboot
+cp $6 $root/admin
+echo "Installation of <KTVXboot> was successful.")"});
+    write("/spool/KTVXboot/pkginfo", "PKG=KTVXboot\n");
+    write("/spool/KTVXboot/inetboot", "from a package");
+    for (const char *file : {"install_data/.clustertoc", "install_data/CLUSTER", "softinfo/INST_RELEASE"})
+        write(std::string("/export/Quorvel_2.5/var/sadm/") + file, file);
+    const Ran added = method("client/add_diskless " + c1 + " packages=/spool");
+    ASSERT_EQ(added.status, 0) << added.errors;
+    EXPECT_EQ(added.errors, "");
+    EXPECT_EQ(read("/tftpboot/0A010203"), "from a package") << "found in the client's new root";
+    EXPECT_EQ(read("/export/root/c1/var/sadm/install_data/CLUSTER"), "install_data/CLUSTER");
+    EXPECT_THAT(read("/export/root/c1/admin"), HasSubstr("space=quit\n"));
+}
+
+TEST_F(Client, GoesAgainWhenItsPackagesCannotBeInstalled) {
+    standin::place("/usr/sbin/pkgadd", {.error = "pkgadd: not enough space\n", .status = 1});
+    write("/spool/KTVXboot/pkginfo", "PKG=KTVXboot\n");
+    expect_undone("not enough space", c1 + " packages=/spool");
+}
+
+TEST_F(Client, GoesAgainWhenItsServiceHasNoCatalogue) {
+    standin::place("/usr/sbin/pkgadd", {.script = "mkdir -p $4/usr/bin"});
+    write("/spool/KTVXboot/pkginfo", "PKG=KTVXboot\n");
+    expect_undone(".clustertoc", c1 + " packages=/spool");
+}
+
+TEST_F(Client, GoesAgainWhenTheDiskIsFull) {
+    const SmallDisk disk("/export", "64k");
+    write("/tree/usr/large", std::string(200'000, 'x'));
+    expect_undone("No space left on device");
+}
+
+TEST_F(Client, GoesAgainWhenItsSwapFileCannotBeMade) {
+    write("/export/swap/file", "");
+    expect_undone("cannot make /export/swap/file", c1 + tree + " swappath=/export/swap/file/c1/swap");
+}
+
+TEST_F(Client, GoesAgainWhenItsRootCannotBeShared) {
+    write("/complain-share-export-root-c1", "");
+    expect_undone("share: /export/root/c1: no");
+}
+
+TEST_F(Client, GoesAgainWhenItsSwapCannotBeShared) {
+    write("/complain-share-export-swap-c1", "");
+    expect_undone("share: /export/swap/c1: no");
+}
+
+TEST_F(Client, GoesAgainWhenTheBootDirectoryCannotBeMade) {
+    write("/tftpboot", "in the way");
+    expect_undone("/tftpboot");
+}
+
+TEST_F(Client, GoesAgainWhenTheBootProgramCannotBeCopied) {
+    const SmallDisk disk("/tftpboot", "16k");
+    fs::create_symlink(".", "/tftpboot/tftpboot");
+    write("/tree/usr/platform/kel4m/lib/fs/nfs/inetboot", std::string(100'000, 'x'));
+    expect_undone("cannot copy the boot program");
+}
+
+TEST_F(Client, GoesAgainWhenAFileStandsInThePlaceOfALink) {
+    write("/tftpboot/0A010203.OLD", "no link");
+    fs::create_symlink(".", "/tftpboot/tftpboot");
+    expect_undone("is no link");
+}
+
+TEST_F(Client, GoesAgainWhenATableCannotBeEdited) {
+    fs::create_directory("/tftpboot");
+    fs::create_symlink(".", "/tftpboot/tftpboot");
+    for (const char *table : {"/etc/dfs/dfstab", "/etc/bootparams", "/etc/hosts", "/etc/ethers"}) {
+        SCOPED_TRACE(table);
+        const Pinned pinned(table);
+        expect_undone(table);
+    }
+}
+
+TEST_F(Client, LeavesWhatWasThereBefore) {
+    fs::create_directories("/export/root/c1");
+    fs::permissions("/export/root/c1", fs::perms::owner_all);
+    write("/tftpboot/inetboot.kel4m.Quorvel_2.5", "older");
+    fs::create_symlink("inetboot.kel4m.Quorvel_2.5", "/tftpboot/0A010299");
+    fs::create_symlink("older.boot", "/tftpboot/0A010203");
+    fs::create_symlink(".", "/tftpboot/tftpboot");
+    const Pinned pinned("/etc/ethers");
+    expect_undone("/etc/ethers");
+}
+
+TEST_F(Client, SaysWhatCouldNotBeTakenBack) {
+    write("/complain-share-export-swap-c1", "");
+    write("/complain-unshare", "");
+    const Ran added = method("client/add_diskless " + c1 + tree);
+    EXPECT_EQ(added.status, 1);
+    EXPECT_THAT(added.errors,
+                HasSubstr("left half done: could not be taken back: the share of /export/root/c1"));
+    EXPECT_THAT(added.errors, Not(HasSubstr("has been taken back")));
+    EXPECT_FALSE(fs::exists("/export/root/c1"));
+}
+
+TEST_F(Client, GoesAgainWhenTheRunIsInterrupted) {
+    for (const char *signal : {"INT", "TERM"}) {
+        fs::remove("/slow-share-began");
+        write("/slow-share", "");
+        const std::string before = snapshot();
+        auto adding =
+            std::async(std::launch::async, [] { return method("client/add_diskless " + c1 + tree); });
+        for (int i = 0; i < 2000 && !fs::exists("/slow-share-began"); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        // The older of the two processes of that name answers for the other.
+        std::system((std::string("pkill -o -x -") + signal + " add_diskless").c_str());
+        const Ran added = adding.get();
+        EXPECT_EQ(added.status, 1);
+        EXPECT_THAT(added.errors, HasSubstr(std::string("interrupted (SIG") + signal + ")"));
+        EXPECT_THAT(added.errors, HasSubstr("has been taken back"));
+        EXPECT_EQ(snapshot(), before);
+    }
+}
+
+TEST_F(Client, AndAnotherAreAddedAtOnce) {
+    auto first = std::async(std::launch::async, [] { return method("client/add_diskless " + c1 + tree); });
+    auto second = std::async(std::launch::async, [] { return method("client/add_diskless " + c2 + tree); });
+    const Ran one = first.get(), other = second.get();
+    EXPECT_EQ(one.status, 0) << one.errors;
+    EXPECT_EQ(other.status, 0) << other.errors;
+    for (const std::string table : {"/etc/hosts", "/etc/ethers", "/etc/bootparams", "/etc/dfs/dfstab"})
+        EXPECT_THAT(read(table), AllOf(HasSubstr("c1"), HasSubstr("c2"))) << table;
+    for (const char *link : {"/tftpboot/0A010203", "/tftpboot/0A010204.KEL4M"})
+        EXPECT_EQ(read(link), "boot program");
+}
+
+TEST_F(Client, IsWorkedOnByOneRunAtATime) {
+    write("/slow-share", "");
+    auto adding = std::async(std::launch::async, [] { return method("client/add_diskless " + c1 + tree); });
+    for (int i = 0; i < 2000 && !fs::exists("/slow-share-began"); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_THAT(method("client/add_diskless " + c1 + tree).errors,
+                HasSubstr("somebody else is working on c1"));
+    EXPECT_THAT(method("client/remove hostname=c1").errors, HasSubstr("somebody else is working on c1"));
+    std::system("pkill -o -x add_diskless");
+    adding.get();
+}
+
+TEST_F(Client, IsRefusedWithBadData) {
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    const std::string rest = identity + server + tree;
+    expect_refused("must be an IPv4 address", "hostname=c2 address=10.1.2.300 ethernet=8:0:20:1:1:1" + rest);
+    expect_refused("must be an IPv4 address", "hostname=c2 address=c2 ethernet=8:0:20:1:1:1" + rest);
+    expect_refused("is no address of a host", "hostname=c2 address=224.0.0.1 ethernet=8:0:20:1:1:1" + rest);
+    expect_refused("is no address of a host", "hostname=c2 address=0.0.0.0 ethernet=8:0:20:1:1:1" + rest);
+    expect_refused("must be an Ethernet address", "hostname=c2 address=10.1.2.4 ethernet=8:0:20:1:1" + rest);
+    expect_refused("no Ethernet address of a single host",
+                   "hostname=c2 address=10.1.2.4 ethernet=ff:ff:ff:ff:ff:ff" + rest);
+    expect_refused("10.1.2.3 belongs to c1", "hostname=c2 address=10.1.2.3 ethernet=8:0:20:1:1:1" + rest);
+    expect_refused("c1 has 10.1.2.3", "hostname=c1 address=10.1.2.9 ethernet=8:0:20:a:b:c" + rest);
+    expect_refused("belongs to c1", "hostname=c2 address=10.1.2.4 ethernet=8:0:20:a:b:c" + rest);
+    expect_refused("is a client already", c1 + tree + " rootpath=/export/root/elsewhere");
+    expect_refused("is a client already", c1 + tree + " swappath=/export/swap/elsewhere");
+    expect_refused("bytes already", c1 + tree + " swap_size=1k");
+    expect_refused("lies in the root of c1", c2 + tree + " rootpath=/export/root/c1/below");
+    expect_refused("is the root of c1", c2 + tree + " rootpath=/export/root/c1/");
+    expect_refused("/export/root holds the root of", c2 + tree + " rootpath=/export/root");
+    expect_refused("lies in the root of c1", c2 + tree + " swappath=/export/root/c1/swap");
+    expect_refused("rootpath", c2 + tree + " rootpath=/");
+    expect_refused("there is no operating system at /none", c2 + " tree=/none");
+    expect_refused("no root file system", c2 + " tree=/tree/etc");
+    expect_refused("no boot program for kel4x",
+                   "hostname=c2 address=10.1.2.4 ethernet=8:0:20:1:1:1 instruction_set=kel4 "
+                   "implementation_arch=kel4x os_name=Quorvel os_version=2.5" +
+                       tree);
+    expect_refused("not both", c2 + tree + " packages=/spool");
+    expect_refused("lie in one another", c2 + tree + " rootpath=/tree/below");
+    expect_refused("holds files already", c2 + tree + " rootpath=/usr/lib");
+    expect_refused("/cdrom/cdrom0/s0", c2);
+    expect_refused("more than any file can hold", c2 + tree + " swap_size=99999999999g");
+}
+
+TEST_F(Client, IsNotAddedWhereNothingCanBeShared) {
+    fs::remove(share_command);
+    expect_refused("/usr/sbin/share", c1 + tree);
+}
+
+TEST_F(Client, IsToldWhichDaemonsAreMissing) {
+    const Ran added = method("client/add_diskless " + c1 + tree);
+    EXPECT_THAT(added.warnings(), Contains(HasSubstr("in.tftpd does not run; start it: ")));
+    EXPECT_THAT(added.warnings(), Contains(HasSubstr("rpcbind does not run; start it: ")));
+    EXPECT_THAT(added.warnings(), Not(Contains(testing::StartsWith("reverse ARP"))));
+    EXPECT_THAT(added.warnings(),
+                Contains(HasSubstr("no interface of this server is in the network of 10.1.2.3")));
+}
+
+TEST_F(Client, IsToldWhenItsServersNameLeadsNowhere) {
+    write("/etc/hosts", "127.0.1.1\tserver1\n");
+    EXPECT_THAT(method("client/add_diskless " + c1 + tree).warnings(),
+                Contains(HasSubstr("server1 has the address 127.")));
+}
+
+TEST_F(Client, IsRemovedWithEverythingButItsRoot) {
+    const std::string before = snapshot();
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree + " server=localhost").status, 2) << "given twice";
+    write("/etc/hosts", "# hosts\n127.0.0.1\tlocalhost server1\n");
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    const Ran removed = method("client/remove hostname=c1");
+    EXPECT_EQ(removed.status, 0) << removed.errors;
+    EXPECT_EQ(read("/etc/hosts"), "# hosts\n127.0.0.1\tlocalhost server1\n");
+    EXPECT_EQ(read("/etc/ethers"), "# ethers\n");
+    EXPECT_EQ(read("/etc/bootparams"), "other root=elsewhere:/export/root/other\n");
+    EXPECT_EQ(read("/etc/dfs/dfstab"), "# shares\n");
+    EXPECT_EQ(read("/etc/dfs/sharetab"), "");
+    EXPECT_TRUE(fs::exists("/export/root/c1/etc/motd")) << "without purge=yes";
+    EXPECT_FALSE(fs::exists("/export/swap/c1"));
+    EXPECT_FALSE(fs::exists(fs::symlink_status("/tftpboot/0A010203")));
+    EXPECT_TRUE(fs::exists("/tftpboot/inetboot.kel4m.Quorvel_2.5"));
+    EXPECT_THAT(removed.steps(), Contains("root: kept"));
+
+    const std::string after = snapshot(true);
+    const Ran again = method("client/remove hostname=c1");
+    EXPECT_EQ(again.status, 0);
+    EXPECT_THAT(again.steps(), ElementsAre("client: unchanged"));
+    EXPECT_EQ(snapshot(true), after);
+}
+
+TEST_F(Client, IsRemovedWithItsRootWhenAskedTo) {
+    write("/etc/hosts", "127.0.0.1\tlocalhost server1\n");
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    ASSERT_EQ(method("client/add_diskless " + c2 + tree).status, 0);
+    EXPECT_EQ(method("client/remove hostname=c1 purge=yes").status, 0);
+    EXPECT_FALSE(fs::exists("/export/root/c1"));
+    EXPECT_TRUE(fs::exists("/export/root/c2/etc/motd"));
+    EXPECT_EQ(read("/tftpboot/0A010204"), "boot program");
+    EXPECT_EQ(method("client/remove hostname=c1 purge=yes").status, 0) << "safe to run twice";
+}
+
+TEST_F(Client, KeepsItsRootWhenAnothersLiesInIt) {
+    write("/etc/hosts", "127.0.0.1\tlocalhost server1\n");
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    write("/etc/bootparams", read("/etc/bootparams") + "c9 root=server1:/export/root/c1/c9\n");
+    const std::string before = snapshot(true);
+    const Ran removed = method("client/remove hostname=c1 purge=yes");
+    EXPECT_EQ(removed.status, 1);
+    EXPECT_THAT(removed.errors, HasSubstr("/export/root/c1/c9"));
+    EXPECT_EQ(snapshot(true), before);
+}
+
+TEST_F(Client, KeepsItsRootWhenSomethingIsMountedThere) {
+    write("/etc/hosts", "127.0.0.1\tlocalhost server1\n");
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    {
+        const SmallDisk disk("/export/root/c1/mnt", "64k");
+        write("/export/root/c1/mnt/precious", "x");
+        const Ran removed = method("client/remove hostname=c1 purge=yes");
+        EXPECT_EQ(removed.status, 1);
+        EXPECT_THAT(removed.errors, AllOf(HasSubstr("something is mounted at /export/root/c1/mnt"),
+                                          HasSubstr("left half done: still there: /export/root/c1")));
+        EXPECT_TRUE(fs::exists("/export/root/c1/mnt/precious"));
+        EXPECT_TRUE(fs::exists("/export/root/c1/etc/motd"));
+    }
+    const Ran again = method("client/remove hostname=c1 purge=yes");
+    EXPECT_EQ(again.status, 0) << again.errors;
+    EXPECT_FALSE(fs::exists("/export/root/c1"));
+}
+
+TEST_F(Client, RemovalThatFailsSaysWhatIsLeftAndIsFinishedByAnother) {
+    write("/etc/hosts", "127.0.0.1\tlocalhost server1\n");
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    write("/complain-unshare", "");
+    const Ran removed = method("client/remove hostname=c1 purge=yes");
+    EXPECT_EQ(removed.status, 1);
+    EXPECT_THAT(removed.errors, AllOf(HasSubstr("still there: the share of /export/root/c1"),
+                                      HasSubstr("still there: /export/swap/c1/swap"),
+                                      HasSubstr("still there: the entry of c1 in /etc/bootparams")));
+    EXPECT_FALSE(fs::exists(fs::symlink_status("/tftpboot/0A010203"))) << "it cannot boot any more";
+    fs::remove("/complain-unshare");
+    EXPECT_EQ(method("client/remove hostname=c1 purge=yes").status, 0);
+    EXPECT_THAT(snapshot(), Not(HasSubstr("c1")));
+}
+
+TEST_F(Client, RemovalKeepsAShareThatOthersUseToo) {
+    write("/etc/hosts", "127.0.0.1\tlocalhost server1\n");
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    write("/etc/dfs/sharetab", "-  /export/root/c1  rw=c1:c2,root=c1  \"\"\n");
+    const Ran removed = method("client/remove hostname=c1");
+    EXPECT_EQ(removed.status, 0) << removed.errors;
+    EXPECT_THAT(removed.steps(), Contains("share: kept"));
+    EXPECT_THAT(read("/etc/dfs/sharetab"), HasSubstr("rw=c1:c2"));
+}
+
+TEST_F(Client, RemovalTouchesNobodyElse) {
+    const std::string before = snapshot(true);
+    for (const char *name : {"server1", "localhost", "other2"})
+        method(std::string("client/remove purge=yes hostname=") + name);
+    EXPECT_EQ(snapshot(true), before);
+}
+
+TEST_F(Client, IsListedAndShown) {
+    write("/etc/hosts", "127.0.0.1\tlocalhost server1\n");
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    ASSERT_EQ(method("client/add_diskless " + c2 + tree).status, 0);
+    fs::remove("/tftpboot/0A010204");
+    write("/etc/dfs/sharetab", "-  /export/root/c1  rw=c1,root=c1  \"\"\n");
+
+    const auto rows = method("client/list").results.at("rows");
+    ASSERT_EQ(rows.size(), 2u) << "a root on another server makes no client of this one";
+    EXPECT_EQ(rows[0], nlohmann::json({{"name", "c1"},
+                                       {"address", "10.1.2.3"},
+                                       {"ethernet", "08:00:20:0a:0b:0c"},
+                                       {"architecture", "kel4m"},
+                                       {"root", "/export/root/c1"},
+                                       {"boot_links", "yes"},
+                                       {"shared", "yes"}}));
+    EXPECT_EQ(rows[1].at("boot_links"), "no 0A010204");
+    EXPECT_EQ(rows[1].at("shared"), "no");
+
+    const auto shown = method("client/show hostname=c1").results.at("outputs");
+    EXPECT_EQ(shown.at("root"), "server1:/export/root/c1");
+    EXPECT_EQ(shown.at("swap_size"), "33554432");
+    EXPECT_EQ(shown.at("share_at_boot"), "rw=c1,root=c1");
+    EXPECT_EQ(method("client/show hostname=nobody").status, 1);
+}
+
+TEST_F(Client, IsInTheStatusOfTheServer) {
+    write("/etc/hosts", "127.0.0.1\tlocalhost server1\n");
+    write("/etc/vfstab", "#device\tfsck\tpoint\ttype\tpass\tboot\toptions\n/proc - /proc proc - no -\n"
+                         "h:/usr - /mnt/usr nfs - yes ro\n");
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    const Ran status = run("status --json");
+    ASSERT_EQ(status.status, 0) << status.errors;
+    EXPECT_EQ(status.results.at("clients")[0].at("architecture"), "kel4m");
+    EXPECT_EQ(status.results.at("clients")[0].at("shared"), "yes");
+    EXPECT_EQ(status.results.at("shares").size(), 2u);
+    ASSERT_EQ(status.results.at("mounts").size(), 2u);
+    EXPECT_EQ(status.results.at("mounts")[0].at("now"), "yes");
+    EXPECT_EQ(status.results.at("mounts")[1].at("now"), "no");
+    EXPECT_EQ(status.results.at("mounts")[1].at("at_boot"), "yes");
+    std::map<std::string, std::string> running;
+    for (const auto &daemon : status.results.at("daemons"))
+        running[daemon.at("service")] = daemon.at("running");
+    EXPECT_EQ(running.at("NFS"), "yes");
+    EXPECT_EQ(running.at("reverse ARP"), "yes");
+    EXPECT_EQ(running.at("TFTP"), "no");
+    const std::string text = hostadm() + " status";
+    EXPECT_EQ(
+        std::system(
+            (text + " | grep -qx 'c1    10.1.2.3  kel4m         /export/root/c1  yes         yes'").c_str()),
+        0);
+}
+
+TEST_F(Client, StatusOfAServerWithoutClientsIsEmptyNotAnError) {
+    for (const char *path : {"/etc/bootparams", "/etc/ethers", "/etc/dfs", "/etc/vfstab"})
+        fs::remove_all(path);
+    const Ran status = run("status --json");
+    EXPECT_EQ(status.status, 0) << status.errors;
+    EXPECT_TRUE(status.results.at("clients").empty());
+    EXPECT_EQ(status.results.at("daemons").size(), 6u);
+}
+
+TEST_F(Client, BootAreasHaveMethodsOfTheirOwn) {
+    const std::string names = " address=10.1.2.3" + identity;
+    const Ran set_up = method("netboot/setup_tftpboot install_hierarchy=/tree" + names);
+    EXPECT_EQ(set_up.status, 0) << set_up.errors;
+    EXPECT_EQ(set_up.results.at("outputs").at("boot_program"), "inetboot.kel4m.Quorvel_2.5");
+    EXPECT_EQ(read("/tftpboot/0A010203.KEL4M"), "boot program");
+    EXPECT_EQ(method("netboot/cleanup_tftpboot address=10.1.2.3").status, 0);
+    EXPECT_FALSE(fs::exists(fs::symlink_status("/tftpboot/0A010203")));
+    const Ran again = method("netboot/cleanup_tftpboot address=10.1.2.3");
+    EXPECT_EQ(again.status, 0);
+    EXPECT_EQ(again.errors, "");
+    EXPECT_EQ(method("netboot/setup_tftpboot install_hierarchy=/none os_version=2.6 address=10.1.2.3 "
+                     "instruction_set=a "
+                     "implementation_arch=b os_name=c")
+                  .status,
+              1);
+
+    fs::remove_all("/rplboot");
+    const std::string part = "/export/exec/kel4.Quorvel_2.5/lib/fs/nfs/";
+    write(part + "inetboot", "rpl");
+    write(part + "drv.i86pc/gluecode.com", "glue");
+    const std::string rpl = "netboot/setup_rplboot client_key=08002001" + identity;
+    EXPECT_THAT(method(rpl).errors, HasSubstr("(error 67)")) << "smc.com is missing";
+    write(part + "drv.i86pc/smc.com", "smc");
+    EXPECT_EQ(method(rpl).status, 0);
+    EXPECT_EQ(read("/rplboot/08002001.hw.com"), "smc");
+    EXPECT_EQ(read("/rplboot/08002001.glue.com"), "glue");
+    EXPECT_EQ(read("/rplboot/08002001.inetboot"), "rpl");
+    EXPECT_EQ(method("netboot/cleanup_rplboot client_key=08002001").status, 0);
+    EXPECT_FALSE(fs::exists(fs::symlink_status("/rplboot/08002001.hw.com")));
+    EXPECT_EQ(method("netboot/cleanup_rplboot client_key=08002001").status, 0);
+}
+
+TEST_F(Client, NameMayBeSetAlone) {
+    EXPECT_EQ(method("database/set_host address=10.1.2.9 hostname=c9").status, 0);
+    EXPECT_THAT(read("/etc/hosts"), testing::EndsWith("10.1.2.9\tc9\n"));
+    const Pinned pinned("/etc/hosts");
+    const Ran failed = method("database/set_host address=10.1.2.9 hostname=c10");
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_THAT(failed.errors, HasSubstr("/etc/hosts"));
+}
+
+TEST_F(Client, RootMayBeFilledAlone) {
+    if (!fs::exists("/usr/bin/cpio"))
+        GTEST_SKIP() << "cpio is not installed";
+    fs::create_directories("/export/root/c7");
+    write("/second/etc/more", "more");
+    const std::string words =
+        "service/create_root rootpath=/export/root/c7 os_name=Quorvel os_version=4.1.3 sources=";
+    const Ran made = method(words + "/tree,/second");
+    EXPECT_EQ(made.status, 0) << made.errors;
+    EXPECT_EQ(read("/export/root/c7/etc/motd"), "welcome\n");
+    EXPECT_EQ(read("/export/root/c7/etc/more"), "more");
+    EXPECT_THAT(method(words + "/none").errors, HasSubstr("there is no directory /none"));
+}
