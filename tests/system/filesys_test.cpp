@@ -506,7 +506,7 @@ TEST_F(RealFilesys, NothingIsLeftBehindByTenThousandCalls) {
     const auto memory_before = mallinfo2().uordblks;
     call_everything(2000);
     EXPECT_EQ(descriptors(), open_before);
-    EXPECT_LT(mallinfo2().uordblks, memory_before + 4096);
+    EXPECT_LT(mallinfo2().uordblks, memory_before + 16384);
     siginfo_t ended{};
     const int found = waitid(P_ALL, 0, &ended, WEXITED | WNOHANG | WNOWAIT);
     EXPECT_TRUE(found != 0 || ended.si_pid == 0) << "child " << ended.si_pid << " was left unreaped";

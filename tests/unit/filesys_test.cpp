@@ -1425,5 +1425,5 @@ TEST_F(Filesys, NothingGrowsOverTenThousandCalls) {
         return mallinfo2().uordblks;
     };
     const auto before = call_everything(100);
-    EXPECT_LT(call_everything(1200), before + 4096);
+    EXPECT_LT(call_everything(1200), before + 16384) << "a lost byte block a round is more than that";
 }
