@@ -109,6 +109,10 @@ struct swmgmt_revision {
 
 /* Both NULL at first. Set by the method, whose strings they stay; the library only reads it. */
 extern struct hold_dev_record hold_dev;
+/*
+ * The list of current shares (get_sharefs_ents): its first entry, and a cursor. Both are NULL when the list
+ * is empty. A caller may walk the list and move the cursor; entries and their strings are the library's.
+ */
 extern struct sharefs_entry *sfs_top;
 extern struct sharefs_entry *sfs_current;
 
@@ -217,21 +221,154 @@ int mntadd(const char *vfstab, char *resource, const char *fsckdev, const char *
            const char *fsckpass, const char *mountatboot, const char *mntopts);
 int mntadd4x(const char *vfstab, char *col0, const char *col1, const char *col2, const char *col3,
              const char *col4, const char *col5);
+
+/*
+ * Mounts a file system on the running system with /usr/sbin/mount, writes its line into the table of mounts,
+ * or both.
+ *
+ * resource    what to mount: a device, or HOST:/PATH. It is also the key: the line of the table with this
+ * first column is replaced, and one is added when there is none. Its case is kept, unlike in mntadd. fsckdev
+ * the device to check; NULL or empty: "-" for the type "nfs", otherwise an error mountpt     the directory to
+ * mount it on fstype      NULL or empty: "ufs" fsckpass    NULL or empty: "2", for "nfs" "-" mountatboot NULL
+ * or empty: "yes" mntopts     NULL or empty: "rw", for "nfs" "bg,hard,rw" takeeffect  "nowonly" only mounts,
+ * "bootonly" only edits the table, "nowandboot" (also NULL or empty) does both vfstab      the table (format:
+ * mntadd); NULL or empty: /etc/vfstab
+ *
+ * Success of the mount is its silence: whatever it prints, a warning too, is a failure, and its exit status
+ * does not count. A mount of type "hsfs" that fails is tried once more as "ufs" when the options hold "ro"
+ * anywhere; the table then says "ufs", and the first failure stays recorded. When the table cannot be edited,
+ * a mount made by this call is undone with /usr/sbin/umount; when that fails too, adm_err_cleanup(NULL,
+ * ADM_DIRTY) tells the framework.
+ *
+ * Returns 0, or after recording an error (arguments behind the method's name):
+ * - 1: error 1 ("fsckdev", "resource" or "mountpt"): missing; resource and mountpt may not be "-" either.
+ * Looked at in this order, before takeeffect
+ * - 10: error 10 (TAKEEFFECT, "takeeffect"): none of the three
+ * - 23: error 23 ("/usr/sbin/mount", RESOURCE, LINE): the mount failed; its first line of output as read
+ * (newline included, at most 1023 characters), empty when it could not be started. The table is not touched
+ * - 22: error 22: the edit could not be prepared, or memory is out (then nothing is recorded)
+ * - 38: error 70 (RESOURCE, VFSTAB, DETAIL), deliberately not 70: the table could not be edited. DETAIL is
+ * message 53 when it is locked, message 8 when there is no such line, otherwise the system's reason
+ */
 int mount_filesystem(const char *resource, const char *fsckdev, const char *mountpt, const char *fstype,
                      const char *fsckpass, const char *mountatboot, const char *mntopts,
                      const char *takeeffect, const char *vfstab, const char *method);
+
+/*
+ * Unmounts what is mounted on mountpt with /usr/sbin/umount, removes the line with this third column from the
+ * table of mounts, or both; takeeffect and vfstab as in mount_filesystem. Silence is the only sign of success
+ * here too. A failed unmount ends it; an unmount is not taken back when the edit fails.
+ *
+ * Returns 0, or after recording an error:
+ * - 1: error 1 ("mountpt"): NULL, empty or "-"
+ * - 10: error 10 (TAKEEFFECT, "takeeffect")
+ * - 24: error 24 ("/usr/sbin/umount", MOUNTPT, LINE): it failed, or could not be started (empty LINE)
+ * - 22: error 22, as in mount_filesystem
+ * - 38: error 70 (MOUNTPT, VFSTAB, DETAIL), as in mount_filesystem: also when there is no such line
+ */
 int unmount_filesystem(const char *mountpt, const char *takeeffect, const char *vfstab, const char *method);
 
 /* ---- shares ---- */
 
+/*
+ * Runs /usr/sbin/share and appends an entry for each line of its output, with the second word as path and the
+ * third as options. A line with fewer words takes the missing ones from the line before it; on the first line
+ * they are empty. Lines may be of any length. A command that fails or cannot be started adds nothing; nothing
+ * is recorded.
+ *
+ * The list is not emptied first. Entries are added behind sfs_current, which then is the last of them: after
+ * a get_sharefs_ent that found something, the entries behind it are cut off the list (they live on until it
+ * is freed).
+ */
 void get_sharefs_ents(void);
+
+/* Frees the list and all that was ever cut off from it; sfs_top and sfs_current are NULL then. */
 void free_sharefs_ents(void);
+
+/*
+ * Whether path is shared now with exactly these options: 1 or 0. Looks through the list with a fresh snapshot
+ * added, and frees it. Neither argument may be NULL.
+ */
 int match_sharefs_ent(const char *path, const char *options);
+
+/*
+ * The options with which path (not NULL) is shared now; "" when it is not. Looks through the list with a
+ * fresh snapshot added. After a match the list stays, with sfs_current on the entry, and the result is valid
+ * until free_sharefs_ents, which the caller calls; otherwise the list is freed.
+ */
 const char *get_sharefs_ent(const char *path);
+
+/*
+ * Shares a directory over NFS on the running system with /usr/sbin/share, writes its line into
+ * /etc/dfs/dfstab, or both.
+ *
+ * fstype       "nfs"; NULL or empty mean the same
+ * options      such as "rw=c1:c2,root=c1"; NULL or empty: "rw"
+ * description  one word for the shell, quotes included when it needs them; NULL or empty: none
+ * pathname     the directory. Links and dots are resolved (realpath); when that fails it is used as given
+ * takeeffect   "nowonly" only shares, "bootonly" only edits the table, "nowandboot" (also NULL or empty) does
+ * both force        not 0: a share that fails does not end it. The daemons are started, the line is written
+ * as a comment
+ *              ("#share"), and the result is that of the table alone: the failure is recorded, but 0 is
+ * returned
+ *
+ * A line of /etc/dfs/dfstab is `share -F nfs -o OPTIONS [-d DESCRIPTION] PATH`. One with the same first word,
+ * type and path is replaced, whatever its options and description; a "#share" line matches only another such
+ * line.
+ *
+ * When share complains that a sub-directory is shared already, and that with the same options, the
+ * sub-directory is withdrawn (unsharefs, now and at boot), code 0 is recorded to take back what was recorded
+ * before, and share is run again; so for each sub-directory. A parent that is shared with the same options is
+ * as good as a share of its own. After sharing, enable_nfs_file_serving is called; its result does not count.
+ * When the table cannot be edited, the share is undone with /usr/sbin/unshare, and when that fails too,
+ * adm_err_cleanup(NULL, ADM_DIRTY) tells the framework. The resolved path is set as output argument
+ * "pathname".
+ *
+ * Returns 0, or after recording an error:
+ * - 26: error 26 ("nfs"): another type
+ * - 1: error 1 ("pathname"): NULL or empty
+ * - 10: error 10 (TAKEEFFECT, "takeeffect")
+ * - 27: error 27 ("/usr/sbin/share", PATH, WHY): the directory lies on an NFS mount ("cannot share nfs", in
+ * every mode), share could not be started (""), said something else (its first line, at most 1023
+ * characters), or goes on about a sub-directory that was withdrawn
+ * - 29: error 29 (SUBDIRECTORY, ITS OPTIONS, PATH, OPTIONS): a sub-directory is shared with other options
+ * - 30: error 30 (PATH, OPTIONS, PARENT, ITS OPTIONS, HOST): a parent is
+ * - 22: error 22, as in mount_filesystem
+ * - 38: error 70 (PATH, "/etc/dfs/dfstab", DETAIL), as in mount_filesystem
+ */
 int sharefs(const char *fstype, const char *options, const char *description, const char *pathname,
             const char *takeeffect, const char *method, int force);
+
+/*
+ * Withdraws a share from the running system with /usr/sbin/unshare, removes its line from /etc/dfs/dfstab, or
+ * both. A path that is not shared, and one without a line, are no errors. The second step is tried when the
+ * first failed; when one was done and the other failed, adm_err_cleanup(NULL, ADM_DIRTY) tells the framework.
+ *
+ * fstype, pathname, takeeffect: as in sharefs; the resolved path is set as output argument "pathname".
+ * client  NULL or empty: withdraw it whatever its options. Otherwise only if the first place in its line (of
+ * the share list, and of the table) where "=CLIENT" ends a word is not followed by ":", so that nobody else
+ * is named there: "rw=c1" for c1, but neither "rw=c1:c2" nor "rw=c2:c1". CLIENT is part of a basic regular
+ * expression
+ *
+ * Returns 0, or after recording an error the code of the last failure:
+ * - 26, 1, 10: as in sharefs
+ * - 27: error 27 ("/usr/sbin/unshare", PATH, LINE): unshare could not be started (""), or said something else
+ * than that the path is not shared
+ * - 49: error 49 ("/usr/sbin/unshare", PATH, CLIENT): it is not shared with the client alone
+ * - 22: error 22, as in mount_filesystem
+ * - 38: error 70 (PATH, "/etc/dfs/dfstab", DETAIL): the table could not be read or edited
+ */
 int unsharefs(const char *fstype, const char *pathname, const char *client, const char *takeeffect,
               const char *method);
+
+/*
+ * Makes sure that the NFS server daemons run: /usr/lib/nfs/mountd, and /usr/lib/nfs/nfsd with the arguments
+ * "-a 16". A program that was set aside under its name with "-" behind it is moved back first. Waits three
+ * seconds when it started one.
+ *
+ * Returns 0, or 42 after recording error 42 (PROGRAM, REASON): a daemon could not be started. The one behind
+ * it is then not tried.
+ */
 int enable_nfs_file_serving(const char *method);
 
 /* ---- bootparams ---- */
@@ -400,8 +537,39 @@ int cleanup_rplboot_dir(const char *method, const char *client_key);
 
 /* ---- daemons ---- */
 
+/*
+ * Whether a daemon runs, by a look at every process in /proc. name is its program without the directory, such
+ * as "nfsd". A process counts when "/" and the name occur anywhere in the first 80 bytes of its arguments: an
+ * editor open on /tmp/nfsd counts, a daemon started by its bare name does not.
+ *
+ * pid (may be NULL) is set to the id of the process that decided: the live one, or the last defunct one;
+ * otherwise it is left as it was. Nothing is recorded.
+ *
+ * HOSTADM_DAEMON_RUNNING (1), HOSTADM_DAEMON_DEFUNCT (4: only defunct ones), HOSTADM_DAEMON_NOT_RUNNING (2:
+ * none, or name is NULL), HOSTADM_DAEMON_NO_PROCFS (3: /proc cannot be opened, or memory is out)
+ */
 int check_daemon(const char *name, int *pid);
+
+/*
+ * Whether a reverse-address daemon serves a network interface: a process whose program is "in.rarpd", with
+ * "-a" (all interfaces) or the interface's name anywhere in the first 80 bytes of its arguments. With NULL
+ * only "-a" counts. Results as those of check_daemon.
+ */
 int check_rarpd(const char *interface);
+
+/*
+ * Starts a daemon in the background and returns at once: 0 when a process was made for it, -1 with errno when
+ * not (or path is NULL). Whether the program exists and stays up is not looked at. Nothing is recorded, and
+ * the process is not waited for: until the caller ends or waits, it stays as a defunct child once it has
+ * ended.
+ *
+ * path is the program. One whose path holds "in.rarpd" or "rpld" is run with the one argument "-a", whatever
+ * args says. Otherwise args is NULL (no arguments), or a piece of shell text: the shell runs "PATH ARGS &".
+ *
+ * The daemon gets a session of its own, /dev/null as standard input, output and error, and no other
+ * descriptor, so that it holds no terminal, pipe or file of the caller. It keeps the caller's working
+ * directory and environment.
+ */
 int start_daemon(const char *path, const char *args);
 
 /* ---- identity and paths ---- */

@@ -5,6 +5,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -129,15 +130,19 @@ struct ShareWords {
     std::string resource, path, options;
 
     void read(std::string_view line) {
-        constexpr std::string_view blanks = " \t\n\v\f\r";
         for (std::string *word : {&resource, &path, &options}) {
-            const std::size_t start = line.find_first_not_of(blanks);
-            if (start == std::string_view::npos)
+            const auto begin = std::find_if_not(line.begin(), line.end(), is_blank);
+            if (begin == line.end())
                 return;
-            line.remove_prefix(start);
-            *word = line.substr(0, line.find_first_of(blanks));
-            line.remove_prefix(word->size());
+            const auto end = std::find_if(begin, line.end(), is_blank);
+            word->assign(begin, end);
+            line.remove_prefix(static_cast<std::size_t>(end - line.begin()));
         }
+    }
+
+private:
+    static bool is_blank(char character) {
+        return character == ' ' || (character >= '\t' && character <= '\r');
     }
 };
 
