@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <new>
 #include <string>
 #include <string_view>
@@ -13,6 +12,7 @@
 #include "hostadm/platform.h"
 #include "support/boundary.hpp"
 #include "support/error.hpp"
+#include "support/handle.hpp"
 #include "support/text.hpp"
 
 namespace {
@@ -38,10 +38,7 @@ char thishost[257];
 // Paths without a value point here. The caller must not free it.
 char no_path[] = "";
 
-struct Free {
-    void operator()(char *text) const { std::free(text); }
-};
-using OwnedText = std::unique_ptr<char, Free>;
+using OwnedText = hostadm::Allocated<char>;
 
 // ---- the answer of the last query ----
 

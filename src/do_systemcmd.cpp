@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 // Runs a shell command for a method and reports what the command said.
+#include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "hostadm.h"
 #include "support/boundary.hpp"
@@ -19,54 +20,113 @@ namespace {
 constexpr int not_started = 91;
 constexpr int command_said = 92;
 
-// A line of output, or 511 characters of a longer one, with the NUL behind them.
-constexpr int piece_size = 512;
+// A line of output with its newline, or this much of a longer one, is a piece.
+constexpr std::size_t longest_piece = 511;
 
-// What a command printed. The text grows where it lies (realloc moves large blocks by their pages), so that
-// even an enormous output is never held twice.
+// Memory that grows by moving its pages, so that its content is never held twice.
+class Pages {
+public:
+    Pages() = default;
+    ~Pages() {
+        if (start_ != MAP_FAILED)
+            munmap(start_, size_);
+    }
+    Pages(Pages &&other) noexcept
+        : start_(std::exchange(other.start_, MAP_FAILED)), size_(std::exchange(other.size_, 0)) {}
+    Pages &operator=(Pages &&) = delete;
+
+    bool grow_to(std::size_t size) {
+        void *grown = start_ == MAP_FAILED
+                          ? mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)
+                          : mremap(start_, size_, size, MREMAP_MAYMOVE);
+        if (grown == MAP_FAILED)
+            return false;
+        start_ = grown;
+        size_ = size;
+        return true;
+    }
+    char *get() const { return static_cast<char *>(start_); }
+    std::size_t size() const { return size_; }
+
+private:
+    void *start_ = MAP_FAILED;
+    std::size_t size_ = 0;
+};
+
+// What a command printed. It is read to the place where it stays.
 class CollectedOutput {
 public:
-    // A place behind the text for one piece; NULL when memory is out.
-    char *room() {
-        if (capacity_ - length_ < piece_size && !grow())
-            return nullptr;
-        return text_.get() + length_;
+    // Reads the next block and keeps its pieces. False when memory is out; at the end of the output nothing
+    // more comes.
+    bool read_block(hostadm::CommandOutput &command) {
+        if (!make_room())
+            return false;
+        const std::size_t size = command.block(text_.get() + read_, block_size);
+        read_ += size;
+        ended_ = size < block_size;
+        keep_pieces();
+        return true;
     }
-    // Keeps the piece written there, without its leading blanks. It ends at its first NUL.
-    void keep_piece() {
-        char *place = text_.get() + length_;
-        const char *start = place + std::strspn(place, " ");
-        const std::size_t length = std::strlen(start);
-        if (start != place)
-            std::memmove(place, start, length + 1);
-        length_ += length;
-        seen_ = true;
-    }
+    bool ended() const { return ended_; }
     bool seen() const { return seen_; }
     const char *text() const { return text_.get(); }
 
 private:
-    struct Free {
-        void operator()(char *text) const { std::free(text); }
-    };
+    static constexpr std::size_t block_size = 65536;
 
-    bool grow() {
-        const std::size_t capacity = capacity_ + capacity_ / 8 + 8 * piece_size;
-        char *moved = static_cast<char *>(std::realloc(text_.get(), capacity));
-        if (moved == nullptr)
+    bool make_room() {
+        const std::size_t needed = read_ + block_size + 1;
+        if (needed <= text_.size())
+            return true;
+        if (!text_.grow_to(needed + needed / 8))
             return false;
-        static_cast<void>(text_.release());
-        text_.reset(moved);
-        capacity_ = capacity;
-        if (length_ == 0)
-            text_.get()[length_++] = '\n'; // the text starts on a line of its own in the error record
+        if (kept_ == 0) {
+            *text_.get() = '\n'; // the output stands on lines of its own in the error record
+            kept_ = read_ = 1;
+        }
         return true;
     }
 
-    std::unique_ptr<char, Free> text_;
-    std::size_t length_ = 0;
-    std::size_t capacity_ = 0;
+    // Moves every whole piece up to the text, without its leading blanks. It ends at its first NUL.
+    void keep_pieces() {
+        char *piece = text_.get() + kept_;
+        char *const end = text_.get() + read_;
+        seen_ = seen_ || piece != end;
+        const bool has_nul = std::memchr(piece, '\0', static_cast<std::size_t>(end - piece)) != nullptr;
+        while (char *next = end_of_piece(piece, end)) {
+            while (piece != next && *piece == ' ')
+                ++piece;
+            std::size_t length = static_cast<std::size_t>(next - piece);
+            if (has_nul)
+                length = strnlen(piece, length);
+            move_up(piece, length);
+            kept_ += length;
+            piece = next;
+        }
+        const std::size_t rest = static_cast<std::size_t>(end - piece);
+        move_up(piece, rest);
+        read_ = kept_ + rest;
+        text_.get()[read_] = '\0';
+    }
+    // NULL when the rest is no whole piece yet.
+    char *end_of_piece(char *piece, char *end) const {
+        const std::size_t size = std::min(static_cast<std::size_t>(end - piece), longest_piece);
+        if (size == 0)
+            return nullptr;
+        if (void *newline = std::memchr(piece, '\n', size))
+            return static_cast<char *>(newline) + 1;
+        return size == longest_piece || ended_ ? piece + size : nullptr;
+    }
+    void move_up(const char *piece, std::size_t length) {
+        if (char *place = text_.get() + kept_; place != piece)
+            std::memmove(place, piece, length);
+    }
+
+    Pages text_;
+    std::size_t kept_ = 0; // length of the text
+    std::size_t read_ = 0; // and of that together with the start of a piece, whose end is yet to come
     bool seen_ = false;
+    bool ended_ = false;
 };
 
 // popen speaks of memory when the kernel refuses a line for its length.
@@ -78,15 +138,13 @@ int why_not_started(const std::string &line, int error) {
 // Nothing when memory ran out; the output has then been read to its end and forgotten.
 std::optional<CollectedOutput> collect(hostadm::CommandOutput &command) {
     CollectedOutput output;
-    char *room = output.room();
-    while (room != nullptr && command.read(room, piece_size)) {
-        output.keep_piece();
-        room = output.room();
+    while (!output.ended()) {
+        if (!output.read_block(command)) {
+            command.drain();
+            return std::nullopt;
+        }
     }
-    if (room != nullptr)
-        return output;
-    command.drain();
-    return std::nullopt;
+    return output;
 }
 
 } // namespace

@@ -4,12 +4,12 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <memory>
 #include <string>
 #include <string_view>
 
 #include "hostadm.h"
 #include "support/boundary.hpp"
+#include "support/handle.hpp"
 
 struct hold_dev_record hold_dev = {nullptr, nullptr};
 
@@ -34,10 +34,7 @@ public:
     WorkingDirectory &operator=(const WorkingDirectory &) = delete;
 
 private:
-    struct Free {
-        void operator()(char *name) const { std::free(name); }
-    };
-    std::unique_ptr<char, Free> name_;
+    hostadm::Allocated<char> name_;
     int descriptor_;
     bool moved_ = false;
 };

@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,6 +14,7 @@
 #include "hostadm.h"
 #include "hostadm/platform.h"
 #include "support/boundary.hpp"
+#include "support/handle.hpp"
 #include "support/table.hpp"
 #include "support/text.hpp"
 
@@ -148,10 +148,7 @@ bool holds_kvm_directory(std::string_view path) {
     return found != path.npos && path.size() - found >= middle.size() + 2;
 }
 
-struct Free {
-    void operator()(char *text) const { std::free(text); }
-};
-using OwnedText = std::unique_ptr<char, Free>;
+using OwnedText = hostadm::Allocated<char>;
 
 OwnedText joined(std::initializer_list<std::string_view> parts) {
     std::size_t size = 1;

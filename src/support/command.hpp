@@ -22,8 +22,8 @@ public:
     // The next piece of output as fgets gives it: a line with its newline, or size - 1 characters of a longer
     // one.
     std::optional<std::string> piece(int size);
-    // The same into the caller's buffer; false at the end.
-    bool read(char *buffer, int size) { return std::fgets(buffer, size, stream_) != nullptr; }
+    // Output as it comes, into the caller's buffer; less than its size only at the end.
+    std::size_t block(char *buffer, std::size_t size) { return std::fread(buffer, 1, size, stream_); }
     // The next line, whole and with its newline (the last one may lack it).
     std::optional<std::string> line();
     // Reads and forgets the rest, so that the command can end.
