@@ -6,8 +6,11 @@
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
+#include <sstream>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -49,6 +52,7 @@ struct PreviewOptions {
     Invocation invocation;
     bool everything = false;
     double time_limit = 0;
+    std::vector<std::string> then; // hostadm's words, to be run in the same root afterwards
 };
 
 // ---- stand-ins
@@ -194,12 +198,28 @@ void let_children_end() {
         nanosleep(&pause, nullptr);
 }
 
-int perform_inside(const Invocation &invocation, int result) {
-    const Outcome outcome = perform(invocation);
+std::vector<std::string> words_of(const std::string &text) {
+    std::istringstream stream(text);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
+// Runs this program again, in the same root, and keeps what it says.
+void run_then(const std::string &words, const std::string &program, int output) {
+    std::vector<std::string> command = words_of(words);
+    command.insert(command.begin(), program);
+    framework::write_all(output, "\n== hostadm " + words + '\n');
+    framework::run({.words = command, .descriptors = {{STDOUT_FILENO, output}}});
+}
+
+int perform_inside(const PreviewOptions &asked, const std::string &program, int result, int afterwards) {
+    const Outcome outcome = perform(asked.invocation);
     const int status = static_cast<int>(outcome.status);
     framework::write_all(result, framework::to_lines(outcome.answer) +
                                      framework::outcome_line(status, outcome.reason).dump() + '\n');
     let_children_end();
+    if (outcome.status == Outcome::Status::done)
+        for (const std::string &words : asked.then)
+            run_then(words, program, afterwards);
     return status;
 }
 
@@ -207,6 +227,7 @@ struct Preview {
     sandbox::Outcome run;
     Outcome method;
     std::vector<Command> commands;
+    std::string afterwards; // what the commands of --then said
 };
 
 Outcome outcome_of(const sandbox::Outcome &run, int result) {
@@ -224,10 +245,12 @@ Outcome outcome_of(const sandbox::Outcome &run, int result) {
 
 Preview make_preview(const PreviewOptions &asked) {
     const Descriptor result(memfd_create("hostadm-preview", MFD_CLOEXEC));
-    if (!result.is_open())
+    const Descriptor afterwards(memfd_create("hostadm-then", MFD_CLOEXEC));
+    if (!result.is_open() || !afterwards.is_open())
         throw std::runtime_error("preview: no memory file can be made");
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe");
     sandbox::Options options;
-    options.work = [&] { return perform_inside(asked.invocation, result.get()); };
+    options.work = [&] { return perform_inside(asked, program, result.get(), afterwards.get()); };
     options.files = stand_ins(asked.invocation);
     options.live_processes = true;
     options.keep_changes = true;
@@ -236,6 +259,7 @@ Preview make_preview(const PreviewOptions &asked) {
     preview.run = sandbox::run(options);
     preview.method = outcome_of(preview.run, result.get());
     preview.commands = parse_commands(preview.run.changes.read_after(notes + "/commands").value_or(""));
+    preview.afterwards = framework::read_whole(afterwards.get()).value_or("");
     return preview;
 }
 
@@ -491,6 +515,7 @@ void print_preview(const Preview &preview, const Report &report) {
     if (!lines.empty())
         print((diffs.empty() ? "" : "\n") + std::string("Files:\n") + lines);
     print(commands.empty() ? "" : "\nCommands:\n" + commands);
+    print(preview.afterwards);
     print("\nThis was a preview: nothing on this system has been changed.\n");
 }
 
@@ -540,6 +565,8 @@ int preview(const PreviewOptions &asked) {
     if (asked.invocation.json) {
         Json json = cli::json_of(asked.invocation.method, preview.method);
         json.update(json_of(preview, report));
+        if (!asked.then.empty())
+            json["then"] = framework::to_json(preview.afterwards);
         print_json(json);
     } else if (preview.method.status != Outcome::Status::invalid) {
         print_preview(preview, report);
@@ -567,6 +594,12 @@ void add_preview(CLI::App &app, Work &chosen) {
                       "show every file of large added trees, and large files too");
     command->add_option("--time-limit", asked.time_limit, "seconds after which the run is cut off")
         ->check(CLI::Range(0.0, 1e6));
+    command
+        ->add_option("--then", asked.then,
+                     "run `hostadm COMMAND` in the same throwaway root afterwards, such as --then status")
+        ->type_name("COMMAND")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     command->callback([&chosen] { chosen = [] { return preview_or_say_why_not(asked); }; });
     command->footer(
         "The method runs for real, but in a throwaway root over this system. Commands that mount, share, "

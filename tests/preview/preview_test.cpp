@@ -258,6 +258,26 @@ TEST(Preview, ShowsTheResultsOfTheMethod) {
     });
 }
 
+TEST(Preview, RunsFurtherCommandsInTheSameRoot) {
+    on_a_system([] {
+        install_method("test/edit", "echo made >/etc/made");
+        install_method("test/look", "echo '{\"output\": \"found\", \"value\": \"'$(cat /etc/made)'\"}' >&4");
+        const Result result = command("preview test/edit --then 'run test/look'");
+        EXPECT_EQ(result.status, 0) << result.errors;
+        EXPECT_THAT(result.output, HasSubstr("\n== hostadm run test/look\nfound  made\n"));
+        EXPECT_FALSE(fs::exists("/etc/made"));
+    });
+}
+
+TEST(Preview, RunsNothingFurtherAfterAFailure) {
+    on_a_system([] {
+        install_method("test/fail", "exit 3");
+        const Result result = command("preview test/fail --then list");
+        EXPECT_EQ(result.status, 1);
+        EXPECT_THAT(result.output, Not(HasSubstr("== hostadm")));
+    });
+}
+
 TEST(Preview, ReportsAFailureAndWhatWasChangedBeforeIt) {
     on_a_system([] {
         install_method(
