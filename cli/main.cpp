@@ -34,7 +34,7 @@ int hostadm_main(int argc, char **argv) {
 #ifdef HOSTADM_WITH_STATUS
                            add_status,
 #endif
-                           add_arg, add_serve})
+                           add_arg, add_serve, add_generate})
         add(app, chosen);
     app.footer("Exit status: 0 done, 1 the method failed, 2 wrong usage or invalid argument.\n"
                "`hostadm COMMAND --help` says more about a command.");

@@ -142,9 +142,6 @@ TEST_F(Translations, AreFoundBesideTheFramework) {
     EXPECT_STREQ(
         dgettext("system_msgs", system_msgs[53]),
         "%s: %s ist von einem anderen Programm gesperrt; noch einmal versuchen, wenn dieses fertig ist");
-    setenv("LANGUAGE", "xx", 1);
-    std::setlocale(LC_ALL, "C.UTF-8"); // gettext looks again only after this
-    EXPECT_STREQ(dgettext("system_msgs", system_msgs[53]), system_msgs[53]);
 }
 
 } // namespace
