@@ -252,8 +252,8 @@ TEST_F(Share, KilledAnywhereLeavesWholeFiles) {
     for (int when = 1; when <= 3; ++when) {
         SetUp();
         expect_silence("/usr/sbin/share /export/home");
-        sh("strace -f -o /dev/null -e inject=rename:signal=KILL:when=" + std::to_string(when) +
-           " /usr/sbin/share /export/other");
+        sh("ASAN_OPTIONS=detect_leaks=0 strace -f -o /dev/null -e inject=rename:signal=KILL:when=" +
+           std::to_string(when) + " /usr/sbin/share /export/other");
         EXPECT_THAT(list(), StartsWith("-  /export/home  rw  \"\"\n")) << when;
         EXPECT_THAT(exports(), HasSubstr("/export/home")) << when;
         const std::string text = exports();

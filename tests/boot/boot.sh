@@ -1,0 +1,233 @@
+#!/bin/bash
+# boot.sh BUILD: two diskless clients are added with hostadm, boot over the wire step by step from the real daemons,
+# and are removed again. Run by "run" in a throwaway root. Its network namespace is the server; a second one, "client",
+# joined to it by a virtual cable, is whichever client is switched on.
+# Ends with "N passed, N failed"; exit status 0 only if nothing failed.
+set -u
+build=$1
+[ "${HOSTADM_SANDBOX:-}" = 1 ] || { echo "run this with in-sandbox: it installs into /usr"; exit 2; }
+export PATH=/usr/local/bin:/usr/local/sbin:/usr/sbin:/usr/bin:/sbin:/bin
+
+server=192.168.1.1
+patience=250 # milliseconds that silence is waited for; answers come within 20
+passed=0 failed=0
+die() { echo "boot test cannot run: $*"; exit 2; }
+
+# check TITLE COMMAND...: passes when COMMAND succeeds.
+check() {
+    local title=$1 output
+    shift
+    if output=$("$@" 2>&1); then
+        passed=$((passed + 1))
+        printf 'ok      %s\n' "$title"
+    else
+        failed=$((failed + 1))
+        printf 'FAILED  %s\n%s\n' "$title" "$output" | sed '2,$s/^/        /'
+    fi
+}
+says() { # says TEXT COMMAND...: COMMAND succeeds and prints TEXT
+    local text=$1 output
+    shift
+    output=$("$@" 2>&1) || { echo "$output"; return 1; }
+    echo "$output"
+    [[ $output == *"$text"* ]]
+}
+refused() { ! "$@"; }
+soon() { # at most 5 s, 5 ms apart
+    local tries
+    for tries in $(seq 1000); do "$@" >/dev/null 2>&1 && return; sleep 0.005; done
+    "$@"
+}
+client() { nsenter --net=/run/netns/client timeout 5 "$@"; }
+
+# ---- the machine room ----------------------------------------------------------------------------------------
+
+prepare() {
+    cmake --install "$build" && cmake --install "$build" --component compat && ldconfig || die "no installation"
+    ip netns add client &&
+        ip link add srv0 type veth peer name cli0 netns client &&
+        ip addr add $server/24 brd + dev srv0 && ip link set srv0 up &&
+        nsenter --net=/run/netns/client ip link set lo up || die "no network namespaces"
+    # The NFS server cannot find files again on a layered file system.
+    mkdir -p /export && mount -t tmpfs -o mode=755 export /export || die "no /export"
+    # What the daemons' packages set up when they are installed.
+    local user number=900
+    for user in _rpc tftp statd; do
+        getent passwd $user || echo "$user:x:$((number++)):65534::/run/$user:/usr/sbin/nologin" >>/etc/passwd
+    done
+    mkdir -p /run/rpcbind && chown _rpc /run/rpcbind
+    printf '127.0.0.1 localhost\n%s server\n' $server >/etc/hosts
+    : >/etc/ethers && : >/etc/bootparams
+}
+
+# An operating system for the clients: a boot program, a tree, and the same as packages.
+make_operating_system() {
+    head -c 300000 /dev/urandom >/export/bootprog
+    mkdir -p /export/tree/{etc,usr/bin,var} && echo 'from the tree' >/export/tree/etc/motd
+    echo 'for root only' >/export/tree/etc/shadow && chmod 600 /export/tree/etc/shadow
+    mkdir -p /export/files/{etc,usr/bin} && echo 'from packages' >/export/files/etc/motd
+    echo 'for root only' >/export/files/etc/shadow && chmod 600 /export/files/etc/shadow
+    pkgmk -a -r /export/files -d /export/packages ABCbase ARCH=kel4 || die "no package"
+    mkdir -p /export/Quorvel_2.5/var/sadm/system/admin
+    touch /export/Quorvel_2.5/var/sadm/system/admin/{.clustertoc,CLUSTER,INST_RELEASE}
+}
+
+# The daemons that Debian starts by itself, the way docs/boot-a-client.md tells; the others are hostadm's to start.
+start_debian_daemons() {
+    rpcbind -r || die "no rpcbind"
+    soon rpcinfo -T udp 127.0.0.1 100000 2 || die "rpcbind does not answer"
+    rpc.bootparamd -r $server || die "no rpc.bootparamd"
+    mkdir -p /tftpboot
+    in.tftpd --listen --ipv4 --secure /tftpboot || die "no in.tftpd"
+    soon rpcinfo -T udp 127.0.0.1 100026 1 || die "rpc.bootparamd does not answer"
+}
+
+plug_in() { # plug_in ETHERNET: another client on the wire, without an address yet
+    nsenter --net=/run/netns/client sh -ec "ip link set cli0 down; ip addr flush dev cli0
+        ip link set cli0 address $1; ip link set cli0 up"
+    soon client grep -q 1 /sys/class/net/cli0/carrier 2>/dev/null || true
+}
+take_address() { nsenter --net=/run/netns/client ip addr add "$1/24" brd + dev cli0; }
+
+# ---- one client ------------------------------------------------------------------------------------------------
+
+fetch() { # fetch NAME: the boot program, whole, by this name
+    local file=/tmp/fetched.$1
+    rm -f "$file"
+    client curl -sS -m 3 -o "$file" "tftp://$server/$1" && cmp "$file" /export/bootprog
+}
+
+boots() { # boots NAME ADDRESS ETHERNET MOTD: every stage answers
+    local name=$1 address=$2 digits root=nfs://$server/export/root/$1
+    digits=$(printf '%02X%02X%02X%02X' ${address//./ })
+    plug_in "$3"
+    check "$name: reverse ARP gives the address" \
+        says "address $address from server $server" client reverse_arp cli0 $patience 4
+    take_address "$address"
+    check "$name: TFTP gives the boot program by the address" fetch "$digits"
+    check "$name: TFTP gives the boot program by address and architecture" fetch "$digits.KEL4M"
+    check "$name: whoami, directly" says "name $name " client bootparams $server whoami "$address"
+    check "$name: whoami, through rpcbind" says "name $name " client bootparams -i $server whoami "$address"
+    check "$name: whoami, by broadcast" says "name $name " client bootparams -b 192.168.1.255 whoami "$address"
+    check "$name: whoami tells the router" says "router $server" client bootparams $server whoami "$address"
+    check "$name: getfile root" \
+        says "address $server path /export/root/$name" client bootparams $server getfile "$name" root
+    check "$name: getfile swap" \
+        says "address $server path /export/swap/$name" client bootparams $server getfile "$name" swap
+    check "$name: getfile root, by broadcast" \
+        says "path /export/root/$name" client bootparams -b 192.168.1.255 getfile "$name" root
+    check "$name: its root can be mounted and listed" soon says " etc" client nfs-ls "$root"
+    check "$name: a file of its root" says "$4" client nfs-cat "$root/etc/motd"
+    check "$name: a file that only root may read" says "for root only" client nfs-cat "$root/etc/shadow"
+    check "$name: writes as root" client nfs-cp /export/bootprog "$root/var/written"
+    check "$name: what it wrote is there, as root's" \
+        says "0 0" stat -c '%u %g' "/export/root/$name/var/written"
+    check "$name: and whole" cmp /export/bootprog "/export/root/$name/var/written"
+    check "$name: its swap area can be mounted" soon says " swap" client nfs-ls "nfs://$server/export/swap/$name"
+}
+
+# gets_nothing WHO NAME ADDRESS ETHERNET ROOT: no stage answers. Silence takes its time, so all ask at once.
+gets_nothing() {
+    local who=$1 name=$2 address=$3 digits results job
+    digits=$(printf '%02X%02X%02X%02X' ${address//./ })
+    results=$(mktemp -d)
+    plug_in "$4"
+    check "$who: no address by reverse ARP" refused client reverse_arp cli0 $patience 1
+    take_address "$address"
+    ask() { # ask TITLE COMMAND...
+        local title=$1
+        shift
+        { if "$@" >"$results/$title" 2>&1; then mv "$results/$title" "$results/answered: $title"; fi; } &
+    }
+    ask "boot program by address" fetch "$digits"
+    ask "boot program by address and architecture" fetch "$digits.KEL4M"
+    ask "whoami, directly" client bootparams -t $patience $server whoami "$address"
+    ask "whoami, through rpcbind" client bootparams -t $patience -i $server whoami "$address"
+    ask "whoami, by broadcast" client bootparams -t $patience -b 192.168.1.255 whoami "$address"
+    ask "getfile root" client bootparams -t $patience $server getfile "$name" root
+    ask "getfile swap" client bootparams -t $patience $server getfile "$name" swap
+    ask "root directory by NFS" client nfs-ls "nfs://$server$5"
+    ask "file of the root by NFS" client nfs-cat "nfs://$server$5/etc/motd"
+    ask "swap by NFS" client nfs-ls "nfs://$server/export/swap/${5##*/}"
+    for job in $(jobs -p); do wait "$job"; done
+    local title
+    for title in "$results"/*; do
+        case ${title##*/} in
+        answered:*) check "$who: no ${title##*/answered: }" eval "cat \"$title\"; false" ;;
+        *) check "$who: no ${title##*/}" true ;;
+        esac
+    done
+}
+
+add() { # add NAME ADDRESS ETHERNET SOURCE
+    hostadm run client/add_diskless hostname="$1" address="$2" ethernet="$3" instruction_set=kel4 \
+        implementation_arch=kel4m os_name=Quorvel os_version=2.5 boot_program=/export/bootprog swap_size=1m \
+        server=server "$4"
+}
+
+runs() { # runs DAEMON...: status sees each of them run
+    local status daemon
+    status=$(hostadm status --json) || return
+    echo "$status"
+    for daemon; do
+        grep -Eq "\"name\": ?\"$daemon\"[^}]*\"running\": ?\"yes\"|\"running\": ?\"yes\"[^}]*\"name\": ?\"$daemon\"" \
+            <<<"$(tr -d '\n' <<<"$status" | tr -s ' ')" || { echo "$daemon does not run"; return 1; }
+    done
+}
+
+nfs_processes() { pgrep -x ganesha.nfsd; }
+
+# ---- the test ----------------------------------------------------------------------------------------------------
+
+prepare >/tmp/prepare.log 2>&1 || { cat /tmp/prepare.log; exit 2; }
+PATH=$PATH:/run/boot-programs
+mkdir /run/boot-programs
+for program in reverse_arp bootparams; do ln -s "$build/bin/boot_$program" /run/boot-programs/$program; done
+make_operating_system
+start_debian_daemons
+
+check "hostadm starts mountd" hostadm run host/start_daemon path=/usr/lib/nfs/mountd
+check "hostadm starts nfsd" hostadm run host/start_daemon path=/usr/lib/nfs/nfsd args="-a 16"
+check "both are one NFS server" says 1 sh -c 'pgrep -cx ganesha.nfsd'
+check "the NFS server answers" soon rpcinfo -T udp $server 100003 3
+check "the mount daemon answers" soon rpcinfo -T udp $server 100005 3
+
+check "client1 is added from a tree" add client1 192.168.1.10 08:00:20:aa:bb:01 tree=/export/tree
+check "client2 is added from packages" add client2 192.168.1.11 08:00:20:aa:bb:02 packages=/export/packages
+check "client2 is added once more" add client2 192.168.1.11 08:00:20:aa:bb:02 packages=/export/packages
+check "its packages are on record" grep -q '^ARCH=kel4$' /export/root/client2/var/sadm/pkg/ABCbase/pkginfo
+check "status sees all daemons" runs in.rarpd in.tftpd rpcbind rpc.bootparamd ganesha.nfsd
+
+boots client1 192.168.1.10 08:00:20:aa:bb:01 'from the tree'
+boots client2 192.168.1.11 08:00:20:aa:bb:02 'from packages'
+check "client2 does not get the root of client1" refused client nfs-ls nfs://$server/export/root/client1
+gets_nothing stranger nobody 192.168.1.99 08:00:20:aa:bb:99 /export/root/client1
+
+check "the NFS server is stopped by its watching process" \
+    sh -c 'kill $(pgrep -f "^/usr/lib/nfs/nfsd --watch")'
+check "it is gone" soon refused nfs_processes
+check "mountd brings it back" /usr/lib/nfs/mountd
+plug_in 08:00:20:aa:bb:01
+take_address 192.168.1.10
+check "client1: its root is there after the restart" \
+    soon says "from the tree" client nfs-cat nfs://$server/export/root/client1/etc/motd
+check "ten starts at once make one server" sh -c '
+    kill $(pgrep -f "^/usr/lib/nfs/nfsd --watch"); while pgrep -x ganesha.nfsd; do sleep 0.005; done
+    for i in 1 2 3 4 5; do /usr/lib/nfs/nfsd -a 16 & /usr/lib/nfs/mountd & done; wait
+    test "$(pgrep -cx ganesha.nfsd)" = 1'
+check "the server outlives no watching process" sh -c '
+    kill -KILL $(pgrep -f "^/usr/lib/nfs/nfsd --watch")
+    for i in $(seq 1000); do pgrep -x ganesha.nfsd || exit 0; sleep 0.005; done; exit 1'
+check "and is started again" /usr/lib/nfs/nfsd -a 16
+
+for name in client1 client2; do
+    check "$name is removed" hostadm run client/remove hostname=$name
+done
+soon refused says /export/root showmount -e 127.0.0.1
+gets_nothing "client1, removed" client1 192.168.1.10 08:00:20:aa:bb:01 /export/root/client1
+gets_nothing "client2, removed" client2 192.168.1.11 08:00:20:aa:bb:02 /export/root/client2
+check "client1 is added once more" add client1 192.168.1.10 08:00:20:aa:bb:01 tree=/export/tree
+boots client1 192.168.1.10 08:00:20:aa:bb:01 'from the tree'
+
+echo "$passed passed, $failed failed"
+[ $failed = 0 ]
