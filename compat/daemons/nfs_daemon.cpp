@@ -42,6 +42,10 @@ constexpr const char *kernel_mountd_program = "/usr/sbin/rpc.mountd";
 constexpr const char *kernel_mountd_process = "rpc.mountd";
 constexpr const char *ganesha_log = "/var/log/ganesha/ganesha.log";
 
+// Of the daemon, whoever started it: its lock, and the pipe whose end tells the starter that it has ended.
+constexpr int lock_descriptor = 3;
+constexpr int end_descriptor = 4;
+
 constexpr uint32_t rpcbind_program = 100000;
 constexpr uint32_t mount_program = 100005;
 constexpr uint32_t nfs_program = 100003;
@@ -209,8 +213,9 @@ int watch(const NfsServer &server, pid_t child, const Signals &signals, const Ho
                 refresh = true;
             else if (number != SIGCHLD && child == 0)
                 return run({kernel_threads_program, "0"}).status;
-            else if (number != SIGCHLD) {
+            else if (number != SIGCHLD && !stopping) {
                 stopping = true;
+                close(lock_descriptor); // the next server may be started now; it waits for this one
                 kill(child, SIGTERM);
             }
         }
@@ -266,11 +271,10 @@ int launch(const Settings &settings, const char *program, const std::vector<std:
     if (settings.foreground)
         execute(program, words);
     int ends[2];
-    if (pipe(ends) != 0)
+    if (pipe2(ends, O_CLOEXEC) != 0)
         fail_with_errno("cannot make a pipe");
     const Descriptor reading(ends[0]);
-    Descriptor writing(ends[1]); // stays open in the daemon: the end of file tells that it has ended
-    fcntl(reading.get(), F_SETFD, FD_CLOEXEC);
+    Descriptor writing(ends[1]);
     const pid_t child = fork();
     if (child < 0)
         fail_with_errno("cannot make a process");
@@ -279,8 +283,9 @@ int launch(const Settings &settings, const char *program, const std::vector<std:
         const int null = open("/dev/null", O_RDWR);
         for (const int number : {0, 1, 2})
             dup2(null, number);
-        if (null > 2)
-            close(null);
+        dup2(writing.get(), end_descriptor);
+        fcntl(end_descriptor, F_SETFD, 0);
+        close_range(end_descriptor + 1, ~0U, 0);
         setsid();
         if (chdir("/") != 0)
             _exit(1);
@@ -335,8 +340,30 @@ void write_ganesha_settings() {
                      std::string(ganesha_exports) + "\"\n");
 }
 
+// The lock of a server that does not run; nothing when it runs, as soon as it answers.
+template <typename Condition>
+std::optional<FileLock> lock_unless_running(const char *path, Condition answers) {
+    std::optional<FileLock> lock;
+    bool running = false;
+    comes_true(10s, [&] {
+        lock = FileLock::try_take(path);
+        running = !lock && answers();
+        return lock || running;
+    });
+    if (lock)
+        lock->hand_over(lock_descriptor);
+    else if (!running)
+        throw Failure("the server that is running or being started has not answered for 10 seconds");
+    return lock;
+}
+
+bool ganesha_answers() {
+    return !processes_named(ganesha_process).empty() && is_registered(mount_program, 3) &&
+           is_registered(nfs_program, 3);
+}
+
 int start_ganesha_server(const Settings &settings) {
-    auto lock = FileLock::try_take("/run/nfsd.lock");
+    const auto lock = lock_unless_running("/run/nfsd.lock", ganesha_answers);
     if (!lock)
         return 0;
     if (!file_system_module_installed())
@@ -348,15 +375,13 @@ int start_ganesha_server(const Settings &settings) {
                       "; stop it first: systemctl disable --now nfs-ganesha");
     require_rpcbind();
     write_ganesha_settings();
-    lock->keep_across_exec();
-    return launch(
-        settings, "/proc/self/exe", {nfsd_path, watch_word, mountd_path},
-        [] { return is_registered(mount_program, 3) && is_registered(nfs_program, 3); },
-        std::string("see ") + ganesha_log);
+    return launch(settings, "/proc/self/exe", {nfsd_path, watch_word, mountd_path}, ganesha_answers,
+                  std::string("see ") + ganesha_log);
 }
 
 int start_kernel_mountd(const Settings &settings) {
-    auto lock = FileLock::try_take("/run/mountd.lock");
+    const auto answers = [] { return is_registered(mount_program, 3); };
+    const auto lock = lock_unless_running("/run/mountd.lock", answers);
     if (!lock)
         return 0;
     const std::vector<pid_t> running = processes_named(kernel_mountd_process);
@@ -364,22 +389,17 @@ int start_kernel_mountd(const Settings &settings) {
         throw Failure("rpc.mountd runs already, process " + std::to_string(running.front()) +
                       "; stop it first: systemctl disable --now nfs-server");
     require_rpcbind();
-    lock->keep_across_exec();
-    return launch(
-        settings, kernel_mountd_program, {mountd_path, "-F"}, [] { return is_registered(mount_program, 3); },
-        "see the system's log");
+    return launch(settings, kernel_mountd_program, {mountd_path, "-F"}, answers, "see the system's log");
 }
 
 int start_kernel_threads(const Settings &settings) {
-    auto lock = FileLock::try_take("/run/nfsd.lock");
+    const auto answers = [] { return is_registered(nfs_program, 3); };
+    const auto lock = lock_unless_running("/run/nfsd.lock", answers);
     if (!lock)
         return 0;
     require_rpcbind();
-    lock->keep_across_exec();
-    return launch(
-        settings, "/proc/self/exe", {nfsd_path, watch_word, settings.threads},
-        [] { return is_registered(nfs_program, 3); },
-        "does this kernel have an NFS server (modprobe nfsd)? See the system's log");
+    return launch(settings, "/proc/self/exe", {nfsd_path, watch_word, settings.threads}, answers,
+                  "does this kernel have an NFS server (modprobe nfsd)? See the system's log");
 }
 
 Settings parse(int argc, char **argv) {

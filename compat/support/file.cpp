@@ -126,9 +126,11 @@ FileLock::FileLock(const std::string &path, std::chrono::milliseconds patience) 
     }
 }
 
-void FileLock::keep_across_exec() {
-    if (fcntl(descriptor_.get(), F_SETFD, 0) != 0)
+void FileLock::hand_over(int number) {
+    if (descriptor_.get() == number ? fcntl(number, F_SETFD, 0) != 0 : dup2(descriptor_.get(), number) < 0)
         fail_with_errno("cannot keep the lock");
+    if (descriptor_.get() != number)
+        descriptor_ = Descriptor(number);
 }
 
 std::vector<pid_t> processes_named(std::string_view name) {

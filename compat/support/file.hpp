@@ -59,8 +59,8 @@ public:
     FileLock(const std::string &path, std::chrono::milliseconds patience);
     // Nothing when another process holds it.
     static std::optional<FileLock> try_take(const std::string &path);
-    // Hands the lock to the programs that this process turns into.
-    void keep_across_exec();
+    // Makes it the descriptor with this number, which the programs that this process turns into inherit.
+    void hand_over(int number);
 
 private:
     explicit FileLock(Descriptor descriptor) : descriptor_(std::move(descriptor)) {}

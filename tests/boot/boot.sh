@@ -33,6 +33,18 @@ says() { # says TEXT COMMAND...: COMMAND succeeds and prints TEXT
     [[ $output == *"$text"* ]]
 }
 refused() { ! "$@"; }
+refused_with() { # refused_with PATTERN COMMAND...: COMMAND fails for this reason, and not because it could not ask
+    local pattern=$1 output
+    shift
+    if output=$("$@" 2>&1); then
+        echo "$output"
+        return 1
+    else
+        output="status $?: $output"
+    fi
+    echo "$output"
+    [[ $output =~ $pattern ]]
+}
 soon() { # at most 5 s, 5 ms apart
     local tries
     for tries in $(seq 1000); do "$@" >/dev/null 2>&1 && return; sleep 0.005; done
@@ -65,7 +77,7 @@ make_operating_system() {
     head -c 300000 /dev/urandom >/export/bootprog
     mkdir -p /export/tree/{etc,usr/bin,var} && echo 'from the tree' >/export/tree/etc/motd
     echo 'for root only' >/export/tree/etc/shadow && chmod 600 /export/tree/etc/shadow
-    mkdir -p /export/files/{etc,usr/bin} && echo 'from packages' >/export/files/etc/motd
+    mkdir -p /export/files/{etc,usr/bin,var/sadm/system/admin} && echo 'from packages' >/export/files/etc/motd
     echo 'for root only' >/export/files/etc/shadow && chmod 600 /export/files/etc/shadow
     pkgmk -a -r /export/files -d /export/packages ABCbase ARCH=kel4 || die "no package"
     mkdir -p /export/Quorvel_2.5/var/sadm/system/admin
@@ -85,7 +97,7 @@ start_debian_daemons() {
 plug_in() { # plug_in ETHERNET: another client on the wire, without an address yet
     nsenter --net=/run/netns/client sh -ec "ip link set cli0 down; ip addr flush dev cli0
         ip link set cli0 address $1; ip link set cli0 up"
-    soon client grep -q 1 /sys/class/net/cli0/carrier 2>/dev/null || true
+    soon says LOWER_UP client ip -o link show cli0 || die "the cable is dead"
 }
 take_address() { nsenter --net=/run/netns/client ip addr add "$1/24" brd + dev cli0; }
 
@@ -94,7 +106,8 @@ take_address() { nsenter --net=/run/netns/client ip addr add "$1/24" brd + dev c
 fetch() { # fetch NAME: the boot program, whole, by this name
     local file=/tmp/fetched.$1
     rm -f "$file"
-    client curl -sS -m 3 -o "$file" "tftp://$server/$1" && cmp "$file" /export/bootprog
+    client curl -sS -m 3 -o "$file" "tftp://$server/$1" || return
+    cmp "$file" /export/bootprog
 }
 
 boots() { # boots NAME ADDRESS ETHERNET MOTD: every stage answers
@@ -132,23 +145,23 @@ gets_nothing() {
     digits=$(printf '%02X%02X%02X%02X' ${address//./ })
     results=$(mktemp -d)
     plug_in "$4"
-    check "$who: no address by reverse ARP" refused client reverse_arp cli0 $patience 1
+    check "$who: no address by reverse ARP" refused_with "^status 1: no answer" client reverse_arp cli0 $patience 1
     take_address "$address"
-    ask() { # ask TITLE COMMAND...
+    ask() { # ask TITLE PATTERN COMMAND...
         local title=$1
         shift
-        { if "$@" >"$results/$title" 2>&1; then mv "$results/$title" "$results/answered: $title"; fi; } &
+        { if refused_with "$@" >"$results/$title"; then :; else mv "$results/$title" "$results/answered: $title"; fi; } &
     }
-    ask "boot program by address" fetch "$digits"
-    ask "boot program by address and architecture" fetch "$digits.KEL4M"
-    ask "whoami, directly" client bootparams -t $patience $server whoami "$address"
-    ask "whoami, through rpcbind" client bootparams -t $patience -i $server whoami "$address"
-    ask "whoami, by broadcast" client bootparams -t $patience -b 192.168.1.255 whoami "$address"
-    ask "getfile root" client bootparams -t $patience $server getfile "$name" root
-    ask "getfile swap" client bootparams -t $patience $server getfile "$name" swap
-    ask "root directory by NFS" client nfs-ls "nfs://$server$5"
-    ask "file of the root by NFS" client nfs-cat "nfs://$server$5/etc/motd"
-    ask "swap by NFS" client nfs-ls "nfs://$server/export/swap/${5##*/}"
+    ask "boot program by address" "^status 68:" fetch "$digits"
+    ask "boot program by address and architecture" "^status 68:" fetch "$digits.KEL4M"
+    ask "whoami, directly" "^status 1: no answer" client bootparams -t $patience $server whoami "$address"
+    ask "whoami, through rpcbind" "^status 1: no answer" client bootparams -t $patience -i $server whoami "$address"
+    ask "whoami, by broadcast" "^status 1: no answer" client bootparams -t $patience -b 192.168.1.255 whoami "$address"
+    ask "getfile root" "^status 1: no answer" client bootparams -t $patience $server getfile "$name" root
+    ask "getfile swap" "^status 1: no answer" client bootparams -t $patience $server getfile "$name" swap
+    ask "root directory by NFS" "MNT3ERR_(ACCES|NOENT)" client nfs-ls "nfs://$server$5"
+    ask "file of the root by NFS" "MNT3ERR_(ACCES|NOENT)" client nfs-cat "nfs://$server$5/etc/motd"
+    ask "swap by NFS" "MNT3ERR_(ACCES|NOENT)" client nfs-ls "nfs://$server/export/swap/${5##*/}"
     for job in $(jobs -p); do wait "$job"; done
     local title
     for title in "$results"/*; do
@@ -195,12 +208,13 @@ check "the mount daemon answers" soon rpcinfo -T udp $server 100005 3
 check "client1 is added from a tree" add client1 192.168.1.10 08:00:20:aa:bb:01 tree=/export/tree
 check "client2 is added from packages" add client2 192.168.1.11 08:00:20:aa:bb:02 packages=/export/packages
 check "client2 is added once more" add client2 192.168.1.11 08:00:20:aa:bb:02 packages=/export/packages
+[ $failed = 0 ] || die "the clients could not be added"
 check "its packages are on record" grep -q '^ARCH=kel4$' /export/root/client2/var/sadm/pkg/ABCbase/pkginfo
 check "status sees all daemons" runs in.rarpd in.tftpd rpcbind rpc.bootparamd ganesha.nfsd
 
 boots client1 192.168.1.10 08:00:20:aa:bb:01 'from the tree'
 boots client2 192.168.1.11 08:00:20:aa:bb:02 'from packages'
-check "client2 does not get the root of client1" refused client nfs-ls nfs://$server/export/root/client1
+check "client2 does not get the root of client1" refused_with MNT3ERR_ACCES client nfs-ls nfs://$server/export/root/client1
 gets_nothing stranger nobody 192.168.1.99 08:00:20:aa:bb:99 /export/root/client1
 
 check "the NFS server is stopped by its watching process" \
@@ -221,7 +235,7 @@ check "the server outlives no watching process" sh -c '
 check "and is started again" /usr/lib/nfs/nfsd -a 16
 
 for name in client1 client2; do
-    check "$name is removed" hostadm run client/remove hostname=$name
+    check "$name is removed" hostadm run client/remove hostname=$name purge=yes
 done
 soon refused says /export/root showmount -e 127.0.0.1
 gets_nothing "client1, removed" client1 192.168.1.10 08:00:20:aa:bb:01 /export/root/client1
