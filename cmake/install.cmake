@@ -1,0 +1,58 @@
+# SPDX-License-Identifier: MIT
+# What `cmake --install` puts in place, besides the methods, the manual pages and the catalogues, which their folders
+# install. Everything finds its libraries relative to itself, so the installed tree may be moved.
+include(CMakePackageConfigHelpers)
+
+set(shared_libraries hostadm hostadm_framework hostadm_tables hostadm_platform)
+set(static_libraries hostadm_core hostadm_method hostadm_table_edit hostadm_sandbox)
+
+# ---- where programs and libraries find the libraries ----
+
+# The way from an installed folder to the libraries.
+function(hostadm_find_libraries_from folder)
+  file(RELATIVE_PATH way ${folder} ${CMAKE_INSTALL_FULL_LIBDIR})
+  foreach(target ${ARGN})
+    set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/${way}")
+  endforeach()
+endfunction()
+
+foreach(library ${shared_libraries})
+  set_target_properties(${library} PROPERTIES INSTALL_RPATH "$ORIGIN")
+endforeach()
+hostadm_find_libraries_from(${CMAKE_INSTALL_FULL_BINDIR} hostadm_command)
+get_property(method_targets DIRECTORY ${PROJECT_SOURCE_DIR}/methods PROPERTY BUILDSYSTEM_TARGETS)
+foreach(target ${method_targets})
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL EXECUTABLE)
+    hostadm_find_libraries_from(${CMAKE_INSTALL_FULL_LIBEXECDIR}/hostadm/methods/class ${target})
+  endif()
+endforeach()
+
+# ---- headers, libraries, package files ----
+
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h"
+        PATTERN "*.hpp")
+
+# hostadm_NAME is hostadm::NAME to others; hostadm itself is hostadm::hostadm.
+foreach(library ${shared_libraries} ${static_libraries} hostadm_build)
+  string(REGEX REPLACE "^hostadm_" "" name ${library})
+  set_target_properties(${library} PROPERTIES EXPORT_NAME ${name})
+endforeach()
+set_target_properties(hostadm_build PROPERTIES EXPORT_NAME headers)
+
+install(TARGETS ${shared_libraries} ${static_libraries} hostadm_build EXPORT hostadmTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/hostadm)
+install(EXPORT hostadmTargets NAMESPACE hostadm:: DESTINATION ${package_folder})
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/hostadmConfig.cmake.in ${PROJECT_BINARY_DIR}/hostadmConfig.cmake
+                              INSTALL_DESTINATION ${package_folder})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/hostadmConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/hostadmConfig.cmake ${PROJECT_BINARY_DIR}/hostadmConfigVersion.cmake
+        DESTINATION ${package_folder})
+
+set(pkgconfig_folder ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH way_to_prefix ${pkgconfig_folder} ${CMAKE_INSTALL_PREFIX})
+file(RELATIVE_PATH way_to_libraries ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})
+file(RELATIVE_PATH way_to_headers ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
+configure_file(${CMAKE_CURRENT_LIST_DIR}/hostadm.pc.in ${PROJECT_BINARY_DIR}/hostadm.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/hostadm.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

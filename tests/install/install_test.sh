@@ -1,0 +1,64 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+# install_test.sh BUILD-DIRECTORY LIBDIR SANITIZERS C-COMPILER C++-COMPILER
+set -eu
+build=$1 libdir=$2 sanitizers=$3 cc=$4 cxx=$5
+here=$(cd "$(dirname "$0")" && pwd)
+if [ -n "$sanitizers" ]; then
+    echo "skipped: programs of others are not built with sanitizers"
+    exit 77
+fi
+if ! command -v pkg-config >/dev/null; then
+    echo "skipped: there is no pkg-config"
+    exit 77
+fi
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+failures=0
+check() { # WHAT COMMAND...
+    what=$1
+    shift
+    if "$@" >"$work/log" 2>&1; then
+        echo "ok: $what"
+    else
+        echo "FAILED: $what"
+        cat "$work/log"
+        failures=$((failures + 1))
+    fi
+}
+
+# An absolute destination would leave the prefix and change this system, so look before installing. The adapters in compat/
+# have such destinations; they are a component of their own that is installed on request only.
+if find "$build" -path "$build/compat" -prune -o -name cmake_install.cmake -exec grep -h 'DESTINATION "/' {} + | grep .; then
+    echo "FAILED: the above would be installed outside the prefix"
+    exit 1
+fi
+check "installs" cmake --install "$build" --prefix "$work/first"
+check "everything installed lies below the prefix" sh -c "test -s '$build/install_manifest.txt' &&
+    ! grep -v '^$work/first/' '$build/install_manifest.txt'"
+mv "$work/first" "$work/moved"
+prefix=$work/moved
+lib=$prefix/$libdir
+check "moved as a whole, lists its methods" sh -c "'$prefix/bin/hostadm' list | grep -q ."
+check "every method answers" sh -c "for method in \$(cd '$prefix/libexec/hostadm/methods' && ls -d */*); do
+    '$prefix/bin/hostadm' help \$method >/dev/null || exit 1; done"
+check "libraries have versioned names" sh -c "for name in hostadm hostadm_framework hostadm_tables hostadm_platform; do
+    test -L '$lib'/lib\$name.so && test -L '$lib'/lib\$name.so.1 && test -f '$lib'/lib\$name.so.1.*.* || exit 1; done"
+check "no installed file names the build folder as a library path" sh -c "! find '$prefix' -type f \( -name '*.so*' -o -perm -100 \) \
+    -exec readelf -d {} + 2>/dev/null | grep -E 'R(UN)?PATH' | grep -qv '\[\$ORIGIN[^]:]*\]'"
+
+PKG_CONFIG_PATH=$lib/pkgconfig
+export PKG_CONFIG_PATH
+check "pkg-config knows the version" pkg-config --exact-version=1.0.0 hostadm
+# shellcheck disable=SC2046 # words are meant to be split
+check "a C11 program builds with pkg-config" "$cc" -std=c11 -Wall -Wextra -Wpedantic -Werror $(pkg-config --cflags hostadm) \
+    "$here/c_program/main.c" $(pkg-config --libs hostadm) "-Wl,-rpath,$lib" -o "$work/c_program"
+check "the C11 program runs" "$work/c_program"
+check "a C++20 program configures with the CMake package" cmake -S "$here/cxx_program" -B "$work/cxx" \
+    "-DCMAKE_CXX_COMPILER=$cxx" "-DCMAKE_PREFIX_PATH=$prefix"
+check "the C++20 program and a method build" cmake --build "$work/cxx"
+check "the C++20 program runs" "$work/cxx/cxx_program"
+mkdir -p "$prefix/libexec/hostadm/methods/other"
+cp "$work/cxx/greet" "$prefix/libexec/hostadm/methods/other/"
+check "the method built by others runs" sh -c "'$prefix/bin/hostadm' run other/greet who=world | grep -qx 'greeting  hello world'"
+[ "$failures" = 0 ]

@@ -1,0 +1,58 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+# layers_test.sh SOURCE-DIRECTORY BUILD-DIRECTORY
+# Each folder uses only the folders below it: in what it includes, and in what its libraries and programs need.
+set -eu
+source=$1 build=$2
+failures=0
+fail() {
+    echo "FAILED: $1"
+    failures=$((failures + 1))
+}
+
+# The public headers that a folder may include, as an extended regular expression.
+headers() { # FOLDER ALLOWED
+    wrong=$(grep -rnE '#include ["<]hostadm(\.h|/)' "$source/$1" --include='*.?pp' --include='*.h' |
+        grep -vE "[\"<]($2)[\">]" || :)
+    [ -z "$wrong" ] || fail "$1 includes what it may not: $wrong"
+}
+headers src 'hostadm\.h|hostadm/(framework|tables|platform)\.h'
+headers platform 'hostadm/platform\.h'
+headers tables 'hostadm/(tables\.h|table_edit\.hpp)'
+headers framework 'hostadm/(framework\.h|method\.hpp)'
+headers sandbox 'hostadm/sandbox\.hpp'
+headers cli 'hostadm/(framework\.h|method\.hpp|sandbox\.hpp)'
+headers compat 'none'
+headers methods 'hostadm\.h|hostadm/(framework|tables|platform)\.h|hostadm/(method|table_edit)\.hpp'
+
+# The libraries of this project that a file needs.
+needed() { # FILE
+    readelf -d "$1" 2>/dev/null | sed -n 's/.*(NEEDED).*\[\(libhostadm[^.]*\)\.so.*/\1/p' | sort | tr '\n' ' '
+}
+needs() { # FILE LIBRARIES (in order, each followed by a blank)
+    [ -e "$build/$1" ] || { fail "there is no $1"; return; }
+    [ "$(needed "$build/$1")" = "$2" ] || fail "$1 needs $(needed "$build/$1")and not $2"
+}
+needs lib/libhostadm.so "libhostadm_framework libhostadm_platform libhostadm_tables "
+needs lib/libhostadm_framework.so ""
+needs lib/libhostadm_tables.so ""
+needs lib/libhostadm_platform.so ""
+needs bin/hostadm ""
+for file in "$build"/compat/*; do
+    [ ! -f "$file" ] || needs "${file#"$build"/}" ""
+done
+for file in "$build"/libexec/hostadm/methods/*/*; do
+    case $(needed "$file") in
+    *libhostadm_tables* | *libhostadm_platform*) fail "$file goes past the library: $(needed "$file")" ;;
+    esac
+done
+
+# Besides them, only the language's and the system's own libraries.
+for name in hostadm hostadm_framework hostadm_tables hostadm_platform; do
+    others=$(readelf -d "$build/lib/lib$name.so" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' |
+        grep -vE '^lib(hostadm[a-z_]*|stdc\+\+|gcc_s|c|m|tirpc|asan|ubsan)\.so' || :)
+    [ -z "$others" ] || fail "lib$name.so needs $others"
+    # A program's own definition must win over the library's.
+    ! readelf -d "$build/lib/lib$name.so" | grep -q SYMBOLIC || fail "lib$name.so is linked with -Bsymbolic"
+done
+[ "$failures" = 0 ]
