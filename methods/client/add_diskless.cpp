@@ -579,7 +579,7 @@ void Steps::daemons() {
     if (check_rarpd(nullptr) != HOSTADM_DAEMON_RUNNING && !serves_rarp() && access(rarpd, X_OK) == 0) {
         call_.progress(std::string("starting ") + rarpd);
         start_daemon(rarpd, nullptr);
-        constexpr int tries = 200;
+        constexpr int tries = 50; // of 10 ms; it needs a few
         for (int i = 0; i < tries && check_rarpd(nullptr) != HOSTADM_DAEMON_RUNNING; ++i)
             usleep(10'000);
         if (check_rarpd(nullptr) == HOSTADM_DAEMON_RUNNING)
@@ -620,7 +620,7 @@ int provision(Call &call, Journal &journal) {
     check_other_clients(client);
     const bool known = check_entry(client);
     check_root(client, known);
-    if (!known)
+    if (!known || !exists(client.root))
         check_source(call, client);
     check_swap(client);
 
