@@ -193,7 +193,7 @@ std::string help_text(const Description &description) {
 std::optional<std::string> check(const Description &description, Request &request) {
     for (const auto &[name, value] : request.arguments)
         if (std::none_of(description.arguments.begin(), description.arguments.end(),
-                         [&](const Argument &argument) { return argument.name == name; }))
+                         [&name = name](const Argument &argument) { return argument.name == name; }))
             return "there is no argument " + shown(name) +
                    (description.arguments.empty() ? "; it takes none"
                                                   : "; it takes " + names_of(description));
