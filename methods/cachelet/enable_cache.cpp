@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+#include "hostadm/method.hpp"
+#include "support/cached_mounts.hpp"
+
+namespace {
+
+using namespace hostadm::method;
+using namespace hostadm::support;
+
+const Description description{
+    .name = "cachelet/enable_cache",
+    .purpose = "let a client mount its root, /usr and /usr/openwin through its local cache",
+    .arguments = {{.name = "root",
+                   .kind = Kind::path,
+                   .purpose = "the client's root directory on this server; its etc/vfstab is changed",
+                   .required = true}},
+    .outputs = {{"result", "done, or unchanged when it was so already"}},
+    .columns = {{"mountpt", "file system"}, {"options", "its mount options now"}, {"cached", "yes or no"}},
+};
+
+int work(Call &call) try {
+    const std::string root = call.get("root");
+    check_client_root(root);
+    call.progress("switching the mounts of " + root + " to its cache");
+    call.set("result", enable_cached_mounts(root) ? "done" : "unchanged");
+    for (const CachedMount &mount : cached_mounts(read_client_table(root)))
+        call.row({{"mountpt", mount.mountpt},
+                  {"options", mount.options},
+                  {"cached", mount.cached ? "yes" : "no"}});
+    return 0;
+} catch (const Failed &failure) {
+    return failure.text.empty() ? 1 : call.fail(failure.text);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    return run(argc, argv, description, work);
+}

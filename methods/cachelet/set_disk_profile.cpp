@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#include "hostadm/method.hpp"
+#include "support/cached_mounts.hpp"
+
+namespace {
+
+using namespace hostadm::method;
+using namespace hostadm::support;
+
+const Description description{
+    .name = "cachelet/set_disk_profile",
+    .purpose = "give a client the profile by which its automatic installation lays out its disk",
+    .arguments =
+        {{.name = "root",
+          .kind = Kind::path,
+          .purpose = "the client's root directory on this server",
+          .required = true},
+         {.name = "profile_set",
+          .kind = Kind::word,
+          .purpose = "directory in " HOSTADM_DATAADMIN "/etc/autoinstall",
+          .required = true},
+         {.name = "profile", .kind = Kind::word, .purpose = "file in that directory", .required = true}},
+    .outputs = {{"result", "done, or unchanged when it was so already"}, {"pathname", "the client's copy"}},
+};
+
+int work(Call &call) try {
+    const std::string root = call.get("root");
+    check_client_root(root);
+    const bool changed =
+        set_install_profile(call.method(), root, call.get("profile_set"), call.get("profile"));
+    call.set("result", changed ? "done" : "unchanged");
+    call.set("pathname", root + "/.autoinstall/" + call.get("profile"));
+    return 0;
+} catch (const Failed &failure) {
+    return failure.text.empty() ? 1 : call.fail(failure.text);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    return run(argc, argv, description, work);
+}

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: MIT
+#include "hostadm.h"
+#include "hostadm/method.hpp"
+#include "support/software_records.hpp"
+
+namespace {
+
+using namespace hostadm::method;
+using namespace hostadm::support;
+
+const Description description{
+    .name = "service/add_template_package",
+    .purpose =
+        "add a package to the templates of which an OS service's client roots are made; an older version of "
+        "it for the same architecture is replaced",
+    .arguments = {{.name = "package_dir",
+                   .kind = Kind::path,
+                   .purpose = "directory that holds the package's directory",
+                   .required = true},
+                  {.name = "package", .kind = Kind::word, .purpose = "name of the package", .required = true},
+                  {.name = "release",
+                   .kind = Kind::release,
+                   .purpose = "release of the service, such as 2.4 or 2.5",
+                   .required = true},
+                  {.name = "arch",
+                   .kind = Kind::word,
+                   .purpose = "instruction-set architecture of the service (this server's)"}},
+    .outputs = {{"result", "done, or unchanged when it was recorded already"},
+                {"template", "directory of the template"},
+                {"record", "file that records the service's templates"}},
+};
+
+int work(Call &call) {
+    const std::string directory = call.get("package_dir"), package = call.get("package");
+    const std::string release = call.get("release"), method = call.method();
+    const std::string arch = call.given("arch") ? call.get("arch") : server_architecture();
+    if (!release.starts_with("2.") || release.size() < 3)
+        return call.refuse("release: " + release +
+                           " is no release of an OS service; they are numbered 2.4, 2.5, ...");
+    if (package == "." || package == "..")
+        return call.refuse("package: " + package + " is no name of a package");
+    const TemplateRecord record(directory, package, arch, release);
+    if (const auto others = record.also_replaced(); !others.empty())
+        return call.fail("nothing was changed: to replace the older version of " + package +
+                         " would remove " + others.front() +
+                         " as well, which belongs to another package; rename one of the two");
+
+    const bool was_recorded = record.is_recorded(), had_template = record.exists();
+    record.prepare();
+    record.become_standard_input();
+    call.progress("adding " + package + " to the templates of release " + release + " for " + arch);
+    const int status = add_pkg_to_templates(method.c_str(), directory.c_str(), package.c_str(), arch.c_str(),
+                                            release.c_str());
+    call.set("template", record.path());
+    call.set("record", record.file());
+    // The status tells an addition from a failure in no way that can be relied on: only the records do.
+    if (record.is_recorded()) {
+        call.set("result", was_recorded ? "unchanged" : "done");
+        return 0;
+    }
+    if (!had_template && record.exists())
+        record.remove_template();
+    if (status == 0)
+        return call.fail(record.file() + " names " + record.path() +
+                         ", but lacks one of its two lines; remove what it has of it, and run this again");
+    return status == 1 ? 1
+                       : call.fail("the template could not be recorded in " + record.file() +
+                                   "; it has been taken away again");
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    return run(argc, argv, description, work);
+}

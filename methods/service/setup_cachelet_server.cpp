@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+#include <map>
+
+#include "hostadm.h"
+#include "hostadm/method.hpp"
+#include "support/software_records.hpp"
+
+namespace {
+
+using namespace hostadm::method;
+using namespace hostadm::support;
+
+const Description description{
+    .name = "service/setup_cachelet_server",
+    .purpose = "install on this server what it needs to serve cache-only clients",
+    .columns = {{"package", "package that is needed"},
+                {"result", "installed, or present when it was there before"}},
+};
+
+int work(Call &call) {
+    const std::string arch = server_architecture(), release = server_release();
+    std::map<std::string, bool> present;
+    for (const char *package : {"KTVXqsvu", "KTVXqsvr"})
+        present[package] = is_package_recorded(arch, release, package);
+    call.progress("installing the cache server packages from " HOSTADM_DATAADMIN "/Packages/" + arch +
+                  "/5.X");
+    const int status = setup_as_cachelet_server(call.method().c_str());
+    for (const char *package : {"KTVXqsvu", "KTVXqsvr"}) {
+        if (present[package])
+            call.row({{"package", package}, {"result", "present"}});
+        else if (status == 0 || is_package_recorded(arch, release, package))
+            call.row({{"package", package}, {"result", "installed"}});
+    }
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    return run(argc, argv, description, work);
+}

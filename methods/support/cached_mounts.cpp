@@ -1,0 +1,196 @@
+// SPDX-License-Identifier: MIT
+#include "support/cached_mounts.hpp"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "hostadm.h"
+#include "hostadm/table_edit.hpp"
+#include "support/client_lock.hpp"
+
+namespace hostadm::support {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::string_view option = "disconnectable";
+constexpr std::string_view further_option = ",disconnectable";
+const std::string profiles = HOSTADM_DATAADMIN "/etc/autoinstall";
+
+std::string table_of(const std::string &root) {
+    return root + "/etc/vfstab";
+}
+std::string cache_directory_of(const std::string &root) {
+    return root + "/etc/fs/cachefs";
+}
+
+std::string content(const fs::path &path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+bool is_cacheable(std::string_view mountpt) {
+    return mountpt == "/" || mountpt == "/usr" || mountpt == "/usr/openwin";
+}
+
+bool is_switched_on(const std::vector<CachedMount> &mounts) {
+    return std::all_of(mounts.begin(), mounts.end(), [](const CachedMount &mount) { return mount.cached; });
+}
+bool is_switched_off(const std::vector<CachedMount> &mounts) {
+    return std::none_of(mounts.begin(), mounts.end(), [](const CachedMount &mount) { return mount.cached; });
+}
+
+// The library trusts the last step of its edit, moving the new table into place; this looks.
+[[noreturn]] void fail_unchanged(const std::string &root) {
+    const std::string left = "/tmp/vfstab." + std::to_string(getpid());
+    std::error_code ignored;
+    if (fs::exists(left, ignored))
+        throw Failed{"the new table could not be moved over " + table_of(root) + "; it is left in " + left};
+    throw Failed{table_of(root) + " is not as it should be after the edit; somebody else may be changing it"};
+}
+
+// What is in a directory, for an error that says what there would have been.
+std::string names_in(const fs::path &directory) {
+    std::vector<std::string> names;
+    std::error_code error;
+    for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error))
+        names.push_back(entry->path().filename());
+    std::sort(names.begin(), names.end());
+    std::string list;
+    for (const std::string &name : names)
+        list += (list.empty() ? "" : ", ") + name;
+    return list.empty() ? "nothing" : list;
+}
+
+} // namespace
+
+std::vector<CachedMount> cached_mounts(std::string_view table) {
+    std::vector<CachedMount> mounts;
+    std::istringstream lines{std::string(table)};
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with('#'))
+            continue;
+        std::istringstream words(line);
+        const std::vector<std::string> fields{std::istream_iterator<std::string>(words), {}};
+        const std::string mountpt = fields.size() > 2 ? fields[2] : "";
+        const bool cached = line.find(option) != line.npos;
+        if (is_cacheable(mountpt) || line.find(further_option) != line.npos)
+            mounts.push_back({mountpt, fields.back(), cached});
+    }
+    return mounts;
+}
+
+void check_client_root(const std::string &root) {
+    std::error_code error;
+    if (!fs::is_directory(root, error))
+        throw Failed{root + " is no directory; give the client's root directory on this server"};
+    if (fs::equivalent(root, "/", error))
+        throw Failed{root + " is this server's own root, not a client's"};
+    if (!fs::is_regular_file(table_of(root), error))
+        throw Failed{table_of(root) + " does not exist, so " + root + " is no client's root yet"};
+}
+
+std::string read_client_table(const std::string &root) {
+    std::string text;
+    if (const int status = tables::read_file(table_of(root), text); status != 0)
+        throw Failed{"cannot read " + table_of(root) + ": " + std::strerror(-status)};
+    return text;
+}
+
+bool has_cache_directory(const std::string &root) {
+    std::error_code ignored;
+    return fs::is_directory(cache_directory_of(root), ignored);
+}
+
+bool enable_cached_mounts(const std::string &root) {
+    const std::vector<CachedMount> mounts = cached_mounts(read_client_table(root));
+    if (mounts.empty())
+        throw Failed{table_of(root) + " has no line for /, /usr or /usr/openwin: there is nothing to cache"};
+    if (is_switched_on(mounts) && has_cache_directory(root))
+        return false;
+    std::string parent = root + "/etc/fs";
+    mkdir_path(parent.data());
+    if (enable_chart(root.c_str()) != 0) {
+        if (is_switched_on(cached_mounts(read_client_table(root))))
+            throw Failed{"cannot make the directory " + cache_directory_of(root) +
+                         "; the table itself is switched to cached mounts"};
+        throw Failed{};
+    }
+    if (!is_switched_on(cached_mounts(read_client_table(root))))
+        fail_unchanged(root);
+    return true;
+}
+
+bool disable_cached_mounts(const std::string &root) {
+    if (is_switched_off(cached_mounts(read_client_table(root))) && !has_cache_directory(root))
+        return false;
+    const bool had_directory = has_cache_directory(root);
+    const std::string before = read_client_table(root);
+    if (disable_chart(root.c_str()) != 0)
+        throw Failed{};
+    const std::string after = read_client_table(root);
+    for (const CachedMount &mount : cached_mounts(after))
+        if (mount.options.find(further_option) != std::string::npos)
+            fail_unchanged(root);
+    return after != before || had_directory != has_cache_directory(root);
+}
+
+void restore_client_table(const std::string &root, const std::string &text, bool had_cache_directory) {
+    if (!had_cache_directory)
+        rmdir(cache_directory_of(root).c_str());
+    const int status = tables::edit_file(table_of(root), [&](std::string &current) {
+        current = text;
+        return 0;
+    });
+    if (status != 0)
+        throw Failed{"cannot put " + table_of(root) + " back as it was: " + std::strerror(-status)};
+}
+
+void check_install_profile(const std::string &set, const std::string &profile) {
+    std::error_code error;
+    for (const std::string &name : {set, profile})
+        if (name == "." || name == "..")
+            throw Failed{name + " is no name of a profile or of a set of profiles"};
+    if (profile == "profile")
+        throw Failed{"a profile cannot be called \"profile\": that is the name of the link to it"};
+    if (!fs::is_directory(profiles + "/" + set, error))
+        throw Failed{"there is no set of profiles " + profiles + "/" + set +
+                     "; there are: " + names_in(profiles)};
+    if (!fs::is_regular_file(profiles + "/" + set + "/" + profile, error))
+        throw Failed{"there is no profile " + profile + " in " + profiles + "/" + set +
+                     "; there are: " + names_in(profiles + "/" + set)};
+}
+
+bool set_install_profile(const std::string &method, const std::string &root, const std::string &set,
+                         const std::string &profile) {
+    check_install_profile(set, profile);
+    const fs::path source = profiles + "/" + set + "/" + profile;
+    const fs::path copy = root + "/.autoinstall/" + profile;
+    const fs::path link = root + "/.autoinstall/profile";
+    std::error_code error;
+    const auto is_in_place = [&] {
+        return fs::is_regular_file(fs::symlink_status(copy, error)) && content(copy) == content(source) &&
+               fs::read_symlink(link, error) == profile;
+    };
+    if (is_in_place())
+        return false;
+    {
+        const SilencedErrors silence; // an existing directory is no obstacle
+        if (set_cachelet_disk_config(method.c_str(), root.c_str(), set.c_str(), profile.c_str()) != 0)
+            throw Failed{};
+    }
+    if (!is_in_place())
+        throw Failed{"the profile was copied, but " + link.string() +
+                     " does not lead to it; remove what is in its way"};
+    return true;
+}
+
+} // namespace hostadm::support

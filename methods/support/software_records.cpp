@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: MIT
+#include "support/software_records.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+
+#include "hostadm.h"
+#include "hostadm/platform.h"
+
+namespace hostadm::support {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const fs::path templates = "/export/root/templates";
+
+std::string sysinfo(int item) {
+    std::array<char, 1024> answer{};
+    return sysv_sysinfo(item, answer.data(), answer.size()) < 0 ? "" : answer.data();
+}
+
+// The part of a release by which it is told from others: "4" of 2.4 and of 5.4.
+std::string minor_of(const std::string &release) {
+    return release.size() > 2 ? release.substr(2) : "";
+}
+
+std::vector<std::string> lines_of(const fs::path &path) {
+    std::ifstream file(path);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(file, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+std::vector<fs::path> entries_of(const fs::path &directory) {
+    std::vector<fs::path> entries;
+    std::error_code error;
+    for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error))
+        entries.push_back(entry->path());
+    return entries;
+}
+
+std::string version_of(const fs::path &package) {
+    constexpr std::string_view key = "VERSION=";
+    for (const std::string &line : lines_of(package / "pkginfo"))
+        if (line.starts_with(key))
+            return line.substr(key.size());
+    return "";
+}
+
+} // namespace
+
+std::string server_architecture() {
+    return sysinfo(SYSV_SI_ARCHITECTURE);
+}
+std::string server_release() {
+    return sysinfo(SYSV_SI_RELEASE);
+}
+
+bool is_package_recorded(const std::string &arch, const std::string &release, const std::string &package) {
+    const std::string minor = minor_of(release);
+    const fs::path root = minor == minor_of(server_release()) ? "/" : "/export/Quorvel_2." + minor;
+    for (const fs::path &entry : entries_of(root / "var/sadm/pkg"))
+        if (entry.filename().string().starts_with(package))
+            for (const std::string &line : lines_of(entry / "pkginfo"))
+                if (line.find("ARCH=" + arch) != line.npos)
+                    return true;
+    return false;
+}
+
+TemplateRecord::TemplateRecord(std::string package_dir, std::string package, std::string arch,
+                               const std::string &release)
+    : package_(std::move(package)), arch_(std::move(arch)), os_directory_("Quorvel_2." + minor_of(release)) {
+    const std::string server = server_release();
+    file_ =
+        (server.size() > 2 && server[2] > '4' ? "/var/sadm/system/admin/services/" : "/var/sadm/softinfo/") +
+        os_directory_;
+    version_ = version_of(fs::path(package_dir) / package_);
+    template_ = templates / os_directory_ / (package_ + "_" + version_ + "_" + arch_ + ".all");
+}
+
+bool TemplateRecord::is_recorded() const {
+    const std::string spooled = "SPOOLED_ROOT=" + arch_ + ".all:" + template_;
+    const std::string root = "ROOT=" + arch_ + ".all:" + package_ + "," + version_;
+    bool has_spooled = false, has_root = false;
+    for (const std::string &line : lines_of(file_)) {
+        has_spooled = has_spooled || line == spooled;
+        has_root = has_root || line == root;
+    }
+    return has_spooled && has_root;
+}
+
+bool TemplateRecord::exists() const {
+    std::error_code ignored;
+    return fs::exists(template_, ignored);
+}
+
+bool TemplateRecord::mentions(const std::string &text) const {
+    const std::size_t arch = text.find(arch_);
+    return arch != text.npos && text.find(package_, arch + arch_.size()) != text.npos;
+}
+
+std::vector<std::string> TemplateRecord::also_replaced() const {
+    const fs::path folder = templates / os_directory_;
+    const std::string spooled = "SPOOLED_ROOT=" + arch_ + ".all:" + (folder / (package_ + "_")).string();
+    const std::string root = "ROOT=" + arch_ + ".all:" + package_ + ",";
+    std::vector<std::string> others;
+    bool replaces = false;
+    for (const std::string &line : lines_of(file_)) {
+        if (!mentions(line))
+            continue;
+        replaces = true;
+        if (!line.starts_with(spooled) && !line.starts_with(root))
+            others.push_back("the line \"" + line + "\" of " + file_);
+    }
+    if (!replaces)
+        return {};
+    for (const fs::path &entry : entries_of(folder)) {
+        const std::string name = entry.filename();
+        if (name.starts_with(package_) && name.find(arch_, package_.size()) != name.npos &&
+            !(name.starts_with(package_ + "_") && name.ends_with("_" + arch_ + ".all")))
+            others.push_back("the template " + entry.string());
+    }
+    return others;
+}
+
+void TemplateRecord::prepare() const {
+    std::string folder = fs::path(file_).parent_path();
+    mkdir_path(folder.data());
+}
+
+void TemplateRecord::become_standard_input() const {
+    int input = open(file_.c_str(), O_RDONLY | O_CLOEXEC);
+    if (input < 0)
+        input = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (input < 0)
+        return;
+    dup2(input, STDIN_FILENO);
+    close(input);
+}
+
+void TemplateRecord::remove_template() const {
+    std::error_code ignored;
+    fs::remove_all(template_, ignored);
+}
+
+} // namespace hostadm::support
