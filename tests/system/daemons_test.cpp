@@ -38,7 +38,7 @@ public:
             execv(path.c_str(), words.data());
             _exit(127);
         }
-        wait_for_exec(path);
+        wait_for_exec(arguments);
     }
     ~Running() {
         kill(id_, SIGKILL);
@@ -56,10 +56,13 @@ public:
     }
 
 private:
-    void wait_for_exec(const std::string &path) const {
-        const fs::path link = "/proc/" + std::to_string(id_) + "/exe";
-        std::error_code error;
-        for (int i = 0; i < 1000 && fs::read_symlink(link, error) != fs::canonical(path); ++i)
+    // Until the new arguments show: for a moment the new program has none.
+    void wait_for_exec(const std::vector<std::string> &arguments) const {
+        std::string command_line;
+        for (const std::string &word : arguments)
+            command_line += word + '\0';
+        const std::string file = "/proc/" + std::to_string(id_) + "/cmdline";
+        for (int i = 0; i < 1000 && hostadm_command::content(file) != command_line; ++i)
             usleep(5000);
     }
     pid_t id_;
