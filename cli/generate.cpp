@@ -173,7 +173,7 @@ standard error; its results are what it returns with
 .BR "hostadm arg" .
 )";
 
-std::string command_page(const std::vector<std::string> &methods) {
+std::string command_page(const std::vector<Description> &methods) {
     std::string text = heading("hostadm", 1);
     text += ".SH NAME\nhostadm \\- keep the network-boot side of a server in order\n";
     text += command_page_text;
@@ -188,7 +188,8 @@ std::string command_page(const std::vector<std::string> &methods) {
     text += ".PP\nErrors go to standard error as\n.IR \"hostadm: METHOD: TEXT (error CODE)\" .\n";
     text += ".SH FILES\n.TP\n.I LIBEXEC/hostadm/methods/CLASS/NAME\nThe methods.\n.SH SEE ALSO\n";
     for (std::size_t at = 0; at < methods.size(); ++at)
-        text += ".BR " + roff(page_name(methods[at])) + " (8)" + (at + 1 < methods.size() ? ",\n" : "\n");
+        text +=
+            ".BR " + roff(page_name(methods[at].name)) + " (8)" + (at + 1 < methods.size() ? ",\n" : "\n");
     return text;
 }
 
@@ -277,24 +278,34 @@ void write(const std::filesystem::path &path, const std::string &text) {
         throw std::runtime_error("cannot write " + path.string() + ": " + std::strerror(errno));
 }
 
+// Pages of methods that are gone must go too.
+void remove_pages(const std::filesystem::path &folder) {
+    if (!std::filesystem::is_directory(folder))
+        return;
+    for (const auto &entry : std::filesystem::directory_iterator(folder))
+        if (entry.path().filename().string().starts_with("hostadm-"))
+            std::filesystem::remove(entry.path());
+}
+
 int generate(const std::filesystem::path &share) {
-    const std::vector<std::string> methods = framework::list_methods();
+    int status = done;
     std::vector<Description> descriptions;
-    for (const std::string &name : methods) {
-        const auto described = framework::describe(name);
+    for (const std::string &name : framework::list_methods()) {
+        auto described = framework::describe(name);
         if (const auto *defect = std::get_if<std::string>(&described)) {
             print_error(name, *defect, framework::cannot_run);
-            return failed;
+            status = failed;
+            continue;
         }
-        descriptions.push_back(std::get<Description>(described));
+        descriptions.push_back(std::move(std::get<Description>(described)));
+        descriptions.back().name = name;
     }
-    // Pages of methods that are gone must go too.
-    std::filesystem::remove_all(share / "man");
-    write(share / "man/man1/hostadm.1", command_page(methods));
+    remove_pages(share / "man/man8");
+    write(share / "man/man1/hostadm.1", command_page(descriptions));
     for (const Description &description : descriptions)
         write(share / "man/man8" / (page_name(description.name) + ".8"), method_page(description));
     write(share / "bash-completion/completions/hostadm", completion(descriptions));
-    return done;
+    return status;
 }
 
 } // namespace

@@ -34,7 +34,8 @@ int list(const std::string &wanted, bool json) {
 
 int help(CLI::App &app, const std::string &subject) {
     if (subject.empty()) {
-        print(app.help());
+        // app.help() would be that of the subcommand given, which is this one.
+        print(app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal));
         return done;
     }
     for (const CLI::App *command :
@@ -44,7 +45,7 @@ int help(CLI::App &app, const std::string &subject) {
     }
     const auto found = framework::find_method("", subject);
     if (const auto *unknown = std::get_if<framework::Unknown>(&found)) {
-        print_error(subject, unknown->reason, framework::cannot_run);
+        print_error(subject, unknown->reason, framework::invalid_argument);
         return usage;
     }
     const auto described = framework::describe(std::get<std::string>(found));

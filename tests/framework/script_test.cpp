@@ -64,7 +64,7 @@ TEST(Script, ThatCannotDescribeItselfIsNotRun) {
 }
 
 TEST(Script, ThatHangsWhenAskedToDescribeItselfIsKilled) {
-    EXPECT_EQ(MethodRun("hanging_description").text(),
+    EXPECT_EQ(MethodRun("hanging_description", {}, "slow").text(),
               "asked to describe itself, it did not end in time and was killed");
 }
 

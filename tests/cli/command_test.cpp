@@ -1,0 +1,406 @@
+// SPDX-License-Identifier: MIT
+// What a user of the command sees: output, errors and exit status.
+#include <cstdio>
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include "core/bytes.hpp"
+#include "support/scratch.hpp"
+
+namespace {
+
+using hostadm::framework::Json;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+struct Seen {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+// Runs a command line of the shell; "hostadm" is that of the test installation.
+Seen shell(const std::string &line) {
+    const tests::Scratch scratch;
+    const std::string command = "PATH=" TEST_ROOT "/bin:$PATH; { " + line + "\n} >" + scratch.path("out") +
+                                " 2>" + scratch.path("err") + " </dev/null";
+    const int status = std::system(command.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, tests::content(scratch.path("out")),
+            tests::content(scratch.path("err"))};
+}
+
+Seen hostadm(const std::string &words) {
+    return shell(std::string("hostadm ").append(words));
+}
+
+// Asserts on all three at once.
+void expect(const Seen &seen, int status, const std::string &out, const std::string &err) {
+    EXPECT_EQ(seen.status, status);
+    EXPECT_EQ(seen.out, out);
+    EXPECT_EQ(seen.err, err);
+}
+
+TEST(RunCommand, PrintsOutputsAndRows) {
+    expect(hostadm("run test/echo text=hi times=2 rows=yes"), 0,
+           "said  hihi\n"
+           "\n"
+           "time  text\n"
+           "1     hi\n"
+           "2     hi\n",
+           "");
+}
+
+TEST(RunCommand, PrintsOnlyRowsWhereThereAreNoOutputs) {
+    expect(hostadm("run test/kinds number=7"), 0,
+           "name    value     given\n"
+           "word    standard  yes\n"
+           "number  7         yes\n",
+           "");
+}
+
+TEST(RunCommand, PrintsNothingForNothing) {
+    expect(hostadm("run test/rows"), 0, "", "");
+}
+
+TEST(RunCommand, TakesValuesWithEqualsSignsAndDashes) {
+    expect(hostadm("run test/echo text=a=b=c"), 0, "said  a=b=c\n", "");
+    expect(hostadm("run test/echo text=--json"), 0, "said  --json\n", "");
+    expect(hostadm("run test/echo 'text=two words'"), 0, "said  two words\n", "");
+}
+
+TEST(RunCommand, AlignsByWhatIsSeen) {
+    const Seen seen = shell("LC_ALL=C.UTF-8 hostadm run test/script host=c greeting=hello");
+    EXPECT_EQ(seen.out, "greeting  hello c\n\nword   dash\nhello  -\nc      a=b\n");
+    EXPECT_EQ(seen.err, "said by the script\n");
+}
+
+TEST(RunCommand, ShowsNothingThatSteersATerminal) {
+    expect(hostadm("run test/plain \"bytes=$(printf 'a\\033[2Jb\\nc\\377')\""), 0,
+           "bytes  a\\x1b[2Jb\\nc\\xff\n", "");
+}
+
+TEST(RunCommand, PrintsJson) {
+    const Seen seen = hostadm("run test/echo --json text=hi rows=yes");
+    EXPECT_EQ(seen.status, 0);
+    const Json expected = {
+        {"method", "test/echo"},       {"status", "done"},
+        {"outputs", {{"said", "hi"}}}, {"rows", Json::array({Json{{"time", "1"}, {"text", "hi"}}})},
+        {"errors", Json::array()},     {"half_done", false}};
+    EXPECT_EQ(Json::parse(seen.out), expected) << seen.out;
+}
+
+TEST(RunCommand, PrintsJsonWhateverAMethodPrints) {
+    const Seen seen = hostadm("run --json test/behave how=print");
+    EXPECT_EQ(Json::parse(seen.out)["status"], "done");
+    EXPECT_EQ(seen.err, "printed by the method\n");
+}
+
+TEST(RunCommand, PrintsBytesInJson) {
+    const Json json = Json::parse(hostadm("run --json test/plain bytes=$(printf 'a\\377')").out);
+    EXPECT_EQ(json["outputs"]["bytes"], (Json{{"base64", "Yf8="}}));
+}
+
+TEST(RunCommand, PrintsFailuresInJsonToo) {
+    const Seen seen = hostadm("run --json test/behave how=undone");
+    EXPECT_EQ(seen.status, 1);
+    const Json json = Json::parse(seen.out);
+    EXPECT_EQ(json["status"], "failed");
+    EXPECT_EQ(json["errors"], Json::array({Json{{"code", 100}, {"text", "stopped halfway"}}}));
+    EXPECT_EQ(json["half_done"], true);
+    EXPECT_EQ(json["left_undone"], Json::array({"/export/root/c1 is still there"}));
+    EXPECT_EQ(seen.err, "hostadm: test/behave: stopped halfway (error 100)\n"
+                        "hostadm: test/behave: left half done: /export/root/c1 is still there\n");
+}
+
+constexpr const char *behaved = "\nnumber\n1\n";
+
+TEST(RunCommand, SaysWhyAMethodFailed) {
+    expect(hostadm("run test/behave how=fail"), 1, std::string("how  fail\n") + behaved,
+           "hostadm: test/behave: it was told to (error 100)\n");
+}
+
+TEST(RunCommand, SaysEveryErrorInOrder) {
+    EXPECT_EQ(hostadm("run test/behave how=fail_twice").err, "hostadm: test/behave: first (error 100)\n"
+                                                             "hostadm: test/behave: second (error 92)\n");
+}
+
+TEST(RunCommand, SaysNothingOfErrorsPutRight) {
+    expect(hostadm("run test/behave how=clear"), 0, std::string("how  clear\n") + behaved, "");
+    EXPECT_EQ(hostadm("run test/behave how=clear_then_fail").err,
+              "hostadm: test/behave: not put right (error 100)\n");
+}
+
+TEST(RunCommand, SaysWhatWasNotedOnTheWay) {
+    expect(hostadm("run test/behave how=note"), 0, std::string("how  note\n") + behaved,
+           "hostadm: test/behave: note: hello\n");
+}
+
+TEST(RunCommand, SaysAHalfDoneChangeInALineOfItsOwn) {
+    EXPECT_EQ(hostadm("run test/behave how=dirty").err,
+              "hostadm: test/behave: stopped halfway (error 100)\n"
+              "hostadm: test/behave: a change is left half done: undoing it after the failure failed too\n");
+    EXPECT_EQ(hostadm("run test/behave how=dirty_then_clean").err,
+              "hostadm: test/behave: stopped, and undone (error 100)\n");
+}
+
+TEST(RunCommand, NamesTheMethodOnce) {
+    EXPECT_EQ(hostadm("run test/behave how=empty_method_name").err,
+              "hostadm: test/behave: the command failed: false: \n    no (error 92)\n");
+}
+
+TEST(RunCommand, LosesNothingOfAMethodThatCrashes) {
+    expect(hostadm("run test/behave how=crash"), 1, std::string("how  crash\n") + behaved,
+           "hostadm: test/behave: about to crash (error 100)\n"
+           "hostadm: test/behave: it was killed by signal 11 (Segmentation fault) (error 101)\n");
+}
+
+TEST(RunCommand, LosesNothingOfAMethodThatHangsUp) {
+    expect(hostadm("run test/behave how=exit_early"), 1, std::string("how  exit_early\n") + behaved,
+           "hostadm: test/behave: it ended before its work was done (error 101)\n");
+    expect(
+        hostadm("run test/behave how=half_a_line"), 1, std::string("how  half_a_line\n") + behaved,
+        "hostadm: test/behave: its answer breaks off in the middle of a line: {\"output\": \"late\", \"val "
+        "(error 101)\n");
+}
+
+TEST(RunCommand, RefusesTheRubbishOfAMethod) {
+    expect(hostadm("run test/behave how=rubbish"), 1, std::string("how  rubbish\n") + behaved,
+           "hostadm: test/behave: line 4 of its answer cannot be understood: what?is this (error 101)\n");
+}
+
+TEST(RunCommand, OutlivesTheKeyboardAndReports) {
+    const Seen seen = shell("setsid --wait hostadm run test/script host=c end=interrupt");
+    EXPECT_EQ(seen.status, 1);
+    EXPECT_EQ(seen.out, "greeting  hello c\n\nword   dash\nhello  -\nc      a=b\n");
+    EXPECT_THAT(seen.err,
+                HasSubstr("hostadm: test/script: it was killed by signal 2 (Interrupt) (error 101)\n"));
+}
+
+// One line, status 2, nothing done.
+void expect_refused(const std::string &words, const std::string &line) {
+    expect(hostadm(words), 2, "", std::string("hostadm: ").append(line).append("\n"));
+}
+
+TEST(BadInput, UnknownMethod) {
+    expect_refused("run test/eko text=x",
+                   "test/eko: there is no method test/eko; did you mean test/echo? (error 102)");
+    expect_refused("run echo text=x",
+                   "echo: there are several methods echo: other/echo and test/echo; give the class "
+                   "too (error 102)");
+    expect_refused("run ../../bin/hostadm",
+                   "../../bin/hostadm: there is no method ../../bin/hostadm; `hostadm list` "
+                   "shows them all (error 102)");
+    expect_refused("help test/eko",
+                   "test/eko: there is no method test/eko; did you mean test/echo? (error 102)");
+}
+
+TEST(BadInput, UnknownArgument) {
+    expect_refused("run test/echo txt=x",
+                   "test/echo: there is no argument \"txt\"; it takes text, times, rows (error 102)");
+}
+
+TEST(BadInput, MissingArgument) {
+    expect_refused("run test/echo",
+                   "test/echo: the argument text is missing; it must be text on one line, at most "
+                   "65535 characters (error 102)");
+}
+
+TEST(BadInput, ArgumentThatIsNone) {
+    expect_refused("run test/echo text",
+                   "test/echo: \"text\" is no argument; arguments are given as NAME=VALUE (error 102)");
+    expect_refused("run test/echo =x",
+                   "test/echo: \"=x\" is no argument; arguments are given as NAME=VALUE (error 102)");
+    expect_refused("run test/echo text=a text=b", "test/echo: the argument text is given twice (error 102)");
+}
+
+TEST(BadInput, InvalidHostName) {
+    for (const char *host : {"bad_host!", "a b", "-c1", "a..b", "$(reboot)"}) {
+        const Seen seen = hostadm("run test/kinds 'host=" + std::string(host) + "'");
+        expect(seen, 2, "",
+               "hostadm: test/kinds: the argument host cannot be \"" + std::string(host) +
+                   "\"; it must be a host name of letters, digits, \"-\", \"_\" and \".\", beginning with a "
+                   "letter or "
+                   "digit, at most 255 characters (error 102)\n");
+    }
+}
+
+TEST(BadInput, PathWithShellMetacharacters) {
+    for (const char *path :
+         {"/a;reboot", "/a$(reboot)", "/a`reboot`", "/a|b", "/a b", "/a>b", "/a*", "/a&", "/a\"b"}) {
+        const Seen seen = hostadm("run test/kinds 'path=" + std::string(path) + "'");
+        EXPECT_EQ(seen.status, 2) << path;
+        EXPECT_EQ(seen.out, "");
+        EXPECT_THAT(seen.err,
+                    StartsWith("hostadm: test/kinds: the argument path cannot be \"" + std::string(path) +
+                               "\"; it must be an absolute path without blanks"));
+    }
+}
+
+TEST(BadInput, ForAScriptIsRefusedBeforeItRuns) {
+    const Seen seen = hostadm("run test/script 'host=a;b'");
+    EXPECT_EQ(seen.status, 2);
+    EXPECT_THAT(seen.err, Not(HasSubstr("said by the script")));
+}
+
+TEST(BadInput, WrongUsage) {
+    for (const char *words : {"bogus", "run", "run --bogus test/echo", "list --bogus", "list a b", "arg",
+                              "arg bogus", "--bogus"}) {
+        const Seen seen = hostadm(words);
+        EXPECT_EQ(seen.status, 2) << words;
+        EXPECT_EQ(seen.out, "") << words;
+        EXPECT_THAT(seen.err, StartsWith("hostadm: ")) << words;
+        EXPECT_EQ(seen.err.find('\n'), seen.err.size() - 1) << words;
+    }
+}
+
+TEST(BadInput, HostThatIsNone) {
+    const Seen seen = hostadm("run --host=-oProxyCommand=reboot test/echo text=x");
+    EXPECT_EQ(seen.status, 2);
+    EXPECT_THAT(seen.err, HasSubstr("the host cannot be \"-oProxyCommand=reboot\"; it must be a host name"));
+}
+
+TEST(ListCommand, ShowsALineForEachMethod) {
+    const Seen seen = hostadm("list other");
+    expect(seen, 0, "METHOD      PURPOSE\nother/echo  the other echo\n", "");
+    const Seen all = hostadm("list test");
+    EXPECT_THAT(all.out, HasSubstr("test/echo                 say a text back\n"));
+    EXPECT_THAT(
+        all.out,
+        HasSubstr("test/failing_description  (asked to describe itself, it ended with exit status 4)\n"));
+}
+
+TEST(ListCommand, PrintsJson) {
+    EXPECT_EQ(Json::parse(hostadm("list --json other").out),
+              Json::array({Json{{"METHOD", "other/echo"}, {"PURPOSE", "the other echo"}}}));
+}
+
+TEST(ListCommand, RefusesAnUnknownClass) {
+    expect_refused("list bogus", "bogus: there is no such class; there are other, slow, test (error 102)");
+}
+
+TEST(HelpCommand, SaysWhatAMethodTakes) {
+    expect(hostadm("help test/echo"), 0,
+           "test/echo: say a text back\n"
+           "\n"
+           "Usage: hostadm run test/echo text=text [times=number] [rows=yes_no]\n"
+           "\n"
+           "Arguments:\n"
+           "  text   what to say; text on one line, at most 65535 characters (required)\n"
+           "  times  how often; a decimal number, not negative (default: 1)\n"
+           "  rows   a row for each time; yes or no (default: no)\n"
+           "\n"
+           "Outputs:\n"
+           "  said  the text, as often as wanted\n"
+           "\n"
+           "Columns of its rows:\n"
+           "  time  a number\n"
+           "  text  the text\n",
+           "");
+    EXPECT_EQ(shell(TEST_ROOT "/libexec/hostadm/methods/test/echo --help").out,
+              hostadm("help test/echo").out);
+}
+
+TEST(HelpCommand, IsThereForEveryCommand) {
+    for (const char *command : {"list", "help", "run", "preview", "status", "arg"}) {
+        const Seen seen = hostadm(std::string(command) + " --help");
+        EXPECT_EQ(seen.status, 0) << command;
+        EXPECT_THAT(seen.out, HasSubstr(std::string("Usage: hostadm ") + command)) << command;
+        EXPECT_EQ(hostadm(std::string("help ") + command).out, seen.out) << command;
+    }
+    EXPECT_THAT(hostadm("--help").out, HasSubstr("Exit status: 0 done, 1 the method failed, 2 wrong usage"));
+    EXPECT_EQ(hostadm("").out, hostadm("--help").out);
+    EXPECT_EQ(hostadm("help").out, hostadm("--help").out);
+    expect(hostadm("--version"), 0, "hostadm 1.0.0\n", "");
+}
+
+TEST(ArgCommand, IsRefusedOutsideAMethod) {
+    for (const char *words :
+         {"arg get a", "arg set a b", "arg row a=b", "arg error 1 text", "arg undone text"})
+        expect(hostadm(words), 1, "",
+               "hostadm: arg: there is no method to answer for; only a method that `hostadm run` has started "
+               "has "
+               "arguments and an answer\n");
+    // Open descriptors of these numbers do not make a method of it.
+    EXPECT_EQ(shell("hostadm arg set a b 3</dev/null 4>/dev/null").status, 1);
+}
+
+TEST(ArgCommand, RefusesWhatItCannotUse) {
+    for (const char *words :
+         {"arg get", "arg get a b", "arg set", "arg set a", "arg set 'a b' c", "arg set a b c", "arg row",
+          "arg row a", "arg row =b", "arg error", "arg error x y", "arg error 1", "arg undone"}) {
+        const Seen seen = hostadm(words);
+        EXPECT_EQ(seen.status, 2) << words;
+        EXPECT_THAT(seen.err, StartsWith("hostadm: arg: ")) << words;
+    }
+}
+
+TEST(Output, ThatCannotBeWrittenIsAFailure) {
+    const Seen seen = shell("hostadm run test/rows rows=10 >/dev/full");
+    EXPECT_EQ(seen.status, 1);
+    EXPECT_EQ(seen.err, "hostadm: cannot write the results: No space left on device\n");
+}
+
+TEST(ServeCommand, RefusesWhatIsNoRequest) {
+    EXPECT_EQ(hostadm("serve").status, 2);
+    EXPECT_EQ(shell("echo rubbish | hostadm serve").status, 2);
+}
+
+// The methods of the product describe themselves soundly, and every one has its manual page and its
+// completion.
+TEST(Descriptions, MakeManualPagesThatRender) {
+    const std::string share = BUILD_ROOT "/share";
+    const std::string methods = shell(BUILD_ROOT "/bin/hostadm list --json").out;
+    for (const Json &entry : Json::parse(methods)) {
+        std::string name = entry["METHOD"];
+        EXPECT_THAT(entry["PURPOSE"].get<std::string>(), Not(StartsWith("("))) << name;
+        name[name.find('/')] = '-';
+        const std::string page = share + "/man/man8/hostadm-" + name + ".8";
+        const Seen shown = shell("man --warnings -l " + page);
+        EXPECT_EQ(shown.status, 0) << page;
+        EXPECT_EQ(shown.err, "") << page;
+        EXPECT_THAT(shown.out, HasSubstr("EXIT STATUS")) << page;
+    }
+    const Seen shown = shell("man --warnings -l " + share + "/man/man1/hostadm.1");
+    EXPECT_EQ(shown.err, "");
+    EXPECT_THAT(shown.out, HasSubstr("hostadm - keep the network-boot side of a server in order"));
+}
+
+class Completion : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        scratch = std::make_unique<tests::Scratch>();
+        shell("hostadm generate " + scratch->path("share"));
+    }
+    static void TearDownTestSuite() { scratch.reset(); }
+    // What the shell offers behind a command line.
+    static std::string offered(const std::string &line) {
+        const std::string script =
+            scratch->write("script", ". \"$1\"\nCOMP_LINE=$2 COMP_POINT=${#2}\n_hostadm\n"
+                                     "printf '%s ' \"${COMPREPLY[@]}\"\n");
+        return shell("bash " + script + " " + scratch->path("share/bash-completion/completions/hostadm") +
+                     " '" + line + "'")
+            .out;
+    }
+    static std::unique_ptr<tests::Scratch> scratch;
+};
+std::unique_ptr<tests::Scratch> Completion::scratch;
+
+TEST_F(Completion, OffersWhatCanFollow) {
+    EXPECT_EQ(offered("hostadm pre"), "preview ");
+    EXPECT_EQ(offered("hostadm run test/ec"), "test/echo ");
+    EXPECT_EQ(offered("hostadm list ot"), "other ");
+    EXPECT_EQ(offered("hostadm run test/echo t"), "text= times= ");
+    EXPECT_EQ(offered("hostadm run test/echo text=x ro"), "rows= ");
+    EXPECT_EQ(offered("hostadm run test/echo rows="), "yes no ");
+    EXPECT_EQ(offered("hostadm run test/kinds choice=gr"), "green ");
+    EXPECT_EQ(offered("hostadm run test/kinds path=/et"), "/etc ");
+    EXPECT_EQ(offered("hostadm arg u"), "undone ");
+}
+
+} // namespace
