@@ -1,0 +1,378 @@
+// SPDX-License-Identifier: MIT
+// Packages, templates, patches and the methods of cache-only clients with the real commands, inside a
+// throwaway root. pkgadd is a stand-in that makes a record of what it was to install.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "hostadm.h"
+#include "support/scratch.hpp"
+#include "support/standin.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using tests::content;
+
+const std::string data = "/opt/KTVXmgrd/2.2";
+const std::string record_file = "/var/sadm/system/admin/services/Quorvel_2.4";
+const std::string templates = "/export/root/templates/Quorvel_2.4";
+
+void write(const fs::path &path, const std::string &text) {
+    fs::create_directories(path.parent_path());
+    std::ofstream(path) << text;
+}
+
+// Standard input of the process comes from a file while the object lives.
+class Input {
+public:
+    explicit Input(const std::string &path) : saved_(dup(STDIN_FILENO)) {
+        const int file = open(path.c_str(), O_RDONLY);
+        dup2(file, STDIN_FILENO);
+        close(file);
+    }
+    ~Input() {
+        dup2(saved_, STDIN_FILENO);
+        close(saved_);
+    }
+
+private:
+    int saved_;
+};
+
+struct Ran {
+    int status;
+    std::string output; // both streams
+};
+
+Ran hostadm(const std::string &arguments) {
+    const std::string log = "/tmp/hostadm.output";
+    const int status = system((HOSTADM_COMMAND " " + arguments + " >" + log + " 2>&1").c_str());
+    return {WEXITSTATUS(status), content(log)};
+}
+
+// pkgadd notes the package in the records that it was told to install into.
+const std::string installing =
+    "root=/; dir=; pkg=\n"
+    "while [ $# -gt 0 ]; do case $1 in\n"
+    "-S) ;; -R) root=$2; shift;; -a) cp $2 /tmp/admin.copy; shift;; -d) dir=$2; shift;;\n"
+    "*) pkg=$1;; esac; shift; done\n"
+    "mkdir -p $root/var/sadm/pkg/$pkg && cp $dir/$pkg/pkginfo $root/var/sadm/pkg/$pkg/\n";
+
+class CacheletSystem : public testing::Test {
+protected:
+    void SetUp() override {
+        if (std::getenv("HOSTADM_SANDBOX") == nullptr)
+            GTEST_SKIP() << "runs in a throwaway root only";
+        standin::reset();
+        standin::place("/usr/sbin/pkgadd", {.script = installing});
+        for (const char *path :
+             {"/opt/KTVXmgrd", "/opt/KTVXmgr", "/var/sadm", "/export", "/tmp/.softinfo.edit"})
+            fs::remove_all(path);
+        fs::create_directories(fs::path(record_file).parent_path());
+    }
+    void package(const std::string &release, const std::string &name, const std::string &version = "1.0") {
+        write(data + "/Packages/i386/" + release + "/" + name + "/pkginfo",
+              "PKG=" + name + "\nARCH=i386\nVERSION=" + version + "\n");
+    }
+    static int add_template(const std::string &release = "5.4") {
+        return add_pkg_to_templates("m", (data + "/Packages/i386/" + release).c_str(), "KTVXmgr5r", "i386",
+                                    "2.4");
+    }
+};
+
+} // namespace
+
+TEST_F(CacheletSystem, ServerPackagesAreInstalledOnce) {
+    package("5.X", "KTVXqsvu");
+    package("5.X", "KTVXqsvr");
+    EXPECT_EQ(setup_as_cachelet_server("m"), 0);
+    EXPECT_TRUE(fs::exists("/var/sadm/pkg/KTVXqsvu/pkginfo"));
+    EXPECT_TRUE(fs::exists("/var/sadm/pkg/KTVXqsvr/pkginfo"));
+    EXPECT_THAT(content("/tmp/admin.copy"), HasSubstr("basedir=/\n"));
+    EXPECT_EQ(standin::lines().size(), 2u);
+    EXPECT_EQ(setup_as_cachelet_server("m"), 0);
+    EXPECT_EQ(standin::lines().size(), 2u);
+}
+
+TEST_F(CacheletSystem, FailedServerPackageStopsTheSetUpAndLeavesNoFile) {
+    package("5.X", "KTVXqsvu");
+    package("5.X", "KTVXqsvr");
+    standin::place("/usr/sbin/pkgadd", {.error = "no space\n", .status = 1});
+    EXPECT_EQ(setup_as_cachelet_server("m"), 1);
+    EXPECT_EQ(standin::lines().size(), 1u);
+    for (const fs::directory_entry &entry : fs::directory_iterator("/tmp"))
+        EXPECT_THAT(entry.path().string(), Not(HasSubstr("/tmp/pkgadd.")));
+    EXPECT_FALSE(fs::exists("/tmp/pkgadmin." + std::to_string(getpid())));
+}
+
+TEST_F(CacheletSystem, ServiceOfRelease24TakesTwoCalls) {
+    package("5.4", "KTVXmgr5u");
+    package("5.4", "KTVXmgr5r");
+    package("5.X", "KTVXqcu");
+    const Input nothing("/dev/null");
+    EXPECT_EQ(setup_cachelet_service("m", "i386", "2.4"), 1) << "the addition of the template ends it";
+    EXPECT_TRUE(fs::exists("/export/Quorvel_2.4/var/sadm/pkg/KTVXmgr5u/pkginfo"));
+    EXPECT_THAT(content("/tmp/admin.copy"), HasSubstr("basedir=/usr_i386.all\n"));
+    EXPECT_FALSE(fs::exists("/export/Quorvel_2.4/var/sadm/pkg/KTVXqcu"));
+    EXPECT_EQ(setup_cachelet_service("m", "i386", "2.4"), 0);
+    EXPECT_TRUE(fs::exists("/export/Quorvel_2.4/var/sadm/pkg/KTVXqcu/pkginfo"));
+}
+
+TEST_F(CacheletSystem, TemplateIsCopiedAndRecordedOnce) {
+    package("5.4", "KTVXmgr5r");
+    const Input nothing("/dev/null");
+    EXPECT_NE(add_template(), 0);
+    const std::string path = templates + "/KTVXmgr5r_1.0_i386.all";
+    EXPECT_TRUE(fs::exists(path + "/KTVXmgr5r/pkginfo"));
+    const std::string lines = "SPOOLED_ROOT=i386.all:" + path + "\nROOT=i386.all:KTVXmgr5r,1.0\n";
+    EXPECT_EQ(content(record_file), lines);
+    EXPECT_EQ(add_template(), 0);
+    EXPECT_EQ(content(record_file), lines);
+}
+
+TEST_F(CacheletSystem, OlderTemplateIsReplaced) {
+    package("5.4", "KTVXmgr5r");
+    const Input nothing("/dev/null");
+    add_template();
+    write(record_file, "OTHER=kept\n" + content(record_file));
+    chmod(record_file.c_str(), 0640);
+    package("5.4", "KTVXmgr5r", "1.1");
+    const Input known(record_file);
+    EXPECT_NE(add_template(), 0);
+    const std::string path = templates + "/KTVXmgr5r_1.1_i386.all";
+    EXPECT_EQ(content(record_file),
+              "OTHER=kept\nSPOOLED_ROOT=i386.all:" + path + "\nROOT=i386.all:KTVXmgr5r,1.1\n");
+    EXPECT_FALSE(fs::exists(templates + "/KTVXmgr5r_1.0_i386.all"));
+    struct stat status = {};
+    ASSERT_EQ(stat(record_file.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640u);
+}
+
+TEST_F(CacheletSystem, PlantedEditFileIsNotFollowed) {
+    package("5.4", "KTVXmgr5r");
+    const Input nothing("/dev/null");
+    add_template();
+    package("5.4", "KTVXmgr5r", "1.1");
+    write("/etc/precious", "precious\n");
+    fs::create_symlink("/etc/precious", "/tmp/.softinfo.edit");
+    const Input known(record_file);
+    EXPECT_NE(add_template(), 0);
+    EXPECT_EQ(content("/etc/precious"), "precious\n");
+    EXPECT_THAT(content(record_file), HasSubstr("ROOT=i386.all:KTVXmgr5r,1.1\n"));
+    EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(record_file)));
+}
+
+TEST_F(CacheletSystem, LeftoverTemplateBlocksTheAddition) {
+    package("5.4", "KTVXmgr5r");
+    fs::create_directories(templates + "/KTVXmgr5r_1.0_i386.all");
+    const Input nothing("/dev/null");
+    EXPECT_EQ(add_template(), 1);
+    EXPECT_FALSE(fs::exists(record_file));
+}
+
+TEST_F(CacheletSystem, TemplateThatCannotBeCopiedFails) {
+    package("5.4", "KTVXmgr5r");
+    write("/export/root/templates", "a file in the way\n");
+    const Input nothing("/dev/null");
+    EXPECT_EQ(add_template(), 1);
+    EXPECT_FALSE(fs::exists(record_file));
+}
+
+TEST_F(CacheletSystem, FileIsFoundInThePatchesOfItsArchitecture) {
+    for (const char *patch : {"101-01", "102-01"}) {
+        write(data + "/Patches/" + patch + "/KTVXcsu/pkgmap", std::string("1 f none kernel/") + patch + "\n");
+        write(data + "/Patches/" + patch + "/KTVXcsu/pkginfo", "PKG=KTVXcsu\nARCH=i386\n");
+    }
+    EXPECT_EQ(file_in_patches("i386", "kernel/101"), 256);
+    EXPECT_EQ(file_in_patches("i386", "kernel/10"), 256);
+    EXPECT_EQ(file_in_patches("ppc", "kernel/101"), 0);
+    EXPECT_EQ(file_in_patches("i386", "kernel/none"), 0);
+    EXPECT_EQ(hostadm("run service/find_in_patches file=kernel/101").output, "found  yes\n");
+    EXPECT_EQ(hostadm("run service/find_in_patches file=kernel/none").output, "found  no\n");
+    fs::remove_all(data + "/Patches/102-01");
+    EXPECT_EQ(hostadm("run service/find_in_patches file=kernel/101").output, "found  yes\n")
+        << "one package only";
+    fs::remove_all(data + "/Patches");
+    EXPECT_EQ(hostadm("run service/find_in_patches file=kernel/101").output, "found  no\n");
+    EXPECT_EQ(hostadm("run service/find_in_patches 'file=a;b'").status, 2);
+}
+
+TEST_F(CacheletSystem, PatchToolRunsOnTheClient) {
+    fs::create_directories("/export/root/c1");
+    EXPECT_EQ(apply_patches("/export/root/c1"), 0) << "no patch tool";
+    EXPECT_EQ(hostadm("run service/apply_patches root=/export/root/c1").output, "result  no_patch_tool\n");
+    standin::place("/opt/KTVXmgr/2.2/bin/drelpatch");
+    EXPECT_EQ(hostadm("run service/apply_patches root=/export/root/c1").output, "result  applied\n");
+    EXPECT_THAT(standin::lines(), ElementsAre("/opt/KTVXmgr/2.2/bin/drelpatch -C /export/root/c1"));
+    standin::place("/opt/KTVXmgr/2.2/bin/drelpatch", {.error = "bad patch\n", .status = 2});
+    const Ran failed = hostadm("run service/apply_patches root=/export/root/c1");
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_THAT(failed.output, HasSubstr("bad patch"));
+    EXPECT_EQ(hostadm("run service/apply_patches root=/no/client").status, 1);
+}
+
+// ---- methods ----
+
+TEST_F(CacheletSystem, ServerMethodTellsWhatItInstalled) {
+    package("5.X", "KTVXqsvu");
+    package("5.X", "KTVXqsvr");
+    fs::create_directories("/var/sadm/pkg/KTVXqsvu");
+    fs::copy_file(data + "/Packages/i386/5.X/KTVXqsvu/pkginfo", "/var/sadm/pkg/KTVXqsvu/pkginfo");
+    EXPECT_EQ(hostadm("run service/setup_cachelet_server").output,
+              "package   result\nKTVXqsvu  present\nKTVXqsvr  installed\n");
+    EXPECT_EQ(hostadm("run service/setup_cachelet_server").output,
+              "package   result\nKTVXqsvu  present\nKTVXqsvr  present\n");
+}
+
+TEST_F(CacheletSystem, ServiceMethodGoesOnAfterTheTemplate) {
+    package("5.4", "KTVXmgr5u");
+    package("5.4", "KTVXmgr5r");
+    package("5.X", "KTVXqcu");
+    const Ran first = hostadm("run service/setup_cachelet_service release=2.4");
+    EXPECT_EQ(first.status, 0);
+    EXPECT_EQ(first.output,
+              "package    result\nKTVXmgr5u  installed\nKTVXmgr5r  installed\nKTVXqcu    installed\n");
+    EXPECT_EQ(hostadm("run service/setup_cachelet_service release=2.4").output,
+              "package    result\nKTVXmgr5u  present\nKTVXmgr5r  present\nKTVXqcu    present\n");
+    EXPECT_EQ(hostadm("run service/setup_cachelet_service release=4.1.3").status, 2);
+}
+
+TEST_F(CacheletSystem, TemplateMethodTellsTheTruthAboutTheAddition) {
+    package("5.4", "KTVXmgr5r");
+    const std::string command =
+        "run service/add_template_package package=KTVXmgr5r release=2.4 package_dir=" + data +
+        "/Packages/i386/5.4";
+    fs::remove_all("/var/sadm");
+    const Ran first = hostadm(command);
+    EXPECT_EQ(first.status, 0);
+    EXPECT_THAT(first.output, HasSubstr("result    done\n"));
+    EXPECT_THAT(hostadm(command).output, HasSubstr("result    unchanged\n"));
+    package("5.4", "KTVXmgr5r", "1.1");
+    EXPECT_THAT(hostadm(command).output, HasSubstr("result    done\n"));
+    EXPECT_FALSE(fs::exists(templates + "/KTVXmgr5r_1.0_i386.all"));
+    EXPECT_THAT(content(record_file), Not(HasSubstr("1.0")));
+}
+
+TEST_F(CacheletSystem, TemplateMethodNeverRemovesAnotherPackage) {
+    package("5.4", "KTVXmgr5r");
+    const std::string before = "SPOOLED_ROOT=i386.all:" + templates +
+                               "/KTVXmgr5root_1.0_i386.all\n"
+                               "ROOT=i386.all:KTVXmgr5root,1.0\n";
+    write(record_file, before);
+    const Ran ran =
+        hostadm("run service/add_template_package package=KTVXmgr5r release=2.4 package_dir=" + data +
+                "/Packages/i386/5.4");
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_THAT(ran.output, HasSubstr("nothing was changed"));
+    EXPECT_EQ(content(record_file), before);
+}
+
+TEST_F(CacheletSystem, TemplateMethodTakesBackWhatItCannotRecord) {
+    package("5.4", "KTVXmgr5r");
+    fs::create_directories(record_file); // a directory: nothing can be appended to it
+    const Ran ran =
+        hostadm("run service/add_template_package package=KTVXmgr5r release=2.4 package_dir=" + data +
+                "/Packages/i386/5.4");
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_FALSE(fs::exists(templates + "/KTVXmgr5r_1.0_i386.all"));
+}
+
+namespace {
+
+const std::string table = "srv:/r - / nfs - no rw\nsrv:/u - /usr nfs - no ro\nsrv:/h - /home nfs - yes rw\n";
+
+class CacheOnlyClient : public CacheletSystem {
+protected:
+    void SetUp() override {
+        CacheletSystem::SetUp();
+        if (IsSkipped())
+            return;
+        write("/export/root/c1/etc/vfstab", table);
+        write(data + "/etc/autoinstall/small/one", "one disk\n");
+        write(data + "/etc/autoinstall/small/two", "two disks\n");
+    }
+    const std::string add = "run client/add_cachelet hostname=c1 profile_set=small profile=one";
+};
+
+} // namespace
+
+TEST_F(CacheOnlyClient, CacheIsEnabledAndDisabled) {
+    EXPECT_THAT(hostadm("run cachelet/enable_cache root=/export/root/c1").output, HasSubstr("result  done"));
+    EXPECT_THAT(content("/export/root/c1/etc/vfstab"), HasSubstr("/usr nfs - no ro,disconnectable\n"));
+    EXPECT_TRUE(fs::is_directory("/export/root/c1/etc/fs/cachefs"));
+    EXPECT_THAT(hostadm("run cachelet/enable_cache root=/export/root/c1").output,
+                HasSubstr("result  unchanged"));
+    EXPECT_THAT(hostadm("run cachelet/disable_cache root=/export/root/c1").output, HasSubstr("done"));
+    EXPECT_EQ(content("/export/root/c1/etc/vfstab"), table);
+    EXPECT_THAT(hostadm("run cachelet/disable_cache root=/export/root/c1").output, HasSubstr("unchanged"));
+}
+
+TEST_F(CacheOnlyClient, RootMustBeAClientsOwn) {
+    EXPECT_THAT(hostadm("run cachelet/enable_cache root=/").output, HasSubstr("own root"));
+    EXPECT_THAT(hostadm("run cachelet/enable_cache root=/no/client").output, HasSubstr("is no directory"));
+    write("/export/root/c1/etc/vfstab", "srv:/h - /home nfs - yes rw\n");
+    EXPECT_THAT(hostadm("run cachelet/enable_cache root=/export/root/c1").output,
+                HasSubstr("nothing to cache"));
+}
+
+TEST_F(CacheOnlyClient, ProfileIsSetAndChecked) {
+    const std::string set = "run cachelet/set_disk_profile root=/export/root/c1 profile_set=small profile=";
+    EXPECT_THAT(hostadm(set + "one").output, HasSubstr("done"));
+    EXPECT_THAT(hostadm(set + "one").output, HasSubstr("unchanged"));
+    EXPECT_THAT(hostadm(set + "two").output, HasSubstr("done"));
+    EXPECT_EQ(fs::read_symlink("/export/root/c1/.autoinstall/profile"), "two");
+    EXPECT_EQ(content("/export/root/c1/.autoinstall/one"), "one disk\n");
+    EXPECT_THAT(hostadm(set + "three").output, HasSubstr("there are: one, two"));
+    EXPECT_THAT(hostadm(set + "profile").output, HasSubstr("name of the link"));
+    EXPECT_EQ(fs::read_symlink("/export/root/c1/.autoinstall/profile"), "two");
+}
+
+TEST_F(CacheOnlyClient, SecondRunChangesNothing) {
+    const Ran first = hostadm(add);
+    EXPECT_EQ(first.status, 0);
+    EXPECT_THAT(first.output, HasSubstr("cached mounts  done"));
+    EXPECT_THAT(first.output, HasSubstr("disk profile   done"));
+    struct stat before = {}, after = {};
+    stat("/export/root/c1/etc/vfstab", &before);
+    const Ran second = hostadm(add);
+    EXPECT_EQ(second.status, 0);
+    EXPECT_THAT(second.output, HasSubstr("cached mounts  unchanged"));
+    EXPECT_THAT(second.output, HasSubstr("disk profile   unchanged"));
+    stat("/export/root/c1/etc/vfstab", &after);
+    EXPECT_EQ(before.st_ino, after.st_ino);
+}
+
+TEST_F(CacheOnlyClient, MissingProfileChangesNothing) {
+    EXPECT_EQ(hostadm("run client/add_cachelet hostname=c1 profile_set=small profile=none").status, 1);
+    EXPECT_EQ(content("/export/root/c1/etc/vfstab"), table);
+    EXPECT_FALSE(fs::exists("/export/root/c1/etc/fs/cachefs"));
+}
+
+TEST_F(CacheOnlyClient, FailedProfileTakesTheMountsBack) {
+    write("/export/root/c1/.autoinstall", "a file in the way\n");
+    EXPECT_EQ(hostadm(add).status, 1);
+    EXPECT_EQ(content("/export/root/c1/etc/vfstab"), table);
+    EXPECT_FALSE(fs::exists("/export/root/c1/etc/fs/cachefs"));
+}
+
+TEST_F(CacheOnlyClient, ProbeTellsItsStateAndRefusesBadArguments) {
+    EXPECT_THAT(hostadm("run host/ping_rpc host=127.0.0.1 program=mountd timeout=2").output,
+                HasSubstr("silent"));
+    EXPECT_THAT(hostadm("run host/ping_rpc host=no-such-host.invalid program=100000").output,
+                HasSubstr("unknown_host"));
+    EXPECT_EQ(hostadm("run host/ping_rpc host=127.0.0.1 program=no-such-program").status, 2);
+    EXPECT_EQ(hostadm("run host/ping_rpc host=127.0.0.1 program=100000 version=0").status, 2);
+    EXPECT_EQ(hostadm("run host/ping_rpc host=127.0.0.1 program=100000 timeout=0").status, 2);
+}
