@@ -12,6 +12,7 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -383,6 +384,9 @@ TEST(Preview, TellsAnOrdinaryUserThatRootIsNeeded) {
 
 TEST(Preview, LeavesTheSystemAsItWas) {
     on_a_system([] {
+        // Other programs of this machine come and go in these.
+        for (const char *directory : {"/tmp", "/var/tmp", "/dev/shm"})
+            ASSERT_EQ(mount("own", directory, "tmpfs", 0, nullptr), 0);
         const auto state = [] {
             std::vector<std::string> all = {content("/etc/passwd"), content("/proc/self/mountinfo")};
             for (const char *directory : {"/", "/etc", "/tmp", "/var/tmp", "/usr/sbin", "/dev/shm", "/run"})
