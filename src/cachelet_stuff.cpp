@@ -12,13 +12,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <new>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <utility>
+#include <vector>
 
 #include "hostadm.h"
 #include "hostadm/platform.h"
@@ -35,17 +36,20 @@ using namespace hostadm;
 
 client_node *list_of_hosts = nullptr;
 
-// What keeps the enumeration linear: where the list ends, and the names that it holds. The nodes are never
-// freed, so the names may be views of theirs.
+// What keeps the enumeration linear: where the list ends, and a hash table of its nodes. The nodes are never
+// freed.
 class ListIndex {
 public:
     bool holds(std::string_view name) {
         catch_up();
-        return names_.count(name) != 0;
+        return !slots_.empty() && slots_[find(name)] != nullptr;
     }
     // To be called after holds(): the index then knows the true end.
     void append(client_node *node) {
-        (last_ == nullptr ? list_of_hosts : last_->next) = node;
+        if (last_ == nullptr)
+            list_of_hosts = node;
+        else
+            last_->next = node;
         catch_up();
     }
 
@@ -54,14 +58,43 @@ private:
     void catch_up() {
         client_node *node = last_ == nullptr ? list_of_hosts : last_->next;
         for (; node != nullptr; node = node->next) {
-            if (node->name != nullptr)
-                names_.insert(node->name);
+            insert(node);
             last_ = node;
         }
     }
 
+    void insert(const client_node *node) {
+        if (node->name == nullptr)
+            return;
+        if (2 * (used_ + 1) > slots_.size())
+            grow();
+        const client_node *&slot = slots_[find(node->name)];
+        used_ += slot == nullptr;
+        if (slot == nullptr)
+            slot = node;
+    }
+
+    // The slot of a name, or the empty one where it belongs.
+    std::size_t find(std::string_view name) const {
+        const std::size_t mask = slots_.size() - 1;
+        std::size_t at = std::hash<std::string_view>()(name) & mask;
+        while (slots_[at] != nullptr && slots_[at]->name != name)
+            at = (at + 1) & mask;
+        return at;
+    }
+
+    void grow() {
+        constexpr std::size_t smallest = 1024;
+        std::vector<const client_node *> nodes(std::max(smallest, 2 * slots_.size()));
+        nodes.swap(slots_);
+        for (const client_node *node : nodes)
+            if (node != nullptr)
+                slots_[find(node->name)] = node;
+    }
+
     client_node *last_ = nullptr;
-    std::unordered_set<std::string_view> names_;
+    std::vector<const client_node *> slots_; // as many as a power of two, at most half of them taken
+    std::size_t used_ = 0;
 };
 
 ListIndex &list_index() {
