@@ -198,9 +198,44 @@ int set_hosts(const char *table, const char *key, const char *value);
 
 /* ---- software-management errors, RPC probe ---- */
 
+/*
+ * Records why the software-management library failed, as exactly one error with a text of its own (not from
+ * the message table):
+ * - kind 1, error 24: no space; detail is a list of swmgmt_space (NULL: empty), of which the first 11 are
+ * told in at most 1,023 characters (a line that no longer fits is left out); error 8 when there is no memory
+ * for that
+ * - kind 2, error 23: no free space; detail is a swmgmt_no_space, of which `first` is told first
+ * - kinds 3 to 8, errors 25, 35, 34, 37, 36, 38: dependency, media, modification, wrong service, wrong
+ * operation, bad software description; detail is not looked at
+ * - kind 9, error 39: the installed revision is not the required one; detail is a swmgmt_revision
+ * - any other kind, error 26 with -1; error NULL, error 26 with -2
+ */
 void set_swmgmt_errors(const char *method, const struct swmgmt_error *error);
+
+/*
+ * Does a version of an RPC program answer on a host? Calls its null procedure over UDP, in a child process,
+ * so that the alarm and the RPC library leave the caller alone. `timeout` is a number of seconds, for finding
+ * the program's port and again for the call; with 0 or less nobody can answer.
+ *
+ * Returns
+ *   0    it answered
+ *   1    it did not: not registered, gone, hung, another version only, or the host cannot be reached
+ *   2    the host is neither a dotted address nor a known name
+ *   3    the host's port mapper did not answer in time
+ *   255  the host is NULL or empty, or the program or the version is 0
+ *   -1   no child could be made, it was killed, or another child of the caller ended before it: the first
+ * child to end is waited for, whichever it is No error is recorded.
+ */
 int rpc_ping(const char *host, unsigned long program, unsigned long version, int timeout);
+
+/*
+ * The same in the calling process: 0 to 3, or -1 for bad arguments. Uses SIGALRM and alarm(), puts the
+ * caller's handler back, and forgets an alarm that was running. After a 3 a socket may be left open. Methods
+ * call rpc_ping.
+ */
 int rpc_pinghost(const char *host, unsigned long program, unsigned long version, int timeout);
+
+/* The SIGALRM handler of rpc_pinghost; leaves its making of a client. Not to be called otherwise. */
 void tmo_routine(int signal);
 
 /* ---- mount table, mounting ---- */
@@ -431,10 +466,42 @@ char *edit_bootparams_entry(const char *entry, const char *key, const char *serv
  */
 const char *get_db_strings(const char *method, char **nameservice, int *mask, char **domain,
                            char **db_hostname);
+
+/*
+ * Lists the clients whose root is served by this host, from every source that the name-service switch names
+ * for "bootparams", in its order; of a client found twice the first occurrence counts. Returns the head of a
+ * list that lives as long as the process, or NULL when it is empty or when there is no switch configuration
+ * (said on standard error). Another call appends what is new and returns the same head.
+ *
+ * The nodes belong to the library: read them, append nodes at the end if need be, change or free none. No
+ * error is recorded. Ends the process with status 255 on a source other than "files", "nis" and "nisplus",
+ * and when memory is out (said on standard error).
+ */
 struct client_node *do_bootparams(void);
+
+/*
+ * Adds the clients of one source, "files", "nis" or "nisplus", by performing the framework's method
+ * database/list_bootparams; any other source, or NULL, ends the process with status 255. A method that fails
+ * adds nothing.
+ */
 void read_bootparams(const char *source);
+
+/*
+ * Adds the clients among the rows of a handle, which is NULL or holds rows with the fields "hostname" and
+ * "filesystems" ("root=SERVER:PATH swap=SERVER:PATH boottype=:in ..."). The walk ends at a row without host
+ * name; rows without a root item, without a path in it or with another host's root are left out. The rows are
+ * cut up.
+ */
 void foreach_client(adm_args *handle);
+
+/* Appends one client to the list, unless one of exactly that name is there. A NULL name adds nothing. */
 void add_to_list(const char *name, const char *boottype, const char *root_path);
+
+/*
+ * A new node with copies of the three strings (NULL counts as empty) and no successor, from malloc. Without
+ * memory for the node or the name it ends the process with status 255; boottype or root_path alone may then
+ * be NULL.
+ */
 struct client_node *alloc_list(const char *name, const char *boottype, const char *root_path);
 
 /* ---- boot areas ---- */
@@ -708,22 +775,107 @@ void progress_cleanup(void);
 
 /* ---- OS services, patches ---- */
 
+/*
+ * Splits the value of an argument in place into `count` words separated by white space. Of the five pointers
+ * of `words` the 4th, 5th, 2nd and 3rd receive the first to the fourth word, pointing into the value; the 1st
+ * is left alone. Words found before a failure stay stored. Returns 0   that many words were stored; what
+ * follows them is not looked at -1  the value ended before 1   arg, its value or words is NULL, its length is
+ * 0, count is below 1, there would be a fifth word, white space runs to the end of the value, or the value is
+ * longer than its length
+ */
 int parse_os_service_par(struct adm_arg *arg, char **words, int count);
+
+/*
+ * Applies the stored patches to a client's root: runs OPTADMIN/bin/drelpatch -C CLIENT_ROOT. Returns 0 when
+ * that succeeded, and also when client_root (which may be NULL) or the tool does not exist; 1 when it failed,
+ * with error 91 or 92 of do_systemcmd, recorded without a method name.
+ */
 int apply_patches(const char *client_root);
+
+/*
+ * Does a stored patch for an architecture deliver a file? Searches the package maps
+ * DATAADMIN/Patches/PATCH/PACKAGE/ pkgmap for `file`, a pattern for grep that is given to a shell as it is.
+ * Returns a status of system(): 0 no, 256 yes, -1 the shell could not be started. In a store of one package
+ * map only the answer is always no, since grep then tells no file name.
+ */
 int file_in_patches(const char *arch, const char *file);
 
 /* ---- cache-only clients ---- */
 
+/*
+ * Switch the cached mounts of a client on and off, in its own table CLIENT_ROOT/etc/vfstab (seven columns, as
+ * mntadd writes it). enable_chart appends ",disconnectable" to the lines whose mount point is /, /usr or
+ * /usr/openwin, unless they have the word already, and makes the directory CLIENT_ROOT/etc/fs/cachefs;
+ * disable_chart cuts every line before ",disconnectable", with the options behind it, and removes the
+ * directory if it is empty. Comments stay. The table keeps its mode and owner. Nothing is locked, and a
+ * failure to move the new table into place is not reported.
+ *
+ * Return 0, or 1: error 37 ("", STEP, REASON) when the step "fopen", "fprintf" or "awk" failed and the table
+ * is as it was (the first argument, elsewhere the method's name, is empty); or, without an error, when
+ * enable_chart has changed the table but the directory could not be made.
+ */
 int enable_chart(const char *client_root);
 int disable_chart(const char *client_root);
+
+/*
+ * Gives a client the disk profile DATAADMIN/etc/autoinstall/PROFILE_SET/PROFILE: copies it to CLIENT_ROOT/
+ * .autoinstall/PROFILE and makes the link "profile" beside it. Returns 0, or 1 with error 44 (SOURCE FILE)
+ * when it could not be copied; the link is then as it was. A link that cannot be made is not reported.
+ */
 int set_cachelet_disk_config(const char *method, const char *client_root, const char *profile_set,
                              const char *profile);
+
+/*
+ * Writes an admin file for pkgadd that waives every question but a shortage of space, mode 0600, and returns
+ * its name, /tmp/pkgadmin.PID, in a buffer that the next call overwrites. The caller removes the file. When
+ * it could not be written as a whole there is none of that name.
+ */
 char *make_admin_file(const char *basedir);
+
+/*
+ * Installs a package from package_dir, unless one whose name begins so is recorded for the architecture: on
+ * this server when release (such as 2.5 or 5.5; only what follows the first two characters counts) and
+ * architecture are its own, else into /export/Quorvel_2.X. Whether it is recorded is looked up on this server
+ * whenever the releases are the same. Returns 0   it was recorded, or is installed now 1   it is missing from
+ * package_dir: error 96 (PATH) any other: what system() returned for pkgadd (-1 also when no log could be
+ * made), recorded as by do_pkgadd_failure
+ */
 int do_cachelet_pkgadd(const char *method, const char *arch, const char *release, const char *package_dir,
                        const char *package);
+
+/*
+ * Records a failed pkgadd: error 21 (PACKAGE_DIR, TEXT) with the first 3,696 bytes of the log, and "....." if
+ * it has as many; error 17 (PACKAGE_DIR, STATUS) when the log cannot be opened. Marks the host as left half
+ * done.
+ */
 void do_pkgadd_failure(const char *method, const char *package_dir, int status, const char *log);
+
+/*
+ * Installs on this server what cache-only clients need of it (KTVXqsvu, KTVXqsvr from
+ * DATAADMIN/Packages/ARCH/5.X), stopping at the first failure. Returns 0, or 1 with the error of
+ * do_cachelet_pkgadd.
+ */
 int setup_as_cachelet_server(const char *method);
+
+/*
+ * Installs what cache-only clients of one OS service need: KTVXqcu, and for release "2.4" first KTVXmgr5u
+ * and, among the templates, KTVXmgr5r. Returns 0, or 1 with an error recorded; also 1, without an error, when
+ * the template has just been added: call it again then, and it goes on.
+ */
 int setup_cachelet_service(const char *method, const char *arch, const char *release);
+
+/*
+ * Adds a package to the templates of a service's client roots: copies it to
+ * /export/root/templates/Quorvel_2.X/ PACKAGE_VERSION_ARCH.all and appends its two lines to the service's
+ * record file, Quorvel_2.X in /var/sadm/system/admin/services (servers before 5.5: /var/sadm/softinfo). Older
+ * versions are replaced if what the process has as its standard input holds a line with the architecture and,
+ * behind it, the package's name: give it the record file, or /dev/null, never a terminal.
+ *
+ * Returns 0 when the template was recorded already, another number than 0 when it was added (the record file
+ * is not looked at again), and 1 after a failure, with error 96 (PATH: no such package), 21 (PATH, REASON: no
+ * version), 97 (TEMPLATE, RECORD FILE: the directory exists but is not recorded), or those of do_systemcmd
+ * (the copy).
+ */
 int add_pkg_to_templates(const char *method, const char *package_dir, const char *package, const char *arch,
                          const char *release);
 
