@@ -7,7 +7,6 @@ set -u
 build=$1
 [ "${HOSTADM_SANDBOX:-}" = 1 ] || { echo "run this with in-sandbox: it installs into /usr"; exit 2; }
 export PATH=/usr/local/bin:/usr/local/sbin:/usr/sbin:/usr/bin:/sbin:/bin
-export LD_LIBRARY_PATH=$build/lib
 
 server=192.168.1.1
 patience=250 # milliseconds that silence is waited for; answers come within 20
