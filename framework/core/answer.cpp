@@ -80,7 +80,7 @@ bool take_mark(Answer &answer, const Json &line) {
     if (!mark || (*mark != 1 && *mark != 2))
         return false;
     auto text = bytes(line, "text");
-    if (*mark == 2 && text)
+    if (*mark == 2 && text && !text->empty())
         answer.left_undone.push_back(std::move(*text));
     else
         answer.dirty = *mark == 2;

@@ -125,7 +125,7 @@ TEST(AnswerWriter, WritesWhatTheReaderReads) {
     answer.outputs = {{"o", "v\n\"\\"}, {"p", std::string("\xff\0\x80", 3)}};
     answer.rows = {{{"z", ""}, {"a", "\xc3\xa4"}}, {}};
     answer.errors = {{1, "one"}, {-5, "minus"}};
-    answer.left_undone = {"this", ""};
+    answer.left_undone = {"this", "that"};
     answer.invalid = "no";
     answer.begun = true;
     answer.ended = 3;
@@ -134,6 +134,8 @@ TEST(AnswerWriter, WritesWhatTheReaderReads) {
     EXPECT_EQ(read.outputs, answer.outputs);
     EXPECT_EQ(read.rows, answer.rows);
     EXPECT_EQ(read.errors, answer.errors);
+    EXPECT_EQ(read.left_undone, answer.left_undone);
+    EXPECT_EQ(read.dirty, answer.dirty);
     EXPECT_EQ(read.invalid, answer.invalid);
     EXPECT_EQ(read.begun, answer.begun);
     EXPECT_EQ(read.ended, answer.ended);
