@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <netinet/in.h>
 #include <optional>
 #include <poll.h>
@@ -39,6 +40,17 @@ struct Message {
     Address address;
     char *first = nullptr;  // client name; name; server
     char *second = nullptr; // key; domain; path
+};
+
+// Its strings come from the decoder.
+struct Answer : Message {
+    Answer() = default;
+    Answer(const Answer &) = delete;
+    Answer &operator=(const Answer &) = delete;
+    ~Answer() {
+        std::free(first);
+        std::free(second);
+    }
 };
 
 extern "C" {
@@ -89,6 +101,10 @@ void print(const Question &question, const Message &answer) {
         std::printf("server %s address %s path %s\n", first, address, second);
 }
 
+struct DestroyClient {
+    void operator()(CLIENT *client) const { clnt_destroy(client); }
+};
+
 int no_answer(const char *why) {
     std::fprintf(stderr, "no answer: %s\n", why);
     return 1;
@@ -97,13 +113,14 @@ int no_answer(const char *why) {
 int ask_directly(sockaddr_in server, Question &question, timeval patience) {
     server.sin_port = 0; // ask rpcbind
     int wire = RPC_ANYSOCK;
-    CLIENT *const client = clntudp_create(&server, program, version, patience, &wire);
+    const std::unique_ptr<CLIENT, DestroyClient> client(
+        clntudp_create(&server, program, version, patience, &wire));
     if (client == nullptr)
         return no_answer(clnt_spcreateerror("rpcbind"));
-    Message answer;
-    const clnt_stat status =
-        clnt_call(client, question.procedure, reinterpret_cast<xdrproc_t>(question.encode), &question.message,
-                  reinterpret_cast<xdrproc_t>(question.decode), &answer, patience);
+    Answer answer;
+    const clnt_stat status = clnt_call(
+        client.get(), question.procedure, reinterpret_cast<xdrproc_t>(question.encode), &question.message,
+        reinterpret_cast<xdrproc_t>(question.decode), static_cast<Message *>(&answer), patience);
     if (status != RPC_SUCCESS)
         return no_answer(clnt_sperrno(status));
     print(question, answer);
@@ -186,7 +203,7 @@ int ask_through_rpcbind(sockaddr_in server, Question &question, int milliseconds
         return no_answer("silence");
     std::array<char, 8192> in;
     const ssize_t size = recv(wire, in.data(), in.size(), 0);
-    Message answer;
+    Answer answer;
     if (size < 0 || !decode_reply(in.data(), static_cast<u_int>(size), question, answer))
         return no_answer("refused");
     print(question, answer);
