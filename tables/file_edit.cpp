@@ -2,7 +2,9 @@
 // Lock, read, change, write: the edit of one text file as a whole.
 #include "hostadm/table_edit.hpp"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <memory>
 #include <new>
 #include <vector>
@@ -74,7 +76,13 @@ public:
     NewFolder &operator=(const NewFolder &) = delete;
 
     void make(const std::string &path) {
-        complete([&] { return mkdir(path.c_str(), new_folder_mode); });
+        try {
+            complete([&] { return mkdir(path.c_str(), new_folder_mode); });
+        } catch (const Failure &failure) {
+            if (failure.status != -EEXIST) // another editor was faster; then it is his
+                throw;
+            return;
+        }
         path_ = path;
         complete([&] { return chmod(path.c_str(), new_folder_mode); });
         const Descriptor parent = open_folder(path + "/..");
@@ -343,9 +351,9 @@ void edit(const std::string &path,
           const std::function<int(std::string_view, std::optional<Splice> &)> &change,
           const Options &options) {
     constexpr int most_attempts = 20;
-    NewFolder new_folder;
-    const Place place =
-        lock_place(path, options.create ? &new_folder : nullptr, Clock::now() + options.patience);
+    Place place;
+    NewFolder new_folder; // goes before the lock does, or it would go under the next editor's feet
+    place = lock_place(path, options.create ? &new_folder : nullptr, Clock::now() + options.patience);
     unlinkat(place.folder.get(), fresh_name, 0); // of an editor who was killed
 
     for (int attempt = 0; attempt < most_attempts; ++attempt) {

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <filesystem>
 #include <thread>
+#include <vector>
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -186,6 +187,32 @@ TEST_F(Lock, ThreadsExcludeEachOtherToo) {
     two.join();
     three.join();
     EXPECT_EQ(scratch::read(file).size(), 3 * 25 * 4u);
+}
+
+TEST_F(Lock, EditorsWhoMakeTheSameFolderMeetInIt) {
+    for (int round = 0; round < 20; ++round) {
+        const auto file = path("new") + "/table";
+        std::vector<std::thread> editors;
+        for (int editor = 0; editor < 6; ++editor)
+            editors.emplace_back([&] { EXPECT_EQ(edit_file(file, append_line, {.create = true}), 0); });
+        for (std::thread &editor : editors)
+            editor.join();
+        EXPECT_EQ(scratch::read(file).size(), 6 * 4u);
+        std::filesystem::remove_all(path("new"));
+    }
+}
+
+TEST_F(Lock, EditorWhoGivesUpLeavesOthersTheFolder) {
+    for (int round = 0; round < 20; ++round) {
+        const auto file = path("new") + "/table";
+        std::thread giving_up([&] {
+            EXPECT_EQ(edit_file(file, [](std::string &) { return -EPROTO; }, {.create = true}), -EPROTO);
+        });
+        EXPECT_EQ(edit_file(file, append_line, {.create = true}), 0);
+        giving_up.join();
+        EXPECT_EQ(scratch::read(file), "new\n");
+        std::filesystem::remove_all(path("new"));
+    }
 }
 
 TEST_F(Lock, DiesWithAKilledEditor) {
