@@ -83,7 +83,10 @@ bool replace_request(const Request &request) {
 }
 
 bool append_answer(const Json &line) {
-    return attach() && write_all(answer_descriptor, line.dump() + "\n");
+    // A method may answer with a hundred thousand rows: what has been prepared once stays so.
+    static bool attached = false;
+    attached = attached || attach();
+    return attached && is_memory_file(answer_descriptor) && write_all(answer_descriptor, line.dump() + "\n");
 }
 
 std::optional<std::string> read_answer() {
