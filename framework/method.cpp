@@ -3,8 +3,10 @@
 #include "hostadm/method.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <clocale>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <unistd.h>
 
@@ -130,9 +132,15 @@ int run(int argc, char **argv, const Description &description, const std::functi
         append_answer(framework::invalid_line(*wrong));
         return invalid;
     }
-    framework::replace_request(*request);
     append_answer(framework::begin_line(description.name));
     Call call(description);
+    // The method is to see the values as they were checked, in their one spelling, or none.
+    if (!framework::replace_request(*request)) {
+        const std::string reason = std::strerror(errno);
+        call.fail("its checked arguments cannot be kept: " + reason + "; nothing was done");
+        append_answer(framework::end_line(failed));
+        return failed;
+    }
     const int status = finish(call, work) == 0 && promises_kept(description) ? done : failed;
     append_answer(framework::end_line(status));
     return status;
