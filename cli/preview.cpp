@@ -188,8 +188,7 @@ std::vector<Command> parse_commands(const std::string &text) {
     return commands;
 }
 
-// ---- the run
-// ----------------------------------------------------------------------------------------------------
+// ---- the run ----
 
 // Daemons are started in the background: gives what the method started a moment to come to its stand-in.
 void let_children_end() {
@@ -263,8 +262,7 @@ Preview make_preview(const PreviewOptions &asked) {
     return preview;
 }
 
-// ---- what changed, in words
-// -------------------------------------------------------------------------------------
+// ---- what changed, in words ----
 
 bool is_below(const std::string &path, const std::string &directory) {
     return path.starts_with(directory) && (path.size() == directory.size() || path[directory.size()] == '/');
@@ -470,8 +468,7 @@ private:
     std::size_t tree_ = none; // the added directory whose entries are being gathered
 };
 
-// ---- printing
-// ---------------------------------------------------------------------------------------------------
+// ---- printing ----
 
 // On a terminal the contents of files must not steer it.
 std::string shown_diff(const std::string &diff) {

@@ -9,11 +9,11 @@
  *    functions return another number than the code they record, and some end the process; each says so.
  * 2. Strings. Arguments are NUL-terminated and stay the caller's. A `char *` argument (not `const`) must be
  *    writable, because the function changes it. A string that the caller must free comes from malloc. A
- * result that points into a buffer of the library is valid until the next call of the same function.
+ *    result that points into a buffer of the library is valid until the next call of the same function.
  * 3. NULL. An argument may be NULL only where its function says so.
  * 4. Words given to the shell. Paths, options and names are placed into shell commands as they are; the
- * caller has checked them. Methods get this from the framework, which checks every argument before a method
- * runs.
+ *    caller has checked them. Methods get this from the framework, which checks every argument before a
+ *    method runs.
  * 5. Threads. None: the library keeps process-wide buffers and is used by one thread of one method process.
  */
 #ifndef HOSTADM_H
@@ -202,11 +202,11 @@ int set_hosts(const char *table, const char *key, const char *value);
  * Records why the software-management library failed, as exactly one error with a text of its own (not from
  * the message table):
  * - kind 1, error 24: no space; detail is a list of swmgmt_space (NULL: empty), of which the first 11 are
- * told in at most 1,023 characters (a line that no longer fits is left out); error 8 when there is no memory
- * for that
+ *   told in at most 1,023 characters (a line that no longer fits is left out); error 8 when there is no memory
+ *   for that
  * - kind 2, error 23: no free space; detail is a swmgmt_no_space, of which `first` is told first
  * - kinds 3 to 8, errors 25, 35, 34, 37, 36, 38: dependency, media, modification, wrong service, wrong
- * operation, bad software description; detail is not looked at
+ *   operation, bad software description; detail is not looked at
  * - kind 9, error 39: the installed revision is not the required one; detail is a swmgmt_revision
  * - any other kind, error 26 with -1; error NULL, error 26 with -2
  */
@@ -224,7 +224,8 @@ void set_swmgmt_errors(const char *method, const struct swmgmt_error *error);
  *   3    the host's port mapper did not answer in time
  *   255  the host is NULL or empty, or the program or the version is 0
  *   -1   no child could be made, it was killed, or another child of the caller ended before it: the first
- * child to end is waited for, whichever it is No error is recorded.
+ *        child to end is waited for, whichever it is
+ * No error is recorded.
  */
 int rpc_ping(const char *host, unsigned long program, unsigned long version, int timeout);
 
@@ -261,13 +262,18 @@ int mntadd4x(const char *vfstab, char *col0, const char *col1, const char *col2,
  * Mounts a file system on the running system with /usr/sbin/mount, writes its line into the table of mounts,
  * or both.
  *
- * resource    what to mount: a device, or HOST:/PATH. It is also the key: the line of the table with this
- * first column is replaced, and one is added when there is none. Its case is kept, unlike in mntadd. fsckdev
- * the device to check; NULL or empty: "-" for the type "nfs", otherwise an error mountpt     the directory to
- * mount it on fstype      NULL or empty: "ufs" fsckpass    NULL or empty: "2", for "nfs" "-" mountatboot NULL
- * or empty: "yes" mntopts     NULL or empty: "rw", for "nfs" "bg,hard,rw" takeeffect  "nowonly" only mounts,
- * "bootonly" only edits the table, "nowandboot" (also NULL or empty) does both vfstab      the table (format:
- * mntadd); NULL or empty: /etc/vfstab
+ *   resource     what to mount: a device, or HOST:/PATH. It is also the key: the line of the table with this
+ *                first column is replaced, and one is added when there is none. Its case is kept, unlike in
+ *                mntadd.
+ *   fsckdev      the device to check; NULL or empty: "-" for the type "nfs", otherwise an error
+ *   mountpt      the directory to mount it on
+ *   fstype       NULL or empty: "ufs"
+ *   fsckpass     NULL or empty: "2", for "nfs" "-"
+ *   mountatboot  NULL or empty: "yes"
+ *   mntopts      NULL or empty: "rw", for "nfs" "bg,hard,rw"
+ *   takeeffect   "nowonly" only mounts, "bootonly" only edits the table, "nowandboot" (also NULL or empty) does
+ *                both
+ *   vfstab       the table (format: mntadd); NULL or empty: /etc/vfstab
  *
  * Success of the mount is its silence: whatever it prints, a warning too, is a failure, and its exit status
  * does not count. A mount of type "hsfs" that fails is tried once more as "ufs" when the options hold "ro"
@@ -277,13 +283,13 @@ int mntadd4x(const char *vfstab, char *col0, const char *col1, const char *col2,
  *
  * Returns 0, or after recording an error (arguments behind the method's name):
  * - 1: error 1 ("fsckdev", "resource" or "mountpt"): missing; resource and mountpt may not be "-" either.
- * Looked at in this order, before takeeffect
+ *   Looked at in this order, before takeeffect
  * - 10: error 10 (TAKEEFFECT, "takeeffect"): none of the three
  * - 23: error 23 ("/usr/sbin/mount", RESOURCE, LINE): the mount failed; its first line of output as read
- * (newline included, at most 1023 characters), empty when it could not be started. The table is not touched
+ *   (newline included, at most 1023 characters), empty when it could not be started. The table is not touched
  * - 22: error 22: the edit could not be prepared, or memory is out (then nothing is recorded)
  * - 38: error 70 (RESOURCE, VFSTAB, DETAIL), deliberately not 70: the table could not be edited. DETAIL is
- * message 53 when it is locked, message 8 when there is no such line, otherwise the system's reason
+ *   message 53 when it is locked, message 8 when there is no such line, otherwise the system's reason
  */
 int mount_filesystem(const char *resource, const char *fsckdev, const char *mountpt, const char *fstype,
                      const char *fsckpass, const char *mountatboot, const char *mntopts,
@@ -364,8 +370,8 @@ const char *get_sharefs_ent(const char *path);
  * - 1: error 1 ("pathname"): NULL or empty
  * - 10: error 10 (TAKEEFFECT, "takeeffect")
  * - 27: error 27 ("/usr/sbin/share", PATH, WHY): the directory lies on an NFS mount ("cannot share nfs", in
- * every mode), share could not be started (""), said something else (its first line, at most 1023
- * characters), or goes on about a sub-directory that was withdrawn
+ *   every mode), share could not be started (""), said something else (its first line, at most 1023
+ *   characters), or goes on about a sub-directory that was withdrawn
  * - 29: error 29 (SUBDIRECTORY, ITS OPTIONS, PATH, OPTIONS): a sub-directory is shared with other options
  * - 30: error 30 (PATH, OPTIONS, PARENT, ITS OPTIONS, HOST): a parent is
  * - 22: error 22, as in mount_filesystem
@@ -388,7 +394,7 @@ int sharefs(const char *fstype, const char *options, const char *description, co
  * Returns 0, or after recording an error the code of the last failure:
  * - 26, 1, 10: as in sharefs
  * - 27: error 27 ("/usr/sbin/unshare", PATH, LINE): unshare could not be started (""), or said something else
- * than that the path is not shared
+ *   than that the path is not shared
  * - 49: error 49 ("/usr/sbin/unshare", PATH, CLIENT): it is not shared with the client alone
  * - 22: error 22, as in mount_filesystem
  * - 38: error 70 (PATH, "/etc/dfs/dfstab", DETAIL): the table could not be read or edited
@@ -778,10 +784,13 @@ void progress_cleanup(void);
 /*
  * Splits the value of an argument in place into `count` words separated by white space. Of the five pointers
  * of `words` the 4th, 5th, 2nd and 3rd receive the first to the fourth word, pointing into the value; the 1st
- * is left alone. Words found before a failure stay stored. Returns 0   that many words were stored; what
- * follows them is not looked at -1  the value ended before 1   arg, its value or words is NULL, its length is
- * 0, count is below 1, there would be a fifth word, white space runs to the end of the value, or the value is
- * longer than its length
+ * is left alone. Words found before a failure stay stored.
+ *
+ * Returns
+ *   0   that many words were stored; what follows them is not looked at
+ *   -1  the value ended before
+ *   1   arg, its value or words is NULL, its length is 0, count is below 1, there would be a fifth word, white
+ *       space runs to the end of the value, or the value is longer than its length
  */
 int parse_os_service_par(struct adm_arg *arg, char **words, int count);
 
@@ -808,7 +817,8 @@ int file_in_patches(const char *arch, const char *file);
  * /usr/openwin, unless they have the word already, and makes the directory CLIENT_ROOT/etc/fs/cachefs;
  * disable_chart cuts every line before ",disconnectable", with the options behind it, and removes the
  * directory if it is empty. Comments stay. The table keeps its mode and owner. Nothing is locked, and a
- * failure to move the new table into place is not reported.
+ * failure to move the new table into place is not reported. The new table is made in /tmp: where that is
+ * another file system, the move is a copy, and a power cut during it can leave half a table.
  *
  * Return 0, or 1: error 37 ("", STEP, REASON) when the step "fopen", "fprintf" or "awk" failed and the table
  * is as it was (the first argument, elsewhere the method's name, is empty); or, without an error, when
@@ -836,9 +846,13 @@ char *make_admin_file(const char *basedir);
  * Installs a package from package_dir, unless one whose name begins so is recorded for the architecture: on
  * this server when release (such as 2.5 or 5.5; only what follows the first two characters counts) and
  * architecture are its own, else into /export/Quorvel_2.X. Whether it is recorded is looked up on this server
- * whenever the releases are the same. Returns 0   it was recorded, or is installed now 1   it is missing from
- * package_dir: error 96 (PATH) any other: what system() returned for pkgadd (-1 also when no log could be
- * made), recorded as by do_pkgadd_failure
+ * whenever the releases are the same.
+ *
+ * Returns
+ *   0          it was recorded, or is installed now
+ *   1          it is missing from package_dir: error 96 (PATH)
+ *   any other  what system() returned for pkgadd (-1 also when no log could be made), recorded as by
+ *              do_pkgadd_failure
  */
 int do_cachelet_pkgadd(const char *method, const char *arch, const char *release, const char *package_dir,
                        const char *package);

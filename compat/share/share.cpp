@@ -176,8 +176,7 @@ Share checked_share(const Request &request, const NfsServer &server) {
     return {path, request.options, request.description};
 }
 
-// ---- the commands
-// ------------------------------------------------------------------------------------------
+// ---- the commands ----
 
 // Saves the table and hands it to the server, if there is one; on failure everything is as before.
 void commit(const ShareTable &table, const ShareTable &before, const NfsServer *server) {

@@ -196,8 +196,7 @@ TEST_F(Pkgadd, InstallsIntoTheRunningSystemByDefault) {
     must("rm -r /opt/hello /var/sadm");
 }
 
-// ---- damage
-// --------------------------------------------------------------------------------------------------
+// ---- damage ----
 
 TEST_F(Pkgadd, RefusesFileOfAnotherSize) {
     make();
@@ -294,8 +293,7 @@ TEST_F(Pkgadd, KeepsDependAndCopyrightWithTheRecord) {
     expect_refused("it needs the package ABCbase", 4);
 }
 
-// ---- ways out of the root
-// -------------------------------------------------------------------------------------
+// ---- ways out of the root ----
 
 TEST_F(Pkgadd, RefusesPathsThatLeadUpwards) {
     make();
@@ -337,8 +335,7 @@ TEST_F(Pkgadd, LinksInThePackageAreNotFollowed) {
     expect_refused("not a plain file in the package");
 }
 
-// ---- failures on the way
-// ----------------------------------------------------------------------------------------
+// ---- failures on the way ----
 
 TEST_F(Pkgadd, ShortSpaceIsRefusedBeforeAnythingIsPlaced) {
     must("head -c 3000000 /dev/zero >/tmp/p/tree/usr/big; mkdir -p /tmp/p/small");
@@ -445,8 +442,7 @@ TEST_F(Pkgadd, TwoAtOnceLoseNothing) {
     EXPECT_TRUE(std::filesystem::exists("/tmp/p/root/var/sadm/pkg/ABCother/pkginfo"));
 }
 
-// ---- the admin file
-// -------------------------------------------------------------------------------------------
+// ---- the admin file ----
 
 TEST_F(Pkgadd, AnotherVersionIsASecondInstanceWhereThePackageAllowsIt) {
     make("ABChello VERSION=1.0");
@@ -509,8 +505,7 @@ TEST_F(Pkgadd, RefusesUnknownAdminFiles) {
     expect_refused("the base directory opt is not absolute");
 }
 
-// ---- owners
-// ---------------------------------------------------------------------------------------------------
+// ---- owners ----
 
 TEST_F(Pkgadd, OwnersAreThoseOfTheRootThenNumbersThenTheUsualOnes) {
     make();
@@ -533,8 +528,7 @@ TEST_F(Pkgadd, QuestionMarksLeaveADirectoryAsItIs) {
     EXPECT_EQ(sh("stat -c '%a %u %g' /tmp/p/root/etc").output, "700 7 8\n");
 }
 
-// ---- the command lines
-// --------------------------------------------------------------------------------------------
+// ---- the command lines ----
 
 TEST_F(Pkgadd, ExplainsItself) {
     for (const char *const name : {"pkgadd", "pkgmk"}) {
