@@ -56,20 +56,39 @@ nlohmann::json description(const std::string &path, int argc, char **argv) {
     return call;
 }
 
-// Appends the call to the log and returns how many calls of this path stand there, this one included.
-int write_down(const std::string &path, const nlohmann::json &call) {
+struct Answer {
+    std::string output, error;
+    std::optional<std::string> script;
+    bool stay = false;
+    int status = 0;
+};
+
+// The answer to this very call of the path, or the one to every call.
+Answer answer_to(const std::filesystem::path &answers, int number) {
+    std::filesystem::path answer = answers / std::to_string(number);
+    if (!std::filesystem::exists(answer))
+        answer = answers / "always";
+    return {content(answer / "output").value_or(""), content(answer / "error").value_or(""),
+            content(answer / "script"), std::filesystem::exists(answer / "stay"),
+            std::atoi(content(answer / "status").value_or("0").c_str())};
+}
+
+// Appends the call to the log. Whoever sees it there may change the answers at once, so this one's is read
+// before.
+Answer write_down(const std::string &path, const nlohmann::json &call) {
     const int log = open((place / "log").c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-    if (log < 0)
-        return 1;
-    flock(log, LOCK_EX);
+    if (log >= 0)
+        flock(log, LOCK_EX);
+    const std::filesystem::path answers = place / "answers" / path.substr(1);
+    const std::filesystem::path counter = answers / "calls";
+    const int number = std::atoi(content(counter).value_or("0").c_str()) + 1;
+    std::ofstream(counter) << number;
+    const Answer answer = answer_to(answers, number);
     const std::string line = call.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
     if (write(log, line.data(), line.size()) != static_cast<ssize_t>(line.size()))
         std::perror("stand-in: log");
-    const std::filesystem::path counter = place / "answers" / path.substr(1) / "calls";
-    const int number = std::atoi(content(counter).value_or("0").c_str()) + 1;
-    std::ofstream(counter) << number;
     close(log);
-    return number;
+    return answer;
 }
 
 } // namespace
@@ -77,27 +96,22 @@ int write_down(const std::string &path, const nlohmann::json &call) {
 int main(int argc, char **argv) {
     std::error_code error;
     const std::string path = std::filesystem::read_symlink("/proc/self/exe", error).string();
-    const int number = write_down(path, description(path, argc, argv));
-    // The answer to this very call, or the one to every call.
-    const std::filesystem::path answers = place / "answers" / path.substr(1);
-    std::filesystem::path answer = answers / std::to_string(number);
-    if (!std::filesystem::exists(answer))
-        answer = answers / "always";
-    if (const auto script = content(answer / "script")) {
+    const Answer answer = write_down(path, description(path, argc, argv));
+    if (answer.script) {
         std::vector<char *> arguments = {const_cast<char *>("sh"), const_cast<char *>("-c"),
-                                         const_cast<char *>(script->c_str())};
+                                         const_cast<char *>(answer.script->c_str())};
         arguments.insert(arguments.end(), argv, argv + argc + 1);
         execv("/bin/sh", arguments.data());
         return 127;
     }
-    std::cout << content(answer / "output").value_or("") << std::flush;
-    std::cerr << content(answer / "error").value_or("") << std::flush;
-    if (std::filesystem::exists(answer / "stay")) {
+    std::cout << answer.output << std::flush;
+    std::cerr << answer.error << std::flush;
+    if (answer.stay) {
         for (int fd = 0; fd <= 2; ++fd)
             if (const int null = open("/dev/null", O_RDWR); null >= 0)
                 dup2(null, fd);
         for (;;)
             pause();
     }
-    return std::atoi(content(answer / "status").value_or("0").c_str());
+    return answer.status;
 }

@@ -6,8 +6,8 @@
 //         standin::reset();
 //         standin::place("/usr/sbin/share");                                     // silent, exit status 0
 //         standin::place("/usr/sbin/mount", {.error = "no such device\n", .status = 32});
-//         standin::place("/usr/lib/nfs/nfsd", {.stay = true});                   // a daemon: runs until the
-//         root goes
+//         standin::place("/usr/lib/nfs/nfsd", {.stay = true});                   // a daemon: once started, it
+//         standin::start("/usr/lib/nfs/nfsd", "-a 16");                          // runs until the root goes
 //     }
 //     ...
 //     EXPECT_EQ(standin::lines(), std::vector<std::string>{"/usr/sbin/share -F nfs -o rw /export"});
@@ -45,6 +45,11 @@ void place(const std::string &path, const Answer &answer = {});
 // last reset).
 void answer(const std::string &path, const Answer &answer);
 void answer_call(const std::string &path, int number, const Answer &answer);
+
+// Starts one in the background, and returns when its call has been written down.
+void start(const std::string &path, const std::string &arguments = "");
+// Waits until there are so many calls of this path; throws after ten seconds.
+void wait_for_calls(const std::string &path, std::size_t count);
 
 // The calls so far, in order, of all stand-ins or of one.
 std::vector<Call> calls();

@@ -2,10 +2,13 @@
 #include "support/standin.hpp"
 
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <sys/file.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -43,6 +46,24 @@ void write_answer(const fs::path &directory, const standin::Answer &answer) {
         write(directory / "script", answer.script);
 }
 
+// No stand-in is in the middle of writing its call down.
+class LogLock {
+public:
+    LogLock() : log_(open((base / "log").c_str(), O_RDONLY | O_CLOEXEC)) {
+        if (log_ >= 0)
+            flock(log_, LOCK_SH);
+    }
+    ~LogLock() {
+        if (log_ >= 0)
+            close(log_);
+    }
+    LogLock(const LogLock &) = delete;
+    LogLock &operator=(const LogLock &) = delete;
+
+private:
+    int log_;
+};
+
 fs::path answers_of(const std::string &path) {
     return base / "answers" / resolved(path).relative_path();
 }
@@ -60,6 +81,23 @@ void place(const std::string &path, const Answer &what) {
     answer(path, what);
 }
 
+void start(const std::string &path, const std::string &arguments) {
+    only_in_sandbox();
+    const std::size_t before = calls(path).size();
+    if (std::system((path + ' ' + arguments + " &").c_str()) != 0)
+        throw std::runtime_error("cannot start " + path);
+    wait_for_calls(path, before + 1);
+}
+
+void wait_for_calls(const std::string &path, std::size_t count) {
+    constexpr int tries = 2000; // of 5 ms
+    for (int i = 0; calls(path).size() < count; ++i) {
+        if (i == tries)
+            throw std::runtime_error(path + " was not called");
+        usleep(5000);
+    }
+}
+
 void answer(const std::string &path, const Answer &what) {
     only_in_sandbox();
     write_answer(answers_of(path) / "always", what);
@@ -72,6 +110,7 @@ void answer_call(const std::string &path, int number, const Answer &what) {
 
 std::vector<Call> calls() {
     std::vector<Call> all;
+    const LogLock lock;
     std::ifstream log(base / "log");
     for (std::string line; std::getline(log, line);) {
         const nlohmann::json entry = nlohmann::json::parse(line);

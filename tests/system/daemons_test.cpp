@@ -96,8 +96,7 @@ protected:
         }
     }
     static standin::Call only_call(const std::string &path) {
-        for (int i = 0; i < 1000 && standin::calls(path).empty(); ++i)
-            usleep(5000);
+        standin::wait_for_calls(path, 1);
         const auto calls = standin::calls(path);
         EXPECT_EQ(calls.size(), 1u);
         return calls.empty() ? standin::Call{} : calls.front();

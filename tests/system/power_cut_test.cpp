@@ -307,7 +307,7 @@ protected:
         standin::reset();
         for (const char *daemon : {"/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd", "/usr/sbin/in.rarpd"}) {
             standin::place(daemon, {.stay = true});
-            std::system((std::string(daemon) + " -a &").c_str());
+            standin::start(daemon, "-a");
         }
         for (const auto &[path, text] :
              {std::pair("/usr/sbin/share", share_script), {"/usr/sbin/unshare", unshare_script}}) {
