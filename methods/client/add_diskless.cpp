@@ -385,11 +385,18 @@ void Steps::make_directories(const std::string &path) {
         missing.push_back(directory);
     for (auto directory = missing.rbegin(); directory != missing.rend(); ++directory)
         journal_.note({"directory", *directory});
-    std::string writable = path;
-    const int status = mkdir_path(writable.data());
-    constexpr int was_there = -3;
-    if (status != 0 && status != was_there)
-        fail("cannot make " + path + ": " + (status > 0 ? std::strerror(status) : "no such directory"));
+    // Another run may make, or take back, a directory above this one between two looks at it.
+    constexpr int was_there = -3, tries = 5;
+    int status = 0;
+    for (int i = 0; i < tries; ++i) {
+        std::string writable = path;
+        status = mkdir_path(writable.data());
+        if (status == 0 || status == was_there || (status == EEXIST && is_directory(path)))
+            return;
+        if (status != ENOENT)
+            break;
+    }
+    fail("cannot make " + path + ": " + (status > 0 ? std::strerror(status) : "no such directory"));
 }
 
 void Steps::note_new_table(const std::string &path) {

@@ -152,7 +152,7 @@ protected:
         if (!fs::exists("/usr/lib/nfs/nfsd")) {
             for (const char *daemon : {"/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd", "/usr/sbin/in.rarpd"}) {
                 standin::place(daemon, {.stay = true});
-                std::system((std::string(daemon) + " -a &").c_str());
+                standin::start(daemon, "-a");
             }
         }
         for (const char *path :
@@ -421,16 +421,25 @@ TEST_F(Client, GoesAgainWhenTheRunIsInterrupted) {
     }
 }
 
+// Both are the first of this server, so both may want to make the same directories and tables.
 TEST_F(Client, AndAnotherAreAddedAtOnce) {
-    auto first = std::async(std::launch::async, [] { return method("client/add_diskless " + c1 + tree); });
-    auto second = std::async(std::launch::async, [] { return method("client/add_diskless " + c2 + tree); });
-    const Ran one = first.get(), other = second.get();
-    EXPECT_EQ(one.status, 0) << one.errors;
-    EXPECT_EQ(other.status, 0) << other.errors;
-    for (const std::string table : {"/etc/hosts", "/etc/ethers", "/etc/bootparams", "/etc/dfs/dfstab"})
-        EXPECT_THAT(read(table), AllOf(HasSubstr("c1"), HasSubstr("c2"))) << table;
-    for (const char *link : {"/tftpboot/0A010203", "/tftpboot/0A010204.KEL4M"})
-        EXPECT_EQ(read(link), "boot program");
+    constexpr int rounds = 20;
+    for (int round = 0; round < rounds && !HasFailure(); ++round) {
+        SetUp();
+        for (const char *table : {"/etc/ethers", "/etc/bootparams", "/etc/dfs/dfstab"})
+            fs::remove(table);
+        auto first =
+            std::async(std::launch::async, [] { return method("client/add_diskless " + c1 + tree); });
+        auto second =
+            std::async(std::launch::async, [] { return method("client/add_diskless " + c2 + tree); });
+        const Ran one = first.get(), other = second.get();
+        EXPECT_EQ(one.status, 0) << one.errors;
+        EXPECT_EQ(other.status, 0) << other.errors;
+        for (const std::string table : {"/etc/hosts", "/etc/ethers", "/etc/bootparams", "/etc/dfs/dfstab"})
+            EXPECT_THAT(read(table), AllOf(HasSubstr("c1"), HasSubstr("c2"))) << table;
+        for (const char *link : {"/tftpboot/0A010203", "/tftpboot/0A010204.KEL4M"})
+            EXPECT_EQ(read(link), "boot program");
+    }
 }
 
 TEST_F(Client, IsWorkedOnByOneRunAtATime) {
