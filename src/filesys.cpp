@@ -347,16 +347,18 @@ int remove_share_line(const std::string &path, const ClientTest &test, const cha
         columns.add(1, "-F", nullptr) != 0 || columns.add(2, nfs, nfs) != 0 ||
         columns.add_floating(3, 1, 7, path.c_str(), nullptr) != 0)
         return fail(cannot_prepare_edit, method);
-    int status = 0;
     if (test.wanted()) {
         // As much as the shell takes in one command, so no share line is longer.
         std::vector<char> line(128 * 1024);
-        status = get_db_entry(share_table, columns.get(), line.data(), static_cast<int>(line.size()));
+        const int status =
+            get_db_entry(share_table, columns.get(), line.data(), static_cast<int>(line.size()));
         if (status == 0 && !test.allows(line.data()))
             return refuse_client(path, test, method);
+        // A line that cannot be read may be that of others, too.
+        if (status != 0 && status != no_such_line)
+            return report_table_failure(status, path.c_str(), share_table, method);
     }
-    if (status == 0)
-        status = remove_db_entry(share_table, columns.get());
+    const int status = remove_db_entry(share_table, columns.get());
     if (status == 0 || status == no_such_line)
         return 0;
     return report_table_failure(status, path.c_str(), share_table, method);

@@ -655,6 +655,16 @@ TEST_F(ShareList, SnapshotIsAppendedBehindTheCursor) {
                 ElementsAre(Pair("/a", "rw"), Pair("/b", "ro"), Pair("/d", "rw"), Pair("/e", "rw")));
 }
 
+TEST_F(ShareList, SearchBeginsWithWhatWasThereBefore) {
+    shares("- /a rw \"\"\n- /b ro \"\"\n- /c rw \"\"\n");
+    EXPECT_STREQ(get_sharefs_ent("/b"), "ro");
+    shares("- /a ro \"\"\n- /d rw \"\"\n");
+    EXPECT_STREQ(get_sharefs_ent("/a"), "rw");
+    EXPECT_EQ(sfs_current, sfs_top);
+    EXPECT_EQ(match_sharefs_ent("/a", "rw"), 1) << "the old entry up to the cursor";
+    EXPECT_EQ(match_sharefs_ent("/a", "rw"), 0) << "the list was freed";
+}
+
 TEST_F(ShareList, OptionsOfACutOffEntryStayUntilTheListIsFreed) {
     shares("- /a rw \"\"\n- /b ro,anon=0 \"\"\n");
     const char *options = get_sharefs_ent("/b");
@@ -1324,6 +1334,18 @@ TEST_F(Unsharing, LineThatIsNotInTheTableIsNoErrorForAClient) {
     fakes::tables().remove_status = -2;
     EXPECT_EQ(unshare("c1"), 0);
     EXPECT_THAT(errors(), IsEmpty());
+}
+
+TEST_F(Unsharing, RemovalIsTriedForAClientWithoutALine) {
+    fakes::tables().get_status = -2;
+    fakes::tables().entry = "share -F nfs -o rw=c1:c2 /nowhere/home"; // not an answer
+    EXPECT_EQ(unshare("c1", "bootonly"), 0);
+    ASSERT_THAT(table_calls(), SizeIs(2));
+    EXPECT_EQ(table_calls()[1].what, "remove");
+    fakes::tables().remove_status = -26;
+    EXPECT_EQ(unshare("c1", "bootonly"), 38);
+    EXPECT_THAT(errors(),
+                ElementsAre(Recorded{70, "70|unshare|/nowhere/home|/etc/dfs/dfstab|53||/etc/dfs/dfstab"}));
 }
 
 TEST_F(Unsharing, LineThatCannotBeReadIsNotRemoved) {
