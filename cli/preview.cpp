@@ -71,7 +71,7 @@ std::string recording_script(const std::string &rest = {}) {
 }
 
 // Shares and withdraws in a copy of the list of the live system's shares, as the real commands do in the real
-// one.
+// one: a directory above or below a share of the same file system is refused.
 const std::string share_script = "#!/bin/sh\n"
                                  "list=" +
                                  notes +
@@ -86,6 +86,19 @@ while getopts F:o:d:p o; do
 done
 shift $((OPTIND - 1))
 [ $# -eq 0 ] && exit 0
+while read -r resource shared rest; do
+    case $shared/ in
+    "${1%/}"/?*/) neighbour=sub-directory ;;
+    *) case $1/ in
+        "${shared%/}"/?*/) neighbour=parent ;;
+        *) continue ;;
+        esac ;;
+    esac
+    one=$(stat -c %d "$1" 2>/dev/null) && other=$(stat -c %d "$shared" 2>/dev/null) &&
+        [ "$one" != "$other" ] && continue
+    echo "share: $1: $neighbour ($shared) already shared"
+    exit 1
+done <"$list"
 path=$1 awk '$2 != ENVIRON["path"]' "$list" >"$list.new"
 printf -- '-               %s   %s   "%s"\n' "$1" "$options" "$description" >>"$list.new"
 mv "$list.new" "$list"

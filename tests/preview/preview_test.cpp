@@ -219,6 +219,24 @@ TEST(Preview, SeesAndKeepsTheLiveShares) {
     });
 }
 
+TEST(Preview, RefusesAShareAboveOrBelowAnother) {
+    on_a_system([] {
+        write_program("/usr/sbin/share", "#!/bin/sh\necho '-  /export/a  ro  \"\"'\n");
+        fs::create_directories("/export/a/b");
+        fs::create_directories("/export/ab");
+        fs::create_directories("/export/a/disk");
+        ASSERT_EQ(mount("own", "/export/a/disk", "tmpfs", 0, nullptr), 0);
+        install_method("test/act", "for path in /export / /export/a/b /export/ab /export/a /export/a/disk\n"
+                                   "do /usr/sbin/share $path >>/etc/complaints; done");
+        EXPECT_THAT(command("preview test/act").output,
+                    HasSubstr("+++ /etc/complaints\n@@ -0,0 +1,3 @@\n"
+                              "+share: /export: sub-directory (/export/a) already shared\n"
+                              "+share: /: sub-directory (/export/a) already shared\n"
+                              "+share: /export/a/b: parent (/export/a) already shared\n"
+                              "\n"));
+    });
+}
+
 TEST(Preview, SeesTheLiveMounts) {
     on_a_system([] {
         install_method("test/look", "/usr/sbin/mount >/etc/mounts; mount >/etc/by-name");

@@ -472,6 +472,99 @@ TEST_F(RealFilesys, CheckDeviceIsAskedFor) {
     EXPECT_THAT(standin::lines(), IsEmpty());
 }
 
+// ---- previews ----
+
+class FilesysPreview : public RealFilesys {
+protected:
+    void SetUp() override {
+        RealFilesys::SetUp();
+        // The leak checker cannot bear that a previewed method sees the live processes instead of itself.
+        setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
+    }
+    void TearDown() override {
+        unsetenv("ASAN_OPTIONS");
+        EXPECT_THAT(standin::lines(), testing::Each("/usr/sbin/share")) << "only the shares may be asked for";
+        EXPECT_EQ(content(vfstab), vfstab_text);
+        EXPECT_EQ(content(dfstab), dfstab_text);
+        RealFilesys::TearDown();
+    }
+    static void list(const std::string &shares) { standin::answer("/usr/sbin/share", {.output = shares}); }
+};
+
+TEST_F(FilesysPreview, ShowsAMountAndItsLine) {
+    const auto result = hostadm("preview filesystem/mount resource=server1:/home mountpt=/home fstype=nfs");
+    EXPECT_EQ(result.status, 0) << result.error;
+    EXPECT_THAT(result.output,
+                HasSubstr("Commands:\n  /usr/sbin/mount -F nfs -o bg,hard,rw server1:/home /home\n\n"));
+    EXPECT_THAT(result.output, HasSubstr("\n+server1:/home\t-\t/home\tnfs\t-\tyes\tbg,hard,rw\n"));
+}
+
+TEST_F(FilesysPreview, ShowsAnUnmountAndItsLine) {
+    const auto result = hostadm("preview filesystem/unmount mountpt=/tmp");
+    EXPECT_EQ(result.status, 0) << result.error;
+    EXPECT_THAT(result.output, HasSubstr("Commands:\n  /usr/sbin/umount /tmp\n\n"));
+    EXPECT_THAT(result.output, HasSubstr("\n-swap -  /tmp   tmpfs - yes -\n"));
+}
+
+TEST_F(FilesysPreview, ListsTheLiveShares) {
+    list("-               /export/home   rw   \"homes\"\n");
+    const auto result = hostadm("preview filesystem/list_shares");
+    EXPECT_EQ(result.status, 0) << result.error;
+    EXPECT_THAT(result.output, testing::ContainsRegex("/export/home +rw\n"));
+    EXPECT_THAT(result.output, Not(HasSubstr("Commands:")));
+}
+
+TEST_F(FilesysPreview, ShowsAShareWithTheDaemonsThatItWouldStart) {
+    for (const char *path : {"/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd"})
+        standin::place(path, {.stay = true});
+    const auto result = hostadm("preview filesystem/share pathname=/export/home");
+    EXPECT_EQ(result.status, 0) << result.error;
+    EXPECT_THAT(result.output, HasSubstr("\n+share -F nfs -o rw /export/home\n"));
+    EXPECT_THAT(result.output, HasSubstr("\n  /usr/sbin/share -F nfs -o rw /export/home\n"));
+    EXPECT_THAT(result.output, HasSubstr("\n  /usr/lib/nfs/mountd\n"));
+    EXPECT_THAT(result.output, HasSubstr("\n  /usr/lib/nfs/nfsd -a 16\n"));
+}
+
+TEST_F(FilesysPreview, StartsNoDaemonThatRuns) {
+    start_daemons();
+    const auto result = hostadm("preview filesystem/share pathname=/export/home");
+    EXPECT_EQ(result.status, 0) << result.error;
+    EXPECT_THAT(result.output, HasSubstr("Commands:\n  /usr/sbin/share -F nfs -o rw /export/home\n\n"));
+}
+
+TEST_F(FilesysPreview, WithdrawsASubDirectoryAsTheRealShareWould) {
+    start_daemons();
+    list("-               /export/home2   rw   \"\"\n");
+    fs::create_directories("/export/home2");
+    const auto result = hostadm("preview filesystem/share pathname=/export");
+    EXPECT_EQ(result.status, 0) << result.error;
+    EXPECT_THAT(result.output, HasSubstr("Commands:\n  /usr/sbin/share -F nfs -o rw /export\n"
+                                         "  /usr/sbin/unshare -F nfs /export/home2\n"
+                                         "  /usr/sbin/share -F nfs -o rw /export\n\n"));
+    EXPECT_THAT(result.output, HasSubstr("\n-share -F nfs -o rw=c2 -d 'homes of the lab' /export/home2\n"
+                                         "+share -F nfs -o rw /export\n"));
+}
+
+TEST_F(FilesysPreview, FailsForAParentAsTheRealShareWould) {
+    list("-               /export   ro=c9   \"\"\n");
+    const auto result = hostadm("preview filesystem/share pathname=/export/home");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.error, HasSubstr("ro=c9"));
+    EXPECT_THAT(result.error, HasSubstr("(error 30)"));
+    EXPECT_THAT(result.output, StartsWith("No file would change."));
+}
+
+TEST_F(FilesysPreview, TestsTheClientOfALiveShare) {
+    list("-               /export/home2   rw=c2   \"\"\n");
+    const auto other = hostadm("preview filesystem/unshare pathname=/export/home2 client=c1");
+    EXPECT_EQ(other.status, 1);
+    EXPECT_THAT(other.error, HasSubstr("(error 49)"));
+    const auto result = hostadm("preview filesystem/unshare pathname=/export/home2 client=c2");
+    EXPECT_EQ(result.status, 0) << result.error;
+    EXPECT_THAT(result.output, HasSubstr("Commands:\n  /usr/sbin/unshare -F nfs /export/home2\n\n"));
+    EXPECT_THAT(result.output, HasSubstr("\n-share -F nfs -o rw=c2 -d 'homes of the lab' /export/home2\n"));
+}
+
 // ---- what is left behind ----
 
 TEST_F(RealFilesys, MegabytesOfComplaintDoNotBlock) {
