@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The daemon checks and starts with real processes.
 #include <dirent.h>
+#include <malloc.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -189,6 +190,28 @@ TEST_F(RealDaemons, ProcessesThatComeAndGoAreNoTrouble) {
     waitpid(churn, nullptr, 0);
 }
 
+TEST_F(RealDaemons, NothingIsLeftBehindByTenThousandChecks) {
+    const Running live("/usr/lib/nfs/nfsd", {"/usr/lib/nfs/nfsd"});
+    const Running defunct("/usr/lib/nfs/mountd", {"/usr/lib/nfs/mountd"});
+    defunct.become_defunct();
+    const auto check_everything = [](int rounds) {
+        for (int i = 0; i < rounds; ++i) {
+            int id = 0;
+            EXPECT_EQ(check_daemon("nfsd", &id), HOSTADM_DAEMON_RUNNING);
+            EXPECT_EQ(check_daemon("mountd", &id), HOSTADM_DAEMON_DEFUNCT);
+            EXPECT_EQ(check_daemon("rpld", &id), HOSTADM_DAEMON_NOT_RUNNING);
+            EXPECT_EQ(check_rarpd("le0"), HOSTADM_DAEMON_NOT_RUNNING);
+        }
+    };
+    const auto descriptors = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); };
+    check_everything(10);
+    const auto open_before = descriptors();
+    const auto memory_before = mallinfo2().uordblks;
+    check_everything(2500);
+    EXPECT_EQ(descriptors(), open_before);
+    EXPECT_LT(mallinfo2().uordblks, memory_before + 16384);
+}
+
 TEST_F(RealDaemons, StartedDaemonIsFound) {
     EXPECT_EQ(start_daemon("/usr/lib/nfs/nfsd", "-a 16"), 0);
     const standin::Call call = only_call("/usr/lib/nfs/nfsd");
@@ -242,6 +265,7 @@ TEST_F(RealDaemons, UserStartsADaemonWhoseLastRunIsDefunct) {
     const auto result = hostadm("run host/start_daemon path=/usr/lib/nfs/mountd");
     EXPECT_EQ(result.status, 0) << result.error;
     EXPECT_THAT(result.output, HasSubstr("started"));
+    standin::wait_for_calls("/usr/lib/nfs/mountd", before + 1);
     EXPECT_EQ(standin::calls().size(), before + 1);
 }
 
@@ -256,6 +280,38 @@ TEST_F(RealDaemons, UserIsToldOfAMissingProgram) {
     const auto result = hostadm("run host/start_daemon path=/usr/lib/nfs/nothing");
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.error, HasSubstr("there is no program /usr/lib/nfs/nothing"));
+}
+
+TEST_F(RealDaemons, PreviewSeesADaemonThatRuns) {
+    setenv("ASAN_OPTIONS", "detect_leaks=0", 1); // a previewed method sees the live processes, not itself
+    const Running daemon("/usr/lib/nfs/nfsd", {"/usr/lib/nfs/nfsd", "-a", "16"});
+    standin::wait_for_calls("/usr/lib/nfs/nfsd", 1);
+    const auto started = hostadm("preview host/start_daemon path=/usr/lib/nfs/nfsd args='-a 16'");
+    const auto checked = hostadm("preview host/check_daemon name=nfsd");
+    unsetenv("ASAN_OPTIONS");
+    EXPECT_EQ(started.status, 0) << started.error;
+    EXPECT_THAT(started.output, HasSubstr("running already"));
+    EXPECT_THAT(started.output, HasSubstr(std::to_string(daemon.id())));
+    EXPECT_THAT(started.output, testing::Not(HasSubstr("Commands:")));
+    EXPECT_THAT(checked.output, HasSubstr(std::to_string(daemon.id())));
+    EXPECT_EQ(standin::calls().size(), 1u);
+    EXPECT_EQ(waitpid(daemon.id(), nullptr, WNOHANG), 0) << "it still runs";
+}
+
+TEST_F(RealDaemons, PreviewStartsNone) {
+    setenv("ASAN_OPTIONS", "detect_leaks=0", 1); // as above
+    const std::pair<const char *, const char *> starts[] = {
+        {"path=/usr/lib/nfs/nfsd args='-a 16'", "Commands:\n  /usr/lib/nfs/nfsd -a 16\n\n"},
+        {"path=/usr/sbin/in.rarpd args=le0", "Commands:\n  /usr/sbin/in.rarpd -a\n\n"},
+        {"path=/usr/local/sbin/otherd", "Commands:\n  /usr/local/sbin/otherd\n\n"}};
+    install("/usr/local/sbin/otherd");
+    for (const auto &[arguments, commands] : starts) {
+        const auto result = hostadm(std::string("preview host/start_daemon ") + arguments);
+        EXPECT_EQ(result.status, 0) << result.error;
+        EXPECT_THAT(result.output, HasSubstr(commands));
+    }
+    unsetenv("ASAN_OPTIONS");
+    EXPECT_TRUE(standin::calls().empty());
 }
 
 TEST_F(RealDaemons, UserMustNameADaemonOrAnInterface) {
