@@ -1,13 +1,24 @@
 // SPDX-License-Identifier: MIT
+// Switches a client with a root of its own to its cache; what a failure leaves half done is taken back.
+#include <algorithm>
+#include <exception>
 #include <filesystem>
+#include <functional>
+#include <string>
+#include <system_error>
+#include <vector>
 
 #include "hostadm/method.hpp"
 #include "support/cached_mounts.hpp"
+#include "support/client_lock.hpp"
+#include "support/remembered.hpp"
+#include "support/undo.hpp"
 
 namespace {
 
 using namespace hostadm::method;
 using namespace hostadm::support;
+namespace fs = std::filesystem;
 
 const Description description{
     .name = "client/add_cachelet",
@@ -34,7 +45,24 @@ struct Client {
     std::string root, profile_set, profile;
 };
 
-// The options of the cached file systems, such as "/ rw,disconnectable, /usr ro,disconnectable".
+// What the two steps change in the client's root, each folder before what is made in it.
+std::vector<std::string> paths_of_mounts(const Client &client) {
+    return {client.root + "/etc/vfstab", client.root + "/etc/fs", client.root + "/etc/fs/cachefs"};
+}
+std::vector<std::string> paths_of_profile(const Client &client) {
+    const std::string folder = client.root + "/.autoinstall";
+    return {folder, folder + "/" + client.profile, folder + "/profile"};
+}
+
+std::vector<Remembered> remember(const Client &client) {
+    std::vector<Remembered> state;
+    for (const auto &paths : {paths_of_mounts(client), paths_of_profile(client)})
+        for (const std::string &path : paths)
+            state.emplace_back(path);
+    return state;
+}
+
+// The options of the cached file systems, such as "/ rw,disconnectable; /usr ro,disconnectable".
 std::string told(const std::vector<CachedMount> &mounts) {
     std::string text;
     for (const CachedMount &mount : mounts)
@@ -42,49 +70,70 @@ std::string told(const std::vector<CachedMount> &mounts) {
     return text;
 }
 
-void report(Call &call, const char *step, bool changed, const std::string &detail) {
-    call.row({{"step", step}, {"result", changed ? "done" : "unchanged"}, {"detail", detail}});
+void announce(Journal &journal, const std::vector<std::string> &paths) {
+    for (const std::string &path : paths)
+        journal.note({"path", path});
 }
 
-void give_profile(Call &call, const Client &client) {
+int switch_over(Call &call, const Client &client, Journal &journal) {
+    call.progress("switching the mounts of " + client.root + " to its cache");
+    announce(journal, temporary_files_of_edit());
+    announce(journal, paths_of_mounts(client));
+    const bool mounts_changed = enable_cached_mounts(client.root);
+
     call.progress("copying the disk profile " + client.profile);
-    const bool changed = set_install_profile(call.method(), client.root, client.profile_set, client.profile);
-    report(call, "disk profile", changed, client.root + "/.autoinstall/" + client.profile);
-}
+    announce(journal, paths_of_profile(client));
+    const bool profile_changed =
+        set_install_profile(call.method(), client.root, client.profile_set, client.profile);
 
-// Takes the first step back when the second one failed, and says what could not be taken back.
-int take_back(Call &call, const Client &client, const std::string &table, bool had_cache_directory) {
-    call.progress("taking back what was done");
-    try {
-        restore_client_table(client.root, table, had_cache_directory);
-    } catch (const Failed &failure) {
-        call.left_undone(failure.text);
-    }
-    return 1;
-}
-
-int work(Call &call) try {
-    const Client client{call.given("root") ? call.get("root") : "/export/root/" + call.get("hostname"),
-                        call.get("profile_set"), call.get("profile")};
-    check_client_root(client.root);
-    check_install_profile(client.profile_set, client.profile);
-    call.set("root", client.root);
-
-    const std::string table = read_client_table(client.root);
-    const bool had_cache_directory = has_cache_directory(client.root);
-    try {
-        call.progress("switching the mounts of " + client.root + " to its cache");
-        const bool changed = enable_cached_mounts(client.root);
-        report(call, "cached mounts", changed, told(cached_mounts(read_client_table(client.root))));
-        give_profile(call, client);
-    } catch (const Failed &failure) {
-        if (!failure.text.empty())
-            call.fail(failure.text);
-        return take_back(call, client, table, had_cache_directory);
-    }
+    // Only now: of a run that failed nothing stays that could be told.
+    const auto report = [&](const char *step, bool changed, const std::string &detail) {
+        call.row({{"step", step}, {"result", changed ? "done" : "unchanged"}, {"detail", detail}});
+    };
+    report("cached mounts", mounts_changed, told(cached_mounts(read_client_table(client.root))));
+    report("disk profile", profile_changed, client.root + "/.autoinstall/" + client.profile);
     return 0;
+}
+
+// Records what has not been recorded yet of a failure of the work.
+int guarded(Call &call, const std::function<int()> &work) try {
+    return work();
 } catch (const Failed &failure) {
     return failure.text.empty() ? 1 : call.fail(failure.text);
+} catch (const std::exception &failure) {
+    return call.fail(failure.what());
+}
+
+std::string put_back(const std::string &path, const std::vector<Remembered> &state) {
+    const auto known = std::find_if(state.begin(), state.end(),
+                                    [&](const Remembered &remembered) { return remembered.path() == path; });
+    if (known != state.end())
+        return known->put_back();
+    std::error_code error; // a temporary file of the run
+    fs::remove(path, error);
+    return error ? path + " (" + error.message() + ")" : "";
+}
+
+int work(Call &call) {
+    const Client client{call.given("root") ? call.get("root") : "/export/root/" + call.get("hostname"),
+                        call.get("profile_set"), call.get("profile")};
+    return guarded(call, [&] {
+        const ClientLock lock(call.get("hostname"));
+        check_client_root(client.root);
+        check_install_profile(client.profile_set, client.profile);
+        call.set("root", client.root);
+
+        const std::vector<Remembered> state = remember(client);
+        Journal journal;
+        const Ending ending =
+            run_apart([&] { return guarded(call, [&] { return switch_over(call, client, journal); }); });
+        if (ending.done)
+            return 0;
+        if (!ending.reason.empty())
+            call.fail(ending.reason);
+        take_back(call, journal, [&](const auto &entry) { return put_back(entry.at(1), state); });
+        return 1;
+    });
 }
 
 } // namespace

@@ -799,25 +799,6 @@ std::string Undo::take_back(const std::vector<std::string> &entry) try {
     return failure.what();
 }
 
-void undo_all(Call &call, const Journal &journal) {
-    const auto entries = journal.entries();
-    if (entries.empty())
-        return;
-    call.progress("taking back what was done");
-    Undo undo(call);
-    bool whole = true;
-    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-        const std::string left = undo.take_back(*entry);
-        if (left.empty())
-            continue;
-        call.left_undone("could not be taken back: " + left);
-        whole = false;
-    }
-    if (whole)
-        std::fprintf(stderr, "%s: everything that was done for %s has been taken back\n",
-                     call.method().c_str(), call.get("hostname").c_str());
-}
-
 int work(Call &call) {
     Journal journal;
     const Ending ending = run_apart([&] {
@@ -833,7 +814,8 @@ int work(Call &call) {
         return 0;
     if (!ending.reason.empty())
         call.fail(ending.reason);
-    undo_all(call, journal);
+    Undo undo(call);
+    take_back(call, journal, [&](const auto &entry) { return undo.take_back(entry); });
     return 1;
 }
 

@@ -48,12 +48,19 @@ bool is_switched_off(const std::vector<CachedMount> &mounts) {
     return std::none_of(mounts.begin(), mounts.end(), [](const CachedMount &mount) { return mount.cached; });
 }
 
+std::string new_table() {
+    return "/tmp/vfstab." + std::to_string(getpid());
+}
+
+// The library leaves the new table behind when it could not make it whole or move it into place.
+struct NewTableRemoved {
+    ~NewTableRemoved() { unlink(new_table().c_str()); }
+};
+
 // The library trusts the last step of its edit, moving the new table into place; this looks.
 [[noreturn]] void fail_unchanged(const std::string &root) {
-    const std::string left = "/tmp/vfstab." + std::to_string(getpid());
-    std::error_code ignored;
-    if (fs::exists(left, ignored))
-        throw Failed{"the new table could not be moved over " + table_of(root) + "; it is left in " + left};
+    if (std::error_code ignored; fs::exists(new_table(), ignored))
+        throw Failed{"the new table could not be moved over " + table_of(root)};
     throw Failed{table_of(root) + " is not as it should be after the edit; somebody else may be changing it"};
 }
 
@@ -105,6 +112,10 @@ std::string read_client_table(const std::string &root) {
     return text;
 }
 
+std::vector<std::string> temporary_files_of_edit() {
+    return {"/tmp/awk." + std::to_string(getpid()), new_table()};
+}
+
 bool has_cache_directory(const std::string &root) {
     std::error_code ignored;
     return fs::is_directory(cache_directory_of(root), ignored);
@@ -118,6 +129,7 @@ bool enable_cached_mounts(const std::string &root) {
         return false;
     std::string parent = root + "/etc/fs";
     mkdir_path(parent.data());
+    const NewTableRemoved removed;
     if (enable_chart(root.c_str()) != 0) {
         if (is_switched_on(cached_mounts(read_client_table(root))))
             throw Failed{"cannot make the directory " + cache_directory_of(root) +
@@ -134,6 +146,7 @@ bool disable_cached_mounts(const std::string &root) {
         return false;
     const bool had_directory = has_cache_directory(root);
     const std::string before = read_client_table(root);
+    const NewTableRemoved removed;
     if (disable_chart(root.c_str()) != 0)
         throw Failed{};
     const std::string after = read_client_table(root);
@@ -141,17 +154,6 @@ bool disable_cached_mounts(const std::string &root) {
         if (mount.options.find(further_option) != std::string::npos)
             fail_unchanged(root);
     return after != before || had_directory != has_cache_directory(root);
-}
-
-void restore_client_table(const std::string &root, const std::string &text, bool had_cache_directory) {
-    if (!had_cache_directory)
-        rmdir(cache_directory_of(root).c_str());
-    const int status = tables::edit_file(table_of(root), [&](std::string &current) {
-        current = text;
-        return 0;
-    });
-    if (status != 0)
-        throw Failed{"cannot put " + table_of(root) + " back as it was: " + std::strerror(-status)};
 }
 
 void check_install_profile(const std::string &set, const std::string &profile) {

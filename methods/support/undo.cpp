@@ -127,4 +127,23 @@ Ending run_apart(const std::function<int()> &work) {
     return {};
 }
 
+void take_back(method::Call &call, const Journal &journal,
+               const std::function<std::string(const std::vector<std::string> &)> &undo) {
+    const auto entries = journal.entries();
+    if (entries.empty())
+        return;
+    call.progress("taking back what was done");
+    bool whole = true;
+    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
+        const std::string left = undo(*entry);
+        if (left.empty())
+            continue;
+        call.left_undone("could not be taken back: " + left);
+        whole = false;
+    }
+    if (whole)
+        std::fprintf(stderr, "%s: everything that was done for %s has been taken back\n",
+                     call.method().c_str(), call.get("hostname").c_str());
+}
+
 } // namespace hostadm::support

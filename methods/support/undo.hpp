@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "hostadm/method.hpp"
+
 namespace hostadm::support {
 
 // What the steps are about to do, told before each one does it, so that a step that broke off can be taken
@@ -37,5 +39,10 @@ struct Ending {
 // commands that it runs; from the call on they no longer end this process, which has yet to take back what
 // was done.
 Ending run_apart(const std::function<int()> &work);
+
+// Takes back what the journal holds, the latest first. `undo` does it for one entry and returns what had to
+// stay, in words, or nothing. Says on standard error that all is back, or what is left half done.
+void take_back(method::Call &call, const Journal &journal,
+               const std::function<std::string(const std::vector<std::string> &)> &undo);
 
 } // namespace hostadm::support

@@ -8,10 +8,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <string>
+#include <thread>
 
 #include "hostadm.h"
 #include "support/scratch.hpp"
@@ -303,6 +306,48 @@ protected:
         write(data + "/etc/autoinstall/small/one", "one disk\n");
         write(data + "/etc/autoinstall/small/two", "two disks\n");
     }
+    void TearDown() override { fs::remove_all("/slow"); }
+
+    // Puts a script before a command of that name, for those who look into /slow first.
+    static void replace(const std::string &command, const std::string &script) {
+        fs::remove_all("/slow");
+        write("/slow/" + command, "#!/bin/sh\n" + script + "\n");
+        fs::permissions("/slow/" + command, fs::perms::owner_all);
+    }
+    // The same for one that stops half-way.
+    static void slow_down(const std::string &command, const std::string &half) {
+        replace(command, half + "\n: >/slow/began\nexec sleep 60");
+    }
+    static Ran hostadm_slow(const std::string &arguments) {
+        const int status =
+            system(("PATH=/slow:$PATH " HOSTADM_COMMAND " " + arguments + " >/slow/output 2>&1").c_str());
+        return {WEXITSTATUS(status), content("/slow/output")};
+    }
+    // Adds the client while that command is in place, and waits until it has stopped there.
+    std::future<Ran> add_slowly() {
+        auto adding = std::async(std::launch::async, [this] { return hostadm_slow(add); });
+        for (int i = 0; i < 2000 && !fs::exists("/slow/began"); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        return adding;
+    }
+    // The older of the two processes of that name answers for the other.
+    static void interrupt(const std::string &signal) {
+        system(("pkill -o -x -" + signal + " add_cachelet").c_str());
+    }
+    Ran add_interrupted(const std::string &signal) {
+        auto adding = add_slowly();
+        interrupt(signal);
+        return adding.get();
+    }
+    // Everything in the client's root, and what lies in /tmp of an edit.
+    static std::string snapshot() {
+        return output_of("cd /export/root/c1 && find . -printf '%p %y %m %U:%G %s %l\\n' | sort;"
+                         "find . -type f | sort | xargs cat; ls /tmp | grep -E '^(awk|vfstab)\\.'");
+    }
+    static std::string output_of(const std::string &command) {
+        system(("(" + command + ") >/tmp/command.output 2>&1").c_str());
+        return content("/tmp/command.output");
+    }
     const std::string add = "run client/add_cachelet hostname=c1 profile_set=small profile=one";
 };
 
@@ -365,6 +410,70 @@ TEST_F(CacheOnlyClient, FailedProfileTakesTheMountsBack) {
     EXPECT_EQ(hostadm(add).status, 1);
     EXPECT_EQ(content("/export/root/c1/etc/vfstab"), table);
     EXPECT_FALSE(fs::exists("/export/root/c1/etc/fs/cachefs"));
+}
+
+TEST_F(CacheOnlyClient, TableThatCannotBeMovedIntoPlaceIsAFailure) {
+    const std::string before = snapshot();
+    for (const char *script : {"exit 1", "echo 'mv: no space' >&2; exit 1"}) {
+        replace("mv", script);
+        for (const std::string &method :
+             {std::string("run cachelet/enable_cache root=/export/root/c1"), add}) {
+            const Ran ran = hostadm_slow(method);
+            EXPECT_EQ(ran.status, 1);
+            EXPECT_THAT(ran.output, HasSubstr("could not be moved over /export/root/c1/etc/vfstab"));
+        }
+    }
+    fs::remove_all("/export/root/c1/etc/fs");
+    EXPECT_EQ(snapshot(), before);
+}
+
+TEST_F(CacheOnlyClient, FailedEditLeavesNothingInTmp) {
+    const std::string before = snapshot();
+    replace("awk", "echo 'awk: half'; exit 2");
+    EXPECT_THAT(hostadm_slow(add).output, HasSubstr("(error 37)"));
+    EXPECT_EQ(snapshot(), before);
+}
+
+TEST_F(CacheOnlyClient, GoesAgainWhenTheRunIsInterrupted) {
+    chmod("/export/root/c1/etc/vfstab", 0640);
+    ASSERT_EQ(chown("/export/root/c1/etc/vfstab", 12, 34), 0);
+    for (const auto &[command, half] :
+         {std::pair{"awk", ":"}, {"mv", ": >\"$2\""}, {"mv", "rm \"$2\""}, {"cp", "echo half >\"$2\""}})
+        for (const char *signal : {"INT", "TERM"}) {
+            slow_down(command, half);
+            const std::string before = snapshot();
+            const Ran added = add_interrupted(signal);
+            EXPECT_EQ(added.status, 1) << half;
+            EXPECT_THAT(added.output, HasSubstr(std::string("add_cachelet: interrupted (SIG") + signal + ")"))
+                << half;
+            EXPECT_THAT(added.output, HasSubstr("everything that was done for c1 has been taken back"))
+                << half;
+            EXPECT_THAT(added.output, Not(HasSubstr("cached mounts"))) << half;
+            EXPECT_EQ(snapshot(), before) << half;
+        }
+    fs::remove_all("/slow");
+    EXPECT_EQ(hostadm(add).status, 0);
+}
+
+TEST_F(CacheOnlyClient, GetsItsEarlierProfileBackWhenTheRunIsInterrupted) {
+    write("/export/root/c1/.autoinstall/one", "an older one\n");
+    fs::permissions("/export/root/c1/.autoinstall/one", fs::perms::owner_read);
+    fs::create_symlink("two", "/export/root/c1/.autoinstall/profile");
+    fs::create_directories("/export/root/c1/etc/fs/cachefs");
+    slow_down("cp", "echo half >\"$2\"; ln -sfn one \"${2%/*}/profile\"");
+    const std::string before = snapshot();
+    EXPECT_EQ(add_interrupted("TERM").status, 1);
+    EXPECT_EQ(snapshot(), before);
+}
+
+TEST_F(CacheOnlyClient, IsWorkedOnByOneRunAtATime) {
+    slow_down("awk", ":");
+    auto first = add_slowly();
+    const Ran second = hostadm(add);
+    EXPECT_EQ(second.status, 1);
+    EXPECT_THAT(second.output, HasSubstr("somebody else is working on c1"));
+    interrupt("TERM");
+    first.get();
 }
 
 TEST_F(CacheOnlyClient, ProbeTellsItsStateAndRefusesBadArguments) {
