@@ -14,6 +14,7 @@
 #include "hostadm.h"
 #include "hostadm/table_edit.hpp"
 #include "support/client_lock.hpp"
+#include "support/roots.hpp"
 
 namespace hostadm::support {
 
@@ -64,6 +65,17 @@ struct NewTableRemoved {
     throw Failed{table_of(root) + " is not as it should be after the edit; somebody else may be changing it"};
 }
 
+// The client writes to its root as well: no link in there may lead an edit to this server's own files.
+void check_leads_nowhere_else(const std::string &root, const std::string &below) {
+    std::error_code error;
+    const fs::path place = fs::weakly_canonical(root + below, error);
+    if (error)
+        throw Failed{root + below + ": " + error.message()};
+    if (!is_at_or_below(place, fs::canonical(root)))
+        throw Failed{root + below + " leads out of the client's root, to " + place.string() +
+                     "; make the link there a relative one"};
+}
+
 // What is in a directory, for an error that says what there would have been.
 std::string names_in(const fs::path &directory) {
     std::vector<std::string> names;
@@ -103,6 +115,8 @@ void check_client_root(const std::string &root) {
         throw Failed{root + " is this server's own root, not a client's"};
     if (!fs::is_regular_file(table_of(root), error))
         throw Failed{table_of(root) + " does not exist, so " + root + " is no client's root yet"};
+    for (const char *below : {"/etc/vfstab", "/etc/fs/cachefs", "/.autoinstall"})
+        check_leads_nowhere_else(root, below);
 }
 
 std::string read_client_table(const std::string &root) {
@@ -184,6 +198,9 @@ bool set_install_profile(const std::string &method, const std::string &root, con
     };
     if (is_in_place())
         return false;
+    if (fs::is_symlink(fs::symlink_status(copy, error)))
+        throw Failed{copy.string() +
+                     " is a link, and the profile would be written to where it leads; remove it"};
     {
         const SilencedErrors silence; // an existing directory is no obstacle
         if (set_cachelet_disk_config(method.c_str(), root.c_str(), set.c_str(), profile.c_str()) != 0)

@@ -26,7 +26,8 @@ struct Failed {
     std::string text; // empty: recorded
 };
 
-// Throws unless the directory is a client's root with a table of mounts.
+// Throws unless the directory is a client's root with a table of mounts, and no link in it leads the edits below
+// out of it.
 void check_client_root(const std::string &root);
 std::string read_client_table(const std::string &root);
 

@@ -476,6 +476,37 @@ TEST_F(CacheOnlyClient, IsWorkedOnByOneRunAtATime) {
     first.get();
 }
 
+TEST_F(CacheOnlyClient, LinksDoNotLeadOutOfItsRoot) {
+    write("/etc/vfstab", table);
+    write("/outside/one", "precious\n");
+    const std::string root = "/export/root/c1/";
+    const auto expect_refused = [&](const std::string &text) {
+        const Ran ran = hostadm(add);
+        EXPECT_EQ(ran.status, 1);
+        EXPECT_THAT(ran.output, HasSubstr(text));
+        EXPECT_EQ(content("/etc/vfstab"), table);
+        EXPECT_EQ(content("/outside/one"), "precious\n");
+    };
+    fs::create_symlink("/outside", root + ".autoinstall");
+    expect_refused("/export/root/c1/.autoinstall leads out of the client's root, to /outside");
+    fs::remove(root + ".autoinstall");
+    write(root + ".autoinstall/other", "");
+    fs::create_symlink("/outside/one", root + ".autoinstall/one");
+    expect_refused("/.autoinstall/one is a link");
+    fs::remove_all(root + "etc");
+    fs::create_symlink("/etc", root + "etc");
+    expect_refused("/export/root/c1/etc/vfstab leads out of the client's root, to /etc/vfstab");
+    EXPECT_THAT(hostadm("run cachelet/enable_cache root=/export/root/c1").output, HasSubstr("leads out"));
+    fs::remove(root + "etc");
+    write(root + "private/etc/vfstab", table);
+    fs::create_symlink("private/etc", root + "etc");
+    fs::remove(root + ".autoinstall/one");
+    EXPECT_EQ(hostadm(add).status, 0) << "a link inside is one of its own";
+    EXPECT_THAT(content(root + "private/etc/vfstab"), HasSubstr("disconnectable"));
+    fs::remove("/etc/vfstab");
+    fs::remove_all("/outside");
+}
+
 TEST_F(CacheOnlyClient, ProbeTellsItsStateAndRefusesBadArguments) {
     EXPECT_THAT(hostadm("run host/ping_rpc host=127.0.0.1 program=mountd timeout=2").output,
                 HasSubstr("silent"));
