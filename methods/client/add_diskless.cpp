@@ -179,9 +179,9 @@ void read_paths(Call &call, Client &client) {
                        os_name.c_str(), os_version.c_str(), boot.place(), root.place(), swap.place(),
                        dump.place());
     client.boot_name = boot.value();
-    client.root = root.value();
-    client.swap = swap.value();
-    client.dump = dump.value();
+    client.root = real_path_of(root.value());
+    client.swap = real_path_of(swap.value());
+    client.dump = dump.value().empty() ? "" : real_path_of(dump.value());
 }
 
 void read_source(Call &call, Client &client) {
@@ -247,19 +247,36 @@ void check_table(const HostTable &table, const std::string &key, const std::stri
 }
 
 // Two clients must not share a file, and neither may reach the other's root through its own.
-void check_other_clients(const Client &client) {
-    for (const BootparamsClient &other : client_entries()) {
-        if (lower_case(other.name) == lower_case(client.hostname))
+void check_other_client(const Client &client, const BootparamsClient &other) {
+    for (const std::string key : {"root", "swap", "dump"}) {
+        const std::string item = path_of_item(other.items, key);
+        if (item.empty() || item.front() != '/')
             continue;
-        const std::string theirs = path_of_item(other.items, "root");
-        if (theirs.empty() || theirs.front() != '/')
-            continue;
-        for (const std::string &ours : {client.root, client.swap, client.dump})
-            if (!ours.empty() && is_at_or_below(ours, theirs))
-                fail(ours + (ours == theirs ? " is" : " lies in") + " the root of " + other.name);
+        const std::string theirs = real_path_of(item);
+        for (const std::string &ours : {client.root, client.swap, client.dump}) {
+            if (ours == theirs)
+                fail(ours + " is the " + key + " of " + other.name);
+            if (key == "root" && !ours.empty() && is_at_or_below(ours, theirs))
+                fail(ours + " lies in the root of " + other.name);
+        }
         if (is_at_or_below(theirs, client.root))
-            fail(client.root + " holds the root of " + other.name + ", " + theirs);
+            fail(client.root + " holds the " + key + " of " + other.name + ", " + theirs);
     }
+}
+
+void check_other_clients(const Client &client) {
+    for (const BootparamsClient &other : client_entries())
+        if (lower_case(other.name) != lower_case(client.hostname))
+            check_other_client(client, other);
+}
+
+// Whether two items SERVER:PATH mean the same, however their paths are spelled.
+bool is_same_item(const std::string &one, const std::string &other) {
+    const auto plain = [](const std::string &item) {
+        const std::size_t path = item.find(':') + 1;
+        return item.substr(0, path) + real_path_of(item.substr(path));
+    };
+    return plain(one) == plain(other);
 }
 
 // Whether bootparams has this client with this data already.
@@ -273,22 +290,26 @@ bool check_entry(const Client &client) {
     for (const auto &[key, path] : wanted) {
         const std::string there = item_of(items, key);
         const std::string ours = path.empty() ? "" : client.server + ":" + path;
-        if (!there.empty() && there != ours)
+        if (!there.empty() && !is_same_item(there, ours))
             fail(client.hostname + " is a client already, with " + key + "=" + there + " in /etc/bootparams" +
                  (ours.empty() ? "" : ", not " + ours) + "; remove it first (client/remove)");
-        whole = whole && there == ours;
+        whole = whole && there.empty() == ours.empty();
     }
     return whole;
 }
 
 void check_root(const Client &client, bool known) {
+    if (is_near_server_root(client.root))
+        fail(client.root + " is too near to the root of this server; name a rootpath that lies deeper");
+    for (const std::string &file : {client.swap, client.dump})
+        if (!file.empty() && is_at_or_below(client.root, file))
+            fail("the root " + client.root + " cannot lie at " + file + ", which is to be a file");
     if (!exists(client.root))
         return;
+    if (fs::is_symlink(client.root))
+        fail(client.root + " is a symbolic link; give the directory that it leads to as rootpath");
     if (!is_directory(client.root))
         fail(client.root + " is no directory");
-    std::error_code error;
-    if (fs::canonical(client.root, error) != fs::path(client.root).lexically_normal())
-        fail(client.root + " is reached through a symbolic link");
     if (!known && !fs::is_empty(client.root))
         fail(client.root + " holds files already, and " + client.hostname +
              " does not boot from it; remove it or name another rootpath");
@@ -319,16 +340,22 @@ void check_source(Call &call, const Client &client) {
     }
 }
 
-// The size of the swap file that is there already, or nothing.
-void check_swap(const Client &client) {
+// A swap file that is there already must be like the one that would be made.
+void check_swap(const std::string &path, std::uint64_t size) {
     struct stat file {};
-    if (lstat(client.swap.c_str(), &file) != 0)
+    if (lstat(path.c_str(), &file) != 0)
         return;
     if (!S_ISREG(file.st_mode))
-        fail(client.swap + " is no plain file");
-    if (static_cast<std::uint64_t>(file.st_size) != client.swap_size)
-        fail(client.swap + " has " + std::to_string(file.st_size) + " bytes already, not " +
-             std::to_string(client.swap_size) + "; give that swap_size or remove the file");
+        fail(path + " is no plain file");
+    if (static_cast<std::uint64_t>(file.st_size) != size)
+        fail(path + " has " + std::to_string(file.st_size) + " bytes already, not " + std::to_string(size) +
+             "; give that swap_size or remove the file");
+}
+
+// A dump file may hold a dump by now.
+void check_dump(const std::string &path) {
+    if (std::error_code error; exists(path) && !fs::is_regular_file(fs::symlink_status(path, error)))
+        fail(path + " is no plain file");
 }
 
 void check_tools() {
@@ -631,11 +658,14 @@ int provision(Call &call, Journal &journal) {
     check_root(client, known);
     if (!known || !exists(client.root))
         check_source(call, client);
-    check_swap(client);
+    check_swap(client.swap, client.swap_size);
+    check_dump(client.dump);
 
     Steps steps(call, client, journal);
     steps.make_root(known);
+    check_swap(client.swap, client.swap_size); // which may have come with the root
     steps.make_file("swap", client.swap, client.swap_size);
+    check_dump(client.dump);
     if (!client.dump.empty())
         steps.make_file("dump", client.dump, 0);
     std::vector<std::string> shared = {client.root};

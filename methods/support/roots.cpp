@@ -111,9 +111,23 @@ std::string share_path_of(const std::string &file, const std::string &client) {
     return folder.filename() == client ? folder.string() : file;
 }
 
+std::string real_path_of(const std::string &path) {
+    fs::path plain = fs::path(path).lexically_normal();
+    if (!plain.has_filename()) // it ends in a slash
+        plain = plain.parent_path();
+    std::error_code error;
+    const fs::path above = fs::weakly_canonical(plain.parent_path(), error);
+    return error ? plain : above / plain.filename();
+}
+
 bool is_at_or_below(const std::string &path, const std::string &directory) {
     const std::string above = directory == "/" ? "" : directory;
     return path == directory || path.starts_with(above + "/");
+}
+
+bool is_near_server_root(const std::string &directory) {
+    const fs::path path = real_path_of(directory);
+    return std::distance(path.begin(), path.end()) < 3; // "/", and two names below it
 }
 
 void remove_tree(const std::string &directory) {
@@ -121,7 +135,7 @@ void remove_tree(const std::string &directory) {
     const fs::path path = fs::weakly_canonical(directory, error);
     if (error || path != fs::path(directory).lexically_normal())
         throw std::runtime_error(directory + " is reached through a symbolic link");
-    if (std::distance(path.begin(), path.end()) < 3) // "/", and two names below it
+    if (is_near_server_root(directory))
         throw std::runtime_error(directory + " is too near to the root of this server");
     if (const std::string mounted = mount_below(directory); !mounted.empty())
         throw std::runtime_error("something is mounted at " + mounted);

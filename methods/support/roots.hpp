@@ -26,11 +26,17 @@ int copy_tree(method::Call &call, const std::string &tree, const std::string &ro
 // name, since many NFS servers share folders only; else the file itself.
 std::string share_path_of(const std::string &file, const std::string &client);
 
+// A path in one spelling, whatever its slashes and the symbolic links above its last name, which need not
+// exist. Only such paths can be compared.
+std::string real_path_of(const std::string &path);
+
 // Whether one path is the other, or lies below it.
 bool is_at_or_below(const std::string &path, const std::string &directory);
 
-// Removes a directory and all that is in it. Throws std::runtime_error: when it is "/" or less than two
-// levels deep, when something is mounted in it, when an entry cannot be removed.
+// Whether a directory is "/" or lies just below it, where no client's root belongs.
+bool is_near_server_root(const std::string &directory);
+
+// Removes a directory and all that is in it. Throws std::runtime_error: when it is near the server's root, when something is mounted in it, when an entry cannot be removed.
 void remove_tree(const std::string &directory);
 
 } // namespace hostadm::support

@@ -38,6 +38,27 @@ TEST(Roots, ANameThatBeginsAnotherIsNotAboveIt) {
     EXPECT_FALSE(is_at_or_below("/export/root", "/export/root/c1"));
 }
 
+TEST(Roots, APathHasOneSpellingUpToItsLastName) {
+    const tests::Scratch scratch;
+    scratch.write("real/c1/file", "x");
+    fs::create_directory_symlink(scratch.path("real"), scratch.path("link"));
+    fs::create_directory_symlink(scratch.path("real/c1"), scratch.path("real/c2"));
+    const std::string real = fs::canonical(scratch.path("real"));
+    for (const char *spelling : {"real/c1", "real//c1/", "real/./c1", "link/c1", "real/c1/../c1"})
+        EXPECT_EQ(real_path_of(scratch.path(spelling)), real + "/c1") << spelling;
+    EXPECT_EQ(real_path_of(scratch.path("link/none/deeper")), real + "/none/deeper");
+    EXPECT_EQ(real_path_of(scratch.path("link/c2")), real + "/c2") << "the last name is taken as it is";
+    EXPECT_EQ(real_path_of("/"), "/");
+    EXPECT_EQ(real_path_of("//c1/"), "/c1");
+    EXPECT_EQ(real_path_of(""), "");
+}
+
+TEST(Roots, WhatLiesJustBelowTheServersRootIsNearIt) {
+    for (const char *path : {"/", "//", "/.", "/c1", "/c1/", "//c1//"})
+        EXPECT_TRUE(is_near_server_root(path)) << path;
+    EXPECT_FALSE(is_near_server_root("/export/c1"));
+}
+
 TEST(Roots, AFolderOfTheClientsNameIsSharedForItsFile) {
     EXPECT_EQ(share_path_of("/export/swap/c1/swap", "c1"), "/export/swap/c1");
     EXPECT_EQ(share_path_of("/export/swap/c1", "c1"), "/export/swap/c1");

@@ -488,6 +488,60 @@ TEST_F(Client, IsRefusedWithBadData) {
     expect_refused("more than any file can hold", c2 + tree + " swap_size=99999999999g");
 }
 
+TEST_F(Client, SharesNoFileWithAnother) {
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree + " dumppath=/export/dump/c1/dump").status, 0);
+    expect_refused("/export/swap/c1/swap is the swap of c1", c2 + tree + " swappath=/export/swap/c1/swap");
+    expect_refused("/export/dump/c1/dump is the dump of c1", c2 + tree + " dumppath=/export/dump/c1/dump");
+    expect_refused("/export/swap/c1/swap is the swap of c1", c2 + tree + " dumppath=/export/swap/c1/swap");
+    expect_refused("/export/dump/c1 holds the dump of c1", c2 + tree + " rootpath=/export/dump/c1");
+}
+
+TEST_F(Client, IsKeptOutOfAnothersRootHoweverThatIsSpelled) {
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    fs::create_directory_symlink("/export", "/other-name");
+    for (const char *path :
+         {"/export//root/c1/below", "/export/./root/c1/below", "/other-name/root/c1/below"})
+        expect_refused("/export/root/c1/below lies in the root of c1", c2 + tree + " rootpath=" + path);
+    fs::remove("/other-name");
+}
+
+TEST_F(Client, HasARootASwapAndADumpThatAreNotInEachOthersWay) {
+    expect_refused("cannot lie at /export/root/c1,", c1 + tree + " swappath=/export/root/c1");
+    expect_refused("cannot lie at /export/new,", c1 + tree + " rootpath=/export/new/c1 swappath=/export/new");
+    expect_refused("cannot lie at /export/new,", c1 + tree + " rootpath=/export/new/c1 dumppath=/export/new");
+    fs::create_directories("/export/folder");
+    expect_refused("/export/folder is no plain file", c1 + tree + " swappath=/export/folder");
+    expect_refused("/export/folder is no plain file", c1 + tree + " dumppath=/export/folder");
+    expect_undone("/export/root/c1/etc is no plain file", c1 + tree + " swappath=/export/root/c1/etc");
+    expect_undone("/export/root/c1/etc is no plain file", c1 + tree + " dumppath=/export/root/c1/etc");
+}
+
+TEST_F(Client, HasItsRootWhereItCanBeRemovedAgain) {
+    expect_refused("too near to the root of this server", c1 + tree + " rootpath=/c1");
+    fs::create_directories("/export/real");
+    fs::create_directory_symlink("/export/real", "/export/link");
+    expect_refused("/export/link is a symbolic link", c1 + tree + " rootpath=/export/link");
+}
+
+TEST_F(Client, IsAddedAndRemovedWhereExportIsALink) {
+    write("/etc/hosts", "127.0.0.1\tlocalhost server1\n");
+    fs::create_directories("/data/export");
+    fs::create_directory_symlink("/data/export", "/export");
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    EXPECT_THAT(read("/etc/bootparams"),
+                HasSubstr("c1 root=server1:/data/export/root/c1 swap=server1:/data/export/swap/c1/swap\n"));
+    EXPECT_THAT(read("/etc/dfs/dfstab"), HasSubstr(" /data/export/root/c1\n"));
+    const Ran again = method("client/add_diskless " + c1 + tree);
+    EXPECT_EQ(again.status, 0) << again.errors;
+    EXPECT_THAT(again.steps(), Each(testing::EndsWith(": unchanged")));
+    EXPECT_EQ(method("client/list").results.at("rows")[0].at("shared"), "yes");
+    const Ran removed = method("client/remove hostname=c1 purge=yes");
+    EXPECT_EQ(removed.status, 0) << removed.errors;
+    EXPECT_FALSE(fs::exists("/data/export/root/c1"));
+    EXPECT_EQ(read("/etc/dfs/dfstab"), "# shares\n");
+    fs::remove_all("/data");
+}
+
 TEST_F(Client, IsNotAddedWhereNothingCanBeShared) {
     fs::remove(share_command);
     expect_refused("/usr/sbin/share", c1 + tree);
