@@ -348,7 +348,7 @@ std::optional<std::string> package_version(const char *method, const std::string
     if (output.started())
         errno = ENODATA; // the reason when nothing at all is printed
     std::optional<std::string> line = output.piece(1024);
-    if (!line) {
+    if (!line || line->empty()) { // empty: a NUL hides the version
         const char *reason = std::strerror(errno);
         record_pkgadd_error(method, package_path.c_str(), reason);
         return std::nullopt;

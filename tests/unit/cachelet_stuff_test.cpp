@@ -650,6 +650,14 @@ TEST_F(Templates, PackageWithoutVersion) {
     EXPECT_EQ(fakes::commands().open_streams, 0);
 }
 
+TEST_F(Templates, VersionBehindANulIsNone) {
+    fakes::commands().answers[0].output = std::string("\0001.0\n", 5);
+    EXPECT_EQ(add(), 1);
+    ASSERT_EQ(errors().size(), 1u);
+    EXPECT_EQ(errors()[0].code, 21);
+    EXPECT_EQ(fakes::commands().lines.size(), 1u);
+}
+
 TEST_F(Templates, VersionIsTheFirstLineWithoutItsLastCharacter) {
     fakes::commands().answers[0].output = "2.1\n3.0\n";
     add();
