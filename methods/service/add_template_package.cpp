@@ -40,10 +40,8 @@ int work(Call &call) {
     if (package == "." || package == "..")
         return call.refuse("package: " + package + " is no name of a package");
     const TemplateRecord record(directory, package, arch, release);
-    if (const auto others = record.also_replaced(); !others.empty())
-        return call.fail("nothing was changed: to replace the older version of " + package +
-                         " would remove " + others.front() +
-                         " as well, which belongs to another package; rename one of the two");
+    if (const std::string why = record.obstacle(); !why.empty())
+        return call.fail("nothing was changed: " + why);
 
     const bool was_recorded = record.is_recorded(), had_template = record.exists();
     record.prepare();

@@ -46,6 +46,8 @@ int work(Call &call) {
     const bool had_support = client_support(), had_administration = is_old && administration(),
                had_template = is_old && record.is_recorded(), had_template_tree = record.exists();
     if (is_old) {
+        if (const std::string why = record.obstacle(); !why.empty())
+            return call.fail("nothing was changed: " + why);
         record.prepare();
         record.become_standard_input();
     }

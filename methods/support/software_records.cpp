@@ -7,6 +7,7 @@
 #include <array>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 
 #include "hostadm.h"
 #include "hostadm/platform.h"
@@ -45,11 +46,18 @@ std::vector<fs::path> entries_of(const fs::path &directory) {
     return entries;
 }
 
+// As the shell takes them off where the library hands it the version.
+std::string without_quotes(const std::string &text) {
+    const bool quoted =
+        text.size() >= 2 && (text.front() == '"' || text.front() == '\'') && text.front() == text.back();
+    return quoted ? text.substr(1, text.size() - 2) : text;
+}
+
 std::string version_of(const fs::path &package) {
     constexpr std::string_view key = "VERSION=";
     for (const std::string &line : lines_of(package / "pkginfo"))
         if (line.starts_with(key))
-            return line.substr(key.size());
+            return without_quotes(line.substr(key.size()));
     return "";
 }
 
@@ -100,9 +108,9 @@ bool TemplateRecord::exists() const {
     return fs::exists(template_, ignored);
 }
 
+// As the library finds an older version: the names are patterns to it, in which only a dot is none of itself.
 bool TemplateRecord::mentions(const std::string &text) const {
-    const std::size_t arch = text.find(arch_);
-    return arch != text.npos && text.find(package_, arch + arch_.size()) != text.npos;
+    return std::regex_search(text, std::regex(arch_ + ".*" + package_, std::regex::basic));
 }
 
 std::vector<std::string> TemplateRecord::also_replaced() const {
@@ -127,6 +135,19 @@ std::vector<std::string> TemplateRecord::also_replaced() const {
             others.push_back("the template " + entry.string());
     }
     return others;
+}
+
+std::string TemplateRecord::obstacle() const {
+    constexpr const char *plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789+-_.:,@%=";
+    if (version_.find_first_not_of(plain) != version_.npos)
+        return "the version " + version_ + " in the pkginfo of " + package_ +
+               " cannot be part of a directory's name";
+    if (is_recorded())
+        return "";
+    if (const auto others = also_replaced(); !others.empty())
+        return "to replace the older version of " + package_ + " would remove " + others.front() +
+               " as well, which belongs to another package; rename one of the two";
+    return "";
 }
 
 void TemplateRecord::prepare() const {

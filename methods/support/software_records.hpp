@@ -26,9 +26,9 @@ public:
     bool is_recorded() const;                               // by both of its lines
     bool exists() const;
 
-    // Lines and templates of other packages that an update of this one would take away as well, because their
-    // names hold this one's name.
-    std::vector<std::string> also_replaced() const;
+    // Why it must not be added, in words, or nothing: a version that the shell would take apart, or lines and
+    // templates of other packages that would go with an older version, because their names hold this one's.
+    std::string obstacle() const;
 
     // Makes the folder of the record file. The library appends to the file without looking whether it can.
     void prepare() const;
@@ -38,6 +38,7 @@ public:
     void remove_template() const;
 
 private:
+    std::vector<std::string> also_replaced() const;
     bool mentions(const std::string &text) const;
 
     std::string package_, arch_, os_directory_, file_, version_, template_;

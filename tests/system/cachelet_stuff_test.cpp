@@ -89,6 +89,9 @@ protected:
         write(data + "/Packages/i386/" + release + "/" + name + "/pkginfo",
               "PKG=" + name + "\nARCH=i386\nVERSION=" + version + "\n");
     }
+    const std::string add_template_command =
+        "run service/add_template_package package=KTVXmgr5r release=2.4 package_dir=" + data +
+        "/Packages/i386/5.4";
     static int add_template(const std::string &release = "5.4") {
         return add_pkg_to_templates("m", (data + "/Packages/i386/" + release).c_str(), "KTVXmgr5r", "i386",
                                     "2.4");
@@ -181,7 +184,11 @@ TEST_F(CacheletSystem, LeftoverTemplateBlocksTheAddition) {
     package("5.4", "KTVXmgr5r");
     fs::create_directories(templates + "/KTVXmgr5r_1.0_i386.all");
     const Input nothing("/dev/null");
+    testing::internal::CaptureStderr();
     EXPECT_EQ(add_template(), 1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "m: the template directory " + templates + "/KTVXmgr5r_1.0_i386.all exists already, but " +
+                  record_file + " does not list it; move it away and try again (error 97)\n");
     EXPECT_FALSE(fs::exists(record_file));
 }
 
@@ -254,40 +261,65 @@ TEST_F(CacheletSystem, ServiceMethodGoesOnAfterTheTemplate) {
 
 TEST_F(CacheletSystem, TemplateMethodTellsTheTruthAboutTheAddition) {
     package("5.4", "KTVXmgr5r");
-    const std::string command =
-        "run service/add_template_package package=KTVXmgr5r release=2.4 package_dir=" + data +
-        "/Packages/i386/5.4";
     fs::remove_all("/var/sadm");
-    const Ran first = hostadm(command);
+    const Ran first = hostadm(add_template_command);
     EXPECT_EQ(first.status, 0);
     EXPECT_THAT(first.output, HasSubstr("result    done\n"));
-    EXPECT_THAT(hostadm(command).output, HasSubstr("result    unchanged\n"));
+    EXPECT_THAT(hostadm(add_template_command).output, HasSubstr("result    unchanged\n"));
     package("5.4", "KTVXmgr5r", "1.1");
-    EXPECT_THAT(hostadm(command).output, HasSubstr("result    done\n"));
+    EXPECT_THAT(hostadm(add_template_command).output, HasSubstr("result    done\n"));
     EXPECT_FALSE(fs::exists(templates + "/KTVXmgr5r_1.0_i386.all"));
     EXPECT_THAT(content(record_file), Not(HasSubstr("1.0")));
 }
 
-TEST_F(CacheletSystem, TemplateMethodNeverRemovesAnotherPackage) {
+TEST_F(CacheletSystem, TemplateMethodsNeverRemoveAnotherPackage) {
+    package("5.4", "KTVXmgr5u");
     package("5.4", "KTVXmgr5r");
     const std::string before = "SPOOLED_ROOT=i386.all:" + templates +
                                "/KTVXmgr5root_1.0_i386.all\n"
                                "ROOT=i386.all:KTVXmgr5root,1.0\n";
     write(record_file, before);
-    const Ran ran =
-        hostadm("run service/add_template_package package=KTVXmgr5r release=2.4 package_dir=" + data +
-                "/Packages/i386/5.4");
-    EXPECT_EQ(ran.status, 1);
-    EXPECT_THAT(ran.output, HasSubstr("nothing was changed"));
-    EXPECT_EQ(content(record_file), before);
+    for (const std::string &method :
+         {add_template_command, std::string("run service/setup_cachelet_service release=2.4")}) {
+        const Ran ran = hostadm(method);
+        EXPECT_EQ(ran.status, 1);
+        EXPECT_THAT(ran.output, HasSubstr("nothing was changed"));
+        EXPECT_EQ(content(record_file), before);
+        EXPECT_FALSE(fs::exists("/export/Quorvel_2.4"));
+    }
+}
+
+TEST_F(CacheletSystem, TemplateBesideAnotherOfALongerNameStaysAsItIs) {
+    package("5.4", "KTVXmgr5r");
+    EXPECT_EQ(hostadm(add_template_command).status, 0);
+    const std::string both = content(record_file) + "SPOOLED_ROOT=i386.all:" + templates +
+                             "/KTVXmgr5root_1.0_i386.all\n"
+                             "ROOT=i386.all:KTVXmgr5root,1.0\n";
+    write(record_file, both);
+    EXPECT_THAT(hostadm(add_template_command).output, HasSubstr("result    unchanged\n"));
+    EXPECT_EQ(content(record_file), both);
+}
+
+TEST_F(CacheletSystem, TemplateMethodTakesAVersionAsTheShellDoes) {
+    package("5.4", "KTVXmgr5r", "\"2.0,REV=1\"");
+    EXPECT_THAT(hostadm(add_template_command).output, HasSubstr("result    done\n"));
+    EXPECT_TRUE(fs::exists(templates + "/KTVXmgr5r_2.0,REV=1_i386.all/KTVXmgr5r/pkginfo"));
+    EXPECT_THAT(content(record_file), HasSubstr("ROOT=i386.all:KTVXmgr5r,2.0,REV=1\n"));
+    EXPECT_THAT(hostadm(add_template_command).output, HasSubstr("result    unchanged\n"));
+    for (const char *version : {"2 0", "2;reboot", "`reboot`", "2/0", "'2"}) {
+        package("5.4", "KTVXmgr5r", version);
+        const std::string before = content(record_file);
+        const Ran ran = hostadm(add_template_command);
+        EXPECT_EQ(ran.status, 1);
+        EXPECT_THAT(ran.output, HasSubstr("cannot be part of a directory's name"));
+        EXPECT_EQ(content(record_file), before);
+    }
 }
 
 TEST_F(CacheletSystem, TemplateMethodTakesBackWhatItCannotRecord) {
     package("5.4", "KTVXmgr5r");
     fs::create_directories(record_file); // a directory: nothing can be appended to it
-    const Ran ran =
-        hostadm("run service/add_template_package package=KTVXmgr5r release=2.4 package_dir=" + data +
-                "/Packages/i386/5.4");
+    const Ran ran = hostadm(add_template_command);
     EXPECT_EQ(ran.status, 1);
     EXPECT_FALSE(fs::exists(templates + "/KTVXmgr5r_1.0_i386.all"));
 }
