@@ -2,8 +2,10 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <thread>
 
 #include "hostadm.h"
@@ -39,10 +41,15 @@ std::optional<int> wait_for(const std::string &name) {
     return pid;
 }
 
+bool is_program(const std::string &path) {
+    std::error_code error;
+    return std::filesystem::is_regular_file(path, error) && access(path.c_str(), X_OK) == 0;
+}
+
 int work(Call &call) {
     const std::string path = call.get("path");
     const std::string name = path.substr(path.rfind('/') + 1);
-    if (access(path.c_str(), X_OK) != 0)
+    if (!is_program(path))
         return call.fail("there is no program " + path + " to start; is its package installed?");
     if (const auto pid = running_program(name)) {
         call.set("state", "running already");

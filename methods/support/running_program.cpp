@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "support/running_program.hpp"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <filesystem>
 #include <fstream>
@@ -22,12 +24,24 @@ std::string contents(const fs::path &path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+std::string last_component(const std::string &path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+bool is_interpreter(const std::string &program) {
+    constexpr std::array known = {"sh", "bash", "dash", "ksh", "perl", "python3"};
+    return std::find(known.begin(), known.end(), last_component(program)) != known.end();
+}
+
+// As the program itself, or as a script: the first word behind an interpreter and its options.
 bool is_started_as(const std::string &command_line, const std::string &name) {
     std::istringstream words(command_line);
-    for (std::string word; std::getline(words, word, '\0');)
-        if (word.starts_with('/') && word.substr(word.rfind('/') + 1) == name)
-            return true;
-    return false;
+    std::string word;
+    std::getline(words, word, '\0');
+    if (is_interpreter(word))
+        while (std::getline(words, word, '\0') && word.starts_with('-')) {
+        }
+    return last_component(word) == name;
 }
 
 // stat reads "ID (SHORT NAME) STATE ...", where the name may hold anything.
@@ -36,9 +50,10 @@ bool is_live(const std::string &stat) {
     return close != stat.npos && close + 2 < stat.size() && stat[close + 2] != 'Z' && stat[close + 2] != 'X';
 }
 
+// A longer name than the kernel keeps is told apart by the command line alone.
 bool bears_name(const std::string &stat, const std::string &name) {
     const std::size_t open = stat.find('('), close = stat.rfind(')');
-    return stat.substr(open + 1, close - open - 1) == name.substr(0, longest_short_name);
+    return name.size() <= longest_short_name && stat.substr(open + 1, close - open - 1) == name;
 }
 
 } // namespace

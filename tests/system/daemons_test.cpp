@@ -276,10 +276,39 @@ TEST_F(RealDaemons, UserIsToldThatADaemonEndsAtOnce) {
     EXPECT_THAT(result.output, HasSubstr("not seen running"));
 }
 
+TEST_F(RealDaemons, EditorOpenOnTheProgramIsInNobodysWay) {
+    install("/usr/bin/vi");
+    const Running editor("/usr/bin/vi", {"vi", "/usr/lib/nfs/nfsd"});
+    const auto result = hostadm("run host/start_daemon path=/usr/lib/nfs/nfsd");
+    EXPECT_EQ(result.status, 0) << result.error;
+    EXPECT_THAT(result.output, HasSubstr("started"));
+    only_call("/usr/lib/nfs/nfsd");
+}
+
+TEST_F(RealDaemons, ProgramThatBeginsWithTheSameLettersIsAnother) {
+    const std::string program = "/usr/sbin/boot-parameter-daemon", other = "/usr/sbin/boot-parameter-monitor";
+    install(program);
+    install(other);
+    const Running running(other, {other});
+    EXPECT_THAT(hostadm("run host/start_daemon path=" + program).output, HasSubstr("started"));
+    const standin::Call call = only_call(program);
+    EXPECT_THAT(hostadm("run host/start_daemon path=" + program).output, HasSubstr(std::to_string(call.pid)))
+        << "and is found by its long name";
+}
+
+TEST_F(RealDaemons, ScriptIsFoundBehindItsInterpreter) {
+    std::ofstream("/usr/sbin/rpld") << "#!/bin/sh\nsleep 1000; :\n";
+    const Running script("/bin/sh", {"sh", "-e", "/usr/sbin/rpld"});
+    EXPECT_THAT(hostadm("run host/start_daemon path=/usr/sbin/rpld").output,
+                HasSubstr(std::to_string(script.id())));
+}
+
 TEST_F(RealDaemons, UserIsToldOfAMissingProgram) {
-    const auto result = hostadm("run host/start_daemon path=/usr/lib/nfs/nothing");
-    EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.error, HasSubstr("there is no program /usr/lib/nfs/nothing"));
+    for (const std::string path : {"/usr/lib/nfs/nothing", "/usr/lib/nfs"}) {
+        const auto result = hostadm("run host/start_daemon path=" + path);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_THAT(result.error, HasSubstr("there is no program " + path));
+    }
 }
 
 TEST_F(RealDaemons, PreviewSeesADaemonThatRuns) {
