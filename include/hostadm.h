@@ -612,7 +612,7 @@ int cleanup_rplboot_dir(const char *method, const char *client_key);
 
 /*
  * Whether a daemon runs, by a look at every process in /proc. name is its program without the directory, such
- * as "nfsd". A process counts when "/" and the name occur anywhere in the first 80 bytes of its arguments: an
+ * as "nfsd". A process counts when "/" and the name occur anywhere in the first 79 bytes of its arguments: an
  * editor open on /tmp/nfsd counts, a daemon started by its bare name does not.
  *
  * pid (may be NULL) is set to the id of the process that decided: the live one, or the last defunct one;
@@ -625,7 +625,7 @@ int check_daemon(const char *name, int *pid);
 
 /*
  * Whether a reverse-address daemon serves a network interface: a process whose program is "in.rarpd", with
- * "-a" (all interfaces) or the interface's name anywhere in the first 80 bytes of its arguments. With NULL
+ * "-a" (all interfaces) or the interface's name anywhere in the first 79 bytes of its arguments. With NULL
  * only "-a" counts. Results as those of check_daemon.
  */
 int check_rarpd(const char *interface);
