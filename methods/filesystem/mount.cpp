@@ -40,8 +40,8 @@ const Description description{
 
 int work(Call &call) {
     if (call.get("fstype") != "nfs" && !call.given("fsckdev"))
-        return call.fail(
-            "the argument fsckdev is missing: name the device to check, or give fsckdev=- for none", 1);
+        return call.refuse(
+            "the argument fsckdev is missing: name the device to check, or give fsckdev=- for none");
     return mount_filesystem(call.get("resource").c_str(), call.get("fsckdev").c_str(),
                             call.get("mountpt").c_str(), call.get("fstype").c_str(),
                             call.get("fsckpass").c_str(), call.get("mountatboot").c_str(),

@@ -28,8 +28,8 @@ const Description description{
 int work(Call &call) {
     const bool by_name = call.given("name");
     if (by_name == call.given("interface"))
-        return call.fail(by_name ? "give either name or interface, not both"
-                                 : "name a daemon with name=, or a network interface with interface=");
+        return call.refuse(by_name ? "give either name or interface, not both"
+                                   : "name a daemon with name=, or a network interface with interface=");
     int pid = 0;
     switch (by_name ? check_daemon(call.get("name").c_str(), &pid)
                     : check_rarpd(call.get("interface").c_str())) {

@@ -345,10 +345,10 @@ TEST_F(RealDaemons, PreviewStartsNone) {
 
 TEST_F(RealDaemons, UserMustNameADaemonOrAnInterface) {
     const auto none = hostadm("run host/check_daemon");
-    EXPECT_EQ(none.status, 1);
+    EXPECT_EQ(none.status, 2);
     EXPECT_THAT(none.error, HasSubstr("name="));
     const auto both = hostadm("run host/check_daemon name=in.rarpd interface=le0");
-    EXPECT_EQ(both.status, 1);
+    EXPECT_EQ(both.status, 2);
     EXPECT_THAT(both.error, HasSubstr("not both"));
 }
 

@@ -467,7 +467,7 @@ TEST_F(RealFilesys, BadArgumentsAreRefusedByName) {
 
 TEST_F(RealFilesys, CheckDeviceIsAskedFor) {
     const auto result = hostadm("run filesystem/mount resource=/dev/x mountpt=/data");
-    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.status, 2);
     EXPECT_THAT(result.error, HasSubstr("fsckdev"));
     EXPECT_THAT(standin::lines(), IsEmpty());
 }
