@@ -265,9 +265,12 @@ void check_other_client(const Client &client, const BootparamsClient &other) {
 }
 
 void check_other_clients(const Client &client) {
-    for (const BootparamsClient &other : client_entries())
+    for (const BootparamsClient &other : client_entries()) {
         if (lower_case(other.name) != lower_case(client.hostname))
             check_other_client(client, other);
+        else if (other.name != client.hostname)
+            fail(client.hostname + " is a client already, written " + other.name + " in /etc/bootparams");
+    }
 }
 
 // Whether two items SERVER:PATH mean the same, however their paths are spelled.
@@ -322,7 +325,8 @@ void check_source(Call &call, const Client &client) {
     for (const std::string &source : sources) {
         if (!is_directory(source))
             fail("there is no operating system at " + source + ": no such directory");
-        if (is_at_or_below(client.root, source) || is_at_or_below(source, client.root))
+        const std::string there = fs::canonical(source);
+        if (is_at_or_below(client.root, there) || is_at_or_below(there, client.root))
             fail("the root " + client.root + " and its source " + source + " lie in one another");
     }
     if (!client.tree.empty() && !is_tree(client.tree))
@@ -338,6 +342,16 @@ void check_source(Call &call, const Client &client) {
             !where.empty())
             find_os(where, client.identity);
     }
+}
+
+// A client that has its root boots the system that is in it.
+void check_boot_program(const Client &client, bool known) {
+    if (!known || !exists(client.root))
+        return;
+    for (const BootLink &link : boot_links_of(client.address))
+        if (!link.target.empty() && link.target != client.boot_name)
+            fail(client.hostname + " is a client already and boots " + link.target + ", not " +
+                 client.boot_name + "; remove it first (client/remove)");
 }
 
 // A swap file that is there already must be like the one that would be made.
@@ -641,6 +655,10 @@ void Steps::warnings() {
              client_.server + " has the address " + told +
                  " here, which the client would be told and cannot reach; give it this server's real "
                  "address in /etc/hosts, or give another server name");
+    else if (!is_own_address(told))
+        warn("server", client_.server + " has the address " + told +
+                           " here, which is none of this server's own; the client would look for its root "
+                           "there");
     if (!is_in_own_network(client_.address))
         warn("address", "no interface of this server is in the network of " + client_.address +
                             ", so reverse ARP and broadcasts from there will not be answered");
@@ -658,6 +676,7 @@ int provision(Call &call, Journal &journal) {
     check_root(client, known);
     if (!known || !exists(client.root))
         check_source(call, client);
+    check_boot_program(client, known);
     check_swap(client.swap, client.swap_size);
     check_dump(client.dump);
 

@@ -62,7 +62,8 @@ struct Client {
 // The path of an item, if it is on this server.
 std::string own_path(const std::string &items, const char *key) {
     const std::string item = item_of(items, key), path = path_of_item(items, key);
-    return !path.empty() && path.front() == '/' && is_this_host(item.substr(0, item.find(':'))) ? path : "";
+    const bool own = !path.empty() && path.front() == '/' && is_this_host(item.substr(0, item.find(':')));
+    return own ? real_path_of(path) : "";
 }
 
 // Shares with the options that a client gets when it is added, wherever they lie.
@@ -80,8 +81,8 @@ std::set<std::string> shares_of(const std::string &client) {
 
 Client find_client(const std::string &hostname) {
     Client client;
-    client.hostname = hostname;
-    client.items = client_items(hostname);
+    client.hostname = client_name_as_written(hostname);
+    client.items = client_items(client.hostname);
     if (lower_case(hostname) == lower_case(local_host_name()) || lower_case(hostname) == "localhost")
         fail(hostname + " is this server");
     client.address = hosts_table().key_of(hostname);
@@ -89,10 +90,10 @@ Client find_client(const std::string &hostname) {
     client.root = own_path(client.items, "root");
     client.swap = own_path(client.items, "swap");
     client.dump = own_path(client.items, "dump");
-    client.shared = shares_of(hostname);
+    client.shared = shares_of(client.hostname);
     for (const std::string &path : {client.root, client.swap, client.dump})
         if (!path.empty())
-            client.shared.insert(path == client.root ? path : share_path_of(path, hostname));
+            client.shared.insert(path == client.root ? path : share_path_of(path, client.hostname));
     return client;
 }
 
@@ -161,8 +162,8 @@ Result remove_file(const Client &client, const std::string &path) {
 
 void check_root_is_its_own(const Client &client) {
     for (const BootparamsClient &other : client_entries()) {
-        const std::string theirs = path_of_item(other.items, "root");
-        if (lower_case(other.name) == lower_case(client.hostname) || theirs.empty())
+        const std::string theirs = real_path_of(path_of_item(other.items, "root"));
+        if (other.name == client.hostname || theirs.empty())
             continue;
         if (is_at_or_below(theirs, client.root) || is_at_or_below(client.root, theirs))
             fail("the root " + client.root + " and that of " + other.name + ", " + theirs +
@@ -217,6 +218,10 @@ std::vector<Step> plan(Call &call, const Client &client) {
 }
 
 void say_what_stays(Call &call, const Client &client) {
+    for (const auto &[step, path] :
+         {std::pair("dump", client.dump), {"swap", client.swap}, {"root", client.root}})
+        if (const std::string item = item_of(client.items, step); path.empty() && !item.empty())
+            call.row({{"step", step}, {"result", "kept"}, {"detail", item + " is not on this server"}});
     if (call.get("purge") == "yes")
         return;
     for (const auto &[step, path] : {std::pair("dump", client.dump), std::pair("root", client.root)})

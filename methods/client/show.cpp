@@ -34,7 +34,7 @@ const Description description{
 };
 
 int work(Call &call) {
-    const std::string name = call.get("hostname");
+    const std::string name = client_name_as_written(call.get("hostname"));
     const std::string items = client_items(name);
     if (items.empty())
         return call.fail("no client " + name + " in " + bootparams_path);

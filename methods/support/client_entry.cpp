@@ -38,6 +38,17 @@ std::vector<BootparamsClient> client_entries() {
     return methods::clients_in(file);
 }
 
+std::string client_name_as_written(const std::string &client) {
+    std::string name = client;
+    for (const BootparamsClient &entry : client_entries()) {
+        if (entry.name == client)
+            return client;
+        if (name == client && lower_case(entry.name) == lower_case(client))
+            name = entry.name;
+    }
+    return name;
+}
+
 std::string client_items(std::string_view client) {
     for (const BootparamsClient &entry : client_entries())
         if (entry.name == client)

@@ -16,6 +16,9 @@ using methods::BootparamsItem;
 
 // All entries, in their order; none when there is no file. Throws std::runtime_error when it cannot be read.
 std::vector<BootparamsClient> client_entries();
+// How bootparams writes the name of a client, since the case of a host name does not count; as it is given
+// when bootparams does not have it.
+std::string client_name_as_written(const std::string &client);
 // The items of one client, or the empty string.
 std::string client_items(std::string_view client);
 

@@ -36,7 +36,8 @@ bool is_at_or_below(const std::string &path, const std::string &directory);
 // Whether a directory is "/" or lies just below it, where no client's root belongs.
 bool is_near_server_root(const std::string &directory);
 
-// Removes a directory and all that is in it. Throws std::runtime_error: when it is near the server's root, when something is mounted in it, when an entry cannot be removed.
+// Removes a directory and all that is in it. Throws std::runtime_error: when it is near the server's root,
+// when something is mounted in it, when an entry cannot be removed.
 void remove_tree(const std::string &directory);
 
 } // namespace hostadm::support

@@ -516,6 +516,32 @@ TEST_F(Client, HasARootASwapAndADumpThatAreNotInEachOthersWay) {
     expect_undone("/export/root/c1/etc is no plain file", c1 + tree + " dumppath=/export/root/c1/etc");
 }
 
+TEST_F(Client, DoesNotChangeItsSystemByASecondRun) {
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    write("/tree/usr/lib/fs/nfs/inetboot", "for all architectures");
+    const std::string self =
+        "hostname=c1 address=10.1.2.3 ethernet=8:0:20:A:b:C instruction_set=kel4" + server;
+    expect_refused("boots inetboot.kel4m.Quorvel_2.5, not inetboot.kel4m.Quorvel_2.6",
+                   self + tree + " implementation_arch=kel4m os_name=Quorvel os_version=2.6");
+    expect_refused("boots inetboot.kel4m.Quorvel_2.5, not inetboot.kel4c.Quorvel_2.5",
+                   self + tree + " implementation_arch=kel4c os_name=Quorvel os_version=2.5");
+    fs::remove("/tftpboot/0A010203");
+    const Ran mended = method("client/add_diskless " + c1 + tree);
+    EXPECT_EQ(mended.status, 0) << mended.errors;
+    EXPECT_THAT(mended.steps(), Contains("boot links: done"));
+}
+
+TEST_F(Client, IsTheSameInUpperCase) {
+    write("/etc/hosts", "127.0.0.1\tlocalhost server1\n");
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    expect_refused("C1 is a client already, written c1",
+                   "hostname=C1 address=10.1.2.3 ethernet=8:0:20:A:b:C" + identity + server + tree);
+    EXPECT_EQ(method("client/show hostname=C1").results.at("outputs").at("name"), "c1");
+    const Ran removed = method("client/remove hostname=C1 purge=yes");
+    EXPECT_EQ(removed.status, 0) << removed.errors;
+    EXPECT_THAT(snapshot(), Not(HasSubstr("c1")));
+}
+
 TEST_F(Client, HasItsRootWhereItCanBeRemovedAgain) {
     expect_refused("too near to the root of this server", c1 + tree + " rootpath=/c1");
     fs::create_directories("/export/real");
@@ -560,6 +586,19 @@ TEST_F(Client, IsToldWhenItsServersNameLeadsNowhere) {
     write("/etc/hosts", "127.0.1.1\tserver1\n");
     EXPECT_THAT(method("client/add_diskless " + c1 + tree).warnings(),
                 Contains(HasSubstr("server1 has the address 127.")));
+}
+
+TEST_F(Client, IsToldWhenItsServersNameLeadsElsewhere) {
+    EXPECT_THAT(method("client/add_diskless " + c1 + tree).warnings(),
+                Contains(HasSubstr("server1 has the address 10.1.2.1 here, which is none of this server's")));
+}
+
+TEST_F(Client, RemovalSaysWhatAnotherServerHolds) {
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    const Ran removed = method("client/remove hostname=c1 purge=yes");
+    EXPECT_EQ(removed.status, 0) << removed.errors;
+    EXPECT_THAT(removed.steps(), AllOf(Contains("root: kept"), Contains("swap: kept")));
+    EXPECT_TRUE(fs::exists("/export/root/c1/etc/motd")) << "server1 is not this host";
 }
 
 TEST_F(Client, IsRemovedWithEverythingButItsRoot) {
