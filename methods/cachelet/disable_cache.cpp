@@ -39,7 +39,7 @@ int work(Call &call) try {
             call.row({{"mountpt", mount.mountpt}, {"options_before", mount.options}, {"options", now}});
     return 0;
 } catch (const Failed &failure) {
-    return failure.text.empty() ? 1 : call.fail(failure.text);
+    return status_of(call, failure);
 }
 
 } // namespace

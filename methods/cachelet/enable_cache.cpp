@@ -29,7 +29,7 @@ int work(Call &call) try {
                   {"cached", mount.cached ? "yes" : "no"}});
     return 0;
 } catch (const Failed &failure) {
-    return failure.text.empty() ? 1 : call.fail(failure.text);
+    return status_of(call, failure);
 }
 
 } // namespace

@@ -32,7 +32,7 @@ int work(Call &call) try {
     call.set("pathname", root + "/.autoinstall/" + call.get("profile"));
     return 0;
 } catch (const Failed &failure) {
-    return failure.text.empty() ? 1 : call.fail(failure.text);
+    return status_of(call, failure);
 }
 
 } // namespace

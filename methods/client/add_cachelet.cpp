@@ -99,7 +99,7 @@ int switch_over(Call &call, const Client &client, Journal &journal) {
 int guarded(Call &call, const std::function<int()> &work) try {
     return work();
 } catch (const Failed &failure) {
-    return failure.text.empty() ? 1 : call.fail(failure.text);
+    return status_of(call, failure);
 } catch (const std::exception &failure) {
     return call.fail(failure.what());
 }

@@ -49,11 +49,11 @@ int work(Call &call) {
     call.progress("adding " + package + " to the templates of release " + release + " for " + arch);
     const int status = add_pkg_to_templates(method.c_str(), directory.c_str(), package.c_str(), arch.c_str(),
                                             release.c_str());
-    call.set("template", record.path());
-    call.set("record", record.file());
     // The status tells an addition from a failure in no way that can be relied on: only the records do.
     if (record.is_recorded()) {
         call.set("result", was_recorded ? "unchanged" : "done");
+        call.set("template", record.path());
+        call.set("record", record.file());
         return 0;
     }
     if (!had_template && record.exists())

@@ -91,6 +91,12 @@ std::string names_in(const fs::path &directory) {
 
 } // namespace
 
+int status_of(const method::Call &call, const Failed &failure) {
+    if (failure.text.empty())
+        return 1;
+    return failure.refused ? call.refuse(failure.text) : call.fail(failure.text);
+}
+
 std::vector<CachedMount> cached_mounts(std::string_view table) {
     std::vector<CachedMount> mounts;
     std::istringstream lines{std::string(table)};
@@ -172,11 +178,12 @@ bool disable_cached_mounts(const std::string &root) {
 
 void check_install_profile(const std::string &set, const std::string &profile) {
     std::error_code error;
-    for (const std::string &name : {set, profile})
-        if (name == "." || name == "..")
-            throw Failed{name + " is no name of a profile or of a set of profiles"};
-    if (profile == "profile")
-        throw Failed{"a profile cannot be called \"profile\": that is the name of the link to it"};
+    if (set == "." || set == "..")
+        throw Failed{"profile_set: " + set + " is no name of a set of profiles", true};
+    if (profile == "." || profile == ".." || profile == "profile")
+        throw Failed{"profile: " + profile + " is no name of a profile" +
+                         (profile == "profile" ? "; the link to it is called so" : ""),
+                     true};
     if (!fs::is_directory(profiles + "/" + set, error))
         throw Failed{"there is no set of profiles " + profiles + "/" + set +
                      "; there are: " + names_in(profiles)};

@@ -123,6 +123,18 @@ TEST_F(CacheletSystem, FailedServerPackageStopsTheSetUpAndLeavesNoFile) {
     EXPECT_FALSE(fs::exists("/tmp/pkgadmin." + std::to_string(getpid())));
 }
 
+TEST_F(CacheletSystem, MissingSecondServerPackageLeavesTheFirst) {
+    package("5.X", "KTVXqsvu");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(setup_as_cachelet_server("m"), 1);
+    EXPECT_EQ(
+        testing::internal::GetCapturedStderr(),
+        "m: the package " + data +
+            "/Packages/i386/5.X/KTVXqsvr is missing; is this the right package directory? (error 96)\n");
+    EXPECT_TRUE(fs::exists("/var/sadm/pkg/KTVXqsvu/pkginfo"));
+    EXPECT_EQ(standin::lines().size(), 1u);
+}
+
 TEST_F(CacheletSystem, ServiceOfRelease24TakesTwoCalls) {
     package("5.4", "KTVXmgr5u");
     package("5.4", "KTVXmgr5r");
@@ -316,6 +328,14 @@ TEST_F(CacheletSystem, TemplateMethodTakesAVersionAsTheShellDoes) {
     }
 }
 
+TEST_F(CacheletSystem, TemplateMethodTellsOfNoTemplateThatIsNotThere) {
+    const Ran ran = hostadm(add_template_command);
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_EQ(ran.output, "hostadm: service/add_template_package: the package " + data +
+                              "/Packages/i386/5.4/KTVXmgr5r is missing; is this the right package directory? "
+                              "(error 96)\n");
+}
+
 TEST_F(CacheletSystem, TemplateMethodTakesBackWhatItCannotRecord) {
     package("5.4", "KTVXmgr5r");
     fs::create_directories(record_file); // a directory: nothing can be appended to it
@@ -412,7 +432,15 @@ TEST_F(CacheOnlyClient, ProfileIsSetAndChecked) {
     EXPECT_EQ(fs::read_symlink("/export/root/c1/.autoinstall/profile"), "two");
     EXPECT_EQ(content("/export/root/c1/.autoinstall/one"), "one disk\n");
     EXPECT_THAT(hostadm(set + "three").output, HasSubstr("there are: one, two"));
-    EXPECT_THAT(hostadm(set + "profile").output, HasSubstr("name of the link"));
+    for (const std::string &name : {std::string("profile"), std::string(".."), std::string(".")}) {
+        const Ran refused = hostadm(set + name);
+        EXPECT_EQ(refused.status, 2) << name;
+        EXPECT_THAT(refused.output, HasSubstr("is no name of a profile")) << name;
+    }
+    const Ran refused =
+        hostadm("run cachelet/set_disk_profile root=/export/root/c1 profile_set=.. profile=one");
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_THAT(refused.output, HasSubstr("profile_set: .. is no name of a set of profiles"));
     EXPECT_EQ(fs::read_symlink("/export/root/c1/.autoinstall/profile"), "two");
 }
 
