@@ -175,11 +175,15 @@ void Installer::choose_instance(Plan &plan) const {
         return;
     }
     const unsigned long most = std::strtoul(package.setting("MAXINST", "1").c_str(), nullptr, 10);
-    if (present.size() >= most)
-        throw Refusal(pkgadd_refused, package.name() + ": another version is installed (" +
-                                          present.front().instance + ", version " +
-                                          present.front().info.at("VERSION") +
-                                          "), and the package allows no second one beside it");
+    if (present.size() >= most) {
+        std::map<std::string, std::string> info = present.front().info;
+        const bool other_version = info["VERSION"] != package.setting("VERSION");
+        throw Refusal(pkgadd_refused,
+                      package.name() + ": another " + (other_version ? "version" : "architecture") +
+                          " is installed (" + present.front().instance + ", " +
+                          (other_version ? "version " + info["VERSION"] : "for " + info["ARCH"]) +
+                          "), and the package allows no second one beside it");
+    }
     for (unsigned long number = 2;; ++number) {
         plan.instance = package.name() + "." + std::to_string(number);
         if (std::none_of(present.begin(), present.end(),
@@ -371,6 +375,7 @@ std::string Installer::new_contents(const Plan &plan) const {
 
 void Installer::carry_out(const Plan &plan) const {
     Placement placement(root_, accounts_);
+    placement.clear_remains(*plan.package);
     for (const Entry *const entry : plan.place) {
         check_interrupt();
         placement.stage(*plan.package, *entry);

@@ -5,17 +5,28 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <functional>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
 namespace compat {
 namespace {
 
-// Beside its place, so that it is on the same file system. A longer name would not fit.
-std::string beside(const std::string &path, const char *ending, size_t number) {
+// Beside its place, so that it is on the same file system, and the same in every run, so that the next one finds
+// what a killed one has left. A longer name would not fit.
+std::string beside(const std::string &path, const char *ending) {
     const std::string name = last_part(path);
-    return name.size() <= 230 ? "." + name + ending
-                              : std::string(".").append(std::to_string(number)) + ending;
+    const std::string part =
+        name.size() <= 230 ? name : name.substr(0, 200) + std::to_string(std::hash<std::string>()(name));
+    return "." + part + ending;
+}
+
+constexpr const char *fresh_ending = ".pkgnew";
+constexpr const char *saved_ending = ".pkgold";
+
+void clear_beside(const Descriptor &parent, const std::string &path) {
+    for (const char *const ending : {fresh_ending, saved_ending})
+        unlinkat(parent.get(), beside(path, ending).c_str(), 0);
 }
 
 } // namespace
@@ -25,6 +36,13 @@ Placement::~Placement() {
         drop_saved();
     else
         roll_back();
+}
+
+void Placement::clear_remains(const Package &package) const {
+    for (const Entry &entry : package.entries())
+        if (!entry.is_directory())
+            if (const Descriptor parent = root_.directory(directory_part(entry.path)))
+                clear_beside(parent, entry.path);
 }
 
 void Placement::stage(const Package &package, const Entry &entry) {
@@ -95,11 +113,9 @@ Descriptor Placement::begin(const std::string &path, Pending &pending) {
     make_parents(path);
     Descriptor parent = root_.parent_of(path);
     pending.path = path;
-    pending.fresh = beside(path, ".pkgnew", pending_.size());
-    pending.saved = beside(path, ".pkgold", pending_.size());
-    // What an installation that was killed has left.
-    unlinkat(parent.get(), pending.fresh.c_str(), 0);
-    unlinkat(parent.get(), pending.saved.c_str(), 0);
+    pending.fresh = beside(path, fresh_ending);
+    pending.saved = beside(path, saved_ending);
+    clear_beside(parent, path);
     struct stat info = {};
     pending.had_before = fstatat(parent.get(), last_part(path).c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
     if (pending.had_before && S_ISDIR(info.st_mode))

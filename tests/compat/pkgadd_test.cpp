@@ -420,6 +420,31 @@ TEST_F(Pkgadd, KilledOnTheWayIsRepairedByTheNextRun) {
     EXPECT_GE(killed, 6);
 }
 
+// Names too long to get an ending included.
+TEST_F(Pkgadd, KilledUpdateLeavesNoOldFileAfterTheNextRun) {
+    const std::string name(250, 'n');
+    write_text("/tmp/p/tree/usr/" + name, "older\n");
+    make();
+    expect_added();
+    write_text("/tmp/p/tree/usr/" + name, "newer\n");
+    write_text("/tmp/p/tree/usr/bin/hello", "#!/bin/sh\necho safer\n");
+    make("ABChello VERSION=2.0");
+    set_admin("instance", "overwrite");
+    must("cp -a /tmp/p/root /tmp/p/before");
+    int left = 0;
+    for (int when = 1; when <= 8; ++when) {
+        must("rm -rf /tmp/p/root; cp -a /tmp/p/before /tmp/p/root");
+        sh("ASAN_OPTIONS=detect_leaks=0 strace -f -o /dev/null -e trace=renameat,renameat2 -e "
+           "inject=renameat,renameat2:signal=KILL:when=" +
+           std::to_string(when) +
+           " /usr/sbin/pkgadd -S -n -R /tmp/p/root -a /tmp/p/admin -d /tmp/p/spool all 2>&1");
+        left += sh("find /tmp/p/root -name '.*.pkgold' -perm -4000").output != "";
+        expect_added();
+        EXPECT_EQ(sh("find /tmp/p/root -name '.*.pkg*'").output, "") << when;
+    }
+    EXPECT_GE(left, 1);
+}
+
 TEST_F(Pkgadd, InterruptTakesEverythingBack) {
     make();
     const std::string before = listing("/tmp/p/root");
@@ -454,6 +479,20 @@ TEST_F(Pkgadd, AnotherVersionIsASecondInstanceWhereThePackageAllowsIt) {
     EXPECT_THAT(text_of("/tmp/p/root/var/sadm/pkg/ABChello.2/pkginfo"), HasSubstr("PKGINST=ABChello.2\n"));
     expect_added(); // the same version again is the same instance
     EXPECT_FALSE(std::filesystem::exists("/tmp/p/root/var/sadm/pkg/ABChello.3"));
+}
+
+TEST_F(Pkgadd, AnotherArchitectureIsASecondInstanceWhereThePackageAllowsIt) {
+    make("ABChello ARCH=i386");
+    expect_added();
+    make("ABChello ARCH=ppc");
+    expect_refused("another architecture is installed (ABChello, for i386)", 4);
+    make("ABChello ARCH=ppc MAXINST=2");
+    expect_added();
+    EXPECT_THAT(text_of("/tmp/p/root/var/sadm/pkg/ABChello.2/pkginfo"), HasSubstr("ARCH=ppc\n"));
+    write_text("/tmp/p/root/var/sadm/pkg/ABChello/pkginfo", "a damaged record\n");
+    must("rm -r /tmp/p/root/var/sadm/pkg/ABChello.2");
+    make("ABChello ARCH=ppc");
+    expect_refused("another version is installed (ABChello, version )", 4);
 }
 
 TEST_F(Pkgadd, InstanceOverwriteReplacesTheOnlyOne) {
