@@ -1,29 +1,49 @@
 // SPDX-License-Identifier: MIT
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <libintl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <string>
 
 #include "hostadm.h"
 #include "support/fake_commands.hpp"
 #include "support/fake_framework.hpp"
 #include "support/memory_limit.hpp"
+#include "support/scratch.hpp"
 
 namespace {
 
 using fakes::Recorded;
 using Records = std::vector<Recorded>;
 
+std::map<std::string, std::string> translations; // of message identifiers
+
+} // namespace
+
+// The catalogue "system_msgs" as a test fills it.
+extern "C" char *dgettext(const char *domain, const char *identifier) noexcept {
+    const auto found = translations.find(identifier);
+    if (std::strcmp(domain, "system_msgs") != 0 || found == translations.end())
+        return const_cast<char *>(identifier);
+    return found->second.data();
+}
+
+namespace {
+
 // Scripted commands: the answer is what the fake command gives.
 class DoSystemcmd : public testing::Test {
 protected:
     void SetUp() override { fakes::reset_all(); }
-    void TearDown() override { EXPECT_EQ(fakes::commands().open_streams, 0); }
+    void TearDown() override {
+        EXPECT_EQ(fakes::commands().open_streams, 0);
+        translations.clear();
+    }
 
     static void answer(int status, const std::string &output, int error = 0) {
         fakes::Answer answer;
@@ -98,6 +118,28 @@ TEST_F(DoSystemcmd, FailedWaitAfterOutputRecordsBoth) {
               (Records{{92, std::string("92|m|ls|") + std::strerror(ECHILD)}, {92, "92|m|ls|\nhalf\n"}}));
 }
 
+TEST_F(DoSystemcmd, FailuresAreToldInTheTextsOfTheCatalogue) {
+    translations = {{"91|%s|%s|%s", "%s: %s startet nicht: %s"}, {"92|%s|%s|%s", "%s: %s sagt: %s"}};
+    fakes::Answer refused;
+    refused.starts = false;
+    refused.error = EMFILE;
+    refused.once = true;
+    fakes::commands().answers.push_back(refused);
+    EXPECT_EQ(do_systemcmd("ls", "m"), 1);
+    answer(-1, "half\n", ECHILD);
+    EXPECT_EQ(do_systemcmd("ls", "m"), 1);
+    EXPECT_EQ(records(), (Records{{91, std::string("m: ls startet nicht: ") + std::strerror(EMFILE)},
+                                  {92, std::string("m: ls sagt: ") + std::strerror(ECHILD)},
+                                  {92, "m: ls sagt: \nhalf\n"}}));
+}
+
+TEST_F(DoSystemcmd, SuccessWithOutputIsNotLookedUpInTheCatalogue) {
+    translations = {{"92|%s|%s|%s", "no %s %s"}, {"%s:: %s", "no %s %s"}};
+    answer(0, "hello\n");
+    EXPECT_EQ(do_systemcmd("echo hello", "m"), 0);
+    EXPECT_EQ(records(), (Records{{92, "m:: \nhello\n"}}));
+}
+
 TEST_F(DoSystemcmd, FormatCharactersInOutputStayAsTheyAre) {
     EXPECT_EQ(collected("100%s full %n\n"), "\n100%s full %n\n");
 }
@@ -140,6 +182,11 @@ TEST_F(DoSystemcmd, LineOf510CharactersIsOnePieceWithItsNewline) {
 TEST_F(DoSystemcmd, NewlineOfALineOf511CharactersIsAPieceOfItsOwn) {
     const std::string line(511, 'a');
     EXPECT_EQ(collected(line + "\n b\n"), "\n" + line + "\nb\n");
+}
+
+TEST_F(DoSystemcmd, PieceOfBlanksAloneVanishes) {
+    EXPECT_EQ(collected(std::string(511 + 3, ' ') + "x\n"), "\nx\n");
+    EXPECT_EQ(collected(std::string(3 * 511, ' ')), "\n");
 }
 
 TEST_F(DoSystemcmd, PieceEndsAtItsFirstNul) {
@@ -225,12 +272,16 @@ TEST_F(DoSystemcmdReal, LeavesNoDescriptorAndNoChild) {
 TEST_F(DoSystemcmdReal, MemoryOutIsRecordedAndTheCommandEnds) {
     SKIP_WITHOUT_MEMORY_LIMIT();
     fakes::framework().announce_errors = true;
+    const tests::Scratch scratch;
+    const std::string mark = scratch.path("written-to-the-end");
+    const std::string command = "head -c 200000000 /dev/zero | tr '\\0' x && : >" + mark;
     EXPECT_EXIT(
         {
             tests::limit_memory_to(60'000'000);
-            std::_Exit(do_systemcmd("head -c 200000000 /dev/zero | tr '\\0' x", "m") == 1 ? 0 : 1);
+            std::_Exit(do_systemcmd(command.c_str(), "m") == 1 ? 0 : 1);
         },
         testing::ExitedWithCode(0), "^recorded 92: 92[|]m[|]head .*[|]Cannot allocate memory\n$");
+    EXPECT_TRUE(std::filesystem::exists(mark));
 }
 
 } // namespace
