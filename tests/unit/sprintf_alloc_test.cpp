@@ -119,6 +119,28 @@ TEST(SprintfAlloc, MemoryOutGivesNull) {
     std::_Exit(length == 7 && std::string("counted") == result ? 0 : 1);
 }
 
+// Those that a command started now would get.
+std::size_t inheritable_descriptors() {
+    std::size_t count = 0;
+    for (int number = 0; number < 1024; ++number) {
+        const int flags = fcntl(number, F_GETFD);
+        count += flags != -1 && (flags & FD_CLOEXEC) == 0 ? 1 : 0;
+    }
+    return count;
+}
+
+[[noreturn]] void format_and_look_at_descriptors() {
+    const std::size_t before = inheritable_descriptors();
+    char *result = nullptr;
+    sprintf_alloc(&result, "open the sink");
+    std::_Exit(result != nullptr && inheritable_descriptors() == before ? 0 : 1);
+}
+
+TEST(SprintfAllocDeathTest, CommandsDoNotInheritTheDescriptor) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // a fresh process: the sink is not open yet
+    EXPECT_EXIT(format_and_look_at_descriptors(), testing::ExitedWithCode(0), "");
+}
+
 TEST(SprintfAllocDeathTest, WorksWithoutNullDevice) {
     GTEST_FLAG_SET(death_test_style, "threadsafe"); // a fresh process: the sink is not open yet
     EXPECT_EXIT(format_without_descriptors(), testing::ExitedWithCode(0), "");
