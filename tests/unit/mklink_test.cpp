@@ -49,6 +49,7 @@ TEST_F(Mklink, RelativeLinkPathWithoutDirectory) {
     EXPECT_EQ(mklink("target", "link"), 0);
     fs::current_path(before);
     EXPECT_EQ(fs::read_symlink(scratch.path("link")), "target");
+    EXPECT_EQ(std::distance(fs::directory_iterator(scratch.path()), fs::directory_iterator()), 1);
 }
 
 TEST_F(Mklink, LinkInTheRootDirectoryNeedsNoParent) {
