@@ -2,7 +2,9 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <libintl.h>
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -51,6 +53,8 @@ private:
     std::vector<swmgmt_space> records_;
 };
 
+bool translated = false; // do the texts have a translation?
+
 const std::string on = "Method add_service: failed insufficient space available on:";
 
 } // namespace
@@ -61,6 +65,26 @@ extern "C" void *calloc(size_t count, size_t size) {
     if (count * size == 1024 && ++allocations == refused_allocation)
         return nullptr;
     return real(count, size);
+}
+
+extern "C" char *gettext(const char *text) noexcept {
+    static std::string translation;
+    translation = (translated ? "Methode" : "Method") + std::string(text).substr(std::strlen("Method"));
+    return translation.data();
+}
+
+TEST(SwmgmtErrors, EveryTextIsTranslated) {
+    translated = true;
+    for (int kind = 0; kind <= 10; ++kind) {
+        const std::vector<Recorded> records = recorded(kind);
+        ASSERT_EQ(records.size(), 1u);
+        EXPECT_THAT(records[0].text, testing::StartsWith("Methode add_service: ")) << kind;
+    }
+    EXPECT_THAT(recorded(nullptr).at(0).text, testing::StartsWith("Methode add_service: "));
+    refused_allocation = 1;
+    EXPECT_THAT(recorded(1).at(0).text, testing::StartsWith("Methode add_service: "));
+    refused_allocation = 0;
+    translated = false;
 }
 
 TEST(SwmgmtErrors, MissingDescription) {
