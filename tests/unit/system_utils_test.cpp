@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -19,6 +20,17 @@
 
 namespace {
 
+std::vector<std::string> made; // what mkdir_path was asked for
+
+} // namespace
+
+extern "C" int mkdir_path(char *path) {
+    made.push_back(path);
+    return reinterpret_cast<int (*)(char *)>(dlsym(RTLD_NEXT, "mkdir_path"))(path);
+}
+
+namespace {
+
 namespace fs = std::filesystem;
 using fakes::Column;
 using Columns = std::vector<Column>;
@@ -26,7 +38,10 @@ using Lines = std::vector<std::string>;
 
 class SystemUtils : public testing::Test {
 protected:
-    void SetUp() override { fakes::reset_all(); }
+    void SetUp() override {
+        fakes::reset_all();
+        made.clear();
+    }
     // Nothing here records an error.
     void TearDown() override { EXPECT_EQ(fakes::framework().calls, Lines{}); }
     tests::Scratch scratch;
@@ -41,6 +56,7 @@ TEST_F(Copyfile, RunsTheCopyCommand) {
     const std::string destination = scratch.path("a/b/name");
     EXPECT_EQ(copyfile(destination.c_str(), "/cdrom/file"), 0);
     EXPECT_EQ(fakes::commands().lines, Lines{"set -f ; cp /cdrom/file " + destination});
+    EXPECT_EQ(made.at(0), scratch.path("a/b/"));
     EXPECT_TRUE(fs::is_directory(scratch.path("a/b")));
     EXPECT_FALSE(fs::exists(destination));
 }
@@ -91,6 +107,7 @@ TEST_F(Copytree, RunsTheCopyCommand) {
     EXPECT_EQ(copytree(destination.data(), "/cdrom/tree"), 0);
     EXPECT_EQ(fakes::commands().lines, Lines{"set -f ; cp -r /cdrom/tree " + destination});
     EXPECT_EQ(destination, scratch.path("a/b/name"));
+    EXPECT_EQ(made.at(0), scratch.path("a/b/"));
     EXPECT_TRUE(fs::is_directory(scratch.path("a/b")));
 }
 
@@ -98,6 +115,7 @@ TEST_F(Copytree, SameLastNameCopiesIntoTheParent) {
     std::string destination = scratch.path("a/tree");
     EXPECT_EQ(copytree(destination.data(), "/cdrom/tree"), 0);
     EXPECT_STREQ(destination.c_str(), (scratch.path("a") + "/").c_str());
+    EXPECT_EQ(made.at(0), scratch.path("a/"));
     EXPECT_EQ(fakes::commands().lines, Lines{"set -f ; cp -r /cdrom/tree " + scratch.path("a") + "/"});
 }
 
@@ -110,6 +128,23 @@ TEST_F(Copytree, SameLastNameEndsUpUnderThatName) {
     std::string again = scratch.path("to/tree");
     EXPECT_EQ(copytree(again.data(), scratch.path("from/tree").c_str()), 0);
     EXPECT_FALSE(fs::exists(scratch.path("to/tree/tree")));
+}
+
+TEST_F(Copytree, LastNamesOfNothingAreEqual) {
+    std::string destination = scratch.path("a") + "/";
+    EXPECT_EQ(copytree(destination.data(), "/cdrom/tree/"), 0);
+    EXPECT_EQ(destination, scratch.path("a") + "/");
+    EXPECT_EQ(fakes::commands().lines, Lines{"set -f ; cp -r /cdrom/tree/ " + scratch.path("a") + "/"});
+}
+
+TEST_F(Copytree, PathLongerThanTheUsualBuffer) {
+    fakes::commands().real = true;
+    scratch.write("from/file", "the text");
+    std::string destination = scratch.path();
+    while (destination.size() < 3000)
+        destination += "/" + std::string(99, 'd');
+    EXPECT_EQ(copytree(destination.data(), scratch.path("from").c_str()), 0);
+    EXPECT_EQ(tests::content(destination + "/file"), "the text");
 }
 
 TEST_F(Copytree, LastNamesDifferInOnePart) {
