@@ -148,6 +148,7 @@ int adm_perf_method(const char *method, adm_args *input, adm_args **output, adm_
         for (const auto &[name, value] : row)
             copy.emplace(name, Argument{name, value, {}});
     }
+    (*output)->current = (*output)->rows.size(); // the caller has to rewind
     *error = new adm_error{state.perform_status, strdup(state.perform_error.c_str())};
     ++state.error_handles;
     return state.perform_status;

@@ -30,6 +30,7 @@ void reset_platform() {
 extern "C" {
 
 long sysv_sysinfo(int command, char *buffer, long size) {
+    state.sysinfo_calls.push_back({command, buffer, size});
     const auto found = state.sysinfo.find(command);
     if (found == state.sysinfo.end())
         return -1;

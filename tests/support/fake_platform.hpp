@@ -15,7 +15,14 @@ struct Process {
     std::string arguments;
 };
 
+struct SysinfoCall {
+    int command;
+    char *buffer;
+    long size;
+};
+
 struct Platform {
+    std::vector<SysinfoCall> sysinfo_calls;
     std::map<int, std::string> sysinfo = {{2, "server1"}, {3, "5.5"}, {6, "i386"}, {9, "lab.example"}};
     std::string fstype = "ext4"; // empty: sysv_fstype fails
     bool has_switch = true;      // is there a name-service switch?

@@ -140,10 +140,39 @@ TEST_F(MakeBootName, NameOfAnyLength) {
     EXPECT_EQ(make_boot_name("2.5", "Quorvel", "kel4", arch.c_str()), "inetboot." + arch + ".Quorvel_2.5");
 }
 
-TEST_F(Archstr, HostNameMayBeUnknown) {
+using GetHostname = Archstr;
+
+TEST_F(GetHostname, EveryCallAsksAnew) {
     get_hostname();
+    const std::vector<fakes::SysinfoCall> &calls = fakes::platform().sysinfo_calls;
+    ASSERT_EQ(calls.size(), 1u);
+    EXPECT_EQ(calls[0].command, 2);
+    EXPECT_EQ(calls[0].size, 257);
+    EXPECT_STREQ(calls[0].buffer, "server1");
+    fakes::platform().sysinfo[2] = "server2";
+    get_hostname();
+    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_STREQ(calls[0].buffer, "server2");
+}
+
+TEST_F(GetHostname, UnknownNameIsEmpty) {
+    get_hostname();
+    char *const buffer = fakes::platform().sysinfo_calls.at(0).buffer;
+    ASSERT_STRNE(buffer, "");
     fakes::platform().sysinfo.clear();
     get_hostname();
+    EXPECT_STREQ(buffer, "");
+}
+
+TEST_F(GetHostname, DefaultingRefreshesIt) {
+    default_boot_paths("add", "client1", "kel4", "kel4c", "os", "2.5", nullptr, nullptr, nullptr, nullptr);
+    EXPECT_EQ(fakes::platform().sysinfo_calls.size(), 1u);
+    default_install_paths("add", "server1", "kel4", "kel4c", "os", "2.5", nullptr, nullptr, nullptr);
+    EXPECT_EQ(fakes::platform().sysinfo_calls.size(), 2u);
+    get_install_os_pathnames("add", "server1", "/cdrom", "kel4", "kel4c", "os", "1.0");
+    EXPECT_EQ(fakes::platform().sysinfo_calls.size(), 3u);
+    const Text location(install_bootprog_location("add", "server1", "/cdrom", "kel4", "kel4c", "os", "1.0"));
+    EXPECT_EQ(fakes::platform().sysinfo_calls.size(), 5u); // by itself, and by the query that it makes
 }
 
 // ---- default_boot_paths ----
