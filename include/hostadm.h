@@ -538,7 +538,9 @@ void make_tftpboot_dir(const char *method);
  * Returns the boot program's name, in the buffer of make_boot_name. Otherwise records an error and ends the
  * process with status 1:
  * - the errors of make_tftpboot_dir and install_bootprog_location
- * - error 67 (HOST, INST_SET, IMPL_ARCH, OS_NAME, OS_VERSION): the boot program cannot be copied
+ * - error 67 (HOST, INST_SET, IMPL_ARCH, OS_NAME, OS_VERSION): the boot program cannot be copied; what there
+ *   is of the copy is removed
+ * Without a record it does so when memory is out.
  */
 const char *init_tftpboot_dir(const char *method, const char *host, const char *client_addr, char *impl_arch,
                               const char *dirpath, const char *inst_set, const char *os_name,
@@ -579,12 +581,14 @@ int cleanup_tftpboot_dir(const char *method, const char *client_addr);
  * Makes /rplboot (mode 2755) and copies into it those of the three shared files that are missing, from the
  * exported image ROOT_DIR/export/exec/INST_SET.OS_NAME_OS_VERSION: each from platform/IMPL_ARCH/lib/fs/nfs if
  * it is there, else the boot program ("inetboot") from lib/fs/nfs and the modules from lib/fs/nfs/drv.i86pc.
- * A copy that is there is never refreshed, and a copy that fails is not noticed. client_key is unused.
+ * A copy that is there is never refreshed. A copy that fails is removed and not told of otherwise: look for the
+ * files. client_key is unused.
  *
  * Returns the boot program's name, in the buffer of make_boot_name. Otherwise records an error and ends the
  * process with status 1:
  * - error 40 ("/rplboot"): the directory cannot be made
  * - error 67 (this host, INST_SET, IMPL_ARCH, OS_NAME, OS_VERSION): the image lacks one of the files
+ * Without a record it does so when memory is out.
  */
 const char *init_rplboot_dir(const char *method, const char *client_key, const char *impl_arch,
                              const char *root_dir, const char *inst_set, const char *os_name,
@@ -803,7 +807,7 @@ int apply_patches(const char *client_root);
 
 /*
  * Does a stored patch for an architecture deliver a file? Searches the package maps
- * DATAADMIN/Patches/PATCH/PACKAGE/ pkgmap for `file`, a pattern for grep that is given to a shell as it is.
+ * DATAADMIN/Patches/PATCH/PACKAGE/pkgmap for `file`, a pattern for grep that is given to a shell as it is.
  * Returns a status of system(): 0 no, 256 yes, -1 the shell could not be started. In a store of one package
  * map only the answer is always no, since grep then tells no file name.
  */

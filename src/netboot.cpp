@@ -2,10 +2,12 @@
 // The two boot areas of the server: /tftpboot, where a client finds its boot program under its own address,
 // and /rplboot, where it finds it under its own key.
 #include <arpa/inet.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <initializer_list>
+#include <new>
 #include <string>
 
 #include "hostadm.h"
@@ -53,18 +55,37 @@ std::string address_digits(const char *address) {
     return format("%08lX", static_cast<unsigned long>(ntohl(inet_addr(address))));
 }
 
+// Copies a program as a whole or not at all: since what is there is never refreshed, a part of one, left by a
+// full disk, would be booted from ever after.
+bool copy_whole(const std::string &destination, const char *source) {
+    if (copyfile(destination.c_str(), source) == 0)
+        return true;
+    struct stat part {};
+    if (lstat(destination.c_str(), &part) == 0 && S_ISREG(part.st_mode))
+        unlink(destination.c_str());
+    return false;
+}
+
 // Copies the first source that there is, unless the destination is there already: what clients boot from now
-// is never replaced under them. False when there is nothing to copy.
+// is never replaced under them. False when there is nothing to copy; how the copy ended does not count.
 bool provide(const std::string &destination, std::initializer_list<std::string> sources) {
     if (exists(destination))
         return true;
     for (const std::string &source : sources) {
         if (exists(source)) {
-            copyfile(destination.c_str(), source.c_str());
+            copy_whole(destination, source.c_str());
             return true;
         }
     }
     return false;
+}
+
+const char *boot_name_of(const char *os_version, const char *os_name, const char *inst_set,
+                         const char *impl_arch) {
+    const char *name = make_boot_name(os_version, os_name, inst_set, impl_arch);
+    if (name == nullptr)
+        throw std::bad_alloc();
+    return name;
 }
 
 // The work of a function whose every failure ends the process; memory that is out is one of them.
@@ -92,13 +113,13 @@ const char *init_tftpboot_dir(const char *method, const char *host, const char *
                               const char *os_version) {
     return work_or_exit([&] {
         make_tftpboot_dir(method);
-        const char *boot_name = make_boot_name(os_version, os_name, inst_set, impl_arch);
+        const char *boot_name = boot_name_of(os_version, os_name, inst_set, impl_arch);
         const std::string program = format("%s/%s", tftpboot, boot_name);
         if (exists(program))
             return boot_name;
         static const char *source; // stays the answer's own storage, which is never freed
         source = install_bootprog_location(method, host, dirpath, inst_set, impl_arch, os_name, os_version);
-        if (copyfile(program.c_str(), source) != 0) {
+        if (!copy_whole(program, source)) {
             record(67, method, host, inst_set, impl_arch, os_name, os_version);
             std::exit(1);
         }
@@ -141,7 +162,7 @@ const char *init_rplboot_dir(const char *method, const char *, const char *impl_
                              const char *inst_set, const char *os_name, const char *os_version) {
     return work_or_exit([&] {
         fetch_this_host();
-        const char *boot_name = make_boot_name(os_version, os_name, inst_set, impl_arch);
+        const char *boot_name = boot_name_of(os_version, os_name, inst_set, impl_arch);
         make_boot_directory(method, rplboot);
 
         const std::string image = format("%s/export/exec/%s.%s_%s", root_dir, inst_set, os_name, os_version);

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <filesystem>
+#include <string>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
@@ -11,21 +14,28 @@ using namespace hostadm::method;
 
 const Description description{
     .name = "netboot/cleanup_rplboot",
-    .purpose = "remove every file in /rplboot whose name begins with a client's key",
+    .purpose = "remove a client's links from /rplboot; the shared files stay",
     .arguments = {{"client_key", Kind::word, "the name under which the client asks, whole", true}},
 };
 
-bool has_files(const std::string &key) {
+std::vector<std::string> names_that_begin_with(const std::string &key) {
+    std::vector<std::string> names;
     std::error_code error;
     for (const auto &entry : std::filesystem::directory_iterator("/rplboot", error))
-        if (entry.path().filename().string().starts_with(key))
-            return true;
-    return false;
+        if (std::string name = entry.path().filename(); name.starts_with(key))
+            names.push_back(std::move(name));
+    return names;
 }
 
 int work(Call &call) {
     const std::string key = call.get("client_key");
-    if (!has_files(key)) // rm would complain of it
+    const std::vector<std::string> names = names_that_begin_with(key);
+    // The library takes all of them, whosever they are: shared files and those of a longer key, too.
+    for (const std::string &name : names)
+        if (name != key + ".hw.com" && name != key + ".glue.com" && name != key + ".inetboot")
+            return call.refuse("client_key: \"" + key + "\" would also remove /rplboot/" + name +
+                               ", which is not this client's; give its whole key");
+    if (names.empty()) // rm would complain of it
         return 0;
     if (cleanup_rplboot_dir(call.method().c_str(), key.c_str()) != 0)
         return call.fail("cannot remove the files of " + key + " from /rplboot");

@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include <filesystem>
+#include <system_error>
+
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 
@@ -21,16 +24,33 @@ const Description description{
     .outputs = {{"boot_program", "name of the boot program in /rplboot"}},
 };
 
+// The first of the client's links that leads to no file; empty: none.
+std::string broken_link(const std::string &key) {
+    for (const char *suffix : {"hw.com", "glue.com", "inetboot"}) {
+        const std::string link = "/rplboot/" + key + "." + suffix;
+        if (std::error_code error; !std::filesystem::is_regular_file(link, error))
+            return link;
+    }
+    return {};
+}
+
 int work(Call &call) {
+    const std::string key = call.get("client_key");
     const std::string root_dir = call.get("root_dir") == "/" ? "" : call.get("root_dir");
+    const std::string inst_set = call.get("instruction_set"), impl_arch = call.get("implementation_arch"),
+                      os_name = call.get("os_name"), os_version = call.get("os_version");
     call.set("boot_program",
-             make_boot_name(call.get("os_version").c_str(), call.get("os_name").c_str(),
-                            call.get("instruction_set").c_str(), call.get("implementation_arch").c_str()));
-    const int status = setup_rplboot_dir(call.method().c_str(), call.get("client_key").c_str(),
-                                         call.get("implementation_arch").c_str(), root_dir.c_str(),
-                                         call.get("instruction_set").c_str(), call.get("os_name").c_str(),
-                                         call.get("os_version").c_str());
-    return status == 0 ? 0 : call.fail("cannot make the links of " + call.get("client_key") + " in /rplboot");
+             make_boot_name(os_version.c_str(), os_name.c_str(), inst_set.c_str(), impl_arch.c_str()));
+    setup_rplboot_dir(call.method().c_str(), key.c_str(), impl_arch.c_str(), root_dir.c_str(),
+                      inst_set.c_str(), os_name.c_str(), os_version.c_str());
+    const std::string broken = broken_link(key);
+    if (broken.empty())
+        return 0;
+    call.fail(broken + " leads to no file: the link cannot be made, or its file cannot be copied");
+    call.left_undone("the links of " + key +
+                     "; run this again when the cause is mended, or "
+                     "netboot/cleanup_rplboot");
+    return 1;
 }
 
 } // namespace

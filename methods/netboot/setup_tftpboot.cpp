@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
-#include "support/local_host.hpp"
-
 #include "hostadm.h"
 #include "hostadm/method.hpp"
+#include "support/boot_links.hpp"
+#include "support/client_lock.hpp"
+#include "support/local_host.hpp"
 
 namespace {
 
 using namespace hostadm::method;
+using namespace hostadm::support;
 
 const Description description{
     .name = "netboot/setup_tftpboot",
@@ -24,15 +26,27 @@ const Description description{
 
 int work(Call &call) {
     std::string architecture = call.get("implementation_arch"); // becomes upper case
-    const std::string host = call.given("host") ? call.get("host") : hostadm::support::local_host_name();
-    call.set("boot_program", make_boot_name(call.get("os_version").c_str(), call.get("os_name").c_str(),
-                                            call.get("instruction_set").c_str(), architecture.c_str()));
-    call.progress("making the boot program and the links of " + call.get("address"));
-    const int status = setup_tftpboot_dir(call.method().c_str(), host.c_str(), call.get("address").c_str(),
-                                          architecture.data(), call.get("install_hierarchy").c_str(),
-                                          call.get("instruction_set").c_str(), call.get("os_name").c_str(),
-                                          call.get("os_version").c_str());
-    return status == 0 ? 0 : call.fail("cannot make the links of " + call.get("address") + " in /tftpboot");
+    const std::string host = call.given("host") ? call.get("host") : local_host_name();
+    const std::string address = call.get("address");
+    call.progress("making the boot program and the links of " + address);
+    const std::string boot_name =
+        init_tftpboot_dir(call.method().c_str(), host.c_str(), address.c_str(), architecture.data(),
+                          call.get("install_hierarchy").c_str(), call.get("instruction_set").c_str(),
+                          call.get("os_name").c_str(), call.get("os_version").c_str());
+    call.set("boot_program", boot_name);
+    {
+        const SilencedErrors silence; // "rm" finds nothing to remove; what matters is looked at below
+        add_tftpboot_dir_client(call.method().c_str(), boot_name.c_str(), address.c_str(),
+                                architecture.data());
+    }
+    const BootLinks links = boot_links_of(address);
+    if (boot_links_state(address_digits(address), links) == "yes")
+        return 0;
+    call.fail("cannot make the links of " + address + " in " + tftpboot);
+    for (const BootLink &link : links)
+        call.left_undone("there is " + (tftpboot + ("/" + link.name)) +
+                         "; netboot/cleanup_tftpboot removes it");
+    return 1;
 }
 
 } // namespace

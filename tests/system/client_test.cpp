@@ -793,6 +793,76 @@ TEST_F(Client, BootAreasHaveMethodsOfTheirOwn) {
     EXPECT_EQ(method("netboot/cleanup_rplboot client_key=08002001").status, 0);
 }
 
+TEST_F(Client, SetUpOfABootAreaIsQuietWhenItSucceeds) {
+    EXPECT_EQ(method("netboot/setup_tftpboot install_hierarchy=/tree address=10.1.2.3" + identity).errors,
+              "");
+}
+
+TEST_F(Client, LinksOfABootAreaThatCannotBeMadeAreTold) {
+    fs::create_directories("/tftpboot/0A010203");
+    const Ran failed = method("netboot/setup_tftpboot install_hierarchy=/tree address=10.1.2.3" + identity);
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_THAT(failed.errors, AllOf(HasSubstr("cannot make the links of 10.1.2.3"),
+                                     HasSubstr("left half done: there is /tftpboot/0A010203.KEL4M;")));
+}
+
+TEST_F(Client, HalfABootProgramIsNotKept) {
+    const std::string name = "/tftpboot/inetboot.kel4m.Quorvel_2.5";
+    const std::string set_up = "netboot/setup_tftpboot install_hierarchy=/tree address=10.1.2.3" + identity;
+    write("/tree/usr/platform/kel4m/lib/fs/nfs/inetboot", std::string(100'000, 'x'));
+    {
+        const SmallDisk disk("/tftpboot", "16k");
+        const Ran failed = method(set_up);
+        EXPECT_EQ(failed.status, 1);
+        EXPECT_THAT(failed.errors, HasSubstr("(error 67)"));
+        EXPECT_FALSE(fs::exists(name)) << "it would never be refreshed";
+        EXPECT_EQ(method(set_up).status, 1) << "nor is it taken for whole by the next run";
+        fs::create_symlink("/not/mounted/now", name);
+        EXPECT_EQ(method(set_up).status, 1);
+        EXPECT_TRUE(fs::is_symlink(name)) << "what the copy did not make is no part of it";
+    }
+    EXPECT_EQ(method(set_up).status, 0);
+    EXPECT_EQ(fs::file_size(name), 100'000u);
+}
+
+TEST_F(Client, HalfAnRplBootProgramIsNotKeptAndIsTold) {
+    fs::remove_all("/rplboot");
+    const std::string part = "/export/exec/kel4.Quorvel_2.5/lib/fs/nfs/";
+    write(part + "inetboot", std::string(100'000, 'x'));
+    write(part + "drv.i86pc/gluecode.com", "glue");
+    write(part + "drv.i86pc/smc.com", "smc");
+    const std::string set_up = "netboot/setup_rplboot client_key=08002001" + identity;
+    {
+        const SmallDisk disk("/rplboot", "16k");
+        const Ran failed = method(set_up);
+        EXPECT_EQ(failed.status, 1);
+        EXPECT_THAT(failed.errors, AllOf(HasSubstr("/rplboot/08002001.inetboot leads to no file"),
+                                         HasSubstr("left half done: the links of 08002001")));
+        EXPECT_FALSE(fs::exists("/rplboot/inetboot.kel4m.Quorvel_2.5"));
+        EXPECT_EQ(read("/rplboot/08002001.glue.com"), "glue");
+    }
+    EXPECT_EQ(method(set_up).status, 0);
+    EXPECT_EQ(fs::file_size("/rplboot/08002001.inetboot"), 100'000u);
+}
+
+TEST_F(Client, RplbootIsCleanedOfOneClientOnly) {
+    fs::remove_all("/rplboot");
+    for (const char *name : {"smc.com", "gluecode.com", "inetboot.i86pc.Quorvel_2.5"})
+        write(std::string("/rplboot/") + name, "shared");
+    for (const char *key : {"0800", "08002"})
+        for (const char *suffix : {".hw.com", ".glue.com", ".inetboot"})
+            fs::create_symlink("smc.com", std::string("/rplboot/") + key + suffix);
+    for (const char *key : {"0800", "0", "smc", "g", "inetboot", "inetboot.i86pc"}) {
+        const Ran refused = method(std::string("netboot/cleanup_rplboot client_key=") + key);
+        EXPECT_EQ(refused.status, 2) << key;
+        EXPECT_THAT(refused.errors, HasSubstr("would also remove /rplboot/")) << key;
+    }
+    EXPECT_EQ(std::distance(fs::directory_iterator("/rplboot"), fs::directory_iterator()), 9);
+    EXPECT_EQ(method("netboot/cleanup_rplboot client_key=08002").status, 0);
+    EXPECT_EQ(method("netboot/cleanup_rplboot client_key=0800").status, 0);
+    EXPECT_EQ(std::distance(fs::directory_iterator("/rplboot"), fs::directory_iterator()), 3);
+}
+
 TEST_F(Client, NameMayBeSetAlone) {
     EXPECT_EQ(method("database/set_host address=10.1.2.9 hostname=c9").status, 0);
     EXPECT_THAT(read("/etc/hosts"), testing::EndsWith("10.1.2.9\tc9\n"));

@@ -59,6 +59,8 @@ int access(const char *path, int) noexcept {
     return present.count(path) != 0 ? 0 : -1;
 }
 const char *make_boot_name(const char *os_version, const char *os_name, const char *, const char *impl_arch) {
+    if (statuses.count("no boot name") != 0)
+        return nullptr;
     boot_name = "inetboot." + shown(impl_arch) + "." + shown(os_name) + "_" + shown(os_version);
     return boot_name.c_str();
 }
@@ -155,6 +157,12 @@ TEST_F(NetbootExits, WhenThereIsNoBootProgram) {
     statuses["no boot program"] = 1;
     statuses["copy (null) to /tftpboot/inetboot.kel4m.Quorvel_2.5"] = -1;
     EXPECT_EXIT(setup(), ExitedWithCode(1), "^recorded 67: 67\\|add\\|srv\\|kel4\\|kel4m\\|Quorvel\\|2.5\n$");
+}
+
+TEST_F(NetbootExits, WithoutARecordWhenMemoryIsOut) {
+    statuses["no boot name"] = 1;
+    EXPECT_EXIT(setup(), ExitedWithCode(1), "^$");
+    EXPECT_EXIT(init_rpl(), ExitedWithCode(1), "^$");
 }
 
 TEST_F(Netboot, SettingAClientUpMakesTheAreaThenItsLinks) {
