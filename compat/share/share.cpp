@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // share, unshare, shareall and unshareall: one program, told apart by the name it is called by.
+#include <algorithm>
 #include <cctype>
 #include <climits>
 #include <cstdio>
@@ -144,12 +145,13 @@ bool same_file_system(const std::string &one, const std::string &other) {
            first.st_dev == second.st_dev;
 }
 
+// The kind of the neighbour comes first: whoever reads the complaint looks for that word, which the path may hold.
 void check_neighbours(const ShareTable &table, const std::string &path) {
     for (const Share &other : table.shares()) {
         if (is_below(other.path, path) && same_file_system(other.path, path))
-            throw Failure(path + ": sub-directory (" + other.path + ") already shared");
+            throw Failure("sub-directory (" + other.path + ") already shared, in " + path);
         if (is_below(path, other.path) && same_file_system(other.path, path))
-            throw Failure(path + ": parent (" + other.path + ") already shared");
+            throw Failure("parent (" + other.path + ") already shared, of " + path);
     }
 }
 
@@ -167,9 +169,9 @@ Share checked_share(const Request &request, const NfsServer &server) {
                       (S_ISREG(info.st_mode)
                            ? ": the NFS server shares directories only; share the directory of this file"
                            : ": not a directory"));
-    // The list of shares, the tables and the server's file are all split at blanks.
-    if (has_blank_or_control(path, false) || path.find_first_of("\"';{}#,=\\") != std::string::npos)
-        throw Failure(path + ": a share cannot have a blank or one of \"';{}#,=\\ in its path");
+    // The list of shares, the tables and the server's file are all split at blanks; complaints at parentheses.
+    if (has_blank_or_control(path, false) || path.find_first_of("\"'();{}#,=\\") != std::string::npos)
+        throw Failure(path + ": a share cannot have a blank or one of \"'();{}#,=\\ in its path");
     if (has_blank_or_control(request.description, true))
         throw Failure("the description contains a control character");
     parse_share_options(request.options);
@@ -266,6 +268,14 @@ std::vector<std::string> table_words(const std::string &line) {
     return words;
 }
 
+// A line of its own that the share of a directory around it makes good already.
+bool is_served(const ShareTable &table, const Share &wanted) {
+    return std::any_of(table.shares().begin(), table.shares().end(), [&](const Share &other) {
+        return is_below(wanted.path, other.path) && same_file_system(other.path, wanted.path) &&
+               other.options == wanted.options;
+    });
+}
+
 int shareall(const std::vector<std::string> &words) {
     const Request request = parse_words(words, "F:hB");
     if (request.help)
@@ -294,6 +304,8 @@ int shareall(const std::vector<std::string> &words) {
             if (line_words[0] != "share" && line_words[0] != "/usr/sbin/share")
                 throw Failure("not a share command: \"" + line_words[0] + "\"");
             const Share wanted = checked_share(parse_words(line_words, "F:o:d:"), *server);
+            if (is_served(table, wanted))
+                continue;
             check_neighbours(table, wanted.path);
             table.put(wanted);
         } catch (const Failure &error) {

@@ -99,6 +99,19 @@ TEST_F(Share, RefusesDirectoryInsideAShare) {
     expect_complaint("/usr/sbin/share /export/home", "parent (/export) already shared");
 }
 
+// The expressions by which the library tells the complaints apart.
+TEST_F(Share, ComplaintIsOfItsKindWhateverTheDirectoriesAreCalled) {
+    const std::string sub_directory = "sed -n 's/.*sub-directory.*(\\(.*\\)) already.*shared.*/\\1/p'",
+                      parent = "sed -n 's/.*parent.*(\\(.*\\)) already.*shared.*/\\1/p'";
+    must("mkdir -p /export/sub-directory/parent /export/other/sub-directory/parent");
+    expect_silence("/usr/sbin/share /export");
+    const std::string inside = "/usr/sbin/share /export/sub-directory/parent 2>&1 | ";
+    EXPECT_EQ(sh(inside + sub_directory).output, "");
+    EXPECT_EQ(sh(inside + parent).output, "/export\n");
+    expect_silence("/usr/sbin/unshare /export; /usr/sbin/share /export/sub-directory/parent");
+    EXPECT_EQ(sh("/usr/sbin/share /export 2>&1 | " + sub_directory).output, "/export/sub-directory/parent\n");
+}
+
 TEST_F(Share, SimilarNameIsNoParent) {
     must("mkdir /export/homes");
     expect_silence("/usr/sbin/share /export/home");
@@ -126,8 +139,9 @@ TEST_F(Share, RefusesRelativePath) {
 }
 
 TEST_F(Share, RefusesPathThatTheTablesCannotHold) {
-    must("mkdir '/export/two words' '/export/a\"b' '/export/a;b'");
-    for (const char *const path : {"'/export/two words'", "'/export/a\"b'", "'/export/a;b'"})
+    must("mkdir '/export/two words' '/export/a\"b' '/export/a;b' '/export/a(b)'");
+    for (const char *const path :
+         {"'/export/two words'", "'/export/a\"b'", "'/export/a;b'", "'/export/a(b)'"})
         expect_complaint(std::string("/usr/sbin/share ") + path, "in its path");
     expect_complaint("/usr/sbin/share -d two words /export/home", "must be quoted", 2);
 }
@@ -324,6 +338,17 @@ TEST_F(Share, AllReportsABadLineAndSharesTheOthers) {
                               "shareall: /etc/dfs/dfstab line 2: not a share command: \"rm\"\n"
                               "shareall: /etc/dfs/dfstab line 3: no closing \"\n");
     EXPECT_EQ(list(), "-  /export/home  rw  \"\"\n");
+}
+
+// As hostadm leaves the table when a directory is shared whose parent is shared with the same options.
+TEST_F(Share, AllIsDoneWithALineThatItsParentServes) {
+    must("mkdir -p /etc/dfs");
+    write_text("/etc/dfs/dfstab", "share -F nfs -o ro /export\nshare -F nfs -o ro /export/home\n");
+    expect_silence("/usr/sbin/shareall --boot");
+    EXPECT_EQ(list(), "-  /export  ro  \"\"\n");
+    write_text("/etc/dfs/dfstab", "share -F nfs -o ro /export\nshare -F nfs -o rw /export/home\n");
+    expect_complaint("/usr/sbin/shareall --boot", "line 2: parent (/export) already shared");
+    EXPECT_EQ(list(), "-  /export  ro  \"\"\n");
 }
 
 TEST_F(Share, AllAtBootForgetsWhatIsNotInTheTable) {
