@@ -2,80 +2,26 @@
 #include "support/boot_daemons.hpp"
 
 #include <algorithm>
-#include <charconv>
-#include <filesystem>
-#include <fstream>
 #include <initializer_list>
-#include <iterator>
-#include <system_error>
 
+#include "support/file_contents.hpp"
 #include "support/host_tables.hpp"
+#include "support/processes.hpp"
 
 namespace hostadm::support {
 
-namespace fs = std::filesystem;
-
 namespace {
 
-struct Process {
-    int pid = 0;
-    std::string program;                // as it calls itself, which adapters may have changed
-    std::string short_name;             // as the kernel knows it
-    std::vector<std::string> arguments; // none: a thread of the kernel
-};
-
-std::string contents(const fs::path &path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-std::string last_component(const std::string &path) {
+// The name that a process goes by in its command line, which adapters may have changed.
+std::string program_of(const Process &process) {
+    const std::string path = process.arguments.empty() ? "" : process.arguments.front();
     return path.substr(path.rfind('/') + 1);
-}
-
-// "PID (NAME) STATE ...", where the name may hold anything.
-bool is_defunct(const std::string &stat) {
-    const std::size_t end = stat.rfind(')');
-    return end == stat.npos || end + 2 >= stat.size() || stat[end + 2] == 'Z' || stat[end + 2] == 'X';
-}
-
-std::vector<std::string> zero_separated(const std::string &text) {
-    std::vector<std::string> words;
-    for (std::size_t begin = 0; begin < text.size();) {
-        const std::size_t end = std::min(text.find('\0', begin), text.size());
-        words.push_back(text.substr(begin, end - begin));
-        begin = end + 1;
-    }
-    return words;
-}
-
-// Processes that end meanwhile are passed over.
-std::vector<Process> live_processes(const std::string &proc) {
-    std::vector<Process> processes;
-    std::error_code error;
-    for (fs::directory_iterator entry(proc, error), end; !error && entry != end; entry.increment(error)) {
-        const std::string name = entry->path().filename();
-        Process process;
-        if (std::from_chars(name.data(), name.data() + name.size(), process.pid).ptr !=
-            name.data() + name.size())
-            continue;
-        const std::string stat = contents(entry->path() / "stat");
-        if (stat.empty() || is_defunct(stat))
-            continue;
-        process.arguments = zero_separated(contents(entry->path() / "cmdline"));
-        const std::size_t open = stat.find('('), close = stat.rfind(')');
-        process.short_name = stat.substr(open + 1, close - open - 1);
-        if (!process.arguments.empty())
-            process.program = last_component(process.arguments.front());
-        processes.push_back(std::move(process));
-    }
-    return processes;
 }
 
 const Process *find(const std::vector<Process> &processes, std::initializer_list<std::string_view> programs) {
     for (const std::string_view program : programs)
         for (const Process &process : processes)
-            if (process.program == program || process.short_name == program)
+            if (program_of(process) == program || process.short_name == program)
                 return &process;
     return nullptr;
 }
@@ -89,7 +35,7 @@ bool has_option(const Process &process, char option) {
 
 bool inetd_serves(const std::string &table, std::string_view service) {
     bool served = false;
-    for_each_line(contents(table), [&](std::string_view line) {
+    for_each_line(file_contents(table), [&](std::string_view line) {
         const auto words = words_of(line.substr(0, line.find('#')));
         served = served || (!words.empty() && words.front() == service);
     });

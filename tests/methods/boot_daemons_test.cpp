@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <map>
 
 #include "../support/scratch.hpp"
@@ -43,6 +44,19 @@ TEST_F(BootDaemons, NoneRunsWithoutAProcessTable) {
         EXPECT_FALSE(one.running) << one.service;
         EXPECT_NE(one.advice, "") << one.service;
     }
+}
+
+// As the files of a process do that ends while they are read.
+TEST_F(BootDaemons, FilesThatCannotBeReadArePassedOver) {
+    process(7, "in.rarpd", "/usr/sbin/in.rarpd -a");
+    std::filesystem::create_directories(scratch_.path("proc/6/stat"));
+    process(8, "in.tftpd", "/usr/sbin/in.tftpd -l");
+    std::filesystem::remove(scratch_.path("proc/8/cmdline"));
+    std::filesystem::create_directory(scratch_.path("proc/8/cmdline"));
+    process(9, "inetd", "/usr/sbin/inetd");
+    std::filesystem::create_directory(scratch_.path("inetd.conf"));
+    EXPECT_TRUE(daemon("reverse ARP").running);
+    EXPECT_TRUE(daemon("TFTP").running);
 }
 
 TEST_F(BootDaemons, EachIsKnownUnderTheNamesThatItHasHere) {
