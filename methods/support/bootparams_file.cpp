@@ -182,6 +182,12 @@ bool is_name(std::string_view text) {
                text.npos;
 }
 
+// Paths of entries end up in commands. Brackets are left to plain values, such as ns=server:nis(255.255.255.0).
+bool is_shells(char c, std::string_view value) {
+    return std::string_view("\"'`$\\|&;<>*?[]{}!#~^").find(c) != std::string_view::npos ||
+           (value.front() == '/' && (c == '(' || c == ')'));
+}
+
 } // namespace
 
 std::string defect_of(const BootparamsItem &item) {
@@ -192,8 +198,12 @@ std::string defect_of(const BootparamsItem &item) {
     if (item.server.empty() && item.path.empty())
         return item.key + " needs a path or a value; database/remove_bootparams removes it";
     for (const char c : item.path)
-        if (static_cast<unsigned char>(c) <= ' ' || c == 0x7f || c == ':' || c == '\\')
-            return "the path of " + item.key + " must not hold blanks, colons or backslashes";
+        if (static_cast<unsigned char>(c) <= ' ' || c == 0x7f || c == ':' || is_shells(c, item.path))
+            return "the path of " + item.key +
+                   " must not hold blanks, colons, backslashes or other characters that the shell takes "
+                   "apart";
+    if ((item.path + "/").find("/../") != std::string::npos)
+        return "the path of " + item.key + " must not hold \"..\"";
     return "";
 }
 

@@ -211,6 +211,18 @@ TEST(BootparamsFile, ReadsItems) {
               "<root|srv|/x><swap|srv|/y><swapsize||24><boottype||in>");
     EXPECT_EQ(read(""), "");
     EXPECT_EQ(read("root=srv:"), "<root|srv|>");
+    EXPECT_EQ(read("ns=srv:nis(255.255.255.0) rootopts=:vers=2,rsize=8192"),
+              "<ns|srv|nis(255.255.255.0)><rootopts||vers=2,rsize=8192>");
+    EXPECT_EQ(read("root=srv:/export/..x/x../\xc3\xbc"), "<root|srv|/export/..x/x../\xc3\xbc>");
+}
+
+TEST(BootparamsFile, RefusesPathsThatTheShellTakesApart) {
+    for (const char c : std::string("\"'`$\\|&;()<>*?[]{}!#~^\x7f\x01"))
+        EXPECT_NE(read(std::string("root=srv:/a") + c + "b").find("the path of root must not hold"),
+                  std::string::npos)
+            << c;
+    for (const char *path : {"/..", "/../etc", "/export/../etc", "/export/.."})
+        EXPECT_EQ(read(std::string("root=srv:") + path), "the path of root must not hold \"..\"");
 }
 
 TEST(BootparamsFile, RefusesWhatIsNoItem) {

@@ -159,6 +159,10 @@ TEST_F(BootparamsMethods, RefusesWhatDoesNotFit) {
     refused("set_bootparams client=c1 'items=root=a:/x root=b:/x'", "given twice");
     refused("set_bootparams client=c1 'items= '", "nothing to set");
     refused("set_bootparams client=c1 key=root 'path=/a b'", "blanks");
+    refused("set_bootparams client=c1 key=root server=srv 'path=/x;reboot'", "the shell");
+    refused("set_bootparams client=c1 'items=root=srv:/x$(reboot)'", "the shell");
+    refused("set_bootparams client=c1 key=root 'server=srv;reboot' path=/x", "server");
+    refused("set_bootparams client=c1 key=root server=srv path=/export/../etc", "\"..\"");
     refused("set_bootparams client=c1 key=a:b path=/x", "the key");
     refused("set_bootparams client='c 1' key=root path=/x", "client");
     refused("set_bootparams key=root path=/x", "client is missing");
