@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// filesystem/add_mount_entry and host/make_devices, run by the command.
+// filesystem/add_mount_entry, host/make_devices and install/get_os_pathnames, run by the command.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -108,6 +108,66 @@ TEST_F(MakeDevices, MissingScriptIsAnError) {
     const Outcome run = hostadm("run host/make_devices directory=/export device=pty");
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.output, HasSubstr("/export/MAKEDEV is not there or not executable"));
+}
+
+class GetOsPathnames : public testing::Test {
+protected:
+    void SetUp() override { fs::remove_all("/cdrom"); }
+
+    static void write(const std::string &path) {
+        fs::create_directories(fs::path(path).parent_path());
+        std::ofstream(path) << "the program";
+    }
+    static Outcome ask(const std::string &others) {
+        return hostadm("run install/get_os_pathnames inst_set_arch=kel4 imp_arch=kel4m os_prod=Quorvel " +
+                       others);
+    }
+};
+
+TEST_F(GetOsPathnames, NamesRootAndBootProgramOfATree) {
+    fs::create_directories("/cdrom/s0/etc");
+    write("/cdrom/s0/usr/platform/kel4m/lib/fs/nfs/inetboot");
+    const Outcome run = ask("os_version=2.5 dirpath=/cdrom/s0");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.output, "root_path  /cdrom/s0\n"
+                          "boot_prog  /cdrom/s0/usr/platform/kel4m/lib/fs/nfs/inetboot\n");
+}
+
+TEST_F(GetOsPathnames, NamesPackagesAndBootProgramOfAnExportArea) {
+    write("/cdrom/area/export/exec/kel4.Quorvel_2.5/lib/fs/nfs/inetboot");
+    write("/cdrom/area/export/root/templates/Quorvel_2.5/KTVXbase/pkginfo");
+    const Outcome run = ask("os_version=2.5 dirpath=/cdrom/area");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.output, "root_path  /cdrom/area/export/root/templates/Quorvel_2.5\n"
+                          "boot_prog  /cdrom/area/export/exec/kel4.Quorvel_2.5/lib/fs/nfs/inetboot\n");
+}
+
+TEST_F(GetOsPathnames, SaysWhatIsMissingAndWhereItLooked) {
+    const Outcome nothing = ask("os_version=2.5 dirpath=/cdrom/none");
+    EXPECT_EQ(nothing.status, 1);
+    EXPECT_THAT(nothing.output, HasSubstr("/cdrom/none is not a directory"));
+    fs::create_directories("/cdrom/bare");
+    const Outcome bare = ask("os_version=2.5 dirpath=/cdrom/bare");
+    EXPECT_EQ(bare.status, 1);
+    EXPECT_THAT(bare.output, HasSubstr("/cdrom/bare is no install hierarchy"));
+    fs::create_directories("/cdrom/bare/etc");
+    const Outcome tree = ask("os_version=2.5 dirpath=/cdrom/bare");
+    EXPECT_EQ(tree.status, 1);
+    EXPECT_THAT(tree.output, HasSubstr("no boot program for kel4m"));
+    EXPECT_THAT(tree.output, HasSubstr("/cdrom/bare/boot/inetboot.kel4m.Quorvel_2.5"));
+}
+
+TEST_F(GetOsPathnames, RefusesWhatDoesNotFit) {
+    refused("install/get_os_pathnames inst_set_arch=kel4 imp_arch=kel4m os_prod=Quorvel os_version=2.5",
+            "dirpath is missing");
+    refused("install/get_os_pathnames inst_set_arch=kel4 imp_arch=kel4m os_prod=Quorvel dirpath=/cdrom",
+            "os_version is missing");
+    refused("install/get_os_pathnames inst_set_arch=kel4 imp_arch=kel4m os_prod=Quorvel os_version=x "
+            "dirpath=/cdrom",
+            "os_version");
+    refused("install/get_os_pathnames inst_set_arch=kel4 imp_arch=kel4m os_prod=Quorvel os_version=2.5 "
+            "dirpath=relative",
+            "dirpath");
 }
 
 } // namespace
