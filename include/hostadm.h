@@ -79,30 +79,34 @@ struct package_source {
     const char *path;
 };
 
+/* What set_swmgmt_errors is told. A string that is NULL counts as empty. */
 struct swmgmt_error {
-    int kind;
-    const void *detail;
+    int kind;           /* 1 to 9 */
+    const void *detail; /* of kinds 1, 2 and 9: one of the records below */
 };
 
+/* Kind 1: a file system that is short of something. */
 struct swmgmt_space {
-    struct swmgmt_space *next;
-    const char *name;
-    const char *label;
-    int available_kb;
+    struct swmgmt_space *next; /* NULL: the last one */
+    const char *name;          /* of the file system */
+    const char *label;         /* what stands before the name */
+    int available_kb;          /* not looked at */
     int required_kb;
-    int no_inodes;
+    int no_inodes; /* not 0: inodes are short, not space */
 };
 
+/* Kind 2: where there is no free space, in two pieces. */
 struct swmgmt_no_space {
-    const char *second;
+    const char *second; /* the piece that is told last */
     const char *first;
 };
 
+/* Kind 9: an installed package that does not match. */
 struct swmgmt_revision {
     const char *package;
     const char *arch;
-    const char *installed;
-    const char *required;
+    const char *installed; /* its revision */
+    const char *required;  /* the revision that it should have */
 };
 
 /* ---- data objects ---- */

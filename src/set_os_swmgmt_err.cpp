@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include "hostadm.h"
+#include "support/handle.hpp"
 #include "support/text.hpp"
 
 namespace {
@@ -44,10 +44,7 @@ void record_unknown(const char *method, int what) {
 }
 
 constexpr std::size_t report_size = 1024;
-struct Free {
-    void operator()(char *text) const { std::free(text); }
-};
-using Buffer = std::unique_ptr<char, Free>;
+using Buffer = Allocated<char>;
 
 Buffer zeroed_buffer() {
     return Buffer(static_cast<char *>(std::calloc(report_size, 1)));
