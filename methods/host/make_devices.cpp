@@ -30,7 +30,9 @@ const Description description{
                   {.name = "held_directory",
                    .kind = Kind::path,
                    .purpose = "where to make that, if elsewhere"}},
-    .columns = {{.name = "node", .purpose = "a name that was not there before"}},
+    .columns = {{.name = "node",
+                 .purpose = "a name that was not there before; no row when all were there, or when the "
+                            "script failed, which only its own words tell"}},
 };
 
 bool is_tape(const std::string &device) {
