@@ -3,6 +3,7 @@
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
+#include "support/roots.hpp"
 
 namespace {
 
@@ -23,20 +24,20 @@ const Description description{
 
 int work(Call &call) {
     const std::string root = call.get("root");
-    std::error_code error;
-    if (!fs::is_directory(root, error))
-        return call.fail(root + " is no directory; give the client's root directory on this server");
-    if (!fs::exists(patch_tool, error)) {
+    if (const std::string defect = hostadm::support::defect_of_root(root); !defect.empty())
+        return call.fail(defect);
+    if (std::error_code error; !fs::exists(patch_tool, error)) {
         call.set("result", "no_patch_tool");
         return 0;
     }
     call.progress("applying patches to " + root);
-    const int status = apply_patches(root.c_str());
-    if (status == 0)
+    if (apply_patches(root.c_str()) == 0) {
         call.set("result", "applied");
-    else
-        call.left_undone(root + " may have some of the patches; run this again when the cause is mended");
-    return status;
+        return 0;
+    }
+    call.fail("cannot apply the patches to " + root); // the tool may have failed without a word
+    call.left_undone(root + " may have some of the patches; run this again when the cause is mended");
+    return 1;
 }
 
 } // namespace

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "support/roots.hpp"
+#include <filesystem>
+#include <system_error>
 
 #include "hostadm/method.hpp"
+#include "support/roots.hpp"
 
 namespace {
 
@@ -17,11 +19,28 @@ const Description description{
                    "directories of packages, or trees, with commas between them, taken in this order", true}},
 };
 
+// What keeps the library from working in the root and nowhere else; empty: nothing.
+std::string defect_of(const std::string &root) {
+    std::string defect = hostadm::support::defect_of_root(root);
+    for (const char *below :
+         {"/var/sadm/softinfo", "/var/sadm/install_data", "/var/sadm/system/admin", "/usr"})
+        if (defect.empty())
+            defect = hostadm::support::way_out_of_root(root, below);
+    return defect;
+}
+
 int work(Call &call) {
     using namespace hostadm::support;
-    call.progress("filling " + call.get("rootpath"));
-    return fill_root(call, call.get("rootpath"), call.get("os_name"), call.get("os_version"),
-                     split_paths(call.get("sources")));
+    const std::string root = real_path_of(call.get("rootpath"));
+    if (const std::string defect = defect_of(root); !defect.empty())
+        return call.fail(defect);
+    call.progress("filling " + root);
+    const int status =
+        fill_root(call, root, call.get("os_name"), call.get("os_version"), split_paths(call.get("sources")));
+    if (std::error_code error; status != 0 && !std::filesystem::is_empty(root, error))
+        call.left_undone(root +
+                         " may hold part of what was to be in it; run this again when the cause is mended");
+    return status;
 }
 
 } // namespace

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <sstream>
+#include <utility>
 
 #include "hostadm.h"
 #include "hostadm/table_edit.hpp"
@@ -65,17 +66,6 @@ struct NewTableRemoved {
     throw Failed{table_of(root) + " is not as it should be after the edit; somebody else may be changing it"};
 }
 
-// The client writes to its root as well: no link in there may lead an edit to this server's own files.
-void check_leads_nowhere_else(const std::string &root, const std::string &below) {
-    std::error_code error;
-    const fs::path place = fs::weakly_canonical(root + below, error);
-    if (error)
-        throw Failed{root + below + ": " + error.message()};
-    if (!is_at_or_below(place, fs::canonical(root)))
-        throw Failed{root + below + " leads out of the client's root, to " + place.string() +
-                     "; make the link there a relative one"};
-}
-
 // What is in a directory, for an error that says what there would have been.
 std::string names_in(const fs::path &directory) {
     std::vector<std::string> names;
@@ -114,15 +104,13 @@ std::vector<CachedMount> cached_mounts(std::string_view table) {
 }
 
 void check_client_root(const std::string &root) {
-    std::error_code error;
-    if (!fs::is_directory(root, error))
-        throw Failed{root + " is no directory; give the client's root directory on this server"};
-    if (fs::equivalent(root, "/", error))
-        throw Failed{root + " is this server's own root, not a client's"};
-    if (!fs::is_regular_file(table_of(root), error))
+    if (std::string defect = defect_of_root(root); !defect.empty())
+        throw Failed{std::move(defect)};
+    if (std::error_code error; !fs::is_regular_file(table_of(root), error))
         throw Failed{table_of(root) + " does not exist, so " + root + " is no client's root yet"};
     for (const char *below : {"/etc/vfstab", "/etc/fs/cachefs", "/.autoinstall"})
-        check_leads_nowhere_else(root, below);
+        if (std::string way_out = way_out_of_root(root, below); !way_out.empty())
+            throw Failed{std::move(way_out)};
 }
 
 std::string read_client_table(const std::string &root) {

@@ -125,6 +125,24 @@ bool is_at_or_below(const std::string &path, const std::string &directory) {
     return path == directory || path.starts_with(above + "/");
 }
 
+std::string defect_of_root(const std::string &root) {
+    std::error_code error;
+    if (!fs::is_directory(root, error))
+        return root + " is no directory; give the client's root directory on this server";
+    return fs::equivalent(root, "/", error) ? root + " is this server's own root, not a client's" : "";
+}
+
+std::string way_out_of_root(const std::string &root, const std::string &below) {
+    std::error_code error;
+    const fs::path place = fs::weakly_canonical(root + below, error);
+    if (error)
+        return root + below + ": " + error.message();
+    if (is_at_or_below(place, fs::canonical(root)))
+        return "";
+    return root + below + " leads out of the client's root, to " + place.string() +
+           "; make the link there a relative one";
+}
+
 bool is_near_server_root(const std::string &directory) {
     const fs::path path = real_path_of(directory);
     return std::distance(path.begin(), path.end()) < 3; // "/", and two names below it

@@ -33,6 +33,12 @@ std::string real_path_of(const std::string &path);
 // Whether one path is the other, or lies below it.
 bool is_at_or_below(const std::string &path, const std::string &directory);
 
+// What keeps a directory from being a client's root; empty: nothing.
+std::string defect_of_root(const std::string &root);
+// The client writes to its root as well: no link in there may lead work on ROOT BELOW to this server's own
+// files. What is wrong; empty: nothing.
+std::string way_out_of_root(const std::string &root, const std::string &below);
+
 // Whether a directory is "/" or lies just below it, where no client's root belongs.
 bool is_near_server_root(const std::string &directory);
 

@@ -242,6 +242,7 @@ TEST_F(CacheletSystem, PatchToolRunsOnTheClient) {
     const Ran failed = hostadm("run service/apply_patches root=/export/root/c1");
     EXPECT_EQ(failed.status, 1);
     EXPECT_THAT(failed.output, HasSubstr("bad patch"));
+    EXPECT_THAT(failed.output, HasSubstr("cannot apply the patches to /export/root/c1"));
     EXPECT_EQ(hostadm("run service/apply_patches root=/no/client").status, 1);
 }
 

@@ -872,6 +872,49 @@ TEST_F(Client, NameMayBeSetAlone) {
     EXPECT_THAT(failed.errors, HasSubstr("/etc/hosts"));
 }
 
+TEST_F(Client, RootIsNeverTheServersOwn) {
+    standin::place("/usr/sbin/pkgadd");
+    write("/spool/KTVXboot/pkginfo", "PKG=KTVXboot\n");
+    fs::create_directories("/export/root/c7");
+    fs::create_directory_symlink("/", "/export/root/top");
+    fs::create_directory_symlink("/var", "/export/root/c7/var");
+    struct stat before {
+    }, after{};
+    ASSERT_EQ(stat("/var", &before), 0);
+    const auto create = [](const std::string &root) {
+        return method("service/create_root os_name=Quorvel os_version=2.5 sources=/spool rootpath=" + root);
+    };
+    EXPECT_THAT(create("/").errors, HasSubstr("/ is this server's own root"));
+    EXPECT_THAT(create("//").errors, HasSubstr("/ is this server's own root"));
+    EXPECT_THAT(create("/export/root/top").errors, HasSubstr("is this server's own root"));
+    EXPECT_THAT(create("/export/root/c7").errors, HasSubstr("leads out of the client's root, to /var/sadm"));
+    EXPECT_THAT(create("/export/root/none").errors, HasSubstr("/export/root/none is no directory"));
+    EXPECT_THAT(standin::lines(), testing::IsEmpty());
+    ASSERT_EQ(stat("/var", &after), 0);
+    EXPECT_EQ(after.st_ctim.tv_nsec, before.st_ctim.tv_nsec) << "it did not change hands";
+    EXPECT_THAT(method("service/apply_patches root=/").errors, HasSubstr("is this server's own root"));
+}
+
+TEST_F(Client, RootThatIsFilledInPartIsTold) {
+    standin::place("/usr/sbin/pkgadd");
+    write("/spool/KTVXboot/pkginfo", "PKG=KTVXboot\n");
+    fs::create_directories("/export/root/c7");
+    const std::string create =
+        "service/create_root rootpath=/export/root/c7/ os_name=Quorvel os_version=2.5 sources=/spool";
+    const Ran failed = method(create);
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_THAT(failed.errors,
+                AllOf(HasSubstr(".clustertoc"), HasSubstr("left half done: /export/root/c7 may")));
+    EXPECT_THAT(standin::lines(),
+                ElementsAre(testing::StartsWith("/usr/sbin/pkgadd -S -n -R /export/root/c7 -a")));
+    standin::answer("/usr/sbin/pkgadd", {.status = 1});
+    fs::remove_all("/export/root/c7");
+    fs::create_directories("/export/root/c7");
+    const Ran untouched = method(create);
+    EXPECT_EQ(untouched.status, 1);
+    EXPECT_THAT(untouched.errors, Not(HasSubstr("left half done"))) << "nothing had been installed";
+}
+
 TEST_F(Client, RootMayBeFilledAlone) {
     if (!fs::exists("/usr/bin/cpio"))
         GTEST_SKIP() << "cpio is not installed";
