@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/client_entry.hpp"
 
+#include <cstring>
 #include <functional>
 #include <stdexcept>
 
@@ -34,7 +35,7 @@ std::vector<BootparamsClient> client_entries() {
     std::string file;
     const int status = tables::read_file(bootparams_path, file);
     if (status != 0 && status != tables::no_such_line)
-        throw std::runtime_error(methods::edit_failure(bootparams_path, status));
+        throw std::runtime_error(std::string(bootparams_path) + " cannot be read: " + std::strerror(-status));
     return methods::clients_in(file);
 }
 

@@ -3,11 +3,37 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+
 #include "hostadm.h"
+#include "hostadm/platform.h"
 #include "hostadm/table_edit.hpp"
+#include "support/client_entry.hpp"
 #include "support/host_tables.hpp"
 
 namespace hostadm::support {
+
+namespace {
+
+// The library ends the process at a source that it does not know, and finds no client in one that it cannot
+// read. Here it is said which that is.
+void check_sources() {
+    const sysv_nsw_config *config = sysv_nsw_getconfig("bootparams");
+    for (const sysv_nsw_lookup *lookup = config == nullptr ? nullptr : config->lookups; lookup != nullptr;
+         lookup = lookup->next) {
+        const std::string source = lookup->service;
+        if (source != "files" && source != "nis" && source != "nisplus")
+            throw std::runtime_error("/etc/nsswitch.conf names the source \"" + source +
+                                     "\" for bootparams; only files, nis and nisplus can be listed");
+        if (source == "files" && access(bootparams_path, R_OK) != 0 && errno != ENOENT)
+            throw std::runtime_error(std::string(bootparams_path) +
+                                     " cannot be read: " + std::strerror(errno));
+    }
+}
+
+} // namespace
 
 std::unordered_map<std::string, std::string> current_shares() {
     std::unordered_map<std::string, std::string> shares;
@@ -48,6 +74,7 @@ std::vector<ClientSummary> all_clients() {
         return found == table.end() ? std::string() : found->second;
     };
 
+    check_sources();
     std::vector<ClientSummary> clients;
     for (const client_node *node = do_bootparams(); node != nullptr; node = node->next) {
         ClientSummary client;

@@ -27,8 +27,8 @@ struct ClientSummary {
     bool shared = false;
 };
 
-// All clients whose root is on this server, in the order of bootparams. Ends the process with status 255
-// where the name-service switch names a source that nobody can read.
+// All clients whose root is on this server, in the order of bootparams. Throws std::runtime_error where the
+// name-service switch names a source that nobody can read, or a table cannot be read.
 std::vector<ClientSummary> all_clients();
 
 } // namespace hostadm::support

@@ -724,6 +724,28 @@ TEST_F(Client, IsListedAndShown) {
     EXPECT_EQ(method("client/show hostname=nobody").status, 1);
 }
 
+TEST_F(Client, IsNotListedFromASourceThatNobodyKnows) {
+    const std::string before = read("/etc/nsswitch.conf");
+    write("/etc/nsswitch.conf", before + "bootparams: files dns\n");
+    for (const char *words : {"run client/list", "status"}) {
+        const Ran failed = run(words);
+        EXPECT_EQ(failed.status, 1);
+        EXPECT_THAT(failed.errors, HasSubstr("/etc/nsswitch.conf names the source \"dns\" for bootparams"));
+    }
+    write("/etc/nsswitch.conf", before);
+}
+
+TEST_F(Client, IsNotSaidToBeMissingWhereBootparamsCannotBeRead) {
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    fs::permissions("/etc/bootparams", fs::perms::owner_read);
+    for (const char *words : {"run client/list", "run client/show hostname=c1", "status"})
+        EXPECT_EQ(std::system(("setpriv --reuid 65534 --clear-groups " + hostadm() + " " + words +
+                               " 2>&1 | grep -q '/etc/bootparams cannot be read: Permission denied'")
+                                  .c_str()),
+                  0)
+            << words;
+}
+
 TEST_F(Client, IsInTheStatusOfTheServer) {
     write("/etc/hosts", "127.0.0.1\tlocalhost server1\n");
     write("/etc/vfstab", "#device\tfsck\tpoint\ttype\tpass\tboot\toptions\n/proc - /proc proc - no -\n"
