@@ -92,7 +92,7 @@ private:
             const std::string_view whole = line();
             std::string_view content = content_of(whole);
             continued = is_continued(whole);
-            entry.tail = continued ? "\n" : whole.substr(content.size());
+            entry.tail = whole.substr(content.size());
             if (continued)
                 content = trimmed_end(content.substr(0, content.size() - 1));
             if (entry.text.empty())

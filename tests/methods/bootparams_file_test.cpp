@@ -135,6 +135,13 @@ TEST(BootparamsFile, LineEndingsStay) {
     EXPECT_EQ(set("c0\r\nc1 root=a:/q\r\nc2\r\n", "c1", root_item), "c0\r\nc1 root=srv:/r\r\nc2\r\n");
 }
 
+TEST(BootparamsFile, LineEndingStaysBehindABackslashThatContinuesNothing) {
+    EXPECT_EQ(set("c1 root=a:/q \\\n", "c1", root_item), "c1 root=srv:/r\n");
+    EXPECT_EQ(set("c1 root=a:/q \\\r\n", "c1", root_item), "c1 root=srv:/r\r\n");
+    EXPECT_EQ(set("c1 root=a:/q \\", "c1", root_item), "c1 root=srv:/r");
+    EXPECT_EQ(set("c1 swap=a:/s \\\n\nc2\n", "c1", root_item), "c1 swap=a:/s root=srv:/r\nc2\n");
+}
+
 TEST(BootparamsFile, KeyThatEndsAnotherKeyIsApart) {
     EXPECT_EQ(set("c1 swapsize=16\n", "c1", {{"size", "", "24"}}), "c1 swapsize=16 size=:24\n");
     EXPECT_EQ(set("c1 myroot=a:/r\n", "c1", root_item), "c1 myroot=a:/r root=srv:/r\n");
@@ -191,6 +198,7 @@ TEST(BootparamsFile, NothingToRemove) {
 TEST(BootparamsFile, RemovesEveryEntryOfAClient) {
     EXPECT_EQ(without_client("# head\nc1 root=a:/r \\\n swap=a:/s\n\nc2 root=b:/r\nc1\n", "c1"),
               "# head\n\nc2 root=b:/r\n");
+    EXPECT_EQ(without_client("c0\nc1 root=a:/r\nc2 root=b:/r # note", "c1"), "c0\nc2 root=b:/r # note");
     EXPECT_EQ(without_client("c1 root=a:/r", "c1"), "");
 }
 
