@@ -113,6 +113,21 @@ TEST(Hierarchy, ATreeIsItsOwnRoot) {
     }
 }
 
+TEST(Hierarchy, ATreeMayHoldUsrAlone) {
+    const tests::Scratch tree;
+    tree.write("usr/lib/fs/nfs/inetboot", "x");
+    EXPECT_EQ(find_os(tree.path(), identity).root_path, tree.path());
+}
+
+TEST(Hierarchy, PathsOfTheRootDirectoryHaveOneSlash) {
+    EXPECT_THAT(
+        [] {
+            find_os("/", {"kel4", "no-such-arch", "Quorvel", "2.5"});
+        },
+        ThrowsMessage<std::runtime_error>(HasSubstr("looked for /boot/inetboot.no-such-arch.Quorvel_2.5, "
+                                                    "/usr/platform/no-such-arch/")));
+}
+
 TEST(Hierarchy, WhatIsMissingIsNamed) {
     const tests::Scratch place;
     EXPECT_THAT([&] { find_os(place.path("none"), identity); },

@@ -2,6 +2,7 @@
 // filesystem/add_mount_entry, host/make_devices and install/get_os_pathnames, run by the command.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 
 #include <filesystem>
 #include <fstream>
@@ -65,6 +66,34 @@ TEST(AddMountEntry, TableThatCannotBeChangedIsAnError) {
     const Outcome run = hostadm("run filesystem/add_mount_entry resource=/dev/x vfstab=/etc/folder");
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.output, HasSubstr("/etc/folder cannot be changed: Is a directory"));
+}
+
+TEST(AddMountEntry, TableOnAFullDiskStaysAsItWas) {
+    fs::create_directories("/mnt/full");
+    if (mount("full", "/mnt/full", "tmpfs", 0, "size=8k") != 0)
+        GTEST_SKIP() << "no file system can be mounted here";
+    std::ofstream("/mnt/full/vfstab") << "/dev/sda1 - / ext4 1 no -\n";
+    std::ofstream("/mnt/full/rest") << std::string(100'000, 'x');
+    const Outcome run = hostadm("run filesystem/add_mount_entry resource=/dev/x vfstab=/mnt/full/vfstab");
+    const std::string table = content("/mnt/full/vfstab");
+    const auto files = std::distance(fs::directory_iterator("/mnt/full"), fs::directory_iterator());
+    umount("/mnt/full");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.output, HasSubstr("/mnt/full/vfstab cannot be changed: No space left on device"));
+    EXPECT_EQ(table, "/dev/sda1 - / ext4 1 no -\n");
+    EXPECT_EQ(files, 2) << "nothing is left behind";
+}
+
+TEST(AddMountEntry, TableThatIsAMountPointIsAnError) {
+    std::ofstream("/etc/mounted") << "/dev/sda1 - / ext4 1 no -\n";
+    std::ofstream("/etc/below") << "";
+    if (mount("/etc/mounted", "/etc/below", nullptr, MS_BIND, nullptr) != 0)
+        GTEST_SKIP() << "no file can be mounted here";
+    const Outcome run = hostadm("run filesystem/add_mount_entry resource=/dev/x vfstab=/etc/below");
+    umount("/etc/below");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.output, HasSubstr("/etc/below is a mount point and cannot be replaced"));
+    EXPECT_EQ(content("/etc/mounted"), "/dev/sda1 - / ext4 1 no -\n");
 }
 
 class MakeDevices : public testing::Test {
