@@ -70,36 +70,73 @@ struct Settings {
     std::string threads = "8";
 };
 
-// ---- questions to rpcbind ---------------------------------------------------------------------------------
+// ---- questions to rpcbind and the servers --------------------------------------------------------------------
 
-// The port of an RPC program by UDP, 0 when it is not registered, nothing when rpcbind does not answer. A
-// datagram by hand, because the library call waits a minute for an rpcbind that hangs.
-std::optional<uint32_t> registered_port(uint32_t program, uint32_t version) {
-    const Descriptor wire(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    if (!wire)
-        fail_with_errno("cannot make a socket");
-    sockaddr_in rpcbind = {};
-    rpcbind.sin_family = AF_INET;
-    rpcbind.sin_port = htons(111);
-    rpcbind.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (connect(wire.get(), reinterpret_cast<const sockaddr *>(&rpcbind), sizeof rpcbind) != 0)
-        return std::nullopt;
-    // Transaction, call, RPC 2, rpcbind version 2 GETPORT, no credentials, then program, version, UDP, 0.
-    const uint32_t words[] = {0x5368, 0, 2, rpcbind_program, 2, 3, 0, 0, 0, 0, program, version, 17, 0};
-    uint32_t request[std::size(words)];
-    for (size_t index = 0; index < std::size(words); ++index)
-        request[index] = htonl(words[index]);
-    pollfd readable = {wire.get(), POLLIN, 0};
-    // Transaction, reply, accepted, no verifier (two words), success, port.
-    uint32_t reply[7];
-    if (send(wire.get(), request, sizeof request, MSG_NOSIGNAL) < 0 || poll(&readable, 1, 500) <= 0 ||
-        recv(wire.get(), reply, sizeof reply, 0) != sizeof reply || ntohl(reply[5]) != 0)
-        return std::nullopt;
-    return ntohl(reply[6]);
+constexpr uint16_t rpcbind_port = 111;
+constexpr uint32_t by_tcp = 6;
+constexpr uint32_t by_udp = 17;
+
+sockaddr_in here(uint16_t port) {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
 }
 
-bool is_registered(uint32_t program, uint32_t version) {
-    return registered_port(program, version).value_or(0) != 0;
+Descriptor connected(int type, uint16_t port) {
+    Descriptor wire(socket(AF_INET, type | SOCK_CLOEXEC, 0));
+    if (!wire)
+        fail_with_errno("cannot make a socket");
+    const sockaddr_in address = here(port);
+    if (connect(wire.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+        wire.reset();
+    return wire;
+}
+
+// The results of a call by UDP, nothing when there is no answer. A datagram by hand, because the library call
+// waits a minute for an rpcbind that hangs.
+std::optional<std::vector<uint32_t>> call(uint16_t port, uint32_t program, uint32_t version,
+                                          uint32_t procedure, const std::vector<uint32_t> &arguments) {
+    const Descriptor wire = connected(SOCK_DGRAM, port);
+    // Transaction, call, RPC 2, what to call, no credentials.
+    std::vector<uint32_t> words = {0x5368, 0, 2, program, version, procedure, 0, 0, 0, 0};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    for (uint32_t &word : words)
+        word = htonl(word);
+    pollfd readable = {wire.get(), POLLIN, 0};
+    uint32_t reply[16];
+    if (!wire || send(wire.get(), words.data(), words.size() * sizeof words[0], MSG_NOSIGNAL) < 0 ||
+        poll(&readable, 1, 500) <= 0)
+        return std::nullopt;
+    const ssize_t size = recv(wire.get(), reply, sizeof reply, 0);
+    // Transaction, reply, accepted, no verifier (two words), success.
+    constexpr size_t head = 6;
+    const size_t count = size < 0 ? 0 : static_cast<size_t>(size) / sizeof reply[0];
+    if (count < head || reply[0] != words[0] || ntohl(reply[5]) != 0)
+        return std::nullopt;
+    std::vector<uint32_t> results(reply + head, reply + count);
+    for (uint32_t &result : results)
+        result = ntohl(result);
+    return results;
+}
+
+// The port of an RPC program, 0 when it is not registered, nothing when rpcbind does not answer.
+std::optional<uint16_t> registered_port(uint32_t program, uint32_t version, uint32_t protocol) {
+    constexpr uint32_t get_port = 3;
+    const auto results = call(rpcbind_port, rpcbind_program, 2, get_port, {program, version, protocol, 0});
+    if (!results || results->size() != 1)
+        return std::nullopt;
+    return static_cast<uint16_t>(results->front());
+}
+
+// Registered is not enough: rpcbind remembers servers that were killed. A server that somebody else started may
+// have no UDP.
+bool answers(uint32_t program, uint32_t version) {
+    if (const uint16_t port = registered_port(program, version, by_udp).value_or(0))
+        return call(port, program, version, 0, {}).has_value();
+    const uint16_t port = registered_port(program, version, by_tcp).value_or(0);
+    return port != 0 && connected(SOCK_STREAM, port);
 }
 
 template <typename Condition> bool comes_true(std::chrono::milliseconds patience, Condition condition) {
@@ -113,7 +150,7 @@ template <typename Condition> bool comes_true(std::chrono::milliseconds patience
 }
 
 void require_rpcbind() {
-    if (!comes_true(1s, [] { return registered_port(rpcbind_program, 2).has_value(); }))
+    if (!comes_true(1s, [] { return registered_port(rpcbind_program, 2, by_udp).has_value(); }))
         throw Failure("rpcbind does not answer; install the package rpcbind and start it with \"rpcbind -w "
                       "-r\" (-r lets clients' broadcasts through)");
 }
@@ -246,7 +283,8 @@ int watch_kernel_threads(const std::string &threads) {
     const Signals signals;
     const HostsWatch hosts;
     publish_now(*server, true);
-    const Outcome started = run({kernel_threads_program, threads});
+    // Old clients have no TCP.
+    const Outcome started = run({kernel_threads_program, "--udp", threads});
     if (started.status != 0)
         throw Failure("rpc.nfsd failed: " + started.output.substr(0, started.output.find('\n')));
     return watch(*server, 0, signals, hosts);
@@ -324,8 +362,12 @@ bool file_system_module_installed() {
 void write_ganesha_settings() {
     make_directories("/etc/ganesha");
     make_directories("/var/log/ganesha");
-    if (read_file(ganesha_settings))
+    if (const auto present = read_file(ganesha_settings)) {
+        if (present->find(ganesha_exports) == std::string::npos)
+            throw Failure(std::string(ganesha_settings) + " does not include " + ganesha_exports +
+                          ", so nothing would be served; remove it to have it written again");
         return;
+    }
     replace_file(ganesha_settings,
                  "# Settings of the NFS server that /usr/lib/nfs/nfsd starts. Written once.\n"
                  "# Without lock manager and grace period: a client that boots must write at\n"
@@ -358,8 +400,7 @@ std::optional<FileLock> lock_unless_running(const char *path, Condition answers)
 }
 
 bool ganesha_answers() {
-    return !processes_named(ganesha_process).empty() && is_registered(mount_program, 3) &&
-           is_registered(nfs_program, 3);
+    return !processes_named(ganesha_process).empty() && answers(mount_program, 3) && answers(nfs_program, 3);
 }
 
 int start_ganesha_server(const Settings &settings) {
@@ -380,8 +421,8 @@ int start_ganesha_server(const Settings &settings) {
 }
 
 int start_kernel_mountd(const Settings &settings) {
-    const auto answers = [] { return is_registered(mount_program, 3); };
-    const auto lock = lock_unless_running("/run/mountd.lock", answers);
+    const auto mountd_answers = [] { return answers(mount_program, 3); };
+    const auto lock = lock_unless_running("/run/mountd.lock", mountd_answers);
     if (!lock)
         return 0;
     const std::vector<pid_t> running = processes_named(kernel_mountd_process);
@@ -389,16 +430,17 @@ int start_kernel_mountd(const Settings &settings) {
         throw Failure("rpc.mountd runs already, process " + std::to_string(running.front()) +
                       "; stop it first: systemctl disable --now nfs-server");
     require_rpcbind();
-    return launch(settings, kernel_mountd_program, {mountd_path, "-F"}, answers, "see the system's log");
+    return launch(settings, kernel_mountd_program, {mountd_path, "-F"}, mountd_answers,
+                  "see the system's log");
 }
 
 int start_kernel_threads(const Settings &settings) {
-    const auto answers = [] { return is_registered(nfs_program, 3); };
-    const auto lock = lock_unless_running("/run/nfsd.lock", answers);
+    const auto nfsd_answers = [] { return answers(nfs_program, 3); };
+    const auto lock = lock_unless_running("/run/nfsd.lock", nfsd_answers);
     if (!lock)
         return 0;
     require_rpcbind();
-    return launch(settings, "/proc/self/exe", {nfsd_path, watch_word, settings.threads}, answers,
+    return launch(settings, "/proc/self/exe", {nfsd_path, watch_word, settings.threads}, nfsd_answers,
                   "does this kernel have an NFS server (modprobe nfsd)? See the system's log");
 }
 
