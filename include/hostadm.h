@@ -473,6 +473,7 @@ char *edit_bootparams_entry(const char *entry, const char *key, const char *serv
  * Returns only on success; otherwise records an error and ends the process with status 1:
  * - error 1 (NAME): "nameservice", "db_hostname" or the domain is missing or empty
  * - error 10 (VALUE, NAME): the name service is none of the four
+ * Without a record it does so when memory is out.
  */
 const char *get_db_strings(const char *method, char **nameservice, int *mask, char **domain,
                            char **db_hostname);

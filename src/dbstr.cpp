@@ -57,8 +57,11 @@ const char *domain_or_system(const char *method, char *buffer, long size) {
 }
 
 void store_copy(char **output, const char *text) {
-    if (output != nullptr)
-        *output = hostadm::duplicate(text);
+    if (output == nullptr)
+        return;
+    *output = hostadm::duplicate(text);
+    if (*output == nullptr)
+        std::exit(1);
 }
 
 } // namespace

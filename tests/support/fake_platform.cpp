@@ -33,7 +33,7 @@ long sysv_sysinfo(int command, char *buffer, long size) {
     state.sysinfo_calls.push_back({command, buffer, size});
     const auto found = state.sysinfo.find(command);
     if (found == state.sysinfo.end())
-        return -1;
+        return state.no_sysinfo;
     std::snprintf(buffer, static_cast<std::size_t>(size), "%s", found->second.c_str());
     return static_cast<long>(found->second.size()) + 1;
 }

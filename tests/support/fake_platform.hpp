@@ -24,6 +24,7 @@ struct SysinfoCall {
 struct Platform {
     std::vector<SysinfoCall> sysinfo_calls;
     std::map<int, std::string> sysinfo = {{2, "server1"}, {3, "5.5"}, {6, "i386"}, {9, "lab.example"}};
+    long no_sysinfo = -1;        // what sysv_sysinfo answers for any other item
     std::string fstype = "ext4"; // empty: sysv_fstype fails
     bool has_switch = true;      // is there a name-service switch?
     std::vector<std::string> sources = {"files"};

@@ -39,6 +39,7 @@ std::map<std::string, int> command_statuses; // by a part of the command
 std::string root;                            // the root under test; noted paths are relative to it
 std::string admin_text;                      // the admin file as the last command found it
 int admin_mode;
+const char *refused_line; // fputs writes nothing of it
 
 std::string relative(const char *path) {
     const std::string whole = path;
@@ -111,6 +112,12 @@ int rmdir(const char *path) noexcept {
     return status;
 }
 
+int fputs(const char *text, FILE *stream) {
+    if (refused_line != nullptr && std::string(text) == refused_line)
+        return 0;
+    return real<int(const char *, FILE *)>("fputs")(text, stream);
+}
+
 int do_systemcmd(const char *command, const char *method) {
     commands.push_back(std::string(method) + ": " + command);
     const std::string text = command;
@@ -145,6 +152,7 @@ protected:
         commands.clear();
         command_statuses.clear();
         admin_text.clear();
+        refused_line = nullptr;
         before_ = admin_files();
     }
     void TearDown() override {
@@ -249,8 +257,8 @@ TEST_F(CreateClntRoot, AMissingRootIsReportedWithItsErrno) {
 }
 
 TEST_F(CreateClntRoot, ADirectoryThatCannotChangeHandsIsRemovedAgain) {
-    failures["chown /var 0:3"] = EPERM;
-    EXPECT_EQ(mkdir_chown(root.c_str(), "/var", 0775, 0, 3), EPERM);
+    failures["chown /var 0:3"] = EROFS;
+    EXPECT_EQ(mkdir_chown(root.c_str(), "/var", 0775, 0, 3), EROFS);
     EXPECT_THAT(calls, ElementsAre("mkdir /var", "chown /var 0:3", "rmdir /var"));
     EXPECT_THAT(left_in_root(), IsEmpty());
 }
@@ -301,6 +309,17 @@ TEST_F(CreateClntRoot, AnAdminFileThatCannotBeWrittenTakesTheDirectoriesAway) {
     EXPECT_EQ(removals(), all_removals);
     EXPECT_THAT(left_in_root(), IsEmpty());
     EXPECT_THAT(new_admin_files(), IsEmpty());
+}
+
+TEST_F(CreateClntRoot, EveryLineOfTheAdminFileMustBeWritten) {
+    for (const char *line : {"mail=\n", "space=quit\n", "basedir=/\n"}) {
+        refused_line = line;
+        EXPECT_EQ(setup_environment(root.c_str()), -1) << line;
+        EXPECT_THAT(left_in_root(), IsEmpty()) << line;
+        EXPECT_THAT(new_admin_files(), IsEmpty()) << line;
+    }
+    EXPECT_EQ(create(), -1);
+    EXPECT_THAT(quiet_commands(), IsEmpty());
 }
 
 TEST_F(CreateClntRoot, AnAdminFileThatCannotBeOpenedLeavesTheDirectories) {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -11,6 +12,8 @@
 #include "support/fake_platform.hpp"
 
 namespace {
+
+std::size_t refused_size = 0; // memory of just this size is out
 
 class Dbstr : public testing::Test {
 protected:
@@ -55,6 +58,11 @@ Selection expected(const char *service, const char *domain, const char *host, in
 using DbstrExits = Dbstr;
 
 } // namespace
+
+extern "C" void *malloc(size_t size) {
+    static auto *real = reinterpret_cast<void *(*)(size_t)>(dlsym(RTLD_NEXT, "malloc"));
+    return refused_size != 0 && size == refused_size ? nullptr : real(size);
+}
 
 TEST_F(Dbstr, LocalFilesNeedTheDatabaseHostAndHaveNoDomain) {
     given({{"nameservice", "ufs"}, {"db_hostname", "srv"}, {"domain", "ignored"}});
@@ -135,6 +143,30 @@ TEST_F(DbstrExits, WhenNisIsSelectedAndTheSystemHasNoDomain) {
         given({{"nameservice", service}, {"db_hostname", "srv"}});
         EXPECT_EXIT(select(), testing::ExitedWithCode(1), "recorded 1: 1\\|add\\|domain\n") << service;
     }
+}
+
+TEST_F(DbstrExits, WhenTheSystemsDomainIsAnEmptyAnswer) {
+    fakes::platform().sysinfo.erase(9);
+    fakes::platform().no_sysinfo = 0;
+    given({{"nameservice", "nis"}});
+    EXPECT_EXIT(select(), testing::ExitedWithCode(1), "recorded 1: 1\\|add\\|domain\n");
+}
+
+TEST_F(DbstrExits, AskingForTheDomainBeforeTheDatabaseHost) {
+    fakes::platform().sysinfo.erase(9);
+    given({{"nameservice", "all"}});
+    EXPECT_EXIT(select(), testing::ExitedWithCode(1), "^recorded 1: 1\\|add\\|domain\n$");
+}
+
+TEST_F(DbstrExits, AskingForTheNameServiceFirst) {
+    fakes::platform().sysinfo.erase(9);
+    given({{"nameservice", "dns"}});
+    EXPECT_EXIT(select(), testing::ExitedWithCode(1), "^recorded 10: 10\\|add\\|dns\\|nameservice\n$");
+}
+
+TEST_F(DbstrExits, WithoutARecordWhenMemoryIsOut) {
+    given({{"nameservice", "ufs"}, {"db_hostname", "srv"}});
+    EXPECT_EXIT((refused_size = sizeof "ufs", select()), testing::ExitedWithCode(1), "^$");
 }
 
 TEST_F(DbstrExits, WhenLocalFilesAreSelectedWithoutADatabaseHost) {

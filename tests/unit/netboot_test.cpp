@@ -96,6 +96,11 @@ protected:
         return init_rplboot_dir("add", "key", "i86pc", "/os", "i386", "Quorvel", "2.5");
     }
 
+    void init_rpl_with_everything() {
+        present = {"/rplboot/inetboot.i86pc.Quorvel_2.5", "/rplboot/gluecode.com", "/rplboot/smc.com"};
+        init_rpl();
+    }
+
     char arch[8] = "kel4m";
 };
 
@@ -289,8 +294,21 @@ TEST_F(NetbootExits, OnlyAfterTheRplbootProgramsBeforeTheMissingOneWereCopied) {
 }
 
 TEST_F(NetbootExits, NamingNoHostWhenTheSystemGivesNone) {
+    init_rpl_with_everything();
+    present.clear();
     fakes::platform().sysinfo.erase(2);
-    EXPECT_EXIT(init_rpl(), ExitedWithCode(1), "^recorded 67: 67\\|add\\|\\|i386\\|i86pc\\|Quorvel\\|2.5\n");
+    for (const long answer : {-1, 0}) {
+        fakes::platform().no_sysinfo = answer;
+        EXPECT_EXIT(init_rpl(), ExitedWithCode(1),
+                    "^recorded 67: 67\\|add\\|\\|i386\\|i86pc\\|Quorvel\\|2.5\n");
+    }
+}
+
+TEST_F(NetbootExits, NamingTheHostAsItIsCalledAtTheTime) {
+    init_rpl_with_everything();
+    fakes::platform().sysinfo[2] = "renamed";
+    present.clear();
+    EXPECT_EXIT(init_rpl(), ExitedWithCode(1), "^recorded 67: 67\\|add\\|renamed\\|");
 }
 
 TEST_F(Netboot, AddingARplClientReplacesItsThreeLinks) {

@@ -101,6 +101,7 @@ TEST(ParseOsService, LengthShorterThanTheStringStopsTheScan) {
     EXPECT_EQ(Split("abc def", 2, 3).result, 1);
     EXPECT_EQ(Split("abc", 1, 2).result, 1);
     EXPECT_EQ(Split("   abc", 1, 2).result, 1);
+    EXPECT_THAT(Split("   abc", 1, 2).words, ElementsAre("-", "-", "-", "-", "-"));
     EXPECT_EQ(Split("abc def", 1, 3).result, 0);
 }
 
