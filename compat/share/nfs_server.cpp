@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <netdb.h>
 #include <set>
 #include <sys/stat.h>
@@ -25,25 +26,43 @@ bool is_program(const char *path) {
 
 // How both servers write one client of an access list: an address, a network or a domain pattern. Addresses
 // and not names, because one name without an address makes a server refuse the whole share.
-std::vector<std::string> server_words(const std::string &client) {
-    if (client.starts_with('@'))
-        return {client.substr(1)};
-    if (client.starts_with('.'))
-        return {"*" + client};
-    addrinfo wanted = {};
-    wanted.ai_socktype = SOCK_STREAM;
-    addrinfo *found = nullptr;
-    if (getaddrinfo(client.c_str(), nullptr, &wanted, &found) != 0)
-        return {};
-    const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(found, freeaddrinfo);
-    std::vector<std::string> addresses;
-    for (const addrinfo *each = found; each != nullptr; each = each->ai_next) {
-        char text[NI_MAXHOST];
-        if (getnameinfo(each->ai_addr, each->ai_addrlen, text, sizeof text, nullptr, 0, NI_NUMERICHOST) == 0)
-            addresses.emplace_back(text);
+class Clients {
+public:
+    Clients() {
+        // Names are looked up under the lock of the shares, and a name server that is silent, as for a client
+        // that is not yet in the hosts table, would hold up each share for ten seconds and more.
+        setenv("RES_OPTIONS", "timeout:1 attempts:2", 0);
     }
-    return addresses;
-}
+
+    const std::vector<std::string> &words_for(const std::string &client) {
+        const auto known = words_.find(client);
+        return known != words_.end() ? known->second : words_.emplace(client, look_up(client)).first->second;
+    }
+
+private:
+    static std::vector<std::string> look_up(const std::string &client) {
+        if (client.starts_with('@'))
+            return {client.substr(1)};
+        if (client.starts_with('.'))
+            return {"*" + client};
+        addrinfo wanted = {};
+        wanted.ai_socktype = SOCK_STREAM;
+        addrinfo *found = nullptr;
+        if (getaddrinfo(client.c_str(), nullptr, &wanted, &found) != 0)
+            return {};
+        const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(found, freeaddrinfo);
+        std::vector<std::string> addresses;
+        for (const addrinfo *each = found; each != nullptr; each = each->ai_next) {
+            char text[NI_MAXHOST];
+            if (getnameinfo(each->ai_addr, each->ai_addrlen, text, sizeof text, nullptr, 0, NI_NUMERICHOST) ==
+                0)
+                addresses.emplace_back(text);
+        }
+        return addresses;
+    }
+
+    std::map<std::string, std::vector<std::string>> words_;
+};
 
 class Ganesha : public NfsServer {
 public:
@@ -52,8 +71,9 @@ public:
 
     std::string exports_text(const std::vector<Export> &exports) const override {
         std::string text = "# Written by share and unshare; changes are lost.\n";
+        Clients clients;
         for (const Export &each : exports)
-            text += export_block(each);
+            text += export_block(each, clients);
         return text;
     }
 
@@ -74,7 +94,7 @@ private:
                (anonymous ? setting("Anonymous_Uid", std::to_string(*anonymous)) : "");
     }
 
-    static std::string export_block(const Export &each) {
+    static std::string export_block(const Export &each, Clients &clients) {
         const ShareOptions &options = each.options;
         const std::string quoted = '"' + each.path + '"';
         std::string text = "\nEXPORT {\n" + setting("Export_Id", std::to_string(each.number)) +
@@ -82,17 +102,18 @@ private:
                            access_settings(options.everyone, options.anonymous == 0U, options.anonymous) +
                            setting("SecType", "sys") + "    FSAL { Name = VFS; }\n";
         for (const ClientRule &rule : client_rules(options))
-            text += client_block(rule, options.anonymous);
+            text += client_block(rule, options.anonymous, clients);
         return text + "}\n";
     }
 
-    static std::string client_block(const ClientRule &rule, std::optional<unsigned> anonymous) {
-        std::string clients;
-        for (const std::string &word : server_words(rule.client))
-            clients += (clients.empty() ? "" : ", ") + word;
-        if (clients.empty())
+    static std::string client_block(const ClientRule &rule, std::optional<unsigned> anonymous,
+                                    Clients &clients) {
+        std::string words;
+        for (const std::string &word : clients.words_for(rule.client))
+            words += (words.empty() ? "" : ", ") + word;
+        if (words.empty())
             return "    # " + rule.client + " has no address yet\n";
-        return "    CLIENT { # " + rule.client + "\n" + setting("Clients", clients) +
+        return "    CLIENT { # " + rule.client + "\n" + setting("Clients", words) +
                access_settings(rule.access, rule.root, anonymous) + "    }\n";
     }
 
@@ -121,17 +142,18 @@ public:
 
     std::string exports_text(const std::vector<Export> &exports) const override {
         std::string text = "# Written by share and unshare; changes are lost.\n";
+        Clients clients;
         for (const Export &each : exports) {
             const ShareOptions &options = each.options;
-            std::string clients;
+            std::string words;
             for (const ClientRule &rule : client_rules(options))
-                for (const std::string &word : server_words(rule.client))
-                    clients += " " + word + option_words(rule.access, rule.root, options.anonymous);
+                for (const std::string &word : clients.words_for(rule.client))
+                    words += " " + word + option_words(rule.access, rule.root, options.anonymous);
             if (options.everyone != Access::none)
-                clients += " *" + option_words(options.everyone, options.anonymous == 0U, options.anonymous);
+                words += " *" + option_words(options.everyone, options.anonymous == 0U, options.anonymous);
             // A path without clients would be open to everyone.
-            if (!clients.empty())
-                text += each.path + clients + "\n";
+            if (!words.empty())
+                text += each.path + words + "\n";
         }
         return text;
     }

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include <arpa/inet.h>
 #include <fstream>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "installed.hpp"
@@ -213,6 +215,22 @@ TEST_F(Share, ClientWithoutAddressDoesNotSpoilTheShare) {
     expect_silence("/usr/sbin/share -o rw=c1:stranger /export/home");
     EXPECT_THAT(export_of("/export/home"), HasSubstr("Clients = 192.168.1.10;"));
     EXPECT_THAT(export_of("/export/home"), HasSubstr("# stranger has no address yet"));
+}
+
+// By itself the look-up of one name would take ten seconds, and there are two shares to look it up for.
+TEST_F(Share, SilentNameServerHoldsNothingUp) {
+    const compat::Descriptor silent(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(53);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(bind(silent.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    must("cp /etc/nsswitch.conf /tmp/nsswitch.conf; echo 'hosts: files dns' >/etc/nsswitch.conf");
+    must("rm -f /etc/resolv.conf; echo 'nameserver 127.0.0.1' >/etc/resolv.conf; mkdir -p /etc/dfs");
+    write_text("/etc/dfs/sharetab", "/export/other\t-\tnfs\trw=stranger\t\n");
+    expect_silence("timeout 8 /usr/sbin/share -o rw=c1:stranger /export/home");
+    EXPECT_THAT(export_of("/export/home"), HasSubstr("# stranger has no address yet"));
+    must("mv /tmp/nsswitch.conf /etc/nsswitch.conf; rm /etc/resolv.conf");
 }
 
 TEST_F(Share, NumberStaysWithItsPath) {
