@@ -4,21 +4,20 @@
 // Two kinds are known. An export area holds one folder for each instruction set and release, and the packages
 // that clients' roots are made of:
 //
-//     AREA/export/exec/INST_SET.OS_NAME_OS_VERSION/platform/IMPL_ARCH/lib/fs/nfs/inetboot
-//                                                          the boot program of one architecture, or
-//     AREA/export/exec/INST_SET.OS_NAME_OS_VERSION/lib/fs/nfs/inetboot
-//                                                          that of all architectures
-//     AREA/export/root/templates/OS_NAME_OS_VERSION/PACKAGE/pkginfo
-//                                                          the packages of a root
+//     export/exec/INST_SET.OS_NAME_OS_VERSION/                   what tells that it is one
+//         platform/IMPL_ARCH/lib/fs/nfs/inetboot                 the boot program, or
+//         lib/fs/nfs/inetboot                                    that of all architectures
+//     export/root/templates/OS_NAME_OS_VERSION/PACKAGE/pkginfo   the packages of a root; where there is no such
+//                                                                folder, those of the first one
 //
 // A tree is a root file system ready to be copied, with its boot program in it:
 //
-//     TREE/etc or TREE/usr                                 what tells that it is one
-//     TREE/boot/BOOT_NAME                                  the boot program, or
-//     TREE/usr/platform/IMPL_ARCH/lib/fs/nfs/inetboot
-//     TREE/platform/IMPL_ARCH/lib/fs/nfs/inetboot
-//     TREE/usr/lib/fs/nfs/inetboot
-//     TREE/lib/fs/nfs/inetboot                             the first of these
+//     etc or usr                                      what tells that it is one
+//     boot/BOOT_NAME                                  the boot program, or the first of
+//     usr/platform/IMPL_ARCH/lib/fs/nfs/inetboot
+//     platform/IMPL_ARCH/lib/fs/nfs/inetboot
+//     usr/lib/fs/nfs/inetboot
+//     lib/fs/nfs/inetboot
 //
 // BOOT_NAME is the boot program's name in /tftpboot, such as inetboot.kel4m.Quorvel_2.5.
 #pragma once
