@@ -135,7 +135,7 @@ struct Client {
     std::string root, swap, dump, boot_name;
     std::uint64_t swap_size = 0;
     std::string tree;                  // to copy
-    std::vector<std::string> packages; // to install, or for a 4.x release to copy
+    std::vector<std::string> packages; // to install
     std::string hierarchy;             // holds the boot program
 
     std::string share_options() const { return "rw=" + hostname + ",root=" + hostname; }
@@ -188,6 +188,8 @@ void read_source(Call &call, Client &client) {
     const bool from_tree = call.given("tree"), from_packages = call.given("packages");
     if (from_tree && from_packages)
         fail("give a tree or packages, not both");
+    if (from_packages && client.identity.os_version.starts_with("4."))
+        fail("a 4.x release has no packages; give the tree that its root is copied from");
     if (from_tree)
         client.tree = split_paths(call.get("tree")).front();
     if (from_packages)
@@ -203,7 +205,7 @@ void read_source(Call &call, Client &client) {
                           impl_arch.c_str(), os_name.c_str(), os_version.c_str(), hierarchy.place(),
                           boot.place(), image.place());
     client.hierarchy = hierarchy.value();
-    if (holds_packages(image.value()))
+    if (!os_version.starts_with("4.") && holds_packages(image.value()))
         client.packages = {image.value()};
     else
         client.tree = image.value();
@@ -332,7 +334,7 @@ void check_source(Call &call, const Client &client) {
     if (!client.tree.empty() && !is_tree(client.tree))
         fail(client.tree + " is no root file system: it holds neither etc nor usr");
     for (const std::string &directory : client.packages)
-        if (!client.identity.os_version.starts_with("4.") && !holds_packages(directory))
+        if (!holds_packages(directory))
             fail(directory + " holds no packages (folders with a pkginfo file in them)");
     if (call.given("boot_program")) {
         if (std::error_code error; !fs::is_regular_file(call.get("boot_program"), error))

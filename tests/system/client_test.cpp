@@ -482,6 +482,10 @@ TEST_F(Client, IsRefusedWithBadData) {
                    "implementation_arch=kel4x os_name=Quorvel os_version=2.5" +
                        tree);
     expect_refused("not both", c2 + tree + " packages=/spool");
+    expect_refused("a 4.x release has no packages",
+                   "hostname=c2 address=10.1.2.4 ethernet=8:0:20:1:1:1 instruction_set=kel4 "
+                   "implementation_arch=kel4m os_name=Quorvel os_version=4.1.3 packages=/tree" +
+                       server);
     expect_refused("lie in one another", c2 + tree + " rootpath=/tree/below");
     expect_refused("holds files already", c2 + tree + " rootpath=/usr/lib");
     expect_refused("/cdrom/cdrom0/s0", c2);
