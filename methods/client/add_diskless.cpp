@@ -735,17 +735,19 @@ std::string complaint(const std::string &what) {
     return what + " (" + std::strerror(errno) + ")";
 }
 
-// What was announced but never came to be leaves nothing to remove, nor perhaps a directory above it.
-bool was_never_made() {
-    return errno == ENOENT || errno == ENOTDIR;
+// What was announced but never came to be leaves nothing to remove, nor perhaps a directory above it. A
+// read-only file system refuses to remove even that, so it is looked for first.
+bool is_absent(const std::string &path) {
+    struct stat file {};
+    return lstat(path.c_str(), &file) != 0 && (errno == ENOENT || errno == ENOTDIR);
 }
 
 std::string Undo::remove_file(const std::string &path) {
-    return unlink(path.c_str()) == 0 || was_never_made() ? "" : complaint(path);
+    return is_absent(path) || unlink(path.c_str()) == 0 || errno == ENOENT ? "" : complaint(path);
 }
 
 std::string Undo::remove_directory(const std::string &path) {
-    if (rmdir(path.c_str()) == 0 || was_never_made())
+    if (is_absent(path) || rmdir(path.c_str()) == 0 || errno == ENOENT)
         return "";
     // Meanwhile somebody else keeps something there.
     return errno == ENOTEMPTY || errno == EEXIST ? "" : complaint(path);

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include <filesystem>
-#include <system_error>
+#include "support/roots.hpp"
 
 #include "hostadm/method.hpp"
-#include "support/roots.hpp"
 
 namespace {
 
@@ -37,7 +35,7 @@ int work(Call &call) {
     call.progress("filling " + root);
     const int status =
         fill_root(call, root, call.get("os_name"), call.get("os_version"), split_paths(call.get("sources")));
-    if (std::error_code error; status != 0 && !std::filesystem::is_empty(root, error))
+    if (status == 2)
         call.left_undone(root +
                          " may hold part of what was to be in it; run this again when the cause is mended");
     return status;

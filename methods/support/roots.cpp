@@ -91,8 +91,11 @@ int fill_root(method::Call &call, const std::string &root, const std::string &os
         forget_words_of_success();
         return 0;
     }
-    if (status == 1)
-        return call.fail("cannot fill " + root + " from " + (copy ? "its tree" : "its packages"));
+    if (status == 1) {
+        call.fail("cannot fill " + root + " from " + (copy ? "its tree" : "its packages"));
+        std::error_code error;
+        return fs::is_empty(root, error) ? 1 : 2;
+    }
     return call.fail(
         "cannot prepare " + root + ": " +
         (status < 0 ? "the package tool's settings cannot be written to /tmp" : std::strerror(status)));

@@ -13,8 +13,8 @@ namespace hostadm::support {
 std::vector<std::string> split_paths(const std::string &list);
 
 // Fills an existing root through create_clnt_root: from directories of packages, or for a 4.x release from
-// trees. What the commands said is in the record only if one of them failed. 0, or 1 with the failure
-// recorded.
+// trees. What the commands said is in the record only if one of them failed. 0, or with the failure recorded
+// 1 when nothing came of it, 2 when the root may hold part of it.
 int fill_root(method::Call &call, const std::string &root, const std::string &os_name,
               const std::string &os_version, const std::vector<std::string> &sources);
 

@@ -337,6 +337,12 @@ TEST_F(Client, GoesAgainWhenTheDiskIsFull) {
     expect_undone("No space left on device");
 }
 
+TEST_F(Client, LeavesNothingToTakeBackWhereNothingCanBeWritten) {
+    const SmallDisk disk("/export", "64k");
+    mount(nullptr, "/export", nullptr, MS_REMOUNT | MS_RDONLY, nullptr);
+    expect_undone("cannot make /export/root: Read-only file system");
+}
+
 TEST_F(Client, GoesAgainWhenItsSwapFileCannotBeMade) {
     write("/export/swap/file", "");
     expect_undone("cannot make /export/swap/file", c1 + tree + " swappath=/export/swap/file/c1/swap");
@@ -939,6 +945,10 @@ TEST_F(Client, RootThatIsFilledInPartIsTold) {
     const Ran untouched = method(create);
     EXPECT_EQ(untouched.status, 1);
     EXPECT_THAT(untouched.errors, Not(HasSubstr("left half done"))) << "nothing had been installed";
+    write("/export/root/c7/etc/motd", "from before");
+    fs::remove("/usr/sbin/pkgadd");
+    const Ran unable = method(create);
+    EXPECT_THAT(unable.errors, AllOf(HasSubstr("/usr/sbin/pkgadd, which"), Not(HasSubstr("left half done"))));
 }
 
 TEST_F(Client, RootMayBeFilledAlone) {
