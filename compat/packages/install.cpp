@@ -374,12 +374,10 @@ std::string Installer::new_contents(const Plan &plan) const {
 }
 
 void Installer::carry_out(const Plan &plan) const {
-    Placement placement(root_, accounts_);
+    Placement placement(root_, accounts_, [this] { check_interrupt(); });
     placement.clear_remains(*plan.package);
-    for (const Entry *const entry : plan.place) {
-        check_interrupt();
+    for (const Entry *const entry : plan.place)
         placement.stage(*plan.package, *entry);
-    }
     const std::string record = std::string(records) + "/" + plan.instance;
     placement.stage_text(record + "/pkginfo", record_info(plan), 0644);
     placement.stage_text(record + "/pkgmap", plan.package->map_text(), 0644);
@@ -392,11 +390,10 @@ void Installer::carry_out(const Plan &plan) const {
 }
 
 void Installer::install(const std::vector<Package> &packages, bool quiet) {
-    root_.lock();
-    for (const Package &package : packages) {
-        check_interrupt();
-        package.verify();
-    }
+    const auto stop_if_interrupted = [this] { check_interrupt(); };
+    root_.lock(stop_if_interrupted);
+    for (const Package &package : packages)
+        package.verify(stop_if_interrupted);
     std::vector<Plan> plans;
     std::set<std::string> names;
     for (const Package &package : packages) {

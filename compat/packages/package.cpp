@@ -79,13 +79,14 @@ unsigned Checksum::value() const {
     return static_cast<unsigned>((folded & 0xffffU) + (folded >> 16U));
 }
 
-Measure measure(const Descriptor &file, const std::string &path) {
+Measure measure(const Descriptor &file, const std::string &path, const std::function<void()> &reading) {
     Checksum sum;
     Measure result;
     char piece[65536];
     for (ssize_t count; (count = read(file.get(), piece, sizeof piece)) != 0;) {
         if (count < 0)
             fail_with_errno(path);
+        reading();
         sum.add({piece, static_cast<size_t>(count)});
         result.size += static_cast<size_t>(count);
     }
@@ -307,9 +308,9 @@ std::string Package::information_text(const Entry &entry) const {
     return read_all(open_source(entry).get(), entry.written);
 }
 
-void Package::verify() const {
-    const auto verify_one = [this](const Entry &entry) {
-        const Measure found = measure(open_source(entry), entry.written);
+void Package::verify(const std::function<void()> &reading) const {
+    const auto verify_one = [&](const Entry &entry) {
+        const Measure found = measure(open_source(entry), entry.written, reading);
         if (found.size != entry.size)
             fail("the file " + entry.written + " is damaged: it has " + std::to_string(found.size) +
                  " bytes instead of " + std::to_string(entry.size));

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -32,7 +33,8 @@ struct Measure {
     uint64_t size = 0;
     unsigned sum = 0;
 };
-Measure measure(const Descriptor &file, const std::string &path);
+Measure measure(
+    const Descriptor &file, const std::string &path, const std::function<void()> &reading = [] {});
 
 // The words of a line, separated by blanks.
 std::vector<std::string> words_of(const std::string &line);
@@ -79,8 +81,8 @@ public:
 
     // The contents of a file entry, opened for reading.
     Descriptor open_source(const Entry &entry) const;
-    // Throws unless the size and the checksum of every file are those of pkgmap.
-    void verify() const;
+    // Throws unless the size and the checksum of every file are those of pkgmap. `reading` is called now and then.
+    void verify(const std::function<void()> &reading = [] {}) const;
     // The packages that install/depend wants to be there before.
     std::vector<std::string> prerequisites() const;
     std::string information_text(const Entry &entry) const;

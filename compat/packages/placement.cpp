@@ -46,6 +46,7 @@ void Placement::clear_remains(const Package &package) const {
 }
 
 void Placement::stage(const Package &package, const Entry &entry) {
+    working_();
     if (entry.is_directory())
         place_directory(entry);
     else if (entry.is_file())
@@ -138,6 +139,7 @@ void Placement::stage_file(const Package &package, const Entry &entry) {
     for (ssize_t count; (count = read(source.get(), piece, sizeof piece)) != 0;) {
         if (count < 0)
             fail_with_errno("cannot read " + entry.written);
+        working_();
         sum.add({piece, static_cast<size_t>(count)});
         size += static_cast<size_t>(count);
         write_all(fresh.get(), {piece, static_cast<size_t>(count)}, entry.path);

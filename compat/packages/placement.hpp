@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "packages/package.hpp"
@@ -15,7 +16,9 @@ namespace compat {
 
 class Placement {
 public:
-    Placement(const Root &root, const Accounts &accounts) : root_(root), accounts_(accounts) {}
+    // An exception of `working`, which is called now and then, ends the staging like any failure.
+    Placement(const Root &root, const Accounts &accounts, std::function<void()> working)
+        : root_(root), accounts_(accounts), working_(std::move(working)) {}
     Placement(const Placement &) = delete;
     Placement &operator=(const Placement &) = delete;
     ~Placement();
@@ -51,6 +54,7 @@ private:
 
     const Root &root_;
     const Accounts &accounts_;
+    std::function<void()> working_;
     std::vector<Pending> pending_;
     std::vector<std::function<void()>> undo_; // what was done at once: directories and their attributes
     bool committed_ = false;

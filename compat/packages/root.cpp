@@ -59,13 +59,14 @@ Root::Root(const std::string &path)
         fail_with_errno("the root " + path);
 }
 
-void Root::lock() const {
+void Root::lock(const std::function<void()> &waiting) const {
     // The directory itself is locked: no lock file is left in a client's tree.
     for (int tries = 0; flock(opened_.get(), LOCK_EX | LOCK_NB) != 0; ++tries) {
         if (errno != EWOULDBLOCK && errno != EINTR)
             fail_with_errno("cannot lock " + path_);
         if (tries >= 30000)
             throw Failure("another installation into " + path_ + " has run for five minutes");
+        waiting();
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
 }

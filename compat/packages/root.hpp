@@ -4,6 +4,7 @@
 #ifndef COMPAT_PACKAGES_ROOT_HPP
 #define COMPAT_PACKAGES_ROOT_HPP
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
@@ -16,8 +17,8 @@ class Root {
 public:
     explicit Root(const std::string &path);
 
-    // One installation at a time; waits at most five minutes.
-    void lock() const;
+    // One installation at a time; waits at most five minutes, and may be given up by an exception of `waiting`.
+    void lock(const std::function<void()> &waiting) const;
     int get() const { return opened_.get(); }
     // Null with errno set when it cannot be opened.
     Descriptor open(const std::string &path, int flags) const;

@@ -456,6 +456,37 @@ TEST_F(Pkgadd, InterruptTakesEverythingBack) {
     EXPECT_EQ(listing("/tmp/p/root"), before);
 }
 
+TEST_F(Pkgadd, InterruptEndsTheWaitForAnother) {
+    make();
+    must("(exec 9</tmp/p/root; flock 9; exec sleep 60) >/dev/null 2>&1 & echo $! >/tmp/p/other;"
+         "while flock -n /tmp/p/root true; do :; done");
+    const Outcome outcome =
+        sh("/usr/sbin/pkgadd -S -n -R /tmp/p/root -a /tmp/p/admin -d /tmp/p/spool all 2>&1 & added=$!;"
+           "until grep -q '^SigCgt:.*[4-7c-f]...$' /proc/$added/status; do sleep 0.01; done; kill -TERM "
+           "$added; wait "
+           "$added");
+    EXPECT_EQ(outcome.output, "pkgadd: interrupted\n");
+    EXPECT_EQ(outcome.status, 3);
+    must("kill $(cat /tmp/p/other)");
+}
+
+TEST_F(Pkgadd, InterruptIsHeardInTheMiddleOfALargeFile) {
+    must("head -c 20000000 /dev/zero >/tmp/p/tree/usr/big");
+    make("ABChello");
+    for (const char *const when : {"100", "500"}) { // while it is verified, and while it is copied
+        const std::string before = listing("/tmp/p/root");
+        const Outcome outcome =
+            sh(std::string("ASAN_OPTIONS=detect_leaks=0 strace -f -o /tmp/p/calls -e trace=read -e "
+                           "inject=read:signal=INT:when=") +
+               when + " /usr/sbin/pkgadd -S -n -R /tmp/p/root -a /tmp/p/admin -d /tmp/p/spool all 2>&1");
+        EXPECT_EQ(outcome.output, "pkgadd: interrupted\n");
+        EXPECT_EQ(outcome.status, 3);
+        EXPECT_EQ(listing("/tmp/p/root"), before);
+        EXPECT_EQ(sh("grep -c '= 65536$' /tmp/p/calls").status, 0);
+        EXPECT_EQ(sh("test $(wc -l </tmp/p/calls) -le $((" + std::string(when) + " + 3))").status, 0) << when;
+    }
+}
+
 TEST_F(Pkgadd, TwoAtOnceLoseNothing) {
     make();
     make("ABCother");
