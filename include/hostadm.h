@@ -347,15 +347,15 @@ const char *get_sharefs_ent(const char *path);
  * Shares a directory over NFS on the running system with /usr/sbin/share, writes its line into
  * /etc/dfs/dfstab, or both.
  *
- * fstype       "nfs"; NULL or empty mean the same
- * options      such as "rw=c1:c2,root=c1"; NULL or empty: "rw"
- * description  one word for the shell, quotes included when it needs them; NULL or empty: none
- * pathname     the directory. Links and dots are resolved (realpath); when that fails it is used as given
- * takeeffect   "nowonly" only shares, "bootonly" only edits the table, "nowandboot" (also NULL or empty) does
- * both force        not 0: a share that fails does not end it. The daemons are started, the line is written
- * as a comment
- *              ("#share"), and the result is that of the table alone: the failure is recorded, but 0 is
- * returned
+ *   fstype       "nfs"; NULL or empty mean the same
+ *   options      such as "rw=c1:c2,root=c1"; NULL or empty: "rw"
+ *   description  one word for the shell, quotes included when it needs them; NULL or empty: none
+ *   pathname     the directory. Links and dots are resolved (realpath); when that fails it is used as given
+ *   takeeffect   "nowonly" only shares, "bootonly" only edits the table, "nowandboot" (also NULL or empty)
+ *                does both
+ *   force        not 0: a share that fails does not end it. The daemons are started, the line is written as a
+ *                comment ("#share"), and the result is that of the table alone: the failure is recorded, but 0
+ *                is returned
  *
  * A line of /etc/dfs/dfstab is `share -F nfs -o OPTIONS [-d DESCRIPTION] PATH`. One with the same first word,
  * type and path is replaced, whatever its options and description; a "#share" line matches only another such
@@ -389,11 +389,12 @@ int sharefs(const char *fstype, const char *options, const char *description, co
  * both. A path that is not shared, and one without a line, are no errors. The second step is tried when the
  * first failed; when one was done and the other failed, adm_err_cleanup(NULL, ADM_DIRTY) tells the framework.
  *
- * fstype, pathname, takeeffect: as in sharefs; the resolved path is set as output argument "pathname".
- * client  NULL or empty: withdraw it whatever its options. Otherwise only if the first place in its line (of
- * the share list, and of the table) where "=CLIENT" ends a word is not followed by ":", so that nobody else
- * is named there: "rw=c1" for c1, but neither "rw=c1:c2" nor "rw=c2:c1". CLIENT is part of a basic regular
- * expression
+ *   fstype, pathname, takeeffect
+ *           as in sharefs; the resolved path is set as output argument "pathname"
+ *   client  NULL or empty: withdraw it whatever its options. Otherwise only if the first place in its line (of
+ *           the share list, and of the table) where "=CLIENT" ends a word is not followed by ":", so that
+ *           nobody else is named there: "rw=c1" for c1, but neither "rw=c1:c2" nor "rw=c2:c1". CLIENT is part
+ *           of a basic regular expression
  *
  * Returns 0, or after recording an error the code of the last failure:
  * - 26, 1, 10: as in sharefs

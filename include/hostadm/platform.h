@@ -5,7 +5,7 @@
  *
  * - No function changes anything on the host.
  * - Functions that can fail return -1 (or NULL) and set errno. Unless a function says otherwise, its results
- * are written on success only: after a failure they hold what the caller put there.
+ *   are written on success only: after a failure they hold what the caller put there.
  * - Texts are NUL-terminated. Nothing that is returned here is to be freed.
  * - All but sysv_nsw_getconfig may be called from several threads at once.
  */
@@ -18,8 +18,7 @@ extern "C" {
 
 #pragma GCC visibility push(default)
 
-/* ---- Host identity
- * ------------------------------------------------------------------------------------------ */
+/* ---- Host identity ---- */
 
 #define SYSV_SI_HOSTNAME 2     /* host name, as uname -n tells it */
 #define SYSV_SI_RELEASE 3      /* operating system release: the build setting HOSTADM_RELEASE ("5.5") */
@@ -43,14 +42,13 @@ extern "C" {
  */
 long sysv_sysinfo(int command, char *buffer, long size);
 
-/* ---- Processes
- * ---------------------------------------------------------------------------------------------- */
+/* ---- Processes ---- */
 
 struct sysv_psinfo {
     int pr_zomb;        /* not 0: the process is defunct (it has ended and nobody has waited for it yet) */
     int pr_pid;         /* process id */
     char pr_fname[16];  /* short name, at most 15 bytes: last component of the path that was executed; for a
-                           script  that was executed by its own path, the script's name and not its
+                           script that was executed by its own path, the script's name and not its
                            interpreter's */
     char pr_psargs[80]; /* first 79 bytes of the command line, arguments joined by single blanks */
 };
@@ -62,10 +60,9 @@ struct sysv_psinfo {
  * Reads the record of the process whose directory /proc/ID is open as process_fd (any mode; the descriptor
  * stays open and its position is not moved). Returns 0.
  *
- * A defunct process has no command line on Linux: pr_psargs is then "/" followed by pr_fname, so that a
- * search for
- * "/NAME" still finds it. A kernel thread has an empty pr_psargs. A process that has changed its name or its
- * title is reported with the changed ones.
+ * A defunct process has no command line on Linux: pr_psargs is then "/" followed by pr_fname, so that a search
+ * for "/NAME" still finds it. A kernel thread has an empty pr_psargs. A process that has changed its name or
+ * its title is reported with the changed ones.
  *
  * Returns -1 with errno
  *   ESRCH   the process has gone;
@@ -76,8 +73,7 @@ struct sysv_psinfo {
 int sysv_psinfo(int process_fd, struct sysv_psinfo *info);
 #pragma GCC diagnostic pop
 
-/* ---- File systems
- * ------------------------------------------------------------------------------------------- */
+/* ---- File systems ---- */
 
 /*
  * Writes the type name of the file system that holds path into name, a buffer of size bytes: "ext4", "tmpfs",
@@ -90,12 +86,11 @@ int sysv_psinfo(int process_fd, struct sysv_psinfo *info);
  *   EINVAL  path or name is NULL;
  *   ENOENT, EACCES, ELOOP, ENAMETOOLONG, ENOTDIR  what is wrong with path;
  *   ENODATA the mount table of this process (/proc/self/mountinfo) cannot be read or does not show that
- * mount.
+ *           mount.
  */
 int sysv_fstype(const char *path, char *name, unsigned long size);
 
-/* ---- Name-service switch
- * ------------------------------------------------------------------------------------ */
+/* ---- Name-service switch ---- */
 
 struct sysv_nsw_lookup {
     const char *service; /* name of the source: "files", "nis", ... */
@@ -118,8 +113,7 @@ struct sysv_nsw_config {
  */
 struct sysv_nsw_config *sysv_nsw_getconfig(const char *database);
 
-/* ---- Letter case
- * -------------------------------------------------------------------------------------------- */
+/* ---- Letter case ---- */
 
 /* Turn the ASCII letters of text into lower or upper case, in place, whatever the locale. They return text;
    NULL is returned as NULL. */
