@@ -574,6 +574,21 @@ TEST_F(RealFilesys, MegabytesOfComplaintDoNotBlock) {
     EXPECT_EQ(match_sharefs_ent("/a", "ro"), 0);
 }
 
+TEST_F(RealFilesys, CommandThatIsTooLongForTheSystemIsNotCut) {
+    const std::string word(300'000, 'x'), path = "/" + word;
+    testing::internal::CaptureStderr(); // the errors name it
+    EXPECT_EQ(mount_filesystem("h:/d", nullptr, "/d", "nfs", nullptr, nullptr, word.c_str(), nullptr, nullptr,
+                               "mount"),
+              23);
+    EXPECT_EQ(unmount_filesystem(path.c_str(), nullptr, nullptr, "unmount"), 24);
+    EXPECT_EQ(sharefs(nullptr, word.c_str(), nullptr, "/export/home", nullptr, "share", 0), 27);
+    EXPECT_EQ(unsharefs(nullptr, path.c_str(), nullptr, "nowonly", "unshare"), 27);
+    testing::internal::GetCapturedStderr();
+    EXPECT_THAT(standin::lines(), IsEmpty());
+    EXPECT_EQ(content(vfstab), vfstab_text);
+    EXPECT_EQ(content(dfstab), dfstab_text);
+}
+
 TEST_F(RealFilesys, NothingIsLeftBehindByTenThousandCalls) {
     start_daemons();
     for (const char *path : {"/usr/sbin/mount", "/usr/sbin/umount", "/usr/sbin/unshare"}) {

@@ -21,6 +21,7 @@
 #include "hostadm.h"
 #include "support/fake_commands.hpp"
 #include "support/fake_platform.hpp"
+#include "support/memory_limit.hpp"
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
@@ -182,6 +183,21 @@ TEST_F(Daemons, LongNameIsNotCut) {
     process(daemon, "d", "/usr/lib/nfs/nfsd");
     const std::string name = "nfsd" + std::string(5000, 'x');
     EXPECT_EQ(check_daemon(name.c_str(), nullptr), HOSTADM_DAEMON_NOT_RUNNING);
+}
+
+[[noreturn]] void look_for_a_daemon_without_memory() {
+    const std::string name(100'000'000, 'x');
+    tests::limit_memory_to(10'000'000);
+    int id = -7;
+    const bool told = check_daemon(name.c_str(), &id) == HOSTADM_DAEMON_NO_PROCFS && id == -7 &&
+                      start_daemon("/usr/lib/nfs/nfsd", name.c_str()) == -1;
+    real<void(int)>("_exit")(told ? 0 : 1);
+    __builtin_unreachable();
+}
+
+TEST_F(Daemons, MemoryOutIsAFailure) {
+    SKIP_WITHOUT_MEMORY_LIMIT();
+    EXPECT_EXIT(look_for_a_daemon_without_memory(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(Daemons, NoNameMatchesNoProcess) {

@@ -23,6 +23,7 @@
 #include "support/fake_framework.hpp"
 #include "support/fake_platform.hpp"
 #include "support/fake_tables.hpp"
+#include "support/memory_limit.hpp"
 
 namespace fs = std::filesystem;
 using fakes::Answer;
@@ -581,6 +582,12 @@ TEST_F(ShareList, LinesKeepTheirOrder) {
     EXPECT_STREQ(sfs_current->path, "/c");
 }
 
+TEST_F(ShareList, AnyWhiteSpaceSeparatesWords) {
+    shares("\v-\f/a\rrw\r\n");
+    get_sharefs_ents();
+    EXPECT_THAT(listed(), ElementsAre(Pair("/a", "rw")));
+}
+
 TEST_F(ShareList, TwoSnapshotsHoldEveryShareTwice) {
     shares("- /a rw \"\"\n- /b ro \"\"\n");
     get_sharefs_ents();
@@ -948,6 +955,7 @@ TEST_F(Sharing, SubDirectoryWithOtherOptionsStays) {
     EXPECT_THAT(lines(), ElementsAre(command, "/usr/sbin/share", "/usr/sbin/share"));
     EXPECT_THAT(table_calls(), IsEmpty());
     EXPECT_THAT(fakes::framework().outputs, IsEmpty());
+    EXPECT_EQ(sfs_top, nullptr) << "the list is not left to the caller";
 }
 
 TEST_F(Sharing, SubDirectoryThatIsNotListedHasNoOptions) {
@@ -981,6 +989,7 @@ TEST_F(Sharing, ParentWithOtherOptionsStandsInTheWay) {
     EXPECT_EQ(share(), 30);
     EXPECT_THAT(errors(), ElementsAre(Recorded{30, "30|share|/nowhere/home|rw|/nowhere|ro|server1"}));
     EXPECT_THAT(table_calls(), IsEmpty());
+    EXPECT_EQ(sfs_top, nullptr) << "the list is not left to the caller";
 }
 
 TEST_F(Sharing, HostNameMayBeUnknown) {
@@ -1266,6 +1275,11 @@ TEST_F(Unsharing, ClientAtTheVeryEndOfTheLine) {
     EXPECT_EQ(unshare("c1", "nowonly"), 0);
 }
 
+TEST_F(Unsharing, LinesBeforeThatOfThePathDoNotMatter) {
+    list("- /other rw=c1 \"\"\n- /nowhere/home rw=c2 \"\"\n- /third rw=c1 \"\"\n");
+    EXPECT_EQ(unshare("c1", "nowonly"), 49);
+}
+
 TEST_F(Unsharing, ClientsOfAShareThatIsNotListedDoNotMatter) {
     list("- /other rw=c2 \"\"\n");
     EXPECT_EQ(unshare("c1", "nowonly"), 0);
@@ -1417,6 +1431,23 @@ TEST_F(NfsDaemons, UnknownErrorNumberIsToldAsItIs) {
 }
 
 // ---- memory ----
+
+[[noreturn]] void work_without_memory() {
+    const std::string text(100'000'000, 'x');
+    tests::limit_memory_to(50'000'000);
+    const char *enormous = text.c_str();
+    const bool failed = mount_filesystem("h:/d", "-", "/mnt", "nfs", nullptr, nullptr, enormous, nullptr,
+                                         nullptr, "mount") == 22 &&
+                        unmount_filesystem(enormous, nullptr, nullptr, "unmount") == 22 &&
+                        sharefs(nullptr, enormous, nullptr, "/a", nullptr, "share", 1) == 22 &&
+                        unsharefs(nullptr, enormous, nullptr, nullptr, "unshare") == 22;
+    std::_Exit(failed && lines().empty() && errors().empty() ? 0 : 1);
+}
+
+TEST_F(Filesys, MemoryOutIsAFailure) {
+    SKIP_WITHOUT_MEMORY_LIMIT();
+    EXPECT_EXIT(work_without_memory(), testing::ExitedWithCode(0), "");
+}
 
 TEST_F(Filesys, NothingGrowsOverTenThousandCalls) {
     std::string list;
