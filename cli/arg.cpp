@@ -51,15 +51,15 @@ int set(const std::vector<std::string> &words) {
 }
 
 int row(const std::vector<std::string> &words) {
-    framework::RowLine line;
-    for (const std::string &word : words) {
+    std::vector<framework::Rows::Field> fields;
+    for (const std::string_view word : words) {
         const std::size_t equals = word.find('=');
         if (equals == word.npos || !framework::is_name(word.substr(0, equals)))
             return refuse("row takes the columns as NAME=VALUE, not \"" + printable(word) + "\"");
-        line.add(word.substr(0, equals), word.substr(equals + 1));
+        fields.emplace_back(word.substr(0, equals), word.substr(equals + 1));
     }
     return words.empty() ? refuse("row takes at least one column as NAME=VALUE")
-                         : stored(append_answer(std::move(line).line()));
+                         : stored(append_answer(framework::row_line(fields)));
 }
 
 int error(const std::vector<std::string> &words) {

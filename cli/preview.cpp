@@ -227,7 +227,7 @@ int perform_inside(const PreviewOptions &asked, const std::string &program, int 
     const Outcome outcome = perform(asked.invocation);
     const int status = static_cast<int>(outcome.status);
     framework::write_all(result, framework::to_lines(outcome.answer) +
-                                     framework::outcome_line(status, outcome.reason).dump() + '\n');
+                                     framework::outcome_line(status, outcome.reason));
     let_children_end();
     if (outcome.status == Outcome::Status::done)
         for (const std::string &words : asked.then)

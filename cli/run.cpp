@@ -54,22 +54,23 @@ std::string without_method(std::string_view text, const std::string &method) {
     return std::string(begin < text.size() ? text.substr(begin, end - begin + 1) : std::string_view());
 }
 
-Json object_of(const framework::Values &values) {
+// Outputs or a row.
+template <typename Fields> Json object_of(const Fields &fields) {
     Json object = Json::object();
-    for (const auto &[name, value] : values)
-        object[name] = framework::to_json(value);
+    for (const auto &[name, value] : fields)
+        object[std::string(name)] = framework::to_json(value);
     return object;
 }
 
 // Rows may differ in their columns; each column stands where it was first seen.
-Table table_of(const std::vector<framework::Values> &rows) {
+Table table_of(const framework::Rows &rows) {
     std::vector<std::string> headings;
-    for (const framework::Values &row : rows)
+    for (const framework::Rows::Row row : rows)
         for (const auto &[name, value] : row)
             if (std::find(headings.begin(), headings.end(), name) == headings.end())
-                headings.push_back(name);
+                headings.emplace_back(name);
     Table table(headings);
-    for (const framework::Values &row : rows) {
+    for (const framework::Rows::Row row : rows) {
         std::vector<std::string> cells(headings.size());
         for (const auto &[name, value] : row)
             cells[static_cast<std::size_t>(std::find(headings.begin(), headings.end(), name) -
@@ -88,7 +89,7 @@ Json json_of(const std::string &method, const Outcome &outcome) {
                  {"outputs", object_of(outcome.answer.outputs)},
                  {"rows", Json::array()},
                  {"errors", Json::array()}};
-    for (const framework::Values &row : outcome.answer.rows)
+    for (const framework::Rows::Row row : outcome.answer.rows)
         json["rows"].push_back(object_of(row));
     for (const framework::ErrorRecord &error : outcome.answer.errors)
         json["errors"].push_back(

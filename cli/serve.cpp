@@ -21,7 +21,7 @@ int serve() {
     const framework::Outcome outcome = framework::perform("", request->method, *request, "");
     const int status = static_cast<int>(outcome.status);
     print(framework::to_lines(outcome.answer));
-    print(framework::outcome_line(status, outcome.reason).dump() + "\n");
+    print(framework::outcome_line(status, outcome.reason));
     return status;
 }
 

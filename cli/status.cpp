@@ -22,18 +22,18 @@ const std::array sections{
     Section{"daemon", "daemons", {"service", "name", "running", "pid", "note"}},
 };
 
-std::string field(const framework::Values &row, std::string_view name) {
+std::string field(const framework::Rows::Row &row, std::string_view name) {
     for (const auto &[key, value] : row)
         if (key == name)
-            return value;
+            return std::string(value);
     return {};
 }
 
-std::vector<Table> tables_of(const std::vector<framework::Values> &rows) {
+std::vector<Table> tables_of(const framework::Rows &rows) {
     std::vector<Table> tables;
     for (const Section &section : sections)
         tables.emplace_back(section.columns);
-    for (const framework::Values &row : rows) {
+    for (const framework::Rows::Row row : rows) {
         const std::string kind = field(row, "section");
         for (std::size_t at = 0; at < sections.size(); ++at) {
             if (kind != sections[at].kind)

@@ -61,11 +61,34 @@ Field *find(Fields &fields, std::string_view name) {
 
 } // namespace hostadm::framework
 
-Field *adm_args::field(std::string_view name) {
-    if (current < rows.size())
-        if (Field *found = find(rows[current], name))
-            return found;
-    return find(outputs, name);
+// What the caller has put into the first row hides what a method returned there.
+Field *adm_args::find_put(std::string_view name) {
+    return current == 0 ? find(put, name) : nullptr;
+}
+
+std::size_t adm_args::find_returned(std::string_view name) const {
+    return current < returned.size() ? returned.find(current, name) : Rows::none;
+}
+
+char *adm_args::value(std::string_view name) {
+    if (Field *field = find_put(name))
+        return field->view()->value;
+    if (const std::size_t number = find_returned(name); number != Rows::none)
+        return returned.writable(number);
+    Field *output = find(outputs, name);
+    return output == nullptr ? nullptr : output->view()->value;
+}
+
+adm_arg *adm_args::record(std::string_view name) {
+    if (Field *field = find_put(name))
+        return field->view();
+    if (const std::size_t number = find_returned(name); number != Rows::none) {
+        const auto [called, text] = returned.field(number);
+        return &(records_[number] = {called.data(), ADM_STRING, static_cast<unsigned int>(text.size()),
+                                     returned.writable(number)});
+    }
+    Field *output = find(outputs, name);
+    return output == nullptr ? nullptr : output->view();
 }
 
 extern "C" {
@@ -111,13 +134,11 @@ int adm_args_puta(adm_args *handle, const char *name, unsigned int type, unsigne
     return at_boundary([&] {
         if (handle == nullptr || name == nullptr || !is_name(name) || type != ADM_STRING)
             return EINVAL;
-        if (handle->rows.empty())
-            handle->rows.emplace_back();
         std::string text(text_of(value, length));
-        if (Field *same = find(handle->rows.front(), name))
+        if (Field *same = find(handle->put, name))
             same->assign(std::move(text));
         else
-            handle->rows.front().emplace_back(name, std::move(text));
+            handle->put.emplace_back(name, std::move(text));
         return 0;
     });
 }
@@ -126,11 +147,8 @@ int adm_args_geta(adm_args *handle, const char *name, unsigned int type, adm_arg
     return at_boundary([&] {
         if (handle == nullptr || is_empty(name) || type != ADM_STRING || record == nullptr)
             return EINVAL;
-        Field *found = handle->field(name);
-        if (found == nullptr)
-            return ENOENT;
-        *record = found->view();
-        return 0;
+        *record = handle->record(name);
+        return *record == nullptr ? ENOENT : 0;
     });
 }
 
@@ -144,7 +162,7 @@ int adm_args_reset(adm_args *handle) {
 int adm_args_nextr(adm_args *handle) {
     if (handle == nullptr)
         return EINVAL;
-    if (handle->current + 1 >= handle->rows.size())
+    if (handle->current + 1 >= handle->rows())
         return ADM_NO_MORE_ROWS;
     ++handle->current;
     return 0;
@@ -163,11 +181,9 @@ int _get_returned_arg(adm_args *handle, const char *name, const char *fallback, 
     return at_boundary([&] {
         if (value == nullptr)
             return EINVAL;
-        Field *found = handle == nullptr || is_empty(name) ? nullptr : handle->field(name);
-        if (found != nullptr) {
-            *value = found->view()->value;
+        *value = handle == nullptr || is_empty(name) ? nullptr : handle->value(name);
+        if (*value != nullptr)
             return 0;
-        }
         // The caller may write to it as to any value, so it gets a copy that lives as long as the handle.
         static std::string without_handle;
         if (fallback == nullptr)

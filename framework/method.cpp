@@ -28,13 +28,6 @@ const Argument *find(const Description &description, std::string_view name) {
     return nullptr;
 }
 
-template <typename Fields> void append_row(const Fields &fields) {
-    framework::RowLine row;
-    for (const auto &[name, value] : fields)
-        row.add(name, value);
-    append_answer(std::move(row).line());
-}
-
 // Runs the work; an exception that it lets out is recorded like any other failure.
 int finish(Call &call, const std::function<int(Call &)> &work) {
     try {
@@ -86,11 +79,11 @@ void Call::set(std::string_view name, std::string_view value) {
 }
 
 void Call::row(std::initializer_list<std::pair<std::string_view, std::string_view>> fields) {
-    append_row(fields);
+    append_answer(framework::row_line(fields));
 }
 
 void Call::row(const std::vector<std::pair<std::string, std::string>> &fields) {
-    append_row(fields);
+    append_answer(framework::row_line(std::vector<framework::Rows::Field>(fields.begin(), fields.end())));
 }
 
 int Call::fail(std::string_view text, int code) const {
@@ -110,6 +103,19 @@ void Call::progress(std::string_view text) const {
 
 void Call::left_undone(std::string_view text) const {
     append_answer(framework::mark_line(ADM_DIRTY, text));
+}
+
+ManyRows::~ManyRows() {
+    append_answer(lines_);
+}
+
+void ManyRows::add(std::initializer_list<std::pair<std::string_view, std::string_view>> fields) {
+    constexpr std::size_t enough = 65536;
+    lines_ += framework::row_line(fields);
+    if (lines_.size() < enough)
+        return;
+    append_answer(lines_);
+    lines_.clear();
 }
 
 int run(int argc, char **argv, const Description &description, const std::function<int(Call &)> &work) {

@@ -38,9 +38,14 @@ Options read_options(va_list list) {
 
 Request request_for(const std::string &method, adm_args *input) {
     Request request{method, {}};
-    if (input != nullptr && !input->rows.empty())
-        for (const Field &field : input->rows.front())
-            request.arguments.emplace_back(field.name(), field.value());
+    if (input == nullptr)
+        return request;
+    for (const Field &field : input->put)
+        request.arguments.emplace_back(field.name(), field.value());
+    if (!input->returned.empty())
+        for (const auto &[name, value] : input->returned[0])
+            if (find(input->put, name) == nullptr)
+                request.arguments.emplace_back(name, value);
     return request;
 }
 
@@ -48,13 +53,8 @@ std::unique_ptr<adm_args> returned(Answer &answer) {
     auto handle = std::make_unique<adm_args>();
     for (auto &[name, value] : answer.outputs)
         handle->outputs.emplace_back(std::move(name), std::move(value));
-    handle->rows.reserve(answer.rows.size());
-    for (Values &row : answer.rows) {
-        Fields &fields = handle->rows.emplace_back();
-        for (auto &[name, value] : row)
-            fields.emplace_back(std::move(name), std::move(value));
-    }
-    if (!answer.outputs.empty() || !answer.rows.empty())
+    handle->returned = std::move(answer.rows);
+    if (!handle->outputs.empty() || !handle->returned.empty())
         handle->flags = ADM_HANDLE_ROWS;
     return handle;
 }

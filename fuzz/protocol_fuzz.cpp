@@ -34,7 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     require(same(answer, again));
 
     const Answer followed =
-        parse_answer(std::string(bytes) + "\n" + output_line("added", bytes).dump() + "\n");
+        parse_answer(std::string(bytes) + "\n" + output_line("added", bytes));
     require(followed.output("added") != nullptr && *followed.output("added") == bytes);
     require(followed.rows == answer.rows);
 

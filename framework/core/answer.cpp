@@ -4,11 +4,18 @@
 #include <algorithm>
 #include <limits>
 
+#include "core/bytes.hpp"
+
 namespace hostadm::framework {
 
 namespace {
 
 constexpr std::size_t shown_of_rubbish = 60;
+constexpr std::string_view row_start = R"({"row":{)";
+
+std::string line_of(const Json &object) {
+    return object.dump() + "\n";
+}
 
 // The beginning of a bad line, fit for one line on a terminal.
 std::string excerpt(std::string_view line) {
@@ -50,17 +57,67 @@ bool take_output(Answer &answer, const Json &line) {
 bool take_row(Answer &answer, const Json &fields) {
     if (!fields.is_object())
         return false;
-    Values row;
-    row.reserve(fields.size());
+    answer.rows.begin_row();
     for (const auto &[name, field] : fields.items()) {
-        auto value = from_json(field);
-        if (!value || !is_name(name))
+        const auto value = from_json(field);
+        if (!value || !is_name(name)) {
+            answer.rows.drop_last_row();
             return false;
-        row.emplace_back(name, std::move(*value));
+        }
+        answer.rows.add(name, *value);
     }
-    answer.rows.push_back(std::move(row));
     return true;
 }
+
+// Rows come by the hundred thousand, so the spelling in which row_line writes them is read without a detour.
+// Whatever is spelt otherwise is left to the JSON library.
+class RowReader {
+public:
+    RowReader(Rows &rows, std::string_view line) : rows_(rows), rest_(line) {}
+
+    // False: this is another line, or a row in another spelling, and no row was added.
+    bool read() {
+        if (!skip(row_start) || rest_.starts_with('}'))
+            return false;
+        rows_.begin_row();
+        bool more = true;
+        while (more && take_field())
+            more = skip(",");
+        if (!more && rest_ == "}}")
+            return true;
+        rows_.drop_last_row();
+        return false;
+    }
+
+private:
+    bool skip(std::string_view text) {
+        const bool there = rest_.starts_with(text);
+        rest_.remove_prefix(there ? text.size() : 0);
+        return there;
+    }
+
+    bool take_field() {
+        const auto name = plain_string();
+        if (!name || !is_name(*name) || rows_.find(rows_.size() - 1, *name) != Rows::none || !skip(":"))
+            return false;
+        const auto value = plain_string();
+        if (value)
+            rows_.add(*name, *value);
+        return value.has_value();
+    }
+
+    // A string whose characters stand for themselves.
+    std::optional<std::string_view> plain_string() {
+        if (!skip("\""))
+            return std::nullopt;
+        const std::string_view text = rest_.substr(0, plain_length(rest_));
+        rest_.remove_prefix(text.size());
+        return skip("\"") ? std::optional(text) : std::nullopt;
+    }
+
+    Rows &rows_;
+    std::string_view rest_;
+};
 
 bool take_error(Answer &answer, const Json &line) {
     const auto code = number(line, "error");
@@ -88,6 +145,8 @@ bool take_mark(Answer &answer, const Json &line) {
 }
 
 bool take(Answer &answer, std::string_view text) {
+    if (RowReader(answer.rows, text).read())
+        return true;
     const Json line = Json::parse(text, nullptr, false);
     if (!line.is_object())
         return false;
@@ -125,6 +184,7 @@ const std::string *Answer::output(std::string_view name) const {
 
 Answer parse_answer(std::string_view text) {
     Answer answer;
+    answer.rows.reserve(text.size()); // what is not used of it is never touched
     for (std::size_t number = 1; !text.empty(); ++number) {
         const std::size_t newline = text.find('\n');
         const std::string_view line = text.substr(0, newline);
@@ -142,65 +202,70 @@ Answer parse_answer(std::string_view text) {
 
 std::string to_lines(const Answer &answer) {
     std::string text;
-    const auto add = [&](const Json &line) { text += line.dump() + "\n"; };
     if (answer.begun)
-        add(begin_line(""));
+        text += begin_line("");
     for (const auto &[name, value] : answer.outputs)
-        add(output_line(name, value));
-    for (const Values &row : answer.rows) {
-        RowLine line;
-        for (const auto &[name, value] : row)
-            line.add(name, value);
-        add(std::move(line).line());
-    }
+        text += output_line(name, value);
+    for (const Rows::Row row : answer.rows)
+        text += row_line(row.fields());
     for (const ErrorRecord &error : answer.errors)
-        add(error_line(error.code, error.text));
+        text += error_line(error.code, error.text);
     for (const std::string &undone : answer.left_undone)
-        add(mark_line(2, undone));
+        text += mark_line(2, undone);
     if (answer.dirty)
-        add(mark_line(2));
+        text += mark_line(2);
     if (answer.invalid)
-        add(invalid_line(*answer.invalid));
+        text += invalid_line(*answer.invalid);
     if (answer.ended)
-        add(end_line(*answer.ended));
+        text += end_line(*answer.ended);
     return text;
 }
 
-Json begin_line(std::string_view method) {
-    return {{"begin", to_json(method)}};
+std::string begin_line(std::string_view method) {
+    return line_of({{"begin", to_json(method)}});
 }
 
-Json output_line(std::string_view name, std::string_view value) {
-    return {{"output", to_json(name)}, {"value", to_json(value)}};
+std::string output_line(std::string_view name, std::string_view value) {
+    return line_of({{"output", to_json(name)}, {"value", to_json(value)}});
 }
 
-Json error_line(int code, std::string_view text) {
-    return {{"error", code}, {"text", to_json(text)}};
+std::string row_line(std::span<const Rows::Field> fields) {
+    std::string line(row_start);
+    for (auto field = fields.begin(); field != fields.end(); ++field) {
+        const auto is_same = [&](const Rows::Field &other) { return other.first == field->first; };
+        if (std::find_if(fields.begin(), field, is_same) != field)
+            continue;
+        const auto last = std::find_if(fields.rbegin(), fields.rend(), is_same);
+        if (line.size() > row_start.size())
+            line += ',';
+        append_json(line, field->first);
+        line += ':';
+        append_json(line, last->second);
+    }
+    return line += "}}\n";
 }
 
-Json mark_line(int mark, std::string_view text) {
+std::string error_line(int code, std::string_view text) {
+    return line_of({{"error", code}, {"text", to_json(text)}});
+}
+
+std::string mark_line(int mark, std::string_view text) {
     Json line = {{"mark", mark}};
     if (!text.empty())
         line["text"] = to_json(text);
-    return line;
+    return line_of(line);
 }
 
-Json invalid_line(std::string_view text) {
-    return {{"invalid", to_json(text)}};
+std::string invalid_line(std::string_view text) {
+    return line_of({{"invalid", to_json(text)}});
 }
 
-Json end_line(int status) {
-    return {{"end", status}};
+std::string end_line(int status) {
+    return line_of({{"end", status}});
 }
 
-Json outcome_line(int status, std::string_view reason) {
-    return {{"outcome", status}, {"reason", to_json(reason)}};
-}
-
-Json RowLine::line() && {
-    Json line = Json::object();
-    line["row"] = std::move(fields_);
-    return line;
+std::string outcome_line(int status, std::string_view reason) {
+    return line_of({{"outcome", status}, {"reason", to_json(reason)}});
 }
 
 bool is_name(std::string_view name) {

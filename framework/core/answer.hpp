@@ -13,12 +13,13 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "core/bytes.hpp"
 #include "core/channel.hpp"
+#include "core/rows.hpp"
 
 namespace hostadm::framework {
 
@@ -34,7 +35,7 @@ struct ErrorRecord {
 
 struct Answer {
     Values outputs;
-    std::vector<Values> rows;
+    Rows rows;
     std::vector<ErrorRecord> errors;
     bool dirty = false;                   // the last mark said so
     std::vector<std::string> left_undone; // what is left half done, in the method's words
@@ -55,23 +56,15 @@ Answer parse_answer(std::string_view text);
 // The lines that parse_answer makes the same answer of.
 std::string to_lines(const Answer &answer);
 
-Json begin_line(std::string_view method);
-Json output_line(std::string_view name, std::string_view value);
-Json error_line(int code, std::string_view text);
-Json mark_line(int mark, std::string_view text = {});
-Json invalid_line(std::string_view text);
-Json end_line(int status);
-Json outcome_line(int status, std::string_view reason);
-
-// A row in the making.
-class RowLine {
-public:
-    void add(std::string_view name, std::string_view value) { fields_[std::string(name)] = to_json(value); }
-    Json line() &&;
-
-private:
-    Json fields_ = Json::object();
-};
+// A line each, its line break included.
+std::string begin_line(std::string_view method);
+std::string output_line(std::string_view name, std::string_view value);
+std::string row_line(std::span<const Rows::Field> fields); // of several with one name the last counts
+std::string error_line(int code, std::string_view text);
+std::string mark_line(int mark, std::string_view text = {});
+std::string invalid_line(std::string_view text);
+std::string end_line(int status);
+std::string outcome_line(int status, std::string_view reason);
 
 // What an argument, an output or a column may be called.
 bool is_name(std::string_view name);

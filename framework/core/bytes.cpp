@@ -90,6 +90,26 @@ Json to_json(std::string_view bytes) {
     return wrapped;
 }
 
+std::size_t plain_length(std::string_view text) {
+    static constexpr auto is_plain = [] {
+        std::array<bool, 256> table{};
+        for (std::size_t c = 0x20; c < 0x7f; ++c)
+            table[c] = c != '"' && c != '\\';
+        return table;
+    }();
+    std::size_t length = 0;
+    while (length < text.size() && is_plain[static_cast<unsigned char>(text[length])])
+        ++length;
+    return length;
+}
+
+void append_json(std::string &text, std::string_view bytes) {
+    if (plain_length(bytes) == bytes.size())
+        text.append(1, '"').append(bytes).append(1, '"');
+    else
+        text += to_json(bytes).dump();
+}
+
 std::optional<std::string> from_json(const Json &value) {
     if (value.is_string())
         return value.get<std::string>();

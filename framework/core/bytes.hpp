@@ -16,6 +16,10 @@ bool is_utf8(std::string_view bytes);
 
 // A string, or {"base64": "..."} when the bytes are no UTF-8.
 Json to_json(std::string_view bytes);
+// The same as text, behind what is there.
+void append_json(std::string &text, std::string_view bytes);
+// How many characters from the start on stand for themselves between the quotes of a JSON string.
+std::size_t plain_length(std::string_view text);
 // The bytes of either form, of a number or of a truth value; nothing for anything else.
 std::optional<std::string> from_json(const Json &value);
 

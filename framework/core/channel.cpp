@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "core/bytes.hpp"
 #include "core/descriptor.hpp"
 
 namespace hostadm::framework {
@@ -82,11 +83,11 @@ bool replace_request(const Request &request) {
     return file.is_open() && dup3(file.get(), request_descriptor, O_CLOEXEC) == request_descriptor;
 }
 
-bool append_answer(const Json &line) {
+bool append_answer(std::string_view lines) {
     // A method may answer with a hundred thousand rows: what has been prepared once stays so.
     static bool attached = false;
     attached = attached || attach();
-    return attached && is_memory_file(answer_descriptor) && write_all(answer_descriptor, line.dump() + "\n");
+    return attached && is_memory_file(answer_descriptor) && write_all(answer_descriptor, lines);
 }
 
 std::optional<std::string> read_answer() {

@@ -14,8 +14,6 @@
 #include <utility>
 #include <vector>
 
-#include "core/bytes.hpp"
-
 namespace hostadm::framework {
 
 inline constexpr int request_descriptor = 3;
@@ -41,8 +39,8 @@ std::optional<Request> read_request();
 // Makes adm_args_geti and `hostadm arg get` see these arguments from now on.
 bool replace_request(const Request &request);
 
-// Adds a line to the answer. False when this process is no method or the line could not be stored.
-bool append_answer(const Json &line);
+// Adds whole lines to the answer. False when this process is no method or they could not be stored.
+bool append_answer(std::string_view lines);
 // What has been answered so far.
 std::optional<std::string> read_answer();
 

@@ -14,6 +14,7 @@
 #include <variant>
 
 #include "core/answer.hpp"
+#include "core/bytes.hpp"
 #include "core/channel.hpp"
 #include "hostadm/method.hpp"
 

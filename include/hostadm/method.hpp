@@ -99,6 +99,20 @@ private:
     const Description &description_;
 };
 
+// For a method that may return rows by the thousand: they are handed over many at a time, the last of them when
+// this goes out of scope.
+class ManyRows {
+public:
+    ManyRows() = default;
+    ~ManyRows();
+    ManyRows(const ManyRows &) = delete;
+    ManyRows &operator=(const ManyRows &) = delete;
+    void add(std::initializer_list<std::pair<std::string_view, std::string_view>> fields);
+
+private:
+    std::string lines_;
+};
+
 // The whole of a method's main(): answers --describe and --help, or checks the arguments and runs the work.
 // The work returns 0 when done; any other value is a failure that has been recorded.
 int run(int argc, char **argv, const Description &description, const std::function<int(Call &)> &work);

@@ -4,11 +4,22 @@
 #include <gtest/gtest.h>
 
 #include "core/answer.hpp"
+#include "core/bytes.hpp"
 
 namespace {
 
 using namespace hostadm::framework;
+using testing::ElementsAre;
+using testing::Pair;
 using testing::StartsWith;
+
+// Rows as fields to compare.
+std::vector<std::vector<Rows::Field>> fields(const Rows &rows) {
+    std::vector<std::vector<Rows::Field>> all;
+    for (const Rows::Row row : rows)
+        all.push_back(row.fields());
+    return all;
+}
 
 TEST(AnswerReader, TakesEveryLine) {
     const Answer answer = parse_answer("{\"begin\": \"a/b\"}\n"
@@ -21,7 +32,7 @@ TEST(AnswerReader, TakesEveryLine) {
     EXPECT_EQ(answer.defect, "");
     EXPECT_TRUE(answer.begun);
     EXPECT_EQ(answer.outputs, (Values{{"o", "v"}}));
-    EXPECT_EQ(answer.rows, (std::vector<Values>{{{"b", "1"}, {"a", "2"}}}));
+    EXPECT_THAT(fields(answer.rows), ElementsAre(ElementsAre(Pair("b", "1"), Pair("a", "2"))));
     EXPECT_EQ(answer.errors, (std::vector<ErrorRecord>{{23, "t"}}));
     EXPECT_EQ(answer.left_undone, std::vector<std::string>{"half"});
     EXPECT_TRUE(answer.dirty);
@@ -110,8 +121,41 @@ TEST(AnswerReader, MarkOfCleanlinessKeepsWhatIsSaidToBeUndone) {
 }
 
 TEST(AnswerReader, TakesNumbersAndTruthAsText) {
-    EXPECT_EQ(parse_answer("{\"row\":{\"a\":12,\"b\":true,\"c\":1.5}}\n").rows,
-              (std::vector<Values>{{{"a", "12"}, {"b", "true"}, {"c", "1.5"}}}));
+    EXPECT_THAT(fields(parse_answer("{\"row\":{\"a\":12,\"b\":true,\"c\":1.5}}\n").rows),
+                ElementsAre(ElementsAre(Pair("a", "12"), Pair("b", "true"), Pair("c", "1.5"))));
+}
+
+// Rows in the spelling that methods write are read by a shorter way; it must lead to the same place.
+TEST(AnswerReader, TakesARowInAnySpelling) {
+    const auto row_of = [](const std::string &text) {
+        const Answer answer = parse_answer(text);
+        EXPECT_EQ(answer.defect, "") << text;
+        EXPECT_EQ(answer.rows.size(), 1u) << text;
+        return answer.rows.empty() ? Rows() : answer.rows;
+    };
+    const Rows plain = row_of(R"({"row":{"a":"1","b":"two words"}})");
+    EXPECT_THAT(fields(plain), ElementsAre(ElementsAre(Pair("a", "1"), Pair("b", "two words"))));
+    for (const char *text :
+         {R"({"row":{"a":"1","b":"two words"}} )", R"({ "row" : { "a" : "1" , "b" : "two words" } })",
+          R"({"row":{"a":1,"b":"two words"}})", R"({"row":{"a":"\u0031","b":"two\u0020words"}})",
+          R"({"row":{"a":{"base64":"MQ=="},"b":"two words"}})",
+          R"({"row":{"a":"0","b":"two words","a":"1"}})"})
+        EXPECT_EQ(row_of(text), plain) << text;
+    EXPECT_THAT(fields(row_of(R"({"row":{}})")), ElementsAre(ElementsAre()));
+    EXPECT_THAT(fields(row_of(R"({"row":{"a":"","b":"\"\\\n\u00e4"}})")),
+                ElementsAre(ElementsAre(Pair("a", ""), Pair("b", "\"\\\n\u00e4"))));
+}
+
+TEST(AnswerReader, TakesNothingOfABadRow) {
+    for (const char *row :
+         {R"({"row":{"a":"1")", R"({"row":{"a":"1"})", R"({"row":{"a":"1",}})", R"({"row":{"a":"1"}}})",
+          R"({"row":{"a":"1","b"}})", R"({"row":{"a":"1","b":}})", R"({"row":{"a":"1","b":"2})",
+          R"({"row":{"a":"1","b":[]}})", R"({"row":{"a":"1","a b":"2"}})", R"({"row":{"a":"1",:"2"}})",
+          "{\"row\":{\"a\":\"1\",\"b\":\"\xff\"}}", "{\"row\":{\"a\":\"1\",\"b\":\"\t\"}}"}) {
+        const Answer answer = parse_answer(std::string(row) + "\n" + R"({"row":{"c":"3"}})");
+        EXPECT_NE(answer.defect, "") << row;
+        EXPECT_THAT(fields(answer.rows), ElementsAre(ElementsAre(Pair("c", "3")))) << row;
+    }
 }
 
 TEST(AnswerReader, LivesThroughDeepNesting) {
@@ -123,7 +167,10 @@ TEST(AnswerReader, LivesThroughDeepNesting) {
 TEST(AnswerWriter, WritesWhatTheReaderReads) {
     Answer answer;
     answer.outputs = {{"o", "v\n\"\\"}, {"p", std::string("\xff\0\x80", 3)}};
-    answer.rows = {{{"z", ""}, {"a", "\xc3\xa4"}}, {}};
+    answer.rows.begin_row();
+    answer.rows.add("z", "");
+    answer.rows.add("a", "\xc3\xa4");
+    answer.rows.begin_row();
     answer.errors = {{1, "one"}, {-5, "minus"}};
     answer.left_undone = {"this", "that"};
     answer.invalid = "no";
@@ -139,6 +186,12 @@ TEST(AnswerWriter, WritesWhatTheReaderReads) {
     EXPECT_EQ(read.invalid, answer.invalid);
     EXPECT_EQ(read.begun, answer.begun);
     EXPECT_EQ(read.ended, answer.ended);
+}
+
+TEST(AnswerWriter, TakesTheLastOfSeveralValuesOfAColumn) {
+    const std::vector<Rows::Field> row = {{"a", "1"}, {"b", "2"}, {"a", "3"}};
+    EXPECT_EQ(row_line(row), "{\"row\":{\"a\":\"3\",\"b\":\"2\"}}\n");
+    EXPECT_EQ(row_line({}), "{\"row\":{}}\n");
 }
 
 TEST(Bytes, CrossUnchanged) {
