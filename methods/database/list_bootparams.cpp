@@ -29,9 +29,11 @@ const Description description{
                 {.name = "filesystems", .purpose = "its items, KEY=SERVER:PATH or KEY=VALUE"}},
 };
 
-void add_rows(Call &call, std::string_view table) {
-    for (const auto &[name, items] : hostadm::methods::clients_in(table))
-        call.row({{"hostname", name}, {"filesystems", items}});
+void add_rows(std::string_view table) {
+    ManyRows rows;
+    hostadm::methods::for_each_client(table, [&](std::string_view name, std::string_view items) {
+        rows.add({{"hostname", name}, {"filesystems", items}});
+    });
 }
 
 int list_file(Call &call) {
@@ -39,7 +41,7 @@ int list_file(Call &call) {
     const int status = hostadm::tables::read_file(bootparams_path, file);
     if (status != 0 && status != -ENOENT)
         return call.fail(std::string(bootparams_path) + " cannot be read: " + std::strerror(-status));
-    add_rows(call, file);
+    add_rows(file);
     return 0;
 }
 
@@ -66,7 +68,7 @@ int list_map(Call &call, const std::string &command, const std::string &service)
         return call.fail(service + " needs the command " + program + ", which is not installed on this host");
     if (status != 0)
         return call.fail("\"" + command + "\" failed: " + output.substr(0, output.find('\n')));
-    add_rows(call, output);
+    add_rows(output);
     return 0;
 }
 

@@ -53,18 +53,20 @@ std::size_t comment_start(std::string_view line) {
     return line.npos;
 }
 
-// A line without its comment, line break and the blanks before them.
-std::string_view content_of(std::string_view line) {
-    line = line.substr(0, line.find('\n'));
-    return trimmed_end(line.substr(0, comment_start(line)));
-}
+// A line taken apart.
+struct Line {
+    explicit Line(std::string_view line) {
+        for (const char end : {'\n', '\r'})
+            if (line.ends_with(end))
+                line.remove_suffix(1);
+        const std::size_t comment = comment_start(line);
+        content = trimmed_end(line.substr(0, comment));
+        continued = comment == line.npos && line.ends_with('\\');
+    }
 
-bool is_continued(std::string_view line) {
-    line = line.substr(0, line.find('\n'));
-    if (line.ends_with('\r'))
-        line.remove_suffix(1);
-    return line.ends_with('\\') && comment_start(line) == line.npos;
-}
+    std::string_view content; // without comment, line break and the blanks before them
+    bool continued;           // on the next line
+};
 
 // Walks over the entries; lines without one are passed over.
 class Reader {
@@ -90,17 +92,16 @@ private:
         entry.text.clear();
         for (bool continued = true; continued;) {
             const std::string_view whole = line();
-            std::string_view content = content_of(whole);
-            continued = is_continued(whole);
+            auto [content, goes_on] = Line(whole);
             entry.tail = whole.substr(content.size());
-            if (continued)
+            if (goes_on)
                 content = trimmed_end(content.substr(0, content.size() - 1));
             if (entry.text.empty())
                 entry.text = content;
             else
                 entry.text.append(" ").append(trimmed(content));
             at_ += whole.size();
-            continued = continued && at_ < file_.size();
+            continued = goes_on && at_ < file_.size();
         }
         entry.end = at_;
     }
@@ -172,7 +173,7 @@ void close_last_line(std::string &file) {
     if (file.back() != '\n')
         file += '\n';
     const std::size_t before = file.size() < 2 ? file.npos : file.rfind('\n', file.size() - 2);
-    if (is_continued(std::string_view(file).substr(before == file.npos ? 0 : before + 1)))
+    if (Line(std::string_view(file).substr(before == file.npos ? 0 : before + 1)).continued)
         file += '\n';
 }
 
@@ -227,12 +228,19 @@ std::variant<std::vector<BootparamsItem>, std::string> parse_items(std::string_v
     return items;
 }
 
-std::vector<BootparamsClient> clients_in(std::string_view file) {
-    std::vector<BootparamsClient> clients;
+void for_each_client(std::string_view file,
+                     const std::function<void(std::string_view name, std::string_view items)> &use) {
     Reader reader(file);
     for (Entry entry; reader.next(entry);)
         if (const std::string_view name = entry.name(); name.front() != '+' && name.front() != '-')
-            clients.push_back({std::string(name), std::string(entry.items())});
+            use(name, entry.items());
+}
+
+std::vector<BootparamsClient> clients_in(std::string_view file) {
+    std::vector<BootparamsClient> clients;
+    for_each_client(file, [&](std::string_view name, std::string_view items) {
+        clients.push_back({std::string(name), std::string(items)});
+    });
     return clients;
 }
 

@@ -7,6 +7,7 @@
 // clients.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -26,8 +27,11 @@ std::variant<std::vector<BootparamsItem>, std::string> parse_items(std::string_v
 std::string defect_of(const BootparamsItem &item);
 
 struct BootparamsClient {
-    std::string name, items; // the items separated as in the file, continued lines joined with a blank
+    std::string name, items;
 };
+// The items separated as in the file, continued lines joined with a blank.
+void for_each_client(std::string_view file,
+                     const std::function<void(std::string_view name, std::string_view items)> &use);
 std::vector<BootparamsClient> clients_in(std::string_view file);
 
 // The changes below edit the file's text and say whether there was anything to change. Every other line keeps
