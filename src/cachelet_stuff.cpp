@@ -40,60 +40,77 @@ client_node *list_of_hosts = nullptr;
 // freed.
 class ListIndex {
 public:
-    bool holds(std::string_view name) {
+    // Appends the node that `make` returns, unless there is one of that name.
+    template <typename Make> void add(std::string_view name, Make make) {
         catch_up();
-        return !slots_.empty() && slots_[find(name)] != nullptr;
-    }
-    // To be called after holds(): the index then knows the true end.
-    void append(client_node *node) {
-        if (last_ == nullptr)
-            list_of_hosts = node;
-        else
-            last_->next = node;
-        catch_up();
+        reserve_one();
+        const std::size_t hash = hash_of(name);
+        Slot &slot = find(name, hash);
+        if (slot.node != nullptr)
+            return;
+        client_node *node = make();
+        (last_ == nullptr ? list_of_hosts : last_->next) = node;
+        last_ = node;
+        take(slot, hash, node);
     }
 
 private:
-    // Takes in what stands behind the end that we know: our new node, or nodes that a caller has appended.
+    struct Slot {
+        std::size_t hash = 0;
+        const client_node *node = nullptr; // none: the slot is free
+    };
+
+    static std::size_t hash_of(std::string_view name) { return std::hash<std::string_view>()(name); }
+
+    // Takes in the nodes that a caller has appended behind the end that we know.
     void catch_up() {
         client_node *node = last_ == nullptr ? list_of_hosts : last_->next;
         for (; node != nullptr; node = node->next) {
-            insert(node);
+            if (node->name != nullptr) {
+                reserve_one();
+                const std::size_t hash = hash_of(node->name);
+                take(find(node->name, hash), hash, node);
+            }
             last_ = node;
         }
     }
 
-    void insert(const client_node *node) {
-        if (node->name == nullptr)
+    // Of several nodes of one name the first is kept.
+    void take(Slot &slot, std::size_t hash, const client_node *node) {
+        if (slot.node != nullptr)
             return;
-        if (2 * (used_ + 1) > slots_.size())
-            grow();
-        const client_node *&slot = slots_[find(node->name)];
-        used_ += slot == nullptr;
-        if (slot == nullptr)
-            slot = node;
+        slot = {hash, node};
+        ++used_;
     }
 
-    // The slot of a name, or the empty one where it belongs.
-    std::size_t find(std::string_view name) const {
+    // The slot of a name, or the free one where it belongs.
+    Slot &find(std::string_view name, std::size_t hash) {
         const std::size_t mask = slots_.size() - 1;
-        std::size_t at = std::hash<std::string_view>()(name) & mask;
-        while (slots_[at] != nullptr && slots_[at]->name != name)
+        std::size_t at = hash & mask;
+        while (slots_[at].node != nullptr && (slots_[at].hash != hash || slots_[at].node->name != name))
             at = (at + 1) & mask;
-        return at;
+        return slots_[at];
     }
 
-    void grow() {
+    void reserve_one() {
+        if (2 * (used_ + 1) <= slots_.size())
+            return;
         constexpr std::size_t smallest = 1024;
-        std::vector<const client_node *> nodes(std::max(smallest, 2 * slots_.size()));
-        nodes.swap(slots_);
-        for (const client_node *node : nodes)
-            if (node != nullptr)
-                slots_[find(node->name)] = node;
+        std::vector<Slot> old(std::max(smallest, 2 * slots_.size()));
+        old.swap(slots_);
+        const std::size_t mask = slots_.size() - 1;
+        for (const Slot &slot : old) {
+            if (slot.node == nullptr)
+                continue;
+            std::size_t at = slot.hash & mask;
+            while (slots_[at].node != nullptr)
+                at = (at + 1) & mask;
+            slots_[at] = slot;
+        }
     }
 
     client_node *last_ = nullptr;
-    std::vector<const client_node *> slots_; // as many as a power of two, at most half of them taken
+    std::vector<Slot> slots_; // as many as a power of two, at most half of them taken
     std::size_t used_ = 0;
 };
 
@@ -426,8 +443,7 @@ void add_to_list(const char *name, const char *boottype, const char *root_path) 
     if (name == nullptr)
         return;
     try {
-        if (!list_index().holds(name))
-            list_index().append(alloc_list(name, boottype, root_path));
+        list_index().add(name, [&] { return alloc_list(name, boottype, root_path); });
     } catch (const std::bad_alloc &) {
         out_of_memory("Can't alloc space for struct");
     }
