@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -54,6 +55,41 @@ std::string new_table() {
     return "/tmp/vfstab." + std::to_string(getpid());
 }
 
+std::vector<std::string> fields_of(const std::string &line) {
+    std::istringstream words(line);
+    return {std::istream_iterator<std::string>(words), {}};
+}
+
+bool ends_in_blank(const std::string &line) {
+    return !line.empty() && std::isspace(static_cast<unsigned char>(line.back()));
+}
+
+// The library puts the option at the very end of a line, and cuts a line before the option: a table stays one
+// only where that is the end of the last column.
+constexpr std::size_t columns = 7;
+
+bool may_be_extended(const std::string &line) {
+    const std::vector<std::string> fields = fields_of(line);
+    return fields.size() < 3 || !is_cacheable(fields[2]) || line.find(option) != line.npos ||
+           (fields.size() == columns && !ends_in_blank(line));
+}
+
+bool may_be_cut(const std::string &line) {
+    const std::size_t at = line.find(further_option);
+    if (at == line.npos)
+        return true;
+    const std::string rest = line.substr(0, at);
+    return fields_of(rest).size() == columns && !ends_in_blank(rest);
+}
+
+void check_lines(const std::string &root, bool (*is_good)(const std::string &)) {
+    std::istringstream lines{read_client_table(root)};
+    for (std::string line; std::getline(lines, line);)
+        if (!line.starts_with('#') && !is_good(line))
+            throw Failed{"nothing was changed: " + table_of(root) + " has the line \"" + line +
+                         "\", whose seventh and last column is not its mount options; mend it first"};
+}
+
 // The library leaves the new table behind when it could not make it whole or move it into place.
 struct NewTableRemoved {
     ~NewTableRemoved() { unlink(new_table().c_str()); }
@@ -93,8 +129,7 @@ std::vector<CachedMount> cached_mounts(std::string_view table) {
     for (std::string line; std::getline(lines, line);) {
         if (line.starts_with('#'))
             continue;
-        std::istringstream words(line);
-        const std::vector<std::string> fields{std::istream_iterator<std::string>(words), {}};
+        const std::vector<std::string> fields = fields_of(line);
         const std::string mountpt = fields.size() > 2 ? fields[2] : "";
         const bool cached = line.find(option) != line.npos;
         if (is_cacheable(mountpt) || line.find(further_option) != line.npos)
@@ -135,6 +170,7 @@ bool enable_cached_mounts(const std::string &root) {
         throw Failed{table_of(root) + " has no line for /, /usr or /usr/openwin: there is nothing to cache"};
     if (is_switched_on(mounts) && has_cache_directory(root))
         return false;
+    check_lines(root, may_be_extended);
     std::string parent = root + "/etc/fs";
     mkdir_path(parent.data());
     const NewTableRemoved removed;
@@ -152,6 +188,7 @@ bool enable_cached_mounts(const std::string &root) {
 bool disable_cached_mounts(const std::string &root) {
     if (is_switched_off(cached_mounts(read_client_table(root))) && !has_cache_directory(root))
         return false;
+    check_lines(root, may_be_cut);
     const bool had_directory = has_cache_directory(root);
     const std::string before = read_client_table(root);
     const NewTableRemoved removed;

@@ -425,6 +425,30 @@ TEST_F(CacheOnlyClient, RootMustBeAClientsOwn) {
                 HasSubstr("nothing to cache"));
 }
 
+TEST_F(CacheOnlyClient, TableIsChangedInItsLastColumnOnly) {
+    const std::string enable = "run cachelet/enable_cache root=/export/root/c1",
+                      disable = "run cachelet/disable_cache root=/export/root/c1";
+    const auto expect_refused = [](const std::string &method, const std::string &line) {
+        const std::string before = table + line + "\n";
+        write("/export/root/c1/etc/vfstab", before);
+        const Ran ran = hostadm(method);
+        EXPECT_EQ(ran.status, 1) << line;
+        EXPECT_THAT(ran.output,
+                    HasSubstr("nothing was changed: /export/root/c1/etc/vfstab has the line \"" + line));
+        EXPECT_EQ(content("/export/root/c1/etc/vfstab"), before);
+        EXPECT_FALSE(fs::exists("/export/root/c1/etc/fs"));
+    };
+    expect_refused(enable, "srv:/ow - /usr/openwin nfs - no");
+    expect_refused(enable, "srv:/ow - /usr/openwin nfs - no ro ");
+    expect_refused(enable, "srv:/ow - /usr/openwin nfs - no ro # ours");
+    expect_refused(disable, "srv:/a,disconnectable - /a nfs - no ro");
+    expect_refused(disable, "srv:/a - /a nfs - no ,disconnectable");
+    expect_refused(disable, "srv:/a - /a nfs - no ro ,disconnectable");
+    write("/export/root/c1/etc/vfstab", table + "#srv:/a,disconnectable\n\nfd - /dev/fd fd - no\nx\n");
+    EXPECT_EQ(hostadm(enable).status, 0) << "other lines do not matter";
+    EXPECT_EQ(hostadm(disable).status, 0);
+}
+
 TEST_F(CacheOnlyClient, ProfileIsSetAndChecked) {
     const std::string set = "run cachelet/set_disk_profile root=/export/root/c1 profile_set=small profile=";
     EXPECT_THAT(hostadm(set + "one").output, HasSubstr("done"));
