@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Asks whether an RPC program answers on a host.
 #include <rpc/netdb.h>
 
 #include <charconv>
@@ -77,7 +78,8 @@ int work(Call &call) {
     case 3:
         call.set("state", "mapper_silent");
         return call.fail("the port mapper of " + host + " does not answer within " + timeout +
-                         " seconds; is the host up, and does rpcbind run there?");
+                         (*seconds == 1 ? " second" : " seconds") +
+                         "; is the host up, and does rpcbind run there?");
     default:
         call.set("state", "failed");
         return call.fail("the probe could not be run; are there too many processes?");

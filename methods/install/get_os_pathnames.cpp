@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Finds the root and the boot program of an operating system.
 #include "support/hierarchy.hpp"
 
 #include "hostadm/method.hpp"

@@ -3,6 +3,7 @@
 // own and, where it is installed, through rpcbind.
 #include <arpa/inet.h>
 #include <dlfcn.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <rpc/rpc.h>
@@ -28,8 +29,11 @@
 #include <thread>
 
 #include "hostadm.h"
+#include "support/run_method.hpp"
 
 namespace {
+
+using testing::HasSubstr;
 
 constexpr unsigned long program = 0x20000001;
 constexpr unsigned long version = 1;
@@ -262,6 +266,18 @@ TEST_P(RpcProbe, DoesNotWaitWithoutTime) {
     EXPECT_EQ(rpc_ping("127.0.0.1", program, version, -1), 1);
 }
 
+TEST_P(RpcProbe, MethodTellsWhetherAProgramAnswers) {
+    start_service();
+    const tests::Outcome answers = tests::hostadm("run host/ping_rpc host=127.0.0.1 program=536870913");
+    EXPECT_EQ(answers.status, 0);
+    EXPECT_EQ(answers.output, "program  536870913\nstate    answers\n");
+    const tests::Outcome other =
+        tests::hostadm("run host/ping_rpc host=127.0.0.1 program=536870914 version=3");
+    EXPECT_EQ(other.status, 1);
+    EXPECT_THAT(other.output, HasSubstr("program  536870914\nstate    silent\n"));
+    EXPECT_THAT(other.output, HasSubstr("program 536870914 version 3 does not answer on 127.0.0.1"));
+}
+
 TEST_P(RpcProbe, KilledProbeIsMinusOne) {
     const UdpSocket silent;
     register_port(silent.port());
@@ -335,6 +351,25 @@ TEST_F(RpcProbeAlone, HungPortMapperIsThreeAfterTheLimit) {
     ASSERT_TRUE(silent.bound());
     const long seconds = seconds_of([] { EXPECT_EQ(rpc_ping("127.0.0.1", program, version, 1), 3); });
     EXPECT_LT(seconds, 15) << "the RPC library alone waits for a minute";
+}
+
+TEST_F(RpcProbeAlone, MethodTellsThatThePortMapperIsSilent) {
+    const UdpSocket silent(PMAPPORT);
+    const tests::Outcome run = tests::hostadm("run host/ping_rpc host=127.0.0.1 program=mountd timeout=1");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.output, HasSubstr("program  100005\nstate    mapper_silent\n"));
+    EXPECT_THAT(run.output, HasSubstr("the port mapper of 127.0.0.1 does not answer within 1 second;"));
+}
+
+TEST_F(RpcProbeAlone, MethodRefusesNumbersThatAreNone) {
+    for (const char *arguments :
+         {"program=0", "program=4294967296", "program=99999999999999999999", "program=no-such-program",
+          "program=100000 version=0", "program=100000 version=4294967296", "program=100000 timeout=0",
+          "program=100000 timeout=3601"}) {
+        const tests::Outcome run =
+            tests::hostadm(std::string("run host/ping_rpc host=127.0.0.1 ") + arguments);
+        EXPECT_EQ(run.status, 2) << arguments << ": " << run.output;
+    }
 }
 
 TEST_F(RpcProbeAlone, SecondProbeOfAProcessKeepsItsLimit) {
