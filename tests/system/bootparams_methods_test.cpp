@@ -155,6 +155,8 @@ TEST_F(BootparamsMethods, RefusesWhatDoesNotFit) {
     refused("set_bootparams client=c1 key=root", "needs a path");
     refused("set_bootparams client=c1 path=/x", "give key");
     refused("set_bootparams client=c1 key=root path=/x items=a=b", "give one or the other");
+    refused("set_bootparams client=c1 server=srv items=a=b", "give one or the other");
+    refused("set_bootparams client=c1 path=/x items=a=b", "give one or the other");
     refused("set_bootparams client=c1 items=root", "root is no item");
     refused("set_bootparams client=c1 'items=root=a:/x root=b:/x'", "given twice");
     refused("set_bootparams client=c1 'items= '", "nothing to set");

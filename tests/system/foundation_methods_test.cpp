@@ -40,12 +40,21 @@ TEST(AddMountEntry, SevenColumns) {
     EXPECT_EQ(content("/etc/vfstab"), "host:/x\t-\t/mnt\tnfs\t-\tyes\tro\n");
 }
 
+TEST(AddMountEntry, EveryColumnHasItsPlace) {
+    fs::remove("/etc/vfstab.all");
+    const Outcome run = hostadm("run filesystem/add_mount_entry vfstab=/etc/vfstab.all mntopts=rw,soft "
+                                "mountatboot=no fsckpass=2 fstype=ufs mountpt=/export fsckdev=/dev/rdsk/d1 "
+                                "resource=/dev/dsk/d1");
+    EXPECT_EQ(run.status, 0) << run.output;
+    EXPECT_EQ(content("/etc/vfstab.all"), "/dev/dsk/d1\t/dev/rdsk/d1\t/export\tufs\t2\tno\trw,soft\n");
+}
+
 TEST(AddMountEntry, SixColumns) {
     const Outcome run =
         hostadm("run filesystem/add_mount_entry layout=4x vfstab=/etc/fstab.c1 resource=srv:/export/root/c1 "
-                "mountpt=/ fstype=nfs mntopts=rw freq=0 fsckpass=0");
+                "mountpt=/ fstype=nfs mntopts=rw freq=0 fsckpass=1");
     EXPECT_EQ(run.status, 0) << run.output;
-    EXPECT_EQ(content("/etc/fstab.c1"), "srv:/export/root/c1\t/\tnfs\trw\t0\t0\n");
+    EXPECT_EQ(content("/etc/fstab.c1"), "srv:/export/root/c1\t/\tnfs\trw\t0\t1\n");
 }
 
 TEST(AddMountEntry, RefusesWhatDoesNotFit) {
