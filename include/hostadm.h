@@ -744,10 +744,10 @@ void default_install_paths(const char *method, const char *host, const char *ins
  * copied from /export/NAME_VERSION/var/sadm, from where newer services keep it or else from where older ones
  * do.
  *
- * Returns 0; an errno value or -1 from setup_environment; or 1 when a command failed. Records nothing itself:
- * do_systemcmd records what a command said (errors 91 and 92) under the method name "create_clnt_root".
- * Before a failure is returned, cleanup(root) has been called. After success the admin file is still in /tmp;
- * cleanup(root) removes it then, and nothing else.
+ * Returns 0; an errno value or -1 from setup_environment; 1 when a command failed; -1 also when memory is
+ * out. Records nothing itself: do_systemcmd records what a command said (errors 91 and 92) under the method
+ * name "create_clnt_root". Before the failure of a command is returned, cleanup(root) has been called. After
+ * success the admin file is still in /tmp; cleanup(root) removes it then, and nothing else.
  */
 int create_clnt_root(const char *root, const char *const os_service[], const struct package_source *sources);
 
@@ -770,9 +770,9 @@ int setup_environment(const char *root);
 void cleanup(const char *root);
 
 /*
- * Makes the directory ROOT PATH (the two texts joined) with the mode, and gives it to uid and gid; one that
- * exists only changes hands. Returns 0 or an errno value; after a failed chown the directory is removed if it
- * is empty.
+ * Makes the directory ROOT PATH (the two texts joined) with the mode less the umask, and gives it to uid and
+ * gid; one that exists only changes hands. Returns 0 or an errno value; after a failed chown the directory is
+ * removed if it is empty.
  */
 int mkdir_chown(const char *root, const char *path, int mode, int uid, int gid);
 

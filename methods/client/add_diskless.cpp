@@ -460,10 +460,11 @@ void Steps::make_root(bool known) {
         make_directories(parent_of(client_.root));
         journal_.note({"root", client_.root});
         make_directories(client_.root);
-        // Or every copied directory would inherit its set-group-ID bit.
-        if (chmod(client_.root.c_str(), 0755) != 0)
-            fail_errno("cannot set the mode of " + client_.root);
+        before.st_mode = 0755;
     }
+    // Or every copied directory would inherit its set-group-ID bit.
+    if (chmod(client_.root.c_str(), before.st_mode & 01777) != 0)
+        fail_errno("cannot set the mode of " + client_.root);
     int status = 0;
     const auto &[inst_set, impl_arch, os_name, os_version] = client_.identity;
     if (!client_.tree.empty() && !os_version.starts_with("4.")) {

@@ -4,10 +4,12 @@
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
+#include "support/host_tables.hpp"
 
 namespace {
 
 using namespace hostadm::method;
+using hostadm::support::lower_case;
 
 const Description description{
     .name = "netboot/setup_rplboot",
@@ -37,8 +39,9 @@ std::string broken_link(const std::string &key) {
 int work(Call &call) {
     const std::string key = call.get("client_key");
     const std::string root_dir = call.get("root_dir") == "/" ? "" : call.get("root_dir");
-    const std::string inst_set = call.get("instruction_set"), impl_arch = call.get("implementation_arch"),
-                      os_name = call.get("os_name"), os_version = call.get("os_version");
+    const std::string inst_set = lower_case(call.get("instruction_set")),
+                      impl_arch = lower_case(call.get("implementation_arch")), os_name = call.get("os_name"),
+                      os_version = call.get("os_version");
     call.set("boot_program",
              make_boot_name(os_version.c_str(), os_name.c_str(), inst_set.c_str(), impl_arch.c_str()));
     setup_rplboot_dir(call.method().c_str(), key.c_str(), impl_arch.c_str(), root_dir.c_str(),

@@ -255,6 +255,16 @@ TEST_F(Client, HasARootLikeTheTreeAndASparseSwapFileOfItsOwn) {
     EXPECT_EQ(swap.st_mode & 07777, 0600u);
 }
 
+TEST_F(Client, HasTheTreesModesInARootThatWasMadeBefore) {
+    fs::create_directories("/export/root/c1");
+    chmod("/export/root/c1", 02700); // as a directory below one of ours comes to be
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    for (const char *path : {"", "/usr", "/usr/platform/kel4m"})
+        EXPECT_EQ(fs::status(std::string("/export/root/c1") + path).permissions(),
+                  fs::status(std::string("/tree") + path).permissions())
+            << path;
+}
+
 TEST_F(Client, IsNotChangedByASecondRun) {
     const std::string again = "client/add_diskless " + c1 + tree + " dumppath=/export/dump/c1/dump";
     ASSERT_EQ(method(again).status, 0);
@@ -828,6 +838,19 @@ TEST_F(Client, BootAreasHaveMethodsOfTheirOwn) {
 TEST_F(Client, SetUpOfABootAreaIsQuietWhenItSucceeds) {
     EXPECT_EQ(method("netboot/setup_tftpboot install_hierarchy=/tree address=10.1.2.3" + identity).errors,
               "");
+}
+
+TEST_F(Client, ArchitectureCountsInAnyCase) {
+    const std::string upper =
+        " instruction_set=KEL4 implementation_arch=KEL4M os_name=Quorvel os_version=2.5 ";
+    const Ran set_up = method("netboot/setup_tftpboot install_hierarchy=/tree address=10.1.2.3" + upper);
+    EXPECT_EQ(set_up.status, 0) << set_up.errors;
+    EXPECT_EQ(fs::read_symlink("/tftpboot/0A010203.KEL4M"), "inetboot.kel4m.Quorvel_2.5");
+    fs::remove_all("/rplboot");
+    for (const char *file : {"inetboot", "gluecode.com", "smc.com"})
+        write(std::string("/export/exec/kel4.Quorvel_2.5/platform/kel4m/lib/fs/nfs/") + file, file);
+    EXPECT_EQ(method("netboot/setup_rplboot client_key=08002001" + upper).status, 0);
+    EXPECT_EQ(fs::read_symlink("/rplboot/08002001.inetboot"), "inetboot.kel4m.Quorvel_2.5");
 }
 
 TEST_F(Client, LinksOfABootAreaThatCannotBeMadeAreTold) {
