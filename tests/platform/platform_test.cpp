@@ -206,6 +206,21 @@ TEST_F(Process, ThatEndsBetweenTheReadsIsDefunct) {
     EXPECT_STREQ(info_.pr_psargs, "/mountd");
 }
 
+TEST_F(Process, ThatIsBeingRemovedIsDefunct) {
+    ASSERT_TRUE(read("7 (mountd) X 1 7 7 0 -1", ""));
+    EXPECT_NE(info_.pr_zomb, 0);
+    EXPECT_STREQ(info_.pr_psargs, "/mountd");
+}
+
+TEST_F(Process, ThatIsOnlyDrawnOnADiskIsNone) {
+    write("stat", "7 (mountd) S 1 7 7 0 -1");
+    write("cmdline", "/usr/lib/nfs/mountd");
+    const int fd = open(directory_.c_str(), O_RDONLY | O_DIRECTORY);
+    EXPECT_EQ(sysv_psinfo(fd, &info_), -1);
+    EXPECT_EQ(errno, EINVAL);
+    close(fd);
+}
+
 TEST_F(Process, OfTheKernelHasNoArguments) {
     ASSERT_TRUE(read("7 (kworker/0:1-events_power_efficient) I 2 0", ""));
     EXPECT_STREQ(info_.pr_fname, "kworker/0:1-eve");

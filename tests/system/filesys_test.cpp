@@ -574,6 +574,28 @@ TEST_F(RealFilesys, MegabytesOfComplaintDoNotBlock) {
     EXPECT_EQ(match_sharefs_ent("/a", "ro"), 0);
 }
 
+TEST_F(RealFilesys, CommandThatComplainsRunsToItsEnd) {
+    for (const char *path : {"/usr/sbin/mount", "/usr/sbin/umount", "/usr/sbin/share", "/usr/sbin/unshare"})
+        standin::answer(path, {.script = "for i in $(seq 20000); do echo a complaint; done; touch /ended$0"});
+    fs::create_directories("/ended/usr/sbin");
+    EXPECT_EQ(mount_filesystem("h:/d", nullptr, "/d", "nfs", nullptr, nullptr, nullptr, "nowonly", nullptr,
+                               "mount"),
+              23);
+    EXPECT_TRUE(fs::exists("/ended/usr/sbin/mount"));
+    EXPECT_EQ(unmount_filesystem("/d", "nowonly", nullptr, "unmount"), 24);
+    EXPECT_TRUE(fs::exists("/ended/usr/sbin/umount"));
+    EXPECT_EQ(sharefs(nullptr, nullptr, nullptr, "/export/home", "nowonly", "share", 0), 27);
+    EXPECT_TRUE(fs::exists("/ended/usr/sbin/share"));
+    EXPECT_EQ(unsharefs(nullptr, "/export/home", nullptr, "nowonly", "unshare"), 27);
+    EXPECT_TRUE(fs::exists("/ended/usr/sbin/unshare"));
+    // The list of shares, of which the first line is enough.
+    fs::remove("/ended/usr/sbin/share");
+    standin::answer("/usr/sbin/share",
+                    {.script = "for i in $(seq 20000); do echo - /export/home rw=c2; done; touch /ended$0"});
+    EXPECT_EQ(unsharefs(nullptr, "/export/home", "c1", "nowonly", "unshare"), 49);
+    EXPECT_TRUE(fs::exists("/ended/usr/sbin/share"));
+}
+
 TEST_F(RealFilesys, CommandThatIsTooLongForTheSystemIsNotCut) {
     const std::string word(300'000, 'x'), path = "/" + word;
     testing::internal::CaptureStderr(); // the errors name it

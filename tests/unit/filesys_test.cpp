@@ -401,11 +401,14 @@ TEST_F(Mounting, FailedEditIsRecordedAs70AndReturnedAs38) {
 }
 
 TEST_F(Mounting, FailedUndoIsTold) {
-    fakes::tables().replace_status = -26;
-    answer({.contains = "/usr/sbin/umount", .status = 256});
-    EXPECT_EQ(mount(), 38);
-    EXPECT_THAT(lines(), ElementsAre(command, undo_command));
-    EXPECT_THAT(cleanups(), ElementsAre(2));
+    for (const int status : {256, -1}) {
+        SetUp();
+        fakes::tables().replace_status = -26;
+        answer({.contains = "/usr/sbin/umount", .status = status});
+        EXPECT_EQ(mount(), 38);
+        EXPECT_THAT(lines(), ElementsAre(command, undo_command));
+        EXPECT_THAT(cleanups(), ElementsAre(2));
+    }
 }
 
 TEST_F(Mounting, NothingIsUndoneWhenNothingWasMounted) {
