@@ -39,6 +39,8 @@ const Description description{
 };
 
 int work(Call &call) {
+    if (call.get("resource") == "-")
+        return call.refuse("the argument resource cannot be \"-\"; name a device, or HOST:/PATH");
     if (call.get("fstype") != "nfs" && !call.given("fsckdev"))
         return call.refuse(
             "the argument fsckdev is missing: name the device to check, or give fsckdev=- for none");

@@ -428,6 +428,7 @@ TEST_F(RealFilesys, BadArgumentsAreRefusedByName) {
         {"mount mountpt=/d fsckdev=-", "resource"},
         {"mount resource=h:/d fsckdev=-", "mountpt"},
         {"mount resource='h:/d;x' mountpt=/d fsckdev=-", "resource"},
+        {"mount resource=- mountpt=/d fsckdev=-", "resource"},
         {"mount resource=h:/d mountpt=d fsckdev=-", "mountpt"},
         {"mount resource=h:/d mountpt=/d fsckdev='a b'", "fsckdev"},
         {"mount resource=h:/d mountpt=/d fstype='$(x)'", "fstype"},
