@@ -43,6 +43,10 @@ public:
             return false;
         start_ = grown;
         size_ = size;
+        // What is touched for the first time by the megabyte costs least in pages of that size.
+        constexpr std::size_t large = 16 << 20;
+        if (size >= large)
+            madvise(start_, size_, MADV_HUGEPAGE);
         return true;
     }
     char *get() const { return static_cast<char *>(start_); }
