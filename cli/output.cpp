@@ -78,6 +78,9 @@ std::string printable(std::string_view text) {
 }
 
 std::size_t width(std::string_view text) {
+    const auto takes_one = [](char c) { return c >= ' ' && c <= '~'; };
+    if (std::all_of(text.begin(), text.end(), takes_one))
+        return text.size();
     std::size_t columns = 0;
     std::mbstate_t state{};
     while (!text.empty()) {

@@ -19,9 +19,10 @@ const Description description{
                 {"shared", "is the root shared now?"}},
 };
 
-int work(Call &call) {
+int work(Call &) {
+    ManyRows rows;
     for (const hostadm::support::ClientSummary &client : hostadm::support::all_clients())
-        call.row({{"name", client.name},
+        rows.add({{"name", client.name},
                   {"address", client.address},
                   {"ethernet", client.ethernet},
                   {"architecture", client.architecture},

@@ -21,8 +21,9 @@ int work(Call &call) {
         return call.fail(std::string("cannot run ") + share_program +
                          ", which knows the shares; is an NFS server with its share command installed?");
     get_sharefs_ents();
+    ManyRows rows;
     for (const sharefs_entry *entry = sfs_top; entry != nullptr; entry = entry->next)
-        call.row({{"path", entry->path}, {"options", entry->options}});
+        rows.add({{"path", entry->path}, {"options", entry->options}});
     free_sharefs_ents();
     return 0;
 }

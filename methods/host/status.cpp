@@ -41,9 +41,9 @@ constexpr const char *yes_or_no(bool yes) {
     return yes ? "yes" : "no";
 }
 
-void clients(Call &call) {
+void clients(ManyRows &rows) {
     for (const ClientSummary &client : all_clients())
-        call.row({{"section", "client"},
+        rows.add({{"section", "client"},
                   {"name", client.name},
                   {"address", client.address},
                   {"architecture", client.architecture},
@@ -52,7 +52,7 @@ void clients(Call &call) {
                   {"shared", yes_or_no(client.shared)}});
 }
 
-void shares(Call &call) {
+void shares(ManyRows &rows) {
     struct Share {
         std::string options;
         bool now = false;
@@ -66,7 +66,7 @@ void shares(Call &call) {
         all[path].now = true;
     }
     for (const auto &[path, share] : all)
-        call.row({{"section", "share"},
+        rows.add({{"section", "share"},
                   {"path", path},
                   {"options", share.options},
                   {"now", yes_or_no(share.now)},
@@ -82,7 +82,7 @@ std::set<std::string> mount_points_now() {
     return points;
 }
 
-void mounts(Call &call) {
+void mounts(ManyRows &rows) {
     std::string table;
     if (hostadm::tables::read_file("/etc/vfstab", table) != 0)
         return;
@@ -92,7 +92,7 @@ void mounts(Call &call) {
         constexpr std::size_t columns = 7;
         if (words.size() < columns || words.front().starts_with('#'))
             return;
-        call.row({{"section", "mount"},
+        rows.add({{"section", "mount"},
                   {"resource", words[0]},
                   {"mount_point", words[2]},
                   {"type", words[3]},
@@ -102,13 +102,13 @@ void mounts(Call &call) {
     });
 }
 
-void daemons(Call &call) {
+void daemons(ManyRows &rows) {
     for (const BootDaemon &daemon : boot_daemons()) {
         std::string note = daemon.note;
         if (!daemon.advice.empty())
             note +=
                 (note.empty() ? "" : "; ") + (daemon.running ? daemon.advice : "start it: " + daemon.advice);
-        call.row({{"section", "daemon"},
+        rows.add({{"section", "daemon"},
                   {"service", daemon.service},
                   {"name", daemon.name},
                   {"running", yes_or_no(daemon.running)},
@@ -117,11 +117,12 @@ void daemons(Call &call) {
     }
 }
 
-int work(Call &call) {
-    clients(call);
-    shares(call);
-    mounts(call);
-    daemons(call);
+int work(Call &) {
+    ManyRows rows;
+    clients(rows);
+    shares(rows);
+    mounts(rows);
+    daemons(rows);
     return 0;
 }
 
