@@ -50,6 +50,8 @@ int add_six_columns(const Call &call, char *resource) {
 }
 
 int work(Call &call) {
+    if (call.get("resource") == "-")
+        return call.refuse("the argument resource cannot be \"-\"; name a device, or HOST:/PATH");
     const bool six_columns = call.get("layout") == "4x";
     if (six_columns && (call.given("fsckdev") || call.given("mountatboot")))
         return call.refuse("a 4.x mount table has no columns fsckdev and mountatboot; leave them out");

@@ -60,6 +60,7 @@ TEST(AddMountEntry, SixColumns) {
 TEST(AddMountEntry, RefusesWhatDoesNotFit) {
     fs::remove("/etc/vfstab");
     refused("filesystem/add_mount_entry mountpt=/mnt", "resource is missing");
+    refused("filesystem/add_mount_entry resource=- mountpt=/mnt", "resource cannot be \"-\"");
     refused("filesystem/add_mount_entry resource=/dev/x freq=1", "freq");
     refused("filesystem/add_mount_entry resource=/dev/x layout=4x mountatboot=yes", "mountatboot");
     refused("filesystem/add_mount_entry resource=/dev/x layout=4x fsckdev=/dev/x", "fsckdev");
