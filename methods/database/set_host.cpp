@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include <cstring>
-
 #include "hostadm.h"
 #include "hostadm/method.hpp"
+#include "support/edit_failure.hpp"
 
 namespace {
 
@@ -17,14 +16,9 @@ const Description description{
 };
 
 int work(Call &call) {
-    constexpr int locked = -26;
     const std::string table = call.get("table");
     const int status = set_hosts(table.c_str(), call.get("address").c_str(), call.get("hostname").c_str());
-    if (status == 0)
-        return 0;
-    return call.fail(status == locked
-                         ? table + " is being edited by somebody else and did not become free; try again"
-                         : table + ": " + std::strerror(status < 0 ? -status : status));
+    return status == 0 ? 0 : call.fail(hostadm::methods::edit_failure(table, status));
 }
 
 } // namespace

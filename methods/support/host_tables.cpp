@@ -10,6 +10,7 @@
 #include <stdexcept>
 
 #include "hostadm/table_edit.hpp"
+#include "support/edit_failure.hpp"
 
 namespace hostadm::support {
 
@@ -114,7 +115,7 @@ HostTable::Added HostTable::add(const std::string &key, const std::string &name)
                                          },
                                          {.create = true});
     if (status != 0)
-        fail(status);
+        throw std::runtime_error(methods::edit_failure(path_, status));
     return found;
 }
 
@@ -142,7 +143,7 @@ bool HostTable::remove(const std::string &name, const std::string &key) const {
         return 0;
     });
     if (status != 0 && status != tables::no_such_line)
-        fail(status);
+        throw std::runtime_error(methods::edit_failure(path_, status));
     return removed;
 }
 
@@ -172,15 +173,8 @@ std::string HostTable::read() const {
     std::string text;
     const int status = tables::read_file(path_, text);
     if (status != 0 && status != tables::no_such_line)
-        fail(status);
+        throw std::runtime_error(path_ + " cannot be read: " + std::strerror(-status));
     return text;
-}
-
-void HostTable::fail(int status) const {
-    throw std::runtime_error(path_ +
-                             (status == tables::table_locked
-                                  ? " is being edited by somebody else and did not become free; try again"
-                                  : std::string(": ") + std::strerror(-status)));
 }
 
 HostTable hosts_table() {

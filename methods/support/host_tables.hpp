@@ -45,7 +45,6 @@ private:
     std::optional<std::string> same_spelling(std::string_view key) const; // nothing: no key of this table
     Added examine_text(std::string_view text, const std::string &key, const std::string &name) const;
     std::string read() const;
-    [[noreturn]] void fail(int status) const;
 
     Kind kind_;
     std::string path_;

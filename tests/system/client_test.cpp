@@ -924,7 +924,7 @@ TEST_F(Client, NameMayBeSetAlone) {
     const Pinned pinned("/etc/hosts");
     const Ran failed = method("database/set_host address=10.1.2.9 hostname=c10");
     EXPECT_EQ(failed.status, 1);
-    EXPECT_THAT(failed.errors, HasSubstr("/etc/hosts"));
+    EXPECT_THAT(failed.errors, HasSubstr("/etc/hosts is a mount point and cannot be replaced"));
 }
 
 TEST_F(Client, RootIsNeverTheServersOwn) {
