@@ -368,7 +368,8 @@ int remove_share_line(const std::string &path, const ClientTest &test, const cha
 
 // Texts for error numbers that the system does not know say nothing; the number does.
 std::string error_text(int error) {
-    return strerrordesc_np(error) != nullptr ? std::strerror(error) : std::to_string(error);
+    const char *text = strerrordesc_np(error) != nullptr ? std::strerror(error) : nullptr;
+    return is_empty(text) ? std::to_string(error) : text;
 }
 
 // Where a daemon's program was set aside, puts it back; starts the daemon unless it runs.

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <dlfcn.h>
 #include <malloc.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -48,6 +49,7 @@ struct Host {
                                          {"nfsd", HOSTADM_DAEMON_RUNNING}};
     std::map<std::string, int> starts; // by program; 0 otherwise
     int statvfs_status = 0;
+    bool knows_errors = true; // false: strerror gives no text
 };
 Host host;
 
@@ -105,6 +107,11 @@ int rename(const char *from, const char *to) noexcept {
 
 int statvfs(const char *, struct statvfs *) noexcept {
     return host.statvfs_status;
+}
+
+char *strerror(int error) noexcept {
+    static auto *const real = reinterpret_cast<char *(*)(int)>(dlsym(RTLD_NEXT, "strerror"));
+    return host.knows_errors ? real(error) : nullptr;
 }
 }
 
@@ -1431,6 +1438,13 @@ TEST_F(NfsDaemons, UnknownErrorNumberIsToldAsItIs) {
     host.starts["/usr/lib/nfs/mountd"] = 99999;
     EXPECT_EQ(enable_nfs_file_serving("share"), 42);
     EXPECT_THAT(errors(), ElementsAre(Recorded{42, "42|share|/usr/lib/nfs/mountd|99999"}));
+    SetUp();
+    host.checks["mountd"] = HOSTADM_DAEMON_NOT_RUNNING;
+    host.starts["/usr/lib/nfs/mountd"] = EAGAIN;
+    host.knows_errors = false;
+    EXPECT_EQ(enable_nfs_file_serving("share"), 42);
+    EXPECT_THAT(errors(),
+                ElementsAre(Recorded{42, "42|share|/usr/lib/nfs/mountd|" + std::to_string(EAGAIN)}));
 }
 
 // ---- memory ----
