@@ -523,6 +523,9 @@ TEST_F(Client, IsKeptOutOfAnothersRootHoweverThatIsSpelled) {
          {"/export//root/c1/below", "/export/./root/c1/below", "/other-name/root/c1/below"})
         expect_refused("/export/root/c1/below lies in the root of c1", c2 + tree + " rootpath=" + path);
     fs::remove("/other-name");
+    fs::create_directory_symlink("/tree", "/other-tree");
+    expect_refused("lie in one another", c2 + " tree=/other-tree rootpath=/tree/below");
+    fs::remove("/other-tree");
 }
 
 TEST_F(Client, HasARootASwapAndADumpThatAreNotInEachOthersWay) {
