@@ -9,20 +9,14 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <iostream>
-#include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "hostadm.h"
-#include "hostadm/sandbox.hpp"
+#include "throwaway_root.hpp"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 std::string this_host() {
     char name[256] = {};
@@ -122,18 +116,5 @@ int measure(int argc, char **argv) {
 } // namespace
 
 int main(int argc, char **argv) {
-    using namespace hostadm::sandbox;
-    Options options;
-    options.work = [&] { return measure(argc, argv); };
-    // The results are to outlive the throwaway root.
-    constexpr std::string_view out = "--benchmark_out=";
-    for (int i = 1; i < argc; ++i)
-        if (const std::string_view word = argv[i]; word.starts_with(out))
-            options.binds.push_back(fs::absolute(word.substr(out.size())).parent_path());
-    try {
-        return hostadm::sandbox::run(options).exit_status;
-    } catch (const std::exception &error) {
-        std::cerr << "enumeration: " << error.what() << "\n";
-        return 1;
-    }
+    return bench::in_throwaway_root(argc, argv, [&] { return measure(argc, argv); });
 }

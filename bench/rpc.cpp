@@ -24,7 +24,7 @@
 #include <string_view>
 
 #include "hostadm.h"
-#include "hostadm/sandbox.hpp"
+#include "throwaway_root.hpp"
 
 namespace {
 
@@ -143,20 +143,9 @@ int measure(int argc, char **argv) {
 } // namespace
 
 int main(int argc, char **argv) {
-    using namespace hostadm::sandbox;
-    Options options;
-    options.work = [&] { return measure(argc, argv); };
+    hostadm::sandbox::Options options;
     if (std::error_code ignored; fs::is_directory(DAEMON_SEED "/root", ignored))
         options.seeds.push_back(DAEMON_SEED "/root");
-    // The results are to outlive the throwaway root.
-    constexpr std::string_view out = "--benchmark_out=";
-    for (int i = 1; i < argc; ++i)
-        if (const std::string_view word = argv[i]; word.starts_with(out))
-            options.binds.push_back(fs::absolute(word.substr(out.size())).parent_path());
-    try {
-        return hostadm::sandbox::run(options).exit_status;
-    } catch (const std::exception &error) {
-        std::cerr << "rpc: " << error.what() << "\n";
-        return 1;
-    }
+    return bench::in_throwaway_root(
+        argc, argv, [&] { return measure(argc, argv); }, options);
 }

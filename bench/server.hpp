@@ -7,12 +7,9 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <functional>
-#include <iostream>
 #include <string>
-#include <string_view>
 
-#include "hostadm/sandbox.hpp"
+#include "throwaway_root.hpp"
 
 namespace bench {
 
@@ -56,22 +53,6 @@ inline void make_server(std::int64_t clients) {
     write("/etc/dfs/sharetab", shares);
     write("/usr/sbin/share", "#!/bin/sh\n[ $# -gt 0 ] || exec cat /etc/dfs/sharetab\n", fs::perms(0755));
     made = clients;
-}
-
-// Runs the benchmarks in a throwaway root; the results outlive it.
-inline int in_throwaway_root(int argc, char **argv, const std::function<int()> &measure) {
-    hostadm::sandbox::Options options;
-    options.work = measure;
-    constexpr std::string_view out = "--benchmark_out=";
-    for (int i = 1; i < argc; ++i)
-        if (const std::string_view word = argv[i]; word.starts_with(out))
-            options.binds.push_back(fs::absolute(word.substr(out.size())).parent_path());
-    try {
-        return hostadm::sandbox::run(options).exit_status;
-    } catch (const std::exception &error) {
-        std::cerr << argv[0] << ": " << error.what() << "\n";
-        return 1;
-    }
 }
 
 } // namespace bench

@@ -56,13 +56,14 @@ struct PlacedFile {
 
 struct Options {
     // What to run: a program and its arguments, looked up in PATH ...
-    std::vector<std::string> command;
+    std::vector<std::string> command = {};
     // ... or, when no command is given, a function, whose result is the exit status.
-    std::function<int()> work;
+    std::function<int()> work = {};
 
-    std::vector<std::string> binds; // directories of the running system that are shared with it, writable
-    std::vector<std::string> seeds; // directories whose contents are copied over the private root first
-    std::vector<PlacedFile> files;  // files put there first, after the seeds
+    std::vector<std::string> binds =
+        {}; // directories of the running system that are shared with it, writable
+    std::vector<std::string> seeds = {}; // directories whose contents are copied over the private root first
+    std::vector<PlacedFile> files = {};  // files put there first, after the seeds
 
     std::chrono::milliseconds time_limit{0}; // 0: none
     std::string host_name;                   // empty: as the running system's

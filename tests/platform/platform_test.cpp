@@ -18,10 +18,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "hostadm/sandbox.hpp"
 #include "mounts.hpp"
 #include "name_service.hpp"
 #include "process.hpp"
+#include "support/inside.hpp"
 
 namespace fs = std::filesystem;
 using hostadm::platform::joined_arguments;
@@ -33,6 +33,7 @@ using hostadm::platform::type_of_mount;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Optional;
+using tests::inside;
 
 namespace {
 
@@ -73,24 +74,6 @@ int psinfo_of(pid_t process, struct sysv_psinfo &info) {
     return status;
 }
 
-// Runs a piece of a test in a throwaway root.
-void inside(const std::function<void()> &work, const std::string &host_name = {}) {
-    hostadm::sandbox::Options options;
-    options.host_name = host_name;
-    options.time_limit = std::chrono::seconds(60);
-    options.work = [&] {
-        work();
-        return testing::Test::HasFailure() ? 1 : 0;
-    };
-    try {
-        EXPECT_EQ(hostadm::sandbox::run(options).exit_status, 0);
-    } catch (const hostadm::sandbox::Error &error) {
-        if (error.kind() != hostadm::sandbox::Error::Kind::unavailable)
-            throw;
-        GTEST_SKIP() << error.what();
-    }
-}
-
 } // namespace
 
 // ---- identity ----
@@ -111,7 +94,7 @@ TEST(Sysinfo, TellsTheHostName) {
             EXPECT_EQ(sysv_sysinfo(SYSV_SI_HOSTNAME, text, sizeof text), 8);
             EXPECT_STREQ(text, "server1");
         },
-        "server1");
+        {.host_name = "server1"});
 }
 
 TEST(Sysinfo, TellsTheDomainAndFailsWithoutOne) {

@@ -16,7 +16,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "hostadm/sandbox.hpp"
+#include "support/inside.hpp"
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -66,22 +66,12 @@ Result command(const std::string &arguments) {
 
 // Runs a test's body on its own "live system".
 void on_a_system(const std::function<void()> &body) {
-    hostadm::sandbox::Options options;
-    options.time_limit = std::chrono::seconds(120);
-    options.work = [&] {
+    tests::inside([&] {
         fs::create_directories(prefix / "bin");
         fs::copy_file(HOSTADM, prefix / "bin/hostadm");
         fs::create_directories(prefix / "libexec/hostadm/methods");
         body();
-        return testing::Test::HasFailure() ? 1 : 0;
-    };
-    try {
-        EXPECT_EQ(hostadm::sandbox::run(options).exit_status, 0);
-    } catch (const hostadm::sandbox::Error &error) {
-        if (error.kind() != hostadm::sandbox::Error::Kind::unavailable)
-            throw;
-        GTEST_SKIP() << error.what();
-    }
+    });
 }
 
 } // namespace

@@ -8,32 +8,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "hostadm/sandbox.hpp"
+#include "support/inside.hpp"
 
 using testing::ElementsAre;
 using testing::Not;
-
-namespace {
-
-// Runs a piece of a test inside; its assertions are printed there, and its outcome is handed out as exit
-// status.
-void inside(const std::function<void()> &work) {
-    hostadm::sandbox::Options options;
-    options.time_limit = std::chrono::seconds(60);
-    options.work = [&] {
-        work();
-        return testing::Test::HasFailure() ? 1 : 0;
-    };
-    try {
-        EXPECT_EQ(hostadm::sandbox::run(options).exit_status, 0);
-    } catch (const hostadm::sandbox::Error &error) {
-        if (error.kind() != hostadm::sandbox::Error::Kind::unavailable)
-            throw;
-        GTEST_SKIP() << error.what();
-    }
-}
-
-} // namespace
+using tests::inside;
 
 TEST(Standin, RefusesOutsideAThrowawayRoot) {
     EXPECT_THROW(standin::reset(), std::runtime_error);
