@@ -838,9 +838,10 @@ int enable_chart(const char *client_root);
 int disable_chart(const char *client_root);
 
 /*
- * Gives a client the disk profile DATAADMIN/etc/autoinstall/PROFILE_SET/PROFILE: copies it to CLIENT_ROOT/
- * .autoinstall/PROFILE and makes the link "profile" beside it. Returns 0, or 1 with error 44 (SOURCE FILE)
- * when it could not be copied; the link is then as it was. A link that cannot be made is not reported.
+ * Gives a client the disk profile DATAADMIN/etc/autoinstall/PROFILE_SET/PROFILE: copies it to
+ * CLIENT_ROOT/.autoinstall/PROFILE and makes the link "profile" beside it. Returns 0, or 1 with error 44
+ * (SOURCE FILE) when it could not be copied; the link is then as it was. A link that cannot be made is not
+ * reported.
  */
 int set_cachelet_disk_config(const char *method, const char *client_root, const char *profile_set,
                              const char *profile);
@@ -890,10 +891,11 @@ int setup_cachelet_service(const char *method, const char *arch, const char *rel
 
 /*
  * Adds a package to the templates of a service's client roots: copies it to
- * /export/root/templates/Quorvel_2.X/ PACKAGE_VERSION_ARCH.all and appends its two lines to the service's
- * record file, Quorvel_2.X in /var/sadm/system/admin/services (servers before 5.5: /var/sadm/softinfo). Older
- * versions are replaced if what the process has as its standard input holds a line with the architecture and,
- * behind it, the package's name: give it the record file, or /dev/null, never a terminal.
+ * /export/root/templates/Quorvel_2.X/PACKAGE_VERSION_ARCH.all and appends its two lines to the service's
+ * record file, Quorvel_2.X in /var/sadm/system/admin/services (on a server whose release has a third
+ * character up to "4", such as 5.4: in /var/sadm/softinfo). Older versions are replaced if what the process
+ * has as its standard input holds a line with the architecture and, behind it, the package's name: give it
+ * the record file, or /dev/null, never a terminal. The version is a word of the commands that are run.
  *
  * Returns 0 when the template was recorded already, another number than 0 when it was added (the record file
  * is not looked at again), and 1 after a failure, with error 96 (PATH: no such package), 21 (PATH, REASON: no
