@@ -270,6 +270,83 @@ TEST_F(ClientTable, IsTheOldOrTheNewOneWhenDisabled) {
     sweep_edit(disable_chart, marked, plain);
 }
 
+// ---- a cache-only client ----
+
+class CacheOnly : public PowerCut {
+protected:
+    static void prepare() {
+        fs::remove_all(root);
+        write(table, plain);
+        chmod(table.c_str(), 0640);
+        write("/opt/KTVXmgrd/2.2/etc/autoinstall/small/one", "one disk\n");
+        for (const std::string &name : edits())
+            fs::remove(name);
+    }
+    static int job() {
+        const int words = open("/words.out", O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        dup2(words, STDOUT_FILENO);
+        dup2(words, STDERR_FILENO);
+        return WEXITSTATUS(
+            std::system("exec " HOSTADM_COMMAND
+                        " run client/add_cachelet hostname=c1 root=/client profile_set=small profile=one"));
+    }
+    static int run_alone() {
+        const pid_t child = fork();
+        if (child == 0)
+            _exit(job());
+        int status = 0;
+        waitpid(child, &status, 0);
+        return WEXITSTATUS(status);
+    }
+    // A folder may have been made by the one step or, when that failed, by the next, which sets its group's bit.
+    static std::string state() {
+        std::string all = snapshot({root});
+        for (std::size_t at; (at = all.find(" 42755 ")) != all.npos;)
+            all[at + 2] = '0';
+        return all;
+    }
+    // Temporary files of edits.
+    static std::set<std::string> edits() {
+        std::set<std::string> names;
+        for (const std::string &name : names_in("/tmp"))
+            if (name.starts_with("/tmp/awk.") || name.starts_with("/tmp/vfstab."))
+                names.insert(name);
+        return names;
+    }
+};
+
+TEST_F(CacheOnly, ClientIsAddedWholeOrNotOrItIsSaid) {
+    prepare();
+    const std::string before = state();
+    ASSERT_EQ(run_alone(), 0) << words();
+    const std::string complete = state();
+    ASSERT_NE(before, complete);
+#ifdef __SANITIZE_ADDRESS__
+    constexpr std::size_t runs = 10;
+#else
+    constexpr std::size_t runs = 60;
+#endif
+    sweep(prepare, job, runs, [&](const faults::Ran &ran, int error) {
+        EXPECT_THAT(read(table), AnyOf(plain, marked));
+        const std::string after = state(), said = words();
+        if (error != cut && !failed(ran)) {
+            EXPECT_EQ(after, complete) << "what reports success is done";
+        }
+        if (error != cut && failed(ran)) {
+            EXPECT_NE(said, "") << "a failure has its reason";
+            // Where only the answer was lost, everything is done.
+            if (after != before && after != complete) {
+                EXPECT_THAT(said, HasSubstr("could not be taken back: ")) << after;
+            }
+            if (said.find("could not be taken back: ") == said.npos) {
+                EXPECT_TRUE(edits().empty()) << *edits().begin();
+            }
+        }
+        EXPECT_EQ(run_alone(), 0) << words();
+        EXPECT_EQ(state(), complete);
+    });
+}
+
 // ---- a diskless client ----
 
 const std::string share_script = R"(#!/bin/sh
