@@ -75,11 +75,14 @@ std::vector<BootDaemon> boot_daemons(const std::string &proc, const std::string 
                    "rpc.bootparamd -r ROUTER, after rpcbind (package bootparamd)");
 
     const Process *nfsd = find(processes, {"ganesha.nfsd", "nfsd"});
-    BootDaemon nfs = daemon_for("NFS", nfsd, "nfsd", "hostadm run host/start_daemon path=/usr/lib/nfs/nfsd");
+    BootDaemon nfs = daemon_for(
+        "NFS", nfsd, "nfsd",
+        "hostadm run host/start_daemon path=/usr/lib/nfs/nfsd (packages nfs-ganesha and nfs-ganesha-vfs)");
     if (nfsd != nullptr && nfsd->arguments.empty())
         nfs.note = "in the kernel";
-    BootDaemon mount = daemon_for("NFS mounts", find(processes, {"rpc.mountd", "mountd", "ganesha.nfsd"}),
-                                  "mountd", "hostadm run host/start_daemon path=/usr/lib/nfs/mountd");
+    BootDaemon mount =
+        daemon_for("NFS mounts", find(processes, {"rpc.mountd", "mountd", "ganesha.nfsd"}), "mountd",
+                   "hostadm run host/start_daemon path=/usr/lib/nfs/mountd (the same packages)");
 
     return {rarp, tftp, rpc, bootparams, nfs, mount};
 }

@@ -2,6 +2,7 @@
 // Process tables are laid out as files, so that every kind of daemon can be met.
 #include "support/boot_daemons.hpp"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -13,6 +14,7 @@ namespace {
 
 using hostadm::support::boot_daemons;
 using hostadm::support::BootDaemon;
+using testing::HasSubstr;
 
 class BootDaemons : public testing::Test {
 protected:
@@ -47,6 +49,11 @@ TEST_F(BootDaemons, NoneRunsWithoutAProcessTable) {
 }
 
 // As the files of a process do that ends while they are read.
+TEST_F(BootDaemons, AdviceNamesThePackagesOfAServerThatIsMissing) {
+    EXPECT_THAT(daemon("NFS").advice, HasSubstr("(packages nfs-ganesha and nfs-ganesha-vfs)"));
+    EXPECT_THAT(daemon("TFTP").advice, HasSubstr("(package tftpd-hpa)"));
+}
+
 TEST_F(BootDaemons, FilesThatCannotBeReadArePassedOver) {
     process(7, "in.rarpd", "/usr/sbin/in.rarpd -a");
     std::filesystem::create_directories(scratch_.path("proc/6/stat"));
