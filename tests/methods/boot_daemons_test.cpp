@@ -48,12 +48,12 @@ TEST_F(BootDaemons, NoneRunsWithoutAProcessTable) {
     }
 }
 
-// As the files of a process do that ends while they are read.
 TEST_F(BootDaemons, AdviceNamesThePackagesOfAServerThatIsMissing) {
     EXPECT_THAT(daemon("NFS").advice, HasSubstr("(packages nfs-ganesha and nfs-ganesha-vfs)"));
     EXPECT_THAT(daemon("TFTP").advice, HasSubstr("(package tftpd-hpa)"));
 }
 
+// As the files of a process do that ends while they are read.
 TEST_F(BootDaemons, FilesThatCannotBeReadArePassedOver) {
     process(7, "in.rarpd", "/usr/sbin/in.rarpd -a");
     std::filesystem::create_directories(scratch_.path("proc/6/stat"));
