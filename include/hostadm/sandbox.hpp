@@ -60,10 +60,12 @@ struct Options {
     // ... or, when no command is given, a function, whose result is the exit status.
     std::function<int()> work = {};
 
-    std::vector<std::string> binds =
-        {}; // directories of the running system that are shared with it, writable
-    std::vector<std::string> seeds = {}; // directories whose contents are copied over the private root first
-    std::vector<PlacedFile> files = {};  // files put there first, after the seeds
+    // Directories of the running system that are shared with it, writable.
+    std::vector<std::string> binds = {};
+    // Directories whose contents are copied over the private root first.
+    std::vector<std::string> seeds = {};
+    // Files put there first, after the seeds.
+    std::vector<PlacedFile> files = {};
 
     std::chrono::milliseconds time_limit{0}; // 0: none
     std::string host_name;                   // empty: as the running system's
