@@ -50,7 +50,8 @@ int hostadm_main(int argc, char **argv) {
 } // namespace
 
 int main(int argc, char **argv) {
-    std::setlocale(LC_ALL, "");
+    std::setlocale(LC_CTYPE, "");
+    std::setlocale(LC_MESSAGES, "");
     try {
         return hostadm_main(argc, argv);
     } catch (const std::exception &failure) {

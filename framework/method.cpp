@@ -111,7 +111,7 @@ ManyRows::~ManyRows() {
 
 void ManyRows::add(std::initializer_list<std::pair<std::string_view, std::string_view>> fields) {
     constexpr std::size_t enough = 65536;
-    lines_ += framework::row_line(fields);
+    framework::append_row_line(lines_, fields);
     if (lines_.size() < enough)
         return;
     append_answer(lines_);
@@ -119,7 +119,9 @@ void ManyRows::add(std::initializer_list<std::pair<std::string_view, std::string
 }
 
 int run(int argc, char **argv, const Description &description, const std::function<int(Call &)> &work) {
-    std::setlocale(LC_ALL, "");
+    // Texts are translated; numbers and times that are read or written are those of the C locale.
+    std::setlocale(LC_CTYPE, "");
+    std::setlocale(LC_MESSAGES, "");
     const std::string_view option = argc > 1 ? argv[1] : "";
     if (option == "--describe") {
         std::puts(framework::to_json(description).dump(2).c_str());

@@ -230,19 +230,25 @@ std::string output_line(std::string_view name, std::string_view value) {
 }
 
 std::string row_line(std::span<const Rows::Field> fields) {
-    std::string line(row_start);
+    std::string line;
+    append_row_line(line, fields);
+    return line;
+}
+
+void append_row_line(std::string &lines, std::span<const Rows::Field> fields) {
+    lines += row_start;
     for (auto field = fields.begin(); field != fields.end(); ++field) {
         const auto is_same = [&](const Rows::Field &other) { return other.first == field->first; };
         if (std::find_if(fields.begin(), field, is_same) != field)
             continue;
         const auto last = std::find_if(fields.rbegin(), fields.rend(), is_same);
-        if (line.size() > row_start.size())
-            line += ',';
-        append_json(line, field->first);
-        line += ':';
-        append_json(line, last->second);
+        if (lines.back() != '{')
+            lines += ',';
+        append_json(lines, field->first);
+        lines += ':';
+        append_json(lines, last->second);
     }
-    return line += "}}\n";
+    lines += "}}\n";
 }
 
 std::string error_line(int code, std::string_view text) {

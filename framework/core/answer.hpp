@@ -59,12 +59,15 @@ std::string to_lines(const Answer &answer);
 // A line each, its line break included.
 std::string begin_line(std::string_view method);
 std::string output_line(std::string_view name, std::string_view value);
-std::string row_line(std::span<const Rows::Field> fields); // of several with one name the last counts
+std::string row_line(std::span<const Rows::Field> fields);
 std::string error_line(int code, std::string_view text);
 std::string mark_line(int mark, std::string_view text = {});
 std::string invalid_line(std::string_view text);
 std::string end_line(int status);
 std::string outcome_line(int status, std::string_view reason);
+
+// A row line behind what is there; of several fields with one name the last counts.
+void append_row_line(std::string &lines, std::span<const Rows::Field> fields);
 
 // What an argument, an output or a column may be called.
 bool is_name(std::string_view name);

@@ -2,9 +2,33 @@
 #include "core/descriptor.hpp"
 
 #include <cerrno>
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 
 namespace hostadm::framework {
+
+MemoryFileText::MemoryFileText(int descriptor) {
+    struct stat file {};
+    if (fcntl(descriptor, F_ADD_SEALS, F_SEAL_SHRINK) != 0 || fstat(descriptor, &file) != 0) {
+        error_ = errno;
+        return;
+    }
+    if (file.st_size == 0)
+        return;
+    size_ = static_cast<std::size_t>(file.st_size);
+    start_ = mmap(nullptr, size_, PROT_READ, MAP_PRIVATE | MAP_POPULATE, descriptor, 0);
+    if (start_ == MAP_FAILED) {
+        error_ = errno;
+        start_ = nullptr;
+        size_ = 0;
+    }
+}
+
+MemoryFileText::~MemoryFileText() {
+    if (start_ != nullptr)
+        munmap(start_, size_);
+}
 
 std::optional<std::string> read_whole(int descriptor) {
     struct stat file {};

@@ -32,6 +32,24 @@ private:
     int descriptor_ = -1;
 };
 
+// The text of a memory file where it lies. The file cannot shrink from then on, so it stays whatever its writers
+// do.
+class MemoryFileText {
+public:
+    explicit MemoryFileText(int descriptor);
+    ~MemoryFileText();
+    MemoryFileText(const MemoryFileText &) = delete;
+    MemoryFileText &operator=(const MemoryFileText &) = delete;
+
+    int error() const { return error_; } // 0: it is there
+    std::string_view text() const { return {static_cast<const char *>(start_), size_}; }
+
+private:
+    int error_ = 0;
+    void *start_ = nullptr;
+    std::size_t size_ = 0;
+};
+
 // All of a seekable file, wherever its offset stands.
 std::optional<std::string> read_whole(int descriptor);
 // Everything up to the end of a stream.

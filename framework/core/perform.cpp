@@ -91,7 +91,7 @@ std::string suggestion(const std::vector<std::string> &methods, std::string_view
 }
 
 Descriptor answer_file() {
-    Descriptor file(memfd_create("hostadm-answer", MFD_CLOEXEC));
+    Descriptor file(memfd_create("hostadm-answer", MFD_CLOEXEC | MFD_ALLOW_SEALING));
     if (file.is_open() && fcntl(file.get(), F_SETFL, O_APPEND) == -1)
         return Descriptor();
     return file;
@@ -230,10 +230,10 @@ Outcome perform_here(Request request) {
     program.descriptors = {
         {STDOUT_FILENO, STDERR_FILENO}, {request_descriptor, input.get()}, {answer_descriptor, output.get()}};
     const Ending ending = run(program);
-    const auto answer = read_whole(output.get());
-    if (!answer)
-        return failed(std::string("its answer cannot be read: ") + std::strerror(errno));
-    return judge(parse_answer(*answer), ending, description);
+    const MemoryFileText answer(output.get());
+    if (answer.error() != 0)
+        return failed(std::string("its answer cannot be read: ") + std::strerror(answer.error()));
+    return judge(parse_answer(answer.text()), ending, description);
 }
 
 Outcome perform(std::string_view method_class, std::string_view name, Request request,

@@ -55,37 +55,27 @@ public:
     // So that rows of so many bytes come without growing pains.
     void reserve(std::size_t bytes) { text_.reserve(bytes); }
     // Begins a row; what is added goes into the row that was begun last.
-    void begin_row() { first_.push_back(cells_.size()); }
+    void begin_row() { first_.push_back(fields_.size()); }
     void add(std::string_view name, std::string_view value);
     void drop_last_row();
 
     // The number of a row's field, or `none`; by it the field is found again.
     static constexpr std::size_t none = static_cast<std::size_t>(-1);
     std::size_t find(std::size_t row, std::string_view name) const;
-    Field field(std::size_t number) const { return {name_of(cells_[number]), value_of(cells_[number])}; }
+    Field field(std::size_t number) const;
     // The value, to be written over in its length.
-    char *writable(std::size_t number) { return text_.data() + cells_[number].value; }
+    char *writable(std::size_t number);
 
     bool operator==(const Rows &) const = default;
 
 private:
-    struct Cell { // where its texts begin, and where the value ends
-        std::size_t name, value, end;
-        bool operator==(const Cell &) const = default;
-    };
-    std::string_view name_of(const Cell &cell) const {
-        return {text_.data() + cell.name, cell.value - cell.name - 1};
-    }
-    std::string_view value_of(const Cell &cell) const {
-        return {text_.data() + cell.value, cell.end - cell.value};
-    }
     std::size_t end_of(std::size_t row) const {
-        return row + 1 < first_.size() ? first_[row + 1] : cells_.size();
+        return row + 1 < first_.size() ? first_[row + 1] : fields_.size();
     }
 
     std::string text_;
-    std::vector<Cell> cells_;
-    std::vector<std::size_t> first_; // each row's first cell
+    std::vector<std::size_t> fields_; // where each one's name begins; its value follows
+    std::vector<std::size_t> first_;  // each row's first field
 };
 
 } // namespace hostadm::framework
