@@ -10,7 +10,7 @@
 
 #include "hostadm/method.hpp"
 #include "hostadm/table_edit.hpp"
-#include "support/bootparams_file.hpp"
+#include "support/bootparams_entries.hpp"
 
 using namespace hostadm::method;
 using hostadm::methods::bootparams_path;

@@ -13,105 +13,10 @@ namespace hostadm::methods {
 
 namespace {
 
-constexpr std::string_view blanks = " \t\r";
+constexpr std::string_view blanks = bootparams_blanks;
 
-std::string_view trimmed_end(std::string_view text) {
-    return text.substr(0, text.find_last_not_of(blanks) + 1);
-}
-
-std::string_view trimmed(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
-    return trimmed_end(text);
-}
-
-std::string_view first_word(std::string_view text) {
-    return text.substr(0, text.find_first_of(blanks));
-}
-
-std::vector<std::string_view> words_of(std::string_view text) {
-    std::vector<std::string_view> words;
-    for (text = trimmed(text); !text.empty(); text = trimmed(text.substr(words.back().size())))
-        words.push_back(first_word(text));
-    return words;
-}
-
-// ---- the file as entries ----
-
-struct Entry {
-    std::size_t begin = 0, end = 0; // its lines in the file, the last line break included
-    std::string text;               // name and items, lines joined
-    std::string tail;               // what follows them on the last line: blanks, comment, line break
-
-    std::string_view name() const { return first_word(trimmed(text)); }
-    std::string_view items() const { return trimmed(trimmed(text).substr(name().size())); }
-};
-
-std::size_t comment_start(std::string_view line) {
-    for (std::size_t mark = line.find('#'); mark != line.npos; mark = line.find('#', mark + 1))
-        if (mark == 0 || blanks.find(line[mark - 1]) != blanks.npos)
-            return mark;
-    return line.npos;
-}
-
-// A line taken apart.
-struct Line {
-    explicit Line(std::string_view line) {
-        for (const char end : {'\n', '\r'})
-            if (line.ends_with(end))
-                line.remove_suffix(1);
-        const std::size_t comment = comment_start(line);
-        content = trimmed_end(line.substr(0, comment));
-        continued = comment == line.npos && line.ends_with('\\');
-    }
-
-    std::string_view content; // without comment, line break and the blanks before them
-    bool continued;           // on the next line
-};
-
-// Walks over the entries; lines without one are passed over.
-class Reader {
-public:
-    explicit Reader(std::string_view file) : file_(file) {}
-
-    bool next(Entry &entry) {
-        do {
-            if (at_ == file_.size())
-                return false;
-            read(entry);
-        } while (trimmed(entry.text).empty());
-        return true;
-    }
-
-private:
-    std::string_view line() const {
-        return file_.substr(at_, std::min(file_.find('\n', at_), file_.size() - 1) + 1 - at_);
-    }
-
-    void read(Entry &entry) {
-        entry.begin = at_;
-        entry.text.clear();
-        for (bool continued = true; continued;) {
-            const std::string_view whole = line();
-            auto [content, goes_on] = Line(whole);
-            entry.tail = whole.substr(content.size());
-            if (goes_on)
-                content = trimmed_end(content.substr(0, content.size() - 1));
-            if (entry.text.empty())
-                entry.text = content;
-            else
-                entry.text.append(" ").append(trimmed(content));
-            at_ += whole.size();
-            continued = goes_on && at_ < file_.size();
-        }
-        entry.end = at_;
-    }
-
-    std::string_view file_;
-    std::size_t at_ = 0;
-};
-
-bool find_entry(std::string_view file, const std::string &client, Entry &entry) {
-    Reader reader(file);
+bool find_entry(std::string_view file, const std::string &client, BootparamsEntry &entry) {
+    BootparamsReader reader(file);
     while (reader.next(entry)) {
         if (entry.name() != client)
             continue;
@@ -158,9 +63,9 @@ std::string without_items(std::string text, const std::string &key) {
 }
 
 // Puts the changed text of an entry into the file, unless it says what it said before.
-bool replace_entry(std::string &file, const Entry &entry, const std::string &text) {
-    const auto words = words_of(text);
-    if (words == words_of(entry.text))
+bool replace_entry(std::string &file, const BootparamsEntry &entry, const std::string &text) {
+    const auto words = bootparams_words(text);
+    if (words == bootparams_words(entry.text))
         return false;
     file.replace(entry.begin, entry.end - entry.begin, words.size() > 1 ? text + entry.tail : "");
     return true;
@@ -173,7 +78,7 @@ void close_last_line(std::string &file) {
     if (file.back() != '\n')
         file += '\n';
     const std::size_t before = file.size() < 2 ? file.npos : file.rfind('\n', file.size() - 2);
-    if (Line(std::string_view(file).substr(before == file.npos ? 0 : before + 1)).continued)
+    if (is_continued(std::string_view(file).substr(before == file.npos ? 0 : before + 1)))
         file += '\n';
 }
 
@@ -210,7 +115,7 @@ std::string defect_of(const BootparamsItem &item) {
 
 std::variant<std::vector<BootparamsItem>, std::string> parse_items(std::string_view text) {
     std::vector<BootparamsItem> items;
-    for (const std::string_view word : words_of(text)) {
+    for (const std::string_view word : bootparams_words(text)) {
         const std::size_t equals = word.find('=');
         if (equals == word.npos)
             return std::string(word) + " is no item; items are given as KEY=SERVER:PATH or KEY=VALUE";
@@ -228,14 +133,6 @@ std::variant<std::vector<BootparamsItem>, std::string> parse_items(std::string_v
     return items;
 }
 
-void for_each_client(std::string_view file,
-                     const std::function<void(std::string_view name, std::string_view items)> &use) {
-    Reader reader(file);
-    for (Entry entry; reader.next(entry);)
-        if (const std::string_view name = entry.name(); name.front() != '+' && name.front() != '-')
-            use(name, entry.items());
-}
-
 std::vector<BootparamsClient> clients_in(std::string_view file) {
     std::vector<BootparamsClient> clients;
     for_each_client(file, [&](std::string_view name, std::string_view items) {
@@ -245,7 +142,7 @@ std::vector<BootparamsClient> clients_in(std::string_view file) {
 }
 
 bool set_items(std::string &file, const std::string &client, const std::vector<BootparamsItem> &items) {
-    Entry entry;
+    BootparamsEntry entry;
     const bool exists = find_entry(file, client, entry);
     std::string text = exists ? entry.text : client;
     for (const BootparamsItem &item : items)
@@ -258,7 +155,7 @@ bool set_items(std::string &file, const std::string &client, const std::vector<B
 }
 
 bool remove_items(std::string &file, const std::string &client, const std::vector<std::string> &keys) {
-    Entry entry;
+    BootparamsEntry entry;
     if (!find_entry(file, client, entry))
         return false;
     std::string text = entry.text;
@@ -270,8 +167,8 @@ bool remove_items(std::string &file, const std::string &client, const std::vecto
 bool remove_client(std::string &file, const std::string &client) {
     std::string kept;
     std::size_t copied = 0;
-    Reader reader(file);
-    for (Entry entry; reader.next(entry);) {
+    BootparamsReader reader(file);
+    for (BootparamsEntry entry; reader.next(entry);) {
         if (entry.name() == client) {
             kept.append(file, copied, entry.begin - copied);
             copied = entry.end;

@@ -1,21 +1,17 @@
 // SPDX-License-Identifier: MIT
-// The file /etc/bootparams: an entry for each client, "NAME KEY=SERVER:PATH ...".
-//
-// A backslash at the end of a line continues the entry on the next line. A "#" at the start of a line or
-// behind a blank begins a comment, which ends with its line and is never continued. Of several entries of one
-// name the first counts. Lines that begin with "+" or "-" belong to the name-service switch and are no
-// clients.
+// The file /etc/bootparams: an entry for each client, "NAME KEY=SERVER:PATH ...", laid out as
+// bootparams_entries.hpp says. Of several entries of one name the first counts. Lines that begin with "+" or "-"
+// belong to the name-service switch and are no clients.
 #pragma once
 
-#include <functional>
 #include <string>
 #include <string_view>
 #include <variant>
 #include <vector>
 
-namespace hostadm::methods {
+#include "support/bootparams_entries.hpp"
 
-inline constexpr const char *bootparams_path = "/etc/bootparams";
+namespace hostadm::methods {
 
 struct BootparamsItem {
     std::string key, server, path;
@@ -29,9 +25,6 @@ std::string defect_of(const BootparamsItem &item);
 struct BootparamsClient {
     std::string name, items;
 };
-// The items separated as in the file, continued lines joined with a blank.
-void for_each_client(std::string_view file,
-                     const std::function<void(std::string_view name, std::string_view items)> &use);
 std::vector<BootparamsClient> clients_in(std::string_view file);
 
 // The changes below edit the file's text and say whether there was anything to change. Every other line keeps

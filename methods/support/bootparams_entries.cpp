@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: MIT
+#include "support/bootparams_entries.hpp"
+
+#include <algorithm>
+
+namespace hostadm::methods {
+
+namespace {
+
+constexpr std::string_view blanks = bootparams_blanks;
+
+std::string_view first_word(std::string_view text) {
+    return text.substr(0, text.find_first_of(blanks));
+}
+
+std::size_t comment_start(std::string_view line) {
+    for (std::size_t mark = line.find('#'); mark != line.npos; mark = line.find('#', mark + 1))
+        if (mark == 0 || blanks.find(line[mark - 1]) != blanks.npos)
+            return mark;
+    return line.npos;
+}
+
+// A line taken apart.
+struct Line {
+    explicit Line(std::string_view line) {
+        for (const char end : {'\n', '\r'})
+            if (line.ends_with(end))
+                line.remove_suffix(1);
+        const std::size_t comment = comment_start(line);
+        content = trimmed_end(line.substr(0, comment));
+        continued = comment == line.npos && line.ends_with('\\');
+    }
+
+    std::string_view content; // without comment, line break and the blanks before them
+    bool continued;           // on the next line
+};
+
+} // namespace
+
+std::string_view trimmed_end(std::string_view text) {
+    return text.substr(0, text.find_last_not_of(blanks) + 1);
+}
+
+std::string_view trimmed(std::string_view text) {
+    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+    return trimmed_end(text);
+}
+
+std::vector<std::string_view> bootparams_words(std::string_view text) {
+    std::vector<std::string_view> words;
+    for (text = trimmed(text); !text.empty(); text = trimmed(text.substr(words.back().size())))
+        words.push_back(first_word(text));
+    return words;
+}
+
+std::string_view BootparamsEntry::name() const {
+    return first_word(trimmed(text));
+}
+
+std::string_view BootparamsEntry::items() const {
+    return trimmed(trimmed(text).substr(name().size()));
+}
+
+bool is_continued(std::string_view line) {
+    return Line(line).continued;
+}
+
+bool BootparamsReader::next(BootparamsEntry &entry) {
+    do {
+        if (at_ == file_.size())
+            return false;
+        read(entry);
+    } while (trimmed(entry.text).empty());
+    return true;
+}
+
+std::string_view BootparamsReader::line() const {
+    return file_.substr(at_, std::min(file_.find('\n', at_), file_.size() - 1) + 1 - at_);
+}
+
+void BootparamsReader::read(BootparamsEntry &entry) {
+    entry.begin = at_;
+    entry.text.clear();
+    for (bool continued = true; continued;) {
+        const std::string_view whole = line();
+        auto [content, goes_on] = Line(whole);
+        entry.tail = whole.substr(content.size());
+        if (goes_on)
+            content = trimmed_end(content.substr(0, content.size() - 1));
+        if (entry.text.empty())
+            entry.text = content;
+        else
+            entry.text.append(" ").append(trimmed(content));
+        at_ += whole.size();
+        continued = goes_on && at_ < file_.size();
+    }
+    entry.end = at_;
+}
+
+void for_each_client(std::string_view file,
+                     const std::function<void(std::string_view name, std::string_view items)> &use) {
+    BootparamsReader reader(file);
+    for (BootparamsEntry entry; reader.next(entry);)
+        if (const std::string_view name = entry.name(); name.front() != '+' && name.front() != '-')
+            use(name, entry.items());
+}
+
+} // namespace hostadm::methods
