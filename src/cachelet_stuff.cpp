@@ -93,7 +93,7 @@ private:
     }
 
     void reserve_one() {
-        if (2 * (used_ + 1) <= slots_.size())
+        if (4 * (used_ + 1) <= 3 * slots_.size())
             return;
         constexpr std::size_t smallest = 1024;
         std::vector<Slot> old(std::max(smallest, 2 * slots_.size()));
@@ -110,7 +110,7 @@ private:
     }
 
     client_node *last_ = nullptr;
-    std::vector<Slot> slots_; // as many as a power of two, at most half of them taken
+    std::vector<Slot> slots_; // as many as a power of two, at most three quarters of them taken
     std::size_t used_ = 0;
 };
 
