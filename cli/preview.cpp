@@ -96,7 +96,7 @@ while read -r resource shared rest; do
     esac
     one=$(stat -c %d "$1" 2>/dev/null) && other=$(stat -c %d "$shared" 2>/dev/null) &&
         [ "$one" != "$other" ] && continue
-    echo "share: $1: $neighbour ($shared) already shared"
+    echo "share: $neighbour ($shared) already shared"
     exit 1
 done <"$list"
 path=$1 awk '$2 != ENVIRON["path"]' "$list" >"$list.new"

@@ -127,7 +127,7 @@ void print_errors(const std::string &method, const Outcome &outcome) {
     for (const std::string &text : outcome.answer.left_undone)
         print_error(method, "left half done: " + text);
     if (outcome.answer.dirty && outcome.answer.left_undone.empty())
-        print_error(method, "a change is left half done: undoing it after the failure failed too");
+        print_error(method, "something may be left half done");
 }
 
 void add_invocation(CLI::App &command, Invocation &invocation) {

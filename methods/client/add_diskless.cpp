@@ -670,7 +670,6 @@ void Steps::warnings() {
 int provision(Call &call, Journal &journal) {
     check_tools();
     const Client client = read_client(call);
-    const ClientLock lock(client.hostname);
     check_addresses(client);
     check_table(hosts_table(), client.address, client.hostname);
     check_table(ethers_table(), client.ethernet, client.hostname);
@@ -854,6 +853,7 @@ std::string Undo::take_back(const std::vector<std::string> &entry) try {
 }
 
 int work(Call &call) {
+    const ClientLock lock(call.get("hostname")); // until all is done, or taken back
     Journal journal;
     const Ending ending = run_apart([&] {
         try {

@@ -144,7 +144,7 @@ TEST(RunCommand, SaysWhatWasNotedOnTheWay) {
 TEST(RunCommand, SaysAHalfDoneChangeInALineOfItsOwn) {
     EXPECT_EQ(hostadm("run test/behave how=dirty").err,
               "hostadm: test/behave: stopped halfway (error 100)\n"
-              "hostadm: test/behave: a change is left half done: undoing it after the failure failed too\n");
+              "hostadm: test/behave: something may be left half done\n");
     EXPECT_EQ(hostadm("run test/behave how=dirty_then_clean").err,
               "hostadm: test/behave: stopped, and undone (error 100)\n");
 }

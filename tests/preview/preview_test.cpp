@@ -220,9 +220,9 @@ TEST(Preview, RefusesAShareAboveOrBelowAnother) {
                                    "do /usr/sbin/share $path >>/etc/complaints; done");
         EXPECT_THAT(command("preview test/act").output,
                     HasSubstr("+++ /etc/complaints\n@@ -0,0 +1,3 @@\n"
-                              "+share: /export: sub-directory (/export/a) already shared\n"
-                              "+share: /: sub-directory (/export/a) already shared\n"
-                              "+share: /export/a/b: parent (/export/a) already shared\n"
+                              "+share: sub-directory (/export/a) already shared\n"
+                              "+share: sub-directory (/export/a) already shared\n"
+                              "+share: parent (/export/a) already shared\n"
                               "\n"));
     });
 }
