@@ -416,13 +416,20 @@ int read_file(const std::string &path, std::string &text) {
         struct stat info;
         complete([&] { return stat(path.c_str(), &info); });
         require_regular(info);
-        Snapshot table;
-        table.file = Descriptor(
+        const Descriptor file(
             complete([&] { return open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }));
-        complete([&] { return fstat(table.file.get(), &table.info); });
-        require_regular(table.info);
-        read_all(table);
-        text.assign(table.text());
+        complete([&] { return fstat(file.get(), &info); });
+        require_regular(info);
+        std::string whole(static_cast<std::size_t>(info.st_size) + 1, '\0');
+        std::size_t size = 0;
+        while (const ssize_t count =
+                   complete([&] { return read(file.get(), whole.data() + size, whole.size() - size); })) {
+            size += static_cast<std::size_t>(count);
+            if (size == whole.size()) // it has grown since
+                whole.resize(2 * size);
+        }
+        whole.resize(size);
+        text = std::move(whole);
     });
 }
 

@@ -184,10 +184,11 @@ const std::string *Answer::output(std::string_view name) const {
 
 Answer parse_answer(std::string_view text) {
     Answer answer;
-    answer.rows.reserve(text.size()); // what is not used of it is never touched
     for (std::size_t number = 1; !text.empty(); ++number) {
         const std::size_t newline = text.find('\n');
         const std::string_view line = text.substr(0, newline);
+        if (answer.rows.empty() && line.starts_with(row_start))
+            answer.rows.reserve(text.size()); // mostly rows follow, whose texts are shorter than their lines
         // An object is taken even when the newline behind it is missing: it is whole by itself.
         const bool taken = line.empty() || take(answer, line);
         if (!taken && answer.defect.empty())

@@ -52,7 +52,7 @@ public:
     Iterator<Rows> end() const { return {*this, size()}; }
     Row operator[](std::size_t row) const { return {*this, first_[row], end_of(row)}; }
 
-    // So that rows of so many bytes come without growing pains.
+    // So that rows of about so many bytes come without growing pains.
     void reserve(std::size_t bytes) { text_.reserve(bytes); }
     // Begins a row; what is added goes into the row that was begun last.
     void begin_row() { first_.push_back(fields_.size()); }
