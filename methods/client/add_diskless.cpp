@@ -249,12 +249,12 @@ void check_table(const HostTable &table, const std::string &key, const std::stri
 }
 
 // Two clients must not share a file, and neither may reach the other's root through its own.
-void check_other_client(const Client &client, const BootparamsClient &other) {
+void check_other_client(const Client &client, const BootparamsClient &other, RealPaths &real_paths) {
     for (const std::string key : {"root", "swap", "dump"}) {
         const std::string item = path_of_item(other.items, key);
         if (item.empty() || item.front() != '/')
             continue;
-        const std::string theirs = real_path_of(item);
+        const std::string theirs = real_paths.of(item);
         for (const std::string &ours : {client.root, client.swap, client.dump}) {
             if (ours == theirs)
                 fail(ours + " is the " + key + " of " + other.name);
@@ -267,9 +267,10 @@ void check_other_client(const Client &client, const BootparamsClient &other) {
 }
 
 void check_other_clients(const Client &client) {
+    RealPaths real_paths;
     for (const BootparamsClient &other : client_entries()) {
         if (lower_case(other.name) != lower_case(client.hostname))
-            check_other_client(client, other);
+            check_other_client(client, other, real_paths);
         else if (other.name != client.hostname)
             fail(client.hostname + " is a client already, written " + other.name + " in /etc/bootparams");
     }

@@ -161,8 +161,9 @@ Result remove_file(const Client &client, const std::string &path) {
 }
 
 void check_root_is_its_own(const Client &client) {
+    RealPaths real_paths;
     for (const BootparamsClient &other : client_entries()) {
-        const std::string theirs = real_path_of(path_of_item(other.items, "root"));
+        const std::string theirs = real_paths.of(path_of_item(other.items, "root"));
         if (other.name == client.hostname || theirs.empty())
             continue;
         if (is_at_or_below(theirs, client.root) || is_at_or_below(client.root, theirs))

@@ -115,12 +115,30 @@ std::string share_path_of(const std::string &file, const std::string &client) {
 }
 
 std::string real_path_of(const std::string &path) {
-    fs::path plain = fs::path(path).lexically_normal();
-    if (!plain.has_filename()) // it ends in a slash
-        plain = plain.parent_path();
-    std::error_code error;
-    const fs::path above = fs::weakly_canonical(plain.parent_path(), error);
-    return error ? plain : above / plain.filename();
+    return RealPaths().of(path);
+}
+
+std::string RealPaths::of(const std::string &path) {
+    std::string plain = fs::path(path).lexically_normal();
+    if (plain.size() > 1 && plain.ends_with('/'))
+        plain.pop_back();
+    if (!plain.starts_with('/') || plain == "/")
+        return plain;
+    const std::size_t slash = plain.rfind('/');
+    return directory(plain.substr(0, slash)) + plain.substr(slash);
+}
+
+// Without a slash at its end, so that of the root is empty.
+const std::string &RealPaths::directory(const std::string &path) {
+    const auto [place, is_new] = known_.try_emplace(path);
+    if (is_new && !path.empty()) {
+        const std::size_t slash = path.rfind('/');
+        const std::string here = directory(path.substr(0, slash)) + path.substr(slash);
+        std::error_code error;
+        const fs::path target = fs::is_symlink(here, error) ? fs::weakly_canonical(here, error) : fs::path();
+        place->second = error || target.empty() ? here : target == "/" ? "" : target.string();
+    }
+    return place->second;
 }
 
 bool is_at_or_below(const std::string &path, const std::string &directory) {

@@ -2,6 +2,7 @@
 // Clients' root directories.
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,16 @@ std::string share_path_of(const std::string &file, const std::string &client);
 // A path in one spelling, whatever its slashes and the symbolic links above its last name, which need not
 // exist. Only such paths can be compared.
 std::string real_path_of(const std::string &path);
+// The same of many paths: each directory above them is looked at once.
+class RealPaths {
+public:
+    std::string of(const std::string &path);
+
+private:
+    const std::string &directory(const std::string &path);
+
+    std::map<std::string, std::string> known_;
+};
 
 // Whether one path is the other, or lies below it.
 bool is_at_or_below(const std::string &path, const std::string &directory);

@@ -48,6 +48,12 @@ TEST(Roots, APathHasOneSpellingUpToItsLastName) {
         EXPECT_EQ(real_path_of(scratch.path(spelling)), real + "/c1") << spelling;
     EXPECT_EQ(real_path_of(scratch.path("link/none/deeper")), real + "/none/deeper");
     EXPECT_EQ(real_path_of(scratch.path("link/c2")), real + "/c2") << "the last name is taken as it is";
+    RealPaths many;
+    for (const char *spelling :
+         {"link/c1", "link/none/deeper", "link/c1", "real/c1", "link/none/deeper/still"})
+        EXPECT_EQ(many.of(scratch.path(spelling)), real_path_of(scratch.path(spelling))) << spelling;
+    fs::create_directory_symlink("/", scratch.path("top"));
+    EXPECT_EQ(real_path_of(scratch.path("top/c1")), "/c1");
     EXPECT_EQ(real_path_of("/"), "/");
     EXPECT_EQ(real_path_of("//c1/"), "/c1");
     EXPECT_EQ(real_path_of(""), "");
