@@ -47,6 +47,7 @@ echo "-  $1  $opts  \"\"" >>$tab)";
 const std::string unshare_script = R"(
 shift 2
 [ -f /complain-unshare ] && { echo "unshare: $1: busy"; exit 1; }
+[ ! -f /slow-unshare ] || { : >/slow-unshare-began; sleep 1; }
 sed -i "\\|  $1  |d" /etc/dfs/sharetab)";
 
 void write(const std::string &path, const std::string &text) {
@@ -158,7 +159,7 @@ protected:
         for (const char *path :
              {"/export", "/tftpboot", "/tree", "/etc/dfs", "/etc/ethers", "/etc/bootparams",
               "/complain-share-export-root-c1", "/complain-share-export-swap-c1", "/slow-share",
-              "/slow-share-began", "/complain-unshare"})
+              "/slow-share-began", "/complain-unshare", "/slow-unshare", "/slow-unshare-began"})
             fs::remove_all(path);
         write("/etc/hosts", "# hosts\n127.0.0.1\tlocalhost\n10.1.2.1\tserver1\n");
         write("/tree/etc/motd", "welcome\n");
@@ -468,6 +469,17 @@ TEST_F(Client, IsWorkedOnByOneRunAtATime) {
     EXPECT_THAT(method("client/remove hostname=c1").errors, HasSubstr("somebody else is working on c1"));
     std::system("pkill -o -x add_diskless");
     adding.get();
+}
+
+TEST_F(Client, IsLockedUntilEverythingIsTakenBack) {
+    write("/complain-share-export-swap-c1", "");
+    write("/slow-unshare", "");
+    auto adding = std::async(std::launch::async, [] { return method("client/add_diskless " + c1 + tree); });
+    for (int i = 0; i < 2000 && !fs::exists("/slow-unshare-began"); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_THAT(method("client/add_diskless " + c1 + tree).errors,
+                HasSubstr("somebody else is working on c1"));
+    EXPECT_THAT(adding.get().errors, HasSubstr("has been taken back"));
 }
 
 TEST_F(Client, IsRefusedWithBadData) {
