@@ -31,14 +31,21 @@ const Description description{
     .outputs = {{"state", "started, or running already"}, {"pid", "its process id, when it is seen running"}},
 };
 
-// A daemon needs a moment to come up, and to leave the shell that started it.
+// A daemon needs a moment to come up, and to leave the shell that started it; one that cannot work ends a
+// moment after it was first seen.
 std::optional<int> wait_for(const std::string &name) {
+    using std::chrono::milliseconds;
     constexpr int tries = 20;
-    constexpr std::chrono::milliseconds pause(50);
-    std::optional<int> pid;
-    for (int i = 0; i < tries && !(pid = running_program(name)); ++i)
+    constexpr milliseconds pause(50), settling(300);
+    for (int i = 0; i < tries; ++i) {
+        if (running_program(name)) {
+            std::this_thread::sleep_for(settling);
+            if (const auto pid = running_program(name))
+                return pid;
+        }
         std::this_thread::sleep_for(pause);
-    return pid;
+    }
+    return std::nullopt;
 }
 
 bool is_program(const std::string &path) {

@@ -270,10 +270,14 @@ TEST_F(RealDaemons, UserStartsADaemonWhoseLastRunIsDefunct) {
 }
 
 TEST_F(RealDaemons, UserIsToldThatADaemonEndsAtOnce) {
-    standin::place("/usr/sbin/rpld", {.status = 1});
-    const auto result = hostadm("run host/start_daemon path=/usr/sbin/rpld");
-    EXPECT_EQ(result.status, 0);
-    EXPECT_THAT(result.output, HasSubstr("not seen running"));
+    // One that never comes to be, and one that is there for a moment.
+    for (const char *script : {"#!/no/such/interpreter\n", "#!/bin/sh\nsleep 0.02\n"}) {
+        std::ofstream("/usr/sbin/in.other") << script;
+        std::filesystem::permissions("/usr/sbin/in.other", std::filesystem::perms(0755));
+        const auto result = hostadm("run host/start_daemon path=/usr/sbin/in.other");
+        EXPECT_EQ(result.status, 0) << result.error;
+        EXPECT_THAT(result.output, HasSubstr("not seen running")) << script;
+    }
 }
 
 TEST_F(RealDaemons, EditorOpenOnTheProgramIsInNobodysWay) {
