@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Removes boot parameters of a client.
-#include <cerrno>
 #include <string>
 
 #include "hostadm/method.hpp"
-#include "hostadm/table_edit.hpp"
-#include "support/bootparams_file.hpp"
-#include "support/edit_failure.hpp"
+#include "support/client_entry.hpp"
+#include "support/nameservice.hpp"
 
 using namespace hostadm::method;
-using namespace hostadm::methods;
+using namespace hostadm::support;
 
 namespace {
 
@@ -20,27 +18,16 @@ const Description description{
                   {.name = "key",
                    .kind = Kind::word,
                    .purpose = "what to remove; without it, the whole entry"},
-                  {.name = "nameservice",
-                   .kind = Kind::choice,
-                   .purpose = "where they are kept; only /etc/bootparams (ufs) can be edited here",
-                   .default_value = "ufs",
-                   .choices = {"ufs", "nis", "nis_plus"}}},
+                  edited_nameservice},
     .outputs = {{.name = "changed", .purpose = "yes, or no when there was nothing to remove"}},
 };
 
 int work(Call &call) {
-    if (call.get("nameservice") != "ufs")
-        return call.refuse(
-            "the nameservice can only be ufs here; NIS maps are made from the files of their master "
-            "server: remove it there and rebuild the map");
-    bool changed = false;
-    const int status = hostadm::tables::edit_file(bootparams_path, [&](std::string &file) {
-        changed = call.given("key") ? remove_items(file, call.get("client"), {call.get("key")})
-                                    : remove_client(file, call.get("client"));
-        return 0;
-    });
-    if (status != 0 && status != -ENOENT)
-        return call.fail(edit_failure(bootparams_path, status));
+    if (!is_kept_in_file(call))
+        return refuse_map(call, "remove");
+    const std::string client = call.get("client");
+    const bool changed =
+        call.given("key") ? remove_client_items(client, {call.get("key")}) : remove_client_entry(client);
     call.set("changed", changed ? "yes" : "no");
     return 0;
 }

@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: MIT
 // Sets boot parameters of a client.
-#include <stdexcept>
 #include <string>
 #include <variant>
 #include <vector>
 
 #include "hostadm/method.hpp"
-#include "hostadm/table_edit.hpp"
-#include "support/bootparams_file.hpp"
-#include "support/edit_failure.hpp"
+#include "support/client_entry.hpp"
+#include "support/nameservice.hpp"
 
 using namespace hostadm::method;
-using namespace hostadm::methods;
+using namespace hostadm::support;
+using hostadm::methods::defect_of;
+using hostadm::methods::parse_items;
 
 namespace {
 
@@ -27,11 +27,7 @@ const Description description{
                   {.name = "items",
                    .kind = Kind::text,
                    .purpose = "instead of these three: KEY=SERVER:PATH or KEY=VALUE, separated by blanks"},
-                  {.name = "nameservice",
-                   .kind = Kind::choice,
-                   .purpose = "where they are kept; only /etc/bootparams (ufs) can be edited here",
-                   .default_value = "ufs",
-                   .choices = {"ufs", "nis", "nis_plus"}}},
+                  edited_nameservice},
     .outputs = {{.name = "changed", .purpose = "yes, or no when everything was set already"}},
 };
 
@@ -51,10 +47,8 @@ std::variant<std::vector<BootparamsItem>, std::string> requested_items(const Cal
 }
 
 int work(Call &call) {
-    if (call.get("nameservice") != "ufs")
-        return call.refuse(
-            "the nameservice can only be ufs here; NIS maps are made from the files of their master "
-            "server: set it there and rebuild the map");
+    if (!is_kept_in_file(call))
+        return refuse_map(call, "set");
     const auto requested = requested_items(call);
     if (const auto *defect = std::get_if<std::string>(&requested))
         return call.refuse(*defect);
@@ -62,15 +56,7 @@ int work(Call &call) {
     if (items.empty())
         return call.refuse("items names nothing to set");
 
-    bool changed = false;
-    const int status = hostadm::tables::edit_file(bootparams_path,
-                                                  [&](std::string &file) {
-                                                      changed = set_items(file, call.get("client"), items);
-                                                      return 0;
-                                                  },
-                                                  {.create = true});
-    if (status != 0)
-        return call.fail(edit_failure(bootparams_path, status));
+    const bool changed = set_client_items(call.get("client"), items);
     call.set("changed", changed ? "yes" : "no");
     return 0;
 }
