@@ -22,6 +22,7 @@
 #include "name_service.hpp"
 #include "process.hpp"
 #include "support/inside.hpp"
+#include "support/scratch.hpp"
 
 namespace fs = std::filesystem;
 using hostadm::platform::joined_arguments;
@@ -40,15 +41,8 @@ namespace {
 // A directory with files that play parts of /proc or /etc.
 class Samples : public testing::Test {
 protected:
-    void SetUp() override {
-        char name[] = "/tmp/platform-test.XXXXXX";
-        ASSERT_NE(mkdtemp(name), nullptr);
-        directory_ = name;
-    }
-    void TearDown() override { fs::remove_all(directory_); }
     std::string write(const std::string &name, const std::string &text) const {
-        std::ofstream(directory_ / name, std::ios::binary) << text;
-        return directory_ / name;
+        return scratch_.write(name, text);
     }
     // The record of a process that is written down in the directory.
     bool read(const std::string &stat, const std::string &command_line) {
@@ -59,7 +53,8 @@ protected:
         close(fd);
         return good;
     }
-    fs::path directory_;
+    tests::Scratch scratch_;
+    const fs::path directory_ = scratch_.path();
     struct sysv_psinfo info_ {};
 };
 using Process = Samples;

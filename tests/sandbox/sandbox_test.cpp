@@ -17,6 +17,8 @@
 #include <thread>
 #include <unistd.h>
 
+#include "support/scratch.hpp"
+
 namespace fs = std::filesystem;
 using hostadm::sandbox::Change;
 using hostadm::sandbox::Changes;
@@ -31,13 +33,9 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::UnorderedElementsAre;
+using tests::content;
 
 namespace {
-
-std::string content(const fs::path &path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
 
 std::string text_of(int fd) {
     std::string text;

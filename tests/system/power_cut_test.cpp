@@ -97,6 +97,15 @@ std::string snapshot(const std::vector<std::string> &areas) {
     return all;
 }
 
+// A cut between the making of a directory and the setting of its mode leaves it without the set-group-ID bit;
+// what is there already keeps the mode that it has.
+std::string without_group_bit(std::string state) {
+    for (std::size_t at; (at = state.find(" 42755 ")) != state.npos;)
+        state[at + 2] = '0';
+    return state;
+}
+
+constexpr std::size_t usual_runs = 60; // of a whole job, where not all are wanted
 constexpr int cut = 0;
 constexpr int errors[] = {EIO, ENOSPC, EACCES, EINTR};
 
@@ -299,12 +308,7 @@ protected:
         return WEXITSTATUS(status);
     }
     // A folder may have been made by the one step or, when that failed, by the next, which sets its group's bit.
-    static std::string state() {
-        std::string all = snapshot({root});
-        for (std::size_t at; (at = all.find(" 42755 ")) != all.npos;)
-            all[at + 2] = '0';
-        return all;
-    }
+    static std::string state() { return without_group_bit(snapshot({root})); }
     // Temporary files of edits.
     static std::set<std::string> edits() {
         std::set<std::string> names;
@@ -321,12 +325,7 @@ TEST_F(CacheOnly, ClientIsAddedWholeOrNotOrItIsSaid) {
     ASSERT_EQ(run_alone(), 0) << words();
     const std::string complete = state();
     ASSERT_NE(before, complete);
-#ifdef __SANITIZE_ADDRESS__
-    constexpr std::size_t runs = 10;
-#else
-    constexpr std::size_t runs = 60;
-#endif
-    sweep(prepare, job, runs, [&](const faults::Ran &ran, int error) {
+    sweep(prepare, job, usual_runs, [&](const faults::Ran &ran, int error) {
         EXPECT_THAT(read(table), AnyOf(plain, marked));
         const std::string after = state(), said = words();
         if (error != cut && !failed(ran)) {
@@ -436,13 +435,6 @@ protected:
         EXPECT_THAT(read("/etc/bootparams"), AnyOf(old_bootparams, new_bootparams));
         EXPECT_THAT(read("/etc/dfs/dfstab"), AnyOf(old_dfstab, one_share, new_dfstab));
     }
-    // A cut between the making of a directory and the setting of its mode leaves it without the set-group-ID bit;
-    // what is there already keeps the mode that it has.
-    static std::string without_group_bit(std::string state) {
-        for (std::size_t at; (at = state.find(" 42755 ")) != state.npos;)
-            state[at + 2] = '0';
-        return state;
-    }
     // Runs the job again until it is done, each time after what it has named is out of its way.
     static void expect_that_it_can_be_done_now(const std::string &complete) {
         for (int attempts = 1; run_alone() != 0; ++attempts) {
@@ -472,12 +464,7 @@ TEST_F(Diskless, ClientIsAddedWholeOrNotOrItIsSaid) {
     ASSERT_EQ(run_alone(), 0) << words();
     const std::string complete = state();
     ASSERT_NE(before, complete);
-#ifdef __SANITIZE_ADDRESS__
-    constexpr std::size_t runs = 10;
-#else
-    constexpr std::size_t runs = 60;
-#endif
-    sweep(prepare, job, runs, [&](const faults::Ran &ran, int error) {
+    sweep(prepare, job, usual_runs, [&](const faults::Ran &ran, int error) {
         expect_whole_tables();
         // A directory that keeps a narrower mode than was meant is made all the same.
         if (error != cut && faulted_.starts_with("chmod "))
