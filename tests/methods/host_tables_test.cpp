@@ -23,10 +23,7 @@ protected:
     HostTable ethers(const std::string &text) {
         return {HostTable::Kind::ethernets, scratch_.write("ethers", text)};
     }
-    static std::string text(const HostTable &table) {
-        std::ifstream file(table.path());
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    static std::string text(const HostTable &table) { return tests::content(table.path()); }
     tests::Scratch scratch_;
 };
 

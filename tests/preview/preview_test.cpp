@@ -9,7 +9,6 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <sys/mount.h>
@@ -17,6 +16,7 @@
 #include <unistd.h>
 
 #include "support/inside.hpp"
+#include "support/text_files.hpp"
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -24,20 +24,12 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using tests::content;
+using tests::write;
 
 namespace {
 
 const fs::path prefix = "/opt/preview-test";
-
-std::string content(const fs::path &path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
-void write(const fs::path &path, const std::string &text) {
-    fs::create_directories(path.parent_path());
-    std::ofstream(path) << text;
-}
 
 void write_program(const fs::path &path, const std::string &text) {
     write(path, text);

@@ -10,7 +10,6 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -128,23 +127,48 @@ bool eventually(const std::function<bool()> &condition) {
     return false;
 }
 
-pid_t start(const std::vector<std::string> &arguments) {
-    const pid_t child = fork();
-    if (child == 0) {
-        std::vector<char *> words;
-        for (const std::string &argument : arguments)
-            words.push_back(const_cast<char *>(argument.c_str()));
-        words.push_back(nullptr);
-        execv(words[0], words.data());
-        _exit(127);
-    }
-    return child;
-}
-
 int status_of(pid_t child) {
     int status = 0;
     waitpid(child, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// The program of the throwaway root in a process of its own, ended with the test however that comes out.
+class Program {
+public:
+    explicit Program(const std::vector<std::string> &arguments) : id_(fork()) {
+        if (id_ == 0) {
+            std::vector<char *> words = {const_cast<char *>(IN_SANDBOX)};
+            for (const std::string &argument : arguments)
+                words.push_back(const_cast<char *>(argument.c_str()));
+            words.push_back(nullptr);
+            execv(words[0], words.data());
+            _exit(127);
+        }
+    }
+    ~Program() {
+        if (id_ > 0) {
+            send(SIGKILL);
+            status();
+        }
+    }
+    Program(const Program &) = delete;
+    Program &operator=(const Program &) = delete;
+
+    void send(int signal) const { kill(id_, signal); }
+    int status() {
+        const int status = status_of(id_);
+        id_ = -1;
+        return status;
+    }
+
+private:
+    pid_t id_;
+};
+
+// A time to sleep that no other run of this test uses, by which its processes are found.
+std::string marked_sleep(int seconds) {
+    return std::to_string(seconds) + '.' + std::to_string(getpid());
 }
 
 } // namespace
@@ -411,41 +435,37 @@ TEST_F(Sandbox, HandsOutTheExitStatus) {
 }
 
 TEST_F(Sandbox, EndsWhatTheCommandLeftRunning) {
-    run(shell("setsid sleep 98761 & exit 0"));
-    EXPECT_THAT(processes_with("98761"), IsEmpty());
+    const std::string time = marked_sleep(98761);
+    run(shell("setsid sleep " + time + " & exit 0"));
+    EXPECT_THAT(processes_with(time), IsEmpty());
 }
 
 TEST_F(Sandbox, EndsOnASignalToItsCaller) {
+    const std::string time = marked_sleep(98762);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        const pid_t child =
-            start({IN_SANDBOX, "--", "/bin/sh", "-c", "trap '' INT TERM HUP; sleep 98762; true"});
-        ASSERT_TRUE(eventually([] {
-            return !processes_with(std::string("sleep\0"
-                                               "98762",
-                                               11))
-                        .empty();
-        }));
-        kill(child, signal);
-        EXPECT_EQ(status_of(child), 128 + signal);
-        EXPECT_THAT(processes_with("98762"), IsEmpty());
+        Program program({"--", "/bin/sh", "-c", "trap '' INT TERM HUP; sleep " + time + "; true"});
+        ASSERT_TRUE(eventually([&] { return !processes_with("sleep" + std::string(1, '\0') + time).empty(); }));
+        program.send(signal);
+        EXPECT_EQ(program.status(), 128 + signal);
+        EXPECT_THAT(processes_with(time), IsEmpty());
     }
 }
 
 TEST_F(Sandbox, EndsWhenItsCallerIsKilled) {
-    const std::string mark = in("inside");
-    const pid_t child = start(
-        {IN_SANDBOX, "--bind", directory_, "--", "/bin/sh", "-c", "touch " + mark + "; sleep 98763; true"});
+    const std::string mark = in("inside"), time = marked_sleep(98763);
+    Program program(
+        {"--bind", directory_, "--", "/bin/sh", "-c", "touch " + mark + "; sleep " + time + "; true"});
     ASSERT_TRUE(eventually([&] { return fs::exists(mark); }));
-    kill(child, SIGKILL);
-    EXPECT_EQ(status_of(child), 128 + SIGKILL);
-    EXPECT_TRUE(eventually([] { return processes_with("98763").empty(); }));
+    program.send(SIGKILL);
+    EXPECT_EQ(program.status(), 128 + SIGKILL);
+    EXPECT_TRUE(eventually([&] { return processes_with(time).empty(); }));
 }
 
 TEST_F(Sandbox, EndsAtItsTimeLimit) {
-    const pid_t child =
-        start({IN_SANDBOX, "--time-limit", "0.3", "--", "/bin/sh", "-c", "trap '' TERM; sleep 98764; true"});
-    EXPECT_EQ(status_of(child), 124);
-    EXPECT_THAT(processes_with("98764"), IsEmpty());
+    const std::string time = marked_sleep(98764);
+    Program program({"--time-limit", "0.3", "--", "/bin/sh", "-c", "trap '' TERM; sleep " + time + "; true"});
+    EXPECT_EQ(program.status(), 124);
+    EXPECT_THAT(processes_with(time), IsEmpty());
 }
 
 TEST_F(Sandbox, LeaksNoDescriptorsOrProcessesOverManyRuns) {

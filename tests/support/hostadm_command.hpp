@@ -5,10 +5,10 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <ostream>
 #include <string>
+
+#include "text_files.hpp"
 
 namespace hostadm_command {
 
@@ -23,17 +23,12 @@ inline void PrintTo(const Result &result, std::ostream *out) {
          << '"';
 }
 
-inline std::string content(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 // Runs build/bin/hostadm with arguments as one types them to a shell.
 inline Result hostadm(const std::string &arguments) {
     const int status = std::system(
         (HOSTADM_COMMAND " " + arguments + " >/tmp/hostadm.out 2>/tmp/hostadm.err </dev/null").c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, content("/tmp/hostadm.out"),
-            content("/tmp/hostadm.err")};
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, tests::content("/tmp/hostadm.out"),
+            tests::content("/tmp/hostadm.err")};
 }
 
 } // namespace hostadm_command

@@ -4,10 +4,10 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <system_error>
+
+#include "text_files.hpp"
 
 namespace tests {
 
@@ -30,18 +30,12 @@ public:
         return name.empty() ? root_.string() : (root_ / name).string();
     }
     std::string write(const std::string &name, const std::string &text) const {
-        std::filesystem::create_directories((root_ / name).parent_path());
-        std::ofstream(root_ / name) << text;
+        tests::write(root_ / name, text);
         return path(name);
     }
 
 private:
     std::filesystem::path root_;
 };
-
-inline std::string content(const std::string &path) {
-    std::ifstream file(path);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
 
 } // namespace tests

@@ -9,13 +9,13 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/run_method.hpp"
 #include "support/standin.hpp"
+#include "support/text_files.hpp"
 
 namespace {
 
@@ -31,10 +31,7 @@ protected:
     void SetUp() override { fs::remove(table); }
 
     static void write(const std::string &text) { std::ofstream(table) << text; }
-    static std::string content() {
-        std::ifstream file(table);
-        return std::string(std::istreambuf_iterator<char>(file), {});
-    }
+    static std::string content() { return tests::content(table); }
     static std::vector<std::string> lines() {
         std::vector<std::string> all;
         std::istringstream file(content());

@@ -18,8 +18,8 @@
 #include <thread>
 
 #include "hostadm.h"
-#include "support/scratch.hpp"
 #include "support/standin.hpp"
+#include "support/text_files.hpp"
 
 namespace {
 
@@ -28,15 +28,11 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 using tests::content;
+using tests::write;
 
 const std::string data = "/opt/KTVXmgrd/2.2";
 const std::string record_file = "/var/sadm/system/admin/services/Quorvel_2.4";
 const std::string templates = "/export/root/templates/Quorvel_2.4";
-
-void write(const fs::path &path, const std::string &text) {
-    fs::create_directories(path.parent_path());
-    std::ofstream(path) << text;
-}
 
 // Standard input of the process comes from a file while the object lives.
 class Input {

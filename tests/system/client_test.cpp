@@ -23,6 +23,7 @@
 #include <thread>
 
 #include "support/standin.hpp"
+#include "support/text_files.hpp"
 
 namespace {
 
@@ -32,6 +33,8 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
+using tests::content;
+using tests::write;
 
 const std::string share_command = "/usr/sbin/share", unshare_command = "/usr/sbin/unshare";
 
@@ -49,16 +52,6 @@ shift 2
 [ -f /complain-unshare ] && { echo "unshare: $1: busy"; exit 1; }
 [ ! -f /slow-unshare ] || { : >/slow-unshare-began; sleep 1; }
 sed -i "\\|  $1  |d" /etc/dfs/sharetab)";
-
-void write(const std::string &path, const std::string &text) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path) << text;
-}
-
-std::string read(const std::string &path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 struct Ran {
     int status = 0;
@@ -93,8 +86,8 @@ Ran run(const std::string &words) {
     const int status =
         std::system((hostadm() + " " + words + " >" + name + ".out 2>" + name + ".err").c_str());
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.errors = read(name + ".err");
-    result.results = nlohmann::json::parse(read(name + ".out"), nullptr, false);
+    result.errors = content(name + ".err");
+    result.results = nlohmann::json::parse(content(name + ".out"), nullptr, false);
     return result;
 }
 
@@ -118,7 +111,7 @@ std::string snapshot(bool times = false) {
             all += std::string(" -> ") + fs::read_symlink(path).string();
         else if (S_ISREG(file.st_mode))
             all += std::string(" ") + std::to_string(file.st_size) +
-                   (file.st_size < 4096 ? ": " + read(path) : "");
+                   (file.st_size < 4096 ? ": " + content(path) : "");
         all += "\n";
     };
     for (const char *table :
@@ -230,23 +223,23 @@ TEST_F(Client, IsAddedWithAllThatItNeeds) {
     EXPECT_THAT(added.steps(),
                 ElementsAre("root: done", "swap: done", "share: done", "share: done", "boot program: done",
                             "boot links: done", "bootparams: done", "hosts: done", "ethers: done"));
-    EXPECT_EQ(read("/etc/hosts"), "# hosts\n127.0.0.1\tlocalhost\n10.1.2.1\tserver1\n10.1.2.3\tc1\n");
-    EXPECT_EQ(read("/etc/ethers"), "# ethers\n08:00:20:0a:0b:0c\tc1\n");
-    EXPECT_EQ(read("/etc/bootparams"), "other root=elsewhere:/export/root/other\n"
+    EXPECT_EQ(content("/etc/hosts"), "# hosts\n127.0.0.1\tlocalhost\n10.1.2.1\tserver1\n10.1.2.3\tc1\n");
+    EXPECT_EQ(content("/etc/ethers"), "# ethers\n08:00:20:0a:0b:0c\tc1\n");
+    EXPECT_EQ(content("/etc/bootparams"), "other root=elsewhere:/export/root/other\n"
                                        "c1 root=server1:/export/root/c1 swap=server1:/export/swap/c1/swap\n");
-    EXPECT_EQ(read("/etc/dfs/dfstab"), "# shares\nshare -F nfs -o rw=c1,root=c1 /export/root/c1\n"
+    EXPECT_EQ(content("/etc/dfs/dfstab"), "# shares\nshare -F nfs -o rw=c1,root=c1 /export/root/c1\n"
                                        "share -F nfs -o rw=c1,root=c1 /export/swap/c1\n");
-    EXPECT_EQ(read("/etc/dfs/sharetab"), "-  /export/root/c1  rw=c1,root=c1  \"\"\n"
+    EXPECT_EQ(content("/etc/dfs/sharetab"), "-  /export/root/c1  rw=c1,root=c1  \"\"\n"
                                          "-  /export/swap/c1  rw=c1,root=c1  \"\"\n");
     for (const char *link : {"/tftpboot/0A010203", "/tftpboot/0A010203.KEL4M"})
         EXPECT_EQ(fs::read_symlink(link), "inetboot.kel4m.Quorvel_2.5") << link;
     EXPECT_EQ(fs::read_symlink("/tftpboot/tftpboot"), ".");
-    EXPECT_EQ(read("/tftpboot/0A010203"), "boot program");
+    EXPECT_EQ(content("/tftpboot/0A010203"), "boot program");
 }
 
 TEST_F(Client, HasARootLikeTheTreeAndASparseSwapFileOfItsOwn) {
     ASSERT_EQ(method("client/add_diskless " + c1 + tree + " swap_size=1g").status, 0);
-    EXPECT_EQ(read("/export/root/c1/usr/motd"), "welcome\n");
+    EXPECT_EQ(content("/export/root/c1/usr/motd"), "welcome\n");
     EXPECT_TRUE(fs::equivalent("/export/root/c1/etc/motd", "/export/root/c1/etc/issue")) << "hard links stay";
     EXPECT_EQ(fs::status("/export/root/c1/etc").permissions(), fs::perms::owner_all | fs::perms::group_write);
     struct stat swap {};
@@ -279,9 +272,9 @@ TEST_F(Client, IsNotChangedByASecondRun) {
 
 TEST_F(Client, MayHaveADumpFile) {
     ASSERT_EQ(method("client/add_diskless " + c1 + tree + " dumppath=/export/dump/c1/dump").status, 0);
-    EXPECT_THAT(read("/etc/bootparams"), HasSubstr(" dump=server1:/export/dump/c1/dump\n"));
+    EXPECT_THAT(content("/etc/bootparams"), HasSubstr(" dump=server1:/export/dump/c1/dump\n"));
     EXPECT_TRUE(fs::exists("/export/dump/c1/dump"));
-    EXPECT_THAT(read("/etc/dfs/dfstab"), HasSubstr("/export/dump/c1\n"));
+    EXPECT_THAT(content("/etc/dfs/dfstab"), HasSubstr("/export/dump/c1\n"));
 }
 
 TEST_F(Client, EthernetAddressIsStoredInOneSpelling) {
@@ -291,7 +284,7 @@ TEST_F(Client, EthernetAddressIsStoredInOneSpelling) {
             method("client/add_diskless hostname=c1 address=10.1.2.3 ethernet=" + std::string(spelling) +
                    identity + server + tree);
         EXPECT_EQ(added.status, 0) << spelling << added.errors;
-        EXPECT_EQ(read("/etc/ethers"), "# ethers\n08:00:20:0a:0b:0c\tc1\n") << spelling;
+        EXPECT_EQ(content("/etc/ethers"), "# ethers\n08:00:20:0a:0b:0c\tc1\n") << spelling;
     }
 }
 
@@ -306,8 +299,8 @@ TEST_F(Client, OfAnOldReleaseHasItsTreeCopiedToo) {
                server);
     ASSERT_EQ(added.status, 0) << added.errors;
     EXPECT_EQ(added.errors, "") << "the copying command's words are no failure";
-    EXPECT_EQ(read("/export/root/c1/usr/motd"), "welcome\n");
-    EXPECT_EQ(read("/tftpboot/0A010203.KEL4M"), "old boot program");
+    EXPECT_EQ(content("/export/root/c1/usr/motd"), "welcome\n");
+    EXPECT_EQ(content("/tftpboot/0A010203.KEL4M"), "old boot program");
     EXPECT_EQ(admin_files(), before);
 }
 
@@ -325,9 +318,9 @@ echo "Installation of <KTVXboot> was successful.")"});
     const Ran added = method("client/add_diskless " + c1 + " packages=/spool");
     ASSERT_EQ(added.status, 0) << added.errors;
     EXPECT_EQ(added.errors, "");
-    EXPECT_EQ(read("/tftpboot/0A010203"), "from a package") << "found in the client's new root";
-    EXPECT_EQ(read("/export/root/c1/var/sadm/install_data/CLUSTER"), "install_data/CLUSTER");
-    EXPECT_THAT(read("/export/root/c1/admin"), HasSubstr("space=quit\n"));
+    EXPECT_EQ(content("/tftpboot/0A010203"), "from a package") << "found in the client's new root";
+    EXPECT_EQ(content("/export/root/c1/var/sadm/install_data/CLUSTER"), "install_data/CLUSTER");
+    EXPECT_THAT(content("/export/root/c1/admin"), HasSubstr("space=quit\n"));
 }
 
 TEST_F(Client, GoesAgainWhenItsPackagesCannotBeInstalled) {
@@ -453,9 +446,9 @@ TEST_F(Client, AndAnotherAreAddedAtOnce) {
         EXPECT_EQ(one.status, 0) << one.errors;
         EXPECT_EQ(other.status, 0) << other.errors;
         for (const std::string table : {"/etc/hosts", "/etc/ethers", "/etc/bootparams", "/etc/dfs/dfstab"})
-            EXPECT_THAT(read(table), AllOf(HasSubstr("c1"), HasSubstr("c2"))) << table;
+            EXPECT_THAT(content(table), AllOf(HasSubstr("c1"), HasSubstr("c2"))) << table;
         for (const char *link : {"/tftpboot/0A010203", "/tftpboot/0A010204.KEL4M"})
-            EXPECT_EQ(read(link), "boot program");
+            EXPECT_EQ(content(link), "boot program");
     }
 }
 
@@ -589,9 +582,9 @@ TEST_F(Client, IsAddedAndRemovedWhereExportIsALink) {
     fs::create_directories("/data/export");
     fs::create_directory_symlink("/data/export", "/export");
     ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
-    EXPECT_THAT(read("/etc/bootparams"),
+    EXPECT_THAT(content("/etc/bootparams"),
                 HasSubstr("c1 root=server1:/data/export/root/c1 swap=server1:/data/export/swap/c1/swap\n"));
-    EXPECT_THAT(read("/etc/dfs/dfstab"), HasSubstr(" /data/export/root/c1\n"));
+    EXPECT_THAT(content("/etc/dfs/dfstab"), HasSubstr(" /data/export/root/c1\n"));
     const Ran again = method("client/add_diskless " + c1 + tree);
     EXPECT_EQ(again.status, 0) << again.errors;
     EXPECT_THAT(again.steps(), Each(testing::EndsWith(": unchanged")));
@@ -599,7 +592,7 @@ TEST_F(Client, IsAddedAndRemovedWhereExportIsALink) {
     const Ran removed = method("client/remove hostname=c1 purge=yes");
     EXPECT_EQ(removed.status, 0) << removed.errors;
     EXPECT_FALSE(fs::exists("/data/export/root/c1"));
-    EXPECT_EQ(read("/etc/dfs/dfstab"), "# shares\n");
+    EXPECT_EQ(content("/etc/dfs/dfstab"), "# shares\n");
     fs::remove_all("/data");
 }
 
@@ -643,11 +636,11 @@ TEST_F(Client, IsRemovedWithEverythingButItsRoot) {
     ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
     const Ran removed = method("client/remove hostname=c1");
     EXPECT_EQ(removed.status, 0) << removed.errors;
-    EXPECT_EQ(read("/etc/hosts"), "# hosts\n127.0.0.1\tlocalhost server1\n");
-    EXPECT_EQ(read("/etc/ethers"), "# ethers\n");
-    EXPECT_EQ(read("/etc/bootparams"), "other root=elsewhere:/export/root/other\n");
-    EXPECT_EQ(read("/etc/dfs/dfstab"), "# shares\n");
-    EXPECT_EQ(read("/etc/dfs/sharetab"), "");
+    EXPECT_EQ(content("/etc/hosts"), "# hosts\n127.0.0.1\tlocalhost server1\n");
+    EXPECT_EQ(content("/etc/ethers"), "# ethers\n");
+    EXPECT_EQ(content("/etc/bootparams"), "other root=elsewhere:/export/root/other\n");
+    EXPECT_EQ(content("/etc/dfs/dfstab"), "# shares\n");
+    EXPECT_EQ(content("/etc/dfs/sharetab"), "");
     EXPECT_TRUE(fs::exists("/export/root/c1/etc/motd")) << "without purge=yes";
     EXPECT_FALSE(fs::exists("/export/swap/c1"));
     EXPECT_FALSE(fs::exists(fs::symlink_status("/tftpboot/0A010203")));
@@ -668,14 +661,14 @@ TEST_F(Client, IsRemovedWithItsRootWhenAskedTo) {
     EXPECT_EQ(method("client/remove hostname=c1 purge=yes").status, 0);
     EXPECT_FALSE(fs::exists("/export/root/c1"));
     EXPECT_TRUE(fs::exists("/export/root/c2/etc/motd"));
-    EXPECT_EQ(read("/tftpboot/0A010204"), "boot program");
+    EXPECT_EQ(content("/tftpboot/0A010204"), "boot program");
     EXPECT_EQ(method("client/remove hostname=c1 purge=yes").status, 0) << "safe to run twice";
 }
 
 TEST_F(Client, KeepsItsRootWhenAnothersLiesInIt) {
     write("/etc/hosts", "127.0.0.1\tlocalhost server1\n");
     ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
-    write("/etc/bootparams", read("/etc/bootparams") + "c9 root=server1:/export/root/c1/c9\n");
+    write("/etc/bootparams", content("/etc/bootparams") + "c9 root=server1:/export/root/c1/c9\n");
     const std::string before = snapshot(true);
     const Ran removed = method("client/remove hostname=c1 purge=yes");
     EXPECT_EQ(removed.status, 1);
@@ -723,7 +716,7 @@ TEST_F(Client, RemovalKeepsAShareThatOthersUseToo) {
     const Ran removed = method("client/remove hostname=c1");
     EXPECT_EQ(removed.status, 0) << removed.errors;
     EXPECT_THAT(removed.steps(), Contains("share: kept"));
-    EXPECT_THAT(read("/etc/dfs/sharetab"), HasSubstr("rw=c1:c2"));
+    EXPECT_THAT(content("/etc/dfs/sharetab"), HasSubstr("rw=c1:c2"));
 }
 
 TEST_F(Client, RemovalTouchesNobodyElse) {
@@ -760,7 +753,7 @@ TEST_F(Client, IsListedAndShown) {
 }
 
 TEST_F(Client, IsNotListedFromASourceThatNobodyKnows) {
-    const std::string before = read("/etc/nsswitch.conf");
+    const std::string before = content("/etc/nsswitch.conf");
     write("/etc/nsswitch.conf", before + "bootparams: files dns\n");
     for (const char *words : {"run client/list", "status"}) {
         const Ran failed = run(words);
@@ -822,7 +815,7 @@ TEST_F(Client, BootAreasHaveMethodsOfTheirOwn) {
     const Ran set_up = method("netboot/setup_tftpboot install_hierarchy=/tree" + names);
     EXPECT_EQ(set_up.status, 0) << set_up.errors;
     EXPECT_EQ(set_up.results.at("outputs").at("boot_program"), "inetboot.kel4m.Quorvel_2.5");
-    EXPECT_EQ(read("/tftpboot/0A010203.KEL4M"), "boot program");
+    EXPECT_EQ(content("/tftpboot/0A010203.KEL4M"), "boot program");
     EXPECT_EQ(method("netboot/cleanup_tftpboot address=10.1.2.3").status, 0);
     EXPECT_FALSE(fs::exists(fs::symlink_status("/tftpboot/0A010203")));
     const Ran again = method("netboot/cleanup_tftpboot address=10.1.2.3");
@@ -842,9 +835,9 @@ TEST_F(Client, BootAreasHaveMethodsOfTheirOwn) {
     EXPECT_THAT(method(rpl).errors, HasSubstr("(error 67)")) << "smc.com is missing";
     write(part + "drv.i86pc/smc.com", "smc");
     EXPECT_EQ(method(rpl).status, 0);
-    EXPECT_EQ(read("/rplboot/08002001.hw.com"), "smc");
-    EXPECT_EQ(read("/rplboot/08002001.glue.com"), "glue");
-    EXPECT_EQ(read("/rplboot/08002001.inetboot"), "rpl");
+    EXPECT_EQ(content("/rplboot/08002001.hw.com"), "smc");
+    EXPECT_EQ(content("/rplboot/08002001.glue.com"), "glue");
+    EXPECT_EQ(content("/rplboot/08002001.inetboot"), "rpl");
     EXPECT_EQ(method("netboot/cleanup_rplboot client_key=08002001").status, 0);
     EXPECT_FALSE(fs::exists(fs::symlink_status("/rplboot/08002001.hw.com")));
     EXPECT_EQ(method("netboot/cleanup_rplboot client_key=08002001").status, 0);
@@ -909,7 +902,7 @@ TEST_F(Client, HalfAnRplBootProgramIsNotKeptAndIsTold) {
         EXPECT_THAT(failed.errors, AllOf(HasSubstr("/rplboot/08002001.inetboot leads to no file"),
                                          HasSubstr("left half done: the links of 08002001")));
         EXPECT_FALSE(fs::exists("/rplboot/inetboot.kel4m.Quorvel_2.5"));
-        EXPECT_EQ(read("/rplboot/08002001.glue.com"), "glue");
+        EXPECT_EQ(content("/rplboot/08002001.glue.com"), "glue");
     }
     EXPECT_EQ(method(set_up).status, 0);
     EXPECT_EQ(fs::file_size("/rplboot/08002001.inetboot"), 100'000u);
@@ -935,7 +928,7 @@ TEST_F(Client, RplbootIsCleanedOfOneClientOnly) {
 
 TEST_F(Client, NameMayBeSetAlone) {
     EXPECT_EQ(method("database/set_host address=10.1.2.9 hostname=c9").status, 0);
-    EXPECT_THAT(read("/etc/hosts"), testing::EndsWith("10.1.2.9\tc9\n"));
+    EXPECT_THAT(content("/etc/hosts"), testing::EndsWith("10.1.2.9\tc9\n"));
     const Pinned pinned("/etc/hosts");
     const Ran failed = method("database/set_host address=10.1.2.9 hostname=c10");
     EXPECT_EQ(failed.status, 1);
@@ -998,7 +991,7 @@ TEST_F(Client, RootMayBeFilledAlone) {
         "service/create_root rootpath=/export/root/c7 os_name=Quorvel os_version=4.1.3 sources=";
     const Ran made = method(words + "/tree,/second");
     EXPECT_EQ(made.status, 0) << made.errors;
-    EXPECT_EQ(read("/export/root/c7/etc/motd"), "welcome\n");
-    EXPECT_EQ(read("/export/root/c7/etc/more"), "more");
+    EXPECT_EQ(content("/export/root/c7/etc/motd"), "welcome\n");
+    EXPECT_EQ(content("/export/root/c7/etc/more"), "more");
     EXPECT_THAT(method(words + "/none").errors, HasSubstr("there is no directory /none"));
 }

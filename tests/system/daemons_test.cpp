@@ -63,7 +63,7 @@ private:
         for (const std::string &word : arguments)
             command_line += word + '\0';
         const std::string file = "/proc/" + std::to_string(id_) + "/cmdline";
-        for (int i = 0; i < 1000 && hostadm_command::content(file) != command_line; ++i)
+        for (int i = 0; i < 1000 && tests::content(file) != command_line; ++i)
             usleep(5000);
     }
     pid_t id_;

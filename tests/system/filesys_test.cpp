@@ -18,9 +18,9 @@
 #include "hostadm.h"
 #include "support/hostadm_command.hpp"
 #include "support/standin.hpp"
+#include "support/text_files.hpp"
 
 namespace fs = std::filesystem;
-using hostadm_command::content;
 using hostadm_command::hostadm;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -28,6 +28,8 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 using testing::UnorderedElementsAre;
+using tests::content;
+using tests::write;
 
 namespace {
 
@@ -41,11 +43,6 @@ const std::string dfstab_text = "# shares of this server\n"
                                 "share -F nfs -o ro  /usr/share\n"
                                 "\n"
                                 "share -F nfs -o rw=c2 -d 'homes of the lab' /export/home2\n";
-
-void write(const std::string &path, const std::string &text) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path) << text;
-}
 
 int descriptors() {
     int count = 0;

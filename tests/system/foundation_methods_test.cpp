@@ -6,10 +6,10 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 
 #include "support/run_method.hpp"
+#include "support/text_files.hpp"
 
 namespace {
 
@@ -17,11 +17,7 @@ namespace fs = std::filesystem;
 using testing::HasSubstr;
 using tests::hostadm;
 using tests::Outcome;
-
-std::string content(const std::string &path) {
-    std::ifstream file(path);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
+using tests::content;
 
 void refused(const std::string &arguments, const std::string &text) {
     const Outcome run = hostadm("run " + arguments);

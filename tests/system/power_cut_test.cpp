@@ -29,6 +29,7 @@
 #include "hostadm/framework.h"
 #include "support/faults.hpp"
 #include "support/standin.hpp"
+#include "support/text_files.hpp"
 
 namespace {
 
@@ -36,6 +37,8 @@ namespace fs = std::filesystem;
 using testing::AnyOf;
 using testing::Contains;
 using testing::HasSubstr;
+using tests::content;
+using tests::write;
 
 bool full = false;
 const char *const record_of_errors = "/words.errors";
@@ -49,16 +52,6 @@ int adm_err_setf(adm_error *, int code, const char *, ...) {
 }
 
 namespace {
-
-void write(const std::string &path, const std::string &text) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path) << text;
-}
-
-std::string read(const std::string &path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 std::set<std::string> names_in(const std::string &directory) {
     std::set<std::string> names;
@@ -82,7 +75,7 @@ std::string snapshot(const std::vector<std::string> &areas) {
             all += " -> " + fs::read_symlink(path).string();
         else if (S_ISREG(file.st_mode))
             all += std::string(" ") + std::to_string(file.st_size) +
-                   (file.st_size < 4096 ? ": " + read(path) : "");
+                   (file.st_size < 4096 ? ": " + content(path) : "");
         all += '\n';
     };
     for (const std::string &area : areas) {
@@ -159,8 +152,8 @@ protected:
     static bool failed(const faults::Ran &ran) {
         return !WIFEXITED(ran.status) || WEXITSTATUS(ran.status) != 0;
     }
-    static std::string words() { return read("/words.out"); }
-    static std::string errors_recorded() { return read(record_of_errors); }
+    static std::string words() { return content("/words.out"); }
+    static std::string errors_recorded() { return content(record_of_errors); }
 };
 
 // ---- the directories and settings that the package tools want ----
@@ -179,7 +172,7 @@ protected:
     static std::size_t admin_files(const std::string &text = "") {
         std::size_t count = 0;
         for (const std::string &name : names_in("/tmp"))
-            count += name.starts_with("/tmp/admin.") && (text.empty() || read(name) == text);
+            count += name.starts_with("/tmp/admin.") && (text.empty() || content(name) == text);
         return count;
     }
     static std::size_t directories() {
@@ -253,19 +246,19 @@ protected:
             return edit(root.c_str());
         };
         sweep(prepare, job, 80, [&](const faults::Ran &ran, int error) {
-            EXPECT_THAT(read(table), AnyOf(before, after));
-            if (read(table) == before) {
+            EXPECT_THAT(content(table), AnyOf(before, after));
+            if (content(table) == before) {
                 EXPECT_EQ(fs::status(table).permissions(), fs::perms(0640));
             }
             if (error != cut && failed(ran)) {
                 const bool directory_only = ran.calls.back().find("/etc/fs/cachefs") != std::string::npos;
                 if (!directory_only) {
                     EXPECT_EQ(errors_recorded(), "37\n");
-                    EXPECT_EQ(read(table), before) << "a failed edit changes nothing";
+                    EXPECT_EQ(content(table), before) << "a failed edit changes nothing";
                 }
             }
             EXPECT_EQ(edit(root.c_str()), 0) << "the next edit does it";
-            EXPECT_EQ(read(table), after);
+            EXPECT_EQ(content(table), after);
             EXPECT_EQ(fs::status(table).permissions(), fs::perms(0640));
         });
     }
@@ -326,7 +319,7 @@ TEST_F(CacheOnly, ClientIsAddedWholeOrNotOrItIsSaid) {
     const std::string complete = state();
     ASSERT_NE(before, complete);
     sweep(prepare, job, usual_runs, [&](const faults::Ran &ran, int error) {
-        EXPECT_THAT(read(table), AnyOf(plain, marked));
+        EXPECT_THAT(content(table), AnyOf(plain, marked));
         const std::string after = state(), said = words();
         if (error != cut && !failed(ran)) {
             EXPECT_EQ(after, complete) << "what reports success is done";
@@ -430,10 +423,10 @@ protected:
         return rest;
     }
     static void expect_whole_tables() {
-        EXPECT_THAT(read("/etc/hosts"), AnyOf(old_hosts, new_hosts));
-        EXPECT_THAT(read("/etc/ethers"), AnyOf(old_ethers, new_ethers));
-        EXPECT_THAT(read("/etc/bootparams"), AnyOf(old_bootparams, new_bootparams));
-        EXPECT_THAT(read("/etc/dfs/dfstab"), AnyOf(old_dfstab, one_share, new_dfstab));
+        EXPECT_THAT(content("/etc/hosts"), AnyOf(old_hosts, new_hosts));
+        EXPECT_THAT(content("/etc/ethers"), AnyOf(old_ethers, new_ethers));
+        EXPECT_THAT(content("/etc/bootparams"), AnyOf(old_bootparams, new_bootparams));
+        EXPECT_THAT(content("/etc/dfs/dfstab"), AnyOf(old_dfstab, one_share, new_dfstab));
     }
     // Runs the job again until it is done, each time after what it has named is out of its way.
     static void expect_that_it_can_be_done_now(const std::string &complete) {

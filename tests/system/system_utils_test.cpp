@@ -8,23 +8,17 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 
 #include "hostadm.h"
+#include "support/text_files.hpp"
 
 namespace {
 
 namespace fs = std::filesystem;
+using tests::content;
+using tests::write;
 
-std::string content(const std::string &path) {
-    std::ifstream file(path);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
-void write(const std::string &path, const std::string &text) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path) << text;
-}
 unsigned mode_of(const std::string &path) {
     struct stat found {};
     return stat(path.c_str(), &found) == 0 ? found.st_mode & 07777 : 0;

@@ -95,13 +95,13 @@ protected:
     std::string replaced(const std::string &before, List &&list, int expected = 0) {
         const auto file = table(before);
         EXPECT_EQ(replace_db_entry(file.c_str(), list, add), expected);
-        return scratch::read(file);
+        return tests::content(file);
     }
     // ... and after it was removed.
     std::string removed(const std::string &before, List &&list, int expected = 0) {
         const auto file = table(before);
         EXPECT_EQ(remove_db_entry(file.c_str(), list), expected);
-        return scratch::read(file);
+        return tests::content(file);
     }
     // The line that is found, or its status as text.
     std::string found(const std::string &text, List &&list, int size = 200) {
@@ -384,7 +384,7 @@ TEST_F(Columns, TableThatIsNotThereIsMadeForItsFirstEntry) {
     const mode_t mask = umask(0077);
     EXPECT_EQ(replace_db_entry(path().c_str(), Host("10.0.0.5", "name"), add), 0);
     umask(mask);
-    EXPECT_EQ(scratch::read(path()), "10.0.0.5\tname\n");
+    EXPECT_EQ(tests::content(path()), "10.0.0.5\tname\n");
     EXPECT_EQ(scratch::status(path()).st_mode, S_IFREG | 0644u);
 }
 
@@ -393,7 +393,7 @@ TEST_F(Columns, FolderOfATableIsMadeWithIt) {
     EXPECT_EQ(replace_db_entry(path("dfs/dfstab").c_str(), Share("share", "rw", nullptr, "/x"), add_share),
               0);
     umask(mask);
-    EXPECT_EQ(scratch::read(path("dfs/dfstab")), "share -F nfs -o rw /x\n");
+    EXPECT_EQ(tests::content(path("dfs/dfstab")), "share -F nfs -o rw /x\n");
     EXPECT_EQ(scratch::status(path("dfs")).st_mode, S_IFDIR | 0755u);
 }
 
@@ -529,7 +529,7 @@ TEST_F(Columns, UnknownModesAreRefused) {
     const auto file = table("a b\n");
     for (const int mode : {-1, 0, 1, 2, 4, 8, 12})
         EXPECT_EQ(replace_db_entry(file.c_str(), Host("a", "c"), mode), -EINVAL) << mode;
-    EXPECT_EQ(scratch::read(file), "a b\n");
+    EXPECT_EQ(tests::content(file), "a b\n");
 }
 
 TEST_F(Columns, ListServesSeveralEdits) {
@@ -537,9 +537,9 @@ TEST_F(Columns, ListServesSeveralEdits) {
     const auto one = table("", "one"), other = table("10.0.0.5 x\n", "other");
     EXPECT_EQ(replace_db_entry(one.c_str(), list, add), 0);
     EXPECT_EQ(replace_db_entry(other.c_str(), list, add), 0);
-    EXPECT_EQ(scratch::read(one), scratch::read(other));
+    EXPECT_EQ(tests::content(one), tests::content(other));
     EXPECT_EQ(remove_db_entry(one.c_str(), list), 0);
-    EXPECT_EQ(scratch::read(one), "");
+    EXPECT_EQ(tests::content(one), "");
 }
 
 TEST_F(Columns, DescriptionGivenWithTheListIsNotWritten) {

@@ -62,7 +62,7 @@ protected:
 TEST_F(EditFile, WritesTheChangedText) {
     const auto file = table("old\n");
     EXPECT_EQ(edit_file(file, append_line), 0);
-    EXPECT_EQ(scratch::read(file), "old\nnew\n");
+    EXPECT_EQ(tests::content(file), "old\nnew\n");
     EXPECT_THAT(names(), ElementsAre("table"));
 }
 
@@ -74,7 +74,7 @@ TEST_F(EditFile, ReplacesOneRunOfALargeText) {
                               return 0;
                           }),
               0);
-    EXPECT_EQ(scratch::read(file), "one 2 three");
+    EXPECT_EQ(tests::content(file), "one 2 three");
 }
 
 TEST_F(EditFile, MayEmptyTheFile) {
@@ -85,7 +85,7 @@ TEST_F(EditFile, MayEmptyTheFile) {
                             return 0;
                         }),
               0);
-    EXPECT_EQ(scratch::read(file), "");
+    EXPECT_EQ(tests::content(file), "");
 }
 
 TEST_F(EditFile, UnchangedTextIsNotWritten) {
@@ -116,7 +116,7 @@ TEST_F(EditFile, StatusOfTheChangeEndsTheEdit) {
                             return -EPROTO;
                         }),
               -EPROTO);
-    EXPECT_EQ(scratch::read(file), "old\n");
+    EXPECT_EQ(tests::content(file), "old\n");
     EXPECT_THAT(names(), ElementsAre("table"));
 }
 
@@ -124,7 +124,7 @@ TEST_F(EditFile, ExceptionOfTheChangePassesThroughAndLeavesNothing) {
     const auto file = table("old\n");
     EXPECT_THROW(edit_file(file, [](std::string &) -> int { throw std::runtime_error("changed my mind"); }),
                  std::runtime_error);
-    EXPECT_EQ(scratch::read(file), "old\n");
+    EXPECT_EQ(tests::content(file), "old\n");
     EXPECT_THAT(names(), ElementsAre("table"));
     EXPECT_EQ(edit_file(file, append_line, {.patience = {}}), 0) << "the lock is free again";
 }
@@ -229,7 +229,7 @@ TEST_F(EditFile, LinkStaysALinkAndItsTargetIsEdited) {
     fs::create_symlink("deep/table", path("real/second"));
     fs::create_symlink(path("real/second"), path("first"));
     EXPECT_EQ(edit_file(path("first"), append_line), 0);
-    EXPECT_EQ(scratch::read(file), "old\nnew\n");
+    EXPECT_EQ(tests::content(file), "old\nnew\n");
     EXPECT_EQ(fs::read_symlink(path("first")), path("real/second"));
     EXPECT_EQ(fs::read_symlink(path("real/second")), "deep/table");
     EXPECT_THAT(names(), ElementsAre("first", "real"));
@@ -240,7 +240,7 @@ TEST_F(EditFile, LinkedFolderIsFollowed) {
     const auto file = table("old\n", "real/table");
     fs::create_directory_symlink("real", path("link"));
     EXPECT_EQ(edit_file(path("link/table"), append_line), 0);
-    EXPECT_EQ(scratch::read(file), "old\nnew\n");
+    EXPECT_EQ(tests::content(file), "old\nnew\n");
     EXPECT_TRUE(fs::is_symlink(path("link")));
 }
 
@@ -253,7 +253,7 @@ TEST_F(EditFile, LinkToNothingIsFilledWhenFilesMayBeMade) {
     fs::create_symlink("made", path("link"));
     EXPECT_EQ(edit_file(path("link"), append_line, {.create = true}), 0);
     EXPECT_TRUE(fs::is_symlink(path("link")));
-    EXPECT_EQ(scratch::read(path("made")), "new\n");
+    EXPECT_EQ(tests::content(path("made")), "new\n");
 }
 
 TEST_F(EditFile, LinksInACircleAreRefused) {
@@ -266,8 +266,8 @@ TEST_F(EditFile, OtherHardLinksKeepTheOldText) {
     const auto file = table("old\n");
     fs::create_hard_link(file, path("snapshot"));
     EXPECT_EQ(edit_file(file, append_line), 0);
-    EXPECT_EQ(scratch::read(file), "old\nnew\n");
-    EXPECT_EQ(scratch::read(path("snapshot")), "old\n");
+    EXPECT_EQ(tests::content(file), "old\nnew\n");
+    EXPECT_EQ(tests::content(path("snapshot")), "old\n");
 }
 
 TEST_F(EditFile, PathMayBeRelative) {
@@ -277,7 +277,7 @@ TEST_F(EditFile, PathMayBeRelative) {
     EXPECT_EQ(edit_file("table", append_line), 0);
     EXPECT_EQ(edit_file("./table", append_line), 0);
     fs::current_path(here);
-    EXPECT_EQ(scratch::read(file), "old\nnew\nnew\n");
+    EXPECT_EQ(tests::content(file), "old\nnew\nnew\n");
 }
 
 // Files that do not exist
@@ -290,7 +290,7 @@ TEST_F(EditFile, MissingFileIsRefused) {
 
 TEST_F(EditFile, MissingFileIsMadeWithItsFolderOnRequest) {
     EXPECT_EQ(edit_file(path("new/file"), append_line, {.create = true}), 0);
-    EXPECT_EQ(scratch::read(path("new/file")), "new\n");
+    EXPECT_EQ(tests::content(path("new/file")), "new\n");
     EXPECT_EQ(scratch::status(path("new/file")).st_mode & 07777u, 0644u);
 }
 
@@ -354,7 +354,7 @@ TEST_F(EditFile, FolderThatMayNotBeChangedIsRefused) {
         const int status = edit_file(file, append_line);
         return status == -EACCES ? "" : "status " + std::to_string(status);
     });
-    EXPECT_EQ(scratch::read(file), "old\n");
+    EXPECT_EQ(tests::content(file), "old\n");
     EXPECT_THAT(names(), ElementsAre("table"));
 }
 
@@ -366,7 +366,7 @@ TEST_F(EditFile, FileThatMayNotBeWrittenIsRefused) {
         const int status = edit_file(file, append_line);
         return status == -EACCES ? "" : "status " + std::to_string(status);
     });
-    EXPECT_EQ(scratch::read(file), "old\n");
+    EXPECT_EQ(tests::content(file), "old\n");
 }
 
 TEST_F(EditFile, FileWhoseOwnerCannotBeKeptIsRefused) {
@@ -377,7 +377,7 @@ TEST_F(EditFile, FileWhoseOwnerCannotBeKeptIsRefused) {
         const int status = edit_file(file, append_line);
         return status == -EPERM ? "" : "status " + std::to_string(status);
     });
-    EXPECT_EQ(scratch::read(file), "old\n");
+    EXPECT_EQ(tests::content(file), "old\n");
     EXPECT_EQ(scratch::status(file).st_uid, geteuid());
     EXPECT_THAT(names(), ElementsAre("table"));
 }
@@ -392,7 +392,7 @@ TEST_F(EditFile, OrdinaryUserMayEditHisOwnFile) {
         const int status = edit_file(file, append_line);
         if (status != 0)
             return "status " + std::to_string(status);
-        return scratch::read(file) == "old\nnew\n" ? "" : "the text is not the new one";
+        return tests::content(file) == "old\nnew\n" ? "" : "the text is not the new one";
     });
 }
 
@@ -410,7 +410,7 @@ TEST_F(EditFile, ImmutableFileIsRefused) {
         GTEST_SKIP() << "no immutable files here: " << std::strerror(errno);
     }
     expect_refused(file, -EPERM);
-    EXPECT_EQ(scratch::read(file), "old\n");
+    EXPECT_EQ(tests::content(file), "old\n");
     flags &= ~FS_IMMUTABLE_FL;
     EXPECT_EQ(ioctl(handle, FS_IOC_SETFLAGS, &flags), 0);
     close(handle);
@@ -437,8 +437,8 @@ TEST_F(EditFile, FileThatIsAMountPointIsRefused) {
             return word;
         return expect_status(edit_file(file, append_line), -EBUSY);
     });
-    EXPECT_EQ(scratch::read(file), "old\n");
-    EXPECT_EQ(scratch::read(other), "other\n");
+    EXPECT_EQ(tests::content(file), "old\n");
+    EXPECT_EQ(tests::content(other), "other\n");
     EXPECT_THAT(names(), ElementsAre("other", "table"));
 }
 
@@ -457,7 +457,7 @@ TEST_F(EditFile, ReadOnlyFileSystemIsRefused) {
             return word;
         return expect_status(edit_file(file, leave_alone), 0);
     });
-    EXPECT_EQ(scratch::read(file), "old\n");
+    EXPECT_EQ(tests::content(file), "old\n");
     EXPECT_THAT(names(), ElementsAre("table"));
 }
 
@@ -471,7 +471,7 @@ TEST_F(EditFile, FullDiskLeavesTheOldText) {
         if (const auto word = expect_status(edit_file(path("small/table"), append_line), -ENOSPC);
             !word.empty())
             return word;
-        if (scratch::read(path("small/table")) != old_text)
+        if (tests::content(path("small/table")) != old_text)
             return "the table has changed";
         const auto count = std::distance(fs::directory_iterator(path("small")), fs::directory_iterator());
         return count == 1 ? "" : "something was left behind";
@@ -487,7 +487,7 @@ TEST_F(EditFile, DiskWithoutRoomForAFileLeavesTheOldText) {
         if (const auto word = expect_status(edit_file(path("small/table"), append_line), -ENOSPC);
             !word.empty())
             return word;
-        return scratch::read(path("small/table")) == "old\n" ? "" : "the table has changed";
+        return tests::content(path("small/table")) == "old\n" ? "" : "the table has changed";
     });
 }
 
@@ -497,7 +497,7 @@ TEST_F(EditFile, LeftoverOfAKilledEditorIsCleanedByTheNextEdit) {
     const auto file = table("old\n");
     table("half of anoth", leftover);
     EXPECT_EQ(edit_file(file, append_line), 0);
-    EXPECT_EQ(scratch::read(file), "old\nnew\n");
+    EXPECT_EQ(tests::content(file), "old\nnew\n");
     EXPECT_THAT(names(), ElementsAre("table"));
 }
 
@@ -511,7 +511,7 @@ TEST_F(EditFile, LinkPlantedUnderTheNameOfTheNewFileIsNotFollowed) {
     const auto victim = table("precious\n", "victim");
     fs::create_symlink(victim, path(leftover));
     EXPECT_EQ(edit_file(table("old\n"), append_line), 0);
-    EXPECT_EQ(scratch::read(victim), "precious\n");
+    EXPECT_EQ(tests::content(victim), "precious\n");
     EXPECT_THAT(names(), ElementsAre("table", "victim"));
 }
 
@@ -532,7 +532,7 @@ TEST_F(EditFile, WriterWithoutTheLockIsNoticed) {
                         }),
               0);
     EXPECT_EQ(calls, 2);
-    EXPECT_EQ(scratch::read(file), "written meanwhile\nnew\n");
+    EXPECT_EQ(tests::content(file), "written meanwhile\nnew\n");
 }
 
 TEST_F(EditFile, FileThatAppearsMeanwhileIsNotOverwritten) {
@@ -546,7 +546,7 @@ TEST_F(EditFile, FileThatAppearsMeanwhileIsNotOverwritten) {
                         },
                         {.create = true}),
               0);
-    EXPECT_EQ(scratch::read(path()), "somebody's\nnew\n");
+    EXPECT_EQ(tests::content(path()), "somebody's\nnew\n");
 }
 
 TEST_F(EditFile, WriterWhoNeverStopsIsReported) {
@@ -560,7 +560,7 @@ TEST_F(EditFile, WriterWhoNeverStopsIsReported) {
                             return 0;
                         }),
               -EAGAIN);
-    EXPECT_EQ(scratch::read(file), written);
+    EXPECT_EQ(tests::content(file), written);
     EXPECT_THAT(names(), ElementsAre("table"));
 }
 

@@ -50,14 +50,14 @@ TEST_F(Lock, EditorWhoMayNotWaitIsToldThatTheTableIsLocked) {
     const auto file = table("old\n");
     const Holder holder(folder());
     EXPECT_EQ(edit_file(file, append_line, {.patience = 0ms}), table_locked);
-    EXPECT_EQ(scratch::read(file), "old\n");
+    EXPECT_EQ(tests::content(file), "old\n");
 }
 
 TEST_F(Lock, WaitingIsBounded) {
     const auto file = table("old\n");
     const Holder holder(folder());
     EXPECT_EQ(edit_file(file, append_line, {.patience = 50ms}), table_locked);
-    EXPECT_EQ(scratch::read(file), "old\n");
+    EXPECT_EQ(tests::content(file), "old\n");
     EXPECT_THAT(names(), testing::ElementsAre("table"));
 }
 
@@ -71,7 +71,7 @@ TEST_F(Lock, EditorWaitsUntilTheTableIsFree) {
     });
     EXPECT_EQ(edit_file(file, append_line), 0);
     other.join();
-    EXPECT_EQ(scratch::read(file), "written under the lock\nnew\n");
+    EXPECT_EQ(tests::content(file), "written under the lock\nnew\n");
 }
 
 TEST_F(Lock, ReaderDoesNotWait) {
@@ -98,7 +98,7 @@ TEST_F(Lock, StillExcludesAfterTheTableWasReplaced) {
                         }),
               0);
     EXPECT_EQ(inside, table_locked);
-    EXPECT_EQ(scratch::read(file), "old\nnew\nnew\n");
+    EXPECT_EQ(tests::content(file), "old\nnew\nnew\n");
 }
 
 TEST_F(Lock, IsOneForAllNamesOfATable) {
@@ -129,8 +129,8 @@ TEST_F(Lock, TableThatMovedWhileAnEditorWaitedIsFoundAgain) {
     });
     EXPECT_EQ(edit_file(path("link"), append_line), 0);
     other.join();
-    EXPECT_EQ(scratch::read(first), "one\n");
-    EXPECT_EQ(scratch::read(second), "two\nnew\n");
+    EXPECT_EQ(tests::content(first), "one\n");
+    EXPECT_EQ(tests::content(second), "two\nnew\n");
 }
 
 TEST_F(Lock, WaitingLeavesTheCallersChildrenAlone) {
@@ -170,7 +170,7 @@ TEST_F(Lock, WaitingGoesOnAfterASignalAndKeepsTheCallersHandlers) {
     });
     EXPECT_EQ(edit_file(file, append_line), 0);
     other.join();
-    EXPECT_EQ(scratch::read(file), "old\nnew\n");
+    EXPECT_EQ(tests::content(file), "old\nnew\n");
     EXPECT_EQ(signals_seen, 5);
     ASSERT_EQ(sigaction(SIGALRM, &before, &after), 0);
     EXPECT_EQ(after.sa_handler, count.sa_handler);
@@ -186,7 +186,7 @@ TEST_F(Lock, ThreadsExcludeEachOtherToo) {
     one.join();
     two.join();
     three.join();
-    EXPECT_EQ(scratch::read(file).size(), 3 * 25 * 4u);
+    EXPECT_EQ(tests::content(file).size(), 3 * 25 * 4u);
 }
 
 TEST_F(Lock, EditorsWhoMakeTheSameFolderMeetInIt) {
@@ -197,7 +197,7 @@ TEST_F(Lock, EditorsWhoMakeTheSameFolderMeetInIt) {
             editors.emplace_back([&] { EXPECT_EQ(edit_file(file, append_line, {.create = true}), 0); });
         for (std::thread &editor : editors)
             editor.join();
-        EXPECT_EQ(scratch::read(file).size(), 6 * 4u);
+        EXPECT_EQ(tests::content(file).size(), 6 * 4u);
         std::filesystem::remove_all(path("new"));
     }
 }
@@ -210,7 +210,7 @@ TEST_F(Lock, EditorWhoGivesUpLeavesOthersTheFolder) {
         });
         EXPECT_EQ(edit_file(file, append_line, {.create = true}), 0);
         giving_up.join();
-        EXPECT_EQ(scratch::read(file), "new\n");
+        EXPECT_EQ(tests::content(file), "new\n");
         std::filesystem::remove_all(path("new"));
     }
 }

@@ -22,7 +22,7 @@ TEST_F(LockWait, EndsWithItsStatus) {
     ASSERT_EQ(new_column(list, 0, 0, 0, "key", "key", 0), 0);
     ASSERT_EQ(new_column(list, 1, 1, 1, nullptr, "new", 0), 0);
     EXPECT_EQ(replace_db_entry(file.c_str(), list, 3), -26);
-    EXPECT_EQ(scratch::read(file), "key old\n");
+    EXPECT_EQ(tests::content(file), "key old\n");
     close(holder);
     EXPECT_EQ(replace_db_entry(file.c_str(), list, 3), 0);
     free_col_list(list);

@@ -103,7 +103,7 @@ private:
         if (!fs::exists(table_))
             return {};
         const struct stat info = scratch::status(table_);
-        return {true,        scratch::read(table_),          info.st_mode & 07777,
+        return {true,        tests::content(table_),          info.st_mode & 07777,
                 info.st_uid, attribute(table_, "user.note"), attribute(table_, "system.posix_acl_access")};
     }
 
@@ -115,7 +115,7 @@ private:
     }
 
     std::vector<Call> count_calls(const std::string &edit) const {
-        EXPECT_EQ(run("strace -o " + path("calls"), edit), 0) << scratch::read(path("words"));
+        EXPECT_EQ(run("strace -o " + path("calls"), edit), 0) << tests::content(path("words"));
         std::vector<Call> calls;
         std::map<std::string, int> numbers;
         int marks = 0;
@@ -144,8 +144,8 @@ private:
         if (killed) {
             EXPECT_TRUE(WIFSIGNALED(outcome) || WEXITSTATUS(outcome) == 128 + SIGKILL) << outcome;
         } else {
-            EXPECT_THAT(scratch::read(path("log")), testing::HasSubstr("(INJECTED)"));
-            ASSERT_TRUE(WIFEXITED(outcome) && WEXITSTATUS(outcome) <= 1) << scratch::read(path("words"));
+            EXPECT_THAT(tests::content(path("log")), testing::HasSubstr("(INJECTED)"));
+            ASSERT_TRUE(WIFEXITED(outcome) && WEXITSTATUS(outcome) <= 1) << tests::content(path("words"));
             if (WEXITSTATUS(outcome) == 0) {
                 EXPECT_EQ(state(), new_state_) << "an edit that reports success is done";
             }
@@ -156,7 +156,7 @@ private:
         }
         // The next edit is this one again, or another one when there is nothing to do any more.
         const bool done = state() == new_state_;
-        EXPECT_EQ(run("", done ? "replace" : edit), 0) << scratch::read(path("words"));
+        EXPECT_EQ(run("", done ? "replace" : edit), 0) << tests::content(path("words"));
         EXPECT_TRUE(nothing_left()) << "the next edit cleans up";
         if (!done) {
             EXPECT_EQ(state(), new_state_);

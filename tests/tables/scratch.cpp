@@ -7,7 +7,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include <grp.h>
 #include <sched.h>
@@ -24,13 +23,6 @@ void write(const std::string &path, const std::string &text) {
     file << text;
     file.close();
     ASSERT_TRUE(file.good()) << "cannot write " << path;
-}
-
-std::string read(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
 }
 
 struct stat status(const std::string &path) {

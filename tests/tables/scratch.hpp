@@ -9,10 +9,11 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "support/text_files.hpp"
+
 namespace scratch {
 
 void write(const std::string &path, const std::string &text);
-std::string read(const std::string &path);
 struct stat status(const std::string &path);
 
 // A test in a temporary folder of its own.

@@ -13,7 +13,6 @@
 #include <fstream>
 #include <functional>
 #include <map>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -23,6 +22,7 @@
 
 #include "hostadm/table_edit.hpp"
 #include "hostadm/tables.h"
+#include "support/text_files.hpp"
 
 namespace {
 
@@ -172,12 +172,6 @@ int failed_editors(const Kind &kind, const std::string &table, int processes, in
     return failed;
 }
 
-std::string read_text(const fs::path &path) {
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
-
 // True when everything came out right; prints what did.
 bool run(const Kind &kind, const fs::path &folder, int processes, int edits) {
     const fs::path table = folder / "table";
@@ -186,7 +180,7 @@ bool run(const Kind &kind, const fs::path &folder, int processes, int edits) {
     const int failed = failed_editors(kind, table, processes, edits);
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - begin;
 
-    const std::string text = read_text(table);
+    const std::string text = tests::content(table);
     const bool untouched = text.starts_with(kind.untouched);
     std::map<std::string, int> lines;
     std::istringstream rest(untouched ? text.substr(kind.untouched.size()) : text);

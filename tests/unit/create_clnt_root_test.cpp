@@ -16,18 +16,19 @@
 #include <fstream>
 #include <map>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "hostadm.h"
 #include "support/fake_commands.hpp"
 #include "support/fake_framework.hpp"
+#include "support/text_files.hpp"
 
 using testing::ElementsAre;
 using testing::ExitedWithCode;
 using testing::IsEmpty;
 using testing::MatchesRegex;
+using tests::content;
 namespace fs = std::filesystem;
 
 namespace {
@@ -54,13 +55,6 @@ int fails(const std::string &call) {
 
 template <typename Function> Function *real(const char *name) {
     return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
-}
-
-std::string contents(const fs::path &path) {
-    std::ifstream file(path);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
 }
 
 std::set<std::string> admin_files() {
@@ -123,7 +117,7 @@ int do_systemcmd(const char *command, const char *method) {
     const std::string text = command;
     if (const auto at = text.find("/tmp/admin."); at != std::string::npos) {
         const std::string admin = text.substr(at, text.find(' ', at) - at);
-        admin_text = contents(admin);
+        admin_text = content(admin);
         struct stat status {};
         stat(admin.c_str(), &status);
         admin_mode = status.st_mode;
@@ -291,7 +285,7 @@ TEST_F(CreateClntRoot, TheAdminFileAsksNothingAndOnlyItsOwnerWritesIt) {
     ASSERT_EQ(new_admin_files().size(), 1u);
     const std::string file = new_admin_files().front();
     EXPECT_THAT(file, MatchesRegex("/tmp/admin\\.[A-Za-z0-9]{6}"));
-    EXPECT_EQ(contents(file), admin_lines);
+    EXPECT_EQ(content(file), admin_lines);
     EXPECT_EQ(fs::status(file).permissions() & (fs::perms::group_write | fs::perms::others_write),
               fs::perms::none);
 }
@@ -437,7 +431,7 @@ TEST_F(CreateClntRoot, ATreeOfAnOldReleaseIsCopiedWithoutACatalogue) {
             "create_clnt_root: cd /trees/b; /usr/bin/find . -depth -print | /usr/bin/cpio -pdmu " + root));
     EXPECT_THAT(quiet_commands(), IsEmpty());
     ASSERT_EQ(new_admin_files().size(), 1u) << "written, though nobody reads it";
-    EXPECT_EQ(contents(new_admin_files().front()), admin_lines);
+    EXPECT_EQ(content(new_admin_files().front()), admin_lines);
 }
 
 TEST_F(CreateClntRoot, AReleaseThatOnlyBeginsWithAFourIsInstalledFromPackages) {

@@ -22,6 +22,7 @@
 #include "support/fake_commands.hpp"
 #include "support/fake_platform.hpp"
 #include "support/memory_limit.hpp"
+#include "support/text_files.hpp"
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
@@ -308,9 +309,7 @@ protected:
         const std::string path = directory + "/record";
         for (int i = 0; i < 1000 && !fs::exists(path); ++i)
             usleep(10000);
-        std::ostringstream text;
-        text << std::ifstream(path).rdbuf();
-        return text.str();
+        return tests::content(path);
     }
     std::string first_line() {
         const std::string text = record();
