@@ -10,9 +10,11 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <set>
 #include <sstream>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "commands.hpp"
@@ -36,12 +38,15 @@ const std::string notes = "/var/tmp/hostadm-preview";
 
 // Commands that act on the kernel, on other processes or on the network: recorded, not run.
 constexpr std::array recorded_commands = {
-    "/usr/sbin/mount",    "/usr/bin/mount",        "/usr/sbin/umount",    "/usr/bin/umount",
-    "/usr/sbin/unshare",  "/usr/bin/kill",         "/usr/bin/pkill",      "/usr/bin/killall",
-    "/usr/bin/systemctl", "/usr/sbin/service",     "/usr/sbin/swapon",    "/usr/sbin/swapoff",
-    "/usr/sbin/exportfs", "/usr/sbin/invoke-rc.d", "/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd",
-    "/usr/sbin/in.rarpd", "/usr/sbin/rpld",        "/usr/sbin/rarpd",     "/usr/sbin/rpc.bootparamd",
-    "/usr/sbin/in.tftpd"};
+    "/usr/sbin/mount",    "/usr/bin/mount",    "/usr/sbin/umount", "/usr/bin/umount",
+    "/usr/sbin/unshare",  "/usr/bin/kill",     "/usr/bin/pkill",   "/usr/bin/killall",
+    "/usr/bin/systemctl", "/usr/sbin/service", "/usr/sbin/swapon", "/usr/sbin/swapoff",
+    "/usr/sbin/exportfs", "/usr/sbin/invoke-rc.d"};
+
+// Recorded as well; a process of the daemon's name then stands for it in the throwaway root.
+constexpr std::array recorded_daemons = {
+    "/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd",        "/usr/sbin/in.rarpd", "/usr/sbin/rpld",
+    "/usr/sbin/rarpd",     "/usr/sbin/rpc.bootparamd", "/usr/sbin/in.tftpd"};
 
 // Added trees of more files are summed up, and larger files are not compared line by line, unless everything
 // is asked for.
@@ -116,6 +121,11 @@ path=$1 awk '$2 != ENVIRON["path"]' "$list" >"$list.new"
 mv "$list.new" "$list"
 )");
 
+// Leaves a process of its name behind, which does nothing for ever, as a daemon leaves itself.
+const std::string daemon_script = recording_script("never=" + notes + "/never.$$\n" + R"(mkfifo "$never"
+read -r nothing <>"$never" >/dev/null 2>&1 &
+echo $! >>)" + notes + "/daemons\n");
+
 const std::string mount_script =
     "#!/bin/sh\nif [ $# -eq 0 ]; then exec cat " + notes + "/mounts; fi\n" + recording_script().substr(10);
 
@@ -156,7 +166,9 @@ std::vector<std::string> daemons_named(const Invocation &invocation) {
 std::vector<sandbox::PlacedFile> stand_ins(const Invocation &invocation) {
     std::map<std::string, std::string> scripts;
     for (const std::string &path : daemons_named(invocation))
-        scripts[path] = recording_script();
+        scripts[path] = daemon_script;
+    for (const char *path : recorded_daemons)
+        scripts[path] = daemon_script;
     for (const char *path : recorded_commands)
         scripts[path] = recording_script();
     scripts["/usr/sbin/mount"] = scripts["/usr/bin/mount"] = mount_script;
@@ -166,6 +178,7 @@ std::vector<sandbox::PlacedFile> stand_ins(const Invocation &invocation) {
     for (const auto &[path, script] : scripts)
         files.push_back({path, script, 0755});
     files.push_back({notes + "/commands", "", 0666});
+    files.push_back({notes + "/daemons", "", 0666});
     files.push_back({notes + "/shares", live_shares(), 0666});
     files.push_back({notes + "/mounts", live_mounts(), 0666});
     return files;
@@ -203,10 +216,30 @@ std::vector<Command> parse_commands(const std::string &text) {
 
 // ---- the run ----
 
+// A process made now has the highest number.
+pid_t highest_process() {
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(0);
+    waitpid(child, nullptr, 0);
+    return child;
+}
+
+// Whether anything that the method started is still at it; what stands for a daemon never ends.
+bool others_are_at_work() {
+    std::ifstream file(notes + "/daemons");
+    const std::set<pid_t> daemons{std::istream_iterator<pid_t>(file), {}};
+    const pid_t highest = highest_process();
+    for (pid_t process = 2; process < highest; ++process)
+        if (process != getpid() && !daemons.contains(process) && kill(process, 0) == 0)
+            return true;
+    return false;
+}
+
 // Daemons are started in the background: gives what the method started a moment to come to its stand-in.
-void let_children_end() {
+void let_others_end() {
     const timespec pause{0, 5'000'000};
-    for (int i = 0; i < 400 && kill(-1, 0) == 0; ++i)
+    for (int i = 0; i < 400 && others_are_at_work(); ++i)
         nanosleep(&pause, nullptr);
 }
 
@@ -228,7 +261,7 @@ int perform_inside(const PreviewOptions &asked, const std::string &program, int 
     const int status = static_cast<int>(outcome.status);
     framework::write_all(result, framework::to_lines(outcome.answer) +
                                      framework::outcome_line(status, outcome.reason));
-    let_children_end();
+    let_others_end();
     if (outcome.status == Outcome::Status::done)
         for (const std::string &words : asked.then)
             run_then(words, program, afterwards);

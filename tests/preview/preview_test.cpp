@@ -178,6 +178,19 @@ TEST(Preview, NotesADaemonThatIsStartedByItsPath) {
     });
 }
 
+TEST(Preview, ShowsAStartedDaemonRunningUntilItsEnd) {
+    on_a_system([] {
+        const std::string look = "cat /proc/[0-9]*/comm 2>/dev/null | grep -cx rpld ";
+        install_method("test/start", "/usr/sbin/rpld -a; " + look + ">/etc/by-the-method");
+        install_method("test/look", look + ">/etc/afterwards");
+        const Result result = command("preview test/start --then 'run test/look'");
+        EXPECT_THAT(result.output, HasSubstr("  /usr/sbin/rpld -a "));
+        EXPECT_THAT(result.output, HasSubstr("+++ /etc/by-the-method\n@@ -0,0 +1 @@\n+1\n"));
+        EXPECT_THAT(result.output, HasSubstr("+++ /etc/afterwards\n@@ -0,0 +1 @@\n+1\n"));
+        EXPECT_EQ(std::system((look + ">/dev/null").c_str()), 256) << "it outlives the preview";
+    });
+}
+
 TEST(Preview, SeesAndKeepsTheLiveShares) {
     on_a_system([] {
         write_program("/usr/sbin/share", "#!/bin/sh\n[ $# = 0 ] || { echo ran >/ran; exit; }\n"
