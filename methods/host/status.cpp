@@ -8,6 +8,7 @@
 #include "support/boot_daemons.hpp"
 #include "support/clients.hpp"
 #include "support/host_tables.hpp"
+#include "support/words.hpp"
 
 namespace {
 

@@ -7,6 +7,7 @@
 #include "support/file_contents.hpp"
 #include "support/host_tables.hpp"
 #include "support/processes.hpp"
+#include "support/words.hpp"
 
 namespace hostadm::support {
 

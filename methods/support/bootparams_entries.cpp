@@ -3,19 +3,20 @@
 
 #include <algorithm>
 
+#include "support/words.hpp"
+
 namespace hostadm::methods {
+
+using support::first_word;
+using support::is_blank;
+using support::trimmed;
+using support::trimmed_end;
 
 namespace {
 
-constexpr std::string_view blanks = bootparams_blanks;
-
-std::string_view first_word(std::string_view text) {
-    return text.substr(0, text.find_first_of(blanks));
-}
-
 std::size_t comment_start(std::string_view line) {
     for (std::size_t mark = line.find('#'); mark != line.npos; mark = line.find('#', mark + 1))
-        if (mark == 0 || blanks.find(line[mark - 1]) != blanks.npos)
+        if (mark == 0 || is_blank(line[mark - 1]))
             return mark;
     return line.npos;
 }
@@ -36,22 +37,6 @@ struct Line {
 };
 
 } // namespace
-
-std::string_view trimmed_end(std::string_view text) {
-    return text.substr(0, text.find_last_not_of(blanks) + 1);
-}
-
-std::string_view trimmed(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
-    return trimmed_end(text);
-}
-
-std::vector<std::string_view> bootparams_words(std::string_view text) {
-    std::vector<std::string_view> words;
-    for (text = trimmed(text); !text.empty(); text = trimmed(text.substr(words.back().size())))
-        words.push_back(first_word(text));
-    return words;
-}
 
 std::string_view BootparamsEntry::name() const {
     return first_word(trimmed(text));

@@ -13,11 +13,6 @@ namespace hostadm::methods {
 
 inline constexpr const char *bootparams_path = "/etc/bootparams";
 
-inline constexpr std::string_view bootparams_blanks = " \t\r";
-std::string_view trimmed_end(std::string_view text);
-std::string_view trimmed(std::string_view text);
-std::vector<std::string_view> bootparams_words(std::string_view text);
-
 struct BootparamsEntry {
     std::size_t begin = 0, end = 0; // its lines in the file, the last line break included
     std::string text;               // name and items, lines joined

@@ -8,12 +8,11 @@
 #include <stdexcept>
 
 #include "hostadm.h"
+#include "support/words.hpp"
 
 namespace hostadm::methods {
 
 namespace {
-
-constexpr std::string_view blanks = bootparams_blanks;
 
 bool find_entry(std::string_view file, const std::string &client, BootparamsEntry &entry) {
     BootparamsReader reader(file);
@@ -44,7 +43,7 @@ std::string edited(const std::string &text, const std::string &key, const char *
 std::size_t find_item(const std::string &text, const std::string &key) {
     const std::string start = key + "=";
     for (std::size_t found = text.find(start); found != text.npos; found = text.find(start, found + 1))
-        if (found > 0 && blanks.find(text[found - 1]) != blanks.npos)
+        if (found > 0 && support::is_blank(text[found - 1]))
             return found;
     return text.npos;
 }
@@ -52,20 +51,20 @@ std::size_t find_item(const std::string &text, const std::string &key) {
 std::string with_item(const std::string &text, const BootparamsItem &item) {
     const std::size_t found = find_item(text, item.key);
     const std::string rest = found == text.npos ? "" : text.substr(found);
-    const std::string start = found == text.npos ? std::string(trimmed_end(text)) : text.substr(0, found);
+    const std::string start = found == text.npos ? std::string(support::trimmed_end(text)) : text.substr(0, found);
     return start + edited(rest, item.key, item.server.c_str(), item.path.c_str());
 }
 
 std::string without_items(std::string text, const std::string &key) {
     for (std::size_t found; (found = find_item(text, key)) != text.npos;)
-        text = trimmed_end(text.substr(0, found) + edited(text.substr(found), key, nullptr, nullptr));
+        text = support::trimmed_end(text.substr(0, found) + edited(text.substr(found), key, nullptr, nullptr));
     return text;
 }
 
 // Puts the changed text of an entry into the file, unless it says what it said before.
 bool replace_entry(std::string &file, const BootparamsEntry &entry, const std::string &text) {
-    const auto words = bootparams_words(text);
-    if (words == bootparams_words(entry.text))
+    const auto words = support::words_of(text);
+    if (words == support::words_of(entry.text))
         return false;
     file.replace(entry.begin, entry.end - entry.begin, words.size() > 1 ? text + entry.tail : "");
     return true;
@@ -115,7 +114,7 @@ std::string defect_of(const BootparamsItem &item) {
 
 std::variant<std::vector<BootparamsItem>, std::string> parse_items(std::string_view text) {
     std::vector<BootparamsItem> items;
-    for (const std::string_view word : bootparams_words(text)) {
+    for (const std::string_view word : support::words_of(text)) {
         const std::size_t equals = word.find('=');
         if (equals == word.npos)
             return std::string(word) + " is no item; items are given as KEY=SERVER:PATH or KEY=VALUE";

@@ -8,6 +8,7 @@
 #include "hostadm/table_edit.hpp"
 #include "support/edit_failure.hpp"
 #include "support/host_tables.hpp"
+#include "support/words.hpp"
 
 namespace hostadm::support {
 

@@ -12,6 +12,7 @@
 #include "hostadm/table_edit.hpp"
 #include "support/client_entry.hpp"
 #include "support/host_tables.hpp"
+#include "support/words.hpp"
 
 namespace hostadm::support {
 

@@ -11,12 +11,11 @@
 
 #include "hostadm/table_edit.hpp"
 #include "support/edit_failure.hpp"
+#include "support/words.hpp"
 
 namespace hostadm::support {
 
 namespace {
-
-constexpr std::string_view blanks = " \t\r";
 
 // A line without its comment, taken apart.
 struct Line {
@@ -48,17 +47,6 @@ std::string lower_case(std::string_view text) {
     std::transform(lower.begin(), lower.end(), lower.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return lower;
-}
-
-std::vector<std::string_view> words_of(std::string_view text) {
-    std::vector<std::string_view> words;
-    for (;;) {
-        text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
-        if (text.empty())
-            return words;
-        words.push_back(text.substr(0, text.find_first_of(blanks)));
-        text.remove_prefix(words.back().size());
-    }
 }
 
 std::optional<std::string> HostTable::same_spelling(std::string_view key) const {

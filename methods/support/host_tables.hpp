@@ -54,8 +54,6 @@ HostTable hosts_table();
 HostTable ethers_table();
 
 std::string lower_case(std::string_view text);
-// The words of a text, between blanks.
-std::vector<std::string_view> words_of(std::string_view text);
 
 // Calls use(line) for every line of a text, without its newline.
 template <typename Use> void for_each_line(std::string_view text, Use use) {
