@@ -433,4 +433,16 @@ int read_file(const std::string &path, std::string &text) {
     });
 }
 
+FolderLock::FolderLock(const std::string &folder, std::chrono::milliseconds patience) {
+    status_ = status_of([&] {
+        folder_ = complete([&] { return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+        lock(folder_, Clock::now() + patience);
+    });
+}
+
+FolderLock::~FolderLock() {
+    if (folder_ >= 0)
+        close(folder_);
+}
+
 } // namespace hostadm::tables

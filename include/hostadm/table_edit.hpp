@@ -71,6 +71,22 @@ int splice_file(const std::string &path,
                 const std::function<int(std::string_view text, std::optional<Splice> &splice)> &change,
                 const Options &options = {});
 
+// The lock of a folder's tables, for work that is more than one edit. It is waited for like any editor's, and
+// goes with the object.
+class FolderLock {
+public:
+    explicit FolderLock(const std::string &folder, std::chrono::milliseconds patience = Options{}.patience);
+    ~FolderLock();
+    FolderLock(const FolderLock &) = delete;
+    FolderLock &operator=(const FolderLock &) = delete;
+
+    int status() const { return status_; } // 0: held; otherwise it is not
+
+private:
+    int folder_ = -1;
+    int status_ = 0;
+};
+
 // Reads the whole text. No lock is needed for one whole state of the file, and none is taken.
 int read_file(const std::string &path, std::string &text);
 

@@ -20,6 +20,7 @@
 namespace {
 
 using hostadm::tables::edit_file;
+using hostadm::tables::FolderLock;
 using hostadm::tables::Options;
 using hostadm::tables::table_locked;
 using namespace std::chrono_literals;
@@ -51,6 +52,23 @@ TEST_F(Lock, EditorWhoMayNotWaitIsToldThatTheTableIsLocked) {
     const Holder holder(folder());
     EXPECT_EQ(edit_file(file, append_line, {.patience = 0ms}), table_locked);
     EXPECT_EQ(tests::content(file), "old\n");
+}
+
+TEST_F(Lock, FolderLockKeepsEditorsOutAsLongAsItLives) {
+    const auto file = table("old\n");
+    {
+        const FolderLock lock(folder(), 0ms);
+        ASSERT_EQ(lock.status(), 0);
+        EXPECT_EQ(edit_file(file, append_line, {.patience = 0ms}), table_locked);
+    }
+    EXPECT_EQ(edit_file(file, append_line, {.patience = 0ms}), 0);
+}
+
+TEST_F(Lock, FolderLockTellsWhyItIsNotHeld) {
+    EXPECT_EQ(FolderLock(path("missing")).status(), -ENOENT);
+    EXPECT_EQ(FolderLock(table("a file\n")).status(), -ENOTDIR);
+    const Holder holder(folder());
+    EXPECT_EQ(FolderLock(folder(), 50ms).status(), table_locked);
 }
 
 TEST_F(Lock, WaitingIsBounded) {

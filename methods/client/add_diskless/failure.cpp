@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: MIT
+#include "failure.hpp"
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+
+namespace hostadm::diskless {
+
+void fail(const std::string &text) {
+    throw std::runtime_error(text);
+}
+
+void fail_errno(const std::string &what) {
+    fail(what + ": " + std::strerror(errno));
+}
+
+} // namespace hostadm::diskless

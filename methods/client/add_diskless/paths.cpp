@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+#include "paths.hpp"
+
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <system_error>
+
+namespace hostadm::diskless {
+
+namespace fs = std::filesystem;
+
+bool exists(const std::string &path) {
+    struct stat file {};
+    return lstat(path.c_str(), &file) == 0;
+}
+
+bool is_directory(const std::string &path) {
+    std::error_code error;
+    return fs::is_directory(path, error);
+}
+
+std::string parent_of(const std::string &path) {
+    return fs::path(path).parent_path();
+}
+
+} // namespace hostadm::diskless
