@@ -105,7 +105,7 @@ protected:
         forks = true;
         commands_of_child.clear();
     }
-    void TearDown() override { SetUp(); }
+    void TearDown() override { Daemons::SetUp(); }
     void process(const Sleeper &sleeper, const char *name, const char *arguments, bool defunct = false) {
         fakes::platform().processes[sleeper.id()] = {defunct ? 1 : 0, name, arguments};
     }
