@@ -30,11 +30,15 @@ std::string defect_of(const std::string &root) {
 int work(Call &call) {
     using namespace hostadm::support;
     const std::string root = real_path_of(call.get("rootpath"));
-    if (const std::string defect = defect_of(root); !defect.empty())
+    const std::vector<std::string> sources = split_paths(call.get("sources"));
+    std::string defect = defect_of(root);
+    for (const std::string &source : sources)
+        if (defect.empty())
+            defect = defect_of_source(root, source);
+    if (!defect.empty())
         return call.fail(defect);
     call.progress("filling " + root);
-    const int status =
-        fill_root(call, root, call.get("os_name"), call.get("os_version"), split_paths(call.get("sources")));
+    const int status = fill_root(call, root, call.get("os_name"), call.get("os_version"), sources);
     if (status == 2)
         call.left_undone(root +
                          " may hold part of what was to be in it; run this again when the cause is mended");

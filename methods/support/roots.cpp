@@ -150,7 +150,20 @@ std::string defect_of_root(const std::string &root) {
     std::error_code error;
     if (!fs::is_directory(root, error))
         return root + " is no directory; give the client's root directory on this server";
-    return fs::equivalent(root, "/", error) ? root + " is this server's own root, not a client's" : "";
+    if (fs::equivalent(root, "/", error))
+        return root + " is this server's own root, not a client's";
+    return is_near_server_root(fs::canonical(root)) ? root + " is too near to the root of this server" : "";
+}
+
+std::string defect_of_source(const std::string &root, const std::string &source) {
+    std::error_code error;
+    const std::string into = fs::weakly_canonical(root, error);
+    const std::string from = error ? "" : fs::weakly_canonical(source, error).string();
+    if (error)
+        return "cannot tell whether " + root + " and " + source + " lie in one another: " + error.message();
+    return is_at_or_below(into, from) || is_at_or_below(from, into)
+               ? "the root " + root + " and its source " + source + " lie in one another"
+               : "";
 }
 
 std::string way_out_of_root(const std::string &root, const std::string &below) {
