@@ -94,6 +94,9 @@ int work(Call &call) {
     });
     if (ending.done)
         return 0;
+    if (journal.entries().empty() && !call.given("tree") && !call.given("packages") &&
+        !call.given("install_hierarchy"))
+        call.fail("where the operating system lies was not said: give tree, packages or install_hierarchy");
     if (!ending.reason.empty())
         call.fail(ending.reason);
     take_back(call, journal, [&](const auto &entry) { return undo(call, entry); });

@@ -115,11 +115,14 @@ bool names_others(const std::string &options, const std::string &client) {
 Result remove_links(Call &call, const Client &client) {
     if (client.address.empty() || boot_links_of(client.address).empty())
         return {"unchanged", "none"};
+    std::string names;
+    for (const BootLink &link : boot_links_of(client.address))
+        names += (names.empty() ? "" : ", ") + link.name;
     const SilencedErrors silence;
     cleanup_tftpboot_dir(call.method().c_str(), client.address.c_str());
     if (!boot_links_of(client.address).empty())
         fail("cannot remove the links of " + client.address + " from " + tftpboot);
-    return {"done", address_digits(client.address)};
+    return {"done", names};
 }
 
 Result unshare(Call &call, const Client &client, const std::string &path) {

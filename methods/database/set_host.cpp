@@ -1,11 +1,18 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
+#include <string>
+
 #include "hostadm.h"
 #include "hostadm/method.hpp"
+#include "hostadm/table_edit.hpp"
 #include "support/edit_failure.hpp"
+#include "support/host_tables.hpp"
+#include "support/words.hpp"
 
 namespace {
 
 using namespace hostadm::method;
+using namespace hostadm::support;
 
 const Description description{
     .name = "database/set_host",
@@ -13,12 +20,34 @@ const Description description{
     .arguments = {{"address", Kind::address, "IPv4 address", true},
                   {"hostname", Kind::host, "its name", true},
                   {"table", Kind::path, "the table to edit", false, "/etc/hosts"}},
+    .outputs = {{"replaced", "the names that the address had before, if any"}},
 };
 
+// The names of the address in the table.
+std::string names_of(const std::string &address, const std::string &table) {
+    std::string text, names;
+    hostadm::tables::read_file(table, text);
+    for_each_line(text, [&](std::string_view line) {
+        const std::string_view entry = trimmed(line.substr(0, line.find('#')));
+        if (names.empty() && first_word(entry) == address)
+            names = trimmed(entry.substr(address.size()));
+    });
+    return names;
+}
+
 int work(Call &call) {
-    const std::string table = call.get("table");
-    const int status = set_hosts(table.c_str(), call.get("address").c_str(), call.get("hostname").c_str());
-    return status == 0 ? 0 : call.fail(hostadm::methods::edit_failure(table, status));
+    const std::string address = call.get("address"), name = call.get("hostname"), table = call.get("table");
+    const std::string before = names_of(address, table);
+    const auto words = words_of(before);
+    if (lower_case(name) != "localhost" && std::find(words.begin(), words.end(), "localhost") != words.end())
+        return call.fail("the line of " + address + " in " + table +
+                         " would lose the name localhost; edit it by hand");
+    const int status = set_hosts(table.c_str(), address.c_str(), name.c_str());
+    if (status != 0)
+        return call.fail(hostadm::methods::edit_failure(table, status));
+    if (!before.empty() && before != name)
+        call.set("replaced", before);
+    return 0;
 }
 
 } // namespace

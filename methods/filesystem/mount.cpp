@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
+#include <string>
+
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 
@@ -38,7 +41,13 @@ const Description description{
           .default_value = "/etc/vfstab"}},
 };
 
+bool is_pass(const std::string &text) {
+    return text == "-" || std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
 int work(Call &call) {
+    if (!is_pass(call.get("fsckpass")))
+        return call.refuse("the argument fsckpass is a number, or \"-\" for never");
     if (call.get("resource") == "-")
         return call.refuse("the argument resource cannot be \"-\"; name a device, or HOST:/PATH");
     if (call.get("fstype") != "nfs" && !call.given("fsckdev"))

@@ -27,8 +27,14 @@ const Description description{
 };
 
 int work(Call &call) {
-    return unmount_filesystem(call.get("mountpt").c_str(), call.get("takeeffect").c_str(),
-                              call.get("vfstab").c_str(), call.method().c_str());
+    constexpr int table_unchanged = 38;
+    const std::string point = call.get("mountpt"), effect = call.get("takeeffect"),
+                      table = call.get("vfstab");
+    const int status =
+        unmount_filesystem(point.c_str(), effect.c_str(), table.c_str(), call.method().c_str());
+    if (status == table_unchanged && effect != "bootonly")
+        call.left_undone(point + " has been unmounted; " + table + " is as it was");
+    return status;
 }
 
 } // namespace

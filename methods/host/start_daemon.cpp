@@ -28,7 +28,9 @@ const Description description{
                    .kind = Kind::text,
                    .purpose =
                        "its arguments, as in a shell command; in.rarpd and rpld always get -a instead"}},
-    .outputs = {{"state", "started, or running already"}, {"pid", "its process id, when it is seen running"}},
+    .outputs = {{"state",
+                 "started, or running already; or that it was not seen running, as when it ended at once"},
+                {"pid", "its process id, when it is seen running"}},
 };
 
 // A daemon needs a moment to come up, and to leave the shell that started it; one that cannot work ends a

@@ -16,6 +16,7 @@ const Description description{
     .name = "netboot/cleanup_rplboot",
     .purpose = "remove a client's links from /rplboot; the shared files stay",
     .arguments = {{"client_key", Kind::word, "the name under which the client asks, whole", true}},
+    .outputs = {{"removed", "how many links were removed"}},
 };
 
 std::vector<std::string> names_that_begin_with(const std::string &key) {
@@ -29,7 +30,10 @@ std::vector<std::string> names_that_begin_with(const std::string &key) {
 
 int work(Call &call) {
     const std::string key = call.get("client_key");
+    if (key.front() == '.') // for the shell, "..*" is more than a client's files
+        return call.refuse("client_key: \"" + key + "\" is no client's key");
     const std::vector<std::string> names = names_that_begin_with(key);
+    call.set("removed", "0");
     // The library takes all of them, whosever they are: shared files and those of a longer key, too.
     for (const std::string &name : names)
         if (name != key + ".hw.com" && name != key + ".glue.com" && name != key + ".inetboot")
@@ -39,6 +43,7 @@ int work(Call &call) {
         return 0;
     if (cleanup_rplboot_dir(call.method().c_str(), key.c_str()) != 0)
         return call.fail("cannot remove the files of " + key + " from /rplboot");
+    call.set("removed", std::to_string(names.size()));
     return 0;
 }
 

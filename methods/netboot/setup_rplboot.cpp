@@ -38,6 +38,9 @@ std::string broken_link(const std::string &key) {
 
 int work(Call &call) {
     const std::string key = call.get("client_key");
+    if (key.find_first_not_of("0123456789abcdefABCDEF") != key.npos)
+        return call.refuse("client_key: \"" + key +
+                           "\" is no Ethernet address in hexadecimal digits alone, such as 080020010203");
     const std::string root_dir = call.get("root_dir") == "/" ? "" : call.get("root_dir");
     const std::string inst_set = lower_case(call.get("instruction_set")),
                       impl_arch = lower_case(call.get("implementation_arch")), os_name = call.get("os_name"),

@@ -5,7 +5,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
+#include <system_error>
 
 #include "hostadm.h"
 #include "hostadm/platform.h"
@@ -31,6 +33,9 @@ void check_sources() {
         if (source == "files" && access(bootparams_path, R_OK) != 0 && errno != ENOENT)
             throw std::runtime_error(std::string(bootparams_path) +
                                      " cannot be read: " + std::strerror(errno));
+        if (std::error_code error; source == "files" && std::filesystem::is_directory(bootparams_path, error))
+            throw std::runtime_error(std::string(bootparams_path) +
+                                     " cannot be read: " + std::strerror(EISDIR));
     }
 }
 

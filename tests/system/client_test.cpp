@@ -225,12 +225,13 @@ TEST_F(Client, IsAddedWithAllThatItNeeds) {
                             "boot links: done", "bootparams: done", "hosts: done", "ethers: done"));
     EXPECT_EQ(content("/etc/hosts"), "# hosts\n127.0.0.1\tlocalhost\n10.1.2.1\tserver1\n10.1.2.3\tc1\n");
     EXPECT_EQ(content("/etc/ethers"), "# ethers\n08:00:20:0a:0b:0c\tc1\n");
-    EXPECT_EQ(content("/etc/bootparams"), "other root=elsewhere:/export/root/other\n"
-                                       "c1 root=server1:/export/root/c1 swap=server1:/export/swap/c1/swap\n");
+    EXPECT_EQ(content("/etc/bootparams"),
+              "other root=elsewhere:/export/root/other\n"
+              "c1 root=server1:/export/root/c1 swap=server1:/export/swap/c1/swap\n");
     EXPECT_EQ(content("/etc/dfs/dfstab"), "# shares\nshare -F nfs -o rw=c1,root=c1 /export/root/c1\n"
-                                       "share -F nfs -o rw=c1,root=c1 /export/swap/c1\n");
+                                          "share -F nfs -o rw=c1,root=c1 /export/swap/c1\n");
     EXPECT_EQ(content("/etc/dfs/sharetab"), "-  /export/root/c1  rw=c1,root=c1  \"\"\n"
-                                         "-  /export/swap/c1  rw=c1,root=c1  \"\"\n");
+                                            "-  /export/swap/c1  rw=c1,root=c1  \"\"\n");
     for (const char *link : {"/tftpboot/0A010203", "/tftpboot/0A010203.KEL4M"})
         EXPECT_EQ(fs::read_symlink(link), "inetboot.kel4m.Quorvel_2.5") << link;
     EXPECT_EQ(fs::read_symlink("/tftpboot/tftpboot"), ".");
@@ -268,6 +269,25 @@ TEST_F(Client, IsNotChangedByASecondRun) {
     EXPECT_EQ(snapshot(true), before);
     EXPECT_THAT(second.steps(), Each(testing::EndsWith(": unchanged")));
     EXPECT_EQ(second.steps().size(), 11u);
+}
+
+TEST_F(Client, MayGetADumpFileLater) {
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    const Ran added = method("client/add_diskless " + c1 + tree + " dumppath=/export/dump/c1/dump");
+    EXPECT_EQ(added.status, 0) << added.errors;
+    EXPECT_THAT(added.steps(), Contains("dump: done"));
+    EXPECT_THAT(content("/etc/bootparams"), HasSubstr(" dump=server1:/export/dump/c1/dump\n"));
+}
+
+TEST_F(Client, IsToldThatAnotherBootProgramStays) {
+    write("/other/boot", "another boot program\n");
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    const Ran told = method("client/add_diskless " + c2 + tree + " boot_program=/other/boot");
+    EXPECT_EQ(told.status, 0) << told.errors;
+    EXPECT_THAT(told.warnings(), Contains(HasSubstr("differs from /other/boot and stays")));
+    const std::string program = "/tftpboot/inetboot.kel4m.Quorvel_2.5";
+    const Ran same = method("client/add_diskless " + c2 + tree + " boot_program=" + program);
+    EXPECT_THAT(same.warnings(), Not(Contains(HasSubstr("differs"))));
 }
 
 TEST_F(Client, MayHaveADumpFile) {
@@ -540,6 +560,10 @@ TEST_F(Client, HasARootASwapAndADumpThatAreNotInEachOthersWay) {
     fs::create_directories("/export/folder");
     expect_refused("/export/folder is no plain file", c1 + tree + " swappath=/export/folder");
     expect_refused("/export/folder is no plain file", c1 + tree + " dumppath=/export/folder");
+    expect_refused("a swap file of 0 bytes is of no use", c1 + tree + " swap_size=0");
+    expect_refused("the server nobody.lab has no address here",
+                   "hostname=c1 address=10.1.2.3 ethernet=8:0:20:a:b:c server=nobody.lab" + identity + tree);
+    expect_refused("give tree, packages or install_hierarchy", c1);
     expect_undone("/export/root/c1/etc is no plain file", c1 + tree + " swappath=/export/root/c1/etc");
     expect_undone("/export/root/c1/etc is no plain file", c1 + tree + " dumppath=/export/root/c1/etc");
 }
@@ -926,6 +950,29 @@ TEST_F(Client, RplbootIsCleanedOfOneClientOnly) {
     EXPECT_EQ(std::distance(fs::directory_iterator("/rplboot"), fs::directory_iterator()), 3);
 }
 
+TEST_F(Client, RplbootKeyIsOfHexadecimalDigits) {
+    for (const char *key : {"zz", "..", "smc", "8:0:20:1:2:3"}) {
+        const Ran refused = method(std::string("netboot/setup_rplboot client_key=") + key + identity);
+        EXPECT_EQ(refused.status, 2) << key;
+        EXPECT_THAT(refused.errors, HasSubstr("client_key")) << key;
+    }
+    EXPECT_EQ(method("netboot/cleanup_rplboot client_key=..").status, 2);
+    const Ran none = method("netboot/cleanup_rplboot client_key=080020aabbcc");
+    EXPECT_EQ(none.results["outputs"]["removed"], "0");
+}
+
+TEST_F(Client, NamesThatAnAddressLosesAreTold) {
+    write("/etc/hosts", "127.0.0.1 localhost\n10.1.2.9\tc9.lab c9 old # of the lab\n");
+    EXPECT_EQ(method("database/set_host address=10.1.2.9 hostname=c9").results["outputs"]["replaced"],
+              "c9.lab c9 old");
+    EXPECT_TRUE(method("database/set_host address=10.1.2.9 hostname=c9").results["outputs"].empty())
+        << "nothing is lost";
+    const Ran refused = method("database/set_host address=127.0.0.1 hostname=c9");
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(refused.errors, HasSubstr("would lose the name localhost"));
+    EXPECT_THAT(content("/etc/hosts"), HasSubstr("127.0.0.1 localhost\n"));
+}
+
 TEST_F(Client, NameMayBeSetAlone) {
     EXPECT_EQ(method("database/set_host address=10.1.2.9 hostname=c9").status, 0);
     EXPECT_THAT(content("/etc/hosts"), testing::EndsWith("10.1.2.9\tc9\n"));
@@ -956,6 +1003,30 @@ TEST_F(Client, RootIsNeverTheServersOwn) {
     ASSERT_EQ(stat("/var", &after), 0);
     EXPECT_EQ(after.st_ctim.tv_nsec, before.st_ctim.tv_nsec) << "it did not change hands";
     EXPECT_THAT(method("service/apply_patches root=/").errors, HasSubstr("is this server's own root"));
+}
+
+TEST_F(Client, RootIsNotFilledFromItself) {
+    write("/export/all/tree/etc/motd", "kept\n");
+    fs::create_directory_symlink("/export/all/tree", "/export/link");
+    for (const char *root : {"/export/all/tree", "/export/link", "/export/all/tree/etc", "/export/all"}) {
+        const Ran refused =
+            method("service/create_root os_name=Quorvel os_version=4.1 sources=/export/all/tree "
+                   "rootpath=" +
+                   std::string(root));
+        EXPECT_EQ(refused.status, 1);
+        EXPECT_THAT(refused.errors, HasSubstr("lie in one another")) << root;
+        EXPECT_EQ(content("/export/all/tree/etc/motd"), "kept\n") << root;
+    }
+}
+
+TEST_F(Client, RootIsNoFolderOfTheServer) {
+    write("/export/tree/hosts", "not the server's\n");
+    const std::string before = content("/etc/hosts");
+    EXPECT_THAT(
+        method("service/create_root os_name=Q os_version=4.1 sources=/export/tree rootpath=/etc").errors,
+        HasSubstr("/etc is too near to the root of this server"));
+    EXPECT_EQ(content("/etc/hosts"), before);
+    EXPECT_THAT(method("service/apply_patches root=/etc").errors, HasSubstr("too near to the root"));
 }
 
 TEST_F(Client, RootThatIsFilledInPartIsTold) {

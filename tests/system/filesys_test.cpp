@@ -430,6 +430,7 @@ TEST_F(RealFilesys, BadArgumentsAreRefusedByName) {
         {"mount resource=h:/d mountpt=/d fsckdev='a b'", "fsckdev"},
         {"mount resource=h:/d mountpt=/d fstype='$(x)'", "fstype"},
         {"mount resource=h:/d mountpt=/d fsckdev=- fsckpass='*'", "fsckpass"},
+        {"mount resource=h:/d mountpt=/d fsckdev=- fsckpass=x", "fsckpass"},
         {"mount resource=h:/d mountpt=/d fsckdev=- mountatboot=perhaps", "mountatboot"},
         {"mount resource=h:/d mountpt=/d fsckdev=- mntopts='rw;x'", "mntopts"},
         {"mount resource=h:/d mountpt=/d fsckdev=- takeeffect=never", "takeeffect"},

@@ -27,7 +27,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-void check_addresses(const Client &client) {
+void check_addresses(const Call &call, const Client &client) {
     const in_addr_t address = ntohl(inet_addr(client.address.c_str()));
     if (address >> 24 == 0 || address >> 24 == 127 || address >> 28 >= 14)
         fail(client.address + " is no address of a host");
@@ -36,6 +36,10 @@ void check_addresses(const Client &client) {
     if (lower_case(client.hostname) == lower_case(local_host_name()) ||
         lower_case(client.hostname) == "localhost")
         fail(client.hostname + " is this server");
+    if (call.given("server") && address_of_host(client.server).empty())
+        fail("the server " + client.server +
+             " has no address here, so the client could not be told where its root is; add a line to "
+             "/etc/hosts, or give another name");
     const ether_addr *ethernet = ether_aton(client.ethernet.c_str());
     constexpr std::uint8_t nobody[6] = {};
     if (ethernet == nullptr || (ethernet->ether_addr_octet[0] & 1) != 0 ||
@@ -86,23 +90,21 @@ bool is_same_item(const std::string &one, const std::string &other) {
     return plain(one) == plain(other);
 }
 
-// Whether bootparams has this client with this data already.
+// Whether bootparams has this client with this root already; an item that it lacks may still be added.
 bool check_entry(const Client &client) {
     const std::string items = client_items(client.hostname);
     const struct {
         const char *key;
         const std::string &path;
     } wanted[] = {{"root", client.root}, {"swap", client.swap}, {"dump", client.dump}};
-    bool whole = true;
     for (const auto &[key, path] : wanted) {
         const std::string there = item_of(items, key);
         const std::string ours = path.empty() ? "" : client.server + ":" + path;
         if (!there.empty() && !is_same_item(there, ours))
             fail(client.hostname + " is a client already, with " + key + "=" + there + " in /etc/bootparams" +
                  (ours.empty() ? "" : ", not " + ours) + "; remove it first (client/remove)");
-        whole = whole && there.empty() == ours.empty();
     }
-    return whole;
+    return !item_of(items, "root").empty();
 }
 
 void check_root(const Client &client, bool known) {
@@ -129,9 +131,8 @@ void check_source(const Call &call, const Client &client) {
     for (const std::string &source : sources) {
         if (!is_directory(source))
             fail("there is no operating system at " + source + ": no such directory");
-        const std::string there = fs::canonical(source);
-        if (is_at_or_below(client.root, there) || is_at_or_below(there, client.root))
-            fail("the root " + client.root + " and its source " + source + " lie in one another");
+        if (const std::string defect = defect_of_source(client.root, source); !defect.empty())
+            fail(defect);
     }
     if (!client.tree.empty() && !is_tree(client.tree))
         fail(client.tree + " is no root file system: it holds neither etc nor usr");
@@ -191,7 +192,7 @@ void check_dump(const Client &client) {
 }
 
 bool check(const Call &call, const Client &client) {
-    check_addresses(client);
+    check_addresses(call, client);
     check_table(hosts_table(), client.address, client.hostname);
     check_table(ethers_table(), client.ethernet, client.hostname);
     check_other_clients(client);

@@ -36,6 +36,8 @@ std::uint64_t bytes_in(const std::string &size) {
     const std::string unit = lower_case(std::string(end, size.data() + size.size()));
     const int shift = unit == "k" ? 10 : unit == "m" ? 20 : unit == "g" ? 30 : 0;
     constexpr std::uint64_t largest = 1ull << 62;
+    if (count == 0)
+        fail("a swap file of " + size + " bytes is of no use; give a swap_size such as 32m");
     if (count > largest >> shift)
         fail("a swap file of " + size + " is more than any file can hold");
     return count << shift;

@@ -5,11 +5,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <system_error>
 
 #include "boot_area_lock.hpp"
@@ -37,6 +40,12 @@ std::string upper_case(std::string text) {
     for (char &c : text)
         c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     return text;
+}
+
+bool differ(const std::string &one, const std::string &other) {
+    std::ifstream first(one, std::ios::binary), second(other, std::ios::binary);
+    std::istreambuf_iterator<char> byte(first), end;
+    return !std::equal(byte, end, std::istreambuf_iterator<char>(second), end);
 }
 
 } // namespace
@@ -157,8 +166,13 @@ void Steps::share(const std::string &path) {
 // Copies the boot program as a whole or not at all: half of one would be taken for whole for ever.
 bool Steps::ensure_boot_program() {
     const std::string program = std::string(tftpboot) + "/" + client_.boot_name;
-    if (exists(program))
+    if (exists(program)) {
+        if (call_.given("boot_program") && differ(program, call_.get("boot_program")))
+            warn("boot program",
+                 program + " differs from " + call_.get("boot_program") +
+                     " and stays, since other clients may boot it; to replace it, remove it first");
         return false;
+    }
     const auto &[inst_set, impl_arch, os_name, os_version] = client_.identity;
     std::string source = call_.get("boot_program");
     if (source.empty()) {
@@ -253,9 +267,9 @@ void Steps::daemons() {
         call_.progress(std::string("starting ") + rarpd);
         start_daemon(rarpd, nullptr);
         constexpr int tries = 50; // of 10 ms; it needs a few
-        for (int i = 0; i < tries && check_rarpd(nullptr) != HOSTADM_DAEMON_RUNNING; ++i)
+        for (int i = 0; i < tries && !serves_rarp(); ++i)
             usleep(10'000);
-        if (check_rarpd(nullptr) == HOSTADM_DAEMON_RUNNING)
+        if (serves_rarp())
             report("reverse ARP", true, std::string(rarpd) + " -a");
     }
     for (const BootDaemon &daemon : boot_daemons()) {
