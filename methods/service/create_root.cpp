@@ -19,7 +19,7 @@ const Description description{
 
 // What keeps the library from working in the root and nowhere else; empty: nothing.
 std::string defect_of(const std::string &root) {
-    std::string defect = hostadm::support::defect_of_root(root);
+    std::string defect = hostadm::support::defect_of_deep_root(root);
     for (const char *below :
          {"/var/sadm/softinfo", "/var/sadm/install_data", "/var/sadm/system/admin", "/usr"})
         if (defect.empty())

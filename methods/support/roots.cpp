@@ -150,9 +150,14 @@ std::string defect_of_root(const std::string &root) {
     std::error_code error;
     if (!fs::is_directory(root, error))
         return root + " is no directory; give the client's root directory on this server";
-    if (fs::equivalent(root, "/", error))
-        return root + " is this server's own root, not a client's";
-    return is_near_server_root(fs::canonical(root)) ? root + " is too near to the root of this server" : "";
+    return fs::equivalent(root, "/", error) ? root + " is this server's own root, not a client's" : "";
+}
+
+std::string defect_of_deep_root(const std::string &root) {
+    const std::string defect = defect_of_root(root);
+    return defect.empty() && is_near_server_root(fs::canonical(root))
+               ? root + " is too near to the root of this server"
+               : defect;
 }
 
 std::string defect_of_source(const std::string &root, const std::string &source) {

@@ -45,12 +45,12 @@ refused_with() { # refused_with PATTERN COMMAND...: COMMAND fails for this reaso
     echo "$output"
     [[ $output =~ $pattern ]]
 }
-soon() { # at most 5 s, 5 ms apart
+soon() { # at most 30 s, 5 ms apart
     local tries
-    for tries in $(seq 1000); do "$@" >/dev/null 2>&1 && return; sleep 0.005; done
+    for tries in $(seq 6000); do "$@" >/dev/null 2>&1 && return; sleep 0.005; done
     "$@"
 }
-client() { nsenter --net=/run/netns/client timeout 5 "$@"; }
+client() { nsenter --net=/run/netns/client timeout 30 "$@"; }
 
 # ---- the machine room ----------------------------------------------------------------------------------------
 
@@ -115,7 +115,7 @@ boots() { # boots NAME ADDRESS ETHERNET MOTD: every stage answers
     digits=$(printf '%02X%02X%02X%02X' ${address//./ })
     plug_in "$3"
     check "$name: reverse ARP gives the address" \
-        says "address $address from server $server" client reverse_arp cli0 $patience 4
+        says "address $address from server $server" client reverse_arp cli0 $patience 20
     take_address "$address"
     check "$name: TFTP gives the boot program by the address" fetch "$digits"
     check "$name: TFTP gives the boot program by address and architecture" fetch "$digits.KEL4M"

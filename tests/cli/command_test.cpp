@@ -361,12 +361,12 @@ TEST(Descriptions, MakeManualPagesThatRender) {
         EXPECT_THAT(entry["PURPOSE"].get<std::string>(), Not(StartsWith("("))) << name;
         name[name.find('/')] = '-';
         const std::string page = share + "/man/man8/hostadm-" + name + ".8";
-        const Seen shown = shell("man --warnings -l " + page);
+        const Seen shown = shell("LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -l " + page);
         EXPECT_EQ(shown.status, 0) << page;
         EXPECT_EQ(shown.err, "") << page;
         EXPECT_THAT(shown.out, HasSubstr("EXIT STATUS")) << page;
     }
-    const Seen shown = shell("man --warnings -l " + share + "/man/man1/hostadm.1");
+    const Seen shown = shell("LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -l " + share + "/man/man1/hostadm.1");
     EXPECT_EQ(shown.err, "");
     EXPECT_THAT(shown.out, HasSubstr("hostadm - keep the network-boot side of a server in order"));
 }

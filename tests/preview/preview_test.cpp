@@ -156,7 +156,7 @@ TEST(Preview, NotesCommandsAndDoesNotRunThem) {
              {"/usr/sbin/mount", "/usr/sbin/umount", "/usr/sbin/unshare", "/usr/lib/nfs/nfsd"})
             write_program(path, "#!/bin/sh\necho ran $0 >>/run/ran\necho ran $0 >>/ran\n");
         install_method("test/act", "/usr/sbin/mount -F nfs 'srv:/a b' /mnt\n/usr/sbin/umount /mnt\n"
-                                   "(sleep 0.2; /usr/lib/nfs/nfsd -a 16) &\n/usr/sbin/rpld -a ''");
+                                   "(sleep 1; /usr/lib/nfs/nfsd -a 16) &\n/usr/sbin/rpld -a ''");
         const Result result = command("preview test/act");
         EXPECT_THAT(result.output,
                     HasSubstr("Commands:\n  /usr/sbin/mount -F nfs 'srv:/a b' /mnt\n  /usr/sbin/umount /mnt\n"
@@ -376,7 +376,7 @@ TEST(Preview, GivesEverythingAsJson) {
 TEST(Preview, CutsOffARunAtItsTimeLimit) {
     on_a_system([] {
         install_method("test/slow", "echo x >/etc/begun; sleep 600");
-        const Result result = command("preview --time-limit 0.5 test/slow");
+        const Result result = command("preview --time-limit 2 test/slow");
         EXPECT_EQ(result.status, 1);
         EXPECT_THAT(result.output, HasSubstr("+++ /etc/begun\n"));
         EXPECT_THAT(result.errors, HasSubstr("time limit"));

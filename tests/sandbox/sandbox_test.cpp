@@ -10,12 +10,13 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
+#include "support/eventually.hpp"
 #include "support/scratch.hpp"
 
 namespace fs = std::filesystem;
@@ -33,6 +34,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::UnorderedElementsAre;
 using tests::content;
+using tests::eventually;
 
 namespace {
 
@@ -55,6 +57,15 @@ Options shell(const std::string &script) {
 // A directory of the running system that a test may fill, outside /tmp; it goes with the test.
 class Sandbox : public testing::Test {
 protected:
+    // What it mounts, others who look at the running system meanwhile do not see, and what they mount it does not.
+    static void SetUpTestSuite() {
+        if (geteuid() != 0)
+            return;
+        ASSERT_EQ(unshare(CLONE_NEWNS), 0);
+        ASSERT_EQ(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+        ASSERT_EQ(mount("own", "/dev/shm", "tmpfs", 0, nullptr), 0);
+        umask(022);
+    }
     void SetUp() override {
         if (geteuid() != 0)
             GTEST_SKIP() << "a private root can only be made by root";
@@ -115,16 +126,6 @@ std::vector<std::string> names_in(const fs::path &directory) {
     for (const fs::directory_entry &entry : fs::directory_iterator(directory))
         names.push_back(entry.path().filename());
     return names;
-}
-
-// Waits until a condition holds; false after ten seconds.
-bool eventually(const std::function<bool()> &condition) {
-    for (int i = 0; i < 2000; ++i) {
-        if (condition())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return false;
 }
 
 int status_of(pid_t child) {
@@ -416,7 +417,7 @@ TEST_F(Sandbox, ReadsFilesAsTheyWereLeft) {
 
 TEST_F(Sandbox, KeepsTheChangesOfARunThatRanOutOfTime) {
     Options options = shell("echo x >" + in("made") + "; sleep 600");
-    options.time_limit = std::chrono::milliseconds(500);
+    options.time_limit = std::chrono::seconds(2);
     options.keep_changes = true;
     const Outcome outcome = run(options);
     EXPECT_TRUE(outcome.timed_out);

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <getopt.h>
+#include <sys/stat.h>
 
 #include "hostadm/sandbox.hpp"
 
@@ -83,6 +84,7 @@ int exit_status_for(const hostadm::sandbox::Error &error) {
 
 int main(int argc, char **argv) {
     const hostadm::sandbox::Options options = parse(argc, argv);
+    umask(022); // modes that a test expects are those of an ordinary start
     try {
         const hostadm::sandbox::Outcome outcome = hostadm::sandbox::run(options);
         if (outcome.timed_out)

@@ -13,8 +13,9 @@
 namespace tests {
 
 inline void inside(const std::function<void()> &work, hostadm::sandbox::Options options = {}) {
-    options.time_limit = std::chrono::seconds(120);
+    options.time_limit = std::chrono::seconds(600);
     options.work = [&] {
+        umask(022);
         work();
         return testing::Test::HasFailure() ? 1 : 0;
     };

@@ -10,6 +10,8 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include "support/eventually.hpp"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -90,12 +92,8 @@ void start(const std::string &path, const std::string &arguments) {
 }
 
 void wait_for_calls(const std::string &path, std::size_t count) {
-    constexpr int tries = 2000; // of 5 ms
-    for (int i = 0; calls(path).size() < count; ++i) {
-        if (i == tries)
-            throw std::runtime_error(path + " was not called");
-        usleep(5000);
-    }
+    if (!tests::eventually([&] { return calls(path).size() >= count; }))
+        throw std::runtime_error(path + " was not called");
 }
 
 void answer(const std::string &path, const Answer &what) {

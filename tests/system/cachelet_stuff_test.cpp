@@ -18,6 +18,7 @@
 #include <thread>
 
 #include "hostadm.h"
+#include "support/eventually.hpp"
 #include "support/standin.hpp"
 #include "support/text_files.hpp"
 
@@ -383,8 +384,7 @@ protected:
     // Adds the client while that command is in place, and waits until it has stopped there.
     std::future<Ran> add_slowly() {
         auto adding = std::async(std::launch::async, [this] { return hostadm_slow(add); });
-        for (int i = 0; i < 2000 && !fs::exists("/slow/began"); ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        EXPECT_TRUE(tests::eventually([] { return fs::exists("/slow/began"); }));
         return adding;
     }
     // The older of the two processes of that name answers for the other.

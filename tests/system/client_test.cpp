@@ -22,6 +22,7 @@
 #include <string>
 #include <thread>
 
+#include "support/eventually.hpp"
 #include "support/standin.hpp"
 #include "support/text_files.hpp"
 
@@ -50,7 +51,7 @@ echo "-  $1  $opts  \"\"" >>$tab)";
 const std::string unshare_script = R"(
 shift 2
 [ -f /complain-unshare ] && { echo "unshare: $1: busy"; exit 1; }
-[ ! -f /slow-unshare ] || { : >/slow-unshare-began; sleep 1; }
+[ ! -f /slow-unshare ] || { : >/slow-unshare-began; while [ -f /slow-unshare ]; do sleep 0.05; done; }
 sed -i "\\|  $1  |d" /etc/dfs/sharetab)";
 
 struct Ran {
@@ -439,8 +440,7 @@ TEST_F(Client, GoesAgainWhenTheRunIsInterrupted) {
         const std::string before = snapshot();
         auto adding =
             std::async(std::launch::async, [] { return method("client/add_diskless " + c1 + tree); });
-        for (int i = 0; i < 2000 && !fs::exists("/slow-share-began"); ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        EXPECT_TRUE(tests::eventually([] { return fs::exists("/slow-share-began"); }));
         // The older of the two processes of that name answers for the other.
         std::system((std::string("pkill -o -x -") + signal + " add_diskless").c_str());
         const Ran added = adding.get();
@@ -475,8 +475,7 @@ TEST_F(Client, AndAnotherAreAddedAtOnce) {
 TEST_F(Client, IsWorkedOnByOneRunAtATime) {
     write("/slow-share", "");
     auto adding = std::async(std::launch::async, [] { return method("client/add_diskless " + c1 + tree); });
-    for (int i = 0; i < 2000 && !fs::exists("/slow-share-began"); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_TRUE(tests::eventually([] { return fs::exists("/slow-share-began"); }));
     EXPECT_THAT(method("client/add_diskless " + c1 + tree).errors,
                 HasSubstr("somebody else is working on c1"));
     EXPECT_THAT(method("client/remove hostname=c1").errors, HasSubstr("somebody else is working on c1"));
@@ -488,10 +487,10 @@ TEST_F(Client, IsLockedUntilEverythingIsTakenBack) {
     write("/complain-share-export-swap-c1", "");
     write("/slow-unshare", "");
     auto adding = std::async(std::launch::async, [] { return method("client/add_diskless " + c1 + tree); });
-    for (int i = 0; i < 2000 && !fs::exists("/slow-unshare-began"); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_TRUE(tests::eventually([] { return fs::exists("/slow-unshare-began"); }));
     EXPECT_THAT(method("client/add_diskless " + c1 + tree).errors,
                 HasSubstr("somebody else is working on c1"));
+    fs::remove("/slow-unshare");
     EXPECT_THAT(adding.get().errors, HasSubstr("has been taken back"));
 }
 

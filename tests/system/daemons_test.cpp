@@ -18,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include "hostadm.h"
+#include "support/eventually.hpp"
 #include "support/hostadm_command.hpp"
 #include "support/standin.hpp"
 
@@ -63,8 +64,7 @@ private:
         for (const std::string &word : arguments)
             command_line += word + '\0';
         const std::string file = "/proc/" + std::to_string(id_) + "/cmdline";
-        for (int i = 0; i < 1000 && tests::content(file) != command_line; ++i)
-            usleep(5000);
+        tests::eventually([&] { return tests::content(file) == command_line; });
     }
     pid_t id_;
 };
@@ -216,6 +216,7 @@ TEST_F(RealDaemons, StartedDaemonIsFound) {
     EXPECT_EQ(start_daemon("/usr/lib/nfs/nfsd", "-a 16"), 0);
     const standin::Call call = only_call("/usr/lib/nfs/nfsd");
     EXPECT_EQ(call.arguments, (std::vector<std::string>{"/usr/lib/nfs/nfsd", "-a", "16"}));
+    ASSERT_GT(wait(nullptr), 0) << "the shell that started it, whose command line names it too";
     int id = 0;
     EXPECT_EQ(check_daemon("nfsd", &id), HOSTADM_DAEMON_RUNNING);
     EXPECT_EQ(id, call.pid);

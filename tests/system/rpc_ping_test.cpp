@@ -29,6 +29,7 @@
 #include <thread>
 
 #include "hostadm.h"
+#include "support/eventually.hpp"
 #include "support/run_method.hpp"
 
 namespace {
@@ -146,12 +147,7 @@ void ensure_rpcbind_user() {
 }
 
 bool answers_soon(unsigned long number, unsigned long its_version) {
-    for (int i = 0; i < 100; ++i) {
-        if (rpc_ping("127.0.0.1", number, its_version, 5) == 0)
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    return false;
+    return tests::eventually([&] { return rpc_ping("127.0.0.1", number, its_version, 5) == 0; });
 }
 
 bool in_private_network() {
@@ -257,7 +253,7 @@ TEST_P(RpcProbe, RegisteredServiceThatIsGoneDoesNotAnswer) {
 TEST_P(RpcProbe, HungServiceDoesNotAnswerWithinTheLimit) {
     const UdpSocket silent;
     register_port(silent.port());
-    EXPECT_EQ(rpc_ping("127.0.0.1", program, version, 1), 1);
+    EXPECT_EQ(rpc_ping("127.0.0.1", program, version, 2), 1);
 }
 
 TEST_P(RpcProbe, DoesNotWaitWithoutTime) {

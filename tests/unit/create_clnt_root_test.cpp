@@ -282,8 +282,9 @@ TEST_F(CreateClntRoot, ARootLongerThanAPathBufferIsAnErrorNotATruncation) {
 
 TEST_F(CreateClntRoot, TheAdminFileAsksNothingAndOnlyItsOwnerWritesIt) {
     EXPECT_EQ(setup_environment(root.c_str()), 0);
-    ASSERT_EQ(new_admin_files().size(), 1u);
-    const std::string file = new_admin_files().front();
+    const auto files = new_admin_files();
+    ASSERT_EQ(files.size(), 1u);
+    const std::string &file = files.front();
     EXPECT_THAT(file, MatchesRegex("/tmp/admin\\.[A-Za-z0-9]{6}"));
     EXPECT_EQ(content(file), admin_lines);
     EXPECT_EQ(fs::status(file).permissions() & (fs::perms::group_write | fs::perms::others_write),

@@ -19,6 +19,7 @@
 #include <gtest/gtest.h>
 
 #include "hostadm.h"
+#include "support/eventually.hpp"
 #include "support/fake_commands.hpp"
 #include "support/fake_platform.hpp"
 #include "support/memory_limit.hpp"
@@ -307,8 +308,7 @@ protected:
     }
     std::string record() {
         const std::string path = directory + "/record";
-        for (int i = 0; i < 1000 && !fs::exists(path); ++i)
-            usleep(10000);
+        EXPECT_TRUE(tests::eventually([&] { return fs::exists(path); })) << path;
         return tests::content(path);
     }
     std::string first_line() {
