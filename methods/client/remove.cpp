@@ -230,7 +230,9 @@ void say_what_stays(Call &call, const Client &client) {
         return;
     for (const auto &[step, path] : {std::pair("dump", client.dump), std::pair("root", client.root)})
         if (std::error_code error; !path.empty() && fs::exists(path, error))
-            call.row({{"step", step}, {"result", "kept"}, {"detail", path + " stays without purge=yes"}});
+            call.row({{"step", step},
+                      {"result", "kept"},
+                      {"detail", path + " stays without purge=yes; from now on it is removed by hand"}});
 }
 
 int remove(Call &call, Journal &journal) {
