@@ -131,6 +131,9 @@ A value that is no UTF-8 text is printed in JSON as {"base64": "..."}. With
 the method runs on that host, over
 .BR ssh (1),
 which must log in there without asking for a password.
+TERM and HUP sent to
+.B hostadm
+go on to the method, and how it ended is reported as ever; a method on another host gets HUP when the connection ends.
 .TP
 .B preview
 Runs a method in a throwaway root over this system and shows what it would change; nothing on the system changes.

@@ -4,6 +4,7 @@
 #include <csignal>
 
 #include "commands.hpp"
+#include "core/process.hpp"
 #include "output.hpp"
 
 namespace hostadm::cli {
@@ -148,6 +149,7 @@ Outcome perform(const Invocation &invocation) {
         request.arguments.emplace_back(name, word.substr(equals + 1));
     }
     const KeyboardIgnored ignored;
+    const framework::SignalsPassedOn passed_on;
     return framework::perform("", invocation.method, std::move(request), invocation.host);
 }
 

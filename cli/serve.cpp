@@ -5,6 +5,7 @@
 
 #include "commands.hpp"
 #include "core/descriptor.hpp"
+#include "core/process.hpp"
 #include "output.hpp"
 
 namespace hostadm::cli {
@@ -18,7 +19,10 @@ int serve() {
         print_error("serve", "there is no request on standard input; `hostadm run --host` sends one");
         return usage;
     }
-    const framework::Outcome outcome = framework::perform("", request->method, *request, "");
+    const framework::Outcome outcome = [&] {
+        const framework::SignalsPassedOn passed_on(STDOUT_FILENO); // with the connection its reader goes
+        return framework::perform("", request->method, *request, "");
+    }();
     const int status = static_cast<int>(outcome.status);
     print(framework::to_lines(outcome.answer));
     print(framework::outcome_line(status, outcome.reason));

@@ -2,11 +2,15 @@
 #include "core/process.hpp"
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/signalfd.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -105,15 +109,49 @@ std::vector<char *> pointers(std::vector<std::string> &words) {
 // Descriptors out of the way of those that the child is to have.
 constexpr int beyond_the_childs = 16;
 
+// Where run() finds the signals to pass on, and the stream whose reader may go; -1: nobody asked for that.
+int signals_to_pass_on = -1;
+int stream_to_watch = -1;
+
+// The child has not been waited for yet, so that its number is nobody else's. What it sent to its process group
+// itself it has had.
+void pass_on_signals(pid_t child) {
+    signalfd_siginfo signal;
+    while (read(signals_to_pass_on, &signal, sizeof signal) == sizeof signal)
+        if (signal.ssi_pid != static_cast<std::uint32_t>(child))
+            kill(child, static_cast<int>(signal.ssi_signo));
+}
+
+// Waits until the child has ended or the time is up. True: it goes on.
 bool outlives(pid_t child, int seconds) {
+    using Clock = std::chrono::steady_clock;
     const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
-    pollfd waiting{process.get(), POLLIN, 0};
-    return process.is_open() && poll(&waiting, 1, seconds * 1000) == 0;
+    if (!process.is_open())
+        return false;
+    const auto end = Clock::now() + std::chrono::seconds(seconds);
+    pollfd waiting[] = {{process.get(), POLLIN, 0}, {signals_to_pass_on, POLLIN, 0}, {stream_to_watch, 0, 0}};
+    while (waiting[0].revents == 0) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+        if (seconds > 0 && left <= 0)
+            return true;
+        const int ready = poll(waiting, std::size(waiting), seconds > 0 ? static_cast<int>(left) : -1);
+        if (ready == -1 && errno != EINTR)
+            return false;
+        if (ready <= 0)
+            continue;
+        if (waiting[0].revents == 0 && waiting[1].revents != 0)
+            pass_on_signals(child);
+        if (waiting[0].revents == 0 && waiting[2].revents != 0) {
+            kill(child, SIGHUP);
+            waiting[2].fd = -1; // it is told once
+        }
+    }
+    return false;
 }
 
 Ending wait_for(pid_t child, int time_limit) {
     Ending ending;
-    if (time_limit > 0 && outlives(child, time_limit)) {
+    if ((time_limit > 0 || signals_to_pass_on != -1) && outlives(child, time_limit)) {
         kill(child, SIGKILL);
         ending.timed_out = true;
     }
@@ -164,6 +202,33 @@ Ending run(const Program &program) {
     const int error = spawn(&child, words.front().c_str(), actions.get(), signals.get(), word_list.data(),
                             child_environment);
     return error != 0 ? Ending{.start_error = error} : wait_for(child, program.time_limit);
+}
+
+SignalsPassedOn::SignalsPassedOn(int stream) {
+    sigset_t passed_on;
+    sigemptyset(&passed_on);
+    sigprocmask(SIG_BLOCK, nullptr, &before_);
+    for (const int signal : {SIGTERM, SIGHUP}) {
+        struct sigaction action {};
+        sigaction(signal, nullptr, &action);
+        if (action.sa_handler != SIG_IGN && sigismember(&before_, signal) == 0)
+            sigaddset(&passed_on, signal);
+    }
+    signals_ = Descriptor(signalfd(-1, &passed_on, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (!signals_.is_open())
+        return;
+    sigprocmask(SIG_BLOCK, &passed_on, nullptr);
+    signals_to_pass_on = signals_.get();
+    stream_to_watch = stream;
+}
+
+SignalsPassedOn::~SignalsPassedOn() {
+    signals_to_pass_on = stream_to_watch = -1;
+    // What came too late for the program changes nothing any more: how it ended is still to be told.
+    signalfd_siginfo late;
+    while (signals_.is_open() && read(signals_.get(), &late, sizeof late) == sizeof late) {
+    }
+    sigprocmask(SIG_SETMASK, &before_, nullptr);
 }
 
 std::string in_words(const Ending &ending) {

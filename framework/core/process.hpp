@@ -2,10 +2,13 @@
 // Starting a program with chosen descriptors and waiting for it.
 #pragma once
 
+#include <csignal>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "core/descriptor.hpp"
 
 namespace hostadm::framework {
 
@@ -30,6 +33,23 @@ struct Ending {
 };
 
 Ending run(const Program &program);
+
+// While it lives, TERM and HUP that come to this process go on to the program that run() waits for, whose
+// answer to them counts; one that comes before the program is started reaches it as soon as it is. Signals
+// that are ignored or blocked already stay so. Only for a process that is all this system's own, with one
+// thread.
+class SignalsPassedOn {
+public:
+    // The program also gets HUP when the reader of this stream, a pipe or a socket, has gone.
+    explicit SignalsPassedOn(int stream = -1);
+    ~SignalsPassedOn();
+    SignalsPassedOn(const SignalsPassedOn &) = delete;
+    SignalsPassedOn &operator=(const SignalsPassedOn &) = delete;
+
+private:
+    sigset_t before_;
+    Descriptor signals_;
+};
 
 // "killed by signal 11 (Segmentation fault)" and the like.
 std::string in_words(const Ending &ending);

@@ -15,6 +15,7 @@
 namespace {
 
 using hostadm::framework::Json;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
@@ -180,6 +181,52 @@ TEST(RunCommand, OutlivesTheKeyboardAndReports) {
     EXPECT_EQ(seen.out, "greeting  hello c\n\nword   dash\nhello  -\nc      a=b\n");
     EXPECT_THAT(seen.err,
                 HasSubstr("hostadm: test/script: it was killed by signal 2 (Interrupt) (error 101)\n"));
+}
+
+// Starts a command line whose method waits, does something to it ("$p" is its process) when the method is at
+// work, and waits for its end.
+Seen while_it_waits(const std::string &line, const std::string &then) {
+    const tests::Scratch scratch;
+    const std::string started = scratch.path("started");
+    return shell(line + " started=" + started + " & p=$!\nwhile [ ! -e " + started +
+                 " ]; do sleep 0.01; done\n" + then + "\nwait $p");
+}
+
+TEST(Signals, SentToTheCommandAloneReachTheMethod) {
+    for (const std::string name : {"TERM", "HUP"})
+        expect(while_it_waits("hostadm run test/waiting", "kill -" + name + " $p"), 1, "",
+               "hostadm: test/waiting: interrupted (" + name + "), and taken back (error 100)\n");
+}
+
+TEST(Signals, SentToTheWholeGroupEndTheMethodOnce) {
+    const Seen seen = while_it_waits("setsid hostadm run test/waiting", "kill -TERM -$p");
+    EXPECT_EQ(seen.status, 1);
+    EXPECT_EQ(seen.out, "");
+    // What stands before it is the shell's, whose sleep was ended too.
+    EXPECT_THAT(seen.err,
+                EndsWith("hostadm: test/waiting: interrupted (TERM), and taken back (error 100)\n"));
+    EXPECT_EQ(seen.err.find("taken back"), seen.err.rfind("taken back"));
+}
+
+TEST(Signals, OfAMethodThatDoesNotBearThemAreReported) {
+    expect(while_it_waits("hostadm run test/waiting on_signal=die", "kill -HUP $p"), 1, "",
+           "hostadm: test/waiting: it was killed by signal 1 (Hangup) (error 101)\n");
+}
+
+TEST(Signals, ThatAMethodOutlivesLeaveItsResults) {
+    expect(while_it_waits("hostadm run test/waiting on_signal=finish", "kill -TERM $p"), 0, "finished  yes\n",
+           "");
+}
+
+TEST(Signals, ThatWereIgnoredStayIgnored) {
+    expect(while_it_waits("trap '' HUP; hostadm run test/waiting", "kill -HUP $p; sleep 0.3; kill -TERM $p"),
+           1, "", "hostadm: test/waiting: interrupted (TERM), and taken back (error 100)\n");
+}
+
+TEST(Signals, ThatComeWhileAScriptDescribesItselfEndTheRun) {
+    expect(shell("hostadm run slow/hanging_description & p=$!; sleep 1; kill -TERM $p; wait $p"), 1, "",
+           "hostadm: slow/hanging_description: asked to describe itself, it was killed by signal 15 "
+           "(Terminated) (error 101)\n");
 }
 
 // One line, status 2, nothing done.
@@ -349,6 +396,33 @@ TEST(Output, ThatCannotBeWrittenIsAFailure) {
 TEST(ServeCommand, RefusesWhatIsNoRequest) {
     EXPECT_EQ(hostadm("serve").status, 2);
     EXPECT_EQ(shell("echo rubbish | hostadm serve").status, 2);
+}
+
+// A request for the method that waits, ended as `how` says.
+Seen served(const std::string &output, const std::string &how) {
+    const tests::Scratch scratch;
+    const std::string started = scratch.path("started");
+    const std::string request =
+        scratch.write("request", R"({"hostadm": 1, "method": "test/waiting", "arguments": {"started": ")" +
+                                     started + R"("}})");
+    return shell("mkfifo " + scratch.path("pipe") + "\nsleep 60 <" + scratch.path("pipe") +
+                 " & reader=$!\nhostadm serve <" + request + " >" +
+                 (output.empty() ? "/dev/stdout" : scratch.path(output)) + " & p=$!\nwhile [ ! -e " +
+                 started + " ]; do sleep 0.01; done\n" + how + "\nwait $p; status=$?; cat " + started +
+                 " >&2; kill $reader 2>/dev/null; exit $status");
+}
+
+TEST(ServeCommand, PassesSignalsOnAndAnswers) {
+    const Seen seen = served("", "kill -TERM $p");
+    EXPECT_EQ(seen.status, 1);
+    EXPECT_THAT(seen.out, HasSubstr("interrupted (TERM), and taken back"));
+    EXPECT_THAT(seen.out, HasSubstr("\"outcome\":1"));
+}
+
+TEST(ServeCommand, EndsTheMethodWhenTheConnectionIsGone) {
+    const Seen seen = served("pipe", "kill $reader");
+    EXPECT_NE(seen.status, 0);
+    EXPECT_THAT(seen.err, HasSubstr("HUP"));
 }
 
 // The methods of the product describe themselves soundly, and every one has its manual page and its
