@@ -4,14 +4,15 @@
 #include <array>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <set>
-#include <sstream>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -37,11 +38,11 @@ using sandbox::FileType;
 const std::string notes = "/var/tmp/hostadm-preview";
 
 // Commands that act on the kernel, on other processes or on the network: recorded, not run.
-constexpr std::array recorded_commands = {
-    "/usr/sbin/mount",    "/usr/bin/mount",    "/usr/sbin/umount", "/usr/bin/umount",
-    "/usr/sbin/unshare",  "/usr/bin/kill",     "/usr/bin/pkill",   "/usr/bin/killall",
-    "/usr/bin/systemctl", "/usr/sbin/service", "/usr/sbin/swapon", "/usr/sbin/swapoff",
-    "/usr/sbin/exportfs", "/usr/sbin/invoke-rc.d"};
+constexpr std::array recorded_commands = {"/usr/sbin/mount",    "/usr/bin/mount",       "/usr/sbin/umount",
+                                          "/usr/bin/umount",    "/usr/sbin/unshare",    "/usr/bin/kill",
+                                          "/usr/bin/pkill",     "/usr/bin/killall",     "/usr/bin/systemctl",
+                                          "/usr/sbin/service",  "/usr/sbin/swapon",     "/usr/sbin/swapoff",
+                                          "/usr/sbin/exportfs", "/usr/sbin/invoke-rc.d"};
 
 // Recorded as well; a process of the daemon's name then stands for it in the throwaway root.
 constexpr std::array recorded_daemons = {
@@ -243,17 +244,48 @@ void let_others_end() {
         nanosleep(&pause, nullptr);
 }
 
-std::vector<std::string> words_of(const std::string &text) {
-    std::istringstream stream(text);
-    return {std::istream_iterator<std::string>(stream), {}};
+// The words of a line, quoted as in a shell; nothing when a quote is not closed.
+std::optional<std::vector<std::string>> words_of(const std::string &line) {
+    std::vector<std::string> words;
+    char quote = 0;
+    bool in_word = false;
+    for (std::size_t at = 0; at < line.size(); ++at) {
+        const char c = line[at];
+        if (quote == 0 && (c == ' ' || c == '\t' || c == '\n')) {
+            in_word = false;
+            continue;
+        }
+        if (!in_word)
+            words.emplace_back();
+        in_word = true;
+        const bool escapes = c == '\\' && at + 1 < line.size() &&
+                             (quote == 0 || (quote == '"' && std::strchr("\"\\$`", line[at + 1]) != nullptr));
+        if (escapes)
+            words.back() += line[++at];
+        else if (c == quote)
+            quote = 0;
+        else if (quote == 0 && (c == '\'' || c == '"'))
+            quote = c;
+        else
+            words.back() += c;
+    }
+    return quote == 0 ? std::optional(words) : std::nullopt;
+}
+
+std::string quotes_defect(const std::string &line) {
+    return words_of(line) ? "" : "a quote is not closed in: " + printable(line);
 }
 
 // Runs this program again, in the same root, and keeps what it says.
-void run_then(const std::string &words, const std::string &program, int output) {
-    std::vector<std::string> command = words_of(words);
+bool run_then(const std::string &line, const std::string &program, int output) {
+    std::vector<std::string> command = words_of(line).value_or(std::vector<std::string>());
     command.insert(command.begin(), program);
-    framework::write_all(output, "\n== hostadm " + words + '\n');
-    framework::run({.words = command, .descriptors = {{STDOUT_FILENO, output}}});
+    framework::write_all(output, "\n== hostadm " + line + '\n');
+    const framework::Ending ending =
+        framework::run({.words = command, .descriptors = {{STDOUT_FILENO, output}, {STDERR_FILENO, output}}});
+    if (!ending.well())
+        framework::write_all(output, "(it " + framework::in_words(ending) + ")\n");
+    return ending.well();
 }
 
 int perform_inside(const PreviewOptions &asked, const std::string &program, int result, int afterwards) {
@@ -262,10 +294,12 @@ int perform_inside(const PreviewOptions &asked, const std::string &program, int 
     framework::write_all(result, framework::to_lines(outcome.answer) +
                                      framework::outcome_line(status, outcome.reason));
     let_others_end();
-    if (outcome.status == Outcome::Status::done)
-        for (const std::string &words : asked.then)
-            run_then(words, program, afterwards);
-    return status;
+    if (outcome.status != Outcome::Status::done)
+        return status;
+    bool well = true;
+    for (const std::string &line : asked.then)
+        well = run_then(line, program, afterwards) && well;
+    return well ? done : failed;
 }
 
 struct Preview {
@@ -615,7 +649,14 @@ int preview(const PreviewOptions &asked) {
         print_preview(preview, report);
     }
     print_errors(asked.invocation.method, preview.method);
-    return static_cast<int>(preview.method.status);
+    if (preview.method.status != Outcome::Status::done)
+        return static_cast<int>(preview.method.status);
+    if (asked.then.empty() || preview.run.exit_status == 0)
+        return done;
+    print_error("preview", preview.run.timed_out
+                               ? "the time limit passed before every command of --then had ended"
+                               : "a command of --then failed; what it said stands under its heading");
+    return failed;
 }
 
 int preview_or_say_why_not(const PreviewOptions &asked) {
@@ -641,6 +682,7 @@ void add_preview(CLI::App &app, Work &chosen) {
         ->add_option("--then", asked.then,
                      "run `hostadm COMMAND` in the same throwaway root afterwards, such as --then status")
         ->type_name("COMMAND")
+        ->check(CLI::Validator(quotes_defect, ""))
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     command->callback([&chosen] { chosen = [] { return preview_or_say_why_not(asked); }; });

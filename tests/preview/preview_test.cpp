@@ -302,6 +302,69 @@ TEST(Preview, RunsFurtherCommandsInTheSameRoot) {
     });
 }
 
+TEST(Preview, TakesTheWordsOfFurtherCommandsAsAShellDoes) {
+    on_a_system([] {
+        install_method("test/edit", "true");
+        install_method("test/say",
+                       "echo '{\"output\": \"words\", \"value\": \"'$(hostadm arg get text)'\"}' >&4",
+                       R"([{"name": "text", "kind": "text", "purpose": "a text"}])");
+        const std::pair<const char *, const char *> cases[] = {{R"(run test/say "text=a b")", "a b"},
+                                                               {R"(run test/say text='a b')", "a b"},
+                                                               {R"(run test/say text=a\ "b'c")", "a b'c"},
+                                                               {R"( run  test/say 'text=a' )", "a"}};
+        for (const auto &[line, said] : cases) {
+            write("/line", line);
+            const Result result = command("preview test/edit --then \"$(cat /line)\"");
+            EXPECT_EQ(result.status, 0) << line << result.output << result.errors;
+            EXPECT_THAT(result.output, HasSubstr(std::string("\nwords  ") + said + "\n")) << line;
+        }
+    });
+}
+
+TEST(Preview, RefusesAFurtherCommandWithAQuoteLeftOpen) {
+    on_a_system([] {
+        install_method("test/edit", "echo made >/etc/made");
+        const Result result = command("preview test/edit --then \"run test/edit 'a\"");
+        EXPECT_EQ(result.status, 2);
+        EXPECT_EQ(result.output, "");
+        EXPECT_THAT(result.errors, HasSubstr("--then: a quote is not closed in: run test/edit 'a"));
+    });
+}
+
+TEST(Preview, FailsWithAFurtherCommandAndShowsItsErrorsInPlace) {
+    on_a_system([] {
+        install_method("test/edit", "echo made >/etc/made");
+        install_method("test/fail", R"(echo '{"error": 70, "text": "fail: no"}' >&4; exit 1)");
+        const Result result =
+            command("preview test/edit --then 'run test/fail' --then 'lsit' --then 'run test/edit'");
+        EXPECT_EQ(result.status, 1);
+        EXPECT_THAT(result.output, HasSubstr("\n== hostadm run test/fail\n"
+                                             "hostadm: test/fail: no (error 70)\n"
+                                             "(it ended with exit status 1)\n"
+                                             "\n== hostadm lsit\n"
+                                             "hostadm: "));
+        EXPECT_THAT(result.output, HasSubstr("(it ended with exit status 2)\n\n== hostadm run test/edit\n"));
+        EXPECT_EQ(result.errors,
+                  "hostadm: preview: a command of --then failed; what it said stands under its heading\n");
+        const Result as_json = command("preview --json test/edit --then 'run test/fail'");
+        EXPECT_EQ(as_json.status, 1);
+        EXPECT_EQ(json::parse(as_json.output).at("status"), "done");
+        EXPECT_THAT(json::parse(as_json.output).at("then").get<std::string>(), HasSubstr("no (error 70)"));
+    });
+}
+
+TEST(Preview, FailsWhenTheTimeLimitCutsOffAFurtherCommand) {
+    on_a_system([] {
+        install_method("test/edit", "echo made >/etc/made");
+        install_method("test/slow", "sleep 600");
+        const Result result = command("preview --time-limit 3 test/edit --then 'run test/slow'");
+        EXPECT_EQ(result.status, 1);
+        EXPECT_THAT(result.output, HasSubstr("+++ /etc/made\n"));
+        EXPECT_EQ(result.errors,
+                  "hostadm: preview: the time limit passed before every command of --then had ended\n");
+    });
+}
+
 TEST(Preview, RunsNothingFurtherAfterAFailure) {
     on_a_system([] {
         install_method("test/fail", "exit 3");
