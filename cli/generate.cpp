@@ -4,6 +4,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <stdexcept>
 
 #include "commands.hpp"
@@ -26,6 +27,8 @@ std::string roff(std::string_view text) {
             plain += "\\e";
         else if (c == '-')
             plain += "\\-";
+        else if (c == '`')
+            plain += "\\(ga";
         else if ((c == '.' || c == '\'') && plain.empty())
             plain += std::string("\\&") + c;
         else
@@ -86,44 +89,62 @@ std::string method_page(const Description &description) {
     return text + ".SH SEE ALSO\n.BR hostadm (1)\n";
 }
 
-constexpr const char *command_page_text = R"(.SH SYNOPSIS
-.B hostadm list
-.RI [ CLASS ]
-.RB [ \-\-json ]
-.br
-.B hostadm help
-.RI [ CLASS/METHOD ]
-.br
-.B hostadm run
-.RB [ \-\-json ]
-.RB [ \-\-host
-.IR HOST ]
-.I CLASS/METHOD
-.RI [ NAME=VALUE "] ..."
-.br
-.B hostadm preview
-.I CLASS/METHOD
-.RI [ NAME=VALUE "] ..."
-.br
-.B hostadm status
-.RB [ \-\-json ]
-.br
-.B hostadm arg
-.BR get | set | row | error | undone
-.RI "[" WORD "] ..."
-.SH DESCRIPTION
-A method is a small program that does one administrative task: it adds a client, shares a directory, sets up a boot
-area. This command shows the methods, runs them, and shows what this server serves.
-.SH COMMANDS
-.TP
-.B list
-Lists the methods, a line each, all or those of one class.
-.TP
-.B help
-Says what a method does and which arguments it takes.
-.TP
-.B run
-Runs a method. Its arguments are checked before anything is done. Outputs are printed as lines of a name and a value,
+// The commands that are not for hostadm's own use.
+std::vector<const CLI::App *> commands_of(const CLI::App &app) {
+    return app.get_subcommands([](const CLI::App *command) { return !command->get_group().empty(); });
+}
+
+bool takes_value(const CLI::Option &option) {
+    return option.get_items_expected_max() > 0;
+}
+
+bool is_repeated(const CLI::Option &option) {
+    return option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll ||
+           option.get_expected_max() > 1;
+}
+
+// Its long options, but for the help that every command has.
+std::vector<const CLI::Option *> options_of(const CLI::App &command) {
+    return command.get_options([&](const CLI::Option *option) {
+        return option->nonpositional() && option != command.get_help_ptr();
+    });
+}
+
+std::vector<const CLI::Option *> positionals_of(const CLI::App &command) {
+    return command.get_options([](const CLI::Option *option) { return option->get_positional(); });
+}
+
+std::string long_name(const CLI::Option &option) {
+    return "--" + option.get_lnames().front();
+}
+
+std::string synopsis(const CLI::App &command) {
+    std::string text = ".B hostadm " + command.get_name() + "\n";
+    for (const CLI::Option *option : options_of(command)) {
+        const std::string name = roff(long_name(*option));
+        text += takes_value(*option) ? ".RB [ " + name + "\n.IR " + roff(option->get_type_name()) + " ]"
+                                     : ".RB [ " + name + " ]";
+        text += is_repeated(*option) ? "...\n" : "\n";
+    }
+    for (const CLI::Option *option : positionals_of(command)) {
+        const std::string name = roff(option->get_option_text());
+        const std::string more = is_repeated(*option) ? " ..." : "";
+        text += option->get_required() ? ".I " + name + more + "\n" : ".RI [ " + name + " ]" + more + "\n";
+    }
+    std::string verbs;
+    for (const CLI::App *verb : commands_of(command))
+        verbs += (verbs.empty() ? ".BR " : " | ") + verb->get_name();
+    return text + (verbs.empty() ? "" : verbs + "\n.RI [ WORD ] ...\n");
+}
+
+// What the commands do, at more length than in their help.
+const std::map<std::string, const char *> descriptions_of_commands{
+    {"list", R"(Lists the methods, a line each, all or those of one class.
+)"},
+    {"help", R"(Says what a method does and which arguments it takes.
+)"},
+    {"run",
+     R"(Runs a method. Its arguments are checked before anything is done. Outputs are printed as lines of a name and a value,
 rows as a table, all of it as JSON with
 .BR \-\-json .
 A value that is no UTF-8 text is printed in JSON as {"base64": "..."}. With
@@ -134,15 +155,17 @@ which must log in there without asking for a password.
 TERM and HUP sent to
 .B hostadm
 go on to the method, and how it ended is reported as ever; a method on another host gets HUP when the connection ends.
-.TP
-.B preview
-Runs a method in a throwaway root over this system and shows what it would change; nothing on the system changes.
-.TP
-.B status
-Shows what this server serves: clients, boot links, shares, mounts, daemons.
-.TP
-.B arg
-For methods that are shell scripts.
+)"},
+    {"preview",
+     R"(Runs a method in a throwaway root over this system and shows what it would change; nothing on the system changes.
+Commands that mount, share, start or signal something are noted instead of run. It needs root, and fails when the method
+or a command of
+.B \-\-then
+fails; the words of such a command may be quoted as in a shell.
+)"},
+    {"status", R"(Shows what this server serves: clients, boot links, shares, mounts, daemons.
+)"},
+    {"arg", R"(For methods that are shell scripts.
 .B arg get
 .I NAME
 prints an input argument; it ends with status 1 when that was not given.
@@ -158,7 +181,25 @@ records an error; code 0 withdraws those recorded before.
 .B arg undone
 .I TEXT...
 says that something is left half done.
-.SH METHODS IN SHELL
+)"},
+};
+
+std::string command_item(const CLI::App &command) {
+    const auto found = descriptions_of_commands.find(command.get_name());
+    std::string text = ".TP\n.B " + command.get_name() + "\n" +
+                       (found != descriptions_of_commands.end() ? std::string(found->second)
+                                                                : roff(command.get_description()) + "\n");
+    std::string options;
+    for (const CLI::Option *option : options_of(command))
+        options += ".TP\n" +
+                   (takes_value(*option)
+                        ? ".BI \"" + roff(long_name(*option)) + " \" " + roff(option->get_type_name())
+                        : ".B " + roff(long_name(*option))) +
+                   "\n" + roff(option->get_description()) + "\n";
+    return text + (options.empty() ? "" : ".RS\n" + options + ".RE\n");
+}
+
+constexpr const char *methods_in_shell_text = R"(.SH METHODS IN SHELL
 A method is an executable file in the folder of its class. Asked with
 .B \-\-describe
 it prints its description as JSON:
@@ -176,10 +217,21 @@ standard error; its results are what it returns with
 .BR "hostadm arg" .
 )";
 
-std::string command_page(const std::vector<Description> &methods) {
+std::string command_page(const CLI::App &app, const std::vector<Description> &methods) {
     std::string text = heading("hostadm", 1);
     text += ".SH NAME\nhostadm \\- keep the network-boot side of a server in order\n";
-    text += command_page_text;
+    std::string synopses, items;
+    for (const CLI::App *command : commands_of(app)) {
+        synopses += (synopses.empty() ? "" : ".br\n") + synopsis(*command);
+        items += command_item(*command);
+    }
+    text += ".SH SYNOPSIS\n" + synopses +
+            ".SH DESCRIPTION\n"
+            "A method is a small program that does one administrative task: it adds a client, shares a "
+            "directory, sets up a boot\narea. This command shows the methods, runs them, and shows what this "
+            "server serves.\n"
+            ".SH COMMANDS\n" +
+            items + methods_in_shell_text;
     text += ".SH ARGUMENTS\nThe manual page of a method names the kind of each argument.\n";
     for (int kind = 0; kind <= static_cast<int>(method::Kind::text); ++kind) {
         const Argument argument{
@@ -205,7 +257,22 @@ std::string words(const std::vector<std::string> &list) {
     return text;
 }
 
-std::string completion(const std::vector<Description> &descriptions) {
+std::string completion(const CLI::App &app, const std::vector<Description> &descriptions) {
+    std::vector<std::string> commands, with_value;
+    std::string options;
+    for (const CLI::App *command : commands_of(app)) {
+        commands.push_back(command->get_name());
+        std::vector<std::string> offered;
+        for (const CLI::App *verb : commands_of(*command))
+            offered.push_back(verb->get_name());
+        for (const CLI::Option *option : options_of(*command)) {
+            offered.push_back(long_name(*option));
+            if (takes_value(*option))
+                with_value.push_back(long_name(*option));
+        }
+        offered.push_back("--help");
+        options += "    " + command->get_name() + ") words='" + words(offered) + "' ;;\n";
+    }
     std::vector<std::string> methods;
     std::string arguments;
     std::string values;
@@ -225,7 +292,10 @@ std::string completion(const std::vector<Description> &descriptions) {
         }
         arguments += "    " + description.name + ") words='" + words(names) + "' ;;\n";
     }
-    return "# bash completion for hostadm; made from the descriptions of its methods\n\n"
+    return "# bash completion for hostadm; made from its options and the descriptions of its methods\n\n"
+           "_hostadm_options() {\n    case $1 in\n" +
+           options +
+           "    esac\n}\n\n"
            "_hostadm_arguments() {\n    case $1 in\n" +
            arguments + "    esac\n}\n\n_hostadm_values() {\n    case $1 in\n" + values + "    esac\n}\n" + R"(
 _hostadm() {
@@ -241,28 +311,32 @@ _hostadm() {
         [[ -z $method && $word == */* ]] && method=$word
     done
     COMPREPLY=()
+    [[ -n $command ]] && _hostadm_options "$command"
+    local options=$words
     if [[ -z $command ]]; then
-        words='list help run preview status arg --help --version'
+        words=')" +
+           words(commands) + R"( --help --version'
+    elif [[ ' )" +
+           words(with_value) + R"( ' == *" ${before[-1]} "* ]]; then
+        words=''
+        [[ ${before[-1]} == --then ]] && words='list help run status'
+        [[ ${before[-1]} == --host ]] && mapfile -t COMPREPLY < <(compgen -A hostname -- "$current")
     elif [[ $command == list ]]; then
-        words="$(printf '%s\n' $methods | cut -d/ -f1 | sort -u) --json"
-    elif [[ $command == status ]]; then
-        words='--json'
-    elif [[ $command == arg ]]; then
-        words='get set row error undone'
+        words="$(printf '%s\n' $methods | cut -d/ -f1 | sort -u) $options"
     elif [[ $command != @(help|run|preview) ]]; then
-        return
+        words=$options
     elif [[ -z $method ]]; then
-        words=$methods
-        [[ $command == help ]] || words+=' --json'
+        words="$methods $options"
     elif [[ $command == help ]]; then
         return
     elif [[ $current == *=* ]]; then
+        words=''
         _hostadm_values "$method:${current%%=*}"
         current=${current#*=}
         [[ -n $files ]] && mapfile -t COMPREPLY < <(compgen -f -- "$current")
     else
         _hostadm_arguments "$method"
-        words+=' --json'
+        words+=" $options"
         compopt -o nospace 2>/dev/null
     fi
     [[ -n $words ]] && mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
@@ -290,7 +364,7 @@ void remove_pages(const std::filesystem::path &folder) {
             std::filesystem::remove(entry.path());
 }
 
-int generate(const std::filesystem::path &share) {
+int generate(const CLI::App &app, const std::filesystem::path &share) {
     int status = done;
     std::vector<Description> descriptions;
     for (const std::string &name : framework::list_methods()) {
@@ -304,10 +378,10 @@ int generate(const std::filesystem::path &share) {
         descriptions.back().name = name;
     }
     remove_pages(share / "man/man8");
-    write(share / "man/man1/hostadm.1", command_page(descriptions));
+    write(share / "man/man1/hostadm.1", command_page(app, descriptions));
     for (const Description &description : descriptions)
         write(share / "man/man8" / (page_name(description.name) + ".8"), method_page(description));
-    write(share / "bash-completion/completions/hostadm", completion(descriptions));
+    write(share / "bash-completion/completions/hostadm", completion(app, descriptions));
     return status;
 }
 
@@ -317,7 +391,7 @@ void add_generate(CLI::App &app, Work &chosen) {
     static std::string share;
     CLI::App *command = app.add_subcommand("generate", "write manual pages and completion")->group("");
     command->add_option("share", share, "the folder to write to")->required();
-    command->callback([&chosen] { chosen = [] { return generate(share); }; });
+    command->callback([&] { chosen = [&app] { return generate(app, share); }; });
 }
 
 } // namespace hostadm::cli

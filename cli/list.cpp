@@ -63,7 +63,7 @@ void add_list(CLI::App &app, Work &chosen) {
     static std::string method_class;
     static bool json;
     CLI::App *command = app.add_subcommand("list", "list the methods, a line each");
-    command->add_option("class", method_class, "only those of this class");
+    command->add_option("class", method_class, "only those of this class")->option_text("CLASS");
     command->add_flag("--json", json, "print the list as JSON");
     command->callback([&chosen] { chosen = [] { return list(method_class, json); }; });
 }
@@ -71,7 +71,8 @@ void add_list(CLI::App &app, Work &chosen) {
 void add_help(CLI::App &app, Work &chosen) {
     static std::string subject;
     CLI::App *command = app.add_subcommand("help", "say what a method does and what it takes");
-    command->add_option("method", subject, "CLASS/METHOD, or a subcommand");
+    command->add_option("method", subject, "a method, the methods of a class, or a subcommand")
+        ->option_text("CLASS/METHOD");
     command->callback([&] { chosen = [&app] { return help(app, subject); }; });
 }
 

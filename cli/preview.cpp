@@ -676,8 +676,9 @@ void add_preview(CLI::App &app, Work &chosen) {
     add_invocation(*command, asked.invocation);
     command->add_flag("--full", asked.everything,
                       "show every file of large added trees, and large files too");
-    command->add_option("--time-limit", asked.time_limit, "seconds after which the run is cut off")
-        ->check(CLI::Range(0.0, 1e6));
+    command->add_option("--time-limit", asked.time_limit, "the time after which the run is cut off")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, 1e6).description(""));
     command
         ->add_option("--then", asked.then,
                      "run `hostadm COMMAND` in the same throwaway root afterwards, such as --then status")

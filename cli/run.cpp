@@ -132,8 +132,11 @@ void print_errors(const std::string &method, const Outcome &outcome) {
 }
 
 void add_invocation(CLI::App &command, Invocation &invocation) {
-    command.add_option("method", invocation.method, "CLASS/METHOD; `hostadm list` shows them")->required();
-    command.add_option("arguments", invocation.words, "NAME=VALUE; `hostadm help CLASS/METHOD` shows them");
+    command.add_option("method", invocation.method, "`hostadm list` shows them")
+        ->option_text("CLASS/METHOD")
+        ->required();
+    command.add_option("arguments", invocation.words, "`hostadm help CLASS/METHOD` shows them")
+        ->option_text("NAME=VALUE");
     command.add_flag("--json", invocation.json, "print the results as JSON");
 }
 
@@ -170,7 +173,7 @@ void add_run(CLI::App &app, Work &chosen) {
     static Invocation invocation;
     CLI::App *command = app.add_subcommand("run", "run a method");
     add_invocation(*command, invocation);
-    command->add_option("--host", invocation.host, "run it on this host, over ssh");
+    command->add_option("--host", invocation.host, "run it on this host, over ssh")->type_name("HOST");
     command->callback([&chosen] { chosen = [] { return run(invocation); }; });
 }
 

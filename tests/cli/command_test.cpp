@@ -4,7 +4,10 @@
 #include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <memory>
+#include <regex>
+#include <set>
 #include <string>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -475,6 +478,32 @@ TEST_F(Completion, OffersWhatCanFollow) {
     EXPECT_EQ(offered("hostadm run test/kinds choice=gr"), "green ");
     EXPECT_EQ(offered("hostadm run test/kinds path=/et"), "/etc ");
     EXPECT_EQ(offered("hostadm arg u"), "undone ");
+    EXPECT_EQ(offered("hostadm run test/echo --j"), "--json ");
+    EXPECT_EQ(offered("hostadm preview --then st"), "status ");
+    EXPECT_EQ(offered("hostadm preview --time-limit t"), " ");
+    EXPECT_EQ(offered("hostadm run --host localhost test/echo te"), "text= ");
+}
+
+// The words of a text that begin with two dashes.
+std::set<std::string> options_in(const std::string &text) {
+    static const std::regex option("--[a-z][a-z-]*");
+    return {std::sregex_token_iterator(text.begin(), text.end(), option), std::sregex_token_iterator()};
+}
+
+TEST_F(Completion, AndTheManualPageKnowEveryOption) {
+    const std::string page =
+        shell("MANWIDTH=200 LC_ALL=C man -l " + scratch->path("share/man/man1/hostadm.1") + " | col -b").out;
+    for (const char *command : {"list", "help", "run", "preview", "status", "arg"}) {
+        const std::set<std::string> known = options_in(hostadm(std::string(command) + " --help").out);
+        EXPECT_THAT(known, testing::Contains("--help")) << command;
+        EXPECT_EQ(options_in(offered("hostadm " + std::string(command) + " --")), known) << command;
+        const std::size_t synopsis = page.find(std::string("hostadm ") + command);
+        ASSERT_NE(synopsis, page.npos) << command;
+        std::set<std::string> told =
+            options_in(page.substr(synopsis, page.find_first_of("\n", synopsis) - synopsis));
+        told.insert("--help");
+        EXPECT_EQ(told, known) << command;
+    }
 }
 
 } // namespace
