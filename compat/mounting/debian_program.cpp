@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: MIT
+#include "mounting/debian_program.hpp"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <spawn.h>
+#include <string_view>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "support/file.hpp"
+
+namespace compat {
+
+bool is_system_v_call(int argc, char **argv) {
+    if (argc < 3 || std::strcmp(argv[1], "-F") != 0)
+        return false;
+    const std::string_view type = argv[2];
+    const auto is_part_of_type = [](unsigned char character) {
+        return std::isalnum(character) != 0 || std::strchr("._-", character) != nullptr;
+    };
+    return !type.empty() && type.front() != '-' && type.front() != '.' &&
+           std::all_of(type.begin(), type.end(), is_part_of_type);
+}
+
+void DebianProgram::fail_to_run() const {
+    if (errno == ENOENT)
+        throw Failure(path_ + " is missing; install the package mount");
+    fail_with_errno("cannot run " + path_);
+}
+
+// Where both directories are one, this program would start itself for ever.
+void DebianProgram::require_other_than_this() const {
+    struct stat ours = {}, theirs = {};
+    if (stat("/proc/self/exe", &ours) == 0 && stat(path_.c_str(), &theirs) == 0 &&
+        ours.st_dev == theirs.st_dev && ours.st_ino == theirs.st_ino)
+        throw Failure(path_ +
+                      " is this adapter; install the package mount again (apt-get install --reinstall "
+                      "mount)");
+}
+
+void DebianProgram::take_over(char **argv) const {
+    require_other_than_this();
+    execv(path_.c_str(), argv);
+    fail_to_run();
+}
+
+int DebianProgram::run_silently(const std::vector<std::string> &words, const std::string &hint) const {
+    require_other_than_this();
+    // Not a pipe: a mount that goes on in the background would hold its end.
+    const Descriptor said(memfd_create("said", MFD_CLOEXEC));
+    if (!said)
+        fail_with_errno("cannot keep what mount says");
+
+    std::string name = path_.substr(path_.rfind('/') + 1);
+    std::vector<char *> arguments = {name.data()};
+    for (const std::string &word : words)
+        arguments.push_back(const_cast<char *>(word.c_str()));
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, said.get(), STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, said.get(), STDERR_FILENO);
+    pid_t child = 0;
+    errno = posix_spawn(&child, path_.c_str(), &actions, nullptr, arguments.data(), environ);
+    const int error = errno;
+    posix_spawn_file_actions_destroy(&actions);
+    errno = error;
+    if (error != 0)
+        fail_to_run();
+
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0)
+        if (errno != EINTR)
+            fail_with_errno("cannot wait for " + path_);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 0)
+        return 0;
+    if (!hint.empty())
+        print_complaint(name.c_str(), hint);
+    lseek(said.get(), 0, SEEK_SET);
+    const std::string text = read_all(said.get(), "what " + path_ + " said");
+    write_all(STDERR_FILENO, text, "standard error");
+    if (WIFSIGNALED(status)) {
+        print_complaint(name.c_str(), path_ + " was ended by signal " + std::to_string(WTERMSIG(status)));
+        return 128 + WTERMSIG(status);
+    }
+    if (text.empty())
+        print_complaint(name.c_str(), path_ + " failed with status " + std::to_string(WEXITSTATUS(status)));
+    return WEXITSTATUS(status);
+}
+
+} // namespace compat
