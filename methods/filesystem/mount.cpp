@@ -4,6 +4,7 @@
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
+#include "support/adapters.hpp"
 
 namespace {
 
@@ -53,6 +54,11 @@ int work(Call &call) {
     if (call.get("fstype") != "nfs" && !call.given("fsckdev"))
         return call.refuse(
             "the argument fsckdev is missing: name the device to check, or give fsckdev=- for none");
+    if (call.get("takeeffect") != "bootonly")
+        if (const std::string missing =
+                hostadm::support::missing_command("/usr/sbin/mount", "mounts file systems");
+            !missing.empty())
+            return call.fail(missing);
     return mount_filesystem(call.get("resource").c_str(), call.get("fsckdev").c_str(),
                             call.get("mountpt").c_str(), call.get("fstype").c_str(),
                             call.get("fsckpass").c_str(), call.get("mountatboot").c_str(),

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "hostadm.h"
 #include "hostadm/method.hpp"
+#include "support/adapters.hpp"
 
 namespace {
 
@@ -30,6 +31,11 @@ int work(Call &call) {
     constexpr int table_unchanged = 38;
     const std::string point = call.get("mountpt"), effect = call.get("takeeffect"),
                       table = call.get("vfstab");
+    if (effect != "bootonly")
+        if (const std::string missing =
+                hostadm::support::missing_command("/usr/sbin/umount", "unmounts file systems");
+            !missing.empty())
+            return call.fail(missing);
     const int status =
         unmount_filesystem(point.c_str(), effect.c_str(), table.c_str(), call.method().c_str());
     if (status == table_unchanged && effect != "bootonly")

@@ -185,6 +185,30 @@ TEST_F(RealFilesys, BusyFileSystemKeepsItsLine) {
     EXPECT_EQ(content(vfstab), vfstab_text);
 }
 
+TEST_F(RealFilesys, UserIsToldWhatBringsAMissingCommand) {
+    fs::remove("/usr/sbin/mount");
+    fs::remove("/usr/sbin/umount");
+    const auto mounted = hostadm("run filesystem/mount resource=h:/d mountpt=/d fstype=nfs");
+    EXPECT_EQ(mounted.status, 1);
+    EXPECT_THAT(mounted.error,
+                HasSubstr("/usr/sbin/mount, which mounts file systems, is missing; the adapters that "
+                          "come with hostadm bring it (cmake --install BUILD --component compat)"));
+    const auto unmounted = hostadm("run filesystem/unmount mountpt=/tmp takeeffect=nowonly");
+    EXPECT_EQ(unmounted.status, 1);
+    EXPECT_THAT(unmounted.error, HasSubstr("/usr/sbin/umount, which unmounts file systems, is missing; "));
+    EXPECT_EQ(content(vfstab), vfstab_text);
+}
+
+TEST_F(RealFilesys, MountsOfTheNextStartNeedNoCommand) {
+    fs::remove("/usr/sbin/mount");
+    fs::remove("/usr/sbin/umount");
+    EXPECT_EQ(hostadm("run filesystem/mount resource=h:/d mountpt=/d fstype=nfs takeeffect=bootonly").status,
+              0);
+    EXPECT_EQ(content(vfstab), vfstab_text + "h:/d\t-\t/d\tnfs\t-\tyes\tbg,hard,rw\n");
+    EXPECT_EQ(hostadm("run filesystem/unmount mountpt=/d takeeffect=bootonly").status, 0);
+    EXPECT_EQ(content(vfstab), vfstab_text);
+}
+
 // ---- sharing ----
 
 TEST_F(RealFilesys, UserShares) {
