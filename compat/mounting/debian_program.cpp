@@ -39,9 +39,7 @@ void DebianProgram::require_other_than_this() const {
     struct stat ours = {}, theirs = {};
     if (stat("/proc/self/exe", &ours) == 0 && stat(path_.c_str(), &theirs) == 0 &&
         ours.st_dev == theirs.st_dev && ours.st_ino == theirs.st_ino)
-        throw Failure(path_ +
-                      " is this adapter; install the package mount again (apt-get install --reinstall "
-                      "mount)");
+        throw Failure(path_ + " is this adapter; put Debian's back: apt-get install --reinstall mount");
 }
 
 void DebianProgram::take_over(char **argv) const {

@@ -13,8 +13,7 @@ namespace {
 
 constexpr const char *vfstab = "/etc/vfstab";
 constexpr const char *usage = "usage: mount -F TYPE [-o OPTIONS] [-m] [-O] [-r] [RESOURCE] MOUNTPOINT; see "
-                              "hostadm-mount(8), and mount(8) "
-                              "for calls without -F TYPE";
+                              "hostadm-mount(8), and mount(8) for calls without -F TYPE";
 constexpr const char *ufs_hint =
     "ufs needs the option ufstype=VARIANT here, and what Linux made has a type of its own, such as ext4";
 
