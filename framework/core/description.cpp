@@ -142,6 +142,24 @@ std::string names_of(const Description &description) {
     return names;
 }
 
+// All arguments that are required and not given. There is at least one.
+std::string missing_text(const Description &description, const Request &request) {
+    std::vector<const Argument *> missing;
+    for (const Argument &argument : description.arguments) {
+        const std::string *value = request.find(argument.name);
+        if (argument.required && (value == nullptr || value->empty()))
+            missing.push_back(&argument);
+    }
+    if (missing.size() == 1)
+        return "the argument " + missing[0]->name + " is missing; it must be " + accepted(*missing[0]);
+    std::string names, rules;
+    for (const Argument *argument : missing) {
+        names += (names.empty() ? "" : argument == missing.back() ? " and " : ", ") + argument->name;
+        rules += "; " + argument->name + " must be " + accepted(*argument);
+    }
+    return "the arguments " + names + " are missing" + rules;
+}
+
 // A value as it may be shown in one line of an error.
 std::string shown(std::string_view value) {
     std::string text;
@@ -202,7 +220,7 @@ std::optional<std::string> check(const Description &description, Request &reques
                                         [&](const auto &one) { return one.first == argument.name; });
         if (given == request.arguments.end() || given->second.empty()) {
             if (argument.required)
-                return "the argument " + argument.name + " is missing; it must be " + accepted(argument);
+                return missing_text(description, request);
             if (argument.default_value.empty())
                 continue;
             if (given == request.arguments.end())

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "core/description.hpp"
 #include "core/kinds.hpp"
 
 namespace {
@@ -157,6 +158,22 @@ TEST(Kinds, ChoicesAreListed) {
     EXPECT_EQ(accepted({.name = "a", .kind = Kind::choice, .choices = {"one", "two"}}), "one or two");
     EXPECT_EQ(accepted({.name = "a", .kind = Kind::choice, .choices = {"one", "two", "three"}}),
               "one, two or three");
+}
+
+TEST(Check, TellsAllArgumentsThatAreMissing) {
+    const hostadm::method::Description description{
+        .name = "test/x",
+        .arguments = {{.name = "one", .kind = Kind::number, .required = true},
+                      {.name = "two", .kind = Kind::number, .required = true},
+                      {.name = "three", .kind = Kind::yes_no, .required = true},
+                      {.name = "four", .kind = Kind::number}}};
+    hostadm::framework::Request all{"test/x", {{"two", ""}}};
+    EXPECT_EQ(
+        check(description, all),
+        "the arguments one, two and three are missing; one must be a decimal number, not negative; two must "
+        "be a decimal number, not negative; three must be yes or no");
+    hostadm::framework::Request last{"test/x", {{"one", "1"}, {"two", "2"}}};
+    EXPECT_EQ(check(description, last), "the argument three is missing; it must be yes or no");
 }
 
 } // namespace
