@@ -95,7 +95,6 @@ void add_arg(CLI::App &app, Work &chosen) {
         {"undone", "TEXT...: say that something is left half done", undone},
     };
     CLI::App *command = app.add_subcommand("arg", "for methods that are shell scripts: arguments and answer");
-    command->require_subcommand(1);
     for (const Verb &verb : verbs) {
         // Values may begin with a dash: everything behind the verb is taken as it is.
         CLI::App *sub = command->add_subcommand(verb.name, verb.purpose)->prefix_command();
@@ -104,6 +103,15 @@ void add_arg(CLI::App &app, Work &chosen) {
             chosen = [&verb, words = sub->remaining()] { return verb.work(words); };
         });
     }
+    command->require_subcommand(0, 1)->allow_extras();
+    command->callback([&chosen, command] {
+        if (!command->get_subcommands().empty())
+            return;
+        chosen = [words = command->remaining()] {
+            return refuse("it takes get, set, row, error or undone" +
+                          (words.empty() ? "" : ", not \"" + printable(words.front()) + "\""));
+        };
+    });
 }
 
 } // namespace hostadm::cli

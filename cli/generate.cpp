@@ -141,7 +141,7 @@ std::string synopsis(const CLI::App &command) {
 const std::map<std::string, const char *> descriptions_of_commands{
     {"list", R"(Lists the methods, a line each, all or those of one class.
 )"},
-    {"help", R"(Says what a method does and which arguments it takes.
+    {"help", R"(Says what a method does and which arguments it takes, or which methods a class has.
 )"},
     {"run",
      R"(Runs a method. Its arguments are checked before anything is done. Outputs are printed as lines of a name and a value,

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // hostadm list and hostadm help: what methods there are and what they take.
+#include <algorithm>
+
 #include "commands.hpp"
 #include "output.hpp"
 
@@ -14,7 +16,8 @@ std::string purpose_of(const std::string &method) {
 }
 
 int list(const std::string &wanted, bool json) {
-    Table table({"METHOD", "PURPOSE"});
+    Table table(json ? std::vector<std::string>{"method", "purpose"}
+                     : std::vector<std::string>{"METHOD", "PURPOSE"});
     std::string classes;
     for (const std::string &method : framework::list_methods()) {
         const std::string method_class = method.substr(0, method.find('/'));
@@ -32,6 +35,12 @@ int list(const std::string &wanted, bool json) {
     return done;
 }
 
+bool is_class(const std::string &word) {
+    const auto methods = framework::list_methods();
+    return std::any_of(methods.begin(), methods.end(),
+                       [&](const std::string &method) { return method.starts_with(word + "/"); });
+}
+
 int help(CLI::App &app, const std::string &subject) {
     if (subject.empty()) {
         // app.help() would be that of the subcommand given, which is this one.
@@ -44,6 +53,8 @@ int help(CLI::App &app, const std::string &subject) {
         return done;
     }
     const auto found = framework::find_method("", subject);
+    if (std::holds_alternative<framework::Unknown>(found) && is_class(subject))
+        return list(subject, false);
     if (const auto *unknown = std::get_if<framework::Unknown>(&found)) {
         print_error(subject, unknown->reason, framework::invalid_argument);
         return usage;

@@ -21,6 +21,17 @@ int flushed(int status) {
     return status == done ? failed : status;
 }
 
+int refuse(const CLI::App &app, const std::string &first_word, const std::string &what) {
+    const auto commands = app.get_subcommands();
+    if (commands.empty() &&
+        std::holds_alternative<std::string>(hostadm::framework::find_method("", first_word)))
+        print_error("", first_word + " is a method; `hostadm run " + first_word + " NAME=VALUE...` runs it");
+    else
+        print_error("", what + "; `hostadm " + (commands.empty() ? "" : commands.front()->get_name() + " ") +
+                            "--help` shows how it is used");
+    return usage;
+}
+
 int hostadm_main(int argc, char **argv) {
     CLI::App app("Keeps the network-boot side of a server in order.", "hostadm");
     app.set_version_flag("--version", "hostadm " HOSTADM_VERSION);
@@ -37,8 +48,7 @@ int hostadm_main(int argc, char **argv) {
     } catch (const CLI::Success &asked) {
         return flushed(app.exit(asked));
     } catch (const CLI::ParseError &wrong) {
-        print_error("", std::string(wrong.what()) + "; `hostadm --help` shows how it is used");
-        return usage;
+        return refuse(app, argc > 1 ? argv[1] : "", wrong.what());
     }
     if (!chosen) {
         print(app.help());

@@ -173,7 +173,14 @@ void add_run(CLI::App &app, Work &chosen) {
     static Invocation invocation;
     CLI::App *command = app.add_subcommand("run", "run a method");
     add_invocation(*command, invocation);
-    command->add_option("--host", invocation.host, "run it on this host, over ssh")->type_name("HOST");
+    command->add_option("--host", invocation.host, "run it on this host, over ssh")
+        ->type_name("HOST")
+        ->check(CLI::Validator(
+            [](const std::string &host) {
+                return host.empty() ? std::string("the host has no name; leave the option out to run it here")
+                                    : "";
+            },
+            ""));
     command->callback([&chosen] { chosen = [] { return run(invocation); }; });
 }
 

@@ -309,6 +309,28 @@ TEST(BadInput, WrongUsage) {
     }
 }
 
+TEST(BadInput, ForgottenRun) {
+    expect_refused("test/echo text=x",
+                   "test/echo is a method; `hostadm run test/echo NAME=VALUE...` runs it");
+    expect_refused("rows", "rows is a method; `hostadm run rows NAME=VALUE...` runs it");
+}
+
+TEST(BadInput, PointsToTheHelpOfItsCommand) {
+    EXPECT_THAT(hostadm("run --bogus test/echo").err,
+                EndsWith("; `hostadm run --help` shows how it is used\n"));
+    EXPECT_THAT(hostadm("bogus").err, EndsWith("; `hostadm --help` shows how it is used\n"));
+    expect_refused("arg bogus", "arg: it takes get, set, row, error or undone, not \"bogus\"");
+    expect_refused("arg", "arg: it takes get, set, row, error or undone");
+}
+
+TEST(BadInput, HostWithoutAName) {
+    const Seen seen = hostadm("run --host '' test/echo text=x");
+    EXPECT_EQ(seen.status, 2);
+    EXPECT_EQ(seen.out, "");
+    EXPECT_THAT(seen.err,
+                StartsWith("hostadm: --host: the host has no name; leave the option out to run it here"));
+}
+
 TEST(BadInput, HostThatIsNone) {
     const Seen seen = hostadm("run --host=-oProxyCommand=reboot test/echo text=x");
     EXPECT_EQ(seen.status, 2);
@@ -327,7 +349,7 @@ TEST(ListCommand, ShowsALineForEachMethod) {
 
 TEST(ListCommand, PrintsJson) {
     EXPECT_EQ(Json::parse(hostadm("list --json other").out),
-              Json::array({Json{{"METHOD", "other/echo"}, {"PURPOSE", "the other echo"}}}));
+              Json::array({Json{{"method", "other/echo"}, {"purpose", "the other echo"}}}));
 }
 
 TEST(ListCommand, RefusesAnUnknownClass) {
@@ -354,6 +376,11 @@ TEST(HelpCommand, SaysWhatAMethodTakes) {
            "");
     EXPECT_EQ(shell(TEST_ROOT "/libexec/hostadm/methods/test/echo --help").out,
               hostadm("help test/echo").out);
+}
+
+TEST(HelpCommand, ShowsTheMethodsOfAClass) {
+    expect(hostadm("help other"), 0, "METHOD      PURPOSE\nother/echo  the other echo\n", "");
+    EXPECT_EQ(hostadm("help oth").status, 2);
 }
 
 TEST(HelpCommand, IsThereForEveryCommand) {
@@ -434,8 +461,8 @@ TEST(Descriptions, MakeManualPagesThatRender) {
     const std::string share = BUILD_ROOT "/share";
     const std::string methods = shell(BUILD_ROOT "/bin/hostadm list --json").out;
     for (const Json &entry : Json::parse(methods)) {
-        std::string name = entry["METHOD"];
-        EXPECT_THAT(entry["PURPOSE"].get<std::string>(), Not(StartsWith("("))) << name;
+        std::string name = entry["method"];
+        EXPECT_THAT(entry["purpose"].get<std::string>(), Not(StartsWith("("))) << name;
         name[name.find('/')] = '-';
         const std::string page = share + "/man/man8/hostadm-" + name + ".8";
         const Seen shown = shell("LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -l " + page);
