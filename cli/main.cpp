@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 // hostadm: runs methods, previews them, shows the server's state.
-#include <cerrno>
 #include <clocale>
-#include <cstdio>
 #include <cstring>
 #include <exception>
 
@@ -14,10 +12,11 @@ namespace {
 using namespace hostadm::cli;
 
 // A result that could not be written is a failure, whatever the method said.
-int flushed(int status) {
-    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+int flushed(int status, const char *failure = "the results cannot be written: ") {
+    const int error = finish_output();
+    if (error == 0)
         return status;
-    print_error("", std::string("cannot write the results: ") + std::strerror(errno));
+    print_error("", std::string(failure) + std::strerror(error));
     return status == done ? failed : status;
 }
 
@@ -54,7 +53,11 @@ int hostadm_main(int argc, char **argv) {
         print(app.help());
         return flushed(done);
     }
-    return flushed(chosen());
+    const int status = chosen();
+    // Who runs a method once more because its results were lost must know that it was done.
+    return status == done && app.got_subcommand("run")
+               ? flushed(status, "the method was done, but its results cannot be written: ")
+               : flushed(status);
 }
 
 } // namespace

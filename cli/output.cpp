@@ -2,12 +2,20 @@
 #include "output.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cwchar>
 
 namespace hostadm::cli {
 
 namespace {
+
+int first_error = 0; // of writing to standard output, as an errno
+
+void note_error(bool happened) {
+    if (happened && first_error == 0)
+        first_error = errno;
+}
 
 std::string cell_text(std::string_view cell) {
     return cell.empty() ? "-" : printable(cell);
@@ -101,7 +109,12 @@ std::size_t width(std::string_view text) {
 }
 
 void print(std::string_view text) {
-    std::fwrite(text.data(), 1, text.size(), stdout);
+    note_error(std::fwrite(text.data(), 1, text.size(), stdout) != text.size());
+}
+
+int finish_output() {
+    note_error(std::fflush(stdout) != 0);
+    return first_error;
 }
 
 void print_json(const Json &json) {
@@ -123,7 +136,7 @@ void print_error(std::string_view subject, std::string_view text, int code) {
     if (code != 0)
         line += " (error " + std::to_string(code) + ")";
     line += '\n';
-    std::fflush(stdout);
+    finish_output();
     std::fwrite(line.data(), 1, line.size(), stderr);
 }
 

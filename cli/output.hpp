@@ -36,6 +36,8 @@ std::string printable(std::string_view text);
 std::size_t width(std::string_view text);
 
 void print(std::string_view text); // to standard output
+// Writes what is still to be written; the errno of the first failure of all that was printed, or 0.
+int finish_output();
 void print_json(const Json &json); // to standard output, indented, with a newline
 // "hostadm: SUBJECT: TEXT (error CODE)" to standard error; without a code none is said.
 void print_error(std::string_view subject, std::string_view text, int code = 0);

@@ -418,9 +418,24 @@ TEST(ArgCommand, RefusesWhatItCannotUse) {
 }
 
 TEST(Output, ThatCannotBeWrittenIsAFailure) {
-    const Seen seen = shell("hostadm run test/rows rows=10 >/dev/full");
-    EXPECT_EQ(seen.status, 1);
-    EXPECT_EQ(seen.err, "hostadm: cannot write the results: No space left on device\n");
+    for (const char *words : {"run test/rows rows=10", "run test/rows rows=100000", "run --json test/rows"})
+        expect(shell(std::string("hostadm ") + words + " >/dev/full"), 1, "",
+               "hostadm: the method was done, but its results cannot be written: No space left on device\n");
+    expect(shell("hostadm run test/rows rows=10 >&-"), 1, "",
+           "hostadm: the method was done, but its results cannot be written: Bad file descriptor\n");
+    expect(shell("hostadm list other >/dev/full"), 1, "",
+           "hostadm: the results cannot be written: No space left on device\n");
+    expect(shell("hostadm --help >/dev/full"), 1, "",
+           "hostadm: the results cannot be written: No space left on device\n");
+}
+
+TEST(Output, ThatCannotBeWrittenDoesNotHideAFailure) {
+    expect(shell("hostadm run test/behave how=fail >/dev/full"), 1, "",
+           "hostadm: test/behave: it was told to (error 100)\n"
+           "hostadm: the results cannot be written: No space left on device\n");
+    expect(shell("hostadm run test/behave how=note >/dev/full"), 1, "",
+           "hostadm: test/behave: note: hello\n"
+           "hostadm: the method was done, but its results cannot be written: No space left on device\n");
 }
 
 TEST(ServeCommand, RefusesWhatIsNoRequest) {
