@@ -12,6 +12,7 @@
 
 #include "failure.hpp"
 #include "paths.hpp"
+#include "support/adapters.hpp"
 #include "support/boot_links.hpp"
 #include "support/client_entry.hpp"
 #include "support/clients.hpp"
@@ -164,10 +165,9 @@ void check_boot_program(const Client &client, bool known) {
 void check_tools() {
     if (geteuid() != 0)
         fail("only root may add a client");
-    if (access("/usr/sbin/share", X_OK) != 0)
-        fail("/usr/sbin/share, which shares directories, is missing; the adapters that come with hostadm "
-             "bring it "
-             "(cmake --install BUILD --component compat)");
+    if (const std::string missing = missing_command("/usr/sbin/share", "shares directories");
+        !missing.empty())
+        fail(missing);
 }
 
 // A swap file that is there already must be like the one that would be made.
