@@ -114,7 +114,13 @@ void print_results(const framework::Answer &answer) {
 }
 
 void print_errors(const std::string &method, const Outcome &outcome) {
+    const framework::ErrorRecord *last = nullptr;
     for (const framework::ErrorRecord &error : outcome.answer.errors) {
+        // The same reason may have kept each of two steps from being done; a reader needs it once.
+        const bool is_repeated = last != nullptr && *last == error;
+        last = &error;
+        if (is_repeated)
+            continue;
         const std::string text = without_method(error.text, method);
         if (outcome.status == Status::done)
             print_error(method, "note: " + text);

@@ -434,15 +434,16 @@ TEST_F(Client, SaysWhatCouldNotBeTakenBack) {
 }
 
 TEST_F(Client, GoesAgainWhenTheRunIsInterrupted) {
-    for (const char *signal : {"INT", "TERM"}) {
+    // The older of the two processes of that name answers for the other.
+    for (const auto &[signal, program] :
+         {std::pair("INT", "add_diskless"), {"TERM", "add_diskless"}, {"TERM", "hostadm"}, {"HUP", "hostadm"}}) {
         fs::remove("/slow-share-began");
         write("/slow-share", "");
         const std::string before = snapshot();
         auto adding =
             std::async(std::launch::async, [] { return method("client/add_diskless " + c1 + tree); });
         EXPECT_TRUE(tests::eventually([] { return fs::exists("/slow-share-began"); }));
-        // The older of the two processes of that name answers for the other.
-        std::system((std::string("pkill -o -x -") + signal + " add_diskless").c_str());
+        std::system((std::string("pkill -o -x -") + signal + " " + program).c_str());
         const Ran added = adding.get();
         EXPECT_EQ(added.status, 1);
         EXPECT_THAT(added.errors, HasSubstr(std::string("interrupted (SIG") + signal + ")"));
