@@ -51,13 +51,15 @@ std::size_t find_item(const std::string &text, const std::string &key) {
 std::string with_item(const std::string &text, const BootparamsItem &item) {
     const std::size_t found = find_item(text, item.key);
     const std::string rest = found == text.npos ? "" : text.substr(found);
-    const std::string start = found == text.npos ? std::string(support::trimmed_end(text)) : text.substr(0, found);
+    const std::string start =
+        found == text.npos ? std::string(support::trimmed_end(text)) : text.substr(0, found);
     return start + edited(rest, item.key, item.server.c_str(), item.path.c_str());
 }
 
 std::string without_items(std::string text, const std::string &key) {
     for (std::size_t found; (found = find_item(text, key)) != text.npos;)
-        text = support::trimmed_end(text.substr(0, found) + edited(text.substr(found), key, nullptr, nullptr));
+        text =
+            support::trimmed_end(text.substr(0, found) + edited(text.substr(found), key, nullptr, nullptr));
     return text;
 }
 

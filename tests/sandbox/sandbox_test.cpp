@@ -445,7 +445,8 @@ TEST_F(Sandbox, EndsOnASignalToItsCaller) {
     const std::string time = marked_sleep(98762);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         Program program({"--", "/bin/sh", "-c", "trap '' INT TERM HUP; sleep " + time + "; true"});
-        ASSERT_TRUE(eventually([&] { return !processes_with("sleep" + std::string(1, '\0') + time).empty(); }));
+        ASSERT_TRUE(
+            eventually([&] { return !processes_with("sleep" + std::string(1, '\0') + time).empty(); }));
         program.send(signal);
         EXPECT_EQ(program.status(), 128 + signal);
         EXPECT_THAT(processes_with(time), IsEmpty());

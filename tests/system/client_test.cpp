@@ -435,8 +435,10 @@ TEST_F(Client, SaysWhatCouldNotBeTakenBack) {
 
 TEST_F(Client, GoesAgainWhenTheRunIsInterrupted) {
     // The older of the two processes of that name answers for the other.
-    for (const auto &[signal, program] :
-         {std::pair("INT", "add_diskless"), {"TERM", "add_diskless"}, {"TERM", "hostadm"}, {"HUP", "hostadm"}}) {
+    for (const auto &[signal, program] : {std::pair("INT", "add_diskless"),
+                                          {"TERM", "add_diskless"},
+                                          {"TERM", "hostadm"},
+                                          {"HUP", "hostadm"}}) {
         fs::remove("/slow-share-began");
         write("/slow-share", "");
         const std::string before = snapshot();

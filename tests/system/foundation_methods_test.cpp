@@ -15,9 +15,9 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
+using tests::content;
 using tests::hostadm;
 using tests::Outcome;
-using tests::content;
 
 void refused(const std::string &arguments, const std::string &text) {
     const Outcome run = hostadm("run " + arguments);

@@ -103,7 +103,7 @@ private:
         if (!fs::exists(table_))
             return {};
         const struct stat info = scratch::status(table_);
-        return {true,        tests::content(table_),          info.st_mode & 07777,
+        return {true,        tests::content(table_),         info.st_mode & 07777,
                 info.st_uid, attribute(table_, "user.note"), attribute(table_, "system.posix_acl_access")};
     }
 
