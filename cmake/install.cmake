@@ -8,18 +8,17 @@ set(static_libraries hostadm_core hostadm_method hostadm_table_edit hostadm_sand
 
 # ---- where programs and libraries find the libraries ----
 
-# The way from an installed folder to the libraries.
+# FOLDER is an installed one; the build tree has it at the same depth, with the libraries in lib. One search path serves
+# both: one that is changed on installing is filled up with empty entries, and those stand for the current folder.
 function(hostadm_find_libraries_from folder)
-  file(RELATIVE_PATH way ${folder} ${CMAKE_INSTALL_FULL_LIBDIR})
-  foreach(target ${ARGN})
-    set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/${way}")
-  endforeach()
+  file(RELATIVE_PATH installed ${folder} ${CMAKE_INSTALL_FULL_LIBDIR})
+  file(RELATIVE_PATH built ${folder} ${CMAKE_INSTALL_PREFIX}/lib)
+  set(ways $ORIGIN/${installed} $ORIGIN/${built})
+  list(REMOVE_DUPLICATES ways)
+  set_target_properties(${ARGN} PROPERTIES INSTALL_RPATH "${ways}" BUILD_WITH_INSTALL_RPATH ON)
 endfunction()
 
-foreach(library ${shared_libraries})
-  set_target_properties(${library} PROPERTIES INSTALL_RPATH "$ORIGIN")
-endforeach()
-hostadm_find_libraries_from(${CMAKE_INSTALL_FULL_BINDIR} hostadm_command)
+set_target_properties(${shared_libraries} PROPERTIES INSTALL_RPATH $ORIGIN BUILD_WITH_INSTALL_RPATH ON)
 get_property(method_targets DIRECTORY ${PROJECT_SOURCE_DIR}/methods PROPERTY BUILDSYSTEM_TARGETS)
 foreach(target ${method_targets})
   get_target_property(type ${target} TYPE)

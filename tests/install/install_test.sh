@@ -44,8 +44,8 @@ check "every method answers" sh -c "for method in \$(cd '$prefix/libexec/hostadm
     '$prefix/bin/hostadm' help \$method >/dev/null || exit 1; done"
 check "libraries have versioned names" sh -c "for name in hostadm hostadm_framework hostadm_tables hostadm_platform; do
     test -L '$lib'/lib\$name.so && test -L '$lib'/lib\$name.so.1 && test -f '$lib'/lib\$name.so.1.*.* || exit 1; done"
-check "no installed file names the build folder as a library path" sh -c "! find '$prefix' -type f \( -name '*.so*' -o -perm -100 \) \
-    -exec readelf -d {} + 2>/dev/null | grep -E 'R(UN)?PATH' | grep -qv '\[\$ORIGIN[^]:]*\]'"
+check "installed files look for libraries beside themselves only" sh -c "! find '$prefix' -type f \( -name '*.so*' -o -perm -100 \) \
+    -exec readelf -d {} + 2>/dev/null | grep -E 'R(UN)?PATH' | grep -Eqv '\[\\\$ORIGIN[^]:]*(:\\\$ORIGIN[^]:]*)*\]'"
 
 PKG_CONFIG_PATH=$lib/pkgconfig
 export PKG_CONFIG_PATH

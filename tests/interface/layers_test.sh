@@ -55,4 +55,9 @@ for name in hostadm hostadm_framework hostadm_tables hostadm_platform; do
     # A program's own definition must win over the library's.
     ! readelf -d "$build/lib/lib$name.so" | grep -q SYMBOLIC || fail "lib$name.so is linked with -Bsymbolic"
 done
+
+# An empty entry of a search path stands for the current folder, whoever has put libraries there.
+for file in $(find "$build/bin" "$build/lib" "$build/libexec" "$build/compat" -type f \( -perm -u+x -o -name '*.so.*' \)); do
+    ! readelf -d "$file" 2>/dev/null | grep -qE 'R(UN)?PATH.*(\[:|::|:\])' || fail "$file looks for libraries in the current folder"
+done
 [ "$failures" = 0 ]
