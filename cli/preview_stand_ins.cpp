@@ -1,0 +1,220 @@
+// SPDX-License-Identifier: MIT
+#include "preview_stand_ins.hpp"
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <set>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "core/descriptor.hpp"
+#include "core/process.hpp"
+
+namespace hostadm::cli {
+
+namespace {
+
+using framework::Descriptor;
+
+// Commands that act on the kernel, on other processes or on the network: recorded, not run.
+constexpr std::array recorded_commands = {"/usr/sbin/mount",    "/usr/bin/mount",       "/usr/sbin/umount",
+                                          "/usr/bin/umount",    "/usr/sbin/unshare",    "/usr/bin/kill",
+                                          "/usr/bin/pkill",     "/usr/bin/killall",     "/usr/bin/systemctl",
+                                          "/usr/sbin/service",  "/usr/sbin/swapon",     "/usr/sbin/swapoff",
+                                          "/usr/sbin/exportfs", "/usr/sbin/invoke-rc.d"};
+
+// Recorded as well; a process of the daemon's name then stands for it in the throwaway root.
+constexpr std::array recorded_daemons = {
+    "/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd",        "/usr/sbin/in.rarpd", "/usr/sbin/rpld",
+    "/usr/sbin/rarpd",     "/usr/sbin/rpc.bootparamd", "/usr/sbin/in.tftpd"};
+
+// Notes the number of arguments, the path and the arguments, each ended by a NUL.
+const std::string note_the_call = "printf '%s\\0' \"$#\" \"$0\" \"$@\" >>" + stand_in_notes + "/commands\n";
+
+std::string script(const std::string &lines) {
+    return "#!/bin/sh\n" + lines;
+}
+
+// Shares and withdraws in a copy of the list of the live system's shares, as the real commands do in the real
+// one: a directory above or below a share of the same file system is refused.
+const std::string share_script = script(
+    "list=" + stand_in_notes + "/shares\nif [ $# -eq 0 ]; then exec cat \"$list\"; fi\n" + note_the_call +
+    R"(options=rw description=
+while getopts F:o:d:p o; do
+    case $o in
+    o) options=$OPTARG ;;
+    d) description=$OPTARG ;;
+    esac
+done
+shift $((OPTIND - 1))
+[ $# -eq 0 ] && exit 0
+while read -r resource shared rest; do
+    case $shared/ in
+    "${1%/}"/?*/) neighbour=sub-directory ;;
+    *) case $1/ in
+        "${shared%/}"/?*/) neighbour=parent ;;
+        *) continue ;;
+        esac ;;
+    esac
+    one=$(stat -c %d "$1" 2>/dev/null) && other=$(stat -c %d "$shared" 2>/dev/null) &&
+        [ "$one" != "$other" ] && continue
+    echo "share: $neighbour ($shared) already shared"
+    exit 1
+done <"$list"
+path=$1 awk '$2 != ENVIRON["path"]' "$list" >"$list.new"
+printf -- '-               %s   %s   "%s"\n' "$1" "$options" "$description" >>"$list.new"
+mv "$list.new" "$list"
+)");
+
+const std::string unshare_script =
+    script(note_the_call + "list=" + stand_in_notes + "/shares\n" + R"(while getopts F:o: o; do :; done
+shift $((OPTIND - 1))
+if ! path=$1 awk '$2 == ENVIRON["path"] { found = 1 } END { exit !found }' "$list"; then
+    echo "unshare: $1: not shared"
+    exit 1
+fi
+path=$1 awk '$2 != ENVIRON["path"]' "$list" >"$list.new"
+mv "$list.new" "$list"
+)");
+
+// Leaves a process of its name behind, which does nothing for ever, as a daemon leaves itself.
+const std::string daemon_script = script(note_the_call + "never=" + stand_in_notes + "/never.$$\n" +
+                                         R"(mkfifo "$never"
+read -r nothing <>"$never" >/dev/null 2>&1 &
+echo $! >>)" + stand_in_notes + "/daemons\n");
+
+const std::string mount_script =
+    script("if [ $# -eq 0 ]; then exec cat " + stand_in_notes + "/mounts; fi\n" + note_the_call);
+
+bool is_command(const std::string &path) {
+    return access(path.c_str(), X_OK) == 0;
+}
+
+// What the live system shares. Without arguments the command only tells.
+std::string live_shares() {
+    const std::string share = "/usr/sbin/share";
+    const Descriptor output(memfd_create("hostadm-shares", MFD_CLOEXEC));
+    if (!is_command(share) || !output.is_open())
+        return {};
+    framework::run({.words = {share}, .descriptors = {{STDOUT_FILENO, output.get()}}, .time_limit = 30});
+    return framework::read_whole(output.get()).value_or("");
+}
+
+// What the live system has mounted, as the mount command tells it.
+std::string live_mounts() {
+    std::ifstream table("/proc/self/mounts");
+    std::string list;
+    for (std::string device, point, type, options, rest; table >> device >> point >> type >> options;
+         std::getline(table, rest))
+        list += device + " on " + point + " type " + type + " (" + options + ")\n";
+    return list;
+}
+
+// A daemon that is to be started by the path given is recorded like those known by name.
+std::vector<std::string> daemons_named(const Invocation &invocation) {
+    std::vector<std::string> paths;
+    if (invocation.method == "start_daemon" || invocation.method == "host/start_daemon")
+        for (const std::string &word : invocation.words)
+            if (word.starts_with("path=/"))
+                paths.push_back(word.substr(5));
+    return paths;
+}
+
+std::string quoted(const std::string &text) {
+    std::string word = "'";
+    for (const char c : text)
+        word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return word + '\'';
+}
+
+// The commands from what the stand-ins wrote.
+std::vector<Command> parse_commands(const std::string &text) {
+    std::vector<std::string> words;
+    for (std::size_t begin = 0, end; (end = text.find('\0', begin)) != text.npos; begin = end + 1)
+        words.push_back(text.substr(begin, end - begin));
+    std::vector<Command> commands;
+    for (std::size_t at = 0; at + 1 < words.size();) {
+        const std::size_t count = std::strtoul(words[at].c_str(), nullptr, 10);
+        const auto first = words.begin() + static_cast<std::ptrdiff_t>(std::min(at + 2, words.size()));
+        const auto last = words.begin() + static_cast<std::ptrdiff_t>(std::min(at + 2 + count, words.size()));
+        commands.push_back({words[at + 1], {first, last}});
+        at += 2 + count;
+    }
+    return commands;
+}
+
+// A process made now has the highest number.
+pid_t highest_process() {
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(0);
+    waitpid(child, nullptr, 0);
+    return child;
+}
+
+// Whether anything that the method started is still at it; what stands for a daemon never ends.
+bool others_are_at_work() {
+    std::ifstream file(stand_in_notes + "/daemons");
+    const std::set<pid_t> daemons{std::istream_iterator<pid_t>(file), {}};
+    const pid_t highest = highest_process();
+    for (pid_t process = 2; process < highest; ++process)
+        if (process != getpid() && !daemons.contains(process) && kill(process, 0) == 0)
+            return true;
+    return false;
+}
+
+} // namespace
+
+std::string Command::text() const {
+    std::string line = path;
+    for (const std::string &argument : arguments)
+        line +=
+            ' ' + (argument.empty() || argument.find_first_of(" \t\n'\"\\$`;&|<>()*?[#~!") != argument.npos
+                       ? quoted(argument)
+                       : argument);
+    return line;
+}
+
+bool Command::is_installed() const {
+    return is_command(path);
+}
+
+std::vector<sandbox::PlacedFile> stand_ins(const Invocation &invocation) {
+    std::map<std::string, std::string> scripts;
+    for (const std::string &path : daemons_named(invocation))
+        scripts[path] = daemon_script;
+    for (const char *path : recorded_daemons)
+        scripts[path] = daemon_script;
+    for (const char *path : recorded_commands)
+        scripts[path] = script(note_the_call);
+    scripts["/usr/sbin/mount"] = scripts["/usr/bin/mount"] = mount_script;
+    scripts["/usr/sbin/share"] = share_script;
+    scripts["/usr/sbin/unshare"] = unshare_script;
+    std::vector<sandbox::PlacedFile> files;
+    for (const auto &[path, script] : scripts)
+        files.push_back({path, script, 0755});
+    files.push_back({stand_in_notes + "/commands", "", 0666});
+    files.push_back({stand_in_notes + "/daemons", "", 0666});
+    files.push_back({stand_in_notes + "/shares", live_shares(), 0666});
+    files.push_back({stand_in_notes + "/mounts", live_mounts(), 0666});
+    return files;
+}
+
+void let_others_end() {
+    const timespec pause{0, 5'000'000};
+    for (int i = 0; i < 400 && others_are_at_work(); ++i)
+        nanosleep(&pause, nullptr);
+}
+
+std::vector<Command> noted_commands(const sandbox::Changes &changes) {
+    return parse_commands(changes.read_after(stand_in_notes + "/commands").value_or(""));
+}
+
+} // namespace hostadm::cli
