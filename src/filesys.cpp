@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -61,6 +62,10 @@ constexpr int no_error = 0;
 constexpr int no_such_line = -2;
 constexpr int add_if_absent = 3;
 constexpr int add_share_if_absent = 11;
+
+// A share line is read into as much at first, and into twice as much as long as it does not fit.
+constexpr std::size_t share_line_size = 1024;
+constexpr std::size_t largest_share_line = 16 * 1024 * 1024;
 
 // ---- mounting ----
 
@@ -348,10 +353,12 @@ int remove_share_line(const std::string &path, const ClientTest &test, const cha
         columns.add_floating(3, 1, 7, path.c_str(), nullptr) != 0)
         return fail(cannot_prepare_edit, method);
     if (test.wanted()) {
-        // As much as the shell takes in one command, so no share line is longer.
-        std::vector<char> line(128 * 1024);
-        const int status =
-            get_db_entry(share_table, columns.get(), line.data(), static_cast<int>(line.size()));
+        std::vector<char> line(share_line_size);
+        int status = get_db_entry(share_table, columns.get(), line.data(), static_cast<int>(line.size()));
+        while (status == -ERANGE && line.size() < largest_share_line) {
+            line.resize(line.size() * 2);
+            status = get_db_entry(share_table, columns.get(), line.data(), static_cast<int>(line.size()));
+        }
         if (status == 0 && !test.allows(line.data()))
             return refuse_client(path, test, method);
         // A line that cannot be read may be that of others, too.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/fake_tables.hpp"
 
+#include <cerrno>
 #include <cstdio>
 
 #include "hostadm/tables.h"
@@ -66,8 +67,11 @@ static int finish(const char *what, const char *table, const col_list *list, int
 }
 
 int get_db_entry(const char *table, col_list *list, char *buffer, int size) {
-    std::snprintf(buffer, static_cast<std::size_t>(size), "%s", state.entry.c_str());
-    return finish("get", table, list, 0, state.get_status);
+    const bool fits = state.entry.size() < static_cast<std::size_t>(size);
+    if (fits)
+        std::snprintf(buffer, static_cast<std::size_t>(size), "%s", state.entry.c_str());
+    state.sizes.push_back(size);
+    return finish("get", table, list, 0, state.get_status != 0 ? state.get_status : fits ? 0 : -ERANGE);
 }
 
 int replace_db_entry(const char *table, col_list *list, int mode) {

@@ -31,6 +31,7 @@ struct Tables {
     int column_status = -12;
     int replace_status = 0, remove_status = 0, get_status = 0;
     std::string entry;                 // what get_db_entry finds
+    std::vector<int> sizes;            // of the buffers that get_db_entry was given
     std::set<std::string> local_hosts; // is_local_host
     int lists = 0;                     // column lists alive
 };

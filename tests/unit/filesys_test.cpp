@@ -1329,6 +1329,25 @@ TEST_F(Unsharing, LongTableLineIsReadWhole) {
     EXPECT_EQ(unshare("c1", "bootonly"), 0);
 }
 
+TEST_F(Unsharing, TableLineIsReadIntoAKilobyteFirst) {
+    fakes::tables().entry = "share -F nfs -o rw=c1 /nowhere/home";
+    EXPECT_EQ(unshare("c1", "bootonly"), 0);
+    EXPECT_THAT(fakes::tables().sizes, ElementsAre(1024));
+}
+
+TEST_F(Unsharing, TableLineLongerThanACommandIsReadWhole) {
+    fakes::tables().entry = "share -F nfs -o ro=" + std::string(300 * 1024, 'h') + ",rw=c1:c2 /nowhere/home";
+    EXPECT_EQ(unshare("c1", "bootonly"), 49);
+    EXPECT_EQ(fakes::tables().sizes.back(), 512 * 1024);
+}
+
+TEST_F(Unsharing, LineThatNeverFitsIsNotRemoved) {
+    fakes::tables().get_status = -ERANGE;
+    EXPECT_EQ(unshare("c1", "bootonly"), 38);
+    for (const auto &call : table_calls())
+        EXPECT_EQ(call.what, "get");
+}
+
 TEST_F(Unsharing, ClientThatIsNoExpressionIsNobody) {
     list("- /nowhere/home rw=c1 \"\"\n");
     EXPECT_EQ(unshare("c1\\(", "nowonly"), 49);
