@@ -7,10 +7,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csetjmp>
 #include <csignal>
 #include <cstring>
+#include <limits>
 #include <optional>
 
 #include "hostadm.h"
@@ -21,6 +23,9 @@ namespace {
 using namespace hostadm;
 
 enum Result { answered = 0, no_answer = 1, unknown_host = 2, no_client_in_time = 3, bad_arguments = -1 };
+
+// The RPC library keeps a time limit as milliseconds in an int, and would not wait at all for a longer one.
+constexpr int longest_timeout = std::numeric_limits<int>::max() / 1000;
 
 sigjmp_buf env_alrm;
 
@@ -74,13 +79,14 @@ std::optional<sockaddr_in> address_of(const char *host) {
 
 // Asks the host's port mapper for the program's UDP port and puts it into the address. The RPC library would
 // do that itself for a port of 0, but it blocks every signal meanwhile and waits a minute for a silent port
-// mapper.
+// mapper. As it would, this asks again when nothing comes back: one lost packet is no silent mapper.
 Result find_port(sockaddr_in &address, unsigned long program, unsigned long version, timeval limit) {
     sockaddr_in mapper_address = address;
     mapper_address.sin_port = htons(PMAPPORT);
     int socket = RPC_ANYSOCK;
+    const timeval ask_again = {1, 0};
     Client mapper(
-        clntudp_bufcreate(&mapper_address, PMAPPROG, PMAPVERS, limit, &socket, UDPMSGSIZE, UDPMSGSIZE));
+        clntudp_bufcreate(&mapper_address, PMAPPROG, PMAPVERS, ask_again, &socket, UDPMSGSIZE, UDPMSGSIZE));
     if (!mapper.exists())
         return no_answer;
     pmap wanted = {program, version, IPPROTO_UDP, 0};
@@ -140,7 +146,7 @@ int rpc_pinghost(const char *host, unsigned long program, unsigned long version,
         return unknown_host;
     if (address->sin_family != AF_INET || timeout <= 0) // without any time nobody can answer
         return no_answer;
-    timeval limit = {timeout, 0};
+    const timeval limit = {std::min(timeout, longest_timeout), 0};
     if (const Result found = find_port(*address, program, version, limit); found != answered)
         return found;
     CLIENT *created = nullptr;

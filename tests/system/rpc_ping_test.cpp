@@ -24,6 +24,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <string>
 #include <thread>
@@ -117,12 +118,17 @@ void answer_null(svc_req *request, SVCXPRT *transport) {
 // What the test's own port mapper knows, shared with its process.
 struct Registered {
     unsigned long port; // of the program; 0: not registered
+    int lost;           // so many questions are still to get lost
 };
 Registered *registered = nullptr;
 
 void answer_mapper(svc_req *request, SVCXPRT *transport) {
     if (request->rq_proc != PMAPPROC_GETPORT)
         return answer_null(request, transport);
+    if (registered->lost > 0) {
+        --registered->lost;
+        return;
+    }
     pmap wanted = {};
     if (svc_getargs(transport, reinterpret_cast<xdrproc_t>(xdr_pmap), reinterpret_cast<char *>(&wanted)) == 0)
         return svcerr_decode(transport);
@@ -187,7 +193,7 @@ protected:
         if (registered == nullptr)
             registered = static_cast<Registered *>(
                 mmap(nullptr, sizeof(Registered), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-        registered->port = 0;
+        *registered = {};
         const UdpSocket socket(PMAPPORT);
         ASSERT_TRUE(socket.bound());
         mapper =
@@ -260,6 +266,21 @@ TEST_P(RpcProbe, DoesNotWaitWithoutTime) {
     start_service();
     EXPECT_EQ(rpc_ping("127.0.0.1", program, version, 0), 1);
     EXPECT_EQ(rpc_ping("127.0.0.1", program, version, -1), 1);
+}
+
+TEST_P(RpcProbe, WaitsHoweverLongTheLimit) {
+    start_service();
+    for (const int limit : {2147484, std::numeric_limits<int>::max()})
+        EXPECT_EQ(rpc_ping("127.0.0.1", program, version, limit), 0) << limit;
+}
+
+TEST_P(RpcProbe, LostQuestionToThePortMapperIsAskedAgain) {
+    if (GetParam() != Mapper::own)
+        GTEST_SKIP() << "only the test's own mapper loses questions";
+    start_service();
+    registered->lost = 1;
+    EXPECT_EQ(rpc_ping("127.0.0.1", program, version, 30), 0);
+    EXPECT_EQ(registered->lost, 0);
 }
 
 TEST_P(RpcProbe, MethodTellsWhetherAProgramAnswers) {
