@@ -39,6 +39,12 @@ foreach(library ${shared_libraries} ${static_libraries} hostadm_build)
 endforeach()
 set_target_properties(hostadm_build PROPERTIES EXPORT_NAME headers)
 
+# Who links one library needs the headers, and with hostadm.h the framework that it includes.
+foreach(library ${shared_libraries})
+  target_link_libraries(${library} INTERFACE $<INSTALL_INTERFACE:hostadm::headers>)
+endforeach()
+target_link_libraries(hostadm INTERFACE $<INSTALL_INTERFACE:hostadm::framework>)
+
 install(TARGETS ${shared_libraries} ${static_libraries} hostadm_build EXPORT hostadmTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/hostadm)

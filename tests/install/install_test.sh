@@ -55,9 +55,10 @@ check "a C11 program builds with pkg-config" "$cc" -std=c11 -Wall -Wextra -Wpeda
     "$here/c_program/main.c" $(pkg-config --libs hostadm) "-Wl,-rpath,$lib" -o "$work/c_program"
 check "the C11 program runs" "$work/c_program"
 check "a C++20 program configures with the CMake package" cmake -S "$here/cxx_program" -B "$work/cxx" \
-    "-DCMAKE_CXX_COMPILER=$cxx" "-DCMAKE_PREFIX_PATH=$prefix"
+    "-DCMAKE_C_COMPILER=$cc" "-DCMAKE_CXX_COMPILER=$cxx" "-DCMAKE_PREFIX_PATH=$prefix"
 check "the C++20 program and a method build" cmake --build "$work/cxx"
 check "the C++20 program runs" "$work/cxx/cxx_program"
+check "a C program that links the shared libraries alone runs" "$work/cxx/c_program"
 mkdir -p "$prefix/libexec/hostadm/methods/other"
 cp "$work/cxx/greet" "$prefix/libexec/hostadm/methods/other/"
 check "the method built by others runs" sh -c "'$prefix/bin/hostadm' run other/greet who=world | grep -qx 'greeting  hello world'"
