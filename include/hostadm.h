@@ -13,7 +13,7 @@
  * 3. NULL. An argument may be NULL only where its function says so.
  * 4. Words given to the shell. Paths, options and names are placed into shell commands as they are; the
  *    caller has checked them. Methods get this from the framework, which checks every argument before a
- *    method runs.
+ *    method runs (in C++ and shell; one that is written in C alone checks its own, see framework.h).
  * 5. Threads. None: the library keeps process-wide buffers and is used by one thread of one method process.
  */
 #ifndef HOSTADM_H

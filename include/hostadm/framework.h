@@ -8,6 +8,14 @@
  * that uses this library without having been started as a method has no input arguments, its outputs are
  * refused, and what it records is said on standard error.
  *
+ * Started with the one argument --describe, a method prints its description and does nothing else. One in C++
+ * gets this, and the check of its arguments and outputs, from hostadm/method.hpp; a script prints JSON (its form
+ * is shown in hostadm(1)) and the framework checks for it. A program that calls this interface alone, in C for
+ * one, prints the same JSON for `hostadm list`, `help` and completion, but is not checked: it gets every argument
+ * as it was given, without defaults, and looks itself at what it hands to a shell. It is built with
+ *     cc unmount.c -o unmount $(pkg-config --cflags --libs hostadm) -Wl,-rpath,PREFIX/lib
+ * (with CMake: hostadm::hostadm) and ends with status 0 when its work is done.
+ *
  * What holds everywhere:
  * - Functions return 0 on success and an errno value or a code named here otherwise; an out-parameter is then
  * as it was, unless said otherwise. ENOMEM means that memory is out.
@@ -54,7 +62,7 @@ typedef struct adm_error {
 int adm_init(void);
 
 /* Finds an input argument of the method that this process is; its value has been checked against the method's
-   description, defaults filled in. *record stays valid, and what is written to its value stays written, until
+   description, defaults filled in (but see above for programs that call this interface alone). *record stays valid, and what is written to its value stays written, until
    the process ends. ENOENT: it was not given. */
 int adm_args_geti(const char *name, unsigned int type, adm_arg **record);
 

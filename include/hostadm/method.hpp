@@ -14,6 +14,15 @@
 //     int work(Call &call) { return unmount_filesystem(call.get("mountpt").c_str(), ...); }
 //
 //     int main(int argc, char **argv) { return run(argc, argv, description, work); }
+//
+// Build it, and put it beside the others, where `hostadm list` shows it at once. With hostadm in PREFIX:
+//
+//     c++ -std=c++20 unmount.cpp -o unmount $(pkg-config --cflags --libs hostadm-method) -Wl,-rpath,PREFIX/lib
+//     install -D unmount PREFIX/libexec/hostadm/methods/filesystem/unmount
+//
+// or with CMake: find_package(hostadm REQUIRED), target_link_libraries(unmount PRIVATE hostadm::method
+// hostadm::hostadm). Where PREFIX is not /usr or /usr/local, PKG_CONFIG_PATH=PREFIX/lib/pkgconfig or
+// CMAKE_PREFIX_PATH=PREFIX finds it.
 #pragma once
 
 #include <functional>

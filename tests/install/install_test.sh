@@ -54,11 +54,15 @@ check "pkg-config knows the version" pkg-config --exact-version=1.0.0 hostadm
 check "a C11 program builds with pkg-config" "$cc" -std=c11 -Wall -Wextra -Wpedantic -Werror $(pkg-config --cflags hostadm) \
     "$here/c_program/main.c" $(pkg-config --libs hostadm) "-Wl,-rpath,$lib" -o "$work/c_program"
 check "the C11 program runs" "$work/c_program"
+# shellcheck disable=SC2046
+check "a method in C++ builds with pkg-config" "$cxx" -std=c++20 $(pkg-config --cflags hostadm-method) \
+    "$here/cxx_program/greet.cpp" $(pkg-config --libs hostadm-method) "-Wl,-rpath,$lib" -o "$work/greet"
 check "a C++20 program configures with the CMake package" cmake -S "$here/cxx_program" -B "$work/cxx" \
     "-DCMAKE_C_COMPILER=$cc" "-DCMAKE_CXX_COMPILER=$cxx" "-DCMAKE_PREFIX_PATH=$prefix"
 check "the C++20 program and a method build" cmake --build "$work/cxx"
 check "the C++20 program runs" "$work/cxx/cxx_program"
 check "a C program that links the shared libraries alone runs" "$work/cxx/c_program"
+check "the method built with pkg-config describes itself" sh -c "'$work/greet' --describe | grep -q other/greet"
 mkdir -p "$prefix/libexec/hostadm/methods/other"
 cp "$work/cxx/greet" "$prefix/libexec/hostadm/methods/other/"
 check "the method built by others runs" sh -c "'$prefix/bin/hostadm' run other/greet who=world | grep -qx 'greeting  hello world'"
