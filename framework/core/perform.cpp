@@ -23,7 +23,9 @@ namespace {
 
 using Status = Outcome::Status;
 
-constexpr int describe_time_limit = 5; // seconds; a description is a text, it takes no work
+// A description is a text: it takes no work, and what goes on for ever must not fill the memory.
+constexpr int describe_time_limit = 5; // seconds
+constexpr std::size_t describe_size_limit = 1 << 20;
 
 // Names of classes and methods; with no dot and no slash a name cannot lead out of the folder.
 bool is_method_word(std::string_view word) {
@@ -199,7 +201,11 @@ std::variant<method::Description, std::string> describe(const std::string &name)
     const Ending ending = run({.words = {path_of(name), "--describe"},
                                .descriptors = {{STDOUT_FILENO, output.get()}},
                                .path_prefix = layout().programs,
-                               .time_limit = describe_time_limit});
+                               .time_limit = describe_time_limit,
+                               .size_limit = describe_size_limit});
+    struct stat printed {};
+    if (fstat(output.get(), &printed) == 0 && printed.st_size >= off_t{describe_size_limit})
+        return std::string("asked to describe itself, it prints more than a megabyte");
     if (!ending.well())
         return "asked to describe itself, it " + in_words(ending);
     const auto text = read_whole(output.get());

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -37,7 +38,7 @@ private:
 // A child begins with no signal blocked or ignored, whatever its parent has set up.
 class FreshSignals {
 public:
-    FreshSignals() {
+    explicit FreshSignals(bool own_group) {
         posix_spawnattr_init(&attributes_);
         sigset_t none;
         sigset_t all;
@@ -45,7 +46,9 @@ public:
         sigfillset(&all);
         posix_spawnattr_setsigmask(&attributes_, &none);
         posix_spawnattr_setsigdefault(&attributes_, &all);
-        posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+        const int group = own_group ? POSIX_SPAWN_SETPGROUP : 0;
+        posix_spawnattr_setflags(&attributes_,
+                                 static_cast<short>(POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | group));
     }
     ~FreshSignals() { posix_spawnattr_destroy(&attributes_); }
     FreshSignals(const FreshSignals &) = delete;
@@ -152,7 +155,8 @@ bool outlives(pid_t child, int seconds) {
 Ending wait_for(pid_t child, int time_limit) {
     Ending ending;
     if ((time_limit > 0 || signals_to_pass_on != -1) && outlives(child, time_limit)) {
-        kill(child, SIGKILL);
+        // A shell that is killed alone leaves what it waits for running.
+        kill(time_limit > 0 ? -child : child, SIGKILL);
         ending.timed_out = true;
     }
     int status = 0;
@@ -196,12 +200,18 @@ Ending run(const Program &program) {
     char **const child_environment = variable_list.empty() ? environ : variable_list.data();
 
     const WaitableChildren waitable;
-    const FreshSignals signals;
+    const FreshSignals signals(program.time_limit > 0);
     pid_t child = -1;
     const auto spawn = program.search ? posix_spawnp : posix_spawn;
     const int error = spawn(&child, words.front().c_str(), actions.get(), signals.get(), word_list.data(),
                             child_environment);
-    return error != 0 ? Ending{.start_error = error} : wait_for(child, program.time_limit);
+    if (error != 0)
+        return {.start_error = error};
+    if (program.size_limit > 0) {
+        const rlimit limit{program.size_limit, program.size_limit};
+        prlimit(child, RLIMIT_FSIZE, &limit, nullptr);
+    }
+    return wait_for(child, program.time_limit);
 }
 
 SignalsPassedOn::SignalsPassedOn(int stream) {

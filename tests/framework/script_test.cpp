@@ -1,13 +1,25 @@
 // SPDX-License-Identifier: MIT
 // Methods that are shell scripts.
+#include <cstdlib>
 #include <gmock/gmock.h>
+#include <string>
+#include <sys/types.h>
 
 #include "support.hpp"
+#include "support/eventually.hpp"
+#include "support/scratch.hpp"
+#include "support/text_files.hpp"
 
 namespace {
 
 using testing::StartsWith;
 using tests::MethodRun;
+
+// It is gone, or nobody has waited for it yet.
+bool ended(pid_t process) {
+    const std::string state = tests::content("/proc/" + std::to_string(process) + "/stat");
+    return state.empty() || state.find(") Z ") != state.npos;
+}
 
 TEST(Script, AnswersThroughTheCommand) {
     testing::internal::CaptureStderr();
@@ -66,6 +78,22 @@ TEST(Script, ThatCannotDescribeItselfIsNotRun) {
 TEST(Script, ThatHangsWhenAskedToDescribeItselfIsKilled) {
     EXPECT_EQ(MethodRun("hanging_description", {}, "slow").text(),
               "asked to describe itself, it did not end in time and was killed");
+}
+
+TEST(Script, ThatDescribesItselfWithoutEndIsCutOff) {
+    EXPECT_EQ(MethodRun("endless_description", {}, "slow").text(),
+              "asked to describe itself, it prints more than a megabyte");
+}
+
+TEST(Script, ThatHangsIsKilledWithWhatItWaitsFor) {
+    const tests::Scratch scratch;
+    const std::string file = scratch.path("waited_for");
+    setenv("WAITED_FOR", file.c_str(), 1);
+    EXPECT_EQ(MethodRun("waiting_description", {}, "slow").text(),
+              "asked to describe itself, it did not end in time and was killed");
+    unsetenv("WAITED_FOR");
+    const pid_t waited_for = std::stoi(tests::content(file));
+    EXPECT_TRUE(tests::eventually([&] { return ended(waited_for); }));
 }
 
 } // namespace
