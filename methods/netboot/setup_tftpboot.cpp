@@ -41,9 +41,12 @@ int work(Call &call) {
                                 architecture.data());
     }
     const BootLinks links = boot_links_of(address);
-    if (boot_links_state(address_digits(address), links) == "yes")
+    // An old link that could not be removed stays, and counts as made.
+    const std::string digits = address_digits(address);
+    if (boot_links_state(digits, links) == "yes" && lead_to(links, digits, architecture, boot_name))
         return 0;
-    call.fail("cannot make the links of " + address + " in " + tftpboot);
+    call.fail("cannot make the links of " + address + " in " + tftpboot + " to " + boot_name +
+              "; is it read-only or not yours to write, or something else in their place?");
     for (const BootLink &link : links)
         call.left_undone("there is " + (tftpboot + ("/" + link.name)) +
                          "; netboot/cleanup_tftpboot removes it");

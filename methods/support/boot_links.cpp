@@ -104,4 +104,10 @@ std::string boot_links_state(const std::string &digits, const BootLinks &links) 
     return "yes";
 }
 
+bool lead_to(const BootLinks &links, const std::string &digits, const std::string &architecture,
+             const std::string &boot_program) {
+    return links.size() == 2 && links[0].name == digits && links[1].name == digits + "." + architecture &&
+           links[0].target == boot_program && links[1].target == boot_program;
+}
+
 } // namespace hostadm::support

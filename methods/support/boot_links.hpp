@@ -34,4 +34,8 @@ std::string architecture_of(std::string_view boot_program);
 // there is none at all, else what is wrong.
 std::string boot_links_state(const std::string &digits, const BootLinks &links);
 
+// Whether the links are those of the digits and of the architecture and nothing else, both to that program.
+bool lead_to(const BootLinks &links, const std::string &digits, const std::string &architecture,
+             const std::string &boot_program);
+
 } // namespace hostadm::support

@@ -167,6 +167,16 @@ TEST(BootLinkNames, TheArchitectureStandsInTheProgramsName) {
     EXPECT_EQ(architecture_of(""), "");
 }
 
+TEST(BootLinkNames, LinksLeadToAProgramWhenBothDoAndNoOtherNameIsThere) {
+    const BootLink plain{"0A000001", "boot", true}, named{"0A000001.KEL4M", "boot", true};
+    EXPECT_TRUE(lead_to({plain, named}, "0A000001", "KEL4M", "boot"));
+    EXPECT_FALSE(lead_to({plain, named}, "0A000001", "KEL4M", "other"));
+    EXPECT_FALSE(lead_to({plain, named}, "0A000001", "KEL4C", "boot"));
+    EXPECT_FALSE(lead_to({plain}, "0A000001", "KEL4M", "boot"));
+    EXPECT_FALSE(lead_to({plain, named, {"0A000001.OLD", "boot", true}}, "0A000001", "KEL4M", "boot"));
+    EXPECT_FALSE(lead_to({}, "0A000001", "KEL4M", "boot"));
+}
+
 TEST(BootLinkNames, TheStateSaysWhatIsWrong) {
     const BootLink plain{"0A000001", "boot", true}, named{"0A000001.KEL4M", "boot", true};
     EXPECT_EQ(boot_links_state("0A000001", {}), "no");

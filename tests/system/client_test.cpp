@@ -895,6 +895,19 @@ TEST_F(Client, LinksOfABootAreaThatCannotBeMadeAreTold) {
                                      HasSubstr("left half done: there is /tftpboot/0A010203.KEL4M;")));
 }
 
+TEST_F(Client, LinksThatStillLeadToAnotherProgramAreNotTakenForMade) {
+    ASSERT_EQ(method("netboot/setup_tftpboot install_hierarchy=/tree address=10.1.2.3" + identity).status, 0);
+    write("/tftpboot/inetboot.kel4m.Quorvel_2.6", "another boot program");
+    EXPECT_EQ(std::system(("setpriv --reuid 65534 --clear-groups " + hostadm() +
+                           " run netboot/setup_tftpboot install_hierarchy=/tree address=10.1.2.3"
+                           " instruction_set=kel4 implementation_arch=kel4m os_name=Quorvel os_version=2.6"
+                           " 2>&1 | grep -q 'cannot make the links of 10.1.2.3 in /tftpboot to "
+                           "inetboot.kel4m.Quorvel_2.6; is it read-only'")
+                              .c_str()),
+              0);
+    EXPECT_EQ(fs::read_symlink("/tftpboot/0A010203"), "inetboot.kel4m.Quorvel_2.5");
+}
+
 TEST_F(Client, HalfABootProgramIsNotKept) {
     const std::string name = "/tftpboot/inetboot.kel4m.Quorvel_2.5";
     const std::string set_up = "netboot/setup_tftpboot install_hierarchy=/tree address=10.1.2.3" + identity;

@@ -211,9 +211,11 @@ void Steps::boot() {
 
     std::string architecture = impl_arch; // becomes upper case
     const std::string named = digits + "." + upper_case(impl_arch);
+    const auto in_place = [&](const BootLinks &links) {
+        return lead_to(links, digits, upper_case(impl_arch), client_.boot_name);
+    };
     const BootLinks there = boot_links_of(client_.address);
-    if (there.size() == 2 && there[0].name == digits && there[1].name == named &&
-        there[0].target == client_.boot_name && there[1].target == client_.boot_name) {
+    if (in_place(there)) {
         report("boot links", false, digits + ", " + named);
         return;
     }
@@ -228,8 +230,9 @@ void Steps::boot() {
         add_tftpboot_dir_client(method.c_str(), client_.boot_name.c_str(), client_.address.c_str(),
                                 architecture.data());
     }
-    if (boot_links_state(digits, boot_links_of(client_.address)) != "yes")
-        fail("the links of " + client_.address + " in " + tftpboot + " do not lead to a boot program");
+    // An old link that could not be removed stays, and counts as made.
+    if (!in_place(boot_links_of(client_.address)))
+        fail("the links of " + client_.address + " in " + tftpboot + " do not lead to " + client_.boot_name);
     report("boot links", true, digits + ", " + named);
 }
 
