@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <filesystem>
+#include <string>
 #include <system_error>
 
 #include "hostadm.h"
@@ -36,20 +37,45 @@ std::string broken_link(const std::string &key) {
     return {};
 }
 
+bool exists(const std::string &path) {
+    std::error_code error;
+    return std::filesystem::exists(path, error);
+}
+
+// The library's error names neither the file that the image lacks nor the image.
+void tell_missing_sources(Call &call, const std::string &image, const std::string &impl_arch,
+                          const std::string &boot_name) {
+    const struct {
+        std::string copy, name, folder;
+    } files[] = {{boot_name, "inetboot", ""},
+                 {"gluecode.com", "gluecode.com", "drv.i86pc/"},
+                 {"smc.com", "smc.com", "drv.i86pc/"}};
+    for (const auto &[copy, name, folder] : files) {
+        const std::string first = image + "/platform/" + impl_arch + "/lib/fs/nfs/" + name,
+                          second = image + "/lib/fs/nfs/" + folder + name;
+        if (!exists("/rplboot/" + copy) && !exists(first) && !exists(second))
+            call.fail("there is no " + name + " to make /rplboot/" + copy + " of; looked for " + first +
+                      ", " + second);
+    }
+}
+
 int work(Call &call) {
     const std::string key = call.get("client_key");
-    if (key.find_first_not_of("0123456789abcdefABCDEF") != key.npos)
+    if (key.size() != 12 || key.find_first_not_of("0123456789abcdefABCDEF") != key.npos)
         return call.refuse("client_key: \"" + key +
-                           "\" is no Ethernet address in hexadecimal digits alone, such as 080020010203");
+                           "\" is no Ethernet address as twelve hexadecimal digits, such as 080020010203");
     const std::string root_dir = call.get("root_dir") == "/" ? "" : call.get("root_dir");
     const std::string inst_set = lower_case(call.get("instruction_set")),
                       impl_arch = lower_case(call.get("implementation_arch")), os_name = call.get("os_name"),
                       os_version = call.get("os_version");
-    call.set("boot_program",
-             make_boot_name(os_version.c_str(), os_name.c_str(), inst_set.c_str(), impl_arch.c_str()));
+    const std::string boot_name =
+        make_boot_name(os_version.c_str(), os_name.c_str(), inst_set.c_str(), impl_arch.c_str());
+    tell_missing_sources(call, root_dir + "/export/exec/" + inst_set + "." + os_name + "_" + os_version,
+                         impl_arch, boot_name);
     setup_rplboot_dir(call.method().c_str(), key.c_str(), impl_arch.c_str(), root_dir.c_str(),
                       inst_set.c_str(), os_name.c_str(), os_version.c_str());
     const std::string broken = broken_link(key);
+    call.set("boot_program", boot_name);
     if (broken.empty())
         return 0;
     call.fail(broken + " leads to no file: the link cannot be made, or its file cannot be copied");

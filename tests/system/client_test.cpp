@@ -857,16 +857,22 @@ TEST_F(Client, BootAreasHaveMethodsOfTheirOwn) {
     const std::string part = "/export/exec/kel4.Quorvel_2.5/lib/fs/nfs/";
     write(part + "inetboot", "rpl");
     write(part + "drv.i86pc/gluecode.com", "glue");
-    const std::string rpl = "netboot/setup_rplboot client_key=08002001" + identity;
-    EXPECT_THAT(method(rpl).errors, HasSubstr("(error 67)")) << "smc.com is missing";
+    const std::string rpl = "netboot/setup_rplboot client_key=080020010203" + identity;
+    const Ran without_module = method(rpl);
+    EXPECT_THAT(without_module.errors,
+                AllOf(HasSubstr("there is no smc.com to make /rplboot/smc.com of; looked for "
+                                "/export/exec/kel4.Quorvel_2.5/platform/kel4m/lib/fs/nfs/smc.com, "
+                                "/export/exec/kel4.Quorvel_2.5/lib/fs/nfs/drv.i86pc/smc.com"),
+                      HasSubstr("(error 67)"), Not(HasSubstr("no gluecode.com"))));
+    EXPECT_EQ(without_module.results.at("outputs").size(), 0u) << "nothing was made for the client";
     write(part + "drv.i86pc/smc.com", "smc");
     EXPECT_EQ(method(rpl).status, 0);
-    EXPECT_EQ(content("/rplboot/08002001.hw.com"), "smc");
-    EXPECT_EQ(content("/rplboot/08002001.glue.com"), "glue");
-    EXPECT_EQ(content("/rplboot/08002001.inetboot"), "rpl");
-    EXPECT_EQ(method("netboot/cleanup_rplboot client_key=08002001").status, 0);
-    EXPECT_FALSE(fs::exists(fs::symlink_status("/rplboot/08002001.hw.com")));
-    EXPECT_EQ(method("netboot/cleanup_rplboot client_key=08002001").status, 0);
+    EXPECT_EQ(content("/rplboot/080020010203.hw.com"), "smc");
+    EXPECT_EQ(content("/rplboot/080020010203.glue.com"), "glue");
+    EXPECT_EQ(content("/rplboot/080020010203.inetboot"), "rpl");
+    EXPECT_EQ(method("netboot/cleanup_rplboot client_key=080020010203").status, 0);
+    EXPECT_FALSE(fs::exists(fs::symlink_status("/rplboot/080020010203.hw.com")));
+    EXPECT_EQ(method("netboot/cleanup_rplboot client_key=080020010203").status, 0);
 }
 
 TEST_F(Client, SetUpOfABootAreaIsQuietWhenItSucceeds) {
@@ -883,8 +889,8 @@ TEST_F(Client, ArchitectureCountsInAnyCase) {
     fs::remove_all("/rplboot");
     for (const char *file : {"inetboot", "gluecode.com", "smc.com"})
         write(std::string("/export/exec/kel4.Quorvel_2.5/platform/kel4m/lib/fs/nfs/") + file, file);
-    EXPECT_EQ(method("netboot/setup_rplboot client_key=08002001" + upper).status, 0);
-    EXPECT_EQ(fs::read_symlink("/rplboot/08002001.inetboot"), "inetboot.kel4m.Quorvel_2.5");
+    EXPECT_EQ(method("netboot/setup_rplboot client_key=080020010203" + upper).status, 0);
+    EXPECT_EQ(fs::read_symlink("/rplboot/080020010203.inetboot"), "inetboot.kel4m.Quorvel_2.5");
 }
 
 TEST_F(Client, LinksOfABootAreaThatCannotBeMadeAreTold) {
@@ -933,18 +939,18 @@ TEST_F(Client, HalfAnRplBootProgramIsNotKeptAndIsTold) {
     write(part + "inetboot", std::string(100'000, 'x'));
     write(part + "drv.i86pc/gluecode.com", "glue");
     write(part + "drv.i86pc/smc.com", "smc");
-    const std::string set_up = "netboot/setup_rplboot client_key=08002001" + identity;
+    const std::string set_up = "netboot/setup_rplboot client_key=080020010203" + identity;
     {
         const SmallDisk disk("/rplboot", "16k");
         const Ran failed = method(set_up);
         EXPECT_EQ(failed.status, 1);
-        EXPECT_THAT(failed.errors, AllOf(HasSubstr("/rplboot/08002001.inetboot leads to no file"),
-                                         HasSubstr("left half done: the links of 08002001")));
+        EXPECT_THAT(failed.errors, AllOf(HasSubstr("/rplboot/080020010203.inetboot leads to no file"),
+                                         HasSubstr("left half done: the links of 080020010203")));
         EXPECT_FALSE(fs::exists("/rplboot/inetboot.kel4m.Quorvel_2.5"));
-        EXPECT_EQ(content("/rplboot/08002001.glue.com"), "glue");
+        EXPECT_EQ(content("/rplboot/080020010203.glue.com"), "glue");
     }
     EXPECT_EQ(method(set_up).status, 0);
-    EXPECT_EQ(fs::file_size("/rplboot/08002001.inetboot"), 100'000u);
+    EXPECT_EQ(fs::file_size("/rplboot/080020010203.inetboot"), 100'000u);
 }
 
 TEST_F(Client, RplbootIsCleanedOfOneClientOnly) {
@@ -965,8 +971,8 @@ TEST_F(Client, RplbootIsCleanedOfOneClientOnly) {
     EXPECT_EQ(std::distance(fs::directory_iterator("/rplboot"), fs::directory_iterator()), 3);
 }
 
-TEST_F(Client, RplbootKeyIsOfHexadecimalDigits) {
-    for (const char *key : {"zz", "..", "smc", "8:0:20:1:2:3"}) {
+TEST_F(Client, RplbootKeyIsOfTwelveHexadecimalDigits) {
+    for (const char *key : {"zz", "..", "smc", "8:0:20:1:2:3", "08002001020", "0800200102030"}) {
         const Ran refused = method(std::string("netboot/setup_rplboot client_key=") + key + identity);
         EXPECT_EQ(refused.status, 2) << key;
         EXPECT_THAT(refused.errors, HasSubstr("client_key")) << key;
