@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <stdexcept>
 #include <unistd.h>
 
 #include "core/answer.hpp"
@@ -74,8 +75,10 @@ bool Call::given(std::string_view name) const {
 }
 
 void Call::set(std::string_view name, std::string_view value) {
-    adm_args_set(std::string(name).c_str(), ADM_STRING, static_cast<unsigned int>(value.size()),
-                 std::string(value).c_str());
+    if (adm_args_set(std::string(name).c_str(), ADM_STRING, static_cast<unsigned int>(value.size()),
+                     std::string(value).c_str()) != 0)
+        throw std::runtime_error("it could not return the output \"" + std::string(name) +
+                                 "\"; is that a name?");
 }
 
 void Call::row(std::initializer_list<std::pair<std::string_view, std::string_view>> fields) {

@@ -90,6 +90,8 @@ public:
     std::string get(std::string_view name) const;
     bool given(std::string_view name) const;
 
+    // Returns an output. Throws what `run` records when it cannot be returned: a name begins with a letter or
+    // "_" and goes on with letters, digits, "_", "-" and ".".
     void set(std::string_view name, std::string_view value);
     void row(std::initializer_list<std::pair<std::string_view, std::string_view>> fields);
     void row(const std::vector<std::pair<std::string, std::string>> &fields);

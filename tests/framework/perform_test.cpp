@@ -217,6 +217,12 @@ TEST(BadMethod, ThatThrowsHasFailed) {
     EXPECT_EQ(run.text(), "behave: thrown out");
 }
 
+TEST(BadMethod, ThatReturnsAnOutputWithoutANameHasFailed) {
+    const auto run = behave("bad_output");
+    EXPECT_EQ(run.status, 100);
+    EXPECT_EQ(run.text(), "behave: it could not return the output \"9 lives\"; is that a name?");
+}
+
 TEST(BadMethod, ThatIsNoProgramIsSaidToBeNone) {
     EXPECT_EQ(MethodRun("not_executable").text(),
               "it is not executable, or you may not run it; is root needed?");

@@ -76,6 +76,11 @@ const std::map<std::string, int (*)(Call &)> behaviours{
          return 0;
      }},
     {"throw", [](Call &) -> int { throw std::runtime_error("thrown out"); }},
+    {"bad_output",
+     [](Call &call) {
+         call.set("9 lives", "lost");
+         return 0;
+     }},
     {"clear",
      [](Call &call) {
          call.fail("put right later");
