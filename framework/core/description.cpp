@@ -45,8 +45,13 @@ public:
         Description read;
         read.name = text(json, "name");
         read.purpose = text(json, "purpose");
-        for (const Json &item : list(json, "arguments"))
-            read.arguments.push_back(argument(item));
+        for (const Json &item : list(json, "arguments")) {
+            Argument next = argument(item);
+            if (std::any_of(read.arguments.begin(), read.arguments.end(),
+                            [&next](const Argument &earlier) { return earlier.name == next.name; }))
+                throw "it has two arguments " + next.name;
+            read.arguments.push_back(std::move(next));
+        }
         for (const Json &item : list(json, "outputs"))
             read.outputs.push_back(field(item));
         for (const Json &item : list(json, "columns"))
@@ -102,6 +107,11 @@ private:
                 throw "a choice of argument " + read.name + " is no text";
             read.choices.push_back(choice.get<std::string>());
         }
+        if (read.kind == method::Kind::choice && read.choices.empty())
+            throw "argument " + read.name + " has no \"choices\"";
+        if (!read.default_value.empty() && !is_accepted(read, read.default_value))
+            throw "the default of argument " + read.name + " cannot be \"" + read.default_value +
+                "\"; it must be " + accepted(read);
         return read;
     }
 };

@@ -212,6 +212,8 @@ std::variant<method::Description, std::string> describe(const std::string &name)
     auto parsed = parse_description(text.value_or(""));
     if (const auto *defect = std::get_if<std::string>(&parsed))
         return "its description of itself cannot be used: " + *defect;
+    // It is run by the name of its file, whatever name a copy of another has kept.
+    std::get<method::Description>(parsed).name = name;
     return parsed;
 }
 

@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: MIT
 // Methods that are shell scripts.
+#include <cstdio>
 #include <cstdlib>
 #include <gmock/gmock.h>
+#include <memory>
 #include <string>
 #include <sys/types.h>
+#include <variant>
 
+#include "core/description.hpp"
 #include "support.hpp"
 #include "support/eventually.hpp"
 #include "support/scratch.hpp"
@@ -73,6 +77,33 @@ TEST(Script, ThatCannotDescribeItselfIsNotRun) {
               "asked to describe itself, it ended with exit status 4");
     EXPECT_EQ(MethodRun("unknown_kind").text(),
               "its description of itself cannot be used: argument a is of the unknown kind \"colour\"");
+}
+
+// What is wrong with a description that has these arguments; "" for none.
+std::string defect_of(const std::string &arguments) {
+    const auto parsed = hostadm::framework::parse_description(
+        R"({"name": "test/a", "purpose": "p", "arguments": [)" + arguments + "]}");
+    const auto *defect = std::get_if<std::string>(&parsed);
+    return defect == nullptr ? "" : *defect;
+}
+
+TEST(Script, MayNotDescribeArgumentsThatCannotBeGiven) {
+    EXPECT_EQ(defect_of(R"({"name": "a", "kind": "choice"})"), "argument a has no \"choices\"");
+    EXPECT_EQ(defect_of(R"({"name": "a", "kind": "word"}, {"name": "a", "kind": "host"})"),
+              "it has two arguments a");
+    EXPECT_EQ(defect_of(R"({"name": "a", "kind": "number", "default": "few"})"),
+              "the default of argument a cannot be \"few\"; it must be a decimal number, not negative");
+    EXPECT_EQ(defect_of(R"({"name": "a", "kind": "choice", "choices": ["b", "c"], "default": "d"})"),
+              "the default of argument a cannot be \"d\"; it must be b or c");
+    EXPECT_EQ(defect_of(R"({"name": "a", "kind": "choice", "choices": ["b", "c"], "default": "c"})"), "");
+}
+
+TEST(Script, IsCalledWhatItsFileIsCalled) {
+    const std::unique_ptr<FILE, int (*)(FILE *)> help(popen(TEST_ROOT "/bin/hostadm help test/copied", "r"),
+                                                      &pclose);
+    char first[256] = {};
+    ASSERT_NE(std::fgets(first, sizeof first, help.get()), nullptr);
+    EXPECT_STREQ(first, "test/copied: be copied\n");
 }
 
 TEST(Script, ThatHangsWhenAskedToDescribeItselfIsKilled) {
