@@ -48,7 +48,7 @@ bool take_prefix(std::string_view &text, const std::string &prefix) {
 std::string without_method(std::string_view text, const std::string &method) {
     const std::string name = method.substr(method.rfind('/') + 1);
     if (!take_prefix(text, "Method " + name + ":") && !take_prefix(text, name + "::") &&
-        !take_prefix(text, name + ":") && !take_prefix(text, method + ":"))
+        !take_prefix(text, name + ":") && !take_prefix(text, method + ":") && !take_prefix(text, "::"))
         take_prefix(text, ":");
     const std::size_t begin = std::min(text.find_first_not_of(" \n"), text.size());
     const std::size_t end = text.find_last_not_of(" \n");

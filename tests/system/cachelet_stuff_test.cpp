@@ -243,6 +243,9 @@ TEST_F(CacheletSystem, PatchToolRunsOnTheClient) {
     standin::place("/opt/KTVXmgr/2.2/bin/drelpatch");
     EXPECT_EQ(hostadm("run service/apply_patches root=/export/root/c1").output, "result  applied\n");
     EXPECT_THAT(standin::lines(), ElementsAre("/opt/KTVXmgr/2.2/bin/drelpatch -C /export/root/c1"));
+    standin::place("/opt/KTVXmgr/2.2/bin/drelpatch", {.output = "two patches\n"});
+    EXPECT_EQ(hostadm("run service/apply_patches root=/export/root/c1").output,
+              "result  applied\nhostadm: service/apply_patches: note: two patches\n");
     standin::place("/opt/KTVXmgr/2.2/bin/drelpatch", {.error = "bad patch\n", .status = 2});
     const Ran failed = hostadm("run service/apply_patches root=/export/root/c1");
     EXPECT_EQ(failed.status, 1);
