@@ -90,6 +90,12 @@ void check_lines(const std::string &root, bool (*is_good)(const std::string &)) 
                          "\", whose seventh and last column is not its mount options; mend it first"};
 }
 
+// The new table is there as a whole: it was not moved into place.
+bool is_made(std::size_t mounts) {
+    const std::vector<CachedMount> made = cached_mounts(content(new_table()));
+    return made.size() == mounts && is_switched_on(made);
+}
+
 // The library leaves the new table behind when it could not make it whole or move it into place.
 struct NewTableRemoved {
     ~NewTableRemoved() { unlink(new_table().c_str()); }
@@ -141,8 +147,12 @@ std::vector<CachedMount> cached_mounts(std::string_view table) {
 void check_client_root(const std::string &root) {
     if (std::string defect = defect_of_root(root); !defect.empty())
         throw Failed{std::move(defect)};
-    if (std::error_code error; !fs::is_regular_file(table_of(root), error))
-        throw Failed{table_of(root) + " does not exist, so " + root + " is no client's root yet"};
+    std::error_code error;
+    if (const fs::file_status table = fs::status(table_of(root), error); !fs::status_known(table))
+        throw Failed{"cannot look at " + table_of(root) + ": " + error.message()};
+    else if (!fs::is_regular_file(table))
+        throw Failed{table_of(root) + (fs::exists(table) ? " is no file" : " does not exist") + ", so " +
+                     root + " is no client's root yet"};
     for (const char *below : {"/etc/vfstab", "/etc/fs/cachefs", "/.autoinstall"})
         if (std::string way_out = way_out_of_root(root, below); !way_out.empty())
             throw Failed{std::move(way_out)};
@@ -178,6 +188,8 @@ bool enable_cached_mounts(const std::string &root) {
         if (is_switched_on(cached_mounts(read_client_table(root))))
             throw Failed{"cannot make the directory " + cache_directory_of(root) +
                          "; the table itself is switched to cached mounts"};
+        if (is_made(mounts.size())) // what failed are the last two steps, and the library tells of neither
+            fail_unchanged(root);
         throw Failed{};
     }
     if (!is_switched_on(cached_mounts(read_client_table(root))))

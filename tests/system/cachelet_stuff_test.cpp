@@ -384,6 +384,12 @@ protected:
             system(("PATH=/slow:$PATH " HOSTADM_COMMAND " " + arguments + " >/slow/output 2>&1").c_str());
         return {WEXITSTATUS(status), content("/slow/output")};
     }
+    static Ran hostadm_as_nobody(const std::string &arguments) {
+        const int status = system(("setpriv --reuid 65534 --regid 65534 --clear-groups " HOSTADM_COMMAND " " +
+                                   arguments + " >/tmp/command.output 2>&1")
+                                      .c_str());
+        return {WEXITSTATUS(status), content("/tmp/command.output")};
+    }
     // Adds the client while that command is in place, and waits until it has stopped there.
     std::future<Ran> add_slowly() {
         auto adding = std::async(std::launch::async, [this] { return hostadm_slow(add); });
@@ -517,6 +523,28 @@ TEST_F(CacheOnlyClient, TableThatCannotBeMovedIntoPlaceIsAFailure) {
     }
     fs::remove_all("/export/root/c1/etc/fs");
     EXPECT_EQ(snapshot(), before);
+}
+
+TEST_F(CacheOnlyClient, NeitherTableNorDirectoryIsAFailureWithItsReason) {
+    write("/export/root/c1/etc/fs", "in the way of the directory");
+    replace("mv", "exit 1");
+    const Ran ran = hostadm_slow("run cachelet/enable_cache root=/export/root/c1");
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_EQ(ran.output, "hostadm: cachelet/enable_cache: the new table could not be moved over "
+                          "/export/root/c1/etc/vfstab (error 100)\n");
+}
+
+TEST_F(CacheOnlyClient, TableThatIsNoFileOrHiddenIsToldSo) {
+    const std::string enable = "run cachelet/enable_cache root=/export/root/c1";
+    fs::permissions("/export/root/c1/etc", fs::perms::none);
+    EXPECT_THAT(hostadm_as_nobody(enable).output,
+                HasSubstr("cannot look at /export/root/c1/etc/vfstab: Permission denied"));
+    fs::permissions("/export/root/c1/etc", fs::perms(0755));
+    fs::remove("/export/root/c1/etc/vfstab");
+    EXPECT_THAT(hostadm(enable).output, HasSubstr("/export/root/c1/etc/vfstab does not exist, so"));
+    fs::create_directory("/export/root/c1/etc/vfstab");
+    EXPECT_THAT(hostadm(enable).output, HasSubstr("/export/root/c1/etc/vfstab is no file, so"));
+    fs::remove("/export/root/c1/etc/vfstab");
 }
 
 TEST_F(CacheOnlyClient, FailedEditLeavesNothingInTmp) {
