@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
+#include <cerrno>
+#include <filesystem>
 #include <string>
+#include <system_error>
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "support/adapters.hpp"
+#include "support/edit_failure.hpp"
 
 namespace {
 
@@ -46,6 +50,16 @@ bool is_pass(const std::string &text) {
     return text == "-" || std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
+// A table that is missing is made, and its folder with it, but nothing above. What the mount brings is not
+// there yet.
+bool has_no_place(const std::filesystem::path &table, const std::string &mountpt) {
+    if (table.string().starts_with(mountpt + "/"))
+        return false;
+    std::error_code failure;
+    const auto above = table.parent_path().parent_path();
+    return std::filesystem::status(above, failure).type() == std::filesystem::file_type::not_found;
+}
+
 int work(Call &call) {
     if (!is_pass(call.get("fsckpass")))
         return call.refuse("the argument fsckpass is a number, or \"-\" for never");
@@ -59,11 +73,13 @@ int work(Call &call) {
                 hostadm::support::missing_command("/usr/sbin/mount", "mounts file systems");
             !missing.empty())
             return call.fail(missing);
-    return mount_filesystem(call.get("resource").c_str(), call.get("fsckdev").c_str(),
-                            call.get("mountpt").c_str(), call.get("fstype").c_str(),
-                            call.get("fsckpass").c_str(), call.get("mountatboot").c_str(),
-                            call.get("mntopts").c_str(), call.get("takeeffect").c_str(),
-                            call.get("vfstab").c_str(), call.method().c_str());
+    const std::string table = call.get("vfstab");
+    if (call.get("takeeffect") != "nowonly" && has_no_place(table, call.get("mountpt")))
+        return call.fail(hostadm::methods::edit_failure(table, -ENOENT));
+    return mount_filesystem(
+        call.get("resource").c_str(), call.get("fsckdev").c_str(), call.get("mountpt").c_str(),
+        call.get("fstype").c_str(), call.get("fsckpass").c_str(), call.get("mountatboot").c_str(),
+        call.get("mntopts").c_str(), call.get("takeeffect").c_str(), table.c_str(), call.method().c_str());
 }
 
 } // namespace

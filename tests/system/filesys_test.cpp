@@ -154,6 +154,21 @@ TEST_F(RealFilesys, MountIsTakenBackWhenItsLineCannotBeWritten) {
                 ElementsAre("/usr/sbin/mount -F nfs -o bg,hard,rw h:/d /d", "/usr/sbin/umount /d"));
 }
 
+TEST_F(RealFilesys, NothingIsMountedWhenItsTableCannotBeMade) {
+    for (const char *effect : {"nowandboot", "bootonly"}) {
+        const auto result = hostadm(std::string("run filesystem/mount resource=h:/d mountpt=/d fstype=nfs "
+                                                "vfstab=/missing/root/etc/vfstab takeeffect=") +
+                                    effect);
+        EXPECT_EQ(result.status, 1) << effect;
+        EXPECT_THAT(result.error,
+                    HasSubstr("/missing/root/etc/vfstab cannot be changed: No such file or directory"));
+    }
+    EXPECT_THAT(standin::lines(), IsEmpty());
+    EXPECT_EQ(
+        hostadm("run filesystem/mount resource=h:/d mountpt=/d fstype=nfs vfstab=/missing/vfstab").status, 0);
+    EXPECT_EQ(content("/missing/vfstab"), "h:/d\t-\t/d\tnfs\t-\tyes\tbg,hard,rw\n");
+}
+
 TEST_F(RealFilesys, UserIsToldWhenAMountCannotBeTakenBack) {
     fs::remove(vfstab);
     fs::create_directory(vfstab);
