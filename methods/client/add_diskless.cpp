@@ -88,6 +88,8 @@ int work(Call &call) {
             return provision(call, journal);
         } catch (const Recorded &) {
             return 1;
+        } catch (const Refused &argument) {
+            return call.refuse(argument.what());
         } catch (const std::exception &failure) {
             return call.fail(failure.what());
         }

@@ -901,6 +901,22 @@ TEST_F(Client, LinksOfABootAreaThatCannotBeMadeAreTold) {
                                      HasSubstr("left half done: there is /tftpboot/0A010203.KEL4M;")));
 }
 
+TEST_F(Client, ArgumentsOfNoUseOnAnyServerAreInvalidOnes) {
+    const std::string others = "hostname=c2 ethernet=8:0:20:1:1:1 address=10.1.2.4" + identity;
+    for (const std::string &arguments :
+         {"hostname=c2 ethernet=8:0:20:1:1:1 address=127.0.0.1" + identity + tree,
+          "hostname=c2 ethernet=ff:ff:ff:ff:ff:ff address=10.1.2.4" + identity + tree,
+          others + tree + " packages=/spool", others + tree + " swap_size=0",
+          others + tree + " swap_size=99999999999g", others + tree + " rootpath=/",
+          others + tree + " swappath=//", others + tree + " dumppath=/"}) {
+        const Ran refused = method("client/add_diskless " + arguments);
+        EXPECT_EQ(refused.status, 2) << arguments;
+        EXPECT_EQ(refused.results.at("status"), "invalid") << refused.errors;
+    }
+    EXPECT_THAT(method("client/add_diskless " + others + tree + " dumppath=/").errors,
+                HasSubstr("the argument dumppath cannot be \"/\""));
+}
+
 TEST_F(Client, LinksThatStillLeadToAnotherProgramAreNotTakenForMade) {
     ASSERT_EQ(method("netboot/setup_tftpboot install_hierarchy=/tree address=10.1.2.3" + identity).status, 0);
     write("/tftpboot/inetboot.kel4m.Quorvel_2.6", "another boot program");

@@ -31,7 +31,7 @@ namespace {
 void check_addresses(const Call &call, const Client &client) {
     const in_addr_t address = ntohl(inet_addr(client.address.c_str()));
     if (address >> 24 == 0 || address >> 24 == 127 || address >> 28 >= 14)
-        fail(client.address + " is no address of a host");
+        refuse(client.address + " is no address of a host");
     if (is_own_address(client.address))
         fail(client.address + " is an address of this server");
     if (lower_case(client.hostname) == lower_case(local_host_name()) ||
@@ -45,7 +45,7 @@ void check_addresses(const Call &call, const Client &client) {
     constexpr std::uint8_t nobody[6] = {};
     if (ethernet == nullptr || (ethernet->ether_addr_octet[0] & 1) != 0 ||
         std::memcmp(ethernet->ether_addr_octet, nobody, sizeof nobody) == 0)
-        fail(client.ethernet + " is no Ethernet address of a single host");
+        refuse(client.ethernet + " is no Ethernet address of a single host");
 }
 
 void check_table(const HostTable &table, const std::string &key, const std::string &name) {

@@ -37,9 +37,9 @@ std::uint64_t bytes_in(const std::string &size) {
     const int shift = unit == "k" ? 10 : unit == "m" ? 20 : unit == "g" ? 30 : 0;
     constexpr std::uint64_t largest = 1ull << 62;
     if (count == 0)
-        fail("a swap file of " + size + " bytes is of no use; give a swap_size such as 32m");
+        refuse("a swap file of " + size + " bytes is of no use; give a swap_size such as 32m");
     if (count > largest >> shift)
-        fail("a swap file of " + size + " is more than any file can hold");
+        refuse("a swap file of " + size + " is more than any file can hold");
     return count << shift;
 }
 
@@ -58,6 +58,9 @@ Identity read_identity(Call &call) {
 void read_paths(Call &call, Client &client) {
     const auto &[inst_set, impl_arch, os_name, os_version] = client.identity;
     const std::string &name = client.hostname;
+    for (const char *argument : {"rootpath", "swappath", "dumppath"})
+        if (call.given(argument) && call.get(argument).find_first_not_of('/') == std::string::npos)
+            refuse(std::string("the argument ") + argument + " cannot be \"/\"; it must be a path below it");
     PathArgument boot(""), root(call.given("rootpath") ? call.get("rootpath") : "/export/root/" + name),
         swap(call.given("swappath") ? call.get("swappath") : "/export/swap/" + name + "/swap"),
         dump(call.get("dumppath"));
@@ -73,9 +76,9 @@ void read_paths(Call &call, Client &client) {
 void read_source(Call &call, Client &client) {
     const bool from_tree = call.given("tree"), from_packages = call.given("packages");
     if (from_tree && from_packages)
-        fail("give a tree or packages, not both");
+        refuse("give a tree or packages, not both");
     if (from_packages && client.identity.os_version.starts_with("4."))
-        fail("a 4.x release has no packages; give the tree that its root is copied from");
+        refuse("a 4.x release has no packages; give the tree that its root is copied from");
     if (from_tree)
         client.tree = split_paths(call.get("tree")).front();
     if (from_packages)

@@ -7,6 +7,10 @@
 
 namespace hostadm::diskless {
 
+void refuse(const std::string &text) {
+    throw Refused(text);
+}
+
 void fail(const std::string &text) {
     throw std::runtime_error(text);
 }
