@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: MIT
-#include <unistd.h>
+#include <string>
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
+#include "support/adapters.hpp"
 
 namespace {
 
 using namespace hostadm::method;
-
-constexpr char share_program[] = "/usr/sbin/share";
 
 const Description description{
     .name = "filesystem/list_shares",
@@ -17,9 +16,9 @@ const Description description{
 };
 
 int work(Call &call) {
-    if (access(share_program, X_OK) != 0)
-        return call.fail(std::string("cannot run ") + share_program +
-                         ", which knows the shares; is an NFS server with its share command installed?");
+    if (const std::string missing = hostadm::support::missing_command("/usr/sbin/share", "knows the shares");
+        !missing.empty())
+        return call.fail(missing);
     get_sharefs_ents();
     ManyRows rows;
     for (const sharefs_entry *entry = sfs_top; entry != nullptr; entry = entry->next)

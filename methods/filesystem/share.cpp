@@ -3,6 +3,7 @@
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
+#include "support/adapters.hpp"
 
 namespace {
 
@@ -53,6 +54,11 @@ std::string as_one_word(const std::string &text) {
 }
 
 int work(Call &call) {
+    if (call.get("takeeffect") != "bootonly" && call.get("force") != "yes")
+        if (const std::string missing =
+                hostadm::support::missing_command("/usr/sbin/share", "shares directories");
+            !missing.empty())
+            return call.fail(missing);
     const std::string words = as_one_word(call.get("description"));
     return sharefs(call.get("fstype").c_str(), call.get("options").c_str(), words.c_str(),
                    call.get("pathname").c_str(), call.get("takeeffect").c_str(), call.method().c_str(),

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
+#include <string>
+
 #include "hostadm.h"
 #include "hostadm/method.hpp"
+#include "support/adapters.hpp"
 
 namespace {
 
@@ -28,7 +31,19 @@ const Description description{
     .outputs = {{"pathname", "the directory, without links and dots: what was withdrawn"}},
 };
 
+// Empty when all is there. The share list is needed to tell whether a client is the only one.
+std::string missing_commands(const Call &call) {
+    using hostadm::support::missing_command;
+    std::string missing = missing_command("/usr/sbin/unshare", "withdraws shares");
+    if (missing.empty() && call.given("client"))
+        missing = missing_command("/usr/sbin/share", "knows the shares");
+    return missing;
+}
+
 int work(Call &call) {
+    if (call.get("takeeffect") != "bootonly")
+        if (const std::string missing = missing_commands(call); !missing.empty())
+            return call.fail(missing);
     return unsharefs(call.get("fstype").c_str(), call.get("pathname").c_str(), call.get("client").c_str(),
                      call.get("takeeffect").c_str(), call.method().c_str());
 }

@@ -164,6 +164,10 @@ TEST_F(RealFilesys, NothingIsMountedWhenItsTableCannotBeMade) {
                     HasSubstr("/missing/root/etc/vfstab cannot be changed: No such file or directory"));
     }
     EXPECT_THAT(standin::lines(), IsEmpty());
+    const auto below = hostadm("run filesystem/mount resource=h:/d mountpt=/missing fstype=nfs "
+                               "vfstab=/missing/root/etc/vfstab");
+    EXPECT_EQ(below.status, 1);
+    EXPECT_THAT(standin::lines(), testing::SizeIs(2)) << "the table may come with the mount";
     EXPECT_EQ(
         hostadm("run filesystem/mount resource=h:/d mountpt=/d fstype=nfs vfstab=/missing/vfstab").status, 0);
     EXPECT_EQ(content("/missing/vfstab"), "h:/d\t-\t/d\tnfs\t-\tyes\tbg,hard,rw\n");
@@ -457,7 +461,36 @@ TEST_F(RealFilesys, UserListsShares) {
     fs::remove("/usr/sbin/share");
     const auto missing = hostadm("run filesystem/list_shares");
     EXPECT_EQ(missing.status, 1);
-    EXPECT_THAT(missing.error, HasSubstr("cannot run /usr/sbin/share"));
+    EXPECT_THAT(missing.error, HasSubstr("/usr/sbin/share, which knows the shares, is missing; "));
+}
+
+TEST_F(RealFilesys, UserIsToldWhatBringsAMissingShareCommand) {
+    const std::string table = dfstab_text + "share -F nfs -o rw=c1 /export/home\n";
+    write(dfstab, table);
+    fs::remove("/usr/sbin/share");
+    const auto shared = hostadm("run filesystem/share pathname=/export/home");
+    EXPECT_EQ(shared.status, 1);
+    EXPECT_THAT(shared.error,
+                HasSubstr("/usr/sbin/share, which shares directories, is missing; the adapters that "
+                          "come with hostadm bring it (cmake --install BUILD --component compat)"));
+    const auto of_client = hostadm("run filesystem/unshare pathname=/export/home client=c1");
+    EXPECT_EQ(of_client.status, 1);
+    EXPECT_THAT(of_client.error, HasSubstr("/usr/sbin/share, which knows the shares, is missing; "));
+    fs::remove("/usr/sbin/unshare");
+    const auto unshared = hostadm("run filesystem/unshare pathname=/export/home");
+    EXPECT_EQ(unshared.status, 1);
+    EXPECT_THAT(unshared.error, HasSubstr("/usr/sbin/unshare, which withdraws shares, is missing; "));
+    EXPECT_THAT(unshared.error, Not(HasSubstr("half")));
+    EXPECT_EQ(content(dfstab), table);
+}
+
+TEST_F(RealFilesys, SharesOfTheNextStartNeedNoCommand) {
+    fs::remove("/usr/sbin/share");
+    fs::remove("/usr/sbin/unshare");
+    EXPECT_EQ(hostadm("run filesystem/share pathname=/export/home takeeffect=bootonly").status, 0);
+    EXPECT_EQ(content(dfstab), dfstab_text + "share -F nfs -o rw /export/home\n");
+    EXPECT_EQ(hostadm("run filesystem/unshare pathname=/export/home client= takeeffect=bootonly").status, 0);
+    EXPECT_EQ(content(dfstab), dfstab_text);
 }
 
 TEST_F(RealFilesys, BadArgumentsAreRefusedByName) {
