@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <climits>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -53,12 +54,22 @@ std::string without_quotes(const std::string &text) {
     return quoted ? text.substr(1, text.size() - 2) : text;
 }
 
+constexpr std::string_view version_key = "VERSION=";
+
 std::string version_of(const fs::path &package) {
-    constexpr std::string_view key = "VERSION=";
     for (const std::string &line : lines_of(package / "pkginfo"))
-        if (line.starts_with(key))
-            return without_quotes(line.substr(key.size()));
+        if (line.starts_with(version_key))
+            return without_quotes(line.substr(version_key.size()));
     return "";
+}
+
+// Of a last line without an ending the library takes off the version's last character.
+bool version_is_cut(const fs::path &package) {
+    std::ifstream file(package / "pkginfo");
+    for (std::string line; std::getline(file, line);)
+        if (line.starts_with(version_key))
+            return file.eof();
+    return false;
 }
 
 } // namespace
@@ -88,7 +99,9 @@ TemplateRecord::TemplateRecord(std::string package_dir, std::string package, std
     file_ =
         (server.size() > 2 && server[2] > '4' ? "/var/sadm/system/admin/services/" : "/var/sadm/softinfo/") +
         os_directory_;
-    version_ = version_of(fs::path(package_dir) / package_);
+    const fs::path source = fs::path(package_dir) / package_;
+    version_ = version_of(source);
+    version_is_cut_ = version_is_cut(source);
     template_ = templates / os_directory_ / (package_ + "_" + version_ + "_" + arch_ + ".all");
 }
 
@@ -139,7 +152,11 @@ std::vector<std::string> TemplateRecord::also_replaced() const {
 
 std::string TemplateRecord::obstacle() const {
     constexpr const char *plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789+-_.:,@%=";
-    if (version_.find_first_not_of(plain) != version_.npos)
+    if (version_is_cut_)
+        return "the line VERSION in the pkginfo of " + package_ +
+               " does not end with a newline; add one behind it";
+    if (version_.find_first_not_of(plain) != version_.npos ||
+        fs::path(template_).filename().native().size() > NAME_MAX)
         return "the version " + version_ + " in the pkginfo of " + package_ +
                " cannot be part of a directory's name";
     if (is_recorded())

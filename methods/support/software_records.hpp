@@ -26,8 +26,9 @@ public:
     bool is_recorded() const;                               // by both of its lines
     bool exists() const;
 
-    // Why it must not be added, in words, or nothing: a version that the shell would take apart, or lines and
-    // templates of other packages that would go with an older version, because their names hold this one's.
+    // Why it must not be added, in words, or nothing: a version that the shell would take apart, that makes no
+    // name or that the library would cut, or lines and templates of other packages that would go with an older
+    // version, because their names hold this one's.
     std::string obstacle() const;
 
     // Makes the folder of the record file. The library appends to the file without looking whether it can.
@@ -42,6 +43,7 @@ private:
     bool mentions(const std::string &text) const;
 
     std::string package_, arch_, os_directory_, file_, version_, template_;
+    bool version_is_cut_;
 };
 
 } // namespace hostadm::support

@@ -337,6 +337,18 @@ TEST_F(CacheletSystem, TemplateMethodTakesAVersionAsTheShellDoes) {
     }
 }
 
+TEST_F(CacheletSystem, TemplateMethodKeepsTheOlderVersionForOneThatMakesNoName) {
+    package("5.4", "KTVXmgr5r");
+    EXPECT_EQ(hostadm(add_template_command).status, 0);
+    const std::string before = content(record_file);
+    package("5.4", "KTVXmgr5r", std::string(300, '2'));
+    EXPECT_THAT(hostadm(add_template_command).output, HasSubstr("cannot be part of a directory's name"));
+    write(data + "/Packages/i386/5.4/KTVXmgr5r/pkginfo", "VERSION=2.0");
+    EXPECT_THAT(hostadm(add_template_command).output, HasSubstr("does not end with a newline"));
+    EXPECT_EQ(content(record_file), before);
+    EXPECT_TRUE(fs::exists(templates + "/KTVXmgr5r_1.0_i386.all/KTVXmgr5r/pkginfo"));
+}
+
 TEST_F(CacheletSystem, TemplateMethodTellsOfNoTemplateThatIsNotThere) {
     const Ran ran = hostadm(add_template_command);
     EXPECT_EQ(ran.status, 1);
