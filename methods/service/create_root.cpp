@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "support/roots.hpp"
 
+#include <exception>
+
 #include "hostadm/method.hpp"
+#include "support/undo.hpp"
 
 namespace {
 
@@ -38,11 +41,27 @@ int work(Call &call) {
     if (!defect.empty())
         return call.fail(defect);
     call.progress("filling " + root);
-    const int status = fill_root(call, root, call.get("os_name"), call.get("os_version"), sources);
-    if (status == 2)
+    const auto tell_left = [&] {
         call.left_undone(root +
                          " may hold part of what was to be in it; run this again when the cause is mended");
-    return status;
+    };
+    const Ending ending = run_apart([&] {
+        try {
+            const int status = fill_root(call, root, call.get("os_name"), call.get("os_version"), sources);
+            if (status == 2)
+                tell_left();
+            return status;
+        } catch (const std::exception &failure) {
+            return call.fail(failure.what());
+        }
+    });
+    if (ending.done)
+        return 0;
+    if (!ending.reason.empty()) {
+        call.fail(ending.reason);
+        tell_left();
+    }
+    return 1;
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/roots.hpp"
 
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,6 +24,23 @@ namespace {
 bool is_release_4(const std::string &version) {
     return version.starts_with("4.");
 }
+
+// While it lives, TERM ends the commands that the library runs and not the library, which then cleans up.
+class CommandsAreInterrupted {
+public:
+    CommandsAreInterrupted() {
+        struct sigaction survive {};
+        survive.sa_handler = [](int) {};
+        survive.sa_flags = SA_RESTART;
+        sigaction(SIGTERM, &survive, &before_);
+    }
+    ~CommandsAreInterrupted() { sigaction(SIGTERM, &before_, nullptr); }
+    CommandsAreInterrupted(const CommandsAreInterrupted &) = delete;
+    CommandsAreInterrupted &operator=(const CommandsAreInterrupted &) = delete;
+
+private:
+    struct sigaction before_ {};
+};
 
 // Commands that succeed may still talk, and their words stand in the record of errors; this takes them back.
 void forget_words_of_success() {
@@ -85,7 +103,10 @@ int fill_root(method::Call &call, const std::string &root, const std::string &os
     for (auto source = sources.rbegin(); source != sources.rend(); ++source)
         list.push_front({list.empty() ? nullptr : &list.front(), source->c_str()});
     const char *const service[] = {"", os_name.c_str(), os_version.c_str()};
-    const int status = create_clnt_root(root.c_str(), service, list.empty() ? nullptr : &list.front());
+    const int status = [&] {
+        const CommandsAreInterrupted guard;
+        return create_clnt_root(root.c_str(), service, list.empty() ? nullptr : &list.front());
+    }();
     if (status == 0) {
         cleanup(root.c_str()); // the admin file: once something is installed, nothing else goes
         forget_words_of_success();

@@ -1090,6 +1090,24 @@ TEST_F(Client, RootThatIsFilledInPartIsTold) {
     EXPECT_THAT(unable.errors, AllOf(HasSubstr("/usr/sbin/pkgadd, which"), Not(HasSubstr("left half done"))));
 }
 
+TEST_F(Client, RootWhoseFillingIsInterruptedIsToldAndLeavesNoSettings) {
+    standin::place("/usr/sbin/pkgadd", {.script = "touch $4/began; sleep 20"});
+    write("/spool/KTVXboot/pkginfo", "PKG=KTVXboot\n");
+    fs::create_directories("/export/root/c7");
+    const std::size_t before = admin_files();
+    auto creating = std::async(std::launch::async, [] {
+        return method(
+            "service/create_root rootpath=/export/root/c7 os_name=Quorvel os_version=2.5 sources=/spool");
+    });
+    EXPECT_TRUE(tests::eventually([] { return fs::exists("/export/root/c7/began"); }));
+    std::system("pkill -o -x -INT create_root");
+    const Ran interrupted = creating.get();
+    EXPECT_EQ(interrupted.status, 1);
+    EXPECT_THAT(interrupted.errors, AllOf(HasSubstr("interrupted (SIGINT)"),
+                                          HasSubstr("left half done: /export/root/c7 may hold part")));
+    EXPECT_EQ(admin_files(), before);
+}
+
 TEST_F(Client, RootMayBeFilledAlone) {
     if (!fs::exists("/usr/bin/cpio"))
         GTEST_SKIP() << "cpio is not installed";
