@@ -93,12 +93,18 @@ Admin Admin::parse(const std::string &text) {
     const std::set<std::string> known = {"mail",     "instance", "partial", "runlevel",
                                          "idepend",  "rdepend",  "space",   "setuid",
                                          "conflict", "action",   "basedir", "networktimeout"};
+    for (const std::string &line : split(text, '\n'))
+        if (line.find('=') == std::string::npos && !line.starts_with('#') &&
+            line.find_first_not_of(" \t\r") != std::string::npos)
+            throw Failure("the admin file has a line that is no key=value: \"" + line + "\"");
     for (const auto &[key, value] : parse_settings(text)) {
         if (!known.contains(key))
             throw Failure("the admin file has an unknown setting " + key);
         if (value == "ask")
             throw Refusal(pkgadd_asks, "the admin file wants to be asked about " + key +
-                                           "; give nocheck or quit, this program asks nothing");
+                                           (key == "basedir" ? "; give a directory or default"
+                                                             : "; give nocheck or quit") +
+                                           ", this program asks nothing");
         const bool quit = value == "quit";
         if (key == "basedir")
             admin.base = value == "default" ? "" : value;

@@ -560,7 +560,10 @@ TEST_F(Pkgadd, ConflictQuitRefusesAnotherPackagesFiles) {
 TEST_F(Pkgadd, RefusesToAsk) {
     make();
     set_admin("conflict", "ask");
-    expect_refused("wants to be asked about conflict", 5);
+    expect_refused("wants to be asked about conflict; give nocheck or quit, this program asks nothing", 5);
+    write_text("/tmp/p/admin", "basedir=ask\n");
+    expect_refused("wants to be asked about basedir; give a directory or default, this program asks nothing",
+                   5);
 }
 
 TEST_F(Pkgadd, RefusesUnknownAdminFiles) {
@@ -569,6 +572,8 @@ TEST_F(Pkgadd, RefusesUnknownAdminFiles) {
     expect_refused("unknown value space=maybe");
     write_text("/tmp/p/admin", "colour=blue\n");
     expect_refused("unknown setting colour");
+    write_text("/tmp/p/admin", "# a comment\n\nspace=quit\ninstance quit\n");
+    expect_refused("no key=value: \"instance quit\"");
     must("rm /tmp/p/admin");
     expect_refused("there is no admin file /tmp/p/admin");
     write_text("/tmp/p/admin", "basedir=opt\n");
