@@ -48,12 +48,6 @@ private:
     size_t at_ = 0;
 };
 
-bool is_package_name(const std::string &name) {
-    return !name.empty() && name.size() <= 64 && std::isalpha(static_cast<unsigned char>(name[0])) &&
-           name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789+-_") ==
-               std::string::npos;
-}
-
 // Without empty and "." words; throws when a word leads upwards.
 std::string clean_path(const std::string &path) {
     std::string clean;
@@ -100,6 +94,12 @@ std::vector<std::string> words_of(const std::string &line) {
     for (std::string word; stream >> word;)
         words.push_back(word);
     return words;
+}
+
+bool is_package_name(const std::string &name) {
+    return !name.empty() && name.size() <= 64 && std::isalpha(static_cast<unsigned char>(name[0])) &&
+           name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789+-_") ==
+               std::string::npos;
 }
 
 std::map<std::string, std::string> parse_settings(std::string_view text) {
@@ -268,6 +268,8 @@ void Package::parse_map() {
             fail("pkgmap line " + std::to_string(number) + ": " + error.what());
         }
     }
+    if (information_.empty() && entries_.empty())
+        fail("pkgmap lists nothing; is it damaged?");
 }
 
 // Scripts were written for another system, and would run as root on this one.

@@ -39,6 +39,9 @@ Measure measure(
 // The words of a line, separated by blanks.
 std::vector<std::string> words_of(const std::string &line);
 
+// At most 64 letters, digits and + - _, a letter first.
+bool is_package_name(const std::string &name);
+
 // "KEY=value" lines, values perhaps in quotes.
 std::map<std::string, std::string> parse_settings(std::string_view text);
 

@@ -97,7 +97,8 @@ std::vector<std::string> selected(const Settings &settings) {
     }
     std::vector<std::string> names;
     for (const auto &each : std::filesystem::directory_iterator(settings.spool))
-        if (std::filesystem::exists(each.path() / "pkginfo"))
+        if (each.path().filename().native().front() != '.' && // one that is being made
+            std::filesystem::exists(each.path() / "pkginfo"))
             names.push_back(each.path().filename());
     if (names.empty())
         throw compat::Failure(settings.spool + " holds no package");

@@ -11,6 +11,7 @@
 #include <set>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <system_error>
 #include <unistd.h>
 
 #include "packages/package.hpp"
@@ -113,8 +114,19 @@ std::string measured(const std::string &path, const struct stat &info) {
 class Maker {
 public:
     explicit Maker(Settings settings) : settings_(std::move(settings)) {}
+    ~Maker() {
+        std::error_code ignored;
+        if (!fresh_.empty())
+            fs::remove_all(fresh_, ignored);
+    }
+    Maker(const Maker &) = delete;
+    Maker &operator=(const Maker &) = delete;
 
     void make() {
+        if (!compat::is_package_name(settings_.package))
+            throw Failure("\"" + settings_.package + "\" is no package name");
+        if (!fs::is_directory(settings_.tree))
+            throw Failure(settings_.tree + ": no such tree");
         const fs::path package = fs::path(settings_.spool) / settings_.package;
         if (fs::exists(package) && !settings_.overwrite)
             throw Failure(package.string() + " is there already; -o replaces it");
@@ -129,6 +141,9 @@ public:
             paths.insert(each.path());
         for (const fs::path &path : paths)
             add(path);
+        if (!editable_.empty())
+            throw Failure(*editable_.begin() + ": " + settings_.tree +
+                          " has no such file that could be edited");
         std::sort(lines_.begin(), lines_.end());
         std::string map = ": 1 " + std::to_string(kilobytes_ * 2) + "\n" + information_line_;
         for (const auto &[path, line] : lines_)
@@ -185,8 +200,7 @@ private:
             put(written, "l none " + written + "=" + first->second);
             return;
         }
-        const bool editable = std::find(settings_.editable.begin(), settings_.editable.end(), relative) !=
-                              settings_.editable.end();
+        const bool editable = editable_.erase(relative) != 0;
         put(written,
             std::string(editable ? "e" : "f") + " none " + written + " " + rest + " " + measured(path, info));
         kilobytes_ += (static_cast<uint64_t>(info.st_size) + 1023) / 1024;
@@ -198,6 +212,7 @@ private:
     void put(const std::string &path, const std::string &line) { lines_.emplace_back(path, "1 " + line); }
 
     Settings settings_;
+    std::set<std::string> editable_{settings_.editable.begin(), settings_.editable.end()}; // not found yet
     fs::path fresh_;
     std::string information_line_;
     std::vector<std::pair<std::string, std::string>> lines_;

@@ -246,6 +246,20 @@ TEST_F(Pkgadd, RefusesMapThatIsNone) {
     }
 }
 
+TEST_F(Pkgadd, RefusesMapThatListsNothing) {
+    make();
+    write_text("/tmp/p/spool/ABChello/pkgmap", ": 1 4\n");
+    expect_refused("ABChello: pkgmap lists nothing");
+    write_text("/tmp/p/spool/ABChello/pkgmap", "");
+    expect_refused("ABChello: pkgmap lists nothing");
+}
+
+TEST_F(Pkgadd, AllLeavesOutAPackageThatIsBeingMade) {
+    make();
+    must("mkdir /tmp/p/spool/.ABCother.new; cp /tmp/p/spool/ABChello/pkginfo /tmp/p/spool/.ABCother.new");
+    expect_added();
+}
+
 TEST_F(Pkgadd, RefusesWhatIsNoPackage) {
     must("mkdir /tmp/p/spool/junk");
     expect_refused("/tmp/p/spool holds no package");
@@ -624,7 +638,18 @@ TEST_F(Pkgadd, MakerRefusesWhatAMapCannotHold) {
     const Outcome outcome = sh("pkgmk -d /tmp/p/spool -r /tmp/p/tree ABChello 2>&1");
     EXPECT_THAT(outcome.output, HasSubstr("pkgmap cannot hold a path with a blank"));
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_FALSE(std::filesystem::exists("/tmp/p/spool/ABChello"));
+    EXPECT_EQ(sh("ls -A /tmp/p/spool").output, "");
+}
+
+TEST_F(Pkgadd, MakerRefusesWhatIsNotThere) {
+    const auto refusal = [](const std::string &words) {
+        return sh("pkgmk -d /tmp/p/spool " + words + " 2>&1");
+    };
+    EXPECT_EQ(refusal("-r /tmp/p/none ABChello").output, "pkgmk: /tmp/p/none: no such tree\n");
+    EXPECT_EQ(refusal("-r /tmp/p/tree -e etc/modt ABChello").output,
+              "pkgmk: etc/modt: /tmp/p/tree has no such file that could be edited\n");
+    EXPECT_EQ(refusal("-r /tmp/p/tree ABC/hello").output, "pkgmk: \"ABC/hello\" is no package name\n");
+    EXPECT_EQ(sh("ls -A /tmp/p/spool").output, "");
 }
 
 TEST_F(Pkgadd, MakerReplacesAPackageOnlyWhenAsked) {
