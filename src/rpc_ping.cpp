@@ -4,6 +4,7 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <rpc/rpc.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -126,8 +127,10 @@ int rpc_ping(const char *host, unsigned long program, unsigned long version, int
     const pid_t child = fork();
     if (child == -1)
         return -1;
-    if (child == 0)
+    if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL); // ends with its caller: the RPC library holds other signals back
         _exit(rpc_pinghost(host, program, version, timeout));
+    }
     int status = 0;
     pid_t ended;
     do

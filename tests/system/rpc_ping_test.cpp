@@ -55,6 +55,7 @@ public:
     Process(const Process &) = delete;
     Process &operator=(const Process &) = delete;
 
+    pid_t id() const { return pid_; }
     void end() {
         if (pid_ > 0) {
             kill(pid_, SIGKILL);
@@ -160,14 +161,20 @@ bool in_private_network() {
     return std::getenv("HOSTADM_SANDBOX") != nullptr;
 }
 
-// The child that our parent started after us; 0: none yet.
-pid_t younger_brother() {
-    const std::string parent = std::to_string(getppid());
-    std::ifstream children("/proc/" + parent + "/task/" + parent + "/children");
+// A child of that process that is younger than another one; 0: none yet.
+pid_t child_of(pid_t parent, pid_t older) {
+    const std::string id = std::to_string(parent);
+    std::ifstream children("/proc/" + id + "/task/" + id + "/children");
     for (pid_t child; children >> child;)
-        if (child > getpid())
+        if (child > older)
             return child;
     return 0;
+}
+
+// Neither gone nor defunct.
+bool runs(pid_t process) {
+    std::ifstream command_line("/proc/" + std::to_string(process) + "/cmdline");
+    return command_line.get() != std::ifstream::traits_type::eof();
 }
 
 enum class Mapper { own, rpcbind };
@@ -300,7 +307,7 @@ TEST_P(RpcProbe, KilledProbeIsMinusOne) {
     register_port(silent.port());
     Process killer([] { // kills its younger brother: the probe's child
         for (;;) {
-            const pid_t probe = younger_brother();
+            const pid_t probe = child_of(getppid(), getpid()); // its younger brother
             if (probe != 0)
                 kill(probe, SIGKILL); // the RPC library holds every other signal back
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -368,6 +375,17 @@ TEST_F(RpcProbeAlone, HungPortMapperIsThreeAfterTheLimit) {
     ASSERT_TRUE(silent.bound());
     const long seconds = seconds_of([] { EXPECT_EQ(rpc_ping("127.0.0.1", program, version, 1), 3); });
     EXPECT_LT(seconds, 15) << "the RPC library alone waits for a minute";
+}
+
+TEST_F(RpcProbeAlone, ProbeEndsWithItsCaller) {
+    const UdpSocket silent(PMAPPORT);
+    Process caller([] { rpc_ping("127.0.0.1", program, version, 600); });
+    char question;
+    ASSERT_EQ(recv(silent.descriptor(), &question, sizeof question, 0), 1);
+    const pid_t probe = child_of(caller.id(), caller.id());
+    EXPECT_TRUE(runs(probe));
+    caller.end();
+    EXPECT_TRUE(tests::eventually([&] { return !runs(probe); }));
 }
 
 TEST_F(RpcProbeAlone, MethodTellsThatThePortMapperIsSilent) {
