@@ -14,6 +14,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <getopt.h>
+#include <netdb.h>
 #include <poll.h>
 #include <sys/inotify.h>
 #include <sys/prctl.h>
@@ -151,8 +152,13 @@ template <typename Condition> bool comes_true(std::chrono::milliseconds patience
 
 void require_rpcbind() {
     if (!comes_true(1s, [] { return registered_port(rpcbind_program, 2, by_udp).has_value(); }))
-        throw Failure("rpcbind does not answer; install the package rpcbind and start it with \"rpcbind -w "
-                      "-r\" (-r lets clients' broadcasts through)");
+        throw Failure(getservbyname("sunrpc", "udp") == nullptr
+                          ? "rpcbind does not answer, since /etc/services does not tell its port "
+                            "(\"sunrpc\"); install the "
+                            "package netbase and restart rpcbind"
+                          : "rpcbind does not answer; install the package rpcbind and start it with "
+                            "\"rpcbind -w -r\" (-r "
+                            "lets clients' broadcasts through)");
 }
 
 // ---- the watching process ---------------------------------------------------------------------------------

@@ -5,7 +5,8 @@
 #include <string_view>
 #include <unistd.h>
 
-#include "mounting/debian_program.hpp"
+#include "mounting/call.hpp"
+#include "support/debian_program.hpp"
 #include "support/file.hpp"
 
 namespace compat {
@@ -115,7 +116,7 @@ std::vector<std::string> debian_words(const Call &call) {
 }
 
 int mount(int argc, char **argv) {
-    const DebianProgram program("mount");
+    const DebianProgram program("mount", "mount");
     if (!is_system_v_call(argc, argv))
         program.take_over(argv);
     std::optional<Call> call = parse(argc, argv);

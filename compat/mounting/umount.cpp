@@ -3,7 +3,8 @@
 #include <cstdio>
 #include <unistd.h>
 
-#include "mounting/debian_program.hpp"
+#include "mounting/call.hpp"
+#include "support/debian_program.hpp"
 #include "support/file.hpp"
 
 namespace compat {
@@ -15,7 +16,7 @@ constexpr const char *usage =
 
 // The type says nothing that the kernel does not know.
 int umount(int argc, char **argv) {
-    const DebianProgram program("umount");
+    const DebianProgram program("umount", "mount");
     if (!is_system_v_call(argc, argv))
         program.take_over(argv);
     std::vector<std::string> words;

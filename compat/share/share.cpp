@@ -13,6 +13,7 @@
 #include "share/nfs_server.hpp"
 #include "share/options.hpp"
 #include "share/share_table.hpp"
+#include "support/debian_program.hpp"
 #include "support/file.hpp"
 
 namespace compat {
@@ -40,6 +41,7 @@ Withdraws DIRECTORY from NFS clients at once. Says nothing when it succeeds.
 
   -F, --type TYPE   file system type; only nfs
   -h, --help        this text
+A call that begins with another option, such as "unshare --net COMMAND", is handed to Debian's unshare(1).
 Exit status: 0 done, 1 refused, 2 wrong usage. See share(8).
 )";
 constexpr const char *shareall_help = R"(usage: shareall [-F nfs] [--boot] [FILE]
@@ -220,6 +222,13 @@ int share(const std::vector<std::string> &words) {
     return 0;
 }
 
+// Linux has another command of this name, which begins with options that this one does not have.
+bool is_for_debians_unshare(const std::vector<std::string> &words) {
+    const std::string first = words.size() > 1 ? words[1] : "";
+    return first.starts_with('-') && !first.starts_with("-F") && !first.starts_with("-o") && first != "-h" &&
+           first != "--type" && !first.starts_with("--type=") && first != "--help" && first != "--";
+}
+
 int unshare(const std::vector<std::string> &words) {
     const Request request = parse_words(words, "F:o:h");
     if (request.help)
@@ -339,6 +348,8 @@ int main(int argc, char **argv) {
     const std::string name = argc == 0 ? "share" : slash != nullptr ? slash + 1 : argv[0];
     return compat::guarded_main(name.c_str(), compat::status_failed, [&] {
         try {
+            if (name == "unshare" && compat::is_for_debians_unshare(words))
+                compat::DebianProgram("unshare", "util-linux").take_over(argv);
             if (name == "unshare")
                 return compat::unshare(words);
             if (name == "shareall")

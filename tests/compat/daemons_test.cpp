@@ -195,8 +195,12 @@ TEST(NfsDaemons, RefuseWrongUsage) {
 
 TEST(NfsDaemons, NeedRpcbind) {
     write_text("/usr/sbin/exportfs", "#!/bin/sh\n");
-    must("chmod 755 /usr/sbin/exportfs");
-    expect_complaint("/usr/lib/nfs/nfsd -a 16", "nfsd: rpcbind does not answer");
+    must("chmod 755 /usr/sbin/exportfs; touch /etc/services; cp -p /etc/services /etc/services.away");
+    write_text("/etc/services", "sunrpc 111/udp\n");
+    expect_complaint("/usr/lib/nfs/nfsd -a 16", "nfsd: rpcbind does not answer; install the package rpcbind");
+    write_text("/etc/services", "");
+    expect_complaint("/usr/lib/nfs/nfsd -a 16", "install the package netbase");
+    must("mv /etc/services.away /etc/services");
     expect_complaint("/usr/lib/nfs/mountd", "mountd: rpcbind does not answer");
     must("rm /usr/sbin/exportfs");
 }

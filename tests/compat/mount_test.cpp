@@ -233,9 +233,10 @@ TEST(MountInstallation, LeavesASystemsOnlyMountAlone) {
     const Outcome outcome =
         sh("DESTDIR=/tmp/merged " CMAKE_PROGRAM " --install " BUILD_DIRECTORY " --component compat");
     EXPECT_EQ(outcome.status, 0) << outcome.output;
-    EXPECT_THAT(outcome.output, HasSubstr("the adapters mount and umount are not installed"));
+    EXPECT_THAT(outcome.output, HasSubstr("the adapters mount, umount and unshare are not installed"));
     EXPECT_EQ(text_of("/tmp/merged/usr/bin/mount"), "debian\n");
     EXPECT_EQ(sh("test -e /tmp/merged/usr/bin/umount").status, 1);
+    EXPECT_EQ(sh("test -L /tmp/merged/usr/bin/unshare").status, 1);
     EXPECT_EQ(sh("test -x /tmp/merged/usr/bin/share").status, 0);
     EXPECT_EQ(sh("test -e /tmp/merged/usr/share/man/man8/hostadm-mount.8").status, 0);
 }

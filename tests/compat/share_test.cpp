@@ -176,6 +176,34 @@ TEST_F(Share, EveryNameExplainsItself) {
     }
 }
 
+TEST_F(Share, UnshareHandsOtherCallsToDebiansProgramOfThatName) {
+    for (const char *const call :
+         {"--uts sh -c 'hostname elsewhere; hostname'", "-u sh -c 'hostname elsewhere; hostname'",
+          "-fu sh -c 'hostname elsewhere; hostname'"}) {
+        const Outcome outcome = sh(std::string("/usr/sbin/unshare ") + call);
+        EXPECT_EQ(outcome.output, "elsewhere\n") << call;
+        EXPECT_EQ(outcome.status, 0) << call;
+    }
+    EXPECT_THAT(sh("hostname").output, Not(HasSubstr("elsewhere")));
+    EXPECT_THAT(sh("/usr/sbin/unshare --version").output, HasSubstr("util-linux"));
+    EXPECT_EQ(sh("/usr/sbin/unshare --uts sh -c 'exit 7'").status, 7);
+}
+
+TEST_F(Share, UnshareKeepsItsOwnCalls) {
+    expect_complaint("/usr/sbin/unshare /export/home", "/export/home: not shared");
+    expect_complaint("/usr/sbin/unshare -F nfs /export/home", "/export/home: not shared");
+    expect_complaint("/usr/sbin/unshare --type=nfs -- /export/home", "/export/home: not shared");
+    expect_complaint("/usr/sbin/unshare -F ufs /export/home", "unknown file system type", 2);
+    expect_complaint("/usr/sbin/unshare", "give one directory", 2);
+}
+
+TEST_F(Share, UnshareSaysWhereDebiansProgramOfThatNameComesFrom) {
+    must("mv /usr/bin/unshare /usr/bin/unshare.away");
+    expect_complaint("/usr/sbin/unshare --net true",
+                     "/usr/bin/unshare is missing; install the package util-linux");
+    must("mv /usr/bin/unshare.away /usr/bin/unshare");
+}
+
 TEST_F(Share, OptionsBecomeTheServersSettings) {
     expect_silence("/usr/sbin/share -o rw=c1:c2,root=c1 /export/home");
     const std::string text = export_of("/export/home");

@@ -1,13 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "mounting/debian_program.hpp"
+#include "support/debian_program.hpp"
 
-#include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <spawn.h>
-#include <string_view>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -17,20 +14,9 @@
 
 namespace compat {
 
-bool is_system_v_call(int argc, char **argv) {
-    if (argc < 3 || std::strcmp(argv[1], "-F") != 0)
-        return false;
-    const std::string_view type = argv[2];
-    const auto is_part_of_type = [](unsigned char character) {
-        return std::isalnum(character) != 0 || std::strchr("._-", character) != nullptr;
-    };
-    return !type.empty() && type.front() != '-' && type.front() != '.' &&
-           std::all_of(type.begin(), type.end(), is_part_of_type);
-}
-
 void DebianProgram::fail_to_run() const {
     if (errno == ENOENT)
-        throw Failure(path_ + " is missing; install the package mount");
+        throw Failure(path_ + " is missing; install the package " + package_);
     fail_with_errno("cannot run " + path_);
 }
 
@@ -39,7 +25,7 @@ void DebianProgram::require_other_than_this() const {
     struct stat ours = {}, theirs = {};
     if (stat("/proc/self/exe", &ours) == 0 && stat(path_.c_str(), &theirs) == 0 &&
         ours.st_dev == theirs.st_dev && ours.st_ino == theirs.st_ino)
-        throw Failure(path_ + " is this adapter; put Debian's back: apt-get install --reinstall mount");
+        throw Failure(path_ + " is this adapter; put Debian's back: apt-get install --reinstall " + package_);
 }
 
 void DebianProgram::take_over(char **argv) const {

@@ -1,24 +1,18 @@
 // SPDX-License-Identifier: MIT
-// Debian's mount and umount, behind programs of the same names that also understand the calls of System V.
-#ifndef COMPAT_MOUNTING_DEBIAN_PROGRAM_HPP
-#define COMPAT_MOUNTING_DEBIAN_PROGRAM_HPP
+// A program of Debian's in /usr/bin, behind one of the same name that also understands the calls of System V.
+#ifndef COMPAT_SUPPORT_DEBIAN_PROGRAM_HPP
+#define COMPAT_SUPPORT_DEBIAN_PROGRAM_HPP
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace compat {
 
-// Exit statuses as Debian's programs have them.
-constexpr int status_wrong_call = 1;
-constexpr int status_system_error = 2;
-
-// Whether the arguments begin with "-F TYPE". To Debian's mount, -F is a flag that goes with -a; so a word that is
-// an option, a path or a tag (UUID=...) is no type.
-bool is_system_v_call(int argc, char **argv);
-
 class DebianProgram {
 public:
-    explicit DebianProgram(const std::string &name) : path_("/usr/bin/" + name) {}
+    DebianProgram(const std::string &name, std::string package)
+        : path_("/usr/bin/" + name), package_(std::move(package)) {}
 
     // Turns this process into the program; the arguments stay as they are.
     [[noreturn]] void take_over(char **argv) const;
@@ -32,6 +26,7 @@ private:
     void require_other_than_this() const;
 
     std::string path_;
+    std::string package_;
 };
 
 } // namespace compat
