@@ -24,8 +24,11 @@ namespace {
 // read. Here it is said which that is.
 void check_sources() {
     const sysv_nsw_config *config = sysv_nsw_getconfig("bootparams");
-    for (const sysv_nsw_lookup *lookup = config == nullptr ? nullptr : config->lookups; lookup != nullptr;
-         lookup = lookup->next) {
+    if (config == nullptr)
+        throw std::runtime_error(
+            std::string("/etc/nsswitch.conf cannot be read: ") + std::strerror(errno) +
+            "; it names the sources of bootparams, and a line \"bootparams: files\" will do");
+    for (const sysv_nsw_lookup *lookup = config->lookups; lookup != nullptr; lookup = lookup->next) {
         const std::string source = lookup->service;
         if (source != "files" && source != "nis" && source != "nisplus")
             throw std::runtime_error("/etc/nsswitch.conf names the source \"" + source +

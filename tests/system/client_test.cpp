@@ -789,6 +789,18 @@ TEST_F(Client, IsNotListedFromASourceThatNobodyKnows) {
     write("/etc/nsswitch.conf", before);
 }
 
+TEST_F(Client, IsNotSaidToBeMissingWhereNothingNamesTheSources) {
+    const std::string before = content("/etc/nsswitch.conf");
+    fs::remove("/etc/nsswitch.conf");
+    for (const char *words : {"run --json client/list", "status --json"}) {
+        const Ran failed = run(words);
+        EXPECT_EQ(failed.status, 1);
+        EXPECT_THAT(failed.errors,
+                    HasSubstr("/etc/nsswitch.conf cannot be read: No such file or directory; it names"));
+    }
+    write("/etc/nsswitch.conf", before);
+}
+
 TEST_F(Client, IsNotSaidToBeMissingWhereBootparamsCannotBeRead) {
     ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
     fs::permissions("/etc/bootparams", fs::perms::owner_read);
