@@ -7,6 +7,7 @@ namespace compat {
 
 // Exit statuses as Debian's programs have them.
 constexpr int status_wrong_call = 1;
+constexpr int status_mount_failed = 32;
 constexpr int status_system_error = 2;
 
 // Whether the arguments begin with "-F TYPE". To Debian's mount, -F is a flag that goes with -a; so a word that is

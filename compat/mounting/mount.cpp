@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 // mount: System V's "mount -F TYPE" in Debian's words. Every other call is Debian's mount, unchanged.
 #include <algorithm>
+#include <fcntl.h>
 #include <sstream>
 #include <string_view>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "mounting/call.hpp"
@@ -20,7 +22,7 @@ constexpr const char *ufs_hint =
 
 struct Call {
     std::string type, options, resource, mount_point;
-    bool unrecorded = false, read_only = false;
+    bool unrecorded = false, read_only = false, covers = false;
 };
 
 // Nothing when the call is a wrong one.
@@ -36,7 +38,9 @@ std::optional<Call> parse(int argc, char **argv) {
             call.unrecorded = true;
         else if (letter == 'r')
             call.read_only = true;
-        else if (letter != 'O') // covering what is mounted there needs no permission on Linux
+        else if (letter == 'O')
+            call.covers = true;
+        else
             return std::nullopt;
     }
     const int words = argc - optind;
@@ -115,6 +119,17 @@ std::vector<std::string> debian_words(const Call &call) {
     return words;
 }
 
+// Linux would cover what is mounted there; System V asks for -O first.
+bool would_cover(const Call &call) {
+    const std::vector<std::string> options = split(call.options, ',');
+    if (call.covers || std::find(options.begin(), options.end(), "remount") != options.end())
+        return false;
+    struct statx place = {};
+    return statx(AT_FDCWD, call.mount_point.c_str(), AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC, STATX_TYPE,
+                 &place) == 0 &&
+           (place.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
 int mount(int argc, char **argv) {
     const DebianProgram program("mount", "mount");
     if (!is_system_v_call(argc, argv))
@@ -126,6 +141,12 @@ int mount(int argc, char **argv) {
     }
     if (call->resource.empty())
         complete_from_table(*call);
+    if (would_cover(*call)) {
+        print_complaint("mount", call->mount_point +
+                                     ": something is mounted there already; unmount it first, or mount over "
+                                     "it with -O");
+        return status_mount_failed;
+    }
     const bool lacks_variant = call->type == "ufs" && call->options.find("ufstype=") == std::string::npos;
     return program.run_silently(debian_words(*call), lacks_variant ? ufs_hint : "");
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // mount and umount in front of Debian's, with real mounts in the throwaway root.
 #include <csignal>
+#include <cstring>
 
 #include "installed.hpp"
 
@@ -63,6 +64,24 @@ TEST_F(Mounts, LoopbackIsABindMountOfTheDirectoryItself) {
     EXPECT_EQ(text_of("/mnt/x/file"), "(no file)");
 }
 
+TEST_F(Mounts, MountedPlaceIsNotCoveredUnlessAskedFor) {
+    must("mkdir -p /mnt/y/there");
+    expect_silence("/usr/sbin/mount -F tmpfs -o size=64k swap /mnt/x");
+    for (const char *const call : {"-F tmpfs -o rw swap /mnt/x", "-F lofs /mnt/y/there /mnt/x/"})
+        expect_failure(
+            std::string("/usr/sbin/mount ") + call,
+            std::string("mount: ") + (std::strrchr(call, ' ') + 1) +
+                ": something is mounted there already; unmount it first, or mount over it with -O\n",
+            32);
+    expect_silence("/usr/sbin/mount -F tmpfs -o remount,size=32k swap /mnt/x");
+    EXPECT_THAT(mounted("/mnt/x"), HasSubstr("size=32k"));
+    expect_silence("/usr/sbin/mount -F tmpfs -O -o size=16k swap /mnt/x");
+    expect_silence("/usr/sbin/umount /mnt/x");
+    EXPECT_THAT(mounted("/mnt/x"), HasSubstr("size=32k"));
+    expect_silence("/usr/sbin/umount /mnt/x");
+    EXPECT_EQ(mounted("/mnt/x"), "");
+}
+
 TEST_F(Mounts, FailureIsToldWithTheStatusOfDebiansMount) {
     // What is said about an unknown type depends on the kernel, and on what is to be mounted.
     const std::string unknown = sh("/usr/bin/mount -t nosuchtype -o rw none /mnt/x").output;
@@ -122,6 +141,10 @@ TEST_F(Mounts, WholeWayFromTheCommand) {
     EXPECT_EQ(mount.status, 0) << mount.output;
     EXPECT_THAT(mounted("/mnt/x"), StartsWith("tmpfs rw,"));
     EXPECT_EQ(text_of(vfstab), "tmpfs\t-\t/mnt/x\ttmpfs\t2\tyes\trw\n");
+    const Outcome again =
+        sh(HOSTADM_COMMAND " run filesystem/mount resource=tmpfs mountpt=/mnt/x fstype=tmpfs fsckdev=-");
+    EXPECT_EQ(again.status, 1);
+    EXPECT_THAT(again.output, HasSubstr("something is mounted there already"));
     const Outcome unmount = sh(HOSTADM_COMMAND " run filesystem/unmount mountpt=/mnt/x");
     EXPECT_EQ(unmount.status, 0) << unmount.output;
     EXPECT_EQ(mounted("/mnt/x"), "");
