@@ -355,13 +355,16 @@ void write(const std::filesystem::path &path, const std::string &text) {
         throw std::runtime_error("cannot write " + path.string() + ": " + std::strerror(errno));
 }
 
-// Pages of methods that are gone must go too.
+// Pages of methods that are gone must go too; those of others, such as hostadm-nfsd.8, name no class.
 void remove_pages(const std::filesystem::path &folder) {
+    const std::string_view prefix = "hostadm-";
     if (!std::filesystem::is_directory(folder))
         return;
-    for (const auto &entry : std::filesystem::directory_iterator(folder))
-        if (entry.path().filename().string().starts_with("hostadm-"))
+    for (const auto &entry : std::filesystem::directory_iterator(folder)) {
+        const std::string name = entry.path().filename();
+        if (name.starts_with(prefix) && name.find('-', prefix.size()) != name.npos)
             std::filesystem::remove(entry.path());
+    }
 }
 
 int generate(const CLI::App &app, const std::filesystem::path &share) {

@@ -2,6 +2,7 @@
 // What a user of the command sees: output, errors and exit status.
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -488,6 +489,16 @@ TEST(Descriptions, MakeManualPagesThatRender) {
     const Seen shown = shell("LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -l " + share + "/man/man1/hostadm.1");
     EXPECT_EQ(shown.err, "");
     EXPECT_THAT(shown.out, HasSubstr("hostadm - keep the network-boot side of a server in order"));
+}
+
+TEST(Descriptions, MakePagesAgainBesideThoseOfOthers) {
+    const tests::Scratch scratch;
+    const std::string gone = scratch.write("share/man/man8/hostadm-old-method.8", "");
+    const std::string of_others = scratch.write("share/man/man8/hostadm-nfsd.8", "");
+    shell("hostadm generate " + scratch.path("share"));
+    EXPECT_FALSE(std::filesystem::exists(gone));
+    EXPECT_TRUE(std::filesystem::exists(of_others));
+    EXPECT_TRUE(std::filesystem::exists(scratch.path("share/man/man8/hostadm-test-echo.8")));
 }
 
 class Completion : public testing::Test {
