@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // Writing a method in C++: describe it once, and the framework checks its arguments, prints its help and its
-// manual page, and hands its results back.
+// manual page (`hostadm generate PREFIX/share` writes the pages and the shell's completion anew), and hands its
+// results back.
 //
 //     using namespace hostadm::method;
 //
