@@ -161,6 +161,13 @@ void require_rpcbind() {
                             "lets clients' broadcasts through)");
 }
 
+// Without it nfs-ganesha runs, but refuses every share.
+void require_mount_table() {
+    if (access("/etc/mtab", R_OK) != 0)
+        throw Failure("nfs-ganesha looks for the file systems in /etc/mtab, which is missing; make it: ln -s "
+                      "../proc/self/mounts /etc/mtab");
+}
+
 // ---- the watching process ---------------------------------------------------------------------------------
 
 void publish_now(const NfsServer &server, bool reload_always) {
@@ -422,6 +429,7 @@ int start_ganesha_server(const Settings &settings) {
                       "; stop it first: systemctl disable --now nfs-ganesha");
     require_rpcbind();
     write_ganesha_settings();
+    require_mount_table();
     return launch(settings, "/proc/self/exe", {nfsd_path, watch_word, mountd_path}, ganesha_answers,
                   std::string("see ") + ganesha_log);
 }

@@ -172,6 +172,16 @@ TEST(Ganesha, SettingsWithoutTheExportsAreRefused) {
     must("rm -r /usr/lib/ganesha /etc/ganesha /usr/bin/ganesha.nfsd");
 }
 
+TEST(Ganesha, NeedsTheMountTable) {
+    const RpcHost host(RpcHost::Registered{});
+    must("mkdir -p /usr/lib/ganesha; : >/usr/lib/ganesha/libfsalvfs.so; cp " STAND_IN
+         " /usr/bin/ganesha.nfsd");
+    must("ln -sfn ../proc/self/mounts /etc/mtab; mv /etc/mtab /etc/mtab.away");
+    expect_complaint("/usr/lib/nfs/nfsd",
+                     "/etc/mtab, which is missing; make it: ln -s ../proc/self/mounts /etc/mtab");
+    must("mv /etc/mtab.away /etc/mtab; rm -r /usr/lib/ganesha /etc/ganesha /usr/bin/ganesha.nfsd");
+}
+
 TEST(NfsDaemons, ExplainThemselves) {
     for (const char *const name : {"mountd", "nfsd"}) {
         const Outcome outcome = sh(std::string("/usr/lib/nfs/") + name + " --help");
