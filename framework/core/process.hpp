@@ -20,9 +20,8 @@ struct Program {
     // inherited unless said otherwise; everything else is closed.
     std::vector<std::pair<int, int>> descriptors = {};
     std::string path_prefix = {}; // put in front of PATH if not empty
-    int time_limit =
-        0; // seconds, then it is killed with what it started; 0: none. It is a process group then.
-    std::size_t size_limit = 0; // bytes of any file that it writes; 0: none
+    int time_limit = 0;           // seconds, then its process group, one of its own, is killed; 0: none
+    std::size_t size_limit = 0;   // bytes of any file that it writes; 0: none
 };
 
 // How a child ended.

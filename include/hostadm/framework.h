@@ -62,8 +62,8 @@ typedef struct adm_error {
 int adm_init(void);
 
 /* Finds an input argument of the method that this process is; its value has been checked against the method's
-   description, defaults filled in (but see above for programs that call this interface alone). *record stays valid, and what is written to its value stays written, until
-   the process ends. ENOENT: it was not given. */
+   description, defaults filled in (but see above for programs that call this interface alone). *record stays
+   valid, and what is written to its value stays written, until the process ends. ENOENT: it was not given. */
 int adm_args_geti(const char *name, unsigned int type, adm_arg **record);
 
 /* Returns an output of the method that this process is; a later value takes the place of an earlier one.
