@@ -171,10 +171,13 @@ pid_t child_of(pid_t parent, pid_t older) {
     return 0;
 }
 
-// Neither gone nor defunct.
+// Neither gone nor defunct: it may still hold a socket.
 bool runs(pid_t process) {
-    std::ifstream command_line("/proc/" + std::to_string(process) + "/cmdline");
-    return command_line.get() != std::ifstream::traits_type::eof();
+    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+    std::string status;
+    std::getline(file, status);
+    const std::size_t name_end = status.rfind(") ");
+    return name_end != status.npos && status[name_end + 2] != 'Z' && status[name_end + 2] != 'X';
 }
 
 enum class Mapper { own, rpcbind };
