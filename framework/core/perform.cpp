@@ -110,9 +110,12 @@ Outcome judge(Answer answer, const Ending &ending, const std::optional<method::D
         outcome.reason = "it is not executable, or you may not run it; is root needed?";
     else if (ending.start_error == ENOEXEC)
         outcome.reason = "it is no program that this host can run";
-    else if (ending.start_error != 0 || ending.signal != 0)
+    else if (ending.start_error != 0)
         outcome.reason = "it " + in_words(ending);
-    else if (outcome.answer.invalid) {
+    else if (ending.signal != 0) {
+        outcome.reason = "it " + in_words(ending);
+        outcome.answer.dirty = true; // it could not say how far it had come
+    } else if (outcome.answer.invalid) {
         outcome.status = Status::invalid;
         outcome.reason = *outcome.answer.invalid;
     } else if (!outcome.answer.defect.empty())
@@ -121,9 +124,10 @@ Outcome judge(Answer answer, const Ending &ending, const std::optional<method::D
         // Having recorded why, a method may end with any status.
         if (outcome.answer.errors.empty())
             outcome.reason = "it " + in_words(ending) + " and recorded no error";
-    } else if (outcome.answer.begun && !outcome.answer.ended)
+    } else if (outcome.answer.begun && !outcome.answer.ended) {
         outcome.reason = "it ended before its work was done";
-    else if (const auto missing = description ? missing_output(*description, outcome.answer) : std::nullopt)
+        outcome.answer.dirty = true;
+    } else if (const auto missing = description ? missing_output(*description, outcome.answer) : std::nullopt)
         outcome.reason = "it did not return the output " + *missing;
     else
         outcome.status = Status::done;

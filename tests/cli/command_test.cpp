@@ -162,12 +162,14 @@ TEST(RunCommand, NamesTheMethodOnce) {
 TEST(RunCommand, LosesNothingOfAMethodThatCrashes) {
     expect(hostadm("run test/behave how=crash"), 1, std::string("how  crash\n") + behaved,
            "hostadm: test/behave: about to crash (error 100)\n"
-           "hostadm: test/behave: it was killed by signal 11 (Segmentation fault) (error 101)\n");
+           "hostadm: test/behave: it was killed by signal 11 (Segmentation fault) (error 101)\n"
+           "hostadm: test/behave: something may be left half done\n");
 }
 
 TEST(RunCommand, LosesNothingOfAMethodThatHangsUp) {
     expect(hostadm("run test/behave how=exit_early"), 1, std::string("how  exit_early\n") + behaved,
-           "hostadm: test/behave: it ended before its work was done (error 101)\n");
+           "hostadm: test/behave: it ended before its work was done (error 101)\n"
+           "hostadm: test/behave: something may be left half done\n");
     expect(
         hostadm("run test/behave how=half_a_line"), 1, std::string("how  half_a_line\n") + behaved,
         "hostadm: test/behave: its answer breaks off in the middle of a line: {\"output\": \"late\", \"val "
@@ -214,7 +216,8 @@ TEST(Signals, SentToTheWholeGroupEndTheMethodOnce) {
 
 TEST(Signals, OfAMethodThatDoesNotBearThemAreReported) {
     expect(while_it_waits("hostadm run test/waiting on_signal=die", "kill -HUP $p"), 1, "",
-           "hostadm: test/waiting: it was killed by signal 1 (Hangup) (error 101)\n");
+           "hostadm: test/waiting: it was killed by signal 1 (Hangup) (error 101)\n"
+           "hostadm: test/waiting: something may be left half done\n");
 }
 
 TEST(Signals, ThatAMethodOutlivesLeaveItsResults) {
