@@ -52,8 +52,12 @@ public:
     Iterator<Rows> end() const { return {*this, size()}; }
     Row operator[](std::size_t row) const { return {*this, first_[row], end_of(row)}; }
 
-    // So that rows of about so many bytes come without growing pains.
-    void reserve(std::size_t bytes) { text_.reserve(bytes); }
+    // So that rows whose lines take so many bytes come without growing pains. What is not needed is not touched.
+    void reserve(std::size_t bytes) {
+        text_.reserve(bytes);
+        fields_.reserve(bytes / 8);
+        first_.reserve(bytes / 16);
+    }
     // Begins a row; what is added goes into the row that was begun last.
     void begin_row() { first_.push_back(fields_.size()); }
     void add(std::string_view name, std::string_view value);
