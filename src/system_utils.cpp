@@ -100,9 +100,11 @@ using Items = std::array<Item, key_count>;
 // The known key that ends right before an equals sign. No known key ends in another one, so it is the only
 // one.
 std::optional<Key> key_before(std::string_view text) {
-    for (int key = 0; key < key_count; ++key)
-        if (text.ends_with(key_names[static_cast<std::size_t>(key)]))
+    for (int key = 0; key < key_count; ++key) {
+        const std::string_view name = key_names[static_cast<std::size_t>(key)];
+        if (text.ends_with(name.back()) && text.ends_with(name)) // most are told apart by the last letter
             return static_cast<Key>(key);
+    }
     return std::nullopt;
 }
 
