@@ -3,7 +3,6 @@
 // server, in a throwaway root with stand-ins for share and the daemons. Taking the client off again is not
 // timed.
 #include <benchmark/benchmark.h>
-
 #include <cstdlib>
 #include <string>
 

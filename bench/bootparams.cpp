@@ -3,13 +3,12 @@
 // and beside one pass over the text plus the copies that are handed out.
 #include <algorithm>
 #include <array>
+#include <benchmark/benchmark.h>
 #include <cstdlib>
 #include <cstring>
 #include <regex>
 #include <string>
 #include <string_view>
-
-#include <benchmark/benchmark.h>
 
 #include "../tests/support/bootparams_reference.hpp"
 #include "hostadm.h"

@@ -1,17 +1,15 @@
 // SPDX-License-Identifier: MIT
 // Running a silent command, and collecting a command's output, beside popen and read in a loop that keeps the
 // text, and beside the same loop that forgets it.
+#include <benchmark/benchmark.h>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <string>
-
 #include <malloc.h>
+#include <string>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <benchmark/benchmark.h>
 
 #include "hostadm.h"
 

@@ -2,22 +2,20 @@
 // Finding a daemon among 5,000 real processes, beside pgrep -f and beside the floor: opening each entry of
 // the process table and reading what has to be read of it, once. The daemon is absent, so that every process
 // is looked at.
+#include <benchmark/benchmark.h>
+#include <cstdio>
+#include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <stdexcept>
+#include <string>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <stdexcept>
-#include <string>
 #include <utility>
 #include <vector>
-
-#include <benchmark/benchmark.h>
 
 #include "hostadm.h"
 

@@ -4,13 +4,11 @@
 // of it happens in a throwaway root, since the file lies at a fixed path. "adding to the list" is the part
 // inside one process.
 #include <benchmark/benchmark.h>
-
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <vector>
 
 #include "hostadm.h"

@@ -2,9 +2,8 @@
 // Probing a live RPC service, beside rpcinfo and beside one round trip on the loopback network. The service
 // and its rpcbind run in a throwaway root, which has a network of its own; rpcbind and rpcinfo are this
 // machine's, or those that scripts/daemon-seed has laid ready.
-#include <benchmark/benchmark.h>
-
 #include <arpa/inet.h>
+#include <benchmark/benchmark.h>
 #include <netinet/in.h>
 #include <rpc/rpc.h>
 #include <sys/prctl.h>
@@ -13,13 +12,12 @@
 #include <unistd.h>
 
 // After <rpc/rpc.h>, which it needs.
-#include <rpc/pmap_clnt.h>
-
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <rpc/pmap_clnt.h>
 #include <string>
 #include <string_view>
 

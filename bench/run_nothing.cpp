@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // `hostadm run` of a method that does nothing, beside starting the same two programs and waiting for them:
 // the command with nothing but its version to say, and the method with no request to answer.
+#include <benchmark/benchmark.h>
 #include <cstdlib>
 #include <fcntl.h>
 #include <spawn.h>
@@ -8,8 +9,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
-
-#include <benchmark/benchmark.h>
 
 namespace {
 

@@ -2,16 +2,14 @@
 // Listing 1,000, 10,000 and 100,000 shares, and looking for one that is not among them, beside awk over the
 // same output. Both start a shell with a command that prints the list; the command's path is fixed, so the
 // program puts its own popen() in its place, which runs cat on a file instead.
-#include <dlfcn.h>
-#include <unistd.h>
-
+#include <benchmark/benchmark.h>
 #include <cstdio>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
 #include <string>
-
-#include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include "hostadm.h"
 

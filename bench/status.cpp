@@ -3,7 +3,6 @@
 // (cat the tables and list the boot directory). All of it happens in a throwaway root, since the tables lie
 // at fixed paths.
 #include <benchmark/benchmark.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>

@@ -3,18 +3,17 @@
 // beside sed and augtool (which flush nothing), a naive version with streams, and the floor: read, write,
 // fsync and rename of the same bytes. An edit of ours flushes the folder too; "durable floor" does so as
 // well. The tables lie in /var/tmp, which is on a disk where /tmp may be memory.
+#include <benchmark/benchmark.h>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <vector>
-
-#include <benchmark/benchmark.h>
-#include <fcntl.h>
 #include <unistd.h>
+#include <vector>
 
 #include "hostadm.h"
 

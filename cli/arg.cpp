@@ -2,8 +2,8 @@
 // hostadm arg: the arguments and the answer of a method that is a shell script.
 #include <charconv>
 
-#include "commands.hpp"
-#include "output.hpp"
+#include "cli/commands.hpp"
+#include "cli/output.hpp"
 
 namespace hostadm::cli {
 

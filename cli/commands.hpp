@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "core/perform.hpp"
+#include "framework/runner/perform.hpp"
 
 namespace hostadm::cli {
 

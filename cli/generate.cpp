@@ -7,9 +7,9 @@
 #include <map>
 #include <stdexcept>
 
-#include "commands.hpp"
-#include "core/kinds.hpp"
-#include "output.hpp"
+#include "cli/commands.hpp"
+#include "cli/output.hpp"
+#include "framework/protocol/kinds.hpp"
 
 namespace hostadm::cli {
 

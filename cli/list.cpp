@@ -2,8 +2,8 @@
 // hostadm list and hostadm help: what methods there are and what they take.
 #include <algorithm>
 
-#include "commands.hpp"
-#include "output.hpp"
+#include "cli/commands.hpp"
+#include "cli/output.hpp"
 
 namespace hostadm::cli {
 

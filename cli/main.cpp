@@ -4,8 +4,8 @@
 #include <cstring>
 #include <exception>
 
-#include "commands.hpp"
-#include "output.hpp"
+#include "cli/commands.hpp"
+#include "cli/output.hpp"
 
 namespace {
 

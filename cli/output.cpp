@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "output.hpp"
+#include "cli/output.hpp"
 
 #include <algorithm>
 #include <cerrno>

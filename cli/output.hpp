@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/bytes.hpp"
+#include "framework/protocol/bytes.hpp"
 
 namespace hostadm::cli {
 

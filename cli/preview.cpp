@@ -9,19 +9,19 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "commands.hpp"
-#include "core/descriptor.hpp"
-#include "core/process.hpp"
+#include "base/descriptor.hpp"
+#include "base/program.hpp"
+#include "cli/commands.hpp"
+#include "cli/output.hpp"
+#include "cli/preview_report.hpp"
+#include "cli/preview_stand_ins.hpp"
 #include "hostadm/sandbox.hpp"
-#include "output.hpp"
-#include "preview_report.hpp"
-#include "preview_stand_ins.hpp"
 
 namespace hostadm::cli {
 
 namespace {
 
-using framework::Descriptor;
+using base::Descriptor;
 using framework::Outcome;
 using sandbox::Change;
 using sandbox::FileState;
@@ -70,19 +70,19 @@ std::string quotes_defect(const std::string &line) {
 bool run_then(const std::string &line, const std::string &program, int output) {
     std::vector<std::string> command = words_of(line).value_or(std::vector<std::string>());
     command.insert(command.begin(), program);
-    framework::write_all(output, "\n== hostadm " + line + '\n');
-    const framework::Ending ending =
-        framework::run({.words = command, .descriptors = {{STDOUT_FILENO, output}, {STDERR_FILENO, output}}});
+    base::write_all(output, "\n== hostadm " + line + '\n');
+    const base::Ending ending =
+        base::run({.words = command, .descriptors = {{STDOUT_FILENO, output}, {STDERR_FILENO, output}}});
     if (!ending.well())
-        framework::write_all(output, "(it " + framework::in_words(ending) + ")\n");
+        base::write_all(output, "(it " + base::in_words(ending) + ")\n");
     return ending.well();
 }
 
 int perform_inside(const PreviewOptions &asked, const std::string &program, int result, int afterwards) {
     const Outcome outcome = perform(asked.invocation);
     const int status = static_cast<int>(outcome.status);
-    framework::write_all(result, framework::to_lines(outcome.answer) +
-                                     framework::outcome_line(status, outcome.reason));
+    base::write_all(result,
+                    framework::to_lines(outcome.answer) + framework::outcome_line(status, outcome.reason));
     let_others_end();
     if (outcome.status != Outcome::Status::done)
         return status;
@@ -101,7 +101,7 @@ struct Preview {
 
 Outcome outcome_of(const sandbox::Outcome &run, int result) {
     Outcome outcome;
-    outcome.answer = framework::parse_answer(framework::read_whole(result).value_or(""));
+    outcome.answer = framework::parse_answer(base::read_whole(result).value_or(""));
     outcome.reason = outcome.answer.reason;
     if (outcome.answer.outcome)
         outcome.status = static_cast<Outcome::Status>(std::clamp(*outcome.answer.outcome, 0, 2));
@@ -128,7 +128,7 @@ Preview make_preview(const PreviewOptions &asked) {
     preview.run = sandbox::run(options);
     preview.method = outcome_of(preview.run, result.get());
     preview.commands = noted_commands(preview.run.changes);
-    preview.afterwards = framework::read_whole(afterwards.get()).value_or("");
+    preview.afterwards = base::read_whole(afterwards.get()).value_or("");
     return preview;
 }
 

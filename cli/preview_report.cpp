@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "preview_report.hpp"
+#include "cli/preview_report.hpp"
 
 #include <algorithm>
 #include <array>
@@ -10,14 +10,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "core/descriptor.hpp"
-#include "core/process.hpp"
-#include "output.hpp"
-#include "preview_stand_ins.hpp"
+#include "base/descriptor.hpp"
+#include "base/program.hpp"
+#include "cli/output.hpp"
+#include "cli/preview_stand_ins.hpp"
 
 namespace hostadm::cli {
 
-using framework::Descriptor;
+using base::Descriptor;
 using sandbox::Change;
 using sandbox::FileState;
 using sandbox::FileType;
@@ -211,11 +211,11 @@ bool ChangesReport::diff_of(const Change &change, std::string &diff) const {
         !is_text(after.get()))
         return false;
     const auto label = [&](bool is_there) { return is_there ? change.path : std::string("/dev/null"); };
-    framework::run({.words = {"diff", "-u", "--label", label(!change.added()), "--label",
-                              label(!change.removed()), "/proc/self/fd/3", "/proc/self/fd/4"},
-                    .search = true,
-                    .descriptors = {{STDOUT_FILENO, output.get()}, {3, before.get()}, {4, after.get()}}});
-    diff = framework::read_whole(output.get()).value_or("");
+    base::run({.words = {"diff", "-u", "--label", label(!change.added()), "--label", label(!change.removed()),
+                         "/proc/self/fd/3", "/proc/self/fd/4"},
+               .search = true,
+               .descriptors = {{STDOUT_FILENO, output.get()}, {3, before.get()}, {4, after.get()}}});
+    diff = base::read_whole(output.get()).value_or("");
     return !diff.empty();
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "preview_stand_ins.hpp"
+#include "cli/preview_stand_ins.hpp"
 
 #include <algorithm>
 #include <array>
@@ -14,14 +14,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "core/descriptor.hpp"
-#include "core/process.hpp"
+#include "base/descriptor.hpp"
+#include "base/program.hpp"
 
 namespace hostadm::cli {
 
 namespace {
 
-using framework::Descriptor;
+using base::Descriptor;
 
 // Commands that act on the kernel, on other processes or on the network: recorded, not run.
 constexpr std::array recorded_commands = {"/usr/sbin/mount",    "/usr/bin/mount",       "/usr/sbin/umount",
@@ -103,8 +103,8 @@ std::string live_shares() {
     const Descriptor output(memfd_create("hostadm-shares", MFD_CLOEXEC));
     if (!is_command(share) || !output.is_open())
         return {};
-    framework::run({.words = {share}, .descriptors = {{STDOUT_FILENO, output.get()}}, .time_limit = 30});
-    return framework::read_whole(output.get()).value_or("");
+    base::run({.words = {share}, .descriptors = {{STDOUT_FILENO, output.get()}}, .time_limit = 30});
+    return base::read_whole(output.get()).value_or("");
 }
 
 // What the live system has mounted, as the mount command tells it.

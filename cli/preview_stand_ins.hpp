@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "commands.hpp"
+#include "cli/commands.hpp"
 #include "hostadm/sandbox.hpp"
 
 namespace hostadm::cli {

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <csignal>
 
-#include "commands.hpp"
-#include "core/process.hpp"
-#include "output.hpp"
+#include "base/program.hpp"
+#include "cli/commands.hpp"
+#include "cli/output.hpp"
 
 namespace hostadm::cli {
 
@@ -158,7 +158,7 @@ Outcome perform(const Invocation &invocation) {
         request.arguments.emplace_back(name, word.substr(equals + 1));
     }
     const KeyboardIgnored ignored;
-    const framework::SignalsPassedOn passed_on;
+    const base::SignalsPassedOn passed_on;
     return framework::perform("", invocation.method, std::move(request), invocation.host);
 }
 

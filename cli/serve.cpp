@@ -3,24 +3,24 @@
 // standard output, and last how the run was judged.
 #include <unistd.h>
 
-#include "commands.hpp"
-#include "core/descriptor.hpp"
-#include "core/process.hpp"
-#include "output.hpp"
+#include "base/descriptor.hpp"
+#include "base/program.hpp"
+#include "cli/commands.hpp"
+#include "cli/output.hpp"
 
 namespace hostadm::cli {
 
 namespace {
 
 int serve() {
-    const auto text = framework::read_stream(STDIN_FILENO);
+    const auto text = base::read_stream(STDIN_FILENO);
     const auto request = framework::parse_request(text.value_or(""));
     if (!request) {
         print_error("serve", "there is no request on standard input; `hostadm run --host` sends one");
         return usage;
     }
     const framework::Outcome outcome = [&] {
-        const framework::SignalsPassedOn passed_on(STDOUT_FILENO); // with the connection its reader goes
+        const base::SignalsPassedOn passed_on(STDOUT_FILENO); // with the connection its reader goes
         return framework::perform("", request->method, *request, "");
     }();
     const int status = static_cast<int>(outcome.status);

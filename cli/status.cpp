@@ -2,8 +2,8 @@
 // hostadm status: what this server serves. The method host/status gathers it; here it is laid out.
 #include <array>
 
-#include "commands.hpp"
-#include "output.hpp"
+#include "cli/commands.hpp"
+#include "cli/output.hpp"
 
 namespace hostadm::cli {
 

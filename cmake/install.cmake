@@ -4,7 +4,7 @@
 include(CMakePackageConfigHelpers)
 
 set(shared_libraries hostadm hostadm_framework hostadm_tables hostadm_platform)
-set(static_libraries hostadm_core hostadm_method hostadm_table_edit hostadm_sandbox)
+set(static_libraries hostadm_base hostadm_protocol hostadm_method hostadm_table_edit hostadm_sandbox)
 
 # ---- where programs and libraries find the libraries ----
 

@@ -8,14 +8,15 @@
 #include <string>
 #include <string_view>
 
-#include "boundary.hpp"
-#include "core/answer.hpp"
-#include "core/channel.hpp"
-#include "handle.hpp"
+#include "base/boundary.hpp"
+#include "framework/handle.hpp"
+#include "framework/protocol/answer.hpp"
+#include "framework/protocol/channel.hpp"
 #include "hostadm/framework.h"
 
 namespace {
 
+namespace base = hostadm::base;
 using namespace hostadm::framework;
 
 bool is_empty(const char *text) {
@@ -94,14 +95,14 @@ adm_arg *adm_args::record(std::string_view name) {
 extern "C" {
 
 int adm_init(void) {
-    return at_boundary([] {
+    return base::at_boundary([] {
         inputs();
         return 0;
     });
 }
 
 int adm_args_geti(const char *name, unsigned int type, adm_arg **record) {
-    return at_boundary([&] {
+    return base::at_boundary([&] {
         if (is_empty(name) || type != ADM_STRING || record == nullptr)
             return EINVAL;
         Field *found = find(inputs(), name);
@@ -113,7 +114,7 @@ int adm_args_geti(const char *name, unsigned int type, adm_arg **record) {
 }
 
 int adm_args_set(const char *name, unsigned int type, unsigned int length, const void *value) {
-    return at_boundary([&] {
+    return base::at_boundary([&] {
         if (name == nullptr || !is_name(name) || type != ADM_STRING)
             return EINVAL;
         return append_answer(output_line(name, text_of(value, length))) ? 0 : EBADF;
@@ -121,7 +122,7 @@ int adm_args_set(const char *name, unsigned int type, unsigned int length, const
 }
 
 int adm_args_newh(adm_args **handle) {
-    return at_boundary([&] {
+    return base::at_boundary([&] {
         if (handle == nullptr)
             return EINVAL;
         *handle = std::make_unique<adm_args>().release();
@@ -131,7 +132,7 @@ int adm_args_newh(adm_args **handle) {
 
 int adm_args_puta(adm_args *handle, const char *name, unsigned int type, unsigned int length,
                   const void *value) {
-    return at_boundary([&] {
+    return base::at_boundary([&] {
         if (handle == nullptr || name == nullptr || !is_name(name) || type != ADM_STRING)
             return EINVAL;
         std::string text(text_of(value, length));
@@ -144,7 +145,7 @@ int adm_args_puta(adm_args *handle, const char *name, unsigned int type, unsigne
 }
 
 int adm_args_geta(adm_args *handle, const char *name, unsigned int type, adm_arg **record) {
-    return at_boundary([&] {
+    return base::at_boundary([&] {
         if (handle == nullptr || is_empty(name) || type != ADM_STRING || record == nullptr)
             return EINVAL;
         *record = handle->record(name);
@@ -178,7 +179,7 @@ int adm_args_freeh(adm_args *handle) {
 }
 
 int _get_returned_arg(adm_args *handle, const char *name, const char *fallback, char **value) {
-    return at_boundary([&] {
+    return base::at_boundary([&] {
         if (value == nullptr)
             return EINVAL;
         *value = handle == nullptr || is_empty(name) ? nullptr : handle->value(name);

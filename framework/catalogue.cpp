@@ -3,7 +3,7 @@
 #include <exception>
 #include <libintl.h>
 
-#include "core/layout.hpp"
+#include "framework/runner/layout.hpp"
 
 namespace {
 

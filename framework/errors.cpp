@@ -8,13 +8,14 @@
 #include <memory>
 #include <string>
 
-#include "boundary.hpp"
-#include "core/answer.hpp"
-#include "core/channel.hpp"
+#include "base/boundary.hpp"
+#include "framework/protocol/answer.hpp"
+#include "framework/protocol/channel.hpp"
 #include "hostadm/framework.h"
 
 namespace {
 
+namespace base = hostadm::base;
 using namespace hostadm::framework;
 
 [[gnu::format(printf, 1, 0)]] std::string formatted(const char *format, va_list arguments) {
@@ -45,7 +46,7 @@ int adm_err_setf(adm_error *where, int code, const char *format, ...) {
     const int saved = errno;
     va_list arguments;
     va_start(arguments, format);
-    const int status = at_boundary([&] {
+    const int status = base::at_boundary([&] {
         if (format == nullptr)
             return EINVAL;
         const std::string text = formatted(format, arguments);
@@ -65,7 +66,7 @@ int adm_err_setf(adm_error *where, int code, const char *format, ...) {
 }
 
 int adm_err_cleanup(adm_error *where, int state) {
-    return at_boundary([&] {
+    return base::at_boundary([&] {
         if (state != ADM_CLEAN && state != ADM_DIRTY)
             return EINVAL;
         // The mark belongs to a method's answer; a single record has none.

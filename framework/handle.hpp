@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/rows.hpp"
+#include "framework/protocol/rows.hpp"
 #include "hostadm/framework.h"
 
 namespace hostadm::framework {

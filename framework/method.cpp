@@ -11,9 +11,9 @@
 #include <stdexcept>
 #include <unistd.h>
 
-#include "core/answer.hpp"
-#include "core/channel.hpp"
-#include "core/description.hpp"
+#include "framework/protocol/answer.hpp"
+#include "framework/protocol/channel.hpp"
+#include "framework/protocol/description.hpp"
 #include "hostadm/framework.h"
 
 namespace hostadm::method {

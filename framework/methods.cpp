@@ -7,13 +7,14 @@
 #include <memory>
 #include <string>
 
-#include "boundary.hpp"
-#include "core/perform.hpp"
-#include "handle.hpp"
+#include "base/boundary.hpp"
+#include "framework/handle.hpp"
+#include "framework/runner/perform.hpp"
 #include "hostadm/framework.h"
 
 namespace {
 
+namespace base = hostadm::base;
 using namespace hostadm::framework;
 
 struct Options {
@@ -92,7 +93,7 @@ extern "C" int adm_perf_method(const char *method, adm_args *input, adm_args **o
         *error = nullptr;
     va_list list;
     va_start(list, error);
-    const int status = at_boundary([&] {
+    const int status = base::at_boundary([&] {
         const Options options = read_options(list);
         Outcome outcome;
         if (method == nullptr || !options.known)

@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "core/answer.hpp"
-#include "core/channel.hpp"
+#include "framework/protocol/answer.hpp"
+#include "framework/protocol/channel.hpp"
 
 namespace {
 

@@ -7,12 +7,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <string>
 #include <string_view>
-#include <vector>
-
-#include <fcntl.h>
 #include <unistd.h>
+#include <vector>
 
 #include "hostadm/table_edit.hpp"
 #include "hostadm/tables.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // File system types by name.
-#include "mounts.hpp"
+#include "platform/mounts.hpp"
 
 #include <cerrno>
 #include <cstring>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The name-service switch.
-#include "name_service.hpp"
+#include "platform/name_service.hpp"
 
 #include <cerrno>
 #include <cstdio>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Process records, as a System V process file system gives them.
-#include "process.hpp"
+#include "platform/process.hpp"
 
 #include <algorithm>
 #include <array>
@@ -11,7 +11,7 @@
 #include <linux/magic.h>
 #include <sys/vfs.h>
 
-#include "descriptor.hpp"
+#include "platform/descriptor.hpp"
 
 namespace hostadm::platform {
 

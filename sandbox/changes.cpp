@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What a run changed. The layer that was written names the candidates; each is then compared, as it was found
 // with as it was left, so that a file that was only opened for writing is no change.
-#include "changes.hpp"
+#include "sandbox/changes.hpp"
 
 #include <algorithm>
 #include <array>
@@ -12,8 +12,8 @@
 #include <sys/xattr.h>
 #include <tuple>
 
-#include "mount_table.hpp"
-#include "tree.hpp"
+#include "sandbox/mount_table.hpp"
+#include "sandbox/tree.hpp"
 
 namespace hostadm::sandbox {
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "hostadm/sandbox.hpp"
-#include "private_root.hpp"
+#include "sandbox/private_root.hpp"
 
 namespace hostadm::sandbox {
 

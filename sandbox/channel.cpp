@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "channel.hpp"
+#include "sandbox/channel.hpp"
 
 #include <algorithm>
 #include <array>

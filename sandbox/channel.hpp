@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "descriptor.hpp"
+#include "sandbox/descriptor.hpp"
 
 namespace hostadm::sandbox {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "mount_table.hpp"
+#include "sandbox/mount_table.hpp"
 
 #include <algorithm>
 #include <array>

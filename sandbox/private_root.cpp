@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "private_root.hpp"
+#include "sandbox/private_root.hpp"
 
 #include <array>
 #include <fcntl.h>
@@ -11,8 +11,8 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
-#include "mount_table.hpp"
-#include "tree.hpp"
+#include "sandbox/mount_table.hpp"
+#include "sandbox/tree.hpp"
 
 namespace hostadm::sandbox {
 

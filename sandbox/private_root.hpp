@@ -5,8 +5,8 @@
 #include <functional>
 #include <string>
 
-#include "descriptor.hpp"
 #include "hostadm/sandbox.hpp"
+#include "sandbox/descriptor.hpp"
 
 namespace hostadm::sandbox {
 

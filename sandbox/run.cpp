@@ -16,11 +16,11 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
-#include "changes.hpp"
-#include "channel.hpp"
 #include "hostadm/sandbox.hpp"
-#include "private_root.hpp"
-#include "tree.hpp"
+#include "sandbox/changes.hpp"
+#include "sandbox/channel.hpp"
+#include "sandbox/private_root.hpp"
+#include "sandbox/tree.hpp"
 
 namespace hostadm::sandbox {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tree.hpp"
+#include "sandbox/tree.hpp"
 
 #include <algorithm>
 #include <array>

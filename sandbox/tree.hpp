@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "descriptor.hpp"
 #include "hostadm/sandbox.hpp"
+#include "sandbox/descriptor.hpp"
 
 namespace hostadm::sandbox {
 

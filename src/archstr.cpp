@@ -10,10 +10,10 @@
 
 #include "hostadm.h"
 #include "hostadm/platform.h"
-#include "support/boundary.hpp"
-#include "support/error.hpp"
-#include "support/handle.hpp"
-#include "support/text.hpp"
+#include "src/support/boundary.hpp"
+#include "src/support/error.hpp"
+#include "src/support/handle.hpp"
+#include "src/support/text.hpp"
 
 namespace {
 

@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Cache-only clients: which clients boot from this host, their mount tables and install profiles, and the
 // packages that they and their server need.
-#include <libintl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -13,22 +9,25 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <libintl.h>
 #include <map>
 #include <new>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
 #include "hostadm.h"
 #include "hostadm/platform.h"
 #include "hostadm/tables.h"
-#include "support/boundary.hpp"
-#include "support/command.hpp"
-#include "support/error.hpp"
-#include "support/temporary_file.hpp"
-#include "support/text.hpp"
+#include "src/support/boundary.hpp"
+#include "src/support/command.hpp"
+#include "src/support/error.hpp"
+#include "src/support/temporary_file.hpp"
+#include "src/support/text.hpp"
 
 namespace {
 

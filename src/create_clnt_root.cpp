@@ -1,8 +1,5 @@
 // SPDX-License-Identifier: MIT
 // Builds a diskless client's root file system on the server, and holds the hooks that package tools call.
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -11,11 +8,13 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "hostadm.h"
-#include "support/boundary.hpp"
-#include "support/temporary_file.hpp"
-#include "support/text.hpp"
+#include "src/support/boundary.hpp"
+#include "src/support/temporary_file.hpp"
+#include "src/support/text.hpp"
 
 using hostadm::at_boundary;
 using hostadm::format;

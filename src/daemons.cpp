@@ -1,20 +1,19 @@
 // SPDX-License-Identifier: MIT
 // Whether a server daemon runs, and starting one.
-#include <fcntl.h>
-#include <linux/close_range.h>
-#include <unistd.h>
-
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
+#include <linux/close_range.h>
 #include <string>
 #include <string_view>
+#include <unistd.h>
 
 #include "hostadm.h"
 #include "hostadm/platform.h"
-#include "support/boundary.hpp"
-#include "support/handle.hpp"
-#include "support/text.hpp"
+#include "src/support/boundary.hpp"
+#include "src/support/handle.hpp"
+#include "src/support/text.hpp"
 
 namespace {
 

@@ -5,8 +5,8 @@
 
 #include "hostadm.h"
 #include "hostadm/platform.h"
-#include "support/error.hpp"
-#include "support/text.hpp"
+#include "src/support/error.hpp"
+#include "src/support/text.hpp"
 
 using hostadm::is_empty;
 using hostadm::record;

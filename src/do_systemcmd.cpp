@@ -1,19 +1,18 @@
 // SPDX-License-Identifier: MIT
 // Runs a shell command for a method and reports what the command said.
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <optional>
 #include <string>
+#include <sys/mman.h>
+#include <unistd.h>
 #include <utility>
 
 #include "hostadm.h"
-#include "support/boundary.hpp"
-#include "support/command.hpp"
-#include "support/error.hpp"
+#include "src/support/boundary.hpp"
+#include "src/support/command.hpp"
+#include "src/support/error.hpp"
 
 namespace {
 

@@ -1,33 +1,32 @@
 // SPDX-License-Identifier: MIT
 // The server's file systems: mounting them, the list of what is shared, sharing and unsharing, and the
 // daemons that serve the shares.
-#include <limits.h>
-#include <sys/statvfs.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits.h>
 #include <new>
 #include <set>
 #include <string>
 #include <string_view>
+#include <sys/statvfs.h>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
 #include "hostadm.h"
 #include "hostadm/platform.h"
-#include "support/boundary.hpp"
-#include "support/command.hpp"
-#include "support/effect.hpp"
-#include "support/error.hpp"
-#include "support/expression.hpp"
-#include "support/handle.hpp"
-#include "support/table.hpp"
-#include "support/text.hpp"
+#include "src/support/boundary.hpp"
+#include "src/support/command.hpp"
+#include "src/support/effect.hpp"
+#include "src/support/error.hpp"
+#include "src/support/expression.hpp"
+#include "src/support/handle.hpp"
+#include "src/support/table.hpp"
+#include "src/support/text.hpp"
 
 struct sharefs_entry *sfs_top = nullptr;
 struct sharefs_entry *sfs_current = nullptr;

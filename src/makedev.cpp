@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
 // Makes device nodes with a directory's own script.
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cstdlib>
+#include <fcntl.h>
 #include <string>
 #include <string_view>
+#include <unistd.h>
 
 #include "hostadm.h"
-#include "support/boundary.hpp"
-#include "support/handle.hpp"
+#include "src/support/boundary.hpp"
+#include "src/support/handle.hpp"
 
 struct hold_dev_record hold_dev = {nullptr, nullptr};
 

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Creates a directory with all its missing parents.
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <cstring>
+#include <sys/stat.h>
 
 #include "hostadm.h"
 

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Makes a symbolic link and the directory that it stands in.
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <unistd.h>
 
 #include "hostadm.h"
-#include "support/boundary.hpp"
+#include "src/support/boundary.hpp"
 
 namespace {
 

@@ -2,19 +2,18 @@
 // The two boot areas of the server: /tftpboot, where a client finds its boot program under its own address,
 // and /rplboot, where it finds it under its own key.
 #include <arpa/inet.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <initializer_list>
 #include <new>
 #include <string>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "hostadm.h"
 #include "hostadm/platform.h"
-#include "support/boundary.hpp"
-#include "support/error.hpp"
-#include "support/text.hpp"
+#include "src/support/boundary.hpp"
+#include "src/support/error.hpp"
+#include "src/support/text.hpp"
 
 using hostadm::at_boundary;
 using hostadm::format;

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Patches: applying them to a client, and asking which files they deliver.
-#include <sys/stat.h>
-
 #include <cstdlib>
 #include <string>
+#include <sys/stat.h>
 
 #include "hostadm.h"
-#include "support/boundary.hpp"
-#include "support/text.hpp"
+#include "src/support/boundary.hpp"
+#include "src/support/text.hpp"
 
 namespace {
 

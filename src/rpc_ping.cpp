@@ -1,23 +1,22 @@
 // SPDX-License-Identifier: MIT
 // Does an RPC program on a host answer within a time limit?
-#include <arpa/inet.h>
-#include <netdb.h>
-#include <netinet/in.h>
-#include <rpc/rpc.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
+#include <arpa/inet.h>
 #include <cerrno>
 #include <csetjmp>
 #include <csignal>
 #include <cstring>
 #include <limits>
+#include <netdb.h>
+#include <netinet/in.h>
 #include <optional>
+#include <rpc/rpc.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "hostadm.h"
-#include "support/text.hpp"
+#include "src/support/text.hpp"
 
 namespace {
 

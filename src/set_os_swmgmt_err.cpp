@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
 // Translates a failure of the software-management library into an error record.
-#include <libintl.h>
-
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <libintl.h>
 
 #include "hostadm.h"
-#include "support/handle.hpp"
-#include "support/text.hpp"
+#include "src/support/handle.hpp"
+#include "src/support/text.hpp"
 
 namespace {
 

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Formatted text in a newly allocated string of exactly the size that it needs.
-#include <fcntl.h>
-
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 
 #include "hostadm.h"
 

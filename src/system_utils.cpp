@@ -13,10 +13,10 @@
 
 #include "hostadm.h"
 #include "hostadm/platform.h"
-#include "support/boundary.hpp"
-#include "support/handle.hpp"
-#include "support/table.hpp"
-#include "support/text.hpp"
+#include "src/support/boundary.hpp"
+#include "src/support/handle.hpp"
+#include "src/support/table.hpp"
+#include "src/support/text.hpp"
 
 namespace {
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "columns.hpp"
+#include "tables/columns.hpp"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
-#include "descriptor.hpp"
+#include "tables/descriptor.hpp"
 
 namespace hostadm::tables {
 

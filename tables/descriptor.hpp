@@ -4,9 +4,8 @@
 #pragma once
 
 #include <cerrno>
-#include <utility>
-
 #include <unistd.h>
+#include <utility>
 
 namespace hostadm::tables {
 

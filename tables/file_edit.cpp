@@ -1,22 +1,20 @@
 // SPDX-License-Identifier: MIT
 // Lock, read, change, write: the edit of one text file as a whole.
-#include "hostadm/table_edit.hpp"
-
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <fcntl.h>
 #include <memory>
 #include <new>
-#include <vector>
-
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <sys/xattr.h>
 #include <unistd.h>
+#include <vector>
 
-#include "descriptor.hpp"
-#include "lock.hpp"
+#include "hostadm/table_edit.hpp"
+#include "tables/descriptor.hpp"
+#include "tables/lock.hpp"
 
 namespace hostadm::tables {
 

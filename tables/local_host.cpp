@@ -1,21 +1,20 @@
 // SPDX-License-Identifier: MIT
 // Whether a name or an address means this host, answered without asking the network.
-#include "hostadm/tables.h"
-
 #include <algorithm>
+#include <arpa/inet.h>
 #include <array>
 #include <fstream>
+#include <ifaddrs.h>
+#include <netinet/in.h>
 #include <optional>
 #include <sstream>
 #include <string>
 #include <string_view>
-#include <vector>
-
-#include <arpa/inet.h>
-#include <ifaddrs.h>
-#include <netinet/in.h>
 #include <strings.h>
 #include <unistd.h>
+#include <vector>
+
+#include "hostadm/tables.h"
 
 namespace {
 

@@ -1,17 +1,16 @@
 // SPDX-License-Identifier: MIT
-#include "lock.hpp"
+#include "tables/lock.hpp"
 
 #include <algorithm>
 #include <csignal>
-
 #include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 
-#include "descriptor.hpp"
 #include "hostadm/table_edit.hpp"
+#include "tables/descriptor.hpp"
 
 namespace hostadm::tables {
 

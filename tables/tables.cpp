@@ -6,9 +6,9 @@
 #include <cstring>
 #include <new>
 
-#include "columns.hpp"
-#include "descriptor.hpp"
 #include "hostadm/table_edit.hpp"
+#include "tables/columns.hpp"
+#include "tables/descriptor.hpp"
 
 using namespace hostadm::tables;
 

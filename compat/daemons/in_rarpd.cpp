@@ -5,7 +5,7 @@
 #include <cstring>
 #include <unistd.h>
 
-#include "support/file.hpp"
+#include "compat/support/file.hpp"
 
 namespace {
 

@@ -25,9 +25,9 @@
 #include <thread>
 #include <unistd.h>
 
-#include "share/nfs_server.hpp"
-#include "share/share_table.hpp"
-#include "support/file.hpp"
+#include "compat/share/nfs_server.hpp"
+#include "compat/share/share_table.hpp"
+#include "compat/support/file.hpp"
 
 namespace compat {
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "mounting/call.hpp"
+#include "compat/mounting/call.hpp"
 
 #include <algorithm>
 #include <cctype>

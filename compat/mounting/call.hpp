@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What the calls of mount and umount have in common.
-#ifndef COMPAT_MOUNTING_CALL_HPP
-#define COMPAT_MOUNTING_CALL_HPP
+#pragma once
 
 namespace compat {
 
@@ -15,5 +14,3 @@ constexpr int status_system_error = 2;
 bool is_system_v_call(int argc, char **argv);
 
 } // namespace compat
-
-#endif

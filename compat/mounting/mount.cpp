@@ -7,9 +7,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "mounting/call.hpp"
-#include "support/debian_program.hpp"
-#include "support/file.hpp"
+#include "compat/mounting/call.hpp"
+#include "compat/support/debian_program.hpp"
+#include "compat/support/file.hpp"
 
 namespace compat {
 namespace {

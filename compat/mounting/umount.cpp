@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <unistd.h>
 
-#include "mounting/call.hpp"
-#include "support/debian_program.hpp"
-#include "support/file.hpp"
+#include "compat/mounting/call.hpp"
+#include "compat/support/debian_program.hpp"
+#include "compat/support/file.hpp"
 
 namespace compat {
 namespace {

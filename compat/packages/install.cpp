@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "packages/install.hpp"
+#include "compat/packages/install.hpp"
 
 #include <algorithm>
 #include <cstdio>
@@ -11,7 +11,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
-#include "packages/placement.hpp"
+#include "compat/packages/placement.hpp"
 
 namespace compat {
 namespace {

@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Installing packages into a root under the rules of an admin file.
-#ifndef COMPAT_PACKAGES_INSTALL_HPP
-#define COMPAT_PACKAGES_INSTALL_HPP
+#pragma once
 
 #include <csignal>
 #include <string>
 #include <vector>
 
-#include "packages/package.hpp"
-#include "packages/root.hpp"
+#include "compat/packages/package.hpp"
+#include "compat/packages/root.hpp"
 
 namespace compat {
 
@@ -83,5 +82,3 @@ private:
 };
 
 } // namespace compat
-
-#endif

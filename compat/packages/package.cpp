@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "packages/package.hpp"
+#include "compat/packages/package.hpp"
 
 #include <cctype>
 #include <cerrno>

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 // A package in the System V directory format: a directory with pkginfo, pkgmap, the trees root/ (absolute
 // paths) and reloc/ (paths below the base directory), and install/ (depend, copyright, scripts).
-#ifndef COMPAT_PACKAGES_PACKAGE_HPP
-#define COMPAT_PACKAGES_PACKAGE_HPP
+#pragma once
 
 #include <cstdint>
 #include <ctime>
@@ -14,7 +13,7 @@
 #include <sys/types.h>
 #include <vector>
 
-#include "support/file.hpp"
+#include "compat/support/file.hpp"
 
 namespace compat {
 
@@ -111,5 +110,3 @@ private:
 };
 
 } // namespace compat
-
-#endif

@@ -8,7 +8,7 @@
 #include <getopt.h>
 #include <sys/stat.h>
 
-#include "packages/install.hpp"
+#include "compat/packages/install.hpp"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include <system_error>
 #include <unistd.h>
 
-#include "packages/package.hpp"
+#include "compat/packages/package.hpp"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "packages/placement.hpp"
+#include "compat/packages/placement.hpp"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: MIT
 // Puts the objects of one package in place, all of them or none: everything is first laid beside its place
 // under another name, then renamed; whatever fails before the end is taken back.
-#ifndef COMPAT_PACKAGES_PLACEMENT_HPP
-#define COMPAT_PACKAGES_PLACEMENT_HPP
+#pragma once
 
 #include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "packages/package.hpp"
-#include "packages/root.hpp"
+#include "compat/packages/package.hpp"
+#include "compat/packages/root.hpp"
 
 namespace compat {
 
@@ -61,5 +60,3 @@ private:
 };
 
 } // namespace compat
-
-#endif

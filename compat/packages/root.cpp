@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "packages/root.hpp"
+#include "compat/packages/root.hpp"
 
 #include <cerrno>
 #include <charconv>

@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
 // The root directory that packages are installed into. Every path is looked up inside it, as a process with
 // this root directory would: an absolute link leads to a place inside, and ".." does not lead out.
-#ifndef COMPAT_PACKAGES_ROOT_HPP
-#define COMPAT_PACKAGES_ROOT_HPP
+#pragma once
 
 #include <functional>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
 
-#include "support/file.hpp"
+#include "compat/support/file.hpp"
 
 namespace compat {
 
@@ -51,5 +50,3 @@ private:
 };
 
 } // namespace compat
-
-#endif

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "share/nfs_server.hpp"
+#include "compat/share/nfs_server.hpp"
 
 #include <arpa/inet.h>
 #include <csignal>
@@ -12,8 +12,8 @@
 #include <thread>
 #include <unistd.h>
 
-#include "share/share_table.hpp"
-#include "support/file.hpp"
+#include "compat/share/share_table.hpp"
+#include "compat/support/file.hpp"
 
 namespace compat {
 namespace {

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 // The NFS server that the shares are handed to: the one in use on this host, found by itself.
-#ifndef COMPAT_SHARE_NFS_SERVER_HPP
-#define COMPAT_SHARE_NFS_SERVER_HPP
+#pragma once
 
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "share/options.hpp"
+#include "compat/share/options.hpp"
 
 namespace compat {
 
@@ -47,5 +46,3 @@ inline constexpr const char *ganesha_exports = "/etc/ganesha/share-exports.conf"
 bool publish_shares(const NfsServer &server);
 
 } // namespace compat
-
-#endif

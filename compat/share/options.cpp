@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "share/options.hpp"
+#include "compat/share/options.hpp"
 
 #include <algorithm>
 #include <charconv>
 
-#include "support/file.hpp"
+#include "compat/support/file.hpp"
 
 namespace compat {
 namespace {

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The options of a share, as a System V administrator writes them: rw, ro, rw=c1:c2, ro=c1, root=c1, anon=0.
-#ifndef COMPAT_SHARE_OPTIONS_HPP
-#define COMPAT_SHARE_OPTIONS_HPP
+#pragma once
 
 #include <optional>
 #include <string>
@@ -33,5 +32,3 @@ struct ClientRule {
 std::vector<ClientRule> client_rules(const ShareOptions &options);
 
 } // namespace compat
-
-#endif

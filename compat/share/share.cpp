@@ -10,11 +10,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "share/nfs_server.hpp"
-#include "share/options.hpp"
-#include "share/share_table.hpp"
-#include "support/debian_program.hpp"
-#include "support/file.hpp"
+#include "compat/share/nfs_server.hpp"
+#include "compat/share/options.hpp"
+#include "compat/share/share_table.hpp"
+#include "compat/support/debian_program.hpp"
+#include "compat/support/file.hpp"
 
 namespace compat {
 namespace {

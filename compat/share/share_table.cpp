@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "share/share_table.hpp"
+#include "compat/share/share_table.hpp"
 
 #include <algorithm>
 #include <bitset>

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 // What is shared now: /etc/dfs/sharetab, a line "PATH RESOURCE TYPE OPTIONS DESCRIPTION" per share, separated
 // by tabs; and the numbers under which the shares are exported: /etc/dfs/exportids, "NUMBER PATH" per line.
-#ifndef COMPAT_SHARE_SHARE_TABLE_HPP
-#define COMPAT_SHARE_SHARE_TABLE_HPP
+#pragma once
 
 #include <string>
 #include <vector>
 
-#include "support/file.hpp"
+#include "compat/support/file.hpp"
 
 namespace compat {
 
@@ -56,5 +55,3 @@ private:
 };
 
 } // namespace compat
-
-#endif

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "support/debian_program.hpp"
+#include "compat/support/debian_program.hpp"
 
 #include <cerrno>
 #include <cstdio>
@@ -10,7 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "support/file.hpp"
+#include "compat/support/file.hpp"
 
 namespace compat {
 

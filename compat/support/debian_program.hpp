@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // A program of Debian's in /usr/bin, behind one of the same name that also understands the calls of System V.
-#ifndef COMPAT_SUPPORT_DEBIAN_PROGRAM_HPP
-#define COMPAT_SUPPORT_DEBIAN_PROGRAM_HPP
+#pragma once
 
 #include <string>
 #include <utility>
@@ -30,5 +29,3 @@ private:
 };
 
 } // namespace compat
-
-#endif

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "support/file.hpp"
+#include "compat/support/file.hpp"
 
 #include <algorithm>
 #include <cctype>

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Files, locks and processes as the adapters need them. Failures are exceptions whose text is for the user.
-#ifndef COMPAT_SUPPORT_FILE_HPP
-#define COMPAT_SUPPORT_FILE_HPP
+#pragma once
 
 #include <chrono>
 #include <optional>
@@ -94,5 +93,3 @@ template <typename Body> int guarded_main(const char *name, int failed, Body bod
 }
 
 } // namespace compat
-
-#endif

@@ -40,10 +40,9 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <sys/types.h>
 #include <system_error>
 #include <vector>
-
-#include <sys/types.h>
 
 namespace hostadm::sandbox {
 

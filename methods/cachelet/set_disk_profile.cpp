@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "hostadm/method.hpp"
-#include "support/cached_mounts.hpp"
+#include "server/cached_mounts.hpp"
 
 namespace {
 
 using namespace hostadm::method;
-using namespace hostadm::support;
+using namespace hostadm::server;
 
 const Description description{
     .name = "cachelet/set_disk_profile",

@@ -9,15 +9,15 @@
 #include <vector>
 
 #include "hostadm/method.hpp"
-#include "support/cached_mounts.hpp"
-#include "support/client_lock.hpp"
-#include "support/remembered.hpp"
-#include "support/undo.hpp"
+#include "server/cached_mounts.hpp"
+#include "server/client_lock.hpp"
+#include "server/remembered.hpp"
+#include "server/undo.hpp"
 
 namespace {
 
 using namespace hostadm::method;
-using namespace hostadm::support;
+using namespace hostadm::server;
 namespace fs = std::filesystem;
 
 const Description description{

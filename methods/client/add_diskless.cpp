@@ -3,22 +3,22 @@
 // taken back.
 #include <exception>
 
-#include "add_diskless/checks.hpp"
-#include "add_diskless/client.hpp"
-#include "add_diskless/failure.hpp"
-#include "add_diskless/steps.hpp"
-#include "add_diskless/undo.hpp"
 #include "hostadm/method.hpp"
-#include "support/client_lock.hpp"
-#include "support/host_tables.hpp"
-#include "support/undo.hpp"
+#include "methods/client/add_diskless/checks.hpp"
+#include "methods/client/add_diskless/client.hpp"
+#include "methods/client/add_diskless/failure.hpp"
+#include "methods/client/add_diskless/steps.hpp"
+#include "methods/client/add_diskless/undo.hpp"
+#include "server/client_lock.hpp"
+#include "server/host_tables.hpp"
+#include "server/undo.hpp"
 
 namespace {
 
 using namespace hostadm;
 using namespace hostadm::diskless;
 using namespace hostadm::method;
-using namespace hostadm::support;
+using namespace hostadm::server;
 
 const Description description{
     .name = "client/add_diskless",

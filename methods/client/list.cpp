@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "support/clients.hpp"
-
 #include "hostadm/method.hpp"
+#include "server/clients.hpp"
 
 namespace {
 
@@ -21,7 +20,7 @@ const Description description{
 
 int work(Call &) {
     ManyRows rows;
-    for (const hostadm::support::ClientSummary &client : hostadm::support::all_clients())
+    for (const hostadm::server::ClientSummary &client : hostadm::server::all_clients())
         rows.add({{"name", client.name},
                   {"address", client.address},
                   {"ethernet", client.ethernet},

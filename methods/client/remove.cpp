@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Takes a client off this server. From the first step on it cannot boot any more; its bootparams entry goes
 // last, because it alone tells a second run what a first one has left.
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -10,22 +8,25 @@
 #include <set>
 #include <stdexcept>
 #include <system_error>
+#include <unistd.h>
 
+#include "base/text.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "support/boot_links.hpp"
-#include "support/client_entry.hpp"
-#include "support/client_lock.hpp"
-#include "support/clients.hpp"
-#include "support/host_tables.hpp"
-#include "support/local_host.hpp"
-#include "support/roots.hpp"
-#include "support/undo.hpp"
+#include "server/boot_links.hpp"
+#include "server/client_entry.hpp"
+#include "server/client_lock.hpp"
+#include "server/clients.hpp"
+#include "server/host_tables.hpp"
+#include "server/local_host.hpp"
+#include "server/roots.hpp"
+#include "server/undo.hpp"
 
 namespace {
 
+using namespace hostadm;
 using namespace hostadm::method;
-using namespace hostadm::support;
+using namespace hostadm::server;
 namespace fs = std::filesystem;
 
 const Description description{
@@ -83,7 +84,8 @@ Client find_client(const std::string &hostname) {
     Client client;
     client.hostname = client_name_as_written(hostname);
     client.items = client_items(client.hostname);
-    if (lower_case(hostname) == lower_case(local_host_name()) || lower_case(hostname) == "localhost")
+    if (base::lower_case(hostname) == base::lower_case(local_host_name()) ||
+        base::lower_case(hostname) == "localhost")
         fail(hostname + " is this server");
     client.address = hosts_table().key_of(hostname);
     client.ethernet = ethers_table().key_of(hostname);
@@ -106,7 +108,7 @@ bool names_others(const std::string &options, const std::string &client) {
         if (!word.starts_with("rw=") && !word.starts_with("ro=") && !word.starts_with("root="))
             continue;
         const std::string hosts = word.substr(word.find('=') + 1);
-        if (lower_case(hosts) != lower_case(client))
+        if (base::lower_case(hosts) != base::lower_case(client))
             return true;
     }
     return false;

@@ -2,15 +2,15 @@
 #include <sys/stat.h>
 
 #include "hostadm/method.hpp"
-#include "support/boot_links.hpp"
-#include "support/client_entry.hpp"
-#include "support/clients.hpp"
-#include "support/host_tables.hpp"
+#include "server/boot_links.hpp"
+#include "server/client_entry.hpp"
+#include "server/clients.hpp"
+#include "server/host_tables.hpp"
 
 namespace {
 
 using namespace hostadm::method;
-using namespace hostadm::support;
+using namespace hostadm::server;
 
 const Description description{
     .name = "client/show",

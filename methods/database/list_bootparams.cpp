@@ -1,19 +1,18 @@
 // SPDX-License-Identifier: MIT
 // Lists the boot parameters of all clients in one name service.
-#include <sys/wait.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <sys/wait.h>
 
 #include "hostadm/method.hpp"
 #include "hostadm/table_edit.hpp"
-#include "support/bootparams_entries.hpp"
+#include "server/bootparams_entries.hpp"
 
 using namespace hostadm::method;
-using hostadm::methods::bootparams_path;
+using hostadm::server::bootparams_path;
 
 namespace {
 
@@ -31,7 +30,7 @@ const Description description{
 
 void add_rows(std::string_view table) {
     ManyRows rows;
-    hostadm::methods::for_each_client(table, [&](std::string_view name, std::string_view items) {
+    hostadm::server::for_each_client(table, [&](std::string_view name, std::string_view items) {
         rows.add({{"hostname", name}, {"filesystems", items}});
     });
 }

@@ -3,11 +3,11 @@
 #include <string>
 
 #include "hostadm/method.hpp"
-#include "support/client_entry.hpp"
-#include "support/nameservice.hpp"
+#include "server/client_entry.hpp"
+#include "server/nameservice.hpp"
 
 using namespace hostadm::method;
-using namespace hostadm::support;
+using namespace hostadm::server;
 
 namespace {
 

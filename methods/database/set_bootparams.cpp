@@ -5,13 +5,13 @@
 #include <vector>
 
 #include "hostadm/method.hpp"
-#include "support/client_entry.hpp"
-#include "support/nameservice.hpp"
+#include "server/client_entry.hpp"
+#include "server/nameservice.hpp"
 
 using namespace hostadm::method;
-using namespace hostadm::support;
-using hostadm::methods::defect_of;
-using hostadm::methods::parse_items;
+using namespace hostadm::server;
+using hostadm::server::defect_of;
+using hostadm::server::parse_items;
 
 namespace {
 

@@ -2,17 +2,18 @@
 #include <algorithm>
 #include <string>
 
+#include "base/text.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "hostadm/table_edit.hpp"
-#include "support/edit_failure.hpp"
-#include "support/host_tables.hpp"
-#include "support/words.hpp"
+#include "server/edit_failure.hpp"
+#include "server/host_tables.hpp"
 
 namespace {
 
+using namespace hostadm;
 using namespace hostadm::method;
-using namespace hostadm::support;
+using namespace hostadm::server;
 
 const Description description{
     .name = "database/set_host",
@@ -27,10 +28,10 @@ const Description description{
 std::string names_of(const std::string &address, const std::string &table) {
     std::string text, names;
     hostadm::tables::read_file(table, text);
-    for_each_line(text, [&](std::string_view line) {
-        const std::string_view entry = trimmed(line.substr(0, line.find('#')));
-        if (names.empty() && first_word(entry) == address)
-            names = trimmed(entry.substr(address.size()));
+    base::for_each_line(text, [&](std::string_view line) {
+        const std::string_view entry = base::trimmed(line.substr(0, line.find('#')));
+        if (names.empty() && base::first_word(entry) == address)
+            names = base::trimmed(entry.substr(address.size()));
     });
     return names;
 }
@@ -38,13 +39,14 @@ std::string names_of(const std::string &address, const std::string &table) {
 int work(Call &call) {
     const std::string address = call.get("address"), name = call.get("hostname"), table = call.get("table");
     const std::string before = names_of(address, table);
-    const auto words = words_of(before);
-    if (lower_case(name) != "localhost" && std::find(words.begin(), words.end(), "localhost") != words.end())
+    const auto words = base::words_of(before);
+    if (base::lower_case(name) != "localhost" &&
+        std::find(words.begin(), words.end(), "localhost") != words.end())
         return call.fail("the line of " + address + " in " + table +
                          " would lose the name localhost; edit it by hand");
     const int status = set_hosts(table.c_str(), address.c_str(), name.c_str());
     if (status != 0)
-        return call.fail(hostadm::methods::edit_failure(table, status));
+        return call.fail(hostadm::server::edit_failure(table, status));
     if (!before.empty() && before != name)
         call.set("replaced", before);
     return 0;

@@ -4,7 +4,7 @@
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "support/edit_failure.hpp"
+#include "server/edit_failure.hpp"
 
 using namespace hostadm::method;
 
@@ -60,7 +60,7 @@ int work(Call &call) {
     std::string resource = call.get("resource");
     const int status =
         six_columns ? add_six_columns(call, resource.data()) : add_seven_columns(call, resource.data());
-    return status == 0 ? 0 : call.fail(hostadm::methods::edit_failure(call.get("vfstab"), status));
+    return status == 0 ? 0 : call.fail(hostadm::server::edit_failure(call.get("vfstab"), status));
 }
 
 } // namespace

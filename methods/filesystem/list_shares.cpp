@@ -3,7 +3,7 @@
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "support/adapters.hpp"
+#include "server/adapters.hpp"
 
 namespace {
 
@@ -16,7 +16,7 @@ const Description description{
 };
 
 int work(Call &call) {
-    if (const std::string missing = hostadm::support::missing_command("/usr/sbin/share", "knows the shares");
+    if (const std::string missing = hostadm::server::missing_command("/usr/sbin/share", "knows the shares");
         !missing.empty())
         return call.fail(missing);
     get_sharefs_ents();

@@ -7,8 +7,8 @@
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "support/adapters.hpp"
-#include "support/edit_failure.hpp"
+#include "server/adapters.hpp"
+#include "server/edit_failure.hpp"
 
 namespace {
 
@@ -70,12 +70,12 @@ int work(Call &call) {
             "the argument fsckdev is missing: name the device to check, or give fsckdev=- for none");
     if (call.get("takeeffect") != "bootonly")
         if (const std::string missing =
-                hostadm::support::missing_command("/usr/sbin/mount", "mounts file systems");
+                hostadm::server::missing_command("/usr/sbin/mount", "mounts file systems");
             !missing.empty())
             return call.fail(missing);
     const std::string table = call.get("vfstab");
     if (call.get("takeeffect") != "nowonly" && has_no_place(table, call.get("mountpt")))
-        return call.fail(hostadm::methods::edit_failure(table, -ENOENT));
+        return call.fail(hostadm::server::edit_failure(table, -ENOENT));
     return mount_filesystem(
         call.get("resource").c_str(), call.get("fsckdev").c_str(), call.get("mountpt").c_str(),
         call.get("fstype").c_str(), call.get("fsckpass").c_str(), call.get("mountatboot").c_str(),

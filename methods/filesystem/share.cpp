@@ -3,7 +3,7 @@
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "support/adapters.hpp"
+#include "server/adapters.hpp"
 
 namespace {
 
@@ -56,7 +56,7 @@ std::string as_one_word(const std::string &text) {
 int work(Call &call) {
     if (call.get("takeeffect") != "bootonly" && call.get("force") != "yes")
         if (const std::string missing =
-                hostadm::support::missing_command("/usr/sbin/share", "shares directories");
+                hostadm::server::missing_command("/usr/sbin/share", "shares directories");
             !missing.empty())
             return call.fail(missing);
     const std::string words = as_one_word(call.get("description"));

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "support/adapters.hpp"
+#include "server/adapters.hpp"
 
 namespace {
 
@@ -33,7 +33,7 @@ int work(Call &call) {
                       table = call.get("vfstab");
     if (effect != "bootonly")
         if (const std::string missing =
-                hostadm::support::missing_command("/usr/sbin/umount", "unmounts file systems");
+                hostadm::server::missing_command("/usr/sbin/umount", "unmounts file systems");
             !missing.empty())
             return call.fail(missing);
     const int status =

@@ -3,7 +3,7 @@
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "support/adapters.hpp"
+#include "server/adapters.hpp"
 
 namespace {
 
@@ -33,7 +33,7 @@ const Description description{
 
 // Empty when all is there. The share list is needed to tell whether a client is the only one.
 std::string missing_commands(const Call &call) {
-    using hostadm::support::missing_command;
+    using hostadm::server::missing_command;
     std::string missing = missing_command("/usr/sbin/unshare", "withdraws shares");
     if (missing.empty() && call.given("client"))
         missing = missing_command("/usr/sbin/share", "knows the shares");

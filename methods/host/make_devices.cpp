@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Makes device nodes with the script MAKEDEV of a directory.
-#include <unistd.h>
-
 #include <filesystem>
 #include <set>
 #include <string>
+#include <unistd.h>
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"

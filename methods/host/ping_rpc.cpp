@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Asks whether an RPC program answers on a host.
-#include <rpc/netdb.h>
-
 #include <charconv>
 #include <optional>
+#include <rpc/netdb.h>
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"

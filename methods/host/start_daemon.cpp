@@ -1,21 +1,20 @@
 // SPDX-License-Identifier: MIT
-#include <unistd.h>
-
 #include <chrono>
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <system_error>
 #include <thread>
+#include <unistd.h>
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "support/running_program.hpp"
+#include "server/running_program.hpp"
 
 namespace {
 
 using namespace hostadm::method;
-using hostadm::support::running_program;
+using hostadm::server::running_program;
 
 const Description description{
     .name = "host/start_daemon",

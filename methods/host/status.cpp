@@ -3,17 +3,18 @@
 #include <map>
 #include <set>
 
+#include "base/text.hpp"
 #include "hostadm/method.hpp"
 #include "hostadm/table_edit.hpp"
-#include "support/boot_daemons.hpp"
-#include "support/clients.hpp"
-#include "support/host_tables.hpp"
-#include "support/words.hpp"
+#include "server/boot_daemons.hpp"
+#include "server/clients.hpp"
+#include "server/host_tables.hpp"
 
 namespace {
 
+using namespace hostadm;
 using namespace hostadm::method;
-using namespace hostadm::support;
+using namespace hostadm::server;
 
 const Description description{
     .name = "host/status",
@@ -78,7 +79,7 @@ std::set<std::string> mount_points_now() {
     std::set<std::string> points;
     std::ifstream mounts("/proc/self/mounts");
     for (std::string line; std::getline(mounts, line);)
-        if (const auto words = words_of(line); words.size() > 1)
+        if (const auto words = base::words_of(line); words.size() > 1)
             points.emplace(words[1]);
     return points;
 }
@@ -88,8 +89,8 @@ void mounts(ManyRows &rows) {
     if (hostadm::tables::read_file("/etc/vfstab", table) != 0)
         return;
     const std::set<std::string> now = mount_points_now();
-    for_each_line(table, [&](std::string_view line) {
-        const auto words = words_of(line);
+    base::for_each_line(table, [&](std::string_view line) {
+        const auto words = base::words_of(line);
         constexpr std::size_t columns = 7;
         if (words.size() < columns || words.front().starts_with('#'))
             return;

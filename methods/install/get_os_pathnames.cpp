@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Finds the root and the boot program of an operating system.
-#include "support/hierarchy.hpp"
-
 #include "hostadm/method.hpp"
+#include "server/hierarchy.hpp"
 
 namespace {
 
@@ -22,9 +21,9 @@ const Description description{
 };
 
 int work(Call &call) {
-    const hostadm::support::OsPaths paths =
-        hostadm::support::find_os(call.get("dirpath"), {call.get("inst_set_arch"), call.get("imp_arch"),
-                                                        call.get("os_prod"), call.get("os_version")});
+    const hostadm::server::OsPaths paths =
+        hostadm::server::find_os(call.get("dirpath"), {call.get("inst_set_arch"), call.get("imp_arch"),
+                                                       call.get("os_prod"), call.get("os_version")});
     call.set("root_path", paths.root_path);
     call.set("boot_prog", paths.boot_prog);
     return 0;

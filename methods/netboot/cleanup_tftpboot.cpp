@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "support/boot_links.hpp"
-
 #include "hostadm.h"
 #include "hostadm/method.hpp"
+#include "server/boot_links.hpp"
 
 namespace {
 
@@ -16,7 +15,7 @@ const Description description{
 
 int work(Call &call) {
     const std::string address = call.get("address");
-    if (hostadm::support::boot_links_of(address).empty()) // rm would complain of it
+    if (hostadm::server::boot_links_of(address).empty()) // rm would complain of it
         return 0;
     if (cleanup_tftpboot_dir(call.method().c_str(), address.c_str()) != 0)
         return call.fail("cannot remove the links of " + address + " from /tftpboot");

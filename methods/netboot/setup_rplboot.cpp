@@ -3,14 +3,16 @@
 #include <string>
 #include <system_error>
 
+#include "base/text.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "support/host_tables.hpp"
+#include "server/host_tables.hpp"
 
 namespace {
 
+using namespace hostadm;
 using namespace hostadm::method;
-using hostadm::support::lower_case;
+using hostadm::base::lower_case;
 
 const Description description{
     .name = "netboot/setup_rplboot",
@@ -65,9 +67,9 @@ int work(Call &call) {
         return call.refuse("client_key: \"" + key +
                            "\" is no Ethernet address as twelve hexadecimal digits, such as 080020010203");
     const std::string root_dir = call.get("root_dir") == "/" ? "" : call.get("root_dir");
-    const std::string inst_set = lower_case(call.get("instruction_set")),
-                      impl_arch = lower_case(call.get("implementation_arch")), os_name = call.get("os_name"),
-                      os_version = call.get("os_version");
+    const std::string inst_set = base::lower_case(call.get("instruction_set")),
+                      impl_arch = base::lower_case(call.get("implementation_arch")),
+                      os_name = call.get("os_name"), os_version = call.get("os_version");
     const std::string boot_name =
         make_boot_name(os_version.c_str(), os_name.c_str(), inst_set.c_str(), impl_arch.c_str());
     tell_missing_sources(call, root_dir + "/export/exec/" + inst_set + "." + os_name + "_" + os_version,

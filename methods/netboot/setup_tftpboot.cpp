@@ -1,15 +1,17 @@
 // SPDX-License-Identifier: MIT
+#include "base/text.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "support/boot_links.hpp"
-#include "support/client_lock.hpp"
-#include "support/host_tables.hpp"
-#include "support/local_host.hpp"
+#include "server/boot_links.hpp"
+#include "server/client_lock.hpp"
+#include "server/host_tables.hpp"
+#include "server/local_host.hpp"
 
 namespace {
 
+using namespace hostadm;
 using namespace hostadm::method;
-using namespace hostadm::support;
+using namespace hostadm::server;
 
 const Description description{
     .name = "netboot/setup_tftpboot",
@@ -26,13 +28,13 @@ const Description description{
 };
 
 int work(Call &call) {
-    std::string architecture = lower_case(call.get("implementation_arch")); // becomes upper case
+    std::string architecture = base::lower_case(call.get("implementation_arch")); // becomes upper case
     const std::string host = call.given("host") ? call.get("host") : local_host_name();
     const std::string address = call.get("address");
     call.progress("making the boot program and the links of " + address);
     const std::string boot_name = init_tftpboot_dir(
         call.method().c_str(), host.c_str(), address.c_str(), architecture.data(),
-        call.get("install_hierarchy").c_str(), lower_case(call.get("instruction_set")).c_str(),
+        call.get("install_hierarchy").c_str(), base::lower_case(call.get("instruction_set")).c_str(),
         call.get("os_name").c_str(), call.get("os_version").c_str());
     call.set("boot_program", boot_name);
     {

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "support/software_records.hpp"
+#include "server/software_records.hpp"
 
 namespace {
 
 using namespace hostadm::method;
-using namespace hostadm::support;
+using namespace hostadm::server;
 
 const Description description{
     .name = "service/add_template_package",

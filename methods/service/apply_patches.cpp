@@ -3,7 +3,7 @@
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "support/roots.hpp"
+#include "server/roots.hpp"
 
 namespace {
 
@@ -24,7 +24,7 @@ const Description description{
 
 int work(Call &call) {
     const std::string root = call.get("root");
-    if (const std::string defect = hostadm::support::defect_of_deep_root(root); !defect.empty())
+    if (const std::string defect = hostadm::server::defect_of_deep_root(root); !defect.empty())
         return call.fail(defect);
     if (std::error_code error; !fs::exists(patch_tool, error)) {
         call.set("result", "no_patch_tool");

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "support/roots.hpp"
-
 #include <exception>
 
 #include "hostadm/method.hpp"
-#include "support/undo.hpp"
+#include "server/roots.hpp"
+#include "server/undo.hpp"
 
 namespace {
 
@@ -22,16 +21,16 @@ const Description description{
 
 // What keeps the library from working in the root and nowhere else; empty: nothing.
 std::string defect_of(const std::string &root) {
-    std::string defect = hostadm::support::defect_of_deep_root(root);
+    std::string defect = hostadm::server::defect_of_deep_root(root);
     for (const char *below :
          {"/var/sadm/softinfo", "/var/sadm/install_data", "/var/sadm/system/admin", "/usr"})
         if (defect.empty())
-            defect = hostadm::support::way_out_of_root(root, below);
+            defect = hostadm::server::way_out_of_root(root, below);
     return defect;
 }
 
 int work(Call &call) {
-    using namespace hostadm::support;
+    using namespace hostadm::server;
     const std::string root = real_path_of(call.get("rootpath"));
     const std::vector<std::string> sources = split_paths(call.get("sources"));
     std::string defect = defect_of(root);

@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: MIT
-#include <sys/wait.h>
-
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <sys/wait.h>
 #include <vector>
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "support/software_records.hpp"
+#include "server/software_records.hpp"
 
 namespace {
 
@@ -73,7 +72,7 @@ int work(Call &call) {
     if (!is_file_name(file))
         return call.refuse("file: \"" + file +
                            "\" is no name of a file: letters, digits and + - _ . / : , @ % = only");
-    const std::string arch = call.given("arch") ? call.get("arch") : hostadm::support::server_architecture();
+    const std::string arch = call.given("arch") ? call.get("arch") : hostadm::server::server_architecture();
     const std::vector<fs::path> packages = patched_packages();
     if (packages.size() < 2) {
         call.set("found", !packages.empty() && delivers(packages.front(), arch, file) ? "yes" : "no");

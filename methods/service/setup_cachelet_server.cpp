@@ -3,12 +3,12 @@
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "support/software_records.hpp"
+#include "server/software_records.hpp"
 
 namespace {
 
 using namespace hostadm::method;
-using namespace hostadm::support;
+using namespace hostadm::server;
 
 const Description description{
     .name = "service/setup_cachelet_server",

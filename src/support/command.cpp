@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "support/command.hpp"
+#include "src/support/command.hpp"
 
 #include <cstdlib>
 #include <vector>

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "support/handle.hpp"
+#include "src/support/handle.hpp"
 
 namespace hostadm {
 

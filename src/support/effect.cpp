@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "support/effect.hpp"
+#include "src/support/effect.hpp"
 
 #include <string_view>
 
 #include "hostadm.h"
-#include "support/error.hpp"
-#include "support/text.hpp"
+#include "src/support/error.hpp"
+#include "src/support/text.hpp"
 
 namespace hostadm {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "support/expression.hpp"
+#include "src/support/expression.hpp"
 
 namespace hostadm {
 

@@ -2,9 +2,8 @@
 // Basic regular expressions.
 #pragma once
 
-#include <regex.h>
-
 #include <optional>
+#include <regex.h>
 #include <string>
 
 namespace hostadm {

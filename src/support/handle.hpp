@@ -2,11 +2,10 @@
 // Owners of what the system hands out by number or pointer.
 #pragma once
 
-#include <dirent.h>
-#include <unistd.h>
-
 #include <cstdlib>
+#include <dirent.h>
 #include <memory>
+#include <unistd.h>
 
 namespace hostadm {
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "support/table.hpp"
+#include "src/support/table.hpp"
 
 #include <cstdlib>
 #include <cstring>
 
-#include "support/error.hpp"
-#include "support/text.hpp"
+#include "src/support/error.hpp"
+#include "src/support/text.hpp"
 
 namespace hostadm {
 

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "support/temporary_file.hpp"
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "src/support/temporary_file.hpp"
 
 #include <cerrno>
 #include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace hostadm {
 

@@ -2,10 +2,9 @@
 // Files in a shared temporary directory, some of them under names that anybody can foresee.
 #pragma once
 
-#include <sys/types.h>
-
 #include <optional>
 #include <string>
+#include <sys/types.h>
 #include <utility>
 
 namespace hostadm {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "support/text.hpp"
+#include "src/support/text.hpp"
 
 #include <cstdio>
 #include <cstdlib>

@@ -13,7 +13,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-#include "core/bytes.hpp"
+#include "framework/protocol/bytes.hpp"
 #include "support/scratch.hpp"
 
 namespace {

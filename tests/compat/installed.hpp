@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
-#include "support/file.hpp"
+#include "compat/support/file.hpp"
 
 namespace compat {
 

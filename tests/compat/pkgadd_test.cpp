@@ -3,8 +3,8 @@
 #include <filesystem>
 #include <sys/stat.h>
 
+#include "compat/packages/package.hpp"
 #include "installed.hpp"
-#include "packages/package.hpp"
 
 namespace {
 

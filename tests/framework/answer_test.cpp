@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "core/answer.hpp"
-#include "core/bytes.hpp"
+#include "framework/protocol/answer.hpp"
+#include "framework/protocol/bytes.hpp"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "core/description.hpp"
-#include "core/kinds.hpp"
+#include "framework/protocol/description.hpp"
+#include "framework/protocol/kinds.hpp"
 
 namespace {
 

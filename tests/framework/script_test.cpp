@@ -8,7 +8,7 @@
 #include <sys/types.h>
 #include <variant>
 
-#include "core/description.hpp"
+#include "framework/protocol/description.hpp"
 #include "support.hpp"
 #include "support/eventually.hpp"
 #include "support/scratch.hpp"

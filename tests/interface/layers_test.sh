@@ -10,20 +10,28 @@ fail() {
     failures=$((failures + 1))
 }
 
-# The public headers that a folder may include, as an extended regular expression.
-headers() { # FOLDER ALLOWED
-    wrong=$(grep -rnE '#include ["<]hostadm(\.h|/)' "$source/$1" --include='*.?pp' --include='*.h' |
-        grep -vE "[\"<]($2)[\">]" || :)
-    [ -z "$wrong" ] || fail "$1 includes what it may not: $wrong"
+# What a folder may include by quotes: its own headers, those of the rooms below it, and of include/ what is named.
+rooms() { # FOLDER HEADERS-OF-INCLUDE [ROOM...]
+    folder=$1 headers=$2
+    shift 2
+    allowed="$headers"
+    for room in "$folder" "$@"; do
+        allowed="$allowed|$room/[^\"]*"
+    done
+    wrong=$(grep -rnE '#include (["<]hostadm(\.h|/)|")' "$source/$folder" --include='*.cpp' --include='*.hpp' --include='*.h' |
+        grep -vE "#include [\"<]($allowed)[\">]" || :)
+    [ -z "$wrong" ] || fail "$folder includes what it may not: $wrong"
 }
-headers src 'hostadm\.h|hostadm/(framework|tables|platform)\.h'
-headers platform 'hostadm/platform\.h'
-headers tables 'hostadm/(tables\.h|table_edit\.hpp)'
-headers framework 'hostadm/(framework\.h|method\.hpp)'
-headers sandbox 'hostadm/sandbox\.hpp'
-headers cli 'hostadm/(framework\.h|method\.hpp|sandbox\.hpp)'
-headers compat 'none'
-headers methods 'hostadm\.h|hostadm/(framework|tables|platform)\.h|hostadm/(method|table_edit)\.hpp'
+rooms base 'none'
+rooms platform 'hostadm/platform\.h' base
+rooms tables 'hostadm/(tables\.h|table_edit\.hpp)' base
+rooms framework 'hostadm/(framework\.h|method\.hpp)' base
+rooms sandbox 'hostadm/sandbox\.hpp' base
+rooms compat 'none' base
+rooms src 'hostadm\.h|hostadm/(framework|tables|platform)\.h' base
+rooms server 'hostadm\.h|hostadm/(framework|tables|platform)\.h|hostadm/(method|table_edit)\.hpp' base
+rooms methods 'hostadm\.h|hostadm/(framework|tables|platform)\.h|hostadm/(method|table_edit)\.hpp' server base
+rooms cli 'hostadm/(framework\.h|method\.hpp|sandbox\.hpp)' framework base
 
 # The libraries of this project that a file needs.
 needed() { # FILE

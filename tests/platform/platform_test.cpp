@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include "hostadm/platform.h"
-
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -18,9 +16,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "mounts.hpp"
-#include "name_service.hpp"
-#include "process.hpp"
+#include "hostadm/platform.h"
+#include "platform/mounts.hpp"
+#include "platform/name_service.hpp"
+#include "platform/process.hpp"
 #include "support/inside.hpp"
 #include "support/scratch.hpp"
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "mount_table.hpp"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sstream>
 #include <sys/mount.h>
+
+#include "sandbox/mount_table.hpp"
 
 using hostadm::sandbox::is_shown;
 using hostadm::sandbox::is_within;

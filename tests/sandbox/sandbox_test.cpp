@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The throwaway root: what is seen in it, what becomes of it, and that nothing of it reaches the running
 // system.
-#include "hostadm/sandbox.hpp"
-
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
@@ -16,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "hostadm/sandbox.hpp"
 #include "support/eventually.hpp"
 #include "support/scratch.hpp"
 

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
 // Stand-ins write down what happens to them. Runs in a throwaway root made by the sandbox itself.
-#include "support/standin.hpp"
-
 #include <cstdlib>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -9,6 +7,7 @@
 #include <unistd.h>
 
 #include "support/inside.hpp"
+#include "support/standin.hpp"
 
 using testing::ElementsAre;
 using testing::Not;

@@ -3,13 +3,12 @@
 // therefore easy to believe: tests, fuzz targets and benchmarks compare the library with it.
 #pragma once
 
-#include <regex.h>
-
 #include <array>
 #include <cstdlib>
 #include <map>
 #include <optional>
 #include <ostream>
+#include <regex.h>
 #include <stdexcept>
 #include <string>
 #include <utility>

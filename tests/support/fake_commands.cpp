@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "support/fake_commands.hpp"
 
-#include <dlfcn.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <map>
 
 #include "support/fake_framework.hpp"

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "support/fake_platform.hpp"
 
-#include <unistd.h>
-
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
+#include <unistd.h>
 
 #include "hostadm/platform.h"
 

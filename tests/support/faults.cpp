@@ -1,10 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include "support/faults.hpp"
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
+#include <fstream>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <optional>
+#include <set>
 #include <signal.h>
+#include <stdexcept>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
@@ -12,17 +22,6 @@
 #include <sys/user.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <algorithm>
-#include <array>
-#include <cstddef>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <optional>
-#include <set>
-#include <stdexcept>
 
 namespace faults {
 

@@ -2,11 +2,10 @@
 // The command as a user runs it, for tests inside a throwaway root.
 #pragma once
 
-#include <sys/wait.h>
-
 #include <cstdlib>
 #include <ostream>
 #include <string>
+#include <sys/wait.h>
 
 #include "text_files.hpp"
 

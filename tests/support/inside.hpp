@@ -5,7 +5,6 @@
 
 #include <chrono>
 #include <functional>
-
 #include <gtest/gtest.h>
 
 #include "hostadm/sandbox.hpp"

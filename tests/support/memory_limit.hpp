@@ -2,12 +2,11 @@
 // Lets memory run out in a process of its own (the child of a death test).
 #pragma once
 
-#include <sys/resource.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sys/resource.h>
 
 // The address sanitizer reserves terabytes and cannot live under a limit.
 #if defined(__SANITIZE_ADDRESS__)

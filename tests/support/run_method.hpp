@@ -2,10 +2,9 @@
 // Runs `hostadm` as an administrator would, inside a throwaway root.
 #pragma once
 
-#include <sys/wait.h>
-
 #include <cstdio>
 #include <string>
+#include <sys/wait.h>
 
 namespace tests {
 

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include "support/standin.hpp"
-
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
@@ -11,6 +9,7 @@
 #include <unistd.h>
 
 #include "support/eventually.hpp"
+#include "support/standin.hpp"
 
 namespace fs = std::filesystem;
 

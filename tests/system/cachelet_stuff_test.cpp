@@ -1,21 +1,20 @@
 // SPDX-License-Identifier: MIT
 // Packages, templates, patches and the methods of cache-only clients with the real commands, inside a
 // throwaway root. pkgadd is a stand-in that makes a record of what it was to install.
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <set>
 #include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 #include "hostadm.h"
 #include "support/eventually.hpp"

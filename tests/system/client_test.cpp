@@ -1,14 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The main job from end to end, through the command: a client is added from a small ready tree, each step
 // fails in turn, and the client goes again. Sharing and the NFS daemons are played by stand-ins.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -17,10 +9,17 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <signal.h>
 #include <string>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 #include "support/eventually.hpp"
 #include "support/standin.hpp"

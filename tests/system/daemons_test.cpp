@@ -1,21 +1,19 @@
 // SPDX-License-Identifier: MIT
 // The daemon checks and starts with real processes.
-#include <dirent.h>
-#include <malloc.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <dirent.h>
 #include <filesystem>
 #include <fstream>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
 
 #include "hostadm.h"
 #include "support/eventually.hpp"

@@ -1,19 +1,17 @@
 // SPDX-License-Identifier: MIT
 // Mounts, shares and their tables with the real table library and framework; the commands are stand-ins.
-#include <malloc.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
 
 #include "hostadm.h"
 #include "support/hostadm_command.hpp"

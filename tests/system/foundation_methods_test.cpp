@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 // filesystem/add_mount_entry, host/make_devices and install/get_os_pathnames, run by the command.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/mount.h>
-
 #include <filesystem>
 #include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <string>
+#include <sys/mount.h>
 
 #include "support/run_method.hpp"
 #include "support/text_files.hpp"

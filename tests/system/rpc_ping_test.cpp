@@ -15,9 +15,6 @@
 #include <unistd.h>
 
 // After <rpc/rpc.h>, which it needs.
-#include <rpc/pmap_clnt.h>
-#include <rpc/pmap_prot.h>
-
 #include <array>
 #include <chrono>
 #include <csignal>
@@ -26,6 +23,8 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <rpc/pmap_clnt.h>
+#include <rpc/pmap_prot.h>
 #include <string>
 #include <thread>
 

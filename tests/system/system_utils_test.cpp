@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: MIT
 // File trees and tables with the real libraries.
-#include <gtest/gtest.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <string>
+#include <sys/mount.h>
+#include <sys/stat.h>
 
 #include "hostadm.h"
 #include "support/text_files.hpp"

@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Which line an edit finds, and what it writes: get, replace and remove on tables of the layouts that the
 // library has.
-#include "hostadm/tables.h"
-
 #include <cerrno>
+#include <gmock/gmock.h>
 #include <initializer_list>
 #include <string>
 #include <utility>
 
-#include <gmock/gmock.h>
-
+#include "hostadm/tables.h"
 #include "scratch.hpp"
 
 namespace {

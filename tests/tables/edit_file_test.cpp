@@ -1,15 +1,12 @@
 // SPDX-License-Identifier: MIT
 // What the edit of a file promises about everything but the text: one test for each promise.
-#include "hostadm/table_edit.hpp"
-
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <stdexcept>
-
 #include <fcntl.h>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <linux/fs.h>
+#include <stdexcept>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
@@ -19,6 +16,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include "hostadm/table_edit.hpp"
 #include "scratch.hpp"
 
 namespace {

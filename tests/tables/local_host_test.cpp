@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Which names mean this host. The host's name and its hosts table are those of a private namespace.
-#include "hostadm/tables.h"
-
 #include <cerrno>
 #include <cstring>
-
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sched.h>
@@ -13,6 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "hostadm/tables.h"
 #include "scratch.hpp"
 
 namespace {

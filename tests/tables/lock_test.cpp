@@ -1,19 +1,17 @@
 // SPDX-License-Identifier: MIT
 // Editors that meet.
-#include "hostadm/table_edit.hpp"
-
 #include <cerrno>
 #include <csignal>
-#include <filesystem>
-#include <thread>
-#include <vector>
-
 #include <fcntl.h>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <sys/file.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
+#include <vector>
 
+#include "hostadm/table_edit.hpp"
 #include "hostadm/tables.h"
 #include "scratch.hpp"
 

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 // The table interface gives up a locked table after half a minute. A program of its own, since it takes that
 // long.
-#include "hostadm/tables.h"
-
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
+#include "hostadm/tables.h"
 #include "scratch.hpp"
 
 namespace {

@@ -5,7 +5,6 @@
 //   one_edit replace|remove TABLE
 #include <cstdio>
 #include <string_view>
-
 #include <sys/syscall.h>
 #include <unistd.h>
 

@@ -7,11 +7,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <gmock/gmock.h>
 #include <map>
 #include <regex>
 #include <sstream>
-
-#include <gmock/gmock.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>

@@ -7,7 +7,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-
 #include <grp.h>
 #include <sched.h>
 #include <sys/mount.h>

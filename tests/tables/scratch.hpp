@@ -3,11 +3,10 @@
 #pragma once
 
 #include <functional>
-#include <string>
-#include <vector>
-
 #include <gtest/gtest.h>
+#include <string>
 #include <sys/stat.h>
+#include <vector>
 
 #include "support/text_files.hpp"
 

@@ -15,10 +15,9 @@
 #include <map>
 #include <stdexcept>
 #include <string>
-#include <vector>
-
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 #include "hostadm/table_edit.hpp"
 #include "hostadm/tables.h"

@@ -1,13 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Cached mounts of a client's table, its install profile, service packages and templates: the rules, with
 // stand-ins for the commands. Where a table is edited the real awk and mv run, on a table of the test's own.
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
@@ -15,8 +8,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "hostadm.h"
 #include "support/fake_commands.hpp"

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 // The list of clients that boot from this host. It lives as long as the process, so each test uses client
 // names of its own, and what needs an empty list runs in a child process.
+#include <cerrno>
+#include <cstdlib>
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <cerrno>
-#include <cstdlib>
 #include <new>
 #include <string>
 #include <vector>

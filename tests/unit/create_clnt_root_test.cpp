@@ -1,22 +1,21 @@
 // SPDX-License-Identifier: MIT
 // Roots are made for real in a temporary folder; mkdir, chown and rmdir pass through here, so that a test can
 // let one of them fail and see the order of the others.
-#include <dlfcn.h>
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <map>
 #include <set>
 #include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 #include "hostadm.h"

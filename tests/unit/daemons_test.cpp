@@ -1,22 +1,19 @@
 // SPDX-License-Identifier: MIT
-#include <dlfcn.h>
-#include <fcntl.h>
-#include <sys/types.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <dirent.h>
-
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
-#include <string>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sstream>
+#include <string>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "hostadm.h"
 #include "support/eventually.hpp"

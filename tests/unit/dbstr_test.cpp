@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include <cstdlib>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-
-#include <cstdlib>
 #include <memory>
 #include <string>
 

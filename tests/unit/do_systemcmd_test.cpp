@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <libintl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
+#include <gtest/gtest.h>
+#include <libintl.h>
 #include <map>
 #include <string>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "hostadm.h"
 #include "support/fake_commands.hpp"

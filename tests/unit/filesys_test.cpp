@@ -1,23 +1,21 @@
 // SPDX-License-Identifier: MIT
-#include <dlfcn.h>
-#include <malloc.h>
-#include <sys/statvfs.h>
-#include <unistd.h>
-
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <map>
-#include <string>
-#include <tuple>
-#include <utility>
-#include <vector>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
+#include <map>
+#include <string>
+#include <sys/statvfs.h>
+#include <tuple>
+#include <unistd.h>
+#include <utility>
+#include <vector>
 
 #include "hostadm.h"
 #include "support/fake_commands.hpp"

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
+#include <filesystem>
 #include <gtest/gtest.h>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <filesystem>
-#include <string>
 #include <vector>
 
 #include "hostadm.h"

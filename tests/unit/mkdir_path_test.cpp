@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <string>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "hostadm.h"
 #include "support/scratch.hpp"

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <gtest/gtest.h>
-
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <string>
 
 #include "hostadm.h"

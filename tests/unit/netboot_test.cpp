@@ -3,11 +3,10 @@
 // call in one list and answer as the test says. Nothing reaches the file system.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <map>
 #include <set>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include "hostadm.h"

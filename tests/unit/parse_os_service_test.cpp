@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include <array>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <array>
 #include <optional>
 #include <string>
 

@@ -2,9 +2,8 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-
 #include <string>
+#include <sys/stat.h>
 
 #include "hostadm.h"
 #include "support/fake_commands.hpp"

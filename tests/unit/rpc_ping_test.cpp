@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
 // What the probe does with its arguments and its child; what needs a network is tested in a private one.
+#include <cerrno>
+#include <csignal>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
+#include <string>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <csignal>
-#include <string>
 #include <vector>
 
 #include "hostadm.h"

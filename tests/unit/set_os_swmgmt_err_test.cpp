@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
+#include <cstring>
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <libintl.h>
-
-#include <cstring>
 #include <string>
 #include <vector>
 

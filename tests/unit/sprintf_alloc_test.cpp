@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: MIT
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/resource.h>
-
 #include <cstdarg>
 #include <cstdlib>
 #include <cwchar>
+#include <fcntl.h>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <sys/resource.h>
 
 #include "hostadm.h"
 #include "support/memory_limit.hpp"

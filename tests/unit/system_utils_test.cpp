@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <dlfcn.h>
-#include <gtest/gtest.h>
-
 #include <cstdlib>
+#include <dlfcn.h>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <memory>
 #include <random>
 #include <string>

@@ -2,13 +2,12 @@
 // Files under names that anybody can foresee, made while somebody else puts links there. The admin file of the
 // package installer stands for all of them.
 #include <dlfcn.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <iterator>
 #include <string>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "hostadm.h"
 #include "support/fake_commands.hpp"

@@ -4,17 +4,17 @@
 #include <cstring>
 #include <string>
 
-#include "failure.hpp"
 #include "hostadm/table_edit.hpp"
-#include "support/boot_links.hpp"
+#include "methods/client/add_diskless/failure.hpp"
+#include "server/boot_links.hpp"
 
 namespace hostadm::diskless {
 
 // Keeps others out of /tftpboot as long as a boot program and its links belong together only half.
 class BootAreaLock {
 public:
-    BootAreaLock() : lock_(support::tftpboot) {
-        const std::string place = support::tftpboot;
+    BootAreaLock() : lock_(server::tftpboot) {
+        const std::string place = server::tftpboot;
         if (lock_.status() == tables::table_locked)
             fail("somebody else has been at work in " + place + " for half a minute; try again later");
         if (lock_.status() != 0)

@@ -1,29 +1,29 @@
 // SPDX-License-Identifier: MIT
-#include "checks.hpp"
+#include "methods/client/add_diskless/checks.hpp"
 
 #include <arpa/inet.h>
-#include <netinet/ether.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cstring>
 #include <filesystem>
+#include <netinet/ether.h>
+#include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
-#include "failure.hpp"
-#include "paths.hpp"
-#include "support/adapters.hpp"
-#include "support/boot_links.hpp"
-#include "support/client_entry.hpp"
-#include "support/clients.hpp"
-#include "support/host_tables.hpp"
-#include "support/local_host.hpp"
-#include "support/roots.hpp"
+#include "base/text.hpp"
+#include "methods/client/add_diskless/failure.hpp"
+#include "methods/client/add_diskless/paths.hpp"
+#include "server/adapters.hpp"
+#include "server/boot_links.hpp"
+#include "server/client_entry.hpp"
+#include "server/clients.hpp"
+#include "server/host_tables.hpp"
+#include "server/local_host.hpp"
+#include "server/roots.hpp"
 
 namespace hostadm::diskless {
 
 using namespace hostadm::method;
-using namespace hostadm::support;
+using namespace hostadm::server;
 namespace fs = std::filesystem;
 
 namespace {
@@ -34,8 +34,8 @@ void check_addresses(const Call &call, const Client &client) {
         refuse(client.address + " is no address of a host");
     if (is_own_address(client.address))
         fail(client.address + " is an address of this server");
-    if (lower_case(client.hostname) == lower_case(local_host_name()) ||
-        lower_case(client.hostname) == "localhost")
+    if (base::lower_case(client.hostname) == base::lower_case(local_host_name()) ||
+        base::lower_case(client.hostname) == "localhost")
         fail(client.hostname + " is this server");
     if (call.given("server") && address_of_host(client.server).empty())
         fail("the server " + client.server +
@@ -75,7 +75,7 @@ void check_other_client(const Client &client, const BootparamsClient &other, Rea
 void check_other_clients(const Client &client) {
     RealPaths real_paths;
     for (const BootparamsClient &other : client_entries()) {
-        if (lower_case(other.name) != lower_case(client.hostname))
+        if (base::lower_case(other.name) != base::lower_case(client.hostname))
             check_other_client(client, other, real_paths);
         else if (other.name != client.hostname)
             fail(client.hostname + " is a client already, written " + other.name + " in /etc/bootparams");

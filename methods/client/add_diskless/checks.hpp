@@ -2,7 +2,7 @@
 // What stands in the way of a client. Each check throws std::runtime_error with the reason.
 #pragma once
 
-#include "client.hpp"
+#include "methods/client/add_diskless/client.hpp"
 
 namespace hostadm::diskless {
 

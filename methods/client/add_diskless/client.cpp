@@ -1,20 +1,21 @@
 // SPDX-License-Identifier: MIT
-#include "client.hpp"
+#include "methods/client/add_diskless/client.hpp"
 
 #include <charconv>
 #include <cstdlib>
 
-#include "failure.hpp"
+#include "base/text.hpp"
 #include "hostadm.h"
-#include "support/clients.hpp"
-#include "support/host_tables.hpp"
-#include "support/local_host.hpp"
-#include "support/roots.hpp"
+#include "methods/client/add_diskless/failure.hpp"
+#include "server/clients.hpp"
+#include "server/host_tables.hpp"
+#include "server/local_host.hpp"
+#include "server/roots.hpp"
 
 namespace hostadm::diskless {
 
 using namespace hostadm::method;
-using namespace hostadm::support;
+using namespace hostadm::server;
 
 namespace {
 
@@ -33,7 +34,7 @@ private:
 std::uint64_t bytes_in(const std::string &size) {
     std::uint64_t count = 0;
     const auto end = std::from_chars(size.data(), size.data() + size.size(), count).ptr;
-    const std::string unit = lower_case(std::string(end, size.data() + size.size()));
+    const std::string unit = base::lower_case(std::string(end, size.data() + size.size()));
     const int shift = unit == "k" ? 10 : unit == "m" ? 20 : unit == "g" ? 30 : 0;
     constexpr std::uint64_t largest = 1ull << 62;
     if (count == 0)

@@ -7,13 +7,13 @@
 #include <vector>
 
 #include "hostadm/method.hpp"
-#include "support/hierarchy.hpp"
+#include "server/hierarchy.hpp"
 
 namespace hostadm::diskless {
 
 struct Client {
     std::string hostname, address, ethernet, server;
-    support::Identity identity;
+    server::Identity identity;
     std::string root, swap, dump, boot_name;
     std::uint64_t swap_size = 0;
     std::string tree;                  // to copy

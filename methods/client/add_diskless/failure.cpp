@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "failure.hpp"
+#include "methods/client/add_diskless/failure.hpp"
 
 #include <cerrno>
 #include <cstring>

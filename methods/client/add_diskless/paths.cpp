@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "paths.hpp"
-
-#include <sys/stat.h>
+#include "methods/client/add_diskless/paths.hpp"
 
 #include <filesystem>
+#include <sys/stat.h>
 #include <system_error>
 
 namespace hostadm::diskless {

@@ -1,37 +1,36 @@
 // SPDX-License-Identifier: MIT
-#include "steps.hpp"
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "methods/client/add_diskless/steps.hpp"
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
-#include "boot_area_lock.hpp"
-#include "failure.hpp"
 #include "hostadm.h"
-#include "paths.hpp"
-#include "support/boot_daemons.hpp"
-#include "support/boot_links.hpp"
-#include "support/client_entry.hpp"
-#include "support/client_lock.hpp"
-#include "support/clients.hpp"
-#include "support/hierarchy.hpp"
-#include "support/local_host.hpp"
-#include "support/roots.hpp"
+#include "methods/client/add_diskless/boot_area_lock.hpp"
+#include "methods/client/add_diskless/failure.hpp"
+#include "methods/client/add_diskless/paths.hpp"
+#include "server/boot_daemons.hpp"
+#include "server/boot_links.hpp"
+#include "server/client_entry.hpp"
+#include "server/client_lock.hpp"
+#include "server/clients.hpp"
+#include "server/hierarchy.hpp"
+#include "server/local_host.hpp"
+#include "server/roots.hpp"
 
 namespace hostadm::diskless {
 
 using namespace hostadm::method;
-using namespace hostadm::support;
+using namespace hostadm::server;
 namespace fs = std::filesystem;
 
 namespace {

@@ -8,16 +8,16 @@
 #include <utility>
 #include <vector>
 
-#include "client.hpp"
 #include "hostadm/method.hpp"
-#include "support/host_tables.hpp"
-#include "support/undo.hpp"
+#include "methods/client/add_diskless/client.hpp"
+#include "server/host_tables.hpp"
+#include "server/undo.hpp"
 
 namespace hostadm::diskless {
 
 class Steps {
 public:
-    Steps(method::Call &call, const Client &client, support::Journal &journal)
+    Steps(method::Call &call, const Client &client, server::Journal &journal)
         : call_(call), client_(client), journal_(journal) {}
 
     void make_root(bool known);
@@ -25,7 +25,7 @@ public:
     void share(const std::string &path);
     void boot();
     void bootparams();
-    void table(const std::string &step, const support::HostTable &table, const std::string &key);
+    void table(const std::string &step, const server::HostTable &table, const std::string &key);
     void daemons();
     void warnings();
     // Only now: of a run that failed nothing stays that could be told.
@@ -47,7 +47,7 @@ private:
 
     method::Call &call_;
     const Client &client_;
-    support::Journal &journal_;
+    server::Journal &journal_;
     std::vector<std::vector<std::pair<std::string, std::string>>> rows_;
 };
 

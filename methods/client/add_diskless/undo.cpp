@@ -1,30 +1,29 @@
 // SPDX-License-Identifier: MIT
-#include "undo.hpp"
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "methods/client/add_diskless/undo.hpp"
 
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <fcntl.h>
 #include <filesystem>
+#include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
-#include "boot_area_lock.hpp"
 #include "hostadm.h"
 #include "hostadm/table_edit.hpp"
-#include "paths.hpp"
-#include "support/boot_links.hpp"
-#include "support/client_entry.hpp"
-#include "support/clients.hpp"
-#include "support/host_tables.hpp"
-#include "support/roots.hpp"
+#include "methods/client/add_diskless/boot_area_lock.hpp"
+#include "methods/client/add_diskless/paths.hpp"
+#include "server/boot_links.hpp"
+#include "server/client_entry.hpp"
+#include "server/clients.hpp"
+#include "server/host_tables.hpp"
+#include "server/roots.hpp"
 
 namespace hostadm::diskless {
 
 using namespace hostadm::method;
-using namespace hostadm::support;
+using namespace hostadm::server;
 namespace fs = std::filesystem;
 
 namespace {

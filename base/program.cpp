@@ -1,0 +1,255 @@
+// SPDX-License-Identifier: MIT
+#include "base/program.hpp"
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cstring>
+#include <fcntl.h>
+#include <iterator>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/signalfd.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "base/descriptor.hpp"
+
+namespace hostadm::base {
+
+namespace {
+
+// What posix_spawn is to do in the child.
+class SpawnActions {
+public:
+    SpawnActions() { posix_spawn_file_actions_init(&actions_); }
+    ~SpawnActions() { posix_spawn_file_actions_destroy(&actions_); }
+    SpawnActions(const SpawnActions &) = delete;
+    SpawnActions &operator=(const SpawnActions &) = delete;
+    posix_spawn_file_actions_t *get() { return &actions_; }
+
+private:
+    posix_spawn_file_actions_t actions_{};
+};
+
+// A child begins with no signal blocked or ignored, whatever its parent has set up.
+class FreshSignals {
+public:
+    explicit FreshSignals(bool own_group) {
+        posix_spawnattr_init(&attributes_);
+        sigset_t none;
+        sigset_t all;
+        sigemptyset(&none);
+        sigfillset(&all);
+        posix_spawnattr_setsigmask(&attributes_, &none);
+        posix_spawnattr_setsigdefault(&attributes_, &all);
+        const int group = own_group ? POSIX_SPAWN_SETPGROUP : 0;
+        posix_spawnattr_setflags(&attributes_,
+                                 static_cast<short>(POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | group));
+    }
+    ~FreshSignals() { posix_spawnattr_destroy(&attributes_); }
+    FreshSignals(const FreshSignals &) = delete;
+    FreshSignals &operator=(const FreshSignals &) = delete;
+    const posix_spawnattr_t *get() const { return &attributes_; }
+
+private:
+    posix_spawnattr_t attributes_{};
+};
+
+// While it lives a child's end is kept for waitpid, even where the caller ignores SIGCHLD.
+class WaitableChildren {
+public:
+    WaitableChildren() {
+        sigaction(SIGCHLD, nullptr, &saved_);
+        changed_ = (saved_.sa_flags & SA_SIGINFO) == 0 &&
+                   (saved_.sa_handler == SIG_IGN || (saved_.sa_flags & SA_NOCLDWAIT) != 0);
+        if (changed_) {
+            struct sigaction plain {};
+            plain.sa_handler = SIG_DFL;
+            sigaction(SIGCHLD, &plain, nullptr);
+        }
+    }
+    ~WaitableChildren() {
+        if (changed_)
+            sigaction(SIGCHLD, &saved_, nullptr);
+    }
+    WaitableChildren(const WaitableChildren &) = delete;
+    WaitableChildren &operator=(const WaitableChildren &) = delete;
+
+private:
+    struct sigaction saved_ {};
+    bool changed_ = false;
+};
+
+std::vector<std::string> environment(const std::string &path_prefix) {
+    std::vector<std::string> variables;
+    const std::string_view path = "PATH=";
+    bool seen = false;
+    for (char **variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
+        std::string text = *variable;
+        if (text.starts_with(path) && !seen) {
+            text.insert(path.size(), path_prefix + ":");
+            seen = true;
+        }
+        variables.push_back(std::move(text));
+    }
+    if (!seen)
+        variables.push_back("PATH=" + path_prefix + ":/usr/sbin:/usr/bin:/sbin:/bin");
+    return variables;
+}
+
+std::vector<char *> pointers(std::vector<std::string> &words) {
+    std::vector<char *> list;
+    for (std::string &word : words)
+        list.push_back(word.data());
+    list.push_back(nullptr);
+    return list;
+}
+
+// Descriptors out of the way of those that the child is to have.
+constexpr int beyond_the_childs = 16;
+
+// Where run() finds the signals to pass on, and the stream whose reader may go; -1: nobody asked for that.
+int signals_to_pass_on = -1;
+int stream_to_watch = -1;
+
+// The child has not been waited for yet, so that its number is nobody else's. What it sent to its process group
+// itself it has had.
+void pass_on_signals(pid_t child) {
+    signalfd_siginfo signal;
+    while (read(signals_to_pass_on, &signal, sizeof signal) == sizeof signal)
+        if (signal.ssi_pid != static_cast<std::uint32_t>(child))
+            kill(child, static_cast<int>(signal.ssi_signo));
+}
+
+// Waits until the child has ended or the time is up. True: it goes on.
+bool outlives(pid_t child, int seconds) {
+    using Clock = std::chrono::steady_clock;
+    const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
+    if (!process.is_open())
+        return false;
+    const auto end = Clock::now() + std::chrono::seconds(seconds);
+    pollfd waiting[] = {{process.get(), POLLIN, 0}, {signals_to_pass_on, POLLIN, 0}, {stream_to_watch, 0, 0}};
+    while (waiting[0].revents == 0) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+        if (seconds > 0 && left <= 0)
+            return true;
+        const int ready = poll(waiting, std::size(waiting), seconds > 0 ? static_cast<int>(left) : -1);
+        if (ready == -1 && errno != EINTR)
+            return false;
+        if (ready <= 0)
+            continue;
+        if (waiting[0].revents == 0 && waiting[1].revents != 0)
+            pass_on_signals(child);
+        if (waiting[0].revents == 0 && waiting[2].revents != 0) {
+            kill(child, SIGHUP);
+            waiting[2].fd = -1; // it is told once
+        }
+    }
+    return false;
+}
+
+Ending wait_for(pid_t child, int time_limit) {
+    Ending ending;
+    if ((time_limit > 0 || signals_to_pass_on != -1) && outlives(child, time_limit)) {
+        // A shell that is killed alone leaves what it waits for running.
+        kill(time_limit > 0 ? -child : child, SIGKILL);
+        ending.timed_out = true;
+    }
+    int status = 0;
+    pid_t waited = -1;
+    do
+        waited = waitpid(child, &status, 0);
+    while (waited == -1 && errno == EINTR);
+    if (waited == -1)
+        ending.start_error = errno;
+    else if (WIFSIGNALED(status))
+        ending.signal = WTERMSIG(status);
+    else
+        ending.exit_status = WEXITSTATUS(status);
+    return ending;
+}
+
+} // namespace
+
+Ending run(const Program &program) {
+    SpawnActions actions;
+    std::vector<Descriptor> moved;
+    int last = STDERR_FILENO;
+    posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    for (const auto &[childs, ours] : program.descriptors) {
+        const Descriptor &away = moved.emplace_back(fcntl(ours, F_DUPFD_CLOEXEC, beyond_the_childs));
+        if (!away.is_open())
+            return {.start_error = errno};
+        posix_spawn_file_actions_adddup2(actions.get(), away.get(), childs);
+        last = std::max(last, childs);
+    }
+    posix_spawn_file_actions_addclosefrom_np(actions.get(), last + 1);
+
+    std::vector<std::string> words = program.words;
+    std::vector<char *> word_list = pointers(words);
+    std::vector<std::string> variables;
+    std::vector<char *> variable_list;
+    if (!program.path_prefix.empty()) {
+        variables = environment(program.path_prefix);
+        variable_list = pointers(variables);
+    }
+    char **const child_environment = variable_list.empty() ? environ : variable_list.data();
+
+    const WaitableChildren waitable;
+    const FreshSignals signals(program.time_limit > 0);
+    pid_t child = -1;
+    const auto spawn = program.search ? posix_spawnp : posix_spawn;
+    const int error = spawn(&child, words.front().c_str(), actions.get(), signals.get(), word_list.data(),
+                            child_environment);
+    if (error != 0)
+        return {.start_error = error};
+    if (program.size_limit > 0) {
+        const rlimit limit{program.size_limit, program.size_limit};
+        prlimit(child, RLIMIT_FSIZE, &limit, nullptr);
+    }
+    return wait_for(child, program.time_limit);
+}
+
+SignalsPassedOn::SignalsPassedOn(int stream) {
+    sigset_t passed_on;
+    sigemptyset(&passed_on);
+    sigprocmask(SIG_BLOCK, nullptr, &before_);
+    for (const int signal : {SIGTERM, SIGHUP}) {
+        struct sigaction action {};
+        sigaction(signal, nullptr, &action);
+        if (action.sa_handler != SIG_IGN && sigismember(&before_, signal) == 0)
+            sigaddset(&passed_on, signal);
+    }
+    signals_ = Descriptor(signalfd(-1, &passed_on, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (!signals_.is_open())
+        return;
+    sigprocmask(SIG_BLOCK, &passed_on, nullptr);
+    signals_to_pass_on = signals_.get();
+    stream_to_watch = stream;
+}
+
+SignalsPassedOn::~SignalsPassedOn() {
+    signals_to_pass_on = stream_to_watch = -1;
+    // What came too late for the program changes nothing any more: how it ended is still to be told.
+    signalfd_siginfo late;
+    while (signals_.is_open() && read(signals_.get(), &late, sizeof late) == sizeof late) {
+    }
+    sigprocmask(SIG_SETMASK, &before_, nullptr);
+}
+
+std::string in_words(const Ending &ending) {
+    if (ending.start_error != 0)
+        return std::string("could not be started: ") + std::strerror(ending.start_error);
+    if (ending.timed_out)
+        return "did not end in time and was killed";
+    if (ending.signal != 0)
+        return "was killed by signal " + std::to_string(ending.signal) + " (" + strsignal(ending.signal) +
+               ")";
+    return "ended with exit status " + std::to_string(ending.exit_status);
+}
+
+} // namespace hostadm::base

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+#include "base/text.hpp"
+
+#include <algorithm>
+#include <cctype>
+
+namespace hostadm::base {
+
+std::string_view trimmed_end(std::string_view text) {
+    while (!text.empty() && is_blank(text.back()))
+        text.remove_suffix(1);
+    return text;
+}
+
+std::string_view trimmed(std::string_view text) {
+    while (!text.empty() && is_blank(text.front()))
+        text.remove_prefix(1);
+    return trimmed_end(text);
+}
+
+std::string_view first_word(std::string_view text) {
+    return {text.begin(), std::find_if(text.begin(), text.end(), is_blank)};
+}
+
+std::vector<std::string_view> words_of(std::string_view text) {
+    std::vector<std::string_view> words;
+    for (text = trimmed(text); !text.empty(); text = trimmed(text.substr(words.back().size())))
+        words.push_back(first_word(text));
+    return words;
+}
+
+std::string lower_case(std::string_view text) {
+    std::string lower(text);
+    std::transform(lower.begin(), lower.end(), lower.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return lower;
+}
+
+} // namespace hostadm::base

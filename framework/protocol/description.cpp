@@ -1,0 +1,257 @@
+// SPDX-License-Identifier: MIT
+#include "framework/protocol/description.hpp"
+
+#include <algorithm>
+
+#include "framework/protocol/kinds.hpp"
+
+namespace hostadm::framework {
+
+namespace {
+
+using method::Argument;
+using method::Description;
+using method::Field;
+using method::Kind;
+
+Json to_json(const Argument &argument) {
+    Json json = {{"name", argument.name},
+                 {"kind", kind_name(argument.kind)},
+                 {"purpose", argument.purpose},
+                 {"required", argument.required}};
+    if (!argument.default_value.empty())
+        json["default"] = argument.default_value;
+    if (!argument.choices.empty())
+        json["choices"] = argument.choices;
+    return json;
+}
+
+Json to_json(const std::vector<Field> &fields) {
+    Json list = Json::array();
+    for (const Field &field : fields) {
+        Json &json = list.emplace_back(Json{{"name", field.name}, {"purpose", field.purpose}});
+        if (field.required)
+            json["required"] = true;
+    }
+    return list;
+}
+
+// Reads a description; throws what is wrong with it.
+class Parser {
+public:
+    Description description(const Json &json) const {
+        if (!json.is_object())
+            throw std::string("it is no JSON object");
+        Description read;
+        read.name = text(json, "name");
+        read.purpose = text(json, "purpose");
+        for (const Json &item : list(json, "arguments")) {
+            Argument next = argument(item);
+            if (std::any_of(read.arguments.begin(), read.arguments.end(),
+                            [&next](const Argument &earlier) { return earlier.name == next.name; }))
+                throw "it has two arguments " + next.name;
+            read.arguments.push_back(std::move(next));
+        }
+        for (const Json &item : list(json, "outputs"))
+            read.outputs.push_back(field(item));
+        for (const Json &item : list(json, "columns"))
+            read.columns.push_back(field(item));
+        return read;
+    }
+
+private:
+    static std::string text(const Json &json, const char *key) {
+        const auto found = json.find(key);
+        if (found == json.end() || !found->is_string())
+            throw std::string("\"") + key + "\" is missing or no text";
+        return found->get<std::string>();
+    }
+    static std::string optional_text(const Json &json, const char *key) {
+        return json.contains(key) ? text(json, key) : "";
+    }
+    static bool truth(const Json &json, const char *key) {
+        const auto found = json.find(key);
+        if (found != json.end() && !found->is_boolean())
+            throw std::string("\"") + key + "\" is neither true nor false";
+        return found != json.end() && found->get<bool>();
+    }
+    static Json list(const Json &json, const char *key) {
+        const auto found = json.find(key);
+        if (found != json.end() && !found->is_array())
+            throw std::string("\"") + key + "\" is no list";
+        return found == json.end() ? Json::array() : *found;
+    }
+    static std::string name(const Json &json) {
+        if (!json.is_object())
+            throw std::string("a list holds something else than objects");
+        std::string read = text(json, "name");
+        if (!is_name(read))
+            throw "\"" + read + "\" is no name";
+        return read;
+    }
+    static Field field(const Json &json) {
+        return {name(json), optional_text(json, "purpose"), truth(json, "required")};
+    }
+    static Argument argument(const Json &json) {
+        Argument read{.name = name(json)};
+        const std::string kind = text(json, "kind");
+        const auto known = kind_called(kind);
+        if (!known)
+            throw "argument " + read.name + " is of the unknown kind \"" + kind + "\"";
+        read.kind = *known;
+        read.purpose = optional_text(json, "purpose");
+        read.required = truth(json, "required");
+        read.default_value = optional_text(json, "default");
+        for (const Json &choice : list(json, "choices")) {
+            if (!choice.is_string())
+                throw "a choice of argument " + read.name + " is no text";
+            read.choices.push_back(choice.get<std::string>());
+        }
+        if (read.kind == method::Kind::choice && read.choices.empty())
+            throw "argument " + read.name + " has no \"choices\"";
+        if (!read.default_value.empty() && !is_accepted(read, read.default_value))
+            throw "the default of argument " + read.name + " cannot be \"" + read.default_value +
+                "\"; it must be " + accepted(read);
+        return read;
+    }
+};
+
+// Lines of "  NAME  TEXT", the texts in one column.
+std::string definitions(const std::vector<std::pair<std::string, std::string>> &lines) {
+    std::size_t width = 0;
+    for (const auto &[name, text] : lines)
+        width = std::max(width, name.size());
+    std::string all;
+    for (const auto &[name, text] : lines)
+        all += "  " + name + std::string(width - name.size() + 2, ' ') + text + "\n";
+    return all;
+}
+
+std::string explained(const Argument &argument) {
+    std::string text = argument.purpose + (argument.purpose.empty() ? "" : "; ") + accepted(argument);
+    if (argument.required)
+        text += " (required)";
+    else if (!argument.default_value.empty())
+        text += " (default: " + argument.default_value + ")";
+    return text;
+}
+
+std::string section(const std::string &title, const std::vector<Field> &fields) {
+    if (fields.empty())
+        return "";
+    std::vector<std::pair<std::string, std::string>> lines;
+    for (const Field &field : fields)
+        lines.emplace_back(field.name, field.purpose);
+    return "\n" + title + "\n" + definitions(lines);
+}
+
+std::string names_of(const Description &description) {
+    std::string names;
+    for (const Argument &argument : description.arguments)
+        names += (names.empty() ? "" : ", ") + argument.name;
+    return names;
+}
+
+// All arguments that are required and not given. There is at least one.
+std::string missing_text(const Description &description, const Request &request) {
+    std::vector<const Argument *> missing;
+    for (const Argument &argument : description.arguments) {
+        const std::string *value = request.find(argument.name);
+        if (argument.required && (value == nullptr || value->empty()))
+            missing.push_back(&argument);
+    }
+    if (missing.size() == 1)
+        return "the argument " + missing[0]->name + " is missing; it must be " + accepted(*missing[0]);
+    std::string names, rules;
+    for (const Argument *argument : missing) {
+        names += (names.empty() ? "" : argument == missing.back() ? " and " : ", ") + argument->name;
+        rules += "; " + argument->name + " must be " + accepted(*argument);
+    }
+    return "the arguments " + names + " are missing" + rules;
+}
+
+// A value as it may be shown in one line of an error.
+std::string shown(std::string_view value) {
+    std::string text;
+    for (const char c : value.substr(0, 60))
+        text += static_cast<unsigned char>(c) < ' ' || c == 0x7f ? '?' : c;
+    return "\"" + text + (value.size() > 60 ? "..." : "") + "\"";
+}
+
+} // namespace
+
+Json to_json(const Description &description) {
+    Json json = {{"name", description.name}, {"purpose", description.purpose}, {"arguments", Json::array()}};
+    for (const Argument &argument : description.arguments)
+        json["arguments"].push_back(to_json(argument));
+    json["outputs"] = to_json(description.outputs);
+    json["columns"] = to_json(description.columns);
+    return json;
+}
+
+std::variant<Description, std::string> parse_description(std::string_view text) {
+    const Json json = Json::parse(text, nullptr, false);
+    if (json.is_discarded())
+        return "it is no JSON";
+    try {
+        return Parser().description(json);
+    } catch (const std::string &defect) {
+        return defect;
+    }
+}
+
+std::string help_text(const Description &description) {
+    std::string text =
+        description.name + ": " + description.purpose + "\n\nUsage: hostadm run " + description.name;
+    for (const Argument &argument : description.arguments) {
+        const std::string word = argument.name + "=" + std::string(kind_name(argument.kind));
+        text += argument.required ? " " + word : " [" + word + "]";
+    }
+    text += "\n";
+    if (!description.arguments.empty()) {
+        std::vector<std::pair<std::string, std::string>> lines;
+        for (const Argument &argument : description.arguments)
+            lines.emplace_back(argument.name, explained(argument));
+        text += "\nArguments:\n" + definitions(lines);
+    }
+    return text + section("Outputs:", description.outputs) +
+           section("Columns of its rows:", description.columns);
+}
+
+std::optional<std::string> check(const Description &description, Request &request) {
+    for (const auto &[name, value] : request.arguments)
+        if (std::none_of(description.arguments.begin(), description.arguments.end(),
+                         [&name = name](const Argument &argument) { return argument.name == name; }))
+            return "there is no argument " + shown(name) +
+                   (description.arguments.empty() ? "; it takes none"
+                                                  : "; it takes " + names_of(description));
+    for (const Argument &argument : description.arguments) {
+        const auto given = std::find_if(request.arguments.begin(), request.arguments.end(),
+                                        [&](const auto &one) { return one.first == argument.name; });
+        if (given == request.arguments.end() || given->second.empty()) {
+            if (argument.required)
+                return missing_text(description, request);
+            if (argument.default_value.empty())
+                continue;
+            if (given == request.arguments.end())
+                request.arguments.emplace_back(argument.name, argument.default_value);
+            else
+                given->second = argument.default_value;
+            continue;
+        }
+        if (!is_accepted(argument, given->second))
+            return "the argument " + argument.name + " cannot be " + shown(given->second) + "; it must be " +
+                   accepted(argument);
+        given->second = one_spelling(argument.kind, given->second);
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> missing_output(const Description &description, const Answer &answer) {
+    for (const Field &field : description.outputs)
+        if (field.required && answer.output(field.name) == nullptr)
+            return field.name;
+    return std::nullopt;
+}
+
+} // namespace hostadm::framework

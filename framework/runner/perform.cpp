@@ -1,0 +1,270 @@
+// SPDX-License-Identifier: MIT
+#include "framework/runner/perform.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "base/descriptor.hpp"
+#include "base/program.hpp"
+#include "base/this_host.hpp"
+#include "framework/protocol/kinds.hpp"
+#include "framework/runner/layout.hpp"
+
+namespace hostadm::framework {
+
+namespace {
+
+using Status = Outcome::Status;
+
+// A description is a text: it takes no work, and what goes on for ever must not fill the memory.
+constexpr int describe_time_limit = 5; // seconds
+constexpr std::size_t describe_size_limit = 1 << 20;
+
+// Names of classes and methods; with no dot and no slash a name cannot lead out of the folder.
+bool is_method_word(std::string_view word) {
+    return is_name(word) && word.find('.') == word.npos;
+}
+
+std::vector<std::string> folder_entries(const std::string &folder) {
+    std::vector<std::string> names;
+    const std::unique_ptr<DIR, int (*)(DIR *)> stream(opendir(folder.c_str()), &closedir);
+    if (stream)
+        while (const dirent *entry = readdir(stream.get()))
+            if (is_method_word(entry->d_name))
+                names.emplace_back(entry->d_name);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+bool is_file(const std::string &path) {
+    struct stat file {};
+    return stat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode);
+}
+
+std::string path_of(const std::string &method) {
+    return layout().methods + "/" + method;
+}
+
+// A compiled method checks its own arguments before it does anything; for a script the framework does it.
+bool is_script(const std::string &path) {
+    const base::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    char start[2] = {};
+    return file.is_open() && pread(file.get(), start, sizeof start, 0) == 2 && start[0] == '#' &&
+           start[1] == '!';
+}
+
+// The fewest letters to change, add or leave out to make one word of the other.
+std::size_t distance(std::string_view one, std::string_view other) {
+    std::vector<std::size_t> row(other.size() + 1);
+    for (std::size_t at = 0; at <= other.size(); ++at)
+        row[at] = at;
+    for (std::size_t line = 1; line <= one.size(); ++line) {
+        std::size_t diagonal = row[0];
+        row[0] = line;
+        for (std::size_t at = 1; at <= other.size(); ++at) {
+            const std::size_t changed = diagonal + (one[line - 1] == other[at - 1] ? 0 : 1);
+            diagonal = row[at];
+            row[at] = std::min({changed, row[at] + 1, row[at - 1] + 1});
+        }
+    }
+    return row.back();
+}
+
+std::string suggestion(const std::vector<std::string> &methods, std::string_view wanted) {
+    const bool with_class = wanted.find('/') != wanted.npos;
+    std::string nearest;
+    std::size_t best = std::max<std::size_t>(2, wanted.size() / 3) + 1;
+    for (const std::string &method : methods) {
+        const std::string_view compared =
+            with_class ? std::string_view(method) : std::string_view(method).substr(method.find('/') + 1);
+        if (const std::size_t far = distance(wanted, compared); far < best) {
+            best = far;
+            nearest = method;
+        }
+    }
+    return nearest.empty() ? "; `hostadm list` shows them all" : "; did you mean " + nearest + "?";
+}
+
+base::Descriptor answer_file() {
+    base::Descriptor file(memfd_create("hostadm-answer", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    if (file.is_open() && fcntl(file.get(), F_SETFL, O_APPEND) == -1)
+        return base::Descriptor();
+    return file;
+}
+
+Outcome failed(std::string reason) {
+    return {Status::failed, {}, std::move(reason)};
+}
+
+// What a run amounts to, from how its process ended and what it answered.
+Outcome judge(Answer answer, const base::Ending &ending,
+              const std::optional<method::Description> &description) {
+    Outcome outcome{Status::failed, std::move(answer), ""};
+    if (ending.start_error == EACCES)
+        outcome.reason = "it is not executable, or you may not run it; is root needed?";
+    else if (ending.start_error == ENOEXEC)
+        outcome.reason = "it is no program that this host can run";
+    else if (ending.start_error != 0)
+        outcome.reason = "it " + base::in_words(ending);
+    else if (ending.signal != 0) {
+        outcome.reason = "it " + base::in_words(ending);
+        outcome.answer.dirty = true; // it could not say how far it had come
+    } else if (outcome.answer.invalid) {
+        outcome.status = Status::invalid;
+        outcome.reason = *outcome.answer.invalid;
+    } else if (!outcome.answer.defect.empty())
+        outcome.reason = outcome.answer.defect;
+    else if (ending.exit_status != 0) {
+        // Having recorded why, a method may end with any status.
+        if (outcome.answer.errors.empty())
+            outcome.reason = "it " + base::in_words(ending) + " and recorded no error";
+    } else if (outcome.answer.begun && !outcome.answer.ended) {
+        outcome.reason = "it ended before its work was done";
+        outcome.answer.dirty = true;
+    } else if (const auto missing = description ? missing_output(*description, outcome.answer) : std::nullopt)
+        outcome.reason = "it did not return the output " + *missing;
+    else
+        outcome.status = Status::done;
+    return outcome;
+}
+
+// On the other host `hostadm serve` takes the request from standard input and writes the answer to standard
+// output; its exit status is that of the run, 255 is ssh's own.
+Outcome perform_there(const Request &request, const std::string &host) {
+    const base::Descriptor input(sealed_file(to_text(request)));
+    const base::Descriptor output = answer_file();
+    if (!input.is_open() || !output.is_open())
+        return failed(std::string("no memory file for its arguments: ") + std::strerror(errno));
+    const base::Ending ending =
+        base::run({.words = {"ssh", "-o", "BatchMode=yes", "--", host, "hostadm", "serve"},
+                   .search = true,
+                   .descriptors = {{STDIN_FILENO, input.get()}, {STDOUT_FILENO, output.get()}}});
+    const auto text = base::read_whole(output.get());
+    Answer answer = text ? parse_answer(*text) : Answer{};
+    if (!answer.outcome) {
+        Outcome outcome = failed("ssh to " + host + " " + base::in_words(ending) +
+                                 "; does ssh log in there without a password, and is hostadm installed?");
+        outcome.answer = std::move(answer);
+        return outcome;
+    }
+    const int status = *answer.outcome;
+    std::string reason = answer.reason;
+    return {status == 0   ? Status::done
+            : status == 2 ? Status::invalid
+                          : Status::failed,
+            std::move(answer), std::move(reason)};
+}
+
+} // namespace
+
+std::vector<std::string> list_methods() {
+    std::vector<std::string> methods;
+    for (const std::string &method_class : folder_entries(layout().methods))
+        for (const std::string &name : folder_entries(path_of(method_class)))
+            if (is_file(path_of(method_class + "/" + name)))
+                methods.push_back(method_class + "/" + name);
+    return methods;
+}
+
+std::variant<std::string, Unknown> find_method(std::string_view method_class, std::string_view name) {
+    std::string wanted(name);
+    if (!method_class.empty())
+        wanted = std::string(method_class) + "/" + wanted;
+    const std::size_t slash = wanted.find('/');
+    if (slash != wanted.npos && is_method_word(std::string_view(wanted).substr(0, slash)) &&
+        is_method_word(std::string_view(wanted).substr(slash + 1)) && is_file(path_of(wanted)))
+        return wanted;
+    const std::vector<std::string> methods = list_methods();
+    std::string found;
+    if (slash == wanted.npos) {
+        for (const std::string &method : methods) {
+            if (!method.ends_with("/" + wanted))
+                continue;
+            if (!found.empty())
+                return Unknown{"there are several methods " + wanted + ": " + found + " and " + method +
+                               "; give the class too"};
+            found = method;
+        }
+        if (!found.empty())
+            return found;
+    }
+    if (methods.empty())
+        return Unknown{"there are no methods in " + layout().methods};
+    return Unknown{"there is no method " + wanted + suggestion(methods, wanted)};
+}
+
+std::variant<method::Description, std::string> describe(const std::string &name) {
+    const base::Descriptor output(memfd_create("hostadm-description", MFD_CLOEXEC));
+    if (!output.is_open())
+        return std::string("no memory file for its description: ") + std::strerror(errno);
+    const base::Ending ending = base::run({.words = {path_of(name), "--describe"},
+                                           .descriptors = {{STDOUT_FILENO, output.get()}},
+                                           .path_prefix = layout().programs,
+                                           .time_limit = describe_time_limit,
+                                           .size_limit = describe_size_limit});
+    struct stat printed {};
+    if (fstat(output.get(), &printed) == 0 && printed.st_size >= off_t{describe_size_limit})
+        return std::string("asked to describe itself, it prints more than a megabyte");
+    if (!ending.well())
+        return "asked to describe itself, it " + base::in_words(ending);
+    const auto text = base::read_whole(output.get());
+    auto parsed = parse_description(text.value_or(""));
+    if (const auto *defect = std::get_if<std::string>(&parsed))
+        return "its description of itself cannot be used: " + *defect;
+    // It is run by the name of its file, whatever name a copy of another has kept.
+    std::get<method::Description>(parsed).name = name;
+    return parsed;
+}
+
+Outcome perform_here(Request request) {
+    const std::string path = path_of(request.method);
+    base::Program program{.words = {path}};
+    std::optional<method::Description> description;
+    if (is_script(path)) {
+        auto described = describe(request.method);
+        if (const auto *defect = std::get_if<std::string>(&described))
+            return failed(*defect);
+        description = std::move(std::get<method::Description>(described));
+        if (auto wrong = check(*description, request))
+            return {Status::invalid, {}, std::move(*wrong)};
+        program.path_prefix = layout().programs;
+    }
+    const base::Descriptor input(sealed_file(to_text(request)));
+    const base::Descriptor output = answer_file();
+    if (!input.is_open() || !output.is_open())
+        return failed(std::string("no memory file for its arguments: ") + std::strerror(errno));
+    // What a method prints is for people, like what it says on standard error; results go to the answer.
+    program.descriptors = {
+        {STDOUT_FILENO, STDERR_FILENO}, {request_descriptor, input.get()}, {answer_descriptor, output.get()}};
+    const base::Ending ending = base::run(program);
+    const base::MemoryFileText answer(output.get());
+    if (answer.error() != 0)
+        return failed(std::string("its answer cannot be read: ") + std::strerror(answer.error()));
+    return judge(parse_answer(answer.text()), ending, description);
+}
+
+Outcome perform(std::string_view method_class, std::string_view name, Request request,
+                const std::string &host) {
+    request.method = method_class.empty() ? name : std::string(method_class) + "/" + std::string(name);
+    const method::Argument host_argument{.name = "host", .kind = method::Kind::host};
+    if (!host.empty() && !is_accepted(host_argument, host))
+        return {Status::invalid,
+                {},
+                "the host cannot be \"" + host + "\"; it must be " + accepted(host_argument)};
+    if (!base::is_this_host(host))
+        return perform_there(request, host);
+    auto found = find_method(method_class, name);
+    if (const auto *unknown = std::get_if<Unknown>(&found))
+        return {Status::invalid, {}, unknown->reason};
+    request.method = std::get<std::string>(found);
+    return perform_here(std::move(request));
+}
+
+} // namespace hostadm::framework

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+// The commands that Debian lacks and the adapters bring.
+#pragma once
+
+#include <string>
+
+namespace hostadm::server {
+
+// What to tell the user when the command is not there; empty when it is. `purpose` completes "which ...".
+std::string missing_command(const std::string &path, const std::string &purpose);
+
+} // namespace hostadm::server

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+// A client's own table of mounts (etc/vfstab under its root), and which of its file systems are reached
+// through the client's cache.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "hostadm/method.hpp"
+
+namespace hostadm::server {
+
+struct CachedMount {
+    std::string mountpt;
+    std::string options; // the last column
+    bool cached;         // has the option "disconnectable"
+};
+
+// The lines of a table that matter: those of /, /usr and /usr/openwin, and any other that has the option.
+std::vector<CachedMount> cached_mounts(std::string_view table);
+
+// A client's root as a step sees it. Every function here throws Failed with what is wrong, in words, unless
+// the library has recorded it already.
+struct Failed {
+    std::string text;     // empty: recorded
+    bool refused = false; // an argument was no good
+};
+// Records what has not been recorded yet, and gives the method's status.
+int status_of(const method::Call &call, const Failed &failure);
+
+// Throws unless the directory is a client's root with a table of mounts, and no link in it leads the edits below
+// out of it.
+void check_client_root(const std::string &root);
+std::string read_client_table(const std::string &root);
+
+// Switch the cached mounts on and off; false: nothing had to be changed. What a failure leaves is what was
+// before.
+bool enable_cached_mounts(const std::string &root);
+bool disable_cached_mounts(const std::string &root);
+
+// The files in /tmp that such an edit makes in this process; one that was interrupted leaves them.
+std::vector<std::string> temporary_files_of_edit();
+bool has_cache_directory(const std::string &root);
+
+// Copies an install profile into the client and points "profile" at it; false: that was so already. Throws
+// before anything is changed when there is no such profile.
+bool set_install_profile(const std::string &method, const std::string &root, const std::string &set,
+                         const std::string &profile);
+// Throws unless the set has the profile.
+void check_install_profile(const std::string &set, const std::string &profile);
+
+} // namespace hostadm::server

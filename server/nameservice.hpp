@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+// The argument by which methods that edit /etc/bootparams are told where a client's boot parameters are kept. Only
+// the file can be edited here.
+#pragma once
+
+#include <string>
+
+#include "hostadm/method.hpp"
+
+namespace hostadm::server {
+
+inline const method::Argument edited_nameservice{
+    .name = "nameservice",
+    .kind = method::Kind::choice,
+    .purpose = "where they are kept; only /etc/bootparams (ufs) can be edited here",
+    .default_value = "ufs",
+    .choices = {"ufs", "nis", "nis_plus"}};
+
+inline bool is_kept_in_file(const method::Call &call) {
+    return call.get(edited_nameservice.name) == "ufs";
+}
+
+// Refuses the call: what it was to do, in one word, has to be done elsewhere.
+inline int refuse_map(const method::Call &call, const std::string &work) {
+    return call.refuse(
+        "the nameservice can only be ufs here; NIS maps are made from the files of their master "
+        "server: " +
+        work + " it there and rebuild the map");
+}
+
+} // namespace hostadm::server

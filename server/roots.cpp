@@ -1,0 +1,224 @@
+// SPDX-License-Identifier: MIT
+#include "server/roots.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <signal.h>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "hostadm.h"
+
+namespace hostadm::server {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool is_release_4(const std::string &version) {
+    return version.starts_with("4.");
+}
+
+// While it lives, TERM ends the commands that the library runs and not the library, which then cleans up.
+class CommandsAreInterrupted {
+public:
+    CommandsAreInterrupted() {
+        struct sigaction survive {};
+        survive.sa_handler = [](int) {};
+        survive.sa_flags = SA_RESTART;
+        sigaction(SIGTERM, &survive, &before_);
+    }
+    ~CommandsAreInterrupted() { sigaction(SIGTERM, &before_, nullptr); }
+    CommandsAreInterrupted(const CommandsAreInterrupted &) = delete;
+    CommandsAreInterrupted &operator=(const CommandsAreInterrupted &) = delete;
+
+private:
+    struct sigaction before_ {};
+};
+
+// Commands that succeed may still talk, and their words stand in the record of errors; this takes them back.
+void forget_words_of_success() {
+    adm_err_setf(nullptr, 0, "");
+}
+
+// Mount points as the kernel writes them: blanks and backslashes as three octal digits.
+std::string unescaped(std::string_view text) {
+    std::string plain;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\\' && i + 3 < text.size()) {
+            plain +=
+                static_cast<char>((text[i + 1] - '0') * 64 + (text[i + 2] - '0') * 8 + (text[i + 3] - '0'));
+            i += 3;
+        } else {
+            plain += text[i];
+        }
+    }
+    return plain;
+}
+
+std::string mount_below(const std::string &directory) {
+    std::ifstream mounts("/proc/self/mountinfo");
+    for (std::string id, parent, device, root, point, rest;
+         mounts >> id >> parent >> device >> root >> point && std::getline(mounts, rest);)
+        if (const std::string path = unescaped(point); is_at_or_below(path, directory))
+            return path;
+    return {};
+}
+
+} // namespace
+
+std::vector<std::string> split_paths(const std::string &list) {
+    std::vector<std::string> paths;
+    for (std::size_t begin = 0; begin <= list.size();) {
+        const std::size_t end = std::min(list.find(',', begin), list.size());
+        std::string path = list.substr(begin, end - begin);
+        while (path.size() > 1 && path.back() == '/')
+            path.pop_back();
+        if (!path.empty())
+            paths.push_back(std::move(path));
+        begin = end + 1;
+    }
+    return paths;
+}
+
+int fill_root(method::Call &call, const std::string &root, const std::string &os_name,
+              const std::string &os_version, const std::vector<std::string> &sources) {
+    const bool copy = is_release_4(os_version);
+    // Without these the library would copy whatever the process's own directory is, or say only "not found".
+    for (const std::string &source : sources)
+        if (std::error_code error; source.front() != '/' || !fs::is_directory(source, error))
+            return call.fail("there is no directory " + source + " to fill the root from");
+    if (copy && access("/usr/bin/cpio", X_OK) != 0)
+        return call.fail("/usr/bin/cpio, which copies the root of a 4.x release, is missing (package cpio)");
+    if (!copy && access("/usr/sbin/pkgadd", X_OK) != 0)
+        return call.fail("/usr/sbin/pkgadd, which installs packages, is missing");
+
+    std::deque<package_source> list;
+    for (auto source = sources.rbegin(); source != sources.rend(); ++source)
+        list.push_front({list.empty() ? nullptr : &list.front(), source->c_str()});
+    const char *const service[] = {"", os_name.c_str(), os_version.c_str()};
+    const int status = [&] {
+        const CommandsAreInterrupted guard;
+        return create_clnt_root(root.c_str(), service, list.empty() ? nullptr : &list.front());
+    }();
+    if (status == 0) {
+        cleanup(root.c_str()); // the admin file: once something is installed, nothing else goes
+        forget_words_of_success();
+        return 0;
+    }
+    if (status == 1) {
+        call.fail("cannot fill " + root + " from " + (copy ? "its tree" : "its packages"));
+        std::error_code error;
+        return fs::is_empty(root, error) ? 1 : 2;
+    }
+    return call.fail(
+        "cannot prepare " + root + ": " +
+        (status < 0 ? "the package tool's settings cannot be written to /tmp" : std::strerror(status)));
+}
+
+int copy_tree(method::Call &call, const std::string &tree, const std::string &root) {
+    const std::string command = "/bin/cp -a " + (tree == "/" ? "" : tree) + "/. " + root;
+    if (do_systemcmd(command.c_str(), call.method().c_str()) != 0)
+        return call.fail("cannot copy " + tree + " to " + root);
+    forget_words_of_success();
+    return 0;
+}
+
+std::string share_path_of(const std::string &file, const std::string &client) {
+    const fs::path folder = fs::path(file).parent_path();
+    return folder.filename() == client ? folder.string() : file;
+}
+
+std::string real_path_of(const std::string &path) {
+    return RealPaths().of(path);
+}
+
+std::string RealPaths::of(const std::string &path) {
+    std::string plain = fs::path(path).lexically_normal();
+    if (plain.size() > 1 && plain.ends_with('/'))
+        plain.pop_back();
+    if (!plain.starts_with('/') || plain == "/")
+        return plain;
+    const std::size_t slash = plain.rfind('/');
+    return directory(plain.substr(0, slash)) + plain.substr(slash);
+}
+
+// Without a slash at its end, so that of the root is empty.
+const std::string &RealPaths::directory(const std::string &path) {
+    const auto [place, is_new] = known_.try_emplace(path);
+    if (is_new && !path.empty()) {
+        const std::size_t slash = path.rfind('/');
+        const std::string here = directory(path.substr(0, slash)) + path.substr(slash);
+        std::error_code error;
+        const fs::path target = fs::is_symlink(here, error) ? fs::weakly_canonical(here, error) : fs::path();
+        place->second = error || target.empty() ? here : target == "/" ? "" : target.string();
+    }
+    return place->second;
+}
+
+bool is_at_or_below(const std::string &path, const std::string &directory) {
+    const std::string above = directory == "/" ? "" : directory;
+    return path == directory || path.starts_with(above + "/");
+}
+
+std::string defect_of_root(const std::string &root) {
+    std::error_code error;
+    if (!fs::is_directory(root, error))
+        return root + " is no directory; give the client's root directory on this server";
+    return fs::equivalent(root, "/", error) ? root + " is this server's own root, not a client's" : "";
+}
+
+std::string defect_of_deep_root(const std::string &root) {
+    const std::string defect = defect_of_root(root);
+    return defect.empty() && is_near_server_root(fs::canonical(root))
+               ? root + " is too near to the root of this server"
+               : defect;
+}
+
+std::string defect_of_source(const std::string &root, const std::string &source) {
+    std::error_code error;
+    const std::string into = fs::weakly_canonical(root, error);
+    const std::string from = error ? "" : fs::weakly_canonical(source, error).string();
+    if (error)
+        return "cannot tell whether " + root + " and " + source + " lie in one another: " + error.message();
+    return is_at_or_below(into, from) || is_at_or_below(from, into)
+               ? "the root " + root + " and its source " + source + " lie in one another"
+               : "";
+}
+
+std::string way_out_of_root(const std::string &root, const std::string &below) {
+    std::error_code error;
+    const fs::path place = fs::weakly_canonical(root + below, error);
+    if (error)
+        return root + below + ": " + error.message();
+    if (is_at_or_below(place, fs::canonical(root)))
+        return "";
+    return root + below + " leads out of the client's root, to " + place.string() +
+           "; make the link there a relative one";
+}
+
+bool is_near_server_root(const std::string &directory) {
+    const fs::path path = real_path_of(directory);
+    return std::distance(path.begin(), path.end()) < 3; // "/", and two names below it
+}
+
+void remove_tree(const std::string &directory) {
+    std::error_code error;
+    const fs::path path = fs::weakly_canonical(directory, error);
+    if (error || path != fs::path(directory).lexically_normal())
+        throw std::runtime_error(directory + " is reached through a symbolic link");
+    if (is_near_server_root(directory))
+        throw std::runtime_error(directory + " is too near to the root of this server");
+    if (const std::string mounted = mount_below(directory); !mounted.empty())
+        throw std::runtime_error("something is mounted at " + mounted);
+    fs::remove_all(path, error);
+    if (error)
+        throw std::runtime_error("cannot remove " + directory + ": " + error.message());
+}
+
+} // namespace hostadm::server
