@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+#include "server/checks/snapshot.hpp"
+
+#include "base/text.hpp"
+#include "server/boot_links.hpp"
+#include "server/client_entry.hpp"
+#include "server/host_tables.hpp"
+
+namespace hostadm::server {
+
+Snapshot read_snapshot() {
+    Snapshot server;
+    const auto addresses = hosts_table().keys_by_name();
+    const auto ethernets = ethers_table().keys_by_name();
+    const auto value = [](const auto &table, const std::string &name) {
+        const auto found = table.find(base::lower_case(name));
+        return found == table.end() ? std::string() : found->second;
+    };
+    for (const BootparamsClient &entry : client_entries()) {
+        const std::string address = value(addresses, entry.name);
+        server.clients.push_back({entry.name, address, value(ethernets, entry.name), address_digits(address),
+                                  path_of_item(entry.items, "root")});
+    }
+    return server;
+}
+
+} // namespace hostadm::server
