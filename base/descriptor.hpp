@@ -32,8 +32,8 @@ private:
     int descriptor_ = -1;
 };
 
-// The text of a memory file where it lies. The file cannot shrink from then on, so it stays whatever its writers
-// do.
+// The text of a memory file where it lies. The file cannot
+// shrink from then on, so it stays whatever its writers do.
 class MemoryFileText {
 public:
     explicit MemoryFileText(int descriptor);

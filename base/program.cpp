@@ -116,8 +116,8 @@ constexpr int beyond_the_childs = 16;
 int signals_to_pass_on = -1;
 int stream_to_watch = -1;
 
-// The child has not been waited for yet, so that its number is nobody else's. What it sent to its process group
-// itself it has had.
+// The child has not been waited for yet, so that its number is nobody else's.
+// What it sent to its process group itself it has had.
 void pass_on_signals(pid_t child) {
     signalfd_siginfo signal;
     while (read(signals_to_pass_on, &signal, sizeof signal) == sizeof signal)

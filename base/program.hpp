@@ -36,10 +36,10 @@ struct Ending {
 
 Ending run(const Program &program);
 
-// While it lives, TERM and HUP that come to this process go on to the program that run() waits for, whose
-// answer to them counts; one that comes before the program is started reaches it as soon as it is. Signals
-// that are ignored or blocked already stay so. Only for a process that is all this system's own, with one
-// thread.
+// While it lives, TERM and HUP that come to this process go on to the program that
+// run() waits for, whose answer to them counts; one that comes before the program is
+// started reaches it as soon as it is. Signals that are ignored or blocked already
+// stay so. Only for a process that is all this system's own, with one thread.
 class SignalsPassedOn {
 public:
     // The program also gets HUP when the reader of this stream, a pipe or a socket, has gone.

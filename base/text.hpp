@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Text as tables hold it: lines, and words parted by blanks. A view that is returned points into the text given.
+// Text as tables hold it: lines, and words parted by blanks. A view that is returned points into the text
+// given.
 #pragma once
 
 #include <string>

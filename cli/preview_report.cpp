@@ -46,8 +46,8 @@ std::string mode_text(mode_t mode) {
 
 namespace {
 
-// Added trees of more files are summed up, and larger files are not compared line by line, unless everything
-// is asked for.
+// Added trees of more files are summed up, and larger files are
+// not compared line by line, unless everything is asked for.
 constexpr std::size_t most_files_of_a_tree = 20;
 constexpr std::uint64_t largest_text = 256 * 1024;
 

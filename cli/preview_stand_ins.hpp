@@ -27,8 +27,8 @@ struct Command {
 // The files to be placed for a preview of that run.
 std::vector<sandbox::PlacedFile> stand_ins(const Invocation &invocation);
 
-// Inside: daemons are started in the background; this gives what the method started a moment to come to its
-// stand-in.
+// Inside: daemons are started in the background; this gives
+// what the method started a moment to come to its stand-in.
 void let_others_end();
 
 // The commands that would have run, in their order.

@@ -31,8 +31,8 @@ std::string_view text_of(const void *value, unsigned int length) {
     return {text, strnlen(text, length)};
 }
 
-// The running method's input. The records stay as they are until the process ends: callers may change their
-// values.
+// The running method's input. The records stay as they are
+// until the process ends: callers may change their values.
 Fields &inputs() {
     static Fields fields = [] {
         Fields read;

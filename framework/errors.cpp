@@ -30,8 +30,8 @@ using namespace hostadm::framework;
     return text;
 }
 
-// A record that no method answer takes is said at once, so that it is not lost; code 0 says only that all is
-// well.
+// A record that no method answer takes is said at once,
+// so that it is not lost; code 0 says only that all is well.
 void say(int code, const std::string &text) {
     if (code != 0)
         std::fprintf(stderr, "%s (error %d)\n", text.c_str(), code);

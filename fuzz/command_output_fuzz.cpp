@@ -50,8 +50,8 @@ int adm_err_setf(adm_error *, int code, const char *format, ...) {
 
 namespace {
 
-// Pieces of at most 511 characters, ended by their newline; of each what follows its leading blanks, up to a
-// NUL.
+// Pieces of at most 511 characters, ended by their newline;
+// of each what follows its leading blanks, up to a NUL.
 std::string model(const std::string &text) {
     std::string collected;
     for (std::size_t at = 0; at < text.size();) {

@@ -62,8 +62,8 @@ struct Entry {
     std::string key, value;
 };
 
-// The columns of an entry: two fields, a name with the rest of the line, or a share line with and without
-// description.
+// The columns of an entry: two fields, a name with the rest
+// of the line, or a share line with and without description.
 col_list *columns(const Entry &entry) {
     const char *key = entry.key.c_str();
     const char *value = entry.value.c_str();
@@ -98,8 +98,8 @@ std::vector<std::string_view> lines_of(std::string_view text) {
     return lines;
 }
 
-// How many lines of `after` stand where `before` had other ones, when the lines before and behind them are
-// equal.
+// How many lines of `after` stand where `before` had other ones,
+// when the lines before and behind them are equal.
 struct Difference {
     std::size_t gone, come;
 };

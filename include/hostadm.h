@@ -206,8 +206,8 @@ int set_hosts(const char *table, const char *key, const char *value);
  * Records why the software-management library failed, as exactly one error with a text of its own (not from
  * the message table):
  * - kind 1, error 24: no space; detail is a list of swmgmt_space (NULL: empty), of which the first 11 are
- *   told in at most 1,023 characters (a line that no longer fits is left out); error 8 when there is no memory
- *   for that
+ *   told in at most 1,023 characters (a line that no longer fits is left out); error 8 when there is no
+ *   memory for that
  * - kind 2, error 23: no free space; detail is a swmgmt_no_space, of which `first` is told first
  * - kinds 3 to 8, errors 25, 35, 34, 37, 36, 38: dependency, media, modification, wrong service, wrong
  *   operation, bad software description; detail is not looked at
@@ -275,8 +275,8 @@ int mntadd4x(const char *vfstab, char *col0, const char *col1, const char *col2,
  *   fsckpass     NULL or empty: "2", for "nfs" "-"
  *   mountatboot  NULL or empty: "yes"
  *   mntopts      NULL or empty: "rw", for "nfs" "bg,hard,rw"
- *   takeeffect   "nowonly" only mounts, "bootonly" only edits the table, "nowandboot" (also NULL or empty) does
- *                both
+ *   takeeffect   "nowonly" only mounts, "bootonly" only edits the table, "nowandboot" (also NULL or empty)
+ *                does both
  *   vfstab       the table (format: mntadd); NULL or empty: /etc/vfstab
  *
  * Success of the mount is its silence: whatever it prints, a warning too, is a failure, and its exit status
@@ -353,9 +353,9 @@ const char *get_sharefs_ent(const char *path);
  *   pathname     the directory. Links and dots are resolved (realpath); when that fails it is used as given
  *   takeeffect   "nowonly" only shares, "bootonly" only edits the table, "nowandboot" (also NULL or empty)
  *                does both
- *   force        not 0: a share that fails does not end it. The daemons are started, the line is written as a
- *                comment ("#share"), and the result is that of the table alone: the failure is recorded, but 0
- *                is returned
+ *   force        not 0: a share that fails does not end it. The daemons are started, the line is written as
+ *                a comment ("#share"), and the result is that of the table alone: the failure is recorded,
+ *                but 0 is returned
  *
  * A line of /etc/dfs/dfstab is `share -F nfs -o OPTIONS [-d DESCRIPTION] PATH`. One with the same first word,
  * type and path is replaced, whatever its options and description; a "#share" line matches only another such
@@ -391,10 +391,10 @@ int sharefs(const char *fstype, const char *options, const char *description, co
  *
  *   fstype, pathname, takeeffect
  *           as in sharefs; the resolved path is set as output argument "pathname"
- *   client  NULL or empty: withdraw it whatever its options. Otherwise only if the first place in its line (of
- *           the share list, and of the table) where "=CLIENT" ends a word is not followed by ":", so that
- *           nobody else is named there: "rw=c1" for c1, but neither "rw=c1:c2" nor "rw=c2:c1". CLIENT is part
- *           of a basic regular expression
+ *   client  NULL or empty: withdraw it whatever its options. Otherwise only if the first place in its line
+ *           (of the share list, and of the table) where "=CLIENT" ends a word is not followed by ":", so
+ *           that nobody else is named there: "rw=c1" for c1, but neither "rw=c1:c2" nor "rw=c2:c1". CLIENT
+ *           is part of a basic regular expression
  *
  * Returns 0, or after recording an error the code of the last failure:
  * - 26, 1, 10: as in sharefs
@@ -585,10 +585,10 @@ int cleanup_tftpboot_dir(const char *method, const char *client_addr);
 
 /*
  * Makes /rplboot (mode 2755) and copies into it those of the three shared files that are missing, from the
- * exported image ROOT_DIR/export/exec/INST_SET.OS_NAME_OS_VERSION: each from platform/IMPL_ARCH/lib/fs/nfs if
- * it is there, else the boot program ("inetboot") from lib/fs/nfs and the modules from lib/fs/nfs/drv.i86pc.
- * A copy that is there is never refreshed. A copy that fails is removed and not told of otherwise: look for the
- * files. client_key is unused.
+ * exported image ROOT_DIR/export/exec/INST_SET.OS_NAME_OS_VERSION: each from platform/IMPL_ARCH/lib/fs/nfs
+ * if it is there, else the boot program ("inetboot") from lib/fs/nfs and the modules from
+ * lib/fs/nfs/drv.i86pc. A copy that is there is never refreshed. A copy that fails is removed and not told
+ * of otherwise: look for the files. client_key is unused.
  *
  * Returns the boot program's name, in the buffer of make_boot_name. Otherwise records an error and ends the
  * process with status 1:
@@ -799,8 +799,8 @@ void progress_cleanup(void);
  * Returns
  *   0   that many words were stored; what follows them is not looked at
  *   -1  the value ended before
- *   1   arg, its value or words is NULL, its length is 0, count is below 1, there would be a fifth word, white
- *       space runs to the end of the value, or the value is longer than its length
+ *   1   arg, its value or words is NULL, its length is 0, count is below 1, there would be a fifth word,
+ *       white space runs to the end of the value, or the value is longer than its length
  */
 int parse_os_service_par(struct adm_arg *arg, char **words, int count);
 

@@ -72,8 +72,8 @@ std::optional<std::string> type_of(const char *path) {
     struct statfs file_system;
     if (statfs(path, &file_system) != 0)
         return std::nullopt;
-    // Every version of NFS has the one number; the mount table tells them apart ("nfs4"), which is not wanted
-    // here.
+    // Every version of NFS has the one number; the mount table
+    // tells them apart ("nfs4"), which is not wanted here.
     if (file_system.f_type == NFS_SUPER_MAGIC)
         return "nfs";
     return type_by_mount_table(path);

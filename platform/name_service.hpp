@@ -9,8 +9,8 @@
 
 namespace hostadm::platform {
 
-// The sources that a line "DATABASE: SOURCE [STATUS=ACTION] SOURCE" names; absent when the line is not for
-// that database.
+// The sources that a line "DATABASE: SOURCE [STATUS=ACTION]
+// SOURCE" names; absent when the line is not for that database.
 std::optional<std::vector<std::string>> sources_in_line(std::string_view line, std::string_view database);
 
 // The sources of a database by the switch file at `path`: "files" when it has no line for it, absent (with

@@ -95,8 +95,8 @@ bool has_mark(const Descriptor &directory, const char *name) {
     return fgetxattr(directory.get(), name, nullptr, 0) > 0;
 }
 
-// A written directory that does not simply add to the one below it: it hides that one, or shows another one's
-// content.
+// A written directory that does not simply add to the one below it:
+// it hides that one, or shows another one's content.
 bool stands_alone(const Descriptor &directory) {
     return has_mark(directory, "trusted.overlay.opaque") || has_mark(directory, "trusted.overlay.redirect");
 }

@@ -298,8 +298,8 @@ private:
         }
     }
 
-    // The old root goes with everything that hangs on it; only the private one is left in this mount
-    // namespace.
+    // The old root goes with everything that hangs on it;
+    // only the private one is left in this mount namespace.
     static void enter() {
         if (chdir("root") != 0)
             fail("enter the private root");

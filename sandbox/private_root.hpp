@@ -10,8 +10,8 @@
 
 namespace hostadm::sandbox {
 
-// One file system's layers, for whoever looks at the changes: what the command wrote, what it saw, what it
-// found.
+// One file system's layers, for whoever looks at the changes:
+// what the command wrote, what it saw, what it found.
 struct Layers {
     std::string mount_point;
     Descriptor written, merged, found;

@@ -55,8 +55,8 @@ private:
     Descriptor signals_;
 };
 
-// The first process of the private root. Whatever happens, it is ended (and with it all that runs there) and
-// waited for.
+// The first process of the private root. Whatever happens,
+// it is ended (and with it all that runs there) and waited for.
 class FirstProcess {
 public:
     explicit FirstProcess(pid_t id) : id_(id) {}

@@ -15,8 +15,8 @@ Descriptor open_inside(int root, const std::string &path, int flags);
 // Opens a directory inside the root and makes what is missing on the way. Throws Error.
 Descriptor make_directories(int root, const std::string &path);
 
-// Copies what lies in a directory over the root; directories that are there keep their mode and owner. Throws
-// Error.
+// Copies what lies in a directory over the root; directories
+// that are there keep their mode and owner. Throws Error.
 void copy_over(int source, int root, const std::string &path = "/");
 
 // Puts a copy of an open regular file in place of what stands at the path. Throws Error.

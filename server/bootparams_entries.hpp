@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// The file /etc/bootparams as entries. A backslash at the end of a line continues the entry on the next line. A
-// "#" at the start of a line or behind a blank begins a comment, which ends with its line and is never
-// continued.
+// The file /etc/bootparams as entries. A backslash at the end of a line continues the entry on the next
+// line. A "#" at the start of a line or behind a blank begins a comment, which ends with its line and is
+// never continued.
 #pragma once
 
 #include <functional>

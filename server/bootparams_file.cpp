@@ -88,7 +88,8 @@ bool is_name(std::string_view text) {
                text.npos;
 }
 
-// Paths of entries end up in commands. Brackets are left to plain values, such as ns=server:nis(255.255.255.0).
+// Paths of entries end up in commands. Brackets are left to plain values, such as
+// ns=server:nis(255.255.255.0).
 bool is_shells(char c, std::string_view value) {
     return std::string_view("\"'`$\\|&;<>*?[]{}!#~^").find(c) != std::string_view::npos ||
            (value.front() == '/' && (c == '(' || c == ')'));

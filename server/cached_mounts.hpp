@@ -29,13 +29,13 @@ struct Failed {
 // Records what has not been recorded yet, and gives the method's status.
 int status_of(const method::Call &call, const Failed &failure);
 
-// Throws unless the directory is a client's root with a table of mounts, and no link in it leads the edits below
-// out of it.
+// Throws unless the directory is a client's root with a table
+// of mounts, and no link in it leads the edits below out of it.
 void check_client_root(const std::string &root);
 std::string read_client_table(const std::string &root);
 
-// Switch the cached mounts on and off; false: nothing had to be changed. What a failure leaves is what was
-// before.
+// Switch the cached mounts on and off; false:
+// nothing had to be changed. What a failure leaves is what was before.
 bool enable_cached_mounts(const std::string &root);
 bool disable_cached_mounts(const std::string &root);
 

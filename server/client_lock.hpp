@@ -19,8 +19,8 @@ private:
     int socket_;
 };
 
-// Standard error goes nowhere while this lives: for library functions whose commands complain of what is no
-// failure.
+// Standard error goes nowhere while this lives:
+// for library functions whose commands complain of what is no failure.
 class SilencedErrors {
 public:
     SilencedErrors();

@@ -7,8 +7,8 @@
 //     export/exec/INST_SET.OS_NAME_OS_VERSION/                   what tells that it is one
 //         platform/IMPL_ARCH/lib/fs/nfs/inetboot                 the boot program, or
 //         lib/fs/nfs/inetboot                                    that of all architectures
-//     export/root/templates/OS_NAME_OS_VERSION/PACKAGE/pkginfo   the packages of a root; where there is no such
-//                                                                folder, those of the first one
+//     export/root/templates/OS_NAME_OS_VERSION/PACKAGE/pkginfo   the packages of a root; where there is no
+//                                                                such folder, those of the first one
 //
 // A tree is a root file system ready to be copied, with its boot program in it:
 //

@@ -10,8 +10,8 @@
 
 namespace hostadm::server {
 
-// One table of lines KEY NAME... Keys are compared by value, whatever their spelling, names without regard to
-// case.
+// One table of lines KEY NAME... Keys are compared by value,
+// whatever their spelling, names without regard to case.
 class HostTable {
 public:
     enum class Kind { addresses, ethernets };
@@ -32,8 +32,8 @@ public:
     // What add would find, without a change.
     Added examine(const std::string &key, const std::string &name) const;
 
-    // Removes the lines whose first name this is (and whose key, unless it is empty). True when there were
-    // any.
+    // Removes the lines whose first name this is (and whose key,
+    // unless it is empty). True when there were any.
     bool remove(const std::string &name, const std::string &key = {}) const;
 
     // The key under which a name stands, looking at all names or at the first of each line only; empty: none.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The argument by which methods that edit /etc/bootparams are told where a client's boot parameters are kept. Only
-// the file can be edited here.
+// The argument by which methods that edit /etc/bootparams are told where a client's boot parameters are
+// kept. Only the file can be edited here.
 #pragma once
 
 #include <string>

@@ -13,8 +13,9 @@ public:
     explicit Remembered(std::string path);
 
     const std::string &path() const { return path_; }
-    // Puts back what is no longer so: a file with its mode and owner, a link, nothing at all. A folder that was
-    // made meanwhile stays if somebody keeps something in it. Returns what had to stay, in words, or nothing.
+    // Puts back what is no longer so: a file with its mode and owner, a link,
+    // nothing at all. A folder that was made meanwhile stays if somebody
+    // keeps something in it. Returns what had to stay, in words, or nothing.
     std::string put_back() const;
 
 private:

@@ -48,7 +48,8 @@ bool is_at_or_below(const std::string &path, const std::string &directory);
 std::string defect_of_root(const std::string &root);
 // The same where files are written all over the root: it must not be a folder of the server, such as /etc.
 std::string defect_of_deep_root(const std::string &root);
-// What keeps a root from being filled from a directory, which a copy into itself would destroy; empty: nothing.
+// What keeps a root from being filled from a directory,
+// which a copy into itself would destroy; empty: nothing.
 std::string defect_of_source(const std::string &root, const std::string &source);
 // The client writes to its root as well: no link in there may lead work on ROOT BELOW to this server's own
 // files. What is wrong; empty: nothing.

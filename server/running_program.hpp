@@ -7,10 +7,10 @@
 
 namespace hostadm::server {
 
-// The id of a live process that was started as the program (the last part of its path is the name, also
-// behind an interpreter) or that bears its name. check_daemon also counts a command line that only holds the
-// name, such as that of an editor, or the one that asks for the daemon to be started; here that would be in
-// the way.
+// The id of a live process that was started as the program (the last part of its
+// path is the name, also behind an interpreter) or that bears its name. check_daemon
+// also counts a command line that only holds the name, such as that of an editor, or
+// the one that asks for the daemon to be started; here that would be in the way.
 std::optional<int> running_program(const std::string &name);
 
 } // namespace hostadm::server

@@ -10,8 +10,8 @@ namespace hostadm::server {
 std::string server_architecture();
 std::string server_release();
 
-// Is a package whose name begins so recorded for the architecture: on this server, or in the tree of a
-// service of another release?
+// Is a package whose name begins so recorded for the architecture:
+// on this server, or in the tree of a service of another release?
 bool is_package_recorded(const std::string &arch, const std::string &release, const std::string &package);
 
 // One package among the templates of a service.
@@ -26,15 +26,15 @@ public:
     bool is_recorded() const;                               // by both of its lines
     bool exists() const;
 
-    // Why it must not be added, in words, or nothing: a version that the shell would take apart, that makes no
-    // name or that the library would cut, or lines and templates of other packages that would go with an older
-    // version, because their names hold this one's.
+    // Why it must not be added, in words, or nothing: a version that the shell would take apart, that makes
+    // no name or that the library would cut, or lines and templates of other packages that would go with an
+    // older version, because their names hold this one's.
     std::string obstacle() const;
 
     // Makes the folder of the record file. The library appends to the file without looking whether it can.
     void prepare() const;
-    // The library looks for older versions in what comes from standard input: gives it the record file, or
-    // nothing when there is none.
+    // The library looks for older versions in what comes from standard input:
+    // gives it the record file, or nothing when there is none.
     void become_standard_input() const;
     void remove_template() const;
 

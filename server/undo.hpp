@@ -35,9 +35,9 @@ struct Ending {
         {}; // for a failure that has not recorded an error itself: "interrupted (SIGINT)", ...
 };
 
-// Runs the work in a process of its own and waits for it. INT, TERM, HUP and QUIT end the work and all
-// commands that it runs; from the call on they no longer end this process, which has yet to take back what
-// was done.
+// Runs the work in a process of its own and waits for it. INT, TERM, HUP and
+// QUIT end the work and all commands that it runs; from the call on they no
+// longer end this process, which has yet to take back what was done.
 Ending run_apart(const std::function<int()> &work);
 
 // Takes back what the journal holds, the latest first. `undo` does it for one entry and returns what had to

@@ -35,8 +35,8 @@ using namespace hostadm;
 
 client_node *list_of_hosts = nullptr;
 
-// What keeps the enumeration linear: where the list ends, and a hash table of its nodes. The nodes are never
-// freed.
+// What keeps the enumeration linear: where the list ends,
+// and a hash table of its nodes. The nodes are never freed.
 class ListIndex {
 public:
     // Appends the node that `make` returns, unless there is one of that name.
@@ -333,8 +333,8 @@ std::string sysinfo(int item) {
     return sysv_sysinfo(item, answer.data(), answer.size()) < 0 ? std::string() : answer.data();
 }
 
-// What releases are compared by, since "2.4" and "5.4" name the same one: the text from the third character
-// on.
+// What releases are compared by, since "2.4" and "5.4"
+// name the same one: the text from the third character on.
 std::string minor_of(std::string_view release) {
     return std::string(release.substr(std::min<std::size_t>(release.size(), 2)));
 }
@@ -578,8 +578,8 @@ int setup_cachelet_service(const char *method, const char *arch, const char *rel
             const std::string directory = package_directory(arch, "5.4");
             if (do_cachelet_pkgadd(method, arch, "5.4", directory.c_str(), "KTVXmgr5u") != 0)
                 return 1;
-            // Also after an addition that has just been completed: the client support then waits for the next
-            // call.
+            // Also after an addition that has just been completed:
+            // the client support then waits for the next call.
             if (add_pkg_to_templates(method, directory.c_str(), "KTVXmgr5r", arch, release) != 0)
                 return 1;
         }

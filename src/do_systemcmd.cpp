@@ -59,8 +59,8 @@ private:
 // What a command printed. It is read to the place where it stays.
 class CollectedOutput {
 public:
-    // Reads the next block and keeps its pieces. False when memory is out; at the end of the output nothing
-    // more comes.
+    // Reads the next block and keeps its pieces.
+    // False when memory is out; at the end of the output nothing more comes.
     bool read_block(hostadm::CommandOutput &command) {
         if (!make_room())
             return false;

@@ -262,8 +262,8 @@ int share_now(const Share &share, const char *method) {
     }
 }
 
-// Path and word are matched, options and description replaced. The path is the last word of a line, behind
-// optional ones.
+// Path and word are matched, options and description replaced.
+// The path is the last word of a line, behind optional ones.
 int add_share_line(const Share &share, const char *word, const char *method) {
     const bool described = !share.description.empty();
     ColumnList columns;
@@ -509,8 +509,8 @@ int sharefs(const char *fstype, const char *options, const char *description, co
             enable_nfs_file_serving(method);
         }
         report_pathname(share.path);
-        // A share that was forced counts as done, deliberately: its failure is recorded, and the table keeps
-        // it as a comment.
+        // A share that was forced counts as done, deliberately:
+        // its failure is recorded, and the table keeps it as a comment.
         if (!effect->at_boot)
             return 0;
         const int status = add_share_line(share, is_shared ? "share" : "#share", method);

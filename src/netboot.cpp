@@ -166,8 +166,8 @@ const char *init_rplboot_dir(const char *method, const char *, const char *impl_
 
         const std::string image = format("%s/export/exec/%s.%s_%s", root_dir, inst_set, os_name, os_version);
         const std::string platform = format("%s/platform/%s/lib/fs/nfs", image.c_str(), impl_arch);
-        // The boot program lies in lib/fs/nfs itself, the two modules in a folder below it; images are laid
-        // so.
+        // The boot program lies in lib/fs/nfs itself,
+        // the two modules in a folder below it; images are laid so.
         const std::string plain = image + "/lib/fs/nfs";
         const std::string drivers = plain + "/drv.i86pc";
         const struct {

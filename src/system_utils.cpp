@@ -46,8 +46,8 @@ int run_copy(const char *copy_command, const char *source, const char *destinati
 
 // ---- mount tables ----
 
-// The host of HOST:PATH counts in lower case. The caller's own text is changed, and sees what the table
-// holds.
+// The host of HOST:PATH counts in lower case.
+// The caller's own text is changed, and sees what the table holds.
 void lower_case_host(char *resource) {
     const char *colon = std::strchr(resource, ':');
     if (colon == nullptr)
@@ -97,8 +97,8 @@ struct Item {
 
 using Items = std::array<Item, key_count>;
 
-// The known key that ends right before an equals sign. No known key ends in another one, so it is the only
-// one.
+// The known key that ends right before an equals sign.
+// No known key ends in another one, so it is the only one.
 std::optional<Key> key_before(std::string_view text) {
     for (int key = 0; key < key_count; ++key) {
         const std::string_view name = key_names[static_cast<std::size_t>(key)];
@@ -188,8 +188,8 @@ int copytree(char *destination, const char *source) {
     return hostadm::at_boundary(-1, [&] {
         if (!is_absolute(destination) || !is_absolute(source))
             return -1;
-        // Under the same last name the copy goes into the parent: copied onto itself it would land one too
-        // deep.
+        // Under the same last name the copy goes into the parent:
+        // copied onto itself it would land one too deep.
         char *last_name = std::strrchr(destination, '/');
         if (std::strcmp(last_name, std::strrchr(source, '/')) == 0)
             last_name[1] = '\0';

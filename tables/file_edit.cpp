@@ -122,8 +122,8 @@ bool same_folder(const Place &one, const Place &other) {
     return first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
-// The table's place with its folder locked. While we waited the table may have moved elsewhere; then the lock
-// is the wrong one.
+// The table's place with its folder locked. While we waited the
+// table may have moved elsewhere; then the lock is the wrong one.
 Place lock_place(const std::string &path, NewFolder *new_folder, Clock::time_point deadline) {
     for (;;) {
         Place place = find_place(path, new_folder);

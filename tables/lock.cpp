@@ -27,8 +27,8 @@ bool try_lock(int folder) {
     }
 }
 
-// Stands in line for the lock and ends with 0 once it has it; SIGALRM ends it at the deadline. Only what is
-// safe between fork and exec.
+// Stands in line for the lock and ends with 0 once it has it;
+// SIGALRM ends it at the deadline. Only what is safe between fork and exec.
 [[noreturn]] void wait_in_line(int folder, std::chrono::microseconds patience) {
     constexpr int microseconds = 1'000'000;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -56,10 +56,10 @@ bool try_lock(int folder) {
 
 } // namespace
 
-// Asking again and again would be unfair to those who wait long, and a blocking call cannot be bounded
-// without touching the caller's alarm and signal handlers. So a child stands in line: the lock belongs to the
-// open folder, which parent and child share. The child sends no signal when it ends and is invisible to the
-// caller's wait().
+// Asking again and again would be unfair to those who wait long, and a blocking call
+// cannot be bounded without touching the caller's alarm and signal handlers. So a child
+// stands in line: the lock belongs to the open folder, which parent and child share.
+// The child sends no signal when it ends and is invisible to the caller's wait().
 void lock(int folder, Clock::time_point deadline) {
     if (try_lock(folder))
         return;

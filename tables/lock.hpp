@@ -8,8 +8,8 @@ namespace hostadm::tables {
 
 using Clock = std::chrono::steady_clock;
 
-// Takes the folder's lock, waiting in line behind those who came earlier. Fails with -26 when the deadline
-// passes.
+// Takes the folder's lock, waiting in line behind those who
+// came earlier. Fails with -26 when the deadline passes.
 void lock(int folder, Clock::time_point deadline);
 
 // Also happens when the folder's descriptor is closed.

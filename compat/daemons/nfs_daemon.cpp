@@ -71,7 +71,7 @@ struct Settings {
     std::string threads = "8";
 };
 
-// ---- questions to rpcbind and the servers --------------------------------------------------------------------
+// ---- questions to rpcbind and the servers ----
 
 constexpr uint16_t rpcbind_port = 111;
 constexpr uint32_t by_tcp = 6;
@@ -131,8 +131,8 @@ std::optional<uint16_t> registered_port(uint32_t program, uint32_t version, uint
     return static_cast<uint16_t>(results->front());
 }
 
-// Registered is not enough: rpcbind remembers servers that were killed. A server that somebody else started may
-// have no UDP.
+// Registered is not enough: rpcbind remembers servers that were killed.
+// A server that somebody else started may have no UDP.
 bool answers(uint32_t program, uint32_t version) {
     if (const uint16_t port = registered_port(program, version, by_udp).value_or(0))
         return call(port, program, version, 0, {}).has_value();
@@ -200,8 +200,8 @@ private:
     Descriptor descriptor_;
 };
 
-// Tells when the hosts table has changed: the clients of a share may have got their addresses after the
-// share.
+// Tells when the hosts table has changed: the clients of
+// a share may have got their addresses after the share.
 class HostsWatch {
 public:
     HostsWatch() : descriptor_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {

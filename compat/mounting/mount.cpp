@@ -54,8 +54,8 @@ std::optional<Call> parse(int argc, char **argv) {
     return call;
 }
 
-// The other half of a call that names only a mount point or only a resource. Without a line for it here, Debian's
-// mount looks into its own table.
+// The other half of a call that names only a mount point or only a resource. Without a line for it here,
+// Debian's mount looks into its own table.
 void complete_from_table(Call &call) {
     std::istringstream table(read_file(vfstab).value_or(""));
     for (std::string line; std::getline(table, line);) {
@@ -77,8 +77,8 @@ struct Translation {
     std::string_view type, word, translated; // of every type when empty; no word when empty
 };
 
-// Only words that Linux has another one for, or that ask for what it does anyway. Debian's mount complains about the
-// others that it does not know.
+// Only words that Linux has another one for, or that ask for what it does anyway. Debian's mount complains
+// about the others that it does not know.
 constexpr Translation translations[] = {
     {"", "largefiles", ""},     {"", "devices", "dev"},    {"", "nodevices", "nodev"}, {"", "setuid", "suid"},
     {"", "nosetuid", "nosuid"}, {"hsfs", "nrr", "norock"}, {"nfs", "quota", ""},       {"nfs", "noquota", ""},

@@ -69,8 +69,8 @@ struct Entry {
 
 class Package {
 public:
-    // Reads and checks pkginfo and pkgmap. `base` is the base directory that the administrator wants; empty
-    // leaves it to the package.
+    // Reads and checks pkginfo and pkgmap. `base` is the base directory
+    // that the administrator wants; empty leaves it to the package.
     Package(std::string directory, const std::string &base);
 
     const std::string &name() const { return name_; }
@@ -83,7 +83,8 @@ public:
 
     // The contents of a file entry, opened for reading.
     Descriptor open_source(const Entry &entry) const;
-    // Throws unless the size and the checksum of every file are those of pkgmap. `reading` is called now and then.
+    // Throws unless the size and the checksum of every file
+    // are those of pkgmap. `reading` is called now and then.
     void verify(const std::function<void()> &reading = [] {}) const;
     // The packages that install/depend wants to be there before.
     std::vector<std::string> prerequisites() const;

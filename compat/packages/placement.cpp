@@ -12,8 +12,8 @@
 namespace compat {
 namespace {
 
-// Beside its place, so that it is on the same file system, and the same in every run, so that the next one finds
-// what a killed one has left. A longer name would not fit.
+// Beside its place, so that it is on the same file system, and the same in every run, so that the next one
+// finds what a killed one has left. A longer name would not fit.
 std::string beside(const std::string &path, const char *ending) {
     const std::string name = last_part(path);
     const std::string part =

@@ -22,8 +22,8 @@ public:
     Placement &operator=(const Placement &) = delete;
     ~Placement();
 
-    // Takes away what a killed installation has left beside the objects of this package: the old file too, which
-    // may be one with its owner's rights.
+    // Takes away what a killed installation has left beside the objects of this package: the old file too,
+    // which may be one with its owner's rights.
     void clear_remains(const Package &package) const;
     void stage(const Package &package, const Entry &entry);
     void stage_text(const std::string &path, const std::string &text, mode_t mode);

@@ -16,7 +16,8 @@ class Root {
 public:
     explicit Root(const std::string &path);
 
-    // One installation at a time; waits at most five minutes, and may be given up by an exception of `waiting`.
+    // One installation at a time; waits at most five minutes,
+    // and may be given up by an exception of `waiting`.
     void lock(const std::function<void()> &waiting) const;
     int get() const { return opened_.get(); }
     // Null with errno set when it cannot be opened.

@@ -41,8 +41,8 @@ inline constexpr const char *ganesha_process = "ganesha.nfsd";
 inline constexpr const char *ganesha_settings = "/etc/ganesha/share.conf";
 inline constexpr const char *ganesha_exports = "/etc/ganesha/share-exports.conf";
 
-// Writes the exports of everything shared now for the server; true when the file changed. The caller holds
-// the share lock.
+// Writes the exports of everything shared now for the server;
+// true when the file changed. The caller holds the share lock.
 bool publish_shares(const NfsServer &server);
 
 } // namespace compat

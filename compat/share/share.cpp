@@ -147,7 +147,8 @@ bool same_file_system(const std::string &one, const std::string &other) {
            first.st_dev == second.st_dev;
 }
 
-// The kind of the neighbour comes first: whoever reads the complaint looks for that word, which the path may hold.
+// The kind of the neighbour comes first: whoever reads the
+// complaint looks for that word, which the path may hold.
 void check_neighbours(const ShareTable &table, const std::string &path) {
     for (const Share &other : table.shares()) {
         if (is_below(other.path, path) && same_file_system(other.path, path))
@@ -171,7 +172,8 @@ Share checked_share(const Request &request, const NfsServer &server) {
                       (S_ISREG(info.st_mode)
                            ? ": the NFS server shares directories only; share the directory of this file"
                            : ": not a directory"));
-    // The list of shares, the tables and the server's file are all split at blanks; complaints at parentheses.
+    // The list of shares, the tables and the server's file
+    // are all split at blanks; complaints at parentheses.
     if (has_blank_or_control(path, false) || path.find_first_of("\"'();{}#,=\\") != std::string::npos)
         throw Failure(path + ": a share cannot have a blank or one of \"'();{}#,=\\ in its path");
     if (has_blank_or_control(request.description, true))

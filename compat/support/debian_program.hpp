@@ -15,9 +15,9 @@ public:
 
     // Turns this process into the program; the arguments stay as they are.
     [[noreturn]] void take_over(char **argv) const;
-    // Runs it with these words behind its name and gives its exit status. System V's programs say nothing when they
-    // succeed, and callers take anything else for a failure: so what it says is printed, behind the hint, only when
-    // it fails, and then something always is.
+    // Runs it with these words behind its name and gives its exit status. System V's programs say nothing
+    // when they succeed, and callers take anything else for a failure: so what it says is printed, behind
+    // the hint, only when it fails, and then something always is.
     int run_silently(const std::vector<std::string> &words, const std::string &hint = "") const;
 
 private:

@@ -3,8 +3,8 @@
 //
 //     {"hostadm": 1, "method": "CLASS/NAME", "arguments": {"NAME": VALUE, ...}}
 //
-// Descriptor 4 is a memory file opened for appending; each line of the answer is one JSON object (see
-// answer.hpp).
+// Descriptor 4 is a memory file opened for appending;
+// each line of the answer is one JSON object (see answer.hpp).
 #pragma once
 
 #include <map>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The rows of an answer. A hundred thousand are no rarity, so all their names and values lie in one text, each
-// with a NUL behind it.
+// The rows of an answer. A hundred thousand are no rarity, so all their names and values lie in one text,
+// each with a NUL behind it.
 #pragma once
 
 #include <cstddef>
@@ -52,7 +52,8 @@ public:
     Iterator<Rows> end() const { return {*this, size()}; }
     Row operator[](std::size_t row) const { return {*this, first_[row], end_of(row)}; }
 
-    // So that rows whose lines take so many bytes come without growing pains. What is not needed is not touched.
+    // So that rows whose lines take so many bytes come without
+    // growing pains. What is not needed is not touched.
     void reserve(std::size_t bytes) {
         text_.reserve(bytes);
         fields_.reserve(bytes / 8);

@@ -38,8 +38,8 @@ std::variant<method::Description, std::string> describe(const std::string &name)
 
 // Runs the method that the request names in full on this host.
 Outcome perform_here(Request request);
-// Runs a method where the host says; the empty host is this one. Only here is it known what a name means
-// here.
+// Runs a method where the host says; the empty host is this one.
+// Only here is it known what a name means here.
 Outcome perform(std::string_view method_class, std::string_view name, Request request,
                 const std::string &host);
 

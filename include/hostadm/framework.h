@@ -8,24 +8,25 @@
  * that uses this library without having been started as a method has no input arguments, its outputs are
  * refused, and what it records is said on standard error.
  *
- * Started with the one argument --describe, a method prints its description and does nothing else. One in C++
- * gets this, and the check of its arguments and outputs, from hostadm/method.hpp; a script prints JSON (its form
- * is shown in hostadm(1)) and the framework checks for it. A program that calls this interface alone, in C for
- * one, prints the same JSON for `hostadm list`, `help` and completion, but is not checked: it gets every argument
- * as it was given, without defaults, and looks itself at what it hands to a shell. It is built with
+ * Started with the one argument --describe, a method prints its description and does nothing else. One in
+ * C++ gets this, and the check of its arguments and outputs, from hostadm/method.hpp; a script prints JSON
+ * (its form is shown in hostadm(1)) and the framework checks for it. A program that calls this interface
+ * alone, in C for one, prints the same JSON for `hostadm list`, `help` and completion, but is not checked:
+ * it gets every argument as it was given, without defaults, and looks itself at what it hands to a shell.
+ * It is built with
  *     cc unmount.c -o unmount $(pkg-config --cflags --libs hostadm) -Wl,-rpath,PREFIX/lib
  * (with CMake: hostadm::hostadm) and ends with status 0 when its work is done.
  *
  * What holds everywhere:
  * - Functions return 0 on success and an errno value or a code named here otherwise; an out-parameter is then
- * as it was, unless said otherwise. ENOMEM means that memory is out.
+ *   as it was, unless said otherwise. ENOMEM means that memory is out.
  * - All arguments are strings (type ADM_STRING; any other type is EINVAL) of any length and any bytes but
- * NUL. A value that is passed in is copied: as many characters as its length says, or fewer if a NUL comes
- * before; NULL is the empty string.
+ *   NUL. A value that is passed in is copied: as many characters as its length says, or fewer if a NUL comes
+ *   before; NULL is the empty string.
  * - A name begins with a letter or "_", goes on with letters, digits, "_", "-" and ".", and has at most 64
- * characters; any other is EINVAL where something is stored under it.
+ *   characters; any other is EINVAL where something is stored under it.
  * - Records and values handed out may be written to within their length. Nobody frees them: they belong to
- * their handle (or to the process, for input arguments).
+ *   their handle (or to the process, for input arguments).
  * - Nothing here may be called from two threads at once.
  */
 #ifndef HOSTADM_FRAMEWORK_H
@@ -57,8 +58,7 @@ typedef struct adm_error {
     char *text;
 } adm_error;
 
-/* Makes the framework ready. Nothing needs it first: the other functions do what it does when they are
- * called. */
+/* Makes the framework ready. Nothing needs it first: the other functions do what it does when called. */
 int adm_init(void);
 
 /* Finds an input argument of the method that this process is; its value has been checked against the method's
@@ -74,7 +74,7 @@ int adm_args_set(const char *name, unsigned int type, unsigned int length, const
 int adm_args_newh(adm_args **handle);
 
 /* Puts an argument into a handle, or gives it a new value; the value record of that name is then no longer
- * valid. */
+   valid. */
 int adm_args_puta(adm_args *handle, const char *name, unsigned int type, unsigned int length,
                   const void *value);
 
@@ -90,7 +90,7 @@ int adm_args_reset(adm_args *handle);
 int adm_args_nextr(adm_args *handle);
 
 /* ADM_HANDLE_ROWS when the handle holds rows or outputs that a method returned; 0 for any other, and for
- * NULL. */
+   NULL. */
 unsigned int adm_args_htype(adm_args *handle);
 
 /* Frees a handle with all that was handed out of it; NULL is allowed. Returns 0. */
@@ -108,7 +108,7 @@ int _get_returned_arg(adm_args *handle, const char *name, const char *fallback, 
  * The options are pairs (int option, char *value), ended by 0:
  * - ADM_CLASS: the method's class. NULL, empty or left out: NAME must then be unique among all classes.
  * - ADM_HOST: the host to run it on, over ssh, which must log in there without a password. NULL, empty, left
- * out or a name or address of this host: here.
+ *   out or a name or address of this host: here.
  *
  * The child has /dev/null as standard input, what it prints goes to standard error, no signal is blocked or
  * ignored in it, and of this process's descriptors it has standard error only. A SIGCHLD that is ignored here
@@ -123,10 +123,10 @@ int _get_returned_arg(adm_args *handle, const char *name, const char *fallback, 
  * 0: the method did its work. Otherwise the code in *error:
  * - the code of the method's last error record, with its text (behind the reason of 101, if both hold);
  * - 101: there was nothing to read in such a record: it could not be started, was killed by a signal, ended
- * before its work was done, answered something that cannot be understood, or lacks an output that its
- * description requires;
+ *   before its work was done, answered something that cannot be understood, or lacks an output that its
+ *   description requires;
  * - 102: nothing was done, since the method is unknown, or an argument or the host's name was refused; the
- * text says what was wrong with which argument and what is accepted.
+ *   text says what was wrong with which argument and what is accepted.
  */
 int adm_perf_method(const char *method, adm_args *input, adm_args **output, adm_error **error, ...);
 

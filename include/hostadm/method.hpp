@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Writing a method in C++: describe it once, and the framework checks its arguments, prints its help and its
-// manual page (`hostadm generate PREFIX/share` writes the pages and the shell's completion anew), and hands its
-// results back.
+// Writing a method in C++: describe it once, and the framework checks its
+// arguments, prints its help and its manual page (`hostadm generate PREFIX/share`
+// writes the pages and the shell's completion anew), and hands its results back.
 //
 //     using namespace hostadm::method;
 //
@@ -111,8 +111,8 @@ private:
     const Description &description_;
 };
 
-// For a method that may return rows by the thousand: they are handed over many at a time, the last of them when
-// this goes out of scope.
+// For a method that may return rows by the thousand: they are handed
+// over many at a time, the last of them when this goes out of scope.
 class ManyRows {
 public:
     ManyRows() = default;

@@ -60,9 +60,9 @@ struct sysv_psinfo {
  * Reads the record of the process whose directory /proc/ID is open as process_fd (any mode; the descriptor
  * stays open and its position is not moved). Returns 0.
  *
- * A defunct process has no command line on Linux: pr_psargs is then "/" followed by pr_fname, so that a search
- * for "/NAME" still finds it. A kernel thread has an empty pr_psargs. A process that has changed its name or
- * its title is reported with the changed ones.
+ * A defunct process has no command line on Linux: pr_psargs is then "/" followed by pr_fname, so that a
+ * search for "/NAME" still finds it. A kernel thread has an empty pr_psargs. A process that has changed its
+ * name or its title is reported with the changed ones.
  *
  * Returns -1 with errno
  *   ESRCH   the process has gone;

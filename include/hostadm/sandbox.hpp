@@ -13,22 +13,20 @@
 //
 // What the command sees and what becomes of it:
 //
-// - Every file system of the running system, at its place, whatever it holds at the moment. What the command
-// writes,
-//   removes or renames there stays private: it goes to memory, and the running system never sees it. A file
-//   system that cannot be layered is there read-only. A single file that is mounted over another is there as
-//   a writable copy.
+// - Every file system of the running system, at its place, whatever it holds at the moment. What the
+//   command writes, removes or renames there stays private: it goes to memory, and the running system never
+//   sees it. A file system that cannot be layered is there read-only. A single file that is mounted over
+//   another is there as a writable copy.
 // - Device files cannot be opened, but for the harmless ones (null, zero, full, random, urandom, tty,
-// terminals).
+//   terminals).
 // - /run is empty but for /run/lock, so that no daemon of the running system can be talked to.
 // - Its own processes, network (loopback only), host name, System V and POSIX message queues. /proc shows its
-// own
-//   processes, or the running system's, read-only (live_processes).
+//   own processes, or the running system's, read-only (live_processes).
 // - HOSTADM_SANDBOX=1 stands in its environment. Its working directory is the caller's.
 //
-// When the command ends, everything that it started ends with it. So it does when the time limit has passed,
-// when the caller gets INT, TERM, HUP or QUIT, and when the caller itself is killed. Nothing stays behind: no
-// mount, no process, no file.
+// When the command ends, everything that it started ends with it. So it does when
+// the time limit has passed, when the caller gets INT, TERM, HUP or QUIT, and when
+// the caller itself is killed. Nothing stays behind: no mount, no process, no file.
 //
 // Root is needed (CAP_SYS_ADMIN): the kernel lets nobody else layer over "/". The private copy keeps a
 // well-meaning command from changing the host; it is no prison for a hostile one, which is root after all.
@@ -124,8 +122,8 @@ public:
 
     const std::vector<Change> &list() const { return list_; }
 
-    // A descriptor of the regular file as the command found or left it, for the caller to close; -1 with
-    // errno on failure.
+    // A descriptor of the regular file as the command found or left it,
+    // for the caller to close; -1 with errno on failure.
     int open_before(const Change &change) const;
     int open_after(const Change &change) const;
     // How many files (directories not counted) a directory held before, with all below it.

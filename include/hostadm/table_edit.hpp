@@ -1,36 +1,35 @@
 // SPDX-License-Identifier: MIT
 // Safe edits of text files that others read and edit at the same time: lock, read, change, write as one call.
 //
-// The file is at every moment the whole old text or the whole new one, also after a power cut, a full disk or
-// a killed editor. The new text goes to a fresh file beside the old one, which takes over mode, owner and
-// extended attributes (ACLs and security labels among them), is flushed, and is renamed over it; then the
-// folder is flushed.
+// The file is at every moment the whole old text or the whole new one, also after a
+// power cut, a full disk or a killed editor. The new text goes to a fresh file beside
+// the old one, which takes over mode, owner and extended attributes (ACLs and security
+// labels among them), is flushed, and is renamed over it; then the folder is flushed.
 //
 // - Symbolic links are followed: the file that they lead to is edited and the links stay.
 // - Editors exclude each other by flock(2) on the folder that holds the file, so that the lock outlives the
-// rename
-//   and leaves nothing behind. They wait in the order of their coming.
+//   rename and leaves nothing behind. They wait in the order of their coming.
 // - Somebody who writes the file without that lock while the new text is on its way is noticed: the change is
-// then
-//   made again on what they wrote, so the callable may be called more than once.
+//   then made again on what they wrote, so the callable may be called more than once.
 // - A file with several hard links: the name that was edited gets the new text, the other names keep the old
-// one.
+//   one.
 // - An editor killed half-way leaves at most a file ".hostadm-new-table" in the folder; the next edit of any
-// file in
-//   that folder removes it. A failed edit leaves nothing.
+//   file in that folder removes it. A failed edit leaves nothing.
 //
 // Statuses: 0 done; otherwise minus an errno value, of which these are told apart:
 //   -2 (-ENOENT)   the file, or a folder of its path, does not exist
 //   -26            somebody else holds the lock; it was waited for as long as Options says
-//   -EISDIR, -ENOTSUP    the path is a folder; is neither a file nor a folder
-//   -EACCES, -EROFS, -EPERM   the file may not be written, the folder may not be changed, or owner or
-//   attributes could
+//   -EISDIR        the path is a folder
+//   -ENOTSUP       it is neither a file nor a folder
+//   -EACCES, -EROFS, -EPERM
+//                  the file may not be written, the folder may not be changed, or owner or attributes could
 //                  not be taken over
 //   -EBUSY         the file is a mount point (a file bind-mounted in place), which cannot be replaced
 //   -EAGAIN        others kept writing the file without the lock
-//   -ENOSPC, -EDQUOT, -EIO, -ENOMEM ...   the system's own
-// After any of them the file holds its old text; only when flushing the folder fails (-EIO) is it already the
-// new one.
+//   -ENOSPC, -EDQUOT, -EIO, -ENOMEM ...
+//                  the system's own
+// After any of them the file holds its old text; only when
+// flushing the folder fails (-EIO) is it already the new one.
 #pragma once
 
 #include <chrono>
@@ -71,8 +70,8 @@ int splice_file(const std::string &path,
                 const std::function<int(std::string_view text, std::optional<Splice> &splice)> &change,
                 const Options &options = {});
 
-// The lock of a folder's tables, for work that is more than one edit. It is waited for like any editor's, and
-// goes with the object.
+// The lock of a folder's tables, for work that is more than one edit.
+// It is waited for like any editor's, and goes with the object.
 class FolderLock {
 public:
     explicit FolderLock(const std::string &folder, std::chrono::milliseconds patience = Options{}.patience);

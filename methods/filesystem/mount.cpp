@@ -50,8 +50,8 @@ bool is_pass(const std::string &text) {
     return text == "-" || std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-// A table that is missing is made, and its folder with it, but nothing above. What the mount brings is not
-// there yet.
+// A table that is missing is made, and its folder with it,
+// but nothing above. What the mount brings is not there yet.
 bool has_no_place(const std::filesystem::path &table, const std::string &mountpt) {
     if (table.string().starts_with(mountpt + "/"))
         return false;

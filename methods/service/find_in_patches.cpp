@@ -58,8 +58,8 @@ bool has_line(const fs::path &path, const std::function<bool(const std::string &
     return false;
 }
 
-// In a store of one package the library finds nothing: its grep tells no file name when it searches one file
-// only.
+// In a store of one package the library finds nothing:
+// its grep tells no file name when it searches one file only.
 bool delivers(const fs::path &package, const std::string &arch, const std::string &file) {
     return has_line(package / "pkgmap",
                     [&](const std::string &line) { return line.find(file) != line.npos; }) &&

@@ -19,8 +19,8 @@ public:
     CommandOutput &operator=(const CommandOutput &) = delete;
 
     bool started() const { return stream_ != nullptr; }
-    // The next piece of output as fgets gives it: a line with its newline, or size - 1 characters of a longer
-    // one.
+    // The next piece of output as fgets gives it:
+    // a line with its newline, or size - 1 characters of a longer one.
     std::optional<std::string> piece(int size);
     // Output as it comes, into the caller's buffer; less than its size only at the end.
     std::size_t block(char *buffer, std::size_t size) { return std::fread(buffer, 1, size, stream_); }
@@ -45,8 +45,8 @@ struct Complaint {
     const char *text() const { return first_line ? first_line->c_str() : ""; }
 };
 
-// Runs a command, keeps its first line of output and discards the rest. Silence alone is success: the exit
-// status is not looked at.
+// Runs a command, keeps its first line of output and discards the rest.
+// Silence alone is success: the exit status is not looked at.
 Complaint first_complaint(const std::string &command);
 
 // Takes back what was done before a later step failed. The command has no output; when it fails, the

@@ -9,14 +9,14 @@
 
 namespace hostadm {
 
-// Makes an empty file of our own under that name, ready for fopen, ">" or ">>" to write to. Whatever bore the
-// name before (a leftover, somebody's link) is unlinked and never followed; a folder of that name is an
-// error. From then on the sticky bit of the folder keeps others from putting something else in its place.
-// False: errno says why.
+// Makes an empty file of our own under that name, ready for fopen, ">" or ">>" to write
+// to. Whatever bore the name before (a leftover, somebody's link) is unlinked and never
+// followed; a folder of that name is an error. From then on the sticky bit of the
+// folder keeps others from putting something else in its place. False: errno says why.
 bool create_exclusively(const std::string &path, mode_t mode = 0600);
 
-// The same under a name that nobody bears: the template's last six characters, all X, are replaced. Mode
-// 0600.
+// The same under a name that nobody bears:
+// the template's last six characters, all X, are replaced. Mode 0600.
 std::optional<std::string> create_unique(std::string name_template);
 
 // Removes a file when the object goes.

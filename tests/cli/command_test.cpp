@@ -474,8 +474,8 @@ TEST(ServeCommand, EndsTheMethodWhenTheConnectionIsGone) {
     EXPECT_THAT(seen.err, HasSubstr("HUP"));
 }
 
-// The methods of the product describe themselves soundly, and every one has its manual page and its
-// completion.
+// The methods of the product describe themselves soundly,
+// and every one has its manual page and its completion.
 TEST(Descriptions, MakeManualPagesThatRender) {
     const std::string share = BUILD_ROOT "/share";
     const std::string methods = shell(BUILD_ROOT "/bin/hostadm list --json").out;

@@ -306,8 +306,8 @@ TEST_F(Share, TwentyAtOnceLoseNothing) {
     EXPECT_EQ(list(), "");
 }
 
-// Killed before each of its replacements of a file, share leaves the old or the new text, and the next run
-// puts everything in order.
+// Killed before each of its replacements of a file, share leaves the
+// old or the new text, and the next run puts everything in order.
 TEST_F(Share, KilledAnywhereLeavesWholeFiles) {
     for (int when = 1; when <= 3; ++when) {
         SetUp();

@@ -56,7 +56,8 @@ Options shell(const std::string &script) {
 // A directory of the running system that a test may fill, outside /tmp; it goes with the test.
 class Sandbox : public testing::Test {
 protected:
-    // What it mounts, others who look at the running system meanwhile do not see, and what they mount it does not.
+    // What it mounts, others who look at the running system
+    // meanwhile do not see, and what they mount it does not.
     static void SetUpTestSuite() {
         if (geteuid() != 0)
             return;

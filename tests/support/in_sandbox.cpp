@@ -2,10 +2,10 @@
 // in-sandbox [--time-limit SECONDS] [--bind DIR]... [--seed DIR]... [--hostname NAME] [--live-proc] [--]
 // COMMAND [ARG]...
 //
-// Runs a command, a test most of all, in a throwaway root over the running system (see hostadm/sandbox.hpp).
-// Exit status: the command's; 124 when the time ran out; 125 when the root could not be made; 126 or 127 when
-// the command could not be started; 77, which ctest counts as skipped, when this user or this kernel may not
-// make such a root.
+// Runs a command, a test most of all, in a throwaway root over the running system (see
+// hostadm/sandbox.hpp). Exit status: the command's; 124 when the time ran out; 125 when
+// the root could not be made; 126 or 127 when the command could not be started; 77,
+// which ctest counts as skipped, when this user or this kernel may not make such a root.
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Runs a piece of a test in a throwaway root of its own; its assertions are printed there, and the test fails if
-// one of them did. Where no such root can be made the test is skipped.
+// Runs a piece of a test in a throwaway root of its own; its assertions are printed there, and the test
+// fails if one of them did. Where no such root can be made the test is skipped.
 #pragma once
 
 #include <chrono>

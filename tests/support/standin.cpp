@@ -73,8 +73,8 @@ Answer answer_to(const std::filesystem::path &answers, int number) {
             std::atoi(content(answer / "status").value_or("0").c_str())};
 }
 
-// Appends the call to the log. Whoever sees it there may change the answers at once, so this one's is read
-// before.
+// Appends the call to the log. Whoever sees it there may
+// change the answers at once, so this one's is read before.
 Answer write_down(const std::string &path, const nlohmann::json &call) {
     const int log = open((place / "log").c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
     if (log >= 0)

@@ -6,7 +6,8 @@
 //         standin::reset();
 //         standin::place("/usr/sbin/share");                                     // silent, exit status 0
 //         standin::place("/usr/sbin/mount", {.error = "no such device\n", .status = 32});
-//         standin::place("/usr/lib/nfs/nfsd", {.stay = true});                   // a daemon: once started, it
+//         standin::place("/usr/lib/nfs/nfsd", {.stay = true});                   // a daemon: once started,
+//                                                                                it
 //         standin::start("/usr/lib/nfs/nfsd", "-a 16");                          // runs until the root goes
 //     }
 //     ...
@@ -41,8 +42,8 @@ struct Call {
 
 // Puts a stand-in at an absolute path.
 void place(const std::string &path, const Answer &answer = {});
-// Changes what a stand-in answers: to every call, or to its call number N only (from 1, counted since the
-// last reset).
+// Changes what a stand-in answers: to every call, or to its
+// call number N only (from 1, counted since the last reset).
 void answer(const std::string &path, const Answer &answer);
 void answer_call(const std::string &path, int number, const Answer &answer);
 

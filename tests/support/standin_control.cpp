@@ -22,8 +22,8 @@ void only_in_sandbox() {
         throw std::runtime_error("stand-ins are for a throwaway root only: run this with in-sandbox");
 }
 
-// The path as the stand-in sees its own: a stand-in in /sbin stands in /usr/sbin where the one is a link to
-// the other.
+// The path as the stand-in sees its own: a stand-in in /sbin
+// stands in /usr/sbin where the one is a link to the other.
 fs::path resolved(const std::string &path) {
     const fs::path plain(path);
     return fs::weakly_canonical(plain.parent_path()) / plain.filename();

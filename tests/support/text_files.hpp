@@ -9,8 +9,8 @@
 
 namespace tests {
 
-// What of it could be read: nothing of a missing file, and of a process that ends meanwhile what came so far, where an
-// iterator over the stream would throw.
+// What of it could be read: nothing of a missing file, and of a process that ends meanwhile what came so
+// far, where an iterator over the stream would throw.
 inline std::string content(const std::filesystem::path &path) {
     std::ifstream file(path, std::ios::binary);
     std::ostringstream text;

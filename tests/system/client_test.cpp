@@ -95,8 +95,8 @@ Ran method(const std::string &words) {
     return run("run --json " + words);
 }
 
-// Everything that a client leaves on a server: types, modes, owners, link targets, contents, and times if
-// wanted.
+// Everything that a client leaves on a server: types, modes,
+// owners, link targets, contents, and times if wanted.
 std::string snapshot(bool times = false) {
     std::string all;
     const auto describe = [&](const fs::path &path) {

@@ -299,7 +299,8 @@ protected:
         waitpid(child, &status, 0);
         return WEXITSTATUS(status);
     }
-    // A folder may have been made by the one step or, when that failed, by the next, which sets its group's bit.
+    // A folder may have been made by the one step or,
+    // when that failed, by the next, which sets its group's bit.
     static std::string state() { return without_group_bit(snapshot({root})); }
     // Temporary files of edits.
     static std::set<std::string> edits() {

@@ -414,8 +414,8 @@ TEST_F(EditFile, ImmutableFileIsRefused) {
     close(handle);
 }
 
-// What an edit of `file` gives in a mount namespace that `prepare` has arranged: the status, then the names
-// in the folder.
+// What an edit of `file` gives in a mount namespace that `prepare`
+// has arranged: the status, then the names in the folder.
 std::string mount_at(const std::string &source, const std::string &target, const char *type,
                      unsigned long flags, const char *options = nullptr) {
     if (mount(source.c_str(), target.c_str(), type, flags, options) == 0)

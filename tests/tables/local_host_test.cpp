@@ -27,8 +27,8 @@ constexpr const char *hosts = "127.0.0.1\tlocalhost\n"
 
 class LocalHost : public scratch::Test {
 protected:
-    // The names that are not answered as expected, in a host called server.example.org with the
-    // address 10.9.8.7.
+    // The names that are not answered as expected, in a host
+    // called server.example.org with the address 10.9.8.7.
     void expect(int answer, const std::vector<const char *> &names,
                 const char *host_name = "server.example.org") {
         const auto table_path = table(hosts, "hosts");

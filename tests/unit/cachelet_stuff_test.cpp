@@ -412,8 +412,8 @@ TEST_F(Cachelet, AdminFileThatCannotBeWrittenIsMissing) {
 
 namespace {
 
-// A directory with the package "KTVXqcu", on a server of release 5.5 and architecture i386 that lacks every
-// package.
+// A directory with the package "KTVXqcu", on a server of
+// release 5.5 and architecture i386 that lacks every package.
 class Packages : public Cachelet {
 protected:
     void SetUp() override {
@@ -699,8 +699,8 @@ TEST_F(Templates, FailedRecordIsNotReported) {
 }
 
 TEST_F(Templates, ServiceOfRelease24StopsAfterACompletedAddition) {
-    // The package directory of the service is fixed: only what comes before the first missing package shows
-    // here.
+    // The package directory of the service is fixed:
+    // only what comes before the first missing package shows here.
     EXPECT_EQ(setup_cachelet_service("m", "i386", "2.4"), 1);
     EXPECT_THAT(errors(), ElementsAre(Recorded{96, "96|m|/opt/KTVXmgrd/2.2/Packages/i386/5.4/KTVXmgr5r"}));
 }

@@ -397,8 +397,8 @@ TEST_F(StartDaemon, LongArgumentsAreNotCut) {
     EXPECT_EQ(first_line(), path + " 1 " + argument);
 }
 
-// A reader of the method's output must not wait for the daemon, and the daemon keeps nothing of the method
-// open.
+// A reader of the method's output must not wait for the daemon,
+// and the daemon keeps nothing of the method open.
 class StartDaemonDetached : public StartDaemon, public testing::WithParamInterface<const char *> {};
 
 TEST_P(StartDaemonDetached, HoldsNothingOfTheCaller) {

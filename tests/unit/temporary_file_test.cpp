@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Files under names that anybody can foresee, made while somebody else puts links there. The admin file of the
-// package installer stands for all of them.
+// Files under names that anybody can foresee, made while somebody else puts links there. The admin file of
+// the package installer stands for all of them.
 #include <dlfcn.h>
 #include <filesystem>
 #include <gtest/gtest.h>

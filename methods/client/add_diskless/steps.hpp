@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The steps. Each changes nothing where its work is done already, notes in the journal what it is about to do,
-// and throws Recorded or std::runtime_error when it cannot be done.
+// The steps. Each changes nothing where its work is done already, notes in the journal what it is about to
+// do, and throws Recorded or std::runtime_error when it cannot be done.
 #pragma once
 
 #include <cstdint>
