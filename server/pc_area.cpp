@@ -1,0 +1,203 @@
+// SPDX-License-Identifier: MIT
+#include "server/pc_area.hpp"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cstring>
+#include <filesystem>
+#include <ifaddrs.h>
+#include <memory>
+#include <net/if.h>
+#include <stdexcept>
+#include <system_error>
+
+#include "base/text.hpp"
+#include "server/boot_links.hpp"
+
+namespace hostadm::server {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string in_dots(in_addr address) {
+    char text[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &address, text, sizeof text);
+    return text;
+}
+
+PcNetwork network_of(const ifaddrs &interface) {
+    const in_addr own = reinterpret_cast<const sockaddr_in *>(interface.ifa_addr)->sin_addr;
+    const in_addr mask = reinterpret_cast<const sockaddr_in *>(interface.ifa_netmask)->sin_addr;
+    return {interface.ifa_name, in_dots(own), in_dots(mask), in_dots({own.s_addr & mask.s_addr})};
+}
+
+// Those that carry IPv4 to others: of an interface with several addresses the first counts.
+std::vector<PcNetwork> networks_of_this_host() {
+    ifaddrs *list = nullptr;
+    if (getifaddrs(&list) != 0)
+        throw std::runtime_error(std::string("the network interfaces cannot be read: ") +
+                                 std::strerror(errno));
+    const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(list, freeifaddrs);
+    std::vector<PcNetwork> networks;
+    for (const ifaddrs *one = list; one != nullptr; one = one->ifa_next) {
+        if (one->ifa_addr == nullptr || one->ifa_addr->sa_family != AF_INET || one->ifa_netmask == nullptr ||
+            (one->ifa_flags & IFF_LOOPBACK) != 0 || (one->ifa_flags & IFF_UP) == 0)
+            continue;
+        const PcNetwork network = network_of(*one);
+        if (std::none_of(networks.begin(), networks.end(),
+                         [&](const PcNetwork &other) { return other.interface == network.interface; }))
+            networks.push_back(network);
+    }
+    return networks;
+}
+
+// The value of KEY=VALUE among the words of a kernel's command line.
+std::string value_of(const std::vector<std::string_view> &words, std::string_view key) {
+    for (const std::string_view word : words)
+        if (word.size() > key.size() && word.starts_with(key) && word[key.size()] == '=')
+            return std::string(word.substr(key.size() + 1));
+    return {};
+}
+
+std::vector<std::string> parts_of(const std::string &text, char separator) {
+    std::vector<std::string> parts;
+    for (std::size_t begin = 0; begin <= text.size();) {
+        const std::size_t end = std::min(text.find(separator, begin), text.size());
+        parts.push_back(text.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return parts;
+}
+
+bool is_file(const fs::path &path) {
+    std::error_code error;
+    return fs::is_regular_file(path, error);
+}
+
+} // namespace
+
+std::vector<PcNetwork> pc_networks(const std::vector<std::string> &interfaces, const std::string &router) {
+    std::vector<PcNetwork> all = networks_of_this_host(), chosen;
+    for (const std::string &name : interfaces) {
+        const auto found = std::find_if(all.begin(), all.end(),
+                                        [&](const PcNetwork &network) { return network.interface == name; });
+        if (found == all.end())
+            throw std::runtime_error("the interface " + name +
+                                     " is not there, is down, or has no IPv4 address; see `ip -4 address`");
+        chosen.push_back(*found);
+    }
+    if (interfaces.empty())
+        chosen = std::move(all);
+    if (chosen.empty())
+        throw std::runtime_error("no interface of this server has an IPv4 address, so no PC can be answered");
+    for (PcNetwork &network : chosen)
+        network.router = router;
+    return chosen;
+}
+
+std::string dhcp_settings(const std::vector<PcNetwork> &networks) {
+    std::string text =
+        "# Written by hostadm (netboot/setup_pc): PCs that boot from this server. Changes are lost.\n"
+        "# Not 0: then the names in /etc/ethers would not be looked up.\n"
+        "port=53053\n"
+        "bind-dynamic\n"
+        "read-ethers\n"
+        "dhcp-match=set:efi64,option:client-arch,7\n"
+        "dhcp-match=set:efi64,option:client-arch,9\n"
+        "dhcp-boot=tag:!efi64,grub/i386-pc/core.0\n"
+        "dhcp-boot=tag:efi64,grub/x86_64-efi/core.efi\n";
+    for (const PcNetwork &network : networks)
+        text += "interface=" + network.interface +
+                "\n# \"static\": known clients only.\ndhcp-range=" + network.network + ",static," +
+                network.netmask + "\n";
+    const std::string router = networks.empty() ? "" : networks.front().router;
+    text += "dhcp-option=option:router" + (router.empty() ? "" : "," + router) + "\n";
+    return text;
+}
+
+std::string pc_menu_path(const std::string &address) {
+    return std::string(pc_boot_tree) + "/grub.cfg-" + address_digits(address);
+}
+
+std::string pc_menu_text(const PcMenu &menu) {
+    // Version 3 is what an initramfs takes by itself; the small mount program in Debian's knows no other.
+    const std::string version = menu.nfs4 ? ",nfsvers=4" : "";
+    std::string words = "boot=nfs nfsroot=" + menu.server_address + ":" + menu.root + version +
+                        " ip=" + menu.address + ":" + menu.server_address + ":" + menu.router + ":" +
+                        menu.netmask + ":" + menu.hostname + "::off rw";
+    if (!menu.extra_words.empty())
+        words += " " + menu.extra_words;
+    return "# " + menu.hostname + ", written by hostadm\nset timeout=0\nlinux (tftp)/linux/" + menu.system +
+           "/vmlinuz " + words + "\ninitrd (tftp)/linux/" + menu.system + "/initrd.img\nboot\n";
+}
+
+PcMenu read_pc_menu(std::string_view text) {
+    PcMenu menu;
+    base::for_each_line(text, [&](std::string_view line) {
+        const auto words = base::words_of(line);
+        if (words.size() < 2 || words[0] != "linux")
+            return;
+        constexpr std::string_view folder = "(tftp)/linux/";
+        if (words[1].starts_with(folder)) {
+            const std::string_view system = words[1].substr(folder.size());
+            menu.system = system.substr(0, system.rfind('/'));
+        }
+        const std::string nfsroot = value_of(words, "nfsroot");
+        const std::size_t colon = nfsroot.find(':'), comma = nfsroot.find(',');
+        menu.server_address = nfsroot.substr(0, colon);
+        menu.root = colon == nfsroot.npos ? "" : nfsroot.substr(colon + 1, comma - colon - 1);
+        menu.nfs4 = nfsroot.find(",nfsvers=4") != nfsroot.npos;
+        const std::vector<std::string> ip = parts_of(value_of(words, "ip"), ':');
+        if (ip.size() >= 5) {
+            menu.address = ip[0];
+            menu.router = ip[2];
+            menu.netmask = ip[3];
+            menu.hostname = ip[4];
+        }
+        const auto rw = std::find(words.begin(), words.end(), "rw");
+        for (auto word = rw; word != words.end(); ++word)
+            if (word != rw)
+                menu.extra_words.append(menu.extra_words.empty() ? "" : " ").append(*word);
+    });
+    return menu;
+}
+
+std::vector<std::string> served_firmware() {
+    std::vector<std::string> served;
+    if (is_file(fs::path(pc_boot_tree) / "i386-pc/core.0"))
+        served.emplace_back("BIOS");
+    if (is_file(fs::path(pc_boot_tree) / "x86_64-efi/core.efi"))
+        served.emplace_back("UEFI");
+    return served;
+}
+
+std::string pc_system_name(const std::string &os_name, const std::string &os_version) {
+    return os_name + "_" + os_version;
+}
+
+PcKernel newest_kernel(const std::string &tree) {
+    const fs::path boot = fs::path(tree) / "boot";
+    PcKernel newest;
+    std::string release;
+    constexpr std::string_view prefix = "vmlinuz-";
+    std::error_code error;
+    for (fs::directory_iterator entry(boot, error), end; !error && entry != end; entry.increment(error)) {
+        const std::string name = entry->path().filename();
+        if (!name.starts_with(prefix) || !is_file(entry->path()))
+            continue;
+        // As versions are compared: 6.1.0-10 is newer than 6.1.0-9.
+        if (const std::string other = name.substr(prefix.size());
+            release.empty() || strverscmp(other.c_str(), release.c_str()) > 0)
+            release = other;
+    }
+    if (!release.empty())
+        newest = {boot / ("vmlinuz-" + release), boot / ("initrd.img-" + release)};
+    else if (is_file(boot / "vmlinuz"))
+        newest = {boot / "vmlinuz", boot / "initrd.img"};
+    if (!is_file(newest.initramfs))
+        newest.initramfs.clear();
+    return newest;
+}
+
+} // namespace hostadm::server

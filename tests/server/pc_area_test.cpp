@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: MIT
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "server/pc_area.hpp"
+
+namespace {
+
+using namespace hostadm::server;
+namespace fs = std::filesystem;
+
+const PcMenu menu{.hostname = "pc1",
+                  .address = "192.168.1.10",
+                  .netmask = "255.255.255.0",
+                  .router = "192.168.1.254",
+                  .server_address = "192.168.1.1",
+                  .root = "/export/root/pc1",
+                  .system = "Debian_12",
+                  .extra_words = "quiet console=ttyS0"};
+
+TEST(PcMenu, BootsOneEntryWithoutWaiting) {
+    EXPECT_EQ(pc_menu_text(menu),
+              "# pc1, written by hostadm\n"
+              "set timeout=0\n"
+              "linux (tftp)/linux/Debian_12/vmlinuz boot=nfs nfsroot=192.168.1.1:/export/root/pc1 "
+              "ip=192.168.1.10:192.168.1.1:192.168.1.254:255.255.255.0:pc1::off rw quiet console=ttyS0\n"
+              "initrd (tftp)/linux/Debian_12/initrd.img\n"
+              "boot\n");
+}
+
+TEST(PcMenu, NamesTheVersionOfNfsThatWasAskedFor) {
+    PcMenu with = menu;
+    with.nfs4 = true;
+    EXPECT_THAT(pc_menu_text(with), testing::HasSubstr("nfsroot=192.168.1.1:/export/root/pc1,nfsvers=4 "));
+    EXPECT_TRUE(read_pc_menu(pc_menu_text(with)).nfs4);
+}
+
+TEST(PcMenu, IsReadBackAsItWasWritten) {
+    const PcMenu read = read_pc_menu(pc_menu_text(menu));
+    EXPECT_EQ(pc_menu_text(read), pc_menu_text(menu));
+    EXPECT_FALSE(read.nfs4);
+}
+
+TEST(PcMenu, OfAnotherHandIsReadAsFarAsItGoes) {
+    EXPECT_EQ(read_pc_menu("").root, "");
+    EXPECT_EQ(read_pc_menu("linux\n").root, "");
+    EXPECT_EQ(read_pc_menu("linux /vmlinuz root=/dev/sda1 ip=dhcp\n").address, "");
+    EXPECT_EQ(read_pc_menu("linux (tftp)/linux/x/vmlinuz nfsroot=10.0.0.1:/r\n").root, "/r");
+}
+
+TEST(PcMenu, LiesUnderTheAddressInUpperCaseHexadecimal) {
+    EXPECT_EQ(pc_menu_path("192.168.1.10"), "/tftpboot/grub/grub.cfg-C0A8010A");
+}
+
+TEST(DhcpSettings, AnswerKnownClientsOnly) {
+    const std::string text =
+        dhcp_settings({{"eth0", "192.168.1.1", "255.255.255.0", "192.168.1.0", "192.168.1.254"},
+                       {"eth1", "10.0.0.1", "255.0.0.0", "10.0.0.0", "192.168.1.254"}});
+    EXPECT_THAT(text, testing::HasSubstr("interface=eth0\n"));
+    EXPECT_THAT(text, testing::HasSubstr("dhcp-range=192.168.1.0,static,255.255.255.0\n"));
+    EXPECT_THAT(text, testing::HasSubstr("interface=eth1\n"));
+    EXPECT_THAT(text, testing::HasSubstr("dhcp-range=10.0.0.0,static,255.0.0.0\n"));
+    EXPECT_THAT(text, testing::HasSubstr("read-ethers\n"));
+    EXPECT_THAT(text, testing::HasSubstr("dhcp-option=option:router,192.168.1.254\n"));
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("port=0")));
+}
+
+TEST(DhcpSettings, TellNoRouterWhereThereIsNone) {
+    EXPECT_THAT(dhcp_settings({{"eth0", "192.168.1.1", "255.255.255.0", "192.168.1.0"}}),
+                testing::HasSubstr("dhcp-option=option:router\n"));
+}
+
+TEST(PcNetworks, ThatDoNotExistAreRefused) {
+    EXPECT_THROW(pc_networks({"no-such-interface"}, ""), std::runtime_error);
+    EXPECT_THROW(pc_networks({"lo"}, ""), std::runtime_error);
+}
+
+class NewestKernel : public testing::Test {
+protected:
+    NewestKernel() {
+        char name[] = "/tmp/newest-kernel.XXXXXX";
+        tree_ = mkdtemp(name);
+        fs::create_directory(tree_ / "boot");
+    }
+    ~NewestKernel() override { fs::remove_all(tree_); }
+    void make(const std::string &name) const { std::ofstream(tree_ / "boot" / name) << "x"; }
+
+    fs::path tree_;
+};
+
+TEST_F(NewestKernel, IsComparedAsVersionsAre) {
+    for (const char *name : {"vmlinuz-6.1.0-9-amd64", "vmlinuz-6.1.0-10-amd64", "initrd.img-6.1.0-10-amd64"})
+        make(name);
+    EXPECT_EQ(newest_kernel(tree_).kernel, tree_ / "boot/vmlinuz-6.1.0-10-amd64");
+    EXPECT_EQ(newest_kernel(tree_).initramfs, tree_ / "boot/initrd.img-6.1.0-10-amd64");
+}
+
+TEST_F(NewestKernel, MayLackItsInitramfs) {
+    make("vmlinuz-6.1.0-10-amd64");
+    make("initrd.img-6.1.0-9-amd64");
+    EXPECT_EQ(newest_kernel(tree_).initramfs, "");
+}
+
+TEST_F(NewestKernel, IsNoneWhereThereIsNone) {
+    EXPECT_EQ(newest_kernel(tree_).kernel, "");
+    EXPECT_EQ(newest_kernel("/nonexistent").kernel, "");
+}
+
+} // namespace
