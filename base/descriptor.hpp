@@ -2,6 +2,7 @@
 // An open descriptor that closes itself, and whole reads and writes.
 #pragma once
 
+#include <cerrno>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,24 +17,38 @@ public:
     explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
     Descriptor(Descriptor &&other) noexcept : descriptor_(other.release()) {}
     Descriptor &operator=(Descriptor &&other) noexcept {
-        std::swap(descriptor_, other.descriptor_);
+        if (this != &other) {
+            reset();
+            descriptor_ = other.release();
+        }
         return *this;
     }
-    ~Descriptor() {
-        if (is_open())
-            ::close(descriptor_);
-    }
+    ~Descriptor() { reset(); }
 
     bool is_open() const { return descriptor_ >= 0; }
+    explicit operator bool() const { return is_open(); }
     int get() const { return descriptor_; }
     int release() { return std::exchange(descriptor_, -1); }
+    // Closes without hiding the errno of what went before.
+    void reset() {
+        if (!is_open())
+            return;
+        const int reason = errno;
+        ::close(release());
+        errno = reason;
+    }
+    // Where a close may fail and matters, as of a file that was written: 0 or an errno value. The number is free
+    // afterwards in any case.
+    int close() { return is_open() && ::close(release()) != 0 ? errno : 0; }
+    // A path that leads to the open file, for system calls that take no descriptor.
+    std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
 
 private:
     int descriptor_ = -1;
 };
 
-// The text of a memory file where it lies. The file cannot
-// shrink from then on, so it stays whatever its writers do.
+// The text of a memory file where it lies. The file cannot shrink from then on, so it stays whatever its writers
+// do.
 class MemoryFileText {
 public:
     explicit MemoryFileText(int descriptor);
