@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "base/program.hpp"
 
+#include <algorithm>
+#include <array>
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -10,6 +13,7 @@
 #include <iterator>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <sys/syscall.h>
@@ -84,22 +88,46 @@ private:
     bool changed_ = false;
 };
 
-std::vector<std::string> environment(const std::string &path_prefix) {
+constexpr std::string_view path_variable = "PATH=";
+constexpr const char *system_path = "/usr/sbin:/usr/bin:/sbin:/bin";
+
+std::vector<std::string> own_environment() {
     std::vector<std::string> variables;
-    const std::string_view path = "PATH=";
-    bool seen = false;
-    for (char **variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
-        std::string text = *variable;
-        if (text.starts_with(path) && !seen) {
-            text.insert(path.size(), path_prefix + ":");
-            seen = true;
-        }
-        variables.push_back(std::move(text));
-    }
-    if (!seen)
-        variables.push_back("PATH=" + path_prefix + ":/usr/sbin:/usr/bin:/sbin:/bin");
+    for (char **variable = environ; variable != nullptr && *variable != nullptr; ++variable)
+        variables.emplace_back(*variable);
     return variables;
 }
+
+std::vector<std::string> with_path_prefix(std::vector<std::string> variables, const std::string &prefix) {
+    const auto path = std::find_if(variables.begin(), variables.end(), [](const std::string &variable) {
+        return variable.starts_with(path_variable);
+    });
+    if (path != variables.end())
+        path->insert(path_variable.size(), prefix + ":");
+    else
+        variables.push_back(std::string(path_variable) + prefix + ":" + system_path);
+    return variables;
+}
+
+// A stream of the child that is kept, and our end of it.
+struct Listened {
+    Descriptor reader;
+    std::string *text = nullptr;
+    std::size_t limit = 0;
+
+    // Reads what is there. False at the end.
+    bool hear() {
+        char piece[65536];
+        for (;;) {
+            const ssize_t got = read(reader.get(), piece, sizeof piece);
+            if (got == -1 && errno == EINTR)
+                continue;
+            if (got <= 0)
+                return got == -1 && errno == EAGAIN;
+            text->append(piece, std::min(static_cast<std::size_t>(got), limit - text->size()));
+        }
+    }
+};
 
 std::vector<char *> pointers(std::vector<std::string> &words) {
     std::vector<char *> list;
@@ -125,19 +153,23 @@ void pass_on_signals(pid_t child) {
             kill(child, static_cast<int>(signal.ssi_signo));
 }
 
-// Waits until the child has ended or the time is up. True: it goes on.
-bool outlives(pid_t child, int seconds) {
+// Waits until the child has ended or the time is up, and listens meanwhile. True: it goes on.
+bool outlives(pid_t child, int seconds, std::vector<Listened> &streams) {
     using Clock = std::chrono::steady_clock;
     const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
     if (!process.is_open())
         return false;
     const auto end = Clock::now() + std::chrono::seconds(seconds);
-    pollfd waiting[] = {{process.get(), POLLIN, 0}, {signals_to_pass_on, POLLIN, 0}, {stream_to_watch, 0, 0}};
+    std::vector<pollfd> waiting = {
+        {process.get(), POLLIN, 0}, {signals_to_pass_on, POLLIN, 0}, {stream_to_watch, 0, 0}};
+    const std::size_t first_stream = waiting.size();
+    for (const Listened &stream : streams)
+        waiting.push_back({stream.reader.get(), POLLIN, 0});
     while (waiting[0].revents == 0) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
         if (seconds > 0 && left <= 0)
             return true;
-        const int ready = poll(waiting, std::size(waiting), seconds > 0 ? static_cast<int>(left) : -1);
+        const int ready = poll(waiting.data(), waiting.size(), seconds > 0 ? static_cast<int>(left) : -1);
         if (ready == -1 && errno != EINTR)
             return false;
         if (ready <= 0)
@@ -148,13 +180,17 @@ bool outlives(pid_t child, int seconds) {
             kill(child, SIGHUP);
             waiting[2].fd = -1; // it is told once
         }
+        for (std::size_t i = 0; i < streams.size(); ++i)
+            if (waiting[first_stream + i].revents != 0 && !streams[i].hear())
+                waiting[first_stream + i].fd = -1;
     }
     return false;
 }
 
-Ending wait_for(pid_t child, int time_limit) {
+Ending wait_for(pid_t child, int time_limit, std::vector<Listened> &streams) {
     Ending ending;
-    if ((time_limit > 0 || signals_to_pass_on != -1) && outlives(child, time_limit)) {
+    if ((time_limit > 0 || signals_to_pass_on != -1 || !streams.empty()) &&
+        outlives(child, time_limit, streams)) {
         // A shell that is killed alone leaves what it waits for running.
         kill(time_limit > 0 ? -child : child, SIGKILL);
         ending.timed_out = true;
@@ -170,16 +206,31 @@ Ending wait_for(pid_t child, int time_limit) {
         ending.signal = WTERMSIG(status);
     else
         ending.exit_status = WEXITSTATUS(status);
+    for (Listened &stream : streams)
+        stream.hear();
     return ending;
 }
 
-} // namespace
+// A file of memory that holds the text and stands at its beginning.
+Descriptor memory_file(std::string_view text) {
+    Descriptor file(memfd_create("hostadm-input", MFD_CLOEXEC));
+    if (file && (!write_all(file.get(), text) || lseek(file.get(), 0, SEEK_SET) != 0))
+        file.reset();
+    return file;
+}
 
-Ending run(const Program &program) {
+Ending run_listening(const Program &program, std::vector<Listened> &streams) {
     SpawnActions actions;
     std::vector<Descriptor> moved;
     int last = STDERR_FILENO;
     posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    if (program.input) {
+        const Descriptor file = memory_file(*program.input);
+        const Descriptor &away = moved.emplace_back(fcntl(file.get(), F_DUPFD_CLOEXEC, beyond_the_childs));
+        if (!away)
+            return {.start_error = errno};
+        posix_spawn_file_actions_adddup2(actions.get(), away.get(), STDIN_FILENO);
+    }
     for (const auto &[childs, ours] : program.descriptors) {
         const Descriptor &away = moved.emplace_back(fcntl(ours, F_DUPFD_CLOEXEC, beyond_the_childs));
         if (!away.is_open())
@@ -188,13 +239,17 @@ Ending run(const Program &program) {
         last = std::max(last, childs);
     }
     posix_spawn_file_actions_addclosefrom_np(actions.get(), last + 1);
+    if (!program.directory.empty())
+        posix_spawn_file_actions_addchdir_np(actions.get(), program.directory.c_str());
 
     std::vector<std::string> words = program.words;
     std::vector<char *> word_list = pointers(words);
     std::vector<std::string> variables;
     std::vector<char *> variable_list;
-    if (!program.path_prefix.empty()) {
-        variables = environment(program.path_prefix);
+    if (program.environment || !program.path_prefix.empty()) {
+        variables = program.environment ? *program.environment : own_environment();
+        if (!program.path_prefix.empty())
+            variables = with_path_prefix(std::move(variables), program.path_prefix);
         variable_list = pointers(variables);
     }
     char **const child_environment = variable_list.empty() ? environ : variable_list.data();
@@ -211,7 +266,61 @@ Ending run(const Program &program) {
         const rlimit limit{program.size_limit, program.size_limit};
         prlimit(child, RLIMIT_FSIZE, &limit, nullptr);
     }
-    return wait_for(child, program.time_limit);
+    return wait_for(child, program.time_limit, streams);
+}
+
+// Words that a program looks up, as those of a language or a zone: no path, and nothing that leads out of a folder.
+bool names_no_file(std::string_view value) {
+    return std::all_of(value.begin(), value.end(),
+                       [](unsigned char c) {
+                           return std::isalnum(c) != 0 || c == '_' || c == '-' || c == '.' || c == '@' ||
+                                  c == '+' || c == ':';
+                       }) &&
+           value.find("..") == value.npos;
+}
+
+} // namespace
+
+Ending run(const Program &program) {
+    std::vector<Listened> none;
+    return run_listening(program, none);
+}
+
+Answer run_and_listen(Program program, Errors errors, std::size_t limit) {
+    Answer answer;
+    std::vector<Listened> streams;
+    std::vector<Descriptor> writers;
+    for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
+        if (stream == STDERR_FILENO && errors == Errors::with_output) {
+            program.descriptors.emplace_back(stream, writers.front().get());
+            continue;
+        }
+        std::array<int, 2> ends{};
+        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+            answer.ending.start_error = errno;
+            return answer;
+        }
+        std::string *text = stream == STDOUT_FILENO ? &answer.output : &answer.errors;
+        streams.push_back({Descriptor(ends[0]), text, limit});
+        fcntl(ends[0], F_SETFL, O_NONBLOCK); // ours alone: the child's end stays as programs expect it
+        program.descriptors.emplace_back(stream, writers.emplace_back(ends[1]).get());
+    }
+    answer.ending = run_listening(program, streams);
+    return answer;
+}
+
+std::vector<std::string> clean_environment() {
+    std::vector<std::string> variables = {std::string(path_variable) + system_path};
+    for (std::string &variable : own_environment()) {
+        const std::size_t equals = std::min(variable.find('='), variable.size());
+        const std::string_view name = std::string_view(variable).substr(0, equals);
+        const bool says_how_to_speak =
+            name == "TERM" || name == "TZ" || name == "LANG" || name.starts_with("LC_");
+        if (says_how_to_speak &&
+            names_no_file(std::string_view(variable).substr(std::min(equals + 1, variable.size()))))
+            variables.push_back(std::move(variable));
+    }
+    return variables;
 }
 
 SignalsPassedOn::SignalsPassedOn(int stream) {

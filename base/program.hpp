@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Starting a program with chosen descriptors and waiting for it.
+// Starting a program with chosen descriptors, environment and directory, and waiting for it; its words are given as
+// they are, no shell reads them.
 #pragma once
 
+#include <cerrno>
 #include <csignal>
 #include <cstddef>
 #include <optional>
@@ -22,7 +24,14 @@ struct Program {
     std::string path_prefix = {}; // put in front of PATH if not empty
     int time_limit = 0;           // seconds, then its process group, one of its own, is killed; 0: none
     std::size_t size_limit = 0;   // bytes of any file that it writes; 0: none
+    std::optional<std::string> input = {};                    // what it reads from its standard input
+    std::string directory = {};                               // where it is started; empty: here
+    std::optional<std::vector<std::string>> environment = {}; // NAME=VALUE; nothing: as this process has it
 };
+
+// The system's own path, and those variables of this process that only say how to speak: TERM, TZ, LANG, LC_*, each
+// only with a value that names no file.
+std::vector<std::string> clean_environment();
 
 // How a child ended.
 struct Ending {
@@ -32,9 +41,24 @@ struct Ending {
     bool timed_out = false;
 
     bool well() const { return start_error == 0 && exit_status == 0 && signal == 0; }
+    // There is no such program, or no such directory to start it in.
+    bool not_found() const { return start_error == ENOENT; }
 };
 
 Ending run(const Program &program);
+
+// How a program ended and what it said until then.
+struct Answer {
+    Ending ending;
+    std::string output;
+    std::string errors; // of standard error; empty when both were asked for together
+};
+
+enum class Errors { apart, with_output };
+
+// Runs a program and keeps what it says, of each stream at most `limit` bytes; more is read and forgotten. What a
+// daemon that it leaves behind says later is not waited for.
+Answer run_and_listen(Program program, Errors errors = Errors::apart, std::size_t limit = 64 << 20);
 
 // While it lives, TERM and HUP that come to this process go on to the program that
 // run() waits for, whose answer to them counts; one that comes before the program is

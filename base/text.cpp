@@ -29,6 +29,21 @@ std::vector<std::string_view> words_of(std::string_view text) {
     return words;
 }
 
+std::vector<std::string_view> split(std::string_view text, char separator) {
+    std::vector<std::string_view> parts;
+    for (;;) {
+        const std::size_t end = text.find(separator);
+        parts.push_back(text.substr(0, end));
+        if (end == text.npos)
+            return parts;
+        text.remove_prefix(end + 1);
+    }
+}
+
+std::string_view last_component(std::string_view path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
 std::string lower_case(std::string_view text) {
     std::string lower(text);
     std::transform(lower.begin(), lower.end(), lower.begin(),

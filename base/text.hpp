@@ -18,6 +18,11 @@ std::string_view trimmed(std::string_view text);
 std::string_view first_word(std::string_view text);
 std::vector<std::string_view> words_of(std::string_view text);
 
+// The parts between separators, empty ones too; of an empty text one empty part.
+std::vector<std::string_view> split(std::string_view text, char separator);
+// What stands behind the last slash of a path.
+std::string_view last_component(std::string_view path);
+
 std::string lower_case(std::string_view text);
 
 // Calls use(line) for every line of a text, without its newline.
