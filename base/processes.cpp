@@ -1,54 +1,74 @@
 // SPDX-License-Identifier: MIT
 #include "base/processes.hpp"
 
-#include <algorithm>
 #include <charconv>
-#include <filesystem>
+#include <sys/stat.h>
 #include <system_error>
 
 #include "base/files.hpp"
+#include "base/owners.hpp"
+#include "base/text.hpp"
 
 namespace hostadm::base {
 
-namespace fs = std::filesystem;
-
 namespace {
 
-bool is_number(const std::string &text, int &number) {
-    const char *end = text.data() + text.size();
-    return std::from_chars(text.data(), end, number).ptr == end;
+bool is_number(std::string_view text) {
+    return !text.empty() && text.find_first_not_of("0123456789") == text.npos;
 }
 
-std::vector<std::string> zero_separated(const std::string &text) {
+std::vector<std::string> zero_separated(std::string_view text) {
+    if (text.ends_with('\0'))
+        text.remove_suffix(1);
     std::vector<std::string> words;
-    for (std::size_t begin = 0; begin < text.size();) {
-        const std::size_t end = std::min(text.find('\0', begin), text.size());
-        words.push_back(text.substr(begin, end - begin));
-        begin = end + 1;
-    }
+    if (!text.empty())
+        for (const std::string_view word : split(text, '\0'))
+            words.emplace_back(word);
     return words;
 }
 
 } // namespace
 
+std::optional<ProcessStat> parse_process_stat(std::string_view text) {
+    const std::size_t open = text.find(" (");
+    const std::size_t close = text.rfind(") ");
+    if (open == text.npos || close == text.npos || close < open + 2 || close + 2 >= text.size())
+        return std::nullopt;
+    ProcessStat stat;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + open, stat.pid);
+    if (error != std::errc() || end != text.data() + open || stat.pid <= 0)
+        return std::nullopt;
+    stat.name = text.substr(open + 2, close - open - 2);
+    stat.state = text[close + 2];
+    return stat;
+}
+
 std::vector<Process> live_processes(const std::string &proc) {
     std::vector<Process> processes;
-    std::error_code error;
-    for (fs::directory_iterator entry(proc, error), end; !error && entry != end; entry.increment(error)) {
-        Process process;
-        if (!is_number(entry->path().filename(), process.pid))
+    const Directory table(opendir(proc.c_str()));
+    while (const dirent *entry = table == nullptr ? nullptr : readdir(table.get())) {
+        if (!is_number(entry->d_name))
             continue;
-        // "PID (SHORT NAME) STATE ...", where the name may hold anything; empty when the process has ended.
-        const std::string stat = file_contents(entry->path() / "stat");
-        const std::size_t open = stat.find('('), close = stat.rfind(')');
-        if (close == stat.npos || close + 2 >= stat.size() || stat[close + 2] == 'Z' ||
-            stat[close + 2] == 'X')
+        const std::string place = proc + "/" + entry->d_name;
+        const std::string line = file_contents(place + "/stat"); // empty when the process has ended
+        struct stat owner {};
+        const auto known = parse_process_stat(line);
+        if (!known || known->is_defunct() || stat(place.c_str(), &owner) != 0)
             continue;
-        process.short_name = stat.substr(open + 1, close - open - 1);
-        process.arguments = zero_separated(file_contents(entry->path() / "cmdline"));
-        processes.push_back(std::move(process));
+        processes.push_back({.pid = known->pid,
+                             .short_name = std::string(known->name),
+                             .arguments = zero_separated(file_contents(place + "/cmdline")),
+                             .owner = owner.st_uid});
     }
     return processes;
+}
+
+bool shares_root(int pid) {
+    struct stat ours {
+    }, theirs{};
+    return stat("/proc/self/root", &ours) == 0 &&
+           stat(("/proc/" + std::to_string(pid) + "/root").c_str(), &theirs) == 0 &&
+           ours.st_dev == theirs.st_dev && ours.st_ino == theirs.st_ino;
 }
 
 } // namespace hostadm::base

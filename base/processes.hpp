@@ -2,7 +2,10 @@
 // The processes of this host.
 #pragma once
 
+#include <optional>
 #include <string>
+#include <string_view>
+#include <sys/types.h>
 #include <vector>
 
 namespace hostadm::base {
@@ -11,9 +14,23 @@ struct Process {
     int pid = 0;
     std::string short_name;             // as the kernel knows it
     std::vector<std::string> arguments; // none: a thread of the kernel
+    uid_t owner = 0;                    // anybody can call a process what he likes
 };
 
 // Those that are neither defunct nor end while this looks. proc is where the process table is.
 std::vector<Process> live_processes(const std::string &proc = "/proc");
+
+// Whether a process sees the same root directory as this one, and so is no other container's.
+bool shares_root(int pid);
+
+// What the line of /proc/ID/stat tells first: "ID (NAME) STATE ...". A name may hold blanks, brackets and newlines.
+struct ProcessStat {
+    int pid = 0;
+    std::string_view name; // of the text given
+    char state = '\0';
+
+    bool is_defunct() const { return state == 'Z' || state == 'X'; }
+};
+std::optional<ProcessStat> parse_process_stat(std::string_view text);
 
 } // namespace hostadm::base
