@@ -258,7 +258,7 @@ Outcome perform(std::string_view method_class, std::string_view name, Request re
         return {Status::invalid,
                 {},
                 "the host cannot be \"" + host + "\"; it must be " + accepted(host_argument)};
-    if (!base::is_this_host(host))
+    if (!base::is_this_host(host, base::Lookup::name_services, base::EmptyName::is_this_host))
         return perform_there(request, host);
     auto found = find_method(method_class, name);
     if (const auto *unknown = std::get_if<Unknown>(&found))
