@@ -3,6 +3,8 @@
 
 #include <unistd.h>
 
+#include "server/failure.hpp"
+
 namespace hostadm::server {
 
 std::string missing_command(const std::string &path, const std::string &purpose) {
@@ -11,6 +13,11 @@ std::string missing_command(const std::string &path, const std::string &purpose)
     return path + ", which " + purpose +
            ", is missing; the adapters that come with hostadm bring it (cmake --install BUILD --component "
            "compat)";
+}
+
+void require_command(const std::string &path, const std::string &purpose) {
+    if (const std::string missing = missing_command(path, purpose); !missing.empty())
+        fail(Code::missing_program, missing);
 }
 
 } // namespace hostadm::server

@@ -8,5 +8,7 @@ namespace hostadm::server {
 
 // What to tell the user when the command is not there; empty when it is. `purpose` completes "which ...".
 std::string missing_command(const std::string &path, const std::string &purpose);
+// Throws Failure when it is not there.
+void require_command(const std::string &path, const std::string &purpose);
 
 } // namespace hostadm::server

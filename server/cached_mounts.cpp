@@ -14,8 +14,9 @@
 
 #include "hostadm.h"
 #include "hostadm/table_edit.hpp"
-#include "server/client_lock.hpp"
+#include "server/failure.hpp"
 #include "server/roots.hpp"
+#include "server/silenced_errors.hpp"
 
 namespace hostadm::server {
 
@@ -85,8 +86,8 @@ void check_lines(const std::string &root, bool (*is_good)(const std::string &)) 
     std::istringstream lines{read_client_table(root)};
     for (std::string line; std::getline(lines, line);)
         if (!line.starts_with('#') && !is_good(line))
-            throw Failed{"nothing was changed: " + table_of(root) + " has the line \"" + line +
-                         "\", whose seventh and last column is not its mount options; mend it first"};
+            throw Failure("nothing was changed: " + table_of(root) + " has the line \"" + line +
+                          "\", whose seventh and last column is not its mount options; mend it first");
 }
 
 // The new table is there as a whole: it was not moved into place.
@@ -103,8 +104,9 @@ struct NewTableRemoved {
 // The library trusts the last step of its edit, moving the new table into place; this looks.
 [[noreturn]] void fail_unchanged(const std::string &root) {
     if (std::error_code ignored; fs::exists(new_table(), ignored))
-        throw Failed{"the new table could not be moved over " + table_of(root)};
-    throw Failed{table_of(root) + " is not as it should be after the edit; somebody else may be changing it"};
+        throw Failure("the new table could not be moved over " + table_of(root));
+    throw Failure(table_of(root) +
+                  " is not as it should be after the edit; somebody else may be changing it");
 }
 
 // What is in a directory, for an error that says what there would have been.
@@ -121,12 +123,6 @@ std::string names_in(const fs::path &directory) {
 }
 
 } // namespace
-
-int status_of(const method::Call &call, const Failed &failure) {
-    if (failure.text.empty())
-        return 1;
-    return failure.refused ? call.refuse(failure.text) : call.fail(failure.text);
-}
 
 std::vector<CachedMount> cached_mounts(std::string_view table) {
     std::vector<CachedMount> mounts;
@@ -145,22 +141,22 @@ std::vector<CachedMount> cached_mounts(std::string_view table) {
 
 void check_client_root(const std::string &root) {
     if (std::string defect = defect_of_root(root); !defect.empty())
-        throw Failed{std::move(defect)};
+        throw Failure(std::move(defect));
     std::error_code error;
     if (const fs::file_status table = fs::status(table_of(root), error); !fs::status_known(table))
-        throw Failed{"cannot look at " + table_of(root) + ": " + error.message()};
+        throw Failure("cannot look at " + table_of(root) + ": " + error.message());
     else if (!fs::is_regular_file(table))
-        throw Failed{table_of(root) + (fs::exists(table) ? " is no file" : " does not exist") + ", so " +
-                     root + " is no client's root yet"};
+        throw Failure(table_of(root) + (fs::exists(table) ? " is no file" : " does not exist") + ", so " +
+                      root + " is no client's root yet");
     for (const char *below : {"/etc/vfstab", "/etc/fs/cachefs", "/.autoinstall"})
         if (std::string way_out = way_out_of_root(root, below); !way_out.empty())
-            throw Failed{std::move(way_out)};
+            throw Failure(std::move(way_out));
 }
 
 std::string read_client_table(const std::string &root) {
     std::string text;
     if (const int status = tables::read_file(table_of(root), text); status != 0)
-        throw Failed{"cannot read " + table_of(root) + ": " + std::strerror(-status)};
+        throw Failure("cannot read " + table_of(root) + ": " + std::strerror(-status));
     return text;
 }
 
@@ -176,7 +172,7 @@ bool has_cache_directory(const std::string &root) {
 bool enable_cached_mounts(const std::string &root) {
     const std::vector<CachedMount> mounts = cached_mounts(read_client_table(root));
     if (mounts.empty())
-        throw Failed{table_of(root) + " has no line for /, /usr or /usr/openwin: there is nothing to cache"};
+        throw Failure(table_of(root) + " has no line for /, /usr or /usr/openwin: there is nothing to cache");
     if (is_switched_on(mounts) && has_cache_directory(root))
         return false;
     check_lines(root, may_be_extended);
@@ -185,11 +181,11 @@ bool enable_cached_mounts(const std::string &root) {
     const NewTableRemoved removed;
     if (enable_chart(root.c_str()) != 0) {
         if (is_switched_on(cached_mounts(read_client_table(root))))
-            throw Failed{"cannot make the directory " + cache_directory_of(root) +
-                         "; the table itself is switched to cached mounts"};
+            throw Failure("cannot make the directory " + cache_directory_of(root) +
+                          "; the table itself is switched to cached mounts");
         if (is_made(mounts.size())) // what failed are the last two steps, and the library tells of neither
             fail_unchanged(root);
-        throw Failed{};
+        throw Recorded();
     }
     if (!is_switched_on(cached_mounts(read_client_table(root))))
         fail_unchanged(root);
@@ -204,7 +200,7 @@ bool disable_cached_mounts(const std::string &root) {
     const std::string before = read_client_table(root);
     const NewTableRemoved removed;
     if (disable_chart(root.c_str()) != 0)
-        throw Failed{};
+        throw Recorded();
     const std::string after = read_client_table(root);
     for (const CachedMount &mount : cached_mounts(after))
         if (mount.options.find(further_option) != std::string::npos)
@@ -215,17 +211,16 @@ bool disable_cached_mounts(const std::string &root) {
 void check_install_profile(const std::string &set, const std::string &profile) {
     std::error_code error;
     if (set == "." || set == "..")
-        throw Failed{"profile_set: " + set + " is no name of a set of profiles", true};
+        throw Refusal("profile_set: " + set + " is no name of a set of profiles");
     if (profile == "." || profile == ".." || profile == "profile")
-        throw Failed{"profile: " + profile + " is no name of a profile" +
-                         (profile == "profile" ? "; the link to it is called so" : ""),
-                     true};
+        throw Refusal("profile: " + profile + " is no name of a profile" +
+                      (profile == "profile" ? "; the link to it is called so" : ""));
     if (!fs::is_directory(profiles + "/" + set, error))
-        throw Failed{"there is no set of profiles " + profiles + "/" + set +
-                     "; there are: " + names_in(profiles)};
+        throw Failure("there is no set of profiles " + profiles + "/" + set +
+                      "; there are: " + names_in(profiles));
     if (!fs::is_regular_file(profiles + "/" + set + "/" + profile, error))
-        throw Failed{"there is no profile " + profile + " in " + profiles + "/" + set +
-                     "; there are: " + names_in(profiles + "/" + set)};
+        throw Failure("there is no profile " + profile + " in " + profiles + "/" + set +
+                      "; there are: " + names_in(profiles + "/" + set));
 }
 
 bool set_install_profile(const std::string &method, const std::string &root, const std::string &set,
@@ -242,16 +237,16 @@ bool set_install_profile(const std::string &method, const std::string &root, con
     if (is_in_place())
         return false;
     if (fs::is_symlink(fs::symlink_status(copy, error)))
-        throw Failed{copy.string() +
-                     " is a link, and the profile would be written to where it leads; remove it"};
+        throw Failure(copy.string() +
+                      " is a link, and the profile would be written to where it leads; remove it");
     {
         const SilencedErrors silence; // an existing directory is no obstacle
         if (set_cachelet_disk_config(method.c_str(), root.c_str(), set.c_str(), profile.c_str()) != 0)
-            throw Failed{};
+            throw Recorded();
     }
     if (!is_in_place())
-        throw Failed{"the profile was copied, but " + link.string() +
-                     " does not lead to it; remove what is in its way"};
+        throw Failure("the profile was copied, but " + link.string() +
+                      " does not lead to it; remove what is in its way");
     return true;
 }
 

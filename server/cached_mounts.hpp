@@ -20,14 +20,7 @@ struct CachedMount {
 // The lines of a table that matter: those of /, /usr and /usr/openwin, and any other that has the option.
 std::vector<CachedMount> cached_mounts(std::string_view table);
 
-// A client's root as a step sees it. Every function here throws Failed with what is wrong, in words, unless
-// the library has recorded it already.
-struct Failed {
-    std::string text;     // empty: recorded
-    bool refused = false; // an argument was no good
-};
-// Records what has not been recorded yet, and gives the method's status.
-int status_of(const method::Call &call, const Failed &failure);
+// A client's root as a step sees it: every function here throws Failure.
 
 // Throws unless the directory is a client's root with a table
 // of mounts, and no link in it leads the edits below out of it.

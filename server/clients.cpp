@@ -4,16 +4,18 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <stdexcept>
 #include <system_error>
 #include <unistd.h>
+#include <unordered_map>
 
 #include "base/text.hpp"
 #include "hostadm.h"
 #include "hostadm/platform.h"
-#include "hostadm/table_edit.hpp"
-#include "server/client_entry.hpp"
+#include "server/bootparams.hpp"
+#include "server/failure.hpp"
 #include "server/host_tables.hpp"
+#include "server/local_host.hpp"
+#include "server/roots.hpp"
 
 namespace hostadm::server {
 
@@ -24,85 +26,108 @@ namespace {
 void check_sources() {
     const sysv_nsw_config *config = sysv_nsw_getconfig("bootparams");
     if (config == nullptr)
-        throw std::runtime_error(
-            std::string("/etc/nsswitch.conf cannot be read: ") + std::strerror(errno) +
-            "; it names the sources of bootparams, and a line \"bootparams: files\" will do");
+        fail(Code::table,
+             std::string("/etc/nsswitch.conf cannot be read: ") + std::strerror(errno) +
+                 "; it names the sources of bootparams, and a line \"bootparams: files\" will do");
     for (const sysv_nsw_lookup *lookup = config->lookups; lookup != nullptr; lookup = lookup->next) {
         const std::string source = lookup->service;
         if (source != "files" && source != "nis" && source != "nisplus")
-            throw std::runtime_error("/etc/nsswitch.conf names the source \"" + source +
-                                     "\" for bootparams; only files, nis and nisplus can be listed");
+            fail(Code::table, "/etc/nsswitch.conf names the source \"" + source +
+                                  "\" for bootparams; only files, nis and nisplus can be listed");
         if (source == "files" && access(bootparams_path, R_OK) != 0 && errno != ENOENT)
-            throw std::runtime_error(std::string(bootparams_path) +
-                                     " cannot be read: " + std::strerror(errno));
+            fail_reading(bootparams_path, -errno);
         if (std::error_code error; source == "files" && std::filesystem::is_directory(bootparams_path, error))
-            throw std::runtime_error(std::string(bootparams_path) +
-                                     " cannot be read: " + std::strerror(EISDIR));
+            fail_reading(bootparams_path, -EISDIR);
     }
+}
+
+std::string value_of(const std::unordered_map<std::string, std::string> &table, const std::string &key) {
+    const auto found = table.find(key);
+    return found == table.end() ? "" : found->second;
+}
+
+// The items of a client that the library found: in the file, or of a map, which tells it no more.
+std::string items_of(const client_node &node,
+                     const std::unordered_multimap<std::string, std::string> &entries) {
+    const auto [first, last] = entries.equal_range(node.name);
+    for (auto entry = first; entry != last; ++entry)
+        if (path_of_item(entry->second, "root") == node.root_path)
+            return entry->second;
+    return "root=" + local_host_name() + ":" + node.root_path;
 }
 
 } // namespace
 
-std::unordered_map<std::string, std::string> current_shares() {
-    std::unordered_map<std::string, std::string> shares;
-    if (access("/usr/sbin/share", X_OK) != 0)
-        return shares;
-    free_sharefs_ents();
-    get_sharefs_ents();
-    for (const sharefs_entry *entry = sfs_top; entry != nullptr; entry = entry->next)
-        shares.try_emplace(entry->path, entry->options);
-    free_sharefs_ents();
-    return shares;
+std::string Client::item(std::string_view key) const {
+    return item_of(items, key);
 }
 
-std::vector<TableShare> table_shares(const std::string &table) {
-    std::vector<TableShare> shares;
-    std::string text;
-    tables::read_file(table, text);
-    base::for_each_line(text, [&](std::string_view line) {
-        const auto words = base::words_of(line);
-        if (words.size() < 2 || (words.front() != "share" && words.front() != "#share"))
-            return;
-        TableShare share{std::string(words.back()), "", words.front() == "#share"};
-        for (std::size_t i = 1; i + 2 < words.size(); ++i)
-            if (words[i] == "-o")
-                share.options = words[i + 1];
-        shares.push_back(share);
-    });
-    return shares;
+std::string Client::path(std::string_view key) const {
+    return path_of_item(items, key);
 }
 
-std::vector<ClientSummary> all_clients() {
+std::string Client::own_path(std::string_view key) const {
+    const std::string whole = item(key), place = path(key);
+    const bool own = !place.empty() && place.front() == '/' && is_this_host(whole.substr(0, whole.find(':')));
+    return own ? real_path_of(place) : "";
+}
+
+std::string Client::boot_links() const {
+    const std::string digits = address_digits(address);
+    return digits.empty() ? "no address" : boot_links_state(digits, links);
+}
+
+std::string share_options_of(const std::string &client) {
+    return "rw=" + client + ",root=" + client;
+}
+
+Client find_client(const std::string &name) {
+    Client client;
+    client.name = client_name_as_written(name);
+    client.items = client_items(client.name);
+    client.address = hosts_table().key_of(name);
+    client.ethernet = ethers_table().key_of(name);
+    if (!client.address.empty())
+        client.links = boot_links_of(client.address);
+    return client;
+}
+
+std::vector<Client> all_clients() {
     const auto addresses = hosts_table().keys_by_name();
     const auto ethernets = ethers_table().keys_by_name();
-    const auto links = all_boot_links();
-    const auto shares = current_shares();
-    const auto value = [](const auto &table, const std::string &key) {
-        const auto found = table.find(key);
-        return found == table.end() ? std::string() : found->second;
-    };
+    auto links = all_boot_links();
+    std::unordered_multimap<std::string, std::string> entries;
+    for (BootparamsClient &entry : client_entries())
+        entries.emplace(std::move(entry.name), std::move(entry.items));
 
     check_sources();
-    std::vector<ClientSummary> clients;
+    std::vector<Client> clients;
     for (const client_node *node = do_bootparams(); node != nullptr; node = node->next) {
-        ClientSummary client;
-        client.name = node->name;
-        client.root = node->root_path;
-        client.address = value(addresses, base::lower_case(client.name));
-        client.ethernet = value(ethernets, base::lower_case(client.name));
-        client.shared = shares.count(client.root) != 0;
-
-        const std::string digits = address_digits(client.address);
-        const auto found = links.find(digits);
-        const BootLinks &own = found == links.end() ? BootLinks() : found->second;
-        client.boot_links = digits.empty() ? "no address" : boot_links_state(digits, own);
-        if (!own.empty()) {
-            client.boot_program = own.front().target;
-            client.architecture = architecture_of(client.boot_program);
-        }
+        const std::string name = base::lower_case(node->name);
+        Client client{
+            node->name, value_of(addresses, name), value_of(ethernets, name), items_of(*node, entries), {}};
+        if (const auto own = links.find(address_digits(client.address)); own != links.end())
+            client.links = own->second;
         clients.push_back(std::move(client));
     }
     return clients;
+}
+
+bool is_server_itself(const std::string &name) {
+    return base::lower_case(name) == base::lower_case(local_host_name()) ||
+           base::lower_case(name) == "localhost";
+}
+
+void check_root_is_its_own(const Client &client, const std::string &root) {
+    RealPaths real_paths;
+    for (const BootparamsClient &other : client_entries()) {
+        const std::string theirs = real_paths.of(path_of_item(other.items, "root"));
+        if (other.name == client.name || theirs.empty())
+            continue;
+        if (is_at_or_below(theirs, root) || is_at_or_below(root, theirs))
+            fail(Code::taken, "the root " + root + " and that of " + other.name + ", " + theirs +
+                                  ", lie in one another; neither is removed");
+    }
 }
 
 } // namespace hostadm::server

@@ -1,34 +1,54 @@
 // SPDX-License-Identifier: MIT
-// The clients that boot from this server, put together from bootparams, hosts, ethers, /tftpboot and the
-// shares.
+// The clients that boot from this server, put together from bootparams, hosts, ethers and /tftpboot.
 #pragma once
 
 #include <string>
-#include <unordered_map>
+#include <string_view>
 #include <vector>
 
-#include "server/boot_links.hpp"
+#include "server/boot_area.hpp"
 
 namespace hostadm::server {
 
-// What the server shares now: options by path. Nothing when there is no share command here.
-std::unordered_map<std::string, std::string> current_shares();
+struct Client {
+    std::string name = {};                   // as bootparams writes it
+    std::string address = {}, ethernet = {}; // of the hosts and the Ethernet table; empty: none
+    std::string items = {};                  // its entry in bootparams, "KEY=SERVER:PATH KEY=VALUE ..."
+    BootLinks links = {};                    // in /tftpboot
 
-// A line of the table of shares that are made at boot.
-struct TableShare {
-    std::string path, options;
-    bool failed = false; // a "#share" line
+    // SERVER:PATH, or the value, of an item, and its path; empty: none.
+    std::string item(std::string_view key) const;
+    std::string path(std::string_view key) const;
+    std::string root() const { return path("root"); }
+    std::string swap() const { return path("swap"); }
+    std::string dump() const { return path("dump"); }
+    // The path of an item in its one spelling, if it is on this server.
+    std::string own_path(std::string_view key) const;
+
+    // The name under which it asks for its boot program; empty: it has no address.
+    std::string digits() const { return address_digits(address); }
+    // What the links lead to, and the implementation architecture in its name.
+    std::string boot_program() const { return links.empty() ? "" : links.front().target; }
+    std::string architecture() const { return architecture_of(boot_program()); }
+    // "yes", "no", "no address", or what is wrong with them.
+    std::string boot_links() const;
 };
-std::vector<TableShare> table_shares(const std::string &table = "/etc/dfs/dfstab");
 
-struct ClientSummary {
-    std::string name, address, ethernet, architecture, boot_program, root;
-    std::string boot_links; // "yes", "no" or what is wrong
-    bool shared = false;
-};
+// The options with which a client's directories are shared.
+std::string share_options_of(const std::string &client);
 
-// All clients whose root is on this server, in the order of bootparams. Throws std::runtime_error where the
-// name-service switch names a source that nobody can read, or a table cannot be read.
-std::vector<ClientSummary> all_clients();
+// A client by its name, whose case does not count; one that bootparams does not have has no items. Throws Failure
+// when a table cannot be read.
+Client find_client(const std::string &name);
+
+// All clients whose root is on this server, in the order of bootparams. Throws Failure where the name-service
+// switch names a source that nobody can read, or a table cannot be read.
+std::vector<Client> all_clients();
+
+// Whether the name is this server's own, by which no client is called.
+bool is_server_itself(const std::string &name);
+
+// Throws Failure when the path, which belongs to the client, lies in the root of another, or that in it.
+void check_root_is_its_own(const Client &client, const std::string &root);
 
 } // namespace hostadm::server

@@ -4,13 +4,12 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cctype>
-#include <cstring>
 #include <netinet/ether.h>
-#include <stdexcept>
 
 #include "base/text.hpp"
 #include "hostadm/table_edit.hpp"
-#include "server/edit_failure.hpp"
+#include "server/failure.hpp"
+#include "server/files.hpp"
 
 namespace hostadm::server {
 
@@ -37,6 +36,19 @@ bool same_name(std::string_view one, std::string_view other) {
 bool has_name(const Line &line, std::string_view name) {
     return std::any_of(line.names.begin(), line.names.end(),
                        [&](std::string_view other) { return same_name(other, name); });
+}
+
+std::string line_of(const std::string &key, const std::string &name) {
+    return key + "\t" + name + "\n";
+}
+
+// The last line that is exactly this one.
+std::size_t find_line(const std::string &text, const std::string &line) {
+    for (std::size_t at = text.rfind(line); at != text.npos;
+         at = at == 0 ? text.npos : text.rfind(line, at - 1))
+        if (at == 0 || text[at - 1] == '\n')
+            return at;
+    return text.npos;
 }
 
 } // namespace
@@ -89,13 +101,13 @@ HostTable::Added HostTable::add(const std::string &key, const std::string &name)
                                              if (found.outcome == Outcome::added) {
                                                  if (!text.empty() && text.back() != '\n')
                                                      text += '\n';
-                                                 text += key + "\t" + name + "\n";
+                                                 text += line_of(key, name);
                                              }
                                              return 0;
                                          },
                                          {.create = true});
     if (status != 0)
-        throw std::runtime_error(server::edit_failure(path_, status));
+        fail_edit(path_, status);
     return found;
 }
 
@@ -123,7 +135,7 @@ bool HostTable::remove(const std::string &name, const std::string &key) const {
         return 0;
     });
     if (status != 0 && status != tables::no_such_line)
-        throw std::runtime_error(server::edit_failure(path_, status));
+        fail_edit(path_, status);
     return removed;
 }
 
@@ -153,8 +165,27 @@ std::string HostTable::read() const {
     std::string text;
     const int status = tables::read_file(path_, text);
     if (status != 0 && status != tables::no_such_line)
-        throw std::runtime_error(path_ + " cannot be read: " + std::strerror(-status));
+        fail_reading(path_, status);
     return text;
+}
+
+bool HostTable::ensure(const std::string &key, const std::string &name, Journal &journal) const {
+    note_new_table(path_, journal);
+    if (examine(key, name).outcome == Outcome::added)
+        journal.note(AddedLine{path_, line_of(key, name)});
+    const Added found = add(key, name);
+    if (found.outcome == Outcome::conflict)
+        fail(Code::taken, found.conflict);
+    return found.outcome == Outcome::added;
+}
+
+std::string take_back(const AddedLine &added, const UndoContext &) {
+    const int status = tables::edit_file(added.table, [&](std::string &text) {
+        if (const std::size_t at = find_line(text, added.line); at != text.npos)
+            text.erase(at, added.line.size());
+        return 0;
+    });
+    return status == 0 || status == tables::no_such_line ? "" : edit_failure(added.table, status);
 }
 
 HostTable hosts_table() {

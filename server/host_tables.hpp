@@ -1,12 +1,17 @@
 // SPDX-License-Identifier: MIT
-// The two tables that tell who a client is: /etc/hosts (ADDRESS NAME...) and /etc/ethers (ETHERNET NAME).
+// The tables that tell who a client is, of lines KEY NAME...: /etc/hosts (ADDRESS NAME...) and /etc/ethers
+// (ETHERNET NAME). A further one is a further HostTable.
 #pragma once
 
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <unordered_map>
 #include <vector>
+
+#include "server/journal.hpp"
+#include "server/undo_context.hpp"
 
 namespace hostadm::server {
 
@@ -27,8 +32,10 @@ public:
     };
     // Adds the line "KEY<tab>NAME" unless a line has both; key and name may stand in no other lines. The look
     // and the change are one edit under the table's lock, so that two who add at once cannot both win. Throws
-    // std::runtime_error when the table cannot be edited.
+    // Failure when the table cannot be edited.
     Added add(const std::string &key, const std::string &name) const;
+    // The same as a step of a run: noted in the journal, and a conflict is a failure. False: it was there.
+    bool ensure(const std::string &key, const std::string &name, Journal &journal) const;
     // What add would find, without a change.
     Added examine(const std::string &key, const std::string &name) const;
 
@@ -49,6 +56,15 @@ private:
     Kind kind_;
     std::string path_;
 };
+
+// A line as it was added, to whichever table.
+struct AddedLine {
+    static constexpr std::string_view kind = "added line";
+    std::string table, line;
+    static auto fields(auto &self) { return std::tie(self.table, self.line); }
+};
+// A line that has been changed since stays.
+std::string take_back(const AddedLine &added, const UndoContext &context);
 
 HostTable hosts_table();
 HostTable ethers_table();

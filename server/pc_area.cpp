@@ -12,7 +12,7 @@
 #include <system_error>
 
 #include "base/text.hpp"
-#include "server/boot_links.hpp"
+#include "server/boot_area.hpp"
 
 namespace hostadm::server {
 

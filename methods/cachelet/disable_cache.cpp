@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "hostadm/method.hpp"
 #include "server/cached_mounts.hpp"
+#include "server/page.hpp"
 
 namespace {
 
@@ -27,7 +28,7 @@ std::string without_option(const std::string &options) {
     return options.substr(0, options.find(",disconnectable"));
 }
 
-int work(Call &call) try {
+int work(Call &call) {
     const std::string root = call.get("root");
     check_client_root(root);
     const std::vector<CachedMount> before = cached_mounts(read_client_table(root));
@@ -38,12 +39,10 @@ int work(Call &call) try {
         if (const std::string now = without_option(mount.options); now != mount.options)
             call.row({{"mountpt", mount.mountpt}, {"options_before", mount.options}, {"options", now}});
     return 0;
-} catch (const Failed &failure) {
-    return status_of(call, failure);
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

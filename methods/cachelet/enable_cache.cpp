@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "hostadm/method.hpp"
 #include "server/cached_mounts.hpp"
+#include "server/page.hpp"
 
 namespace {
 
@@ -18,7 +19,7 @@ const Description description{
     .columns = {{"mountpt", "file system"}, {"options", "its mount options now"}, {"cached", "yes or no"}},
 };
 
-int work(Call &call) try {
+int work(Call &call) {
     const std::string root = call.get("root");
     check_client_root(root);
     call.progress("switching the mounts of " + root + " to its cache");
@@ -28,12 +29,10 @@ int work(Call &call) try {
                   {"options", mount.options},
                   {"cached", mount.cached ? "yes" : "no"}});
     return 0;
-} catch (const Failed &failure) {
-    return status_of(call, failure);
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

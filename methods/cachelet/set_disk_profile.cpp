@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "hostadm/method.hpp"
 #include "server/cached_mounts.hpp"
+#include "server/page.hpp"
 
 namespace {
 
@@ -23,7 +24,7 @@ const Description description{
     .outputs = {{"result", "done, or unchanged when it was so already"}, {"pathname", "the client's copy"}},
 };
 
-int work(Call &call) try {
+int work(Call &call) {
     const std::string root = call.get("root");
     check_client_root(root);
     const bool changed =
@@ -31,12 +32,10 @@ int work(Call &call) try {
     call.set("result", changed ? "done" : "unchanged");
     call.set("pathname", root + "/.autoinstall/" + call.get("profile"));
     return 0;
-} catch (const Failed &failure) {
-    return status_of(call, failure);
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

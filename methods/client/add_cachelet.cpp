@@ -1,24 +1,21 @@
 // SPDX-License-Identifier: MIT
 // Switches a client with a root of its own to its cache; what a failure leaves half done is taken back.
-#include <algorithm>
-#include <exception>
-#include <filesystem>
-#include <functional>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include "hostadm/method.hpp"
 #include "server/cached_mounts.hpp"
-#include "server/client_lock.hpp"
+#include "server/claims.hpp"
+#include "server/page.hpp"
 #include "server/remembered.hpp"
-#include "server/undo.hpp"
+#include "server/report.hpp"
+#include "server/roots.hpp"
+#include "server/transaction.hpp"
 
 namespace {
 
 using namespace hostadm::method;
 using namespace hostadm::server;
-namespace fs = std::filesystem;
 
 const Description description{
     .name = "client/add_cachelet",
@@ -35,26 +32,26 @@ const Description description{
           .purpose = "directory in " HOSTADM_DATAADMIN "/etc/autoinstall",
           .required = true},
          {.name = "profile", .kind = Kind::word, .purpose = "file in that directory", .required = true}},
-    .outputs = {{"root", "the client's root directory"}},
+    .outputs = {{"root", "the client's root directory"}, changed_output},
     .columns = {{"step", "what was looked after"},
                 {"result", "done or unchanged"},
                 {"detail", "what stands there now"}},
 };
 
-struct Client {
+struct CacheClient {
     std::string root, profile_set, profile;
 };
 
 // What the two steps change in the client's root, each folder before what is made in it.
-std::vector<std::string> paths_of_mounts(const Client &client) {
+std::vector<std::string> paths_of_mounts(const CacheClient &client) {
     return {client.root + "/etc/vfstab", client.root + "/etc/fs", client.root + "/etc/fs/cachefs"};
 }
-std::vector<std::string> paths_of_profile(const Client &client) {
+std::vector<std::string> paths_of_profile(const CacheClient &client) {
     const std::string folder = client.root + "/.autoinstall";
     return {folder, folder + "/" + client.profile, folder + "/profile"};
 }
 
-std::vector<Remembered> remember(const Client &client) {
+std::vector<Remembered> remember(const CacheClient &client) {
     std::vector<Remembered> state;
     for (const auto &paths : {paths_of_mounts(client), paths_of_profile(client)})
         for (const std::string &path : paths)
@@ -72,10 +69,10 @@ std::string told(const std::vector<CachedMount> &mounts) {
 
 void announce(Journal &journal, const std::vector<std::string> &paths) {
     for (const std::string &path : paths)
-        journal.note({"path", path});
+        journal.note(Touched{path});
 }
 
-int switch_over(Call &call, const Client &client, Journal &journal) {
+int switch_over(Call &call, const CacheClient &client, Journal &journal) {
     call.progress("switching the mounts of " + client.root + " to its cache");
     announce(journal, temporary_files_of_edit());
     announce(journal, paths_of_mounts(client));
@@ -86,58 +83,32 @@ int switch_over(Call &call, const Client &client, Journal &journal) {
     const bool profile_changed =
         set_install_profile(call.method(), client.root, client.profile_set, client.profile);
 
-    // Only now: of a run that failed nothing stays that could be told.
-    const auto report = [&](const char *step, bool changed, const std::string &detail) {
-        call.row({{"step", step}, {"result", changed ? "done" : "unchanged"}, {"detail", detail}});
-    };
-    report("cached mounts", mounts_changed, told(cached_mounts(read_client_table(client.root))));
-    report("disk profile", profile_changed, client.root + "/.autoinstall/" + client.profile);
+    Report report;
+    report.step("cached mounts", mounts_changed, told(cached_mounts(read_client_table(client.root))));
+    report.step("disk profile", profile_changed, client.root + "/.autoinstall/" + client.profile);
+    report.tell(call);
     return 0;
 }
 
-// Records what has not been recorded yet of a failure of the work.
-int guarded(Call &call, const std::function<int()> &work) try {
-    return work();
-} catch (const Failed &failure) {
-    return status_of(call, failure);
-} catch (const std::exception &failure) {
-    return call.fail(failure.what());
-}
-
-std::string put_back(const std::string &path, const std::vector<Remembered> &state) {
-    const auto known = std::find_if(state.begin(), state.end(),
-                                    [&](const Remembered &remembered) { return remembered.path() == path; });
-    if (known != state.end())
-        return known->put_back();
-    std::error_code error; // a temporary file of the run
-    fs::remove(path, error);
-    return error ? path + " (" + error.message() + ")" : "";
-}
-
 int work(Call &call) {
-    const Client client{call.given("root") ? call.get("root") : "/export/root/" + call.get("hostname"),
-                        call.get("profile_set"), call.get("profile")};
-    return guarded(call, [&] {
-        const ClientLock lock(call.get("hostname"));
-        check_client_root(client.root);
-        check_install_profile(client.profile_set, client.profile);
-        call.set("root", client.root);
+    const CacheClient client{call.given("root") ? call.get("root") : "/export/root/" + call.get("hostname"),
+                             call.get("profile_set"), call.get("profile")};
+    const Claims claims(
+        call.method(), call.get("hostname"),
+        {{Claim::Kind::name, call.get("hostname")}, {Claim::Kind::path, real_path_of(client.root)}});
+    check_client_root(client.root);
+    check_install_profile(client.profile_set, client.profile);
+    call.set("root", client.root);
 
-        const std::vector<Remembered> state = remember(client);
-        Journal journal;
-        const Ending ending =
-            run_apart([&] { return guarded(call, [&] { return switch_over(call, client, journal); }); });
-        if (ending.done)
-            return 0;
-        if (!ending.reason.empty())
-            call.fail(ending.reason);
-        take_back(call, journal, [&](const auto &entry) { return put_back(entry.at(1), state); });
-        return 1;
-    });
+    Transaction transaction(call, call.get("hostname"), remember(client));
+    if (transaction.run([&] { return switch_over(call, client, transaction.journal()); }))
+        return 0;
+    transaction.take_back();
+    return 1;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

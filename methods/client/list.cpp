@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "hostadm/method.hpp"
 #include "server/clients.hpp"
+#include "server/page.hpp"
+#include "server/shares.hpp"
 
 namespace {
 
 using namespace hostadm::method;
+using namespace hostadm::server;
 
 const Description description{
     .name = "client/list",
@@ -20,19 +23,20 @@ const Description description{
 
 int work(Call &) {
     ManyRows rows;
-    for (const hostadm::server::ClientSummary &client : hostadm::server::all_clients())
+    const auto shares = current_shares();
+    for (const Client &client : all_clients())
         rows.add({{"name", client.name},
                   {"address", client.address},
                   {"ethernet", client.ethernet},
-                  {"architecture", client.architecture},
-                  {"root", client.root},
-                  {"boot_links", client.boot_links},
-                  {"shared", client.shared ? "yes" : "no"}});
+                  {"architecture", client.architecture()},
+                  {"root", client.root()},
+                  {"boot_links", client.boot_links()},
+                  {"shared", shares.count(client.root()) != 0 ? "yes" : "no"}});
     return 0;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

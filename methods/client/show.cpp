@@ -2,10 +2,10 @@
 #include <sys/stat.h>
 
 #include "hostadm/method.hpp"
-#include "server/boot_links.hpp"
-#include "server/client_entry.hpp"
+#include "server/bootparams.hpp"
 #include "server/clients.hpp"
-#include "server/host_tables.hpp"
+#include "server/page.hpp"
+#include "server/shares.hpp"
 
 namespace {
 
@@ -34,38 +34,27 @@ const Description description{
 };
 
 int work(Call &call) {
-    const std::string name = client_name_as_written(call.get("hostname"));
-    const std::string items = client_items(name);
-    if (items.empty())
-        return call.fail("no client " + name + " in " + bootparams_path);
-    const std::string address = hosts_table().key_of(name);
-    const BootLinks links = address.empty() ? BootLinks() : boot_links_of(address);
-    const std::string program = links.empty() ? "" : links.front().target;
-    const std::string root = path_of_item(items, "root"), swap = path_of_item(items, "swap");
-
+    const Client client = find_client(call.get("hostname"));
+    if (client.items.empty())
+        fail(Code::not_found, "no client " + client.name + " in " + bootparams_path);
     struct stat file {};
-    std::string share_at_boot;
-    for (const TableShare &share : table_shares())
-        if (share.path == root && !share.failed)
-            share_at_boot = share.options;
-    const auto shares = current_shares();
-    const auto shared = shares.find(root);
+    const ShareState share = share_state(client.root());
 
-    call.set("name", name);
-    call.set("address", address);
-    call.set("ethernet", ethers_table().key_of(name));
-    call.set("architecture", architecture_of(program));
-    call.set("boot_links", address.empty() ? "no address" : boot_links_state(address_digits(address), links));
-    call.set("boot_program", program);
-    call.set("root", item_of(items, "root"));
-    call.set("root_exists", stat(root.c_str(), &file) == 0 && S_ISDIR(file.st_mode) ? "yes" : "no");
-    call.set("share", shared == shares.end() ? "" : shared->second);
-    call.set("share_at_boot", share_at_boot);
-    call.set("swap", item_of(items, "swap"));
-    call.set("swap_size", stat(swap.c_str(), &file) == 0 ? std::to_string(file.st_size) : "");
-    call.set("dump", item_of(items, "dump"));
-    call.set("bootparams", items);
-    for (const BootLink &link : links)
+    call.set("name", client.name);
+    call.set("address", client.address);
+    call.set("ethernet", client.ethernet);
+    call.set("architecture", client.architecture());
+    call.set("boot_links", client.boot_links());
+    call.set("boot_program", client.boot_program());
+    call.set("root", client.item("root"));
+    call.set("root_exists", stat(client.root().c_str(), &file) == 0 && S_ISDIR(file.st_mode) ? "yes" : "no");
+    call.set("share", share.options_now);
+    call.set("share_at_boot", share.options_at_boot);
+    call.set("swap", client.item("swap"));
+    call.set("swap_size", stat(client.swap().c_str(), &file) == 0 ? std::to_string(file.st_size) : "");
+    call.set("dump", client.item("dump"));
+    call.set("bootparams", client.items);
+    for (const BootLink &link : client.links)
         call.row({{"link", link.name}, {"target", link.target}, {"whole", link.whole ? "yes" : "no"}});
     return 0;
 }
@@ -73,5 +62,5 @@ int work(Call &call) {
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

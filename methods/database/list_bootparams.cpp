@@ -9,7 +9,7 @@
 
 #include "hostadm/method.hpp"
 #include "hostadm/table_edit.hpp"
-#include "server/bootparams_entries.hpp"
+#include "server/bootparams.hpp"
 
 using namespace hostadm::method;
 using hostadm::server::bootparams_path;

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "hostadm/method.hpp"
-#include "server/client_entry.hpp"
+#include "server/bootparams.hpp"
 #include "server/nameservice.hpp"
 
 using namespace hostadm::method;

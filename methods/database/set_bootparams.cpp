@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "hostadm/method.hpp"
-#include "server/client_entry.hpp"
+#include "server/bootparams.hpp"
 #include "server/nameservice.hpp"
 
 using namespace hostadm::method;

@@ -6,7 +6,7 @@
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "hostadm/table_edit.hpp"
-#include "server/edit_failure.hpp"
+#include "server/failure.hpp"
 #include "server/host_tables.hpp"
 
 namespace {

@@ -4,7 +4,7 @@
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "server/edit_failure.hpp"
+#include "server/failure.hpp"
 
 using namespace hostadm::method;
 

@@ -8,7 +8,7 @@
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/adapters.hpp"
-#include "server/edit_failure.hpp"
+#include "server/failure.hpp"
 
 namespace {
 

@@ -9,7 +9,7 @@
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "server/running_program.hpp"
+#include "server/daemons.hpp"
 
 namespace {
 

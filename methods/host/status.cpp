@@ -6,9 +6,10 @@
 #include "base/text.hpp"
 #include "hostadm/method.hpp"
 #include "hostadm/table_edit.hpp"
-#include "server/boot_daemons.hpp"
 #include "server/clients.hpp"
-#include "server/host_tables.hpp"
+#include "server/daemons.hpp"
+#include "server/page.hpp"
+#include "server/shares.hpp"
 
 namespace {
 
@@ -44,14 +45,15 @@ constexpr const char *yes_or_no(bool yes) {
 }
 
 void clients(ManyRows &rows) {
-    for (const ClientSummary &client : all_clients())
+    const auto shares = current_shares();
+    for (const Client &client : all_clients())
         rows.add({{"section", "client"},
                   {"name", client.name},
                   {"address", client.address},
-                  {"architecture", client.architecture},
-                  {"root", client.root},
-                  {"boot_links", client.boot_links},
-                  {"shared", yes_or_no(client.shared)}});
+                  {"architecture", client.architecture()},
+                  {"root", client.root()},
+                  {"boot_links", client.boot_links()},
+                  {"shared", yes_or_no(shares.count(client.root()) != 0)}});
 }
 
 void shares(ManyRows &rows) {
@@ -131,5 +133,5 @@ int work(Call &) {
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Finds the root and the boot program of an operating system.
 #include "hostadm/method.hpp"
-#include "server/hierarchy.hpp"
+#include "server/packages.hpp"
 
 namespace {
 

@@ -2,10 +2,9 @@
 #include "base/text.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "server/boot_links.hpp"
-#include "server/client_lock.hpp"
-#include "server/host_tables.hpp"
-#include "server/local_host.hpp"
+#include "server/boot_area.hpp"
+#include "server/claims.hpp"
+#include "server/page.hpp"
 
 namespace {
 
@@ -24,39 +23,43 @@ const Description description{
                   {"install_hierarchy", Kind::path,
                    "where its boot program is found (see install/get_os_pathnames)", true},
                   {"host", Kind::host, "host that holds the install hierarchy (default: this one)"}},
-    .outputs = {{"boot_program", "name of the boot program in /tftpboot"}},
+    .outputs = {{"boot_program", "name of the boot program in /tftpboot"}, changed_output},
 };
 
+// What there is of the client's links when they could not be made.
+void tell_links(Call &call, const std::string &address) {
+    for (const BootLink &link : boot_links_of(address))
+        if (!link.target.empty())
+            call.left_undone("there is " + (tftpboot + ("/" + link.name)) +
+                             "; netboot/cleanup_tftpboot removes it");
+}
+
 int work(Call &call) {
-    std::string architecture = base::lower_case(call.get("implementation_arch")); // becomes upper case
-    const std::string host = call.given("host") ? call.get("host") : local_host_name();
-    const std::string address = call.get("address");
+    const std::string address = call.get("address"), method = call.method();
+    const Identity identity{base::lower_case(call.get("instruction_set")),
+                            base::lower_case(call.get("implementation_arch")), call.get("os_name"),
+                            call.get("os_version")};
+    const Claims claims(method, address, {{Claim::Kind::address, address}});
     call.progress("making the boot program and the links of " + address);
-    const std::string boot_name = init_tftpboot_dir(
-        call.method().c_str(), host.c_str(), address.c_str(), architecture.data(),
-        call.get("install_hierarchy").c_str(), base::lower_case(call.get("instruction_set")).c_str(),
-        call.get("os_name").c_str(), call.get("os_version").c_str());
+    make_tftpboot_dir(method.c_str());
+    const BootAreaLock lock;
+    const auto [boot_name, copied] =
+        initialise_boot_area(lock, method, identity, call.get("host"), call.get("install_hierarchy"));
     call.set("boot_program", boot_name);
-    {
-        const SilencedErrors silence; // "rm" finds nothing to remove; what matters is looked at below
-        add_tftpboot_dir_client(call.method().c_str(), boot_name.c_str(), address.c_str(),
-                                architecture.data());
+    Journal journal; // what is made in part is told, not taken back
+    try {
+        const bool linked =
+            ensure_boot_links(lock, method, address, identity.implementation_arch, boot_name, journal);
+        tell_changed(call, copied || linked);
+    } catch (const Failure &) {
+        tell_links(call, address);
+        throw;
     }
-    const BootLinks links = boot_links_of(address);
-    // An old link that could not be removed stays, and counts as made.
-    const std::string digits = address_digits(address);
-    if (boot_links_state(digits, links) == "yes" && lead_to(links, digits, architecture, boot_name))
-        return 0;
-    call.fail("cannot make the links of " + address + " in " + tftpboot + " to " + boot_name +
-              "; is it read-only or not yours to write, or something else in their place?");
-    for (const BootLink &link : links)
-        call.left_undone("there is " + (tftpboot + ("/" + link.name)) +
-                         "; netboot/cleanup_tftpboot removes it");
-    return 1;
+    return 0;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

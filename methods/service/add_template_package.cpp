@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "server/software_records.hpp"
+#include "server/packages.hpp"
 
 namespace {
 

@@ -3,7 +3,7 @@
 
 #include "hostadm/method.hpp"
 #include "server/roots.hpp"
-#include "server/undo.hpp"
+#include "server/transaction.hpp"
 
 namespace {
 

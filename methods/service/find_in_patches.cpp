@@ -7,7 +7,7 @@
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "server/software_records.hpp"
+#include "server/packages.hpp"
 
 namespace {
 

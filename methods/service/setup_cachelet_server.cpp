@@ -3,7 +3,7 @@
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "server/software_records.hpp"
+#include "server/packages.hpp"
 
 namespace {
 

@@ -2,8 +2,8 @@
 #include "server/checks/snapshot.hpp"
 
 #include "base/text.hpp"
-#include "server/boot_links.hpp"
-#include "server/client_entry.hpp"
+#include "server/boot_area.hpp"
+#include "server/bootparams.hpp"
 #include "server/host_tables.hpp"
 
 namespace hostadm::server {
@@ -17,9 +17,10 @@ Snapshot read_snapshot() {
         return found == table.end() ? std::string() : found->second;
     };
     for (const BootparamsClient &entry : client_entries()) {
-        const std::string address = value(addresses, entry.name);
-        server.clients.push_back({entry.name, address, value(ethernets, entry.name), address_digits(address),
-                                  path_of_item(entry.items, "root")});
+        server.clients.push_back({.name = entry.name,
+                                  .address = value(addresses, entry.name),
+                                  .ethernet = value(ethernets, entry.name),
+                                  .items = entry.items});
     }
     return server;
 }

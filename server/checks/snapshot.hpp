@@ -5,16 +5,9 @@
 #include <string>
 #include <vector>
 
-namespace hostadm::server {
+#include "server/clients.hpp"
 
-// A client by its entry in bootparams, with what the other tables say of it.
-struct Client {
-    std::string name;     // as bootparams writes it
-    std::string address;  // of its first line in the hosts table; empty: none
-    std::string ethernet; // of its first line in the ethers table; empty: none
-    std::string digits;   // of the address, as the client asks TFTP for them
-    std::string root;     // path on this server
-};
+namespace hostadm::server {
 
 struct Snapshot {
     std::vector<Client> clients;

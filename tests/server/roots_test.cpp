@@ -5,8 +5,8 @@
 #include <stdexcept>
 
 #include "../support/scratch.hpp"
-#include "server/boot_links.hpp"
-#include "server/hierarchy.hpp"
+#include "server/boot_area.hpp"
+#include "server/packages.hpp"
 #include "server/roots.hpp"
 
 namespace {

@@ -364,7 +364,12 @@ TEST_F(Client, GoesAgainWhenTheDiskIsFull) {
 TEST_F(Client, LeavesNothingToTakeBackWhereNothingCanBeWritten) {
     const SmallDisk disk("/export", "64k");
     mount(nullptr, "/export", nullptr, MS_REMOUNT | MS_RDONLY, nullptr);
-    expect_undone("cannot make /export/root: Read-only file system");
+    const std::string before = snapshot();
+    const Ran added = method("client/add_diskless " + c1 + tree);
+    EXPECT_EQ(added.status, 1);
+    EXPECT_THAT(added.errors, AllOf(HasSubstr("cannot make /export/root: Read-only file system"),
+                                    Not(HasSubstr("left half done"))));
+    EXPECT_EQ(snapshot(), before);
 }
 
 TEST_F(Client, GoesAgainWhenItsSwapFileCannotBeMade) {
@@ -908,8 +913,9 @@ TEST_F(Client, LinksOfABootAreaThatCannotBeMadeAreTold) {
     fs::create_directories("/tftpboot/0A010203");
     const Ran failed = method("netboot/setup_tftpboot install_hierarchy=/tree address=10.1.2.3" + identity);
     EXPECT_EQ(failed.status, 1);
-    EXPECT_THAT(failed.errors, AllOf(HasSubstr("cannot make the links of 10.1.2.3"),
-                                     HasSubstr("left half done: there is /tftpboot/0A010203.KEL4M;")));
+    EXPECT_THAT(failed.errors, AllOf(HasSubstr("/tftpboot/0A010203 is no link; remove it first"),
+                                     Not(HasSubstr("left half done"))));
+    EXPECT_FALSE(fs::exists(fs::symlink_status("/tftpboot/0A010203.KEL4M")));
 }
 
 TEST_F(Client, ArgumentsOfNoUseOnAnyServerAreInvalidOnes) {

@@ -1,0 +1,309 @@
+// SPDX-License-Identifier: MIT
+#include "server/boot_area.hpp"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "base/descriptor.hpp"
+#include "hostadm.h"
+#include "server/failure.hpp"
+#include "server/local_host.hpp"
+#include "server/silenced_errors.hpp"
+
+namespace hostadm::server {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t digits_length = 8;
+
+bool is_digits(std::string_view text) {
+    return text.size() == digits_length && text.find_first_not_of("0123456789ABCDEF") == text.npos;
+}
+
+bool begins_with_digits(std::string_view name) {
+    return name.size() >= digits_length && is_digits(name.substr(0, digits_length)) &&
+           (name.size() == digits_length || name[digits_length] == '.');
+}
+
+BootLink read_link(const std::string &name) {
+    const fs::path path = fs::path(tftpboot) / name;
+    std::error_code error;
+    BootLink link{name, fs::read_symlink(path, error).string()};
+    struct stat file {};
+    link.whole = stat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode);
+    return link;
+}
+
+// Every name in the boot directory that begins with some client's digits.
+template <typename Use> void for_each_link(Use use) {
+    std::error_code error;
+    for (fs::directory_iterator entry(tftpboot, error), end; !error && entry != end; entry.increment(error)) {
+        const std::string name = entry->path().filename();
+        if (begins_with_digits(name))
+            use(name);
+    }
+}
+
+void sort(BootLinks &links) {
+    std::sort(links.begin(), links.end(),
+              [](const BootLink &one, const BootLink &other) { return one.name < other.name; });
+}
+
+std::string path_of(const std::string &name) {
+    return std::string(tftpboot) + "/" + name;
+}
+
+std::string upper_case(std::string text) {
+    for (char &c : text)
+        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return text;
+}
+
+std::string complaint(const std::string &what) {
+    return what + " (" + std::strerror(errno) + ")";
+}
+
+std::string find_boot_program(const std::string &method, const Identity &identity,
+                              const BootProgramSource &source) {
+    if (!source.file.empty())
+        return source.file;
+    const auto &[inst_set, impl_arch, os_name, os_version] = identity;
+    char *found =
+        install_bootprog_location(method.c_str(), local_host_name().c_str(), source.hierarchy.c_str(),
+                                  inst_set.c_str(), impl_arch.c_str(), os_name.c_str(), os_version.c_str());
+    std::string file = found == nullptr ? "" : found;
+    std::free(found);
+    return file;
+}
+
+// A run was cut off while it made the program.
+bool is_empty_file(const std::string &path) {
+    struct stat file {};
+    return lstat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode) && file.st_size == 0;
+}
+
+// After a power cut the name must not stand for an empty file.
+void flush(const std::string &path) {
+    const base::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file.is_open() || fsync(file.get()) != 0)
+        fail_errno("cannot write " + path);
+}
+
+} // namespace
+
+std::string address_digits(const std::string &address) {
+    in_addr parsed{};
+    if (inet_pton(AF_INET, address.c_str(), &parsed) != 1)
+        return {};
+    char digits[digits_length + 1];
+    std::snprintf(digits, sizeof digits, "%08X", static_cast<unsigned int>(ntohl(parsed.s_addr)));
+    return digits;
+}
+
+std::string names_of(const BootLinks &links) {
+    std::string names;
+    for (const BootLink &link : links)
+        names += (names.empty() ? "" : ", ") + link.name;
+    return names;
+}
+
+std::unordered_map<std::string, BootLinks> all_boot_links() {
+    std::unordered_map<std::string, BootLinks> links;
+    for_each_link(
+        [&](const std::string &name) { links[name.substr(0, digits_length)].push_back(read_link(name)); });
+    for (auto &[digits, of_one] : links)
+        sort(of_one);
+    return links;
+}
+
+BootLinks boot_links_of(const std::string &address) {
+    const std::string digits = address_digits(address);
+    BootLinks links;
+    for_each_link([&](const std::string &name) {
+        if (name.starts_with(digits))
+            links.push_back(read_link(name));
+    });
+    sort(links);
+    return links;
+}
+
+std::string architecture_of(std::string_view boot_program) {
+    for (const std::string_view prefix : {"inetboot.", "boot."}) {
+        if (boot_program.starts_with(prefix)) {
+            const std::string_view rest = boot_program.substr(prefix.size());
+            return std::string(rest.substr(0, rest.find('.')));
+        }
+    }
+    return {};
+}
+
+std::string boot_links_state(const std::string &digits, const BootLinks &links) {
+    if (links.empty())
+        return "no";
+    if (links.front().name != digits)
+        return "no " + digits;
+    if (links.size() == 1)
+        return "no " + digits + ".ARCH";
+    for (const BootLink &link : links)
+        if (!link.whole)
+            return link.name + " leads nowhere";
+    return "yes";
+}
+
+bool lead_to(const BootLinks &links, const std::string &digits, const std::string &architecture,
+             const std::string &boot_program) {
+    return links.size() == 2 && links[0].name == digits && links[1].name == digits + "." + architecture &&
+           links[0].target == boot_program && links[1].target == boot_program;
+}
+
+BootAreaLock::BootAreaLock() : lock_(tftpboot) {
+    const std::string place = tftpboot;
+    if (lock_.status() == tables::table_locked)
+        fail(Code::busy,
+             "somebody else has been at work in " + place + " for half a minute; try again later");
+    if (lock_.status() != 0)
+        fail(Code::system, "cannot lock " + place + ": " + std::strerror(-lock_.status()));
+}
+
+bool same_content(const std::string &one, const std::string &other) {
+    std::ifstream first(one, std::ios::binary), second(other, std::ios::binary);
+    std::istreambuf_iterator<char> byte(first), end;
+    return std::equal(byte, end, std::istreambuf_iterator<char>(second), end);
+}
+
+bool ensure_boot_program(const BootAreaLock &, const std::string &method, const Identity &identity,
+                         const std::string &boot_name, const BootProgramSource &source, Journal &journal) {
+    const std::string program = path_of(boot_name);
+    if (exists(program) && !is_empty_file(program))
+        return false;
+    const std::string file = find_boot_program(method, identity, source);
+    const std::string fresh = path_of("." + boot_name + ".new");
+    unlink(fresh.c_str()); // of a run that was cut off; nobody else is here, by the lock
+    const auto cannot_copy = [&] {
+        unlink(fresh.c_str());
+        fail(Code::system, "cannot copy the boot program " + file + " to " + tftpboot);
+    };
+    {
+        const Uninterrupted uninterrupted;
+        const base::Descriptor made(
+            open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+        if (!made.is_open())
+            fail_errno("cannot make " + fresh);
+        journal.note(MadeFile{fresh, identity_of(fresh).value_or(FileIdentity{})});
+    }
+    if (copyfile(fresh.c_str(), file.c_str()) != 0 || chmod(fresh.c_str(), 0644) != 0)
+        cannot_copy();
+    struct stat copied {};
+    if (stat(fresh.c_str(), &copied) != 0 || copied.st_size == 0 || !same_content(fresh, file))
+        cannot_copy();
+    flush(fresh);
+    journal.note(MadeBootProgram{program, identity_of(fresh).value_or(FileIdentity{})});
+    if (rename(fresh.c_str(), program.c_str()) != 0)
+        fail_errno("cannot put " + program + " in place");
+    flush(tftpboot);
+    return true;
+}
+
+InitialisedBootArea initialise_boot_area(const BootAreaLock &, const std::string &method,
+                                         const Identity &identity, const std::string &host,
+                                         const std::string &hierarchy) {
+    const auto &[inst_set, impl_arch, os_name, os_version] = identity;
+    std::string architecture = impl_arch;
+    const std::string program =
+        path_of(make_boot_name(os_version.c_str(), os_name.c_str(), inst_set.c_str(), impl_arch.c_str()));
+    if (is_empty_file(program))
+        unlink(program.c_str());
+    const bool was_there = exists(program);
+    const std::string where = host.empty() ? local_host_name() : host;
+    const std::string boot_name =
+        init_tftpboot_dir(method.c_str(), where.c_str(), nullptr, architecture.data(), hierarchy.c_str(),
+                          inst_set.c_str(), os_name.c_str(), os_version.c_str());
+    if (!was_there)
+        flush(program);
+    return {boot_name, !was_there};
+}
+
+bool ensure_boot_links(const BootAreaLock &, const std::string &method, const std::string &address,
+                       const std::string &implementation_arch, const std::string &boot_name,
+                       Journal &journal) {
+    std::string architecture = implementation_arch; // becomes upper case
+    const std::string digits = address_digits(address), suffix = upper_case(implementation_arch);
+    const auto in_place = [&] { return lead_to(boot_links_of(address), digits, suffix, boot_name); };
+    if (in_place())
+        return false;
+    for (const BootLink &old : boot_links_of(address)) {
+        if (old.target.empty())
+            fail(Code::unusable, path_of(old.name) + " is no link; remove it first");
+        journal.note(ReplacedBootLink{old.name, old.target});
+    }
+    for (const std::string &name : {digits, digits + "." + suffix})
+        journal.note(MadeBootLink{name, boot_name});
+    {
+        const SilencedErrors silence;
+        add_tftpboot_dir_client(method.c_str(), boot_name.c_str(), address.c_str(), architecture.data());
+    }
+    // An old link that could not be removed stays, and counts as made.
+    if (!in_place())
+        fail(Code::no_effect,
+             "cannot make the links of " + address + " in " + tftpboot + " to " + boot_name +
+                 "; is it read-only or not yours to write, or something else in their place?");
+    flush(tftpboot);
+    return true;
+}
+
+BootLinks remove_boot_links(const BootAreaLock &, const std::string &method, const std::string &address) {
+    BootLinks there = boot_links_of(address);
+    if (there.empty()) // rm would complain of it
+        return there;
+    {
+        const SilencedErrors silence;
+        cleanup_tftpboot_dir(method.c_str(), address.c_str());
+    }
+    if (!boot_links_of(address).empty())
+        fail(Code::no_effect, "cannot remove the links of " + address + " from " + tftpboot);
+    flush(tftpboot);
+    return there;
+}
+
+std::string take_back(const MadeBootLink &made, const UndoContext &) {
+    const BootAreaLock lock;
+    const std::string path = path_of(made.name);
+    std::error_code error;
+    if (fs::read_symlink(path, error).string() != made.target)
+        return "";
+    return unlink(path.c_str()) == 0 || errno == ENOENT ? "" : complaint(path);
+}
+
+std::string take_back(const ReplacedBootLink &replaced, const UndoContext &) {
+    const BootAreaLock lock;
+    const std::string path = path_of(replaced.name);
+    return symlink(replaced.target.c_str(), path.c_str()) == 0 || errno == EEXIST
+               ? ""
+               : complaint("without its link " + path);
+}
+
+std::string take_back(const MadeBootProgram &made, const UndoContext &) {
+    const BootAreaLock lock;
+    const std::string name = fs::path(made.path).filename();
+    for (const auto &[digits, links] : all_boot_links())
+        for (const BootLink &link : links)
+            if (link.target == name)
+                return ""; // another client boots from it by now
+    return remove_if_same(made.path, made.identity);
+}
+
+} // namespace hostadm::server

@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: MIT
+#include "server/files.hpp"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <set>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <vector>
+
+#include "base/descriptor.hpp"
+#include "hostadm/table_edit.hpp"
+#include "server/failure.hpp"
+
+namespace hostadm::server {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string complaint(const std::string &what) {
+    return what + " (" + std::strerror(errno) + ")";
+}
+
+std::optional<FileIdentity> look_up(int directory, const char *path, int flags) {
+    struct statx file {};
+    if (statx(directory, path, flags | AT_SYMLINK_NOFOLLOW, STATX_INO | STATX_BTIME, &file) != 0)
+        return std::nullopt;
+    constexpr std::uint64_t second = 1'000'000'000;
+    return FileIdentity{(std::uint64_t{file.stx_dev_major} << 32) | file.stx_dev_minor, file.stx_ino,
+                        static_cast<std::uint64_t>(file.stx_btime.tv_sec) * second + file.stx_btime.tv_nsec};
+}
+
+// False: it is there, or what it would lie in is not.
+bool make_directory(const std::string &path, Journal &journal) {
+    const Uninterrupted uninterrupted;
+    if (mkdir(path.c_str(), 0755) != 0)
+        return false;
+    journal.note(MadeDirectory{path, identity_of(path).value_or(FileIdentity{})});
+    return true;
+}
+
+} // namespace
+
+std::optional<FileIdentity> identity_of(const std::string &path) {
+    return look_up(AT_FDCWD, path.c_str(), 0);
+}
+
+bool exists(const std::string &path) {
+    struct stat file {};
+    return lstat(path.c_str(), &file) == 0;
+}
+
+bool is_directory(const std::string &path) {
+    std::error_code error;
+    return fs::is_directory(path, error);
+}
+
+std::string parent_of(const std::string &path) {
+    return fs::path(path).parent_path();
+}
+
+void make_directories(const std::string &path, Journal &journal) {
+    // Another run may make, or take back, a directory above this one between two looks at it.
+    constexpr int tries = 5;
+    for (int i = 0; i < tries && !is_directory(path); ++i) {
+        std::vector<std::string> missing;
+        for (std::string directory = path; directory != "/" && !is_directory(directory);
+             directory = parent_of(directory))
+            missing.push_back(directory);
+        bool made = true;
+        for (auto directory = missing.rbegin(); made && directory != missing.rend(); ++directory) {
+            made = make_directory(*directory, journal) || (errno == EEXIST && is_directory(*directory));
+            if (!made && errno != ENOENT)
+                fail_errno("cannot make " + *directory);
+        }
+    }
+    if (!is_directory(path))
+        fail(Code::system, "cannot make " + path + ": no such directory");
+}
+
+bool make_sparse_file(const std::string &path, std::uint64_t size, Journal &journal) {
+    if (exists(path))
+        return false;
+    make_directories(parent_of(path), journal);
+    base::Descriptor file;
+    {
+        const Uninterrupted uninterrupted;
+        file =
+            base::Descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (!file.is_open())
+            fail_errno("cannot make " + path);
+        journal.note(MadeFile{path, look_up(file.get(), "", AT_EMPTY_PATH).value_or(FileIdentity{})});
+    }
+    if (ftruncate(file.get(), static_cast<off_t>(size)) != 0)
+        fail_errno("cannot make " + path + " " + std::to_string(size) + " bytes long");
+    if (fsync(file.get()) != 0)
+        fail_errno("cannot write " + path);
+    return true;
+}
+
+void note_new_table(const std::string &path, Journal &journal) {
+    if (!exists(path))
+        journal.note(NewTable{path});
+}
+
+void flush_file_systems(const std::vector<std::string> &paths) {
+    std::set<std::uint64_t> flushed;
+    for (const std::string &path : paths) {
+        const base::Descriptor place(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+        if (!place.is_open())
+            fail_errno("cannot flush " + path);
+        struct stat state {};
+        if (fstat(place.get(), &state) == 0 && !flushed.insert(state.st_dev).second)
+            continue;
+        if (syncfs(place.get()) != 0)
+            fail_errno("not everything could be written to the disk that holds " + path);
+    }
+}
+
+// A read-only file system refuses to remove even what is not there, so it is looked for first.
+std::string remove_if_same(const std::string &path, const FileIdentity &identity) {
+    return identity_of(path) != identity || unlink(path.c_str()) == 0 || errno == ENOENT ? ""
+                                                                                         : complaint(path);
+}
+
+std::string take_back(const MadeFile &made, const UndoContext &) {
+    return remove_if_same(made.path, made.identity);
+}
+
+std::string take_back(const MadeDirectory &made, const UndoContext &) {
+    if (identity_of(made.path) != made.identity || rmdir(made.path.c_str()) == 0 || errno == ENOENT)
+        return "";
+    return errno == ENOTEMPTY || errno == EEXIST ? "" : complaint(made.path);
+}
+
+std::string take_back(const NewTable &table, const UndoContext &) {
+    // With the lock that editors of the table take, so that nobody's first line goes with it.
+    const tables::FolderLock lock(parent_of(table.path));
+    struct stat file {};
+    if (stat(table.path.c_str(), &file) != 0 || file.st_size != 0)
+        return "";
+    if (lock.status() != 0)
+        return "the empty table " + table.path + " (its folder is locked)";
+    return unlink(table.path.c_str()) == 0 || errno == ENOENT ? "" : complaint(table.path);
+}
+
+} // namespace hostadm::server

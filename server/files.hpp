@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+// Files and directories of the server that a run makes, and knows again when it takes them back.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <vector>
+
+#include "server/journal.hpp"
+#include "server/undo_context.hpp"
+
+namespace hostadm::server {
+
+// Which file it is, whatever its name: its number is used again after it, its time of birth is not.
+struct FileIdentity {
+    std::uint64_t device = 0, inode = 0, born = 0;
+    bool operator==(const FileIdentity &) const = default;
+};
+std::optional<FileIdentity> identity_of(const std::string &path); // of a link itself
+
+// Also a link that leads nowhere.
+bool exists(const std::string &path);
+bool is_directory(const std::string &path);
+std::string parent_of(const std::string &path);
+
+struct MadeDirectory {
+    static constexpr std::string_view kind = "made directory";
+    std::string path;
+    FileIdentity identity;
+    static auto fields(auto &self) {
+        return std::tie(self.path, self.identity.device, self.identity.inode, self.identity.born);
+    }
+};
+// It stays if somebody keeps something in it by now.
+std::string take_back(const MadeDirectory &made, const UndoContext &context);
+
+struct MadeFile {
+    static constexpr std::string_view kind = "made file";
+    std::string path;
+    FileIdentity identity;
+    static auto fields(auto &self) {
+        return std::tie(self.path, self.identity.device, self.identity.inode, self.identity.born);
+    }
+};
+std::string take_back(const MadeFile &made, const UndoContext &context);
+
+// A table that was missing and is about to get its first line.
+struct NewTable {
+    static constexpr std::string_view kind = "new table";
+    std::string path;
+    static auto fields(auto &self) { return std::tie(self.path); }
+};
+std::string take_back(const NewTable &table, const UndoContext &context);
+
+// Makes the directories of a path that are missing.
+void make_directories(const std::string &path, Journal &journal);
+// Makes a sparse file that only root may touch. False: there is a file.
+bool make_sparse_file(const std::string &path, std::uint64_t size, Journal &journal);
+void note_new_table(const std::string &path, Journal &journal);
+
+// Returns when all that was written to the file systems of these paths is on its disk. Throws Failure.
+void flush_file_systems(const std::vector<std::string> &paths);
+
+// Removes the file if it is that one still. What had to stay, in words, or nothing.
+std::string remove_if_same(const std::string &path, const FileIdentity &identity);
+
+} // namespace hostadm::server

@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: MIT
+#include "server/filling.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "base/text.hpp"
+#include "hostadm/table_edit.hpp"
+#include "server/failure.hpp"
+#include "server/roots.hpp"
+
+namespace hostadm::server {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const std::string folder = "/var/lib/hostadm", table = folder + "/filling"; // ROOT<tab>CLIENT
+
+std::vector<Filling> fillings_in(std::string_view text) {
+    std::vector<Filling> all;
+    base::for_each_line(text, [&](std::string_view line) {
+        const std::size_t tab = line.find('\t');
+        if (tab != line.npos)
+            all.push_back({std::string(line.substr(0, tab)), std::string(line.substr(tab + 1))});
+    });
+    return all;
+}
+
+void edit_table(const std::string &root, const std::string &added) {
+    std::error_code error;
+    fs::create_directories(folder, error); // the edit says what is wrong
+    const auto change = [&](std::string &text) {
+        std::string rest;
+        for (const Filling &filling : fillings_in(text))
+            if (filling.root != root)
+                rest += filling.root + "\t" + filling.client + "\n";
+        text = rest + added;
+        return 0;
+    };
+    if (const int status = tables::edit_file(table, change, {.create = !added.empty()});
+        status != 0 && (status != tables::no_such_line || !added.empty()))
+        fail_edit(table, status);
+}
+
+void remove_empty_table() {
+    const tables::FolderLock lock(folder);
+    struct stat file {};
+    if (lock.status() == 0 && stat(table.c_str(), &file) == 0 && file.st_size == 0)
+        unlink(table.c_str());
+}
+
+std::string remove_contents(const std::string &root) {
+    std::error_code error;
+    for (fs::directory_iterator child(root, error), end; !error && child != end; child.increment(error))
+        fs::remove_all(child->path(), error);
+    return error ? "files in " + root + " (" + error.message() + ")" : "";
+}
+
+// Makes the directory, or takes the one that is there.
+void prepare(const std::string &root, Journal &journal) {
+    struct stat before {};
+    if (stat(root.c_str(), &before) == 0) {
+        journal.note(FilledRoot{root, identity_of(root).value_or(FileIdentity{}), before.st_mode & 07777,
+                                before.st_uid, before.st_gid});
+    } else {
+        make_directories(parent_of(root), journal);
+        const Uninterrupted uninterrupted;
+        if (mkdir(root.c_str(), 0755) != 0)
+            fail_errno("cannot make " + root);
+        journal.note(MadeRoot{root, identity_of(root).value_or(FileIdentity{})});
+        before.st_mode = 0755;
+    }
+    // Or every copied directory would inherit its set-group-ID bit.
+    if (chmod(root.c_str(), before.st_mode & 01777) != 0)
+        fail_errno("cannot set the mode of " + root);
+}
+
+void fill(method::Call &call, const std::string &root, const Identity &identity, const RootSource &source) {
+    int status = 0;
+    const bool is_release_4 = identity.os_version.starts_with("4.");
+    if (source.tree.empty()) {
+        call.progress("installing packages in " + root);
+        status = fill_root(call, root, identity.os_name, identity.os_version, source.packages);
+    } else {
+        call.progress("copying " + source.tree + " to " + root);
+        status = is_release_4 ? fill_root(call, root, identity.os_name, identity.os_version, {source.tree})
+                              : copy_tree(call, source.tree, root);
+    }
+    if (status != 0)
+        throw Recorded();
+    if (fs::is_empty(root))
+        fail(Code::no_effect, root + " is empty, although it was filled without a complaint");
+}
+
+} // namespace
+
+std::vector<Filling> roots_being_filled() {
+    std::string text;
+    const int status = tables::read_file(table, text);
+    if (status != 0 && status != tables::no_such_line)
+        fail_reading(table, status);
+    return fillings_in(text);
+}
+
+bool is_being_filled(const std::string &root) {
+    const std::vector<Filling> all = roots_being_filled();
+    return std::any_of(all.begin(), all.end(), [&](const Filling &filling) { return filling.root == root; });
+}
+
+void begin_filling(const std::string &root, const std::string &client) {
+    edit_table(root, root + "\t" + client + "\n");
+}
+
+void end_filling(const std::string &root) {
+    edit_table(root, "");
+    remove_empty_table();
+}
+
+void make_root(method::Call &call, const std::string &root, const std::string &client,
+               const Identity &identity, const RootSource &source, Journal &journal) {
+    if (is_being_filled(root) && exists(root)) {
+        call.progress("removing what a run that was cut off has left in " + root);
+        remove_tree(root);
+    }
+    prepare(root, journal);
+    begin_filling(root, client);
+    fill(call, root, identity, source);
+    flush_file_systems({root}); // or after a power cut its files would be there, and empty
+    end_filling(root);
+}
+
+std::string take_back(const MadeRoot &made, const UndoContext &) {
+    if (identity_of(made.path) == made.identity)
+        remove_tree(made.path);
+    end_filling(made.path);
+    return "";
+}
+
+std::string take_back(const FilledRoot &filled, const UndoContext &) {
+    if (identity_of(filled.path) != filled.identity)
+        return "";
+    if (const std::string left = remove_contents(filled.path); !left.empty())
+        return left;
+    end_filling(filled.path);
+    const bool restored =
+        chown(filled.path.c_str(), static_cast<uid_t>(filled.owner), static_cast<gid_t>(filled.group)) == 0 &&
+        chmod(filled.path.c_str(), static_cast<mode_t>(filled.mode)) == 0;
+    return restored ? "" : "the owner and mode of " + filled.path + " (" + std::strerror(errno) + ")";
+}
+
+} // namespace hostadm::server

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: MIT
+// How a client's root comes to be: made, filled from a tree or from packages, flushed. While that goes on the
+// root stands in a table of this server's own, so that a run that was cut off is found by the next: the root is not
+// whole.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <vector>
+
+#include "hostadm/method.hpp"
+#include "server/files.hpp"
+#include "server/journal.hpp"
+#include "server/packages.hpp"
+#include "server/undo_context.hpp"
+
+namespace hostadm::server {
+
+// What a root is made of: one of these.
+struct RootSource {
+    std::string tree;                  // to copy
+    std::vector<std::string> packages; // to install
+};
+
+struct MadeRoot {
+    static constexpr std::string_view kind = "made root";
+    std::string path;
+    FileIdentity identity;
+    static auto fields(auto &self) {
+        return std::tie(self.path, self.identity.device, self.identity.inode, self.identity.born);
+    }
+};
+std::string take_back(const MadeRoot &made, const UndoContext &context);
+
+// A directory that was there, and empty.
+struct FilledRoot {
+    static constexpr std::string_view kind = "filled root";
+    std::string path;
+    FileIdentity identity;
+    std::uint64_t mode = 0, owner = 0, group = 0;
+    static auto fields(auto &self) {
+        return std::tie(self.path, self.identity.device, self.identity.inode, self.identity.born, self.mode,
+                        self.owner, self.group);
+    }
+};
+std::string take_back(const FilledRoot &filled, const UndoContext &context);
+
+// Makes and fills a root that is missing or empty, or that a run which was cut off has left. Throws Failure.
+void make_root(method::Call &call, const std::string &root, const std::string &client,
+               const Identity &identity, const RootSource &source, Journal &journal);
+
+// The roots whose filling has begun and not ended, and whose they are.
+struct Filling {
+    std::string root, client;
+};
+std::vector<Filling> roots_being_filled();
+bool is_being_filled(const std::string &root);
+void begin_filling(const std::string &root, const std::string &client);
+void end_filling(const std::string &root);
+
+} // namespace hostadm::server

@@ -1,0 +1,354 @@
+// SPDX-License-Identifier: MIT
+#include "server/new_client.hpp"
+
+#include <arpa/inet.h>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <netinet/ether.h>
+#include <sys/stat.h>
+#include <system_error>
+
+#include "base/text.hpp"
+#include "hostadm.h"
+#include "server/failure.hpp"
+#include "server/host_tables.hpp"
+#include "server/local_host.hpp"
+#include "server/roots.hpp"
+
+namespace hostadm::server {
+
+namespace fs = std::filesystem;
+
+using method::Call;
+
+namespace {
+
+// A string as the functions want it that may replace it by one from malloc.
+class PathArgument {
+public:
+    explicit PathArgument(const std::string &value) : given_(value), current_(given_.data()) {}
+    char **place() { return &current_; }
+    std::string value() const { return current_ == nullptr ? "" : current_; }
+
+private:
+    std::string given_;
+    char *current_; // a replacement lives as long as the process
+};
+
+std::uint64_t bytes_in(const std::string &size) {
+    std::uint64_t count = 0;
+    const auto end = std::from_chars(size.data(), size.data() + size.size(), count).ptr;
+    const std::string unit = base::lower_case(std::string(end, size.data() + size.size()));
+    const int shift = unit == "k" ? 10 : unit == "m" ? 20 : unit == "g" ? 30 : 0;
+    constexpr std::uint64_t largest = 1ull << 62;
+    if (count == 0)
+        refuse("a swap file of " + size + " bytes is of no use; give a swap_size such as 32m");
+    if (count > largest >> shift)
+        refuse("a swap file of " + size + " is more than any file can hold");
+    return count << shift;
+}
+
+Identity read_identity(Call &call) {
+    char *texts[4] = {};
+    if (const int missing = get_arch_strings(&texts[0], &texts[1], &texts[2], &texts[3]); missing != 0)
+        fail(Code::general, std::string(arch_xlate(missing)) + " is missing");
+    Identity identity{texts[0], texts[1], texts[2], texts[3]};
+    for (char *text : texts)
+        std::free(text);
+    call.progress("adding " + call.get("hostname") + ", a client of " + identity.implementation_arch +
+                  " with " + identity.os_name + " " + identity.os_version);
+    return identity;
+}
+
+void read_paths(Call &call, NewClient &client) {
+    const auto &[inst_set, impl_arch, os_name, os_version] = client.identity;
+    const std::string &name = client.name;
+    for (const char *argument : {"rootpath", "swappath", "dumppath"})
+        if (call.given(argument) && call.get(argument).find_first_not_of('/') == std::string::npos)
+            refuse(std::string("the argument ") + argument + " cannot be \"/\"; it must be a path below it");
+    PathArgument boot(""), root(call.given("rootpath") ? call.get("rootpath") : "/export/root/" + name),
+        swap(call.given("swappath") ? call.get("swappath") : "/export/swap/" + name + "/swap"),
+        dump(call.get("dumppath"));
+    default_boot_paths(call.method().c_str(), name.c_str(), inst_set.c_str(), impl_arch.c_str(),
+                       os_name.c_str(), os_version.c_str(), boot.place(), root.place(), swap.place(),
+                       dump.place());
+    client.boot_name = boot.value();
+    client.root = real_path_of(root.value());
+    client.swap = real_path_of(swap.value());
+    client.dump = dump.value().empty() ? "" : real_path_of(dump.value());
+}
+
+void read_source(Call &call, NewClient &client) {
+    const bool from_tree = call.given("tree"), from_packages = call.given("packages");
+    if (from_tree && from_packages)
+        refuse("give a tree or packages, not both");
+    if (from_packages && client.identity.os_version.starts_with("4."))
+        refuse("a 4.x release has no packages; give the tree that its root is copied from");
+    if (from_tree)
+        client.source.tree = split_paths(call.get("tree")).front();
+    if (from_packages)
+        client.source.packages = split_paths(call.get("packages"));
+    if (call.given("install_hierarchy"))
+        client.hierarchy = call.get("install_hierarchy");
+    if (from_tree || from_packages)
+        return;
+
+    const auto &[inst_set, impl_arch, os_name, os_version] = client.identity;
+    PathArgument hierarchy(client.hierarchy), boot(client.boot_name), image("");
+    default_install_paths(call.method().c_str(), local_host_name().c_str(), inst_set.c_str(),
+                          impl_arch.c_str(), os_name.c_str(), os_version.c_str(), hierarchy.place(),
+                          boot.place(), image.place());
+    client.hierarchy = hierarchy.value();
+    if (!os_version.starts_with("4.") && holds_packages(image.value()))
+        client.source.packages = {image.value()};
+    else
+        client.source.tree = image.value();
+}
+
+void check_addresses(const Call &call, const NewClient &client) {
+    const in_addr_t address = ntohl(inet_addr(client.address.c_str()));
+    if (address >> 24 == 0 || address >> 24 == 127 || address >> 28 >= 14)
+        refuse(client.address + " is no address of a host");
+    if (is_own_address(client.address))
+        fail(Code::taken, client.address + " is an address of this server");
+    if (is_server_itself(client.name))
+        fail(Code::taken, client.name + " is this server");
+    if (call.given("server") && address_of_host(client.server).empty())
+        fail(Code::not_found,
+             "the server " + client.server +
+                 " has no address here, so the client could not be told where its root is; add a line to "
+                 "/etc/hosts, or give another name");
+    const ether_addr *ethernet = ether_aton(client.ethernet.c_str());
+    constexpr std::uint8_t nobody[6] = {};
+    if (ethernet == nullptr || (ethernet->ether_addr_octet[0] & 1) != 0 ||
+        std::memcmp(ethernet->ether_addr_octet, nobody, sizeof nobody) == 0)
+        refuse(client.ethernet + " is no Ethernet address of a single host");
+}
+
+void check_table(const HostTable &table, const std::string &key, const std::string &name) {
+    const HostTable::Added found = table.examine(key, name);
+    if (found.outcome == HostTable::Outcome::conflict)
+        fail(Code::taken, found.conflict);
+}
+
+// Two clients must not share a file, and neither may reach the other's root through its own.
+void check_other_client(const NewClient &client, const BootparamsClient &other, RealPaths &real_paths) {
+    for (const std::string key : {"root", "swap", "dump"}) {
+        const std::string item = path_of_item(other.items, key);
+        if (item.empty() || item.front() != '/')
+            continue;
+        const std::string theirs = real_paths.of(item);
+        for (const std::string &ours : {client.root, client.swap, client.dump}) {
+            if (ours == theirs)
+                fail(Code::taken, ours + " is the " + key + " of " + other.name);
+            if (key == "root" && !ours.empty() && is_at_or_below(ours, theirs))
+                fail(Code::taken, ours + " lies in the root of " + other.name);
+        }
+        if (is_at_or_below(theirs, client.root))
+            fail(Code::taken, client.root + " holds the " + key + " of " + other.name + ", " + theirs);
+    }
+}
+
+void check_other_clients(const NewClient &client) {
+    RealPaths real_paths;
+    for (const BootparamsClient &other : client_entries()) {
+        if (base::lower_case(other.name) != base::lower_case(client.name))
+            check_other_client(client, other, real_paths);
+        else if (other.name != client.name)
+            fail(Code::taken,
+                 client.name + " is a client already, written " + other.name + " in /etc/bootparams");
+    }
+}
+
+// Whether two items SERVER:PATH mean the same, however their paths are spelled.
+bool is_same_item(const std::string &one, const std::string &other) {
+    const auto plain = [](const std::string &item) {
+        const std::size_t path = item.find(':') + 1;
+        return item.substr(0, path) + real_path_of(item.substr(path));
+    };
+    return plain(one) == plain(other);
+}
+
+// Whether bootparams has this client with this root already; an item that it lacks may still be added.
+bool check_entry(const NewClient &client) {
+    const std::string items = client_items(client.name);
+    const struct {
+        const char *key;
+        const std::string &path;
+    } wanted[] = {{"root", client.root}, {"swap", client.swap}, {"dump", client.dump}};
+    for (const auto &[key, path] : wanted) {
+        const std::string there = item_of(items, key);
+        const std::string ours = path.empty() ? "" : client.server + ":" + path;
+        if (!there.empty() && !is_same_item(there, ours))
+            fail(Code::taken, client.name + " is a client already, with " + key + "=" + there +
+                                  " in /etc/bootparams" + (ours.empty() ? "" : ", not " + ours) +
+                                  "; remove it first (client/remove)");
+    }
+    return !item_of(items, "root").empty();
+}
+
+void check_root(const NewClient &client, bool known) {
+    if (is_near_server_root(client.root))
+        fail(Code::unusable,
+             client.root + " is too near to the root of this server; name a rootpath that lies deeper");
+    for (const std::string &file : {client.swap, client.dump})
+        if (!file.empty() && is_at_or_below(client.root, file))
+            fail(Code::unusable,
+                 "the root " + client.root + " cannot lie at " + file + ", which is to be a file");
+    if (!exists(client.root))
+        return;
+    if (fs::is_symlink(client.root))
+        fail(Code::unusable,
+             client.root + " is a symbolic link; give the directory that it leads to as rootpath");
+    if (!is_directory(client.root))
+        fail(Code::unusable, client.root + " is no directory");
+    if (!known && !fs::is_empty(client.root) && !is_being_filled(client.root))
+        fail(Code::taken, client.root + " holds files already, and " + client.name +
+                              " does not boot from it; remove it or name another rootpath");
+}
+
+void check_source(const NewClient &client) {
+    std::vector<std::string> sources = client.source.packages;
+    if (!client.source.tree.empty())
+        sources.push_back(client.source.tree);
+    for (const std::string &source : sources) {
+        if (!is_directory(source))
+            fail(Code::not_found, "there is no operating system at " + source + ": no such directory");
+        if (const std::string defect = defect_of_source(client.root, source); !defect.empty())
+            fail(Code::unusable, defect);
+    }
+    if (!client.source.tree.empty() && !is_tree(client.source.tree))
+        fail(Code::unusable, client.source.tree + " is no root file system: it holds neither etc nor usr");
+    for (const std::string &directory : client.source.packages)
+        if (!holds_packages(directory))
+            fail(Code::unusable, directory + " holds no packages (folders with a pkginfo file in them)");
+    if (!client.boot_program.empty()) {
+        if (std::error_code error; !fs::is_regular_file(client.boot_program, error))
+            fail(Code::not_found, "there is no boot program " + client.boot_program);
+    } else if (!exists(std::string(tftpboot) + "/" + client.boot_name)) {
+        if (const std::string where = client.hierarchy.empty() ? client.source.tree : client.hierarchy;
+            !where.empty())
+            find_os(where, client.identity);
+    }
+}
+
+// A client that has its root boots the system that is in it.
+void check_boot_program(const NewClient &client, bool known) {
+    if (!known || !exists(client.root))
+        return;
+    for (const BootLink &link : boot_links_of(client.address))
+        if (!link.target.empty() && link.target != client.boot_name)
+            fail(Code::taken, client.name + " is a client already and boots " + link.target + ", not " +
+                                  client.boot_name + "; remove it first (client/remove)");
+}
+
+} // namespace
+
+std::vector<std::string> NewClient::shared_directories() const {
+    std::vector<std::string> shared = {root};
+    for (const std::string &file : {swap, dump}) {
+        const std::string path = file.empty() ? root : share_path_of(file, name);
+        if (!is_at_or_below(path, root) && path != shared.back())
+            shared.push_back(path);
+    }
+    return shared;
+}
+
+std::vector<BootparamsItem> NewClient::items() const {
+    std::vector<BootparamsItem> all = {{"root", server, root}, {"swap", server, swap}};
+    if (!dump.empty())
+        all.push_back({"dump", server, dump});
+    return all;
+}
+
+BootProgramSource NewClient::boot_program_source() const {
+    return {boot_program, !hierarchy.empty() ? hierarchy : !source.tree.empty() ? source.tree : root};
+}
+
+std::vector<Claim> NewClient::claims() const {
+    std::vector<Claim> all = {{Claim::Kind::name, name},
+                              {Claim::Kind::address, address},
+                              {Claim::Kind::ethernet, ethernet},
+                              {Claim::Kind::path, root},
+                              {Claim::Kind::path, swap}};
+    if (!dump.empty())
+        all.push_back({Claim::Kind::path, dump});
+    return all;
+}
+
+NewClient read_new_client(Call &call) {
+    NewClient client;
+    client.identity = read_identity(call);
+    client.name = call.get("hostname");
+    client.boot_program = call.get("boot_program");
+    client.address = call.get("address");
+    client.ethernet = call.get("ethernet");
+    client.server = call.given("server") ? call.get("server") : local_host_name();
+    client.swap_size = bytes_in(call.get("swap_size"));
+    read_paths(call, client);
+    read_source(call, client);
+    return client;
+}
+
+// A swap file that is there already must be like the one that would be made.
+void check_swap(const NewClient &client) {
+    const std::string &path = client.swap;
+    const std::uint64_t size = client.swap_size;
+    struct stat file {};
+    if (lstat(path.c_str(), &file) != 0)
+        return;
+    if (!S_ISREG(file.st_mode))
+        fail(Code::unusable, path + " is no plain file");
+    if (static_cast<std::uint64_t>(file.st_size) != size)
+        fail(Code::taken, path + " has " + std::to_string(file.st_size) + " bytes already, not " +
+                              std::to_string(size) + "; give that swap_size or remove the file");
+}
+
+// A dump file may hold a dump by now.
+void check_dump(const NewClient &client) {
+    const std::string &path = client.dump;
+    if (std::error_code error; exists(path) && !fs::is_regular_file(fs::symlink_status(path, error)))
+        fail(Code::unusable, path + " is no plain file");
+}
+
+bool check_new_client(const Call &call, const NewClient &client) {
+    check_addresses(call, client);
+    check_table(hosts_table(), client.address, client.name);
+    check_table(ethers_table(), client.ethernet, client.name);
+    check_other_clients(client);
+    const bool known = check_entry(client);
+    check_root(client, known);
+    if (!known || !exists(client.root))
+        check_source(client);
+    check_boot_program(client, known);
+    check_swap(client);
+    check_dump(client);
+    return known;
+}
+
+std::vector<Warning> warnings_about(const NewClient &client) {
+    std::vector<Warning> all;
+    const std::string told = address_of_host(client.server);
+    if (told.empty())
+        all.push_back(
+            {"server", "the name " + client.server +
+                           " has no address here, so the client cannot be told where its root is; add "
+                           "a line to /etc/hosts, or give another server name"});
+    else if (told.starts_with("127."))
+        all.push_back({"server", client.server + " has the address " + told +
+                                     " here, which the client would be told and cannot reach; give it this "
+                                     "server's real address in /etc/hosts, or give another server name"});
+    else if (!is_own_address(told))
+        all.push_back(
+            {"server", client.server + " has the address " + told +
+                           " here, which is none of this server's own; the client would look for its "
+                           "root there"});
+    if (!is_in_own_network(client.address))
+        all.push_back({"address", "no interface of this server is in the network of " + client.address +
+                                      ", so reverse ARP and broadcasts from there will not be answered"});
+    return all;
+}
+
+} // namespace hostadm::server

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+// A client that is asked for, with all that was left to defaults, and what stands in its way.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "hostadm/method.hpp"
+#include "server/boot_area.hpp"
+#include "server/bootparams.hpp"
+#include "server/claims.hpp"
+#include "server/clients.hpp"
+#include "server/filling.hpp"
+#include "server/packages.hpp"
+
+namespace hostadm::server {
+
+struct NewClient {
+    std::string name, address, ethernet;
+    std::string server; // this server's name, as the client is told
+    Identity identity;
+    std::string root, swap, dump; // dump: empty for none
+    std::uint64_t swap_size = 0;
+    RootSource source;
+    std::string hierarchy;    // holds the boot program
+    std::string boot_program; // the file, if it was named
+    std::string boot_name;    // its name in /tftpboot
+
+    // The directories that it mounts: its root, and those of its swap and dump files.
+    std::vector<std::string> shared_directories() const;
+    std::string share_options() const { return share_options_of(name); }
+    std::vector<BootparamsItem> items() const;
+    BootProgramSource boot_program_source() const;
+    std::vector<Claim> claims() const;
+};
+
+// From the arguments of a method. Throws Failure when the request makes no sense.
+NewClient read_new_client(method::Call &call);
+
+// Everything that can be known before the first step. Whether the client is known with this data already.
+bool check_new_client(const method::Call &call, const NewClient &client);
+// These two files may also come with the root.
+void check_swap(const NewClient &client);
+void check_dump(const NewClient &client);
+
+// What will keep it from booting although all is set up: what about, and what to do.
+struct Warning {
+    std::string about, text;
+};
+std::vector<Warning> warnings_about(const NewClient &client);
+
+} // namespace hostadm::server

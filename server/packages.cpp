@@ -1,0 +1,251 @@
+// SPDX-License-Identifier: MIT
+#include "server/packages.hpp"
+
+#include <array>
+#include <climits>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <system_error>
+#include <unistd.h>
+
+#include "hostadm.h"
+#include "hostadm/platform.h"
+#include "server/failure.hpp"
+
+namespace hostadm::server {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool is_directory(const std::string &path) {
+    std::error_code error;
+    return fs::is_directory(path, error);
+}
+
+bool is_file(const std::string &path) {
+    std::error_code error;
+    return fs::is_regular_file(path, error);
+}
+
+std::string first_file(const std::vector<std::string> &candidates, const std::string &what) {
+    std::string tried;
+    for (const std::string &candidate : candidates) {
+        if (is_file(candidate))
+            return candidate;
+        tried += (tried.empty() ? "" : ", ") + candidate;
+    }
+    fail(Code::not_found, "no boot program for " + what + "; looked for " + tried);
+}
+
+const fs::path templates = "/export/root/templates";
+
+std::string sysinfo(int item) {
+    std::array<char, 1024> answer{};
+    return sysv_sysinfo(item, answer.data(), answer.size()) < 0 ? "" : answer.data();
+}
+
+// The part of a release by which it is told from others: "4" of 2.4 and of 5.4.
+std::string minor_of(const std::string &release) {
+    return release.size() > 2 ? release.substr(2) : "";
+}
+
+std::vector<std::string> lines_of(const fs::path &path) {
+    std::ifstream file(path);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(file, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+std::vector<fs::path> entries_of(const fs::path &directory) {
+    std::vector<fs::path> entries;
+    std::error_code error;
+    for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error))
+        entries.push_back(entry->path());
+    return entries;
+}
+
+// As the shell takes them off where the library hands it the version.
+std::string without_quotes(const std::string &text) {
+    const bool quoted =
+        text.size() >= 2 && (text.front() == '"' || text.front() == '\'') && text.front() == text.back();
+    return quoted ? text.substr(1, text.size() - 2) : text;
+}
+
+constexpr std::string_view version_key = "VERSION=";
+
+std::string version_of(const fs::path &package) {
+    for (const std::string &line : lines_of(package / "pkginfo"))
+        if (line.starts_with(version_key))
+            return without_quotes(line.substr(version_key.size()));
+    return "";
+}
+
+// Of a last line without an ending the library takes off the version's last character.
+bool version_is_cut(const fs::path &package) {
+    std::ifstream file(package / "pkginfo");
+    for (std::string line; std::getline(file, line);)
+        if (line.starts_with(version_key))
+            return file.eof();
+    return false;
+}
+
+} // namespace
+
+bool holds_packages(const std::string &directory) {
+    std::error_code error;
+    for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error))
+        if (is_file(entry->path() / "pkginfo"))
+            return true;
+    return false;
+}
+
+bool is_tree(const std::string &directory) {
+    return is_directory(directory + "/etc") || is_directory(directory + "/usr");
+}
+
+OsPaths find_os(const std::string &hierarchy, const Identity &identity) {
+    const auto &[inst_set, impl_arch, os_name, os_version] = identity;
+    const std::string above = hierarchy == "/" ? "" : hierarchy;
+    if (!is_directory(hierarchy))
+        fail(Code::not_found, hierarchy + " is not a directory");
+
+    const std::string system = os_name + "_" + os_version;
+    const std::string boot_part = "/lib/fs/nfs/inetboot";
+    const std::string exec = above + "/export/exec/" + inst_set + "." + system;
+    if (is_directory(exec)) {
+        const std::string templates = above + "/export/root/templates/" + system;
+        return {is_directory(templates) ? templates : exec,
+                first_file({exec + "/platform/" + impl_arch + boot_part, exec + boot_part},
+                           impl_arch + " in the export area " + hierarchy)};
+    }
+    if (is_tree(hierarchy)) {
+        const std::string boot_name =
+            make_boot_name(os_version.c_str(), os_name.c_str(), inst_set.c_str(), impl_arch.c_str());
+        return {hierarchy,
+                first_file({above + "/boot/" + boot_name, above + "/usr/platform/" + impl_arch + boot_part,
+                            above + "/platform/" + impl_arch + boot_part, above + "/usr" + boot_part,
+                            above + boot_part},
+                           impl_arch + " in the tree " + hierarchy)};
+    }
+    fail(Code::unusable, hierarchy + " is no install hierarchy: it holds neither " + exec +
+                             " nor a root file system (etc or usr)");
+}
+
+std::string server_architecture() {
+    return sysinfo(SYSV_SI_ARCHITECTURE);
+}
+std::string server_release() {
+    return sysinfo(SYSV_SI_RELEASE);
+}
+
+bool is_package_recorded(const std::string &arch, const std::string &release, const std::string &package) {
+    const std::string minor = minor_of(release);
+    const fs::path root = minor == minor_of(server_release()) ? "/" : "/export/Quorvel_2." + minor;
+    for (const fs::path &entry : entries_of(root / "var/sadm/pkg"))
+        if (entry.filename().string().starts_with(package))
+            for (const std::string &line : lines_of(entry / "pkginfo"))
+                if (line.find("ARCH=" + arch) != line.npos)
+                    return true;
+    return false;
+}
+
+TemplateRecord::TemplateRecord(std::string package_dir, std::string package, std::string arch,
+                               const std::string &release)
+    : package_(std::move(package)), arch_(std::move(arch)), os_directory_("Quorvel_2." + minor_of(release)) {
+    const std::string server = server_release();
+    file_ =
+        (server.size() > 2 && server[2] > '4' ? "/var/sadm/system/admin/services/" : "/var/sadm/softinfo/") +
+        os_directory_;
+    const fs::path source = fs::path(package_dir) / package_;
+    version_ = version_of(source);
+    version_is_cut_ = version_is_cut(source);
+    template_ = templates / os_directory_ / (package_ + "_" + version_ + "_" + arch_ + ".all");
+}
+
+bool TemplateRecord::is_recorded() const {
+    const std::string spooled = "SPOOLED_ROOT=" + arch_ + ".all:" + template_;
+    const std::string root = "ROOT=" + arch_ + ".all:" + package_ + "," + version_;
+    bool has_spooled = false, has_root = false;
+    for (const std::string &line : lines_of(file_)) {
+        has_spooled = has_spooled || line == spooled;
+        has_root = has_root || line == root;
+    }
+    return has_spooled && has_root;
+}
+
+bool TemplateRecord::exists() const {
+    std::error_code ignored;
+    return fs::exists(template_, ignored);
+}
+
+// As the library finds an older version: the names are patterns to it, in which only a dot is none of itself.
+bool TemplateRecord::mentions(const std::string &text) const {
+    return std::regex_search(text, std::regex(arch_ + ".*" + package_, std::regex::basic));
+}
+
+std::vector<std::string> TemplateRecord::also_replaced() const {
+    const fs::path folder = templates / os_directory_;
+    const std::string spooled = "SPOOLED_ROOT=" + arch_ + ".all:" + (folder / (package_ + "_")).string();
+    const std::string root = "ROOT=" + arch_ + ".all:" + package_ + ",";
+    std::vector<std::string> others;
+    bool replaces = false;
+    for (const std::string &line : lines_of(file_)) {
+        if (!mentions(line))
+            continue;
+        replaces = true;
+        if (!line.starts_with(spooled) && !line.starts_with(root))
+            others.push_back("the line \"" + line + "\" of " + file_);
+    }
+    if (!replaces)
+        return {};
+    for (const fs::path &entry : entries_of(folder)) {
+        const std::string name = entry.filename();
+        if (name.starts_with(package_) && name.find(arch_, package_.size()) != name.npos &&
+            !(name.starts_with(package_ + "_") && name.ends_with("_" + arch_ + ".all")))
+            others.push_back("the template " + entry.string());
+    }
+    return others;
+}
+
+std::string TemplateRecord::obstacle() const {
+    constexpr const char *plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789+-_.:,@%=";
+    if (version_is_cut_)
+        return "the line VERSION in the pkginfo of " + package_ +
+               " does not end with a newline; add one behind it";
+    if (version_.find_first_not_of(plain) != version_.npos ||
+        fs::path(template_).filename().native().size() > NAME_MAX)
+        return "the version " + version_ + " in the pkginfo of " + package_ +
+               " cannot be part of a directory's name";
+    if (is_recorded())
+        return "";
+    if (const auto others = also_replaced(); !others.empty())
+        return "to replace the older version of " + package_ + " would remove " + others.front() +
+               " as well, which belongs to another package; rename one of the two";
+    return "";
+}
+
+void TemplateRecord::prepare() const {
+    std::string folder = fs::path(file_).parent_path();
+    mkdir_path(folder.data());
+}
+
+void TemplateRecord::become_standard_input() const {
+    int input = open(file_.c_str(), O_RDONLY | O_CLOEXEC);
+    if (input < 0)
+        input = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (input < 0)
+        return;
+    dup2(input, STDIN_FILENO);
+    close(input);
+}
+
+void TemplateRecord::remove_template() const {
+    std::error_code ignored;
+    fs::remove_all(template_, ignored);
+}
+
+} // namespace hostadm::server

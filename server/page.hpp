@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+// What every method's page has in common.
+#pragma once
+
+#include <functional>
+
+#include "hostadm/method.hpp"
+#include "server/failure.hpp"
+
+namespace hostadm::server {
+
+// The output of a method that changes something.
+inline const method::Field changed_output{"changed", "yes, or no when everything was so already"};
+void tell_changed(method::Call &call, bool changed);
+
+// Does the work, and records a failure with its code. Gives the method's status.
+int guarded(method::Call &call, const std::function<int()> &work);
+
+// The main() of a page: method::run, with failures recorded, and files made with the usual modes.
+int run_page(int argc, char **argv, const method::Description &description,
+             const std::function<int(method::Call &)> &work);
+
+} // namespace hostadm::server

@@ -1,0 +1,158 @@
+// SPDX-License-Identifier: MIT
+#include "server/transaction.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+#include "server/failure.hpp"
+#include "server/page.hpp"
+
+namespace hostadm::server {
+
+namespace {
+
+constexpr timespec grace{5, 0}; // for commands that clean up after themselves
+
+[[noreturn]] void become_worker(const sigset_t &signals, const std::function<int()> &work) {
+    setpgid(0, 0);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    std::signal(SIGTTOU, SIG_IGN); // progress is written from behind the terminal's foreground group
+    sigprocmask(SIG_UNBLOCK, &signals, nullptr);
+    const int status = work();
+    std::fflush(nullptr);
+    _exit(status == 0 ? 0 : 1);
+}
+
+std::string name_of(int signal) {
+    const char *name = sigabbrev_np(signal);
+    return name == nullptr ? "signal " + std::to_string(signal) : std::string("SIG") + name;
+}
+
+// Commands that the worker leaves behind must be gone before anything is taken back. They have become
+// children of this process by now.
+void end_group(pid_t group) {
+    kill(-group, SIGKILL);
+    while (waitpid(-group, nullptr, 0) > 0 || errno == EINTR) {
+    }
+}
+
+template <std::size_t... Index>
+std::optional<Entry> read_as_one_of(const Written &words, std::index_sequence<Index...>) {
+    std::optional<Entry> found;
+    const auto try_kind = [&]<typename Kind>(std::type_identity<Kind>) {
+        if (auto entry = read_entry<Kind>(words))
+            found = std::move(*entry);
+    };
+    (try_kind(std::type_identity<std::variant_alternative_t<Index, Entry>>{}), ...);
+    return found;
+}
+
+} // namespace
+
+const sigset_t &interruptions() {
+    static const sigset_t all = [] {
+        sigset_t set;
+        sigemptyset(&set);
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+            sigaddset(&set, signal);
+        return set;
+    }();
+    return all;
+}
+
+std::optional<Entry> read_any_entry(const Written &words) {
+    return read_as_one_of(words, std::make_index_sequence<std::variant_size_v<Entry>>());
+}
+
+std::string take_back(const Written &words, const UndoContext &context) try {
+    const std::optional<Entry> entry = read_any_entry(words);
+    if (!entry)
+        return "a step that this version does not know (" + (words.empty() ? "" : words.front()) + ")";
+    return std::visit([&](const auto &known) { return take_back(known, context); }, *entry);
+} catch (const std::exception &failure) {
+    return failure.what();
+}
+
+std::string take_back(const Touched &touched, const UndoContext &context) {
+    const auto known =
+        std::find_if(context.state.begin(), context.state.end(),
+                     [&](const Remembered &remembered) { return remembered.path() == touched.path; });
+    if (known != context.state.end())
+        return known->put_back();
+    std::error_code error; // a temporary file of the run
+    std::filesystem::remove(touched.path, error);
+    return error ? touched.path + " (" + error.message() + ")" : "";
+}
+
+Ending run_apart(const std::function<int()> &work) {
+    sigset_t awaited = interruptions();
+    sigaddset(&awaited, SIGCHLD);
+    std::signal(SIGCHLD, SIG_DFL);
+    sigprocmask(SIG_BLOCK, &awaited, nullptr);
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+
+    std::fflush(nullptr);
+    const pid_t worker = fork();
+    if (worker < 0)
+        return {.done = false, .reason = std::string("cannot start a process: ") + std::strerror(errno)};
+    if (worker == 0)
+        become_worker(awaited, work);
+    setpgid(worker, worker);
+
+    int interruption = 0, status = 0;
+    while (waitpid(worker, &status, WNOHANG) == 0) {
+        const int signal =
+            interruption == 0 ? sigwaitinfo(&awaited, nullptr) : sigtimedwait(&awaited, nullptr, &grace);
+        if (signal == SIGCHLD || (signal < 0 && errno == EINTR))
+            continue;
+        kill(-worker, interruption == 0 ? SIGTERM : SIGKILL);
+        if (signal > 0)
+            interruption = signal;
+    }
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 0)
+        return {.done = true};
+    end_group(worker);
+    if (interruption != 0)
+        return {.done = false, .reason = "interrupted (" + name_of(interruption) + ")"};
+    if (WIFSIGNALED(status))
+        return {.done = false, .reason = "ended by " + name_of(WTERMSIG(status))};
+    return {};
+}
+
+Transaction::Transaction(method::Call &call, std::string subject, std::vector<Remembered> state)
+    : call_(call), subject_(std::move(subject)), context_{call.method(), std::move(state)} {}
+
+bool Transaction::run(const std::function<int()> &work) {
+    const Ending ending = run_apart([&] { return guarded(call_, work); });
+    if (!ending.reason.empty())
+        call_.fail(ending.reason, static_cast<int>(Code::interrupted));
+    return ending.done;
+}
+
+void Transaction::take_back() {
+    const std::vector<Written> entries = journal_.entries();
+    if (entries.empty())
+        return;
+    call_.progress("taking back what was done");
+    bool whole = true;
+    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
+        const std::string left = server::take_back(*entry, context_);
+        if (left.empty())
+            continue;
+        call_.left_undone("could not be taken back: " + left);
+        whole = false;
+    }
+    if (whole)
+        std::fprintf(stderr, "%s: everything that was done for %s has been taken back\n",
+                     call_.method().c_str(), subject_.c_str());
+}
+
+} // namespace hostadm::server
