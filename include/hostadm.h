@@ -23,6 +23,15 @@
 
 #include "hostadm/framework.h"
 
+/* The version of this header. Programs built against one of the same major version go on working with the
+   libraries of a later one. */
+#define HOSTADM_VERSION_MAJOR 1
+#define HOSTADM_VERSION_MINOR 0
+#define HOSTADM_VERSION_PATCH 0
+/* One number to compare with: HOSTADM_VERSION_NUMBER >= 10200 means 1.2.0 or later. */
+#define HOSTADM_VERSION_NUMBER                                                                               \
+    (HOSTADM_VERSION_MAJOR * 10000 + HOSTADM_VERSION_MINOR * 100 + HOSTADM_VERSION_PATCH)
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -147,8 +156,8 @@ int do_systemcmd(const char *command, const char *method);
  * formatted, the text would be longer than an int can count) *result is NULL and 0 is returned.
  * The first call opens /dev/null, which stays open until the process ends.
  */
-int sprintf_alloc(char **result, const char *format, ...);
-int vsprintf_alloc(char **result, const char *format, va_list args);
+int sprintf_alloc(char **result, const char *format, ...) HOSTADM_LIKE_PRINTF(2, 3);
+int vsprintf_alloc(char **result, const char *format, va_list args) HOSTADM_LIKE_PRINTF(2, 0);
 
 /* ---- file tree ---- */
 

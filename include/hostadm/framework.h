@@ -32,6 +32,13 @@
 #ifndef HOSTADM_FRAMEWORK_H
 #define HOSTADM_FRAMEWORK_H
 
+/* Lets the compiler compare a format with its arguments, by their positions (0: they come as a va_list). */
+#ifdef __GNUC__
+#    define HOSTADM_LIKE_PRINTF(format, arguments) __attribute__((__format__(__printf__, format, arguments)))
+#else
+#    define HOSTADM_LIKE_PRINTF(format, arguments)
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -137,7 +144,7 @@ int adm_perf_method(const char *method, adm_args *input, adm_args **output, adm_
  * that record, whose text must be NULL or from malloc; the earlier text is freed. errno is left as it was.
  * EINVAL: format is NULL.
  */
-int adm_err_setf(adm_error *where, int code, const char *format, ...);
+int adm_err_setf(adm_error *where, int code, const char *format, ...) HOSTADM_LIKE_PRINTF(3, 4);
 
 /* Marks the answer of the running method: ADM_DIRTY, something is left half done; ADM_CLEAN, nothing is.
    Errors already recorded stay recorded. Outside a method ADM_DIRTY is said on standard error. where not

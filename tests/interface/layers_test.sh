@@ -65,7 +65,7 @@ for name in hostadm hostadm_framework hostadm_tables hostadm_platform; do
 done
 
 # An empty entry of a search path stands for the current folder, whoever has put libraries there.
-for file in $(find "$build/bin" "$build/lib" "$build/libexec" "$build/compat" -type f \( -perm -u+x -o -name '*.so.*' \)); do
-    ! readelf -d "$file" 2>/dev/null | grep -qE 'R(UN)?PATH.*(\[:|::|:\])' || fail "$file looks for libraries in the current folder"
-done
+here=$(find "$build/bin" "$build/lib" "$build/libexec" "$build/compat" -type f \( -perm -u+x -o -name '*.so.*' \) -exec sh -c '
+    for file; do ! readelf -d "$file" 2>/dev/null | grep -qE "R(UN)?PATH.*(\[:|::|:\])" || echo "$file"; done' sh {} +)
+[ -z "$here" ] || fail "these look for libraries in the current folder: $here"
 [ "$failures" = 0 ]
