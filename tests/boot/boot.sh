@@ -46,8 +46,7 @@ refused_with() { # refused_with PATTERN COMMAND...: COMMAND fails for this reaso
     [[ $output =~ $pattern ]]
 }
 soon() { # at most 30 s, 5 ms apart
-    local tries
-    for tries in $(seq 6000); do "$@" >/dev/null 2>&1 && return; sleep 0.005; done
+    for _ in $(seq 6000); do "$@" >/dev/null 2>&1 && return; sleep 0.005; done
     "$@"
 }
 client() { nsenter --net=/run/netns/client timeout 30 "$@"; }
@@ -112,6 +111,7 @@ fetch() { # fetch NAME: the boot program, whole, by this name
 
 boots() { # boots NAME ADDRESS ETHERNET MOTD: every stage answers
     local name=$1 address=$2 digits root=nfs://$server/export/root/$1
+    # shellcheck disable=SC2086 # four numbers
     digits=$(printf '%02X%02X%02X%02X' ${address//./ })
     plug_in "$3"
     check "$name: reverse ARP gives the address" \
@@ -142,6 +142,7 @@ boots() { # boots NAME ADDRESS ETHERNET MOTD: every stage answers
 # gets_nothing WHO NAME ADDRESS ETHERNET ROOT: no stage answers. Silence takes its time, so all ask at once.
 gets_nothing() {
     local who=$1 name=$2 address=$3 digits results job
+    # shellcheck disable=SC2086 # four numbers
     digits=$(printf '%02X%02X%02X%02X' ${address//./ })
     results=$(mktemp -d)
     plug_in "$4"

@@ -32,8 +32,7 @@ check() { # check TITLE COMMAND...: passes when COMMAND succeeds
     fi
 }
 soon() { # at most 30 s, 5 ms apart
-    local tries
-    for tries in $(seq 6000); do "$@" >/dev/null 2>&1 && return; sleep 0.005; done
+    for _ in $(seq 6000); do "$@" >/dev/null 2>&1 && return; sleep 0.005; done
     "$@"
 }
 told() { grep -aq -- "$1" $console || { tail -12 $console | cut -c1-200; return 1; }; } # the console says so
