@@ -34,31 +34,32 @@ bool_t nothing(XDR *, ...) {
     return xdr_void();
 }
 
-class Client {
-public:
-    explicit Client(CLIENT *client) : client_(client) {}
-    ~Client() {
-        if (client_ != nullptr)
-            clnt_destroy(client_);
+// The clients of one probe. That of the port mapper stays until the end: its socket's port is then not that of the
+// service's, where a late second answer of the port mapper would be taken for the service's.
+struct Clients {
+    Clients() = default;
+    ~Clients() {
+        for (CLIENT *client : {service, mapper})
+            if (client != nullptr)
+                clnt_destroy(client);
     }
-    Client(const Client &) = delete;
-    Client &operator=(const Client &) = delete;
+    Clients(const Clients &) = delete;
+    Clients &operator=(const Clients &) = delete;
 
-    bool exists() const { return client_ != nullptr; }
-    // Calls a procedure; how that went is what the client's error record says.
-    template <typename Argument, typename Answer>
-    rpc_err call(rpcproc_t procedure, xdrproc_t encode, Argument *argument, xdrproc_t decode, Answer *answer,
-                 timeval limit) {
-        rpc_err error = {};
-        clnt_call(client_, procedure, encode, reinterpret_cast<char *>(argument), decode,
-                  reinterpret_cast<char *>(answer), limit);
-        clnt_geterr(client_, &error);
-        return error;
-    }
-
-private:
-    CLIENT *client_;
+    CLIENT *mapper = nullptr;
+    CLIENT *service = nullptr;
 };
+
+// Calls a procedure; how that went is what the client's error record says.
+template <typename Argument, typename Answer>
+rpc_err call(CLIENT *client, rpcproc_t procedure, xdrproc_t encode, Argument *argument, xdrproc_t decode,
+             Answer *answer, timeval limit) {
+    rpc_err error = {};
+    clnt_call(client, procedure, encode, reinterpret_cast<char *>(argument), decode,
+              reinterpret_cast<char *>(answer), limit);
+    clnt_geterr(client, &error);
+    return error;
+}
 
 // Absent when the host is neither a dotted address nor known by name.
 std::optional<sockaddr_in> address_of(const char *host) {
@@ -78,32 +79,53 @@ std::optional<sockaddr_in> address_of(const char *host) {
 }
 
 // Asks the host's port mapper for the program's UDP port and puts it into the address. The RPC library would
-// do that itself for a port of 0, but it blocks every signal meanwhile and waits a minute for a silent port
-// mapper. As it would, this asks again when nothing comes back: one lost packet is no silent mapper.
-Result find_port(sockaddr_in &address, unsigned long program, unsigned long version, timeval limit) {
-    sockaddr_in mapper_address = address;
+// do that itself for a port of 0, but it waits a minute for a silent port mapper. As it would, this asks again when
+// nothing comes back: one lost packet is no silent mapper.
+Result find_port(sockaddr_in *address, unsigned long program, unsigned long version, timeval limit,
+                 Clients *clients) {
+    sockaddr_in mapper_address = *address;
     mapper_address.sin_port = htons(PMAPPORT);
     int socket = RPC_ANYSOCK;
     const timeval ask_again = {1, 0};
-    Client mapper(
-        clntudp_bufcreate(&mapper_address, PMAPPROG, PMAPVERS, ask_again, &socket, UDPMSGSIZE, UDPMSGSIZE));
-    if (!mapper.exists())
+    clients->mapper =
+        clntudp_bufcreate(&mapper_address, PMAPPROG, PMAPVERS, ask_again, &socket, UDPMSGSIZE, UDPMSGSIZE);
+    if (clients->mapper == nullptr)
         return no_answer;
     pmap wanted = {program, version, IPPROTO_UDP, 0};
     unsigned short port = 0;
-    const rpc_err error = mapper.call(PMAPPROC_GETPORT, reinterpret_cast<xdrproc_t>(xdr_pmap), &wanted,
-                                      reinterpret_cast<xdrproc_t>(xdr_u_short), &port, limit);
+    const rpc_err error = call(clients->mapper, PMAPPROC_GETPORT, reinterpret_cast<xdrproc_t>(xdr_pmap),
+                               &wanted, reinterpret_cast<xdrproc_t>(xdr_u_short), &port, limit);
     if (error.re_status == RPC_TIMEDOUT)
         return no_client_in_time;
-    address.sin_port = htons(port);
+    address->sin_port = htons(port);
     const bool no_mapper = error.re_status != RPC_SUCCESS && error.re_errno == ECONNREFUSED;
     return port != 0 || no_mapper ? answered
                                   : no_answer; // without a mapper the library gives up at once, too
 }
 
-// Makes the client within the time limit. Nothing here may need a destructor: the alarm jumps over it.
+volatile std::sig_atomic_t alarmed = 0;
+void note_alarm(int) {
+    alarmed = 1;
+}
+
+// An alarm from outside during the look-up ends the probe as one during the making of the client does. But the RPC
+// library holds a lock of its own where it lets signals through again: there nothing may jump.
+Result find_port_unless_alarmed(sockaddr_in *address, unsigned long program, unsigned long version,
+                                timeval limit, Clients *clients) {
+    struct sigaction ours = {};
+    struct sigaction previous;
+    ours.sa_handler = note_alarm;
+    ours.sa_flags = SA_RESTART;
+    alarmed = 0;
+    sigaction(SIGALRM, &ours, &previous);
+    const Result found = find_port(address, program, version, limit, clients);
+    sigaction(SIGALRM, &previous, nullptr);
+    return alarmed != 0 ? no_client_in_time : found;
+}
+
+// Makes the client of the service within the time limit. Nothing here may need a destructor: the alarm jumps over it.
 Result create_client(sockaddr_in *address, unsigned long program, unsigned long version, timeval limit,
-                     CLIENT **client) {
+                     Clients *clients) {
     struct sigaction ours = {};
     struct sigaction previous;
     ours.sa_handler = tmo_routine;
@@ -114,10 +136,10 @@ Result create_client(sockaddr_in *address, unsigned long program, unsigned long 
     }
     int socket = RPC_ANYSOCK;
     alarm(static_cast<unsigned int>(limit.tv_sec));
-    *client = clntudp_create(address, program, version, limit, &socket);
+    clients->service = clntudp_create(address, program, version, limit, &socket);
     alarm(0);
     sigaction(SIGALRM, &previous, nullptr);
-    return *client == nullptr ? no_answer : answered;
+    return clients->service == nullptr ? no_answer : answered;
 }
 
 } // namespace
@@ -149,14 +171,14 @@ int rpc_pinghost(const char *host, unsigned long program, unsigned long version,
     if (address->sin_family != AF_INET || timeout <= 0) // without any time nobody can answer
         return no_answer;
     const timeval limit = {std::min(timeout, longest_timeout), 0};
-    if (const Result found = find_port(*address, program, version, limit); found != answered)
+    Clients clients;
+    if (const Result found = find_port_unless_alarmed(&*address, program, version, limit, &clients);
+        found != answered)
         return found;
-    CLIENT *created = nullptr;
-    if (const Result made = create_client(&*address, program, version, limit, &created); made != answered)
+    if (const Result made = create_client(&*address, program, version, limit, &clients); made != answered)
         return made;
-    Client client(created);
-    const rpc_err error = client.call(NULLPROC, nothing, static_cast<char *>(nullptr), nothing,
-                                      static_cast<char *>(nullptr), limit);
+    const rpc_err error = call(clients.service, NULLPROC, nothing, static_cast<char *>(nullptr), nothing,
+                               static_cast<char *>(nullptr), limit);
     return error.re_status == RPC_SUCCESS ? answered : no_answer;
 }
 

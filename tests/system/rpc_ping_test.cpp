@@ -18,6 +18,7 @@
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -27,6 +28,7 @@
 #include <rpc/pmap_prot.h>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "hostadm.h"
 #include "support/eventually.hpp"
@@ -388,6 +390,57 @@ TEST_F(RpcProbeAlone, ProbeEndsWithItsCaller) {
     EXPECT_TRUE(runs(probe));
     caller.end();
     EXPECT_TRUE(tests::eventually([&] { return !runs(probe); }));
+}
+
+// Both answer late: the port mapper's second answer comes when the service's is awaited.
+TEST_F(RpcProbeAlone, LateSecondAnswerOfThePortMapperIsNotTheServices) {
+    const UdpSocket mapper(PMAPPORT), service;
+    ASSERT_TRUE(mapper.bound());
+    // An answer to a call, with one number or none: only the call's own number is taken over.
+    const auto answer = [](int descriptor, const std::array<std::uint32_t, 64> &question,
+                           const sockaddr_in &asker, std::vector<std::uint32_t> result) {
+        std::vector<std::uint32_t> words = {question[0], htonl(1), 0, 0, 0, 0};
+        words.insert(words.end(), result.begin(), result.end());
+        sendto(descriptor, words.data(), words.size() * sizeof words.front(), 0,
+               reinterpret_cast<const sockaddr *>(&asker), sizeof asker);
+    };
+    const auto receive = [](int descriptor, std::array<std::uint32_t, 64> &question, sockaddr_in &asker) {
+        socklen_t size = sizeof asker;
+        return recvfrom(descriptor, question.data(), sizeof question, 0, reinterpret_cast<sockaddr *>(&asker),
+                        &size) > 0;
+    };
+    const Process server([&] {
+        std::array<std::uint32_t, 64> first{}, second{}, call{};
+        sockaddr_in asker{}, again{}, caller{};
+        // The mapper waits for the repeated question, and answers it once the service has been called.
+        if (!receive(mapper.descriptor(), first, asker) || !receive(mapper.descriptor(), second, again))
+            _exit(1);
+        answer(mapper.descriptor(), first, asker, {htonl(service.port())});
+        if (!receive(service.descriptor(), call, caller))
+            _exit(1);
+        call.swap(
+            first); // an answer with the service's call number, from the mapper, that says "no such program"
+        std::vector<std::uint32_t> refusal = {first[0], htonl(1), 0, 0, 0, htonl(1)};
+        sendto(mapper.descriptor(), refusal.data(), refusal.size() * sizeof refusal.front(), 0,
+               reinterpret_cast<const sockaddr *>(&asker), sizeof asker);
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        answer(service.descriptor(), first, caller, {});
+        pause();
+    });
+    EXPECT_EQ(rpc_ping("127.0.0.1", program, version, 20), 0);
+}
+
+TEST_F(RpcProbeAlone, AlarmFromOutsideDuringThePortLookUpIsThree) {
+    const UdpSocket silent(PMAPPORT);
+    ASSERT_TRUE(silent.bound());
+    const Process alarmer([&] {
+        char question;
+        if (recv(silent.descriptor(), &question, sizeof question, 0) != 1)
+            _exit(1);
+        kill(getppid(), SIGALRM);
+        pause();
+    });
+    EXPECT_EQ(rpc_pinghost("127.0.0.1", program, version, 3), 3);
 }
 
 TEST_F(RpcProbeAlone, MethodTellsThatThePortMapperIsSilent) {
