@@ -9,10 +9,11 @@
 #include <string_view>
 #include <unistd.h>
 
+#include "base/boundary.hpp"
+#include "base/descriptor.hpp"
+#include "base/owners.hpp"
 #include "hostadm.h"
 #include "hostadm/platform.h"
-#include "src/support/boundary.hpp"
-#include "src/support/handle.hpp"
 #include "src/support/text.hpp"
 
 namespace {
@@ -26,27 +27,24 @@ template <std::size_t Size> std::string_view bounded(const char (&field)[Size]) 
     return {field, strnlen(field, Size)};
 }
 
-bool is_process(const char *entry) {
-    return *entry >= '1' && *entry <= '9';
-}
-
-// The record of one process; false when it has gone or cannot be read.
+// The record behind one entry of the process directory. Every entry is asked: those that are no process, or one that
+// has gone, have none.
 bool read_process(const char *entry, struct sysv_psinfo &info) {
     const std::string path = std::string(processes_path) + "/" + entry;
-    const Descriptor process(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const base::Descriptor process(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     return process.is_open() && sysv_psinfo(process.get(), &info) == 0;
 }
 
 // Looks for processes that match: the first live one decides, defunct ones only when there is none. The id of
 // the last match looked at goes to pid, if wanted.
 template <typename Matches> int find_process(int *pid, Matches matches) {
-    const Directory processes(opendir(processes_path));
+    const base::Directory processes(opendir(processes_path));
     if (!processes)
         return HOSTADM_DAEMON_NO_PROCFS;
     bool found_defunct = false;
     while (const dirent *entry = readdir(processes.get())) {
         struct sysv_psinfo info {};
-        if (!is_process(entry->d_name) || !read_process(entry->d_name, info) || !matches(info))
+        if (!read_process(entry->d_name, info) || !matches(info))
             continue;
         if (pid != nullptr)
             *pid = info.pr_pid;
@@ -86,7 +84,7 @@ void detach() {
 } // namespace
 
 int check_daemon(const char *name, int *pid) {
-    return at_boundary(int{HOSTADM_DAEMON_NO_PROCFS}, [&]() -> int {
+    return base::at_boundary(int{HOSTADM_DAEMON_NO_PROCFS}, [&]() -> int {
         if (name == nullptr)
             return HOSTADM_DAEMON_NOT_RUNNING;
         // Anywhere in the arguments, deliberately: an editor open on /tmp/nfsd counts as nfsd, and an nfsd
@@ -98,7 +96,7 @@ int check_daemon(const char *name, int *pid) {
 }
 
 int check_rarpd(const char *interface) {
-    return at_boundary(int{HOSTADM_DAEMON_NO_PROCFS}, [&]() -> int {
+    return base::at_boundary(int{HOSTADM_DAEMON_NO_PROCFS}, [&]() -> int {
         return find_process(nullptr, [&](const struct sysv_psinfo &info) {
             const std::string_view arguments = bounded(info.pr_psargs);
             return bounded(info.pr_fname) == "in.rarpd" &&
@@ -108,7 +106,7 @@ int check_rarpd(const char *interface) {
 }
 
 int start_daemon(const char *path, const char *args) {
-    return at_boundary(cannot_start, [&] {
+    return base::at_boundary(cannot_start, [&] {
         if (path == nullptr)
             return cannot_start;
         const std::string command = args == nullptr ? "" : format("%s %s &", path, args);

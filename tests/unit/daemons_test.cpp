@@ -219,6 +219,14 @@ TEST_F(Daemons, ProcessesWithoutRecordAreSkipped) {
     EXPECT_EQ(check_daemon("nfsd", nullptr), HOSTADM_DAEMON_RUNNING);
 }
 
+TEST_F(Daemons, EveryEntryOfTheProcessTableIsAsked) {
+    fakes::platform().processes[0] = {0, "nfsd",
+                                      "/usr/lib/nfs/nfsd"}; // what is called by no number, as /proc/version
+    int id = -7;
+    EXPECT_EQ(check_daemon("nfsd", &id), HOSTADM_DAEMON_RUNNING);
+    EXPECT_EQ(id, 0);
+}
+
 TEST_F(Daemons, ChecksLeaveNoDescriptor) {
     const Sleeper live, defunct;
     process(live, "nfsd", "/usr/lib/nfs/nfsd");
