@@ -42,12 +42,14 @@ template <typename Work> int at_boundary(Work &&work) noexcept {
 }
 
 // For functions that have a status of their own for every failure.
-template <typename Status, typename Work> Status at_boundary(Status failure, Work &&work) noexcept {
+template <typename Status, typename Work>
+auto at_boundary(Status failure, Work &&work) noexcept -> decltype(work()) {
     return translated_at_boundary(std::forward<Work>(work), [&](int) { return failure; });
 }
 
 // For functions that answer as system calls do: -1, or a null pointer, and errno.
-template <typename Status, typename Work> Status errno_at_boundary(Status failure, Work &&work) noexcept {
+template <typename Status, typename Work>
+auto errno_at_boundary(Status failure, Work &&work) noexcept -> decltype(work()) {
     return translated_at_boundary(std::forward<Work>(work), [&](int error) {
         errno = error;
         return failure;

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "base/boundary.hpp"
+#include "base/immortal.hpp"
 #include "framework/handle.hpp"
 #include "framework/protocol/answer.hpp"
 #include "framework/protocol/channel.hpp"
@@ -34,14 +35,14 @@ std::string_view text_of(const void *value, unsigned int length) {
 // The running method's input. The records stay as they are
 // until the process ends: callers may change their values.
 Fields &inputs() {
-    static Fields fields = [] {
+    static base::Immortal<Fields> fields([] { // a method may clean up in a handler of atexit
         Fields read;
         if (auto request = read_request())
             for (auto &[name, value] : request->arguments)
                 read.emplace_back(std::move(name), std::move(value));
         return read;
-    }();
-    return fields;
+    }());
+    return fields.get();
 }
 
 } // namespace
@@ -186,11 +187,11 @@ int _get_returned_arg(adm_args *handle, const char *name, const char *fallback, 
         if (*value != nullptr)
             return 0;
         // The caller may write to it as to any value, so it gets a copy that lives as long as the handle.
-        static std::string without_handle;
+        static base::Immortal<std::string> without_handle;
         if (fallback == nullptr)
             *value = nullptr;
         else if (handle == nullptr)
-            *value = (without_handle = fallback).data();
+            *value = (without_handle.get() = fallback).data();
         else
             *value = handle->fallbacks.emplace_back(fallback).data();
         return handle == nullptr || is_empty(name) ? EINVAL : ENOENT;

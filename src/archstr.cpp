@@ -8,11 +8,13 @@
 #include <string>
 #include <string_view>
 
+#include "base/boundary.hpp"
+#include "base/immortal.hpp"
+#include "base/owners.hpp"
 #include "hostadm.h"
 #include "hostadm/platform.h"
-#include "src/support/boundary.hpp"
 #include "src/support/error.hpp"
-#include "src/support/handle.hpp"
+#include "src/support/exit.hpp"
 #include "src/support/text.hpp"
 
 namespace {
@@ -20,11 +22,7 @@ namespace {
 using hostadm::is_empty;
 using hostadm::record;
 using hostadm::text_or;
-
-constexpr int missing_identity = 1;
-constexpr int not_absolute = 10;
-constexpr int query_not_run = 56;
-constexpr int query_without_answer = 66;
+using hostadm::work_or_exit;
 
 constexpr const char *query_method = "get_os_pathnames";
 constexpr const char *default_hierarchy = "/cdrom/cdrom0/s0";
@@ -38,13 +36,17 @@ char thishost[257];
 // Paths without a value point here. The caller must not free it.
 char no_path[] = "";
 
-using OwnedText = hostadm::Allocated<char>;
+using OwnedText = hostadm::base::Allocated<char>;
 
 // ---- the answer of the last query ----
 
-std::string install_rootpath = "uninitialized";
-std::string install_bootprog = "uninitialized";
-std::array<std::string, 4> answered_identity; // by identity alone: hierarchy and host do not count
+struct InstallAnswer {
+    std::string rootpath = "uninitialized";
+    std::string bootprog = "uninitialized";
+    std::array<std::string, 4> identity; // asked by that alone: hierarchy and host do not count
+};
+
+hostadm::base::Immortal<InstallAnswer> last_answer;
 
 class ArgumentHandle {
 public:
@@ -85,7 +87,7 @@ std::string returned(adm_args *rows, const char *name) {
 }
 
 [[noreturn]] void refuse_path(const char *method, const char *path, const char *argument) {
-    record(not_absolute, method, path, argument);
+    record<hostadm::bad_argument>(method, path, argument);
     std::exit(1);
 }
 
@@ -109,7 +111,7 @@ bool is_client_path(const char *path) {
 void require_identity(const char *method, const std::array<const char *, 4> &identity) {
     for (std::size_t i = 0; i < identity.size(); ++i) {
         if (is_empty(identity[i])) {
-            record(missing_identity, method, identity_arguments[i]);
+            record<hostadm::argument_missing>(method, identity_arguments[i]);
             std::exit(1);
         }
     }
@@ -155,16 +157,6 @@ void default_dump_path(const char *method, char **dump_path, const char *given_s
         refuse_path(method, swap, "dumppath");
 }
 
-// Runs the work of a function that has no failure to return. When memory is out the process ends.
-template <typename Work> void or_exit(Work &&work) {
-    const int status = hostadm::at_boundary(1, [&] {
-        work();
-        return 0;
-    });
-    if (status != 0)
-        std::exit(1);
-}
-
 } // namespace
 
 void get_hostname(void) {
@@ -196,8 +188,9 @@ const char *arch_xlate(int code) {
 
 const char *make_boot_name(const char *os_version, const char *os_name, const char *inst_set,
                            const char *impl_arch) {
-    return hostadm::at_boundary(static_cast<const char *>(nullptr), [&] {
-        static std::string boot_name;
+    return hostadm::base::at_boundary(static_cast<const char *>(nullptr), [&] {
+        static hostadm::base::Immortal<std::string> place; // a method may clean up in a handler of atexit
+        std::string &boot_name = place.get();
         constexpr std::size_t usual_size =
             1024; // up to here the name stays at one place for the whole process
         boot_name.reserve(usual_size);
@@ -215,7 +208,7 @@ const char *make_boot_name(const char *os_version, const char *os_name, const ch
 void default_boot_paths(const char *method, const char *host, const char *inst_set, const char *impl_arch,
                         const char *os_name, const char *os_version, char **boot_file, char **root_path,
                         char **swap_path, char **dump_path) {
-    or_exit([&] {
+    work_or_exit([&] {
         get_hostname();
         const std::array identity = {inst_set, impl_arch, os_name, os_version};
         require_identity(method, identity);
@@ -234,10 +227,11 @@ void default_boot_paths(const char *method, const char *host, const char *inst_s
 
 int get_install_os_pathnames(const char *method, const char *host, const char *dirpath, const char *inst_set,
                              const char *impl_arch, const char *os_name, const char *os_version) {
-    or_exit([&] {
+    work_or_exit([&] {
         get_hostname();
         const std::array<std::string, 4> identity = {inst_set, impl_arch, os_name, os_version};
-        if (identity == answered_identity)
+        InstallAnswer &answer = last_answer.get();
+        if (identity == answer.identity)
             return;
 
         ArgumentHandle input;
@@ -254,7 +248,7 @@ int get_install_os_pathnames(const char *method, const char *host, const char *d
             const char *reason = !ready             ? std::strerror(ENOMEM)
                                  : error == nullptr ? ""
                                                     : text_or(error->text, "");
-            record(query_not_run, method, query_method, host, reason);
+            record<hostadm::query_not_run>(method, query_method, host, reason);
             output.release();
             if (error != nullptr)
                 adm_err_freeh(error);
@@ -263,15 +257,15 @@ int get_install_os_pathnames(const char *method, const char *host, const char *d
         if (error != nullptr)
             adm_err_freeh(error);
         if (output.get() == nullptr || (adm_args_htype(output.get()) & ADM_HANDLE_ROWS) == 0) {
-            record(query_without_answer, method, host, inst_set, impl_arch, os_name, os_version);
+            record<hostadm::query_without_answer>(method, host, inst_set, impl_arch, os_name, os_version);
             output.release();
             adm_err_cleanup(nullptr, ADM_CLEAN);
             std::exit(1);
         }
         adm_args_reset(output.get());
-        install_rootpath = returned(output.get(), "root_path");
-        install_bootprog = returned(output.get(), "boot_prog");
-        answered_identity = identity;
+        answer.rootpath = returned(output.get(), "root_path");
+        answer.bootprog = returned(output.get(), "boot_prog");
+        answer.identity = identity;
     });
     return 0;
 }
@@ -282,13 +276,13 @@ char *install_bootprog_location(const char *method, const char *host, const char
     get_hostname();
     if (get_install_os_pathnames(method, host, dirpath, inst_set, impl_arch, os_name, os_version) != 0)
         return nullptr;
-    return hostadm::duplicate(install_bootprog);
+    return hostadm::duplicate(last_answer.get().bootprog);
 }
 
 void default_install_paths(const char *method, const char *host, const char *inst_set, const char *impl_arch,
                            const char *os_name, const char *os_version, char **install_hierarchy,
                            char **boot_file, char **root_path) {
-    or_exit([&] {
+    work_or_exit([&] {
         get_hostname();
         const std::array identity = {inst_set, impl_arch, os_name, os_version};
         require_identity(method, identity);
@@ -314,7 +308,7 @@ void default_install_paths(const char *method, const char *host, const char *ins
                 refuse_path(method, "", "install_hierarchy");
             get_install_os_pathnames(method, host, *install_hierarchy, inst_set, impl_arch, os_name,
                                      os_version);
-            set_path(root_path, install_rootpath);
+            set_path(root_path, last_answer.get().rootpath);
             publish("rootpath", *root_path);
         }
         if (!is_absolute(*root_path))

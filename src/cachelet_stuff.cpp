@@ -20,12 +20,15 @@
 #include <utility>
 #include <vector>
 
+#include "base/boundary.hpp"
+#include "base/immortal.hpp"
 #include "hostadm.h"
 #include "hostadm/platform.h"
 #include "hostadm/tables.h"
-#include "src/support/boundary.hpp"
+#include "src/support/client_list.hpp"
 #include "src/support/command.hpp"
 #include "src/support/error.hpp"
+#include "src/support/replacement.hpp"
 #include "src/support/temporary_file.hpp"
 #include "src/support/text.hpp"
 
@@ -33,94 +36,23 @@ namespace {
 
 using namespace hostadm;
 
-client_node *list_of_hosts = nullptr;
-
-// What keeps the enumeration linear: where the list ends,
-// and a hash table of its nodes. The nodes are never freed.
-class ListIndex {
-public:
-    // Appends the node that `make` returns, unless there is one of that name.
-    template <typename Make> void add(std::string_view name, Make make) {
-        catch_up();
-        reserve_one();
-        const std::size_t hash = hash_of(name);
-        Slot &slot = find(name, hash);
-        if (slot.node != nullptr)
-            return;
-        client_node *node = make();
-        (last_ == nullptr ? list_of_hosts : last_->next) = node;
-        last_ = node;
-        take(slot, hash, node);
-    }
-
-private:
-    struct Slot {
-        std::size_t hash = 0;
-        const client_node *node = nullptr; // none: the slot is free
-    };
-
-    static std::size_t hash_of(std::string_view name) { return std::hash<std::string_view>()(name); }
-
-    // Takes in the nodes that a caller has appended behind the end that we know.
-    void catch_up() {
-        client_node *node = last_ == nullptr ? list_of_hosts : last_->next;
-        for (; node != nullptr; node = node->next) {
-            if (node->name != nullptr) {
-                reserve_one();
-                const std::size_t hash = hash_of(node->name);
-                take(find(node->name, hash), hash, node);
-            }
-            last_ = node;
-        }
-    }
-
-    // Of several nodes of one name the first is kept.
-    void take(Slot &slot, std::size_t hash, const client_node *node) {
-        if (slot.node != nullptr)
-            return;
-        slot = {hash, node};
-        ++used_;
-    }
-
-    // The slot of a name, or the free one where it belongs.
-    Slot &find(std::string_view name, std::size_t hash) {
-        const std::size_t mask = slots_.size() - 1;
-        std::size_t at = hash & mask;
-        while (slots_[at].node != nullptr && (slots_[at].hash != hash || slots_[at].node->name != name))
-            at = (at + 1) & mask;
-        return slots_[at];
-    }
-
-    void reserve_one() {
-        if (4 * (used_ + 1) <= 3 * slots_.size())
-            return;
-        constexpr std::size_t smallest = 1024;
-        std::vector<Slot> old(std::max(smallest, 2 * slots_.size()));
-        old.swap(slots_);
-        const std::size_t mask = slots_.size() - 1;
-        for (const Slot &slot : old) {
-            if (slot.node == nullptr)
-                continue;
-            std::size_t at = slot.hash & mask;
-            while (slots_[at].node != nullptr)
-                at = (at + 1) & mask;
-            slots_[at] = slot;
-        }
-    }
-
-    client_node *last_ = nullptr;
-    std::vector<Slot> slots_; // as many as a power of two, at most three quarters of them taken
-    std::size_t used_ = 0;
-};
-
-ListIndex &list_index() {
-    static ListIndex index;
-    return index;
+// The clients whose root this host serves, in the order in which they were found.
+ClientList &list_of_hosts() {
+    static base::Immortal<ClientList> list;
+    return list.get();
 }
 
 [[noreturn]] void out_of_memory(const char *what) {
     std::perror(gettext(what));
     std::exit(-1);
+}
+
+// The enumeration ends the process when memory is out.
+template <typename Work> void without_memory_to_spare(Work work) {
+    base::translated_at_boundary(work, [](int error) {
+        errno = error;
+        out_of_memory("Can't alloc space for struct");
+    });
 }
 
 // The framework's keyword for a source of the name-service switch; NULL for a source that has no bootparams.
@@ -226,27 +158,6 @@ bool run(const std::string &command) {
     return system(command.c_str()) == 0;
 }
 
-// A temporary file that a command fills and then moves over a table. The table's mode and owner survive that.
-class Replacement {
-public:
-    Replacement(std::string path, std::string table)
-        : path_(std::move(path)), table_(std::move(table)), known_(stat(table_.c_str(), &status_) == 0) {}
-
-    bool create() const { return create_exclusively(path_, known_ ? status_.st_mode & 07777 : 0644); }
-    void give_owner_to_table() const {
-        if (known_ && (status_.st_uid != geteuid() || status_.st_gid != getegid()))
-            static_cast<void>(lchown(table_.c_str(), status_.st_uid, status_.st_gid) == 0);
-    }
-    const char *path() const { return path_.c_str(); }
-    const char *table() const { return table_.c_str(); }
-
-private:
-    std::string path_;
-    std::string table_;
-    struct stat status_ = {};
-    bool known_;
-};
-
 constexpr const char *disconnectable = "disconnectable";
 
 // Appends the option to the lines of the root, /usr and /usr/openwin that do not have it.
@@ -290,7 +201,7 @@ int write_disabling_program(std::FILE *file) {
 // The records of the table edit carry no method name: they never did.
 int edit_failed(const char *step) {
     const char *reason = std::strerror(errno);
-    record(37, "", step, reason);
+    record<client_table_not_changed>("", step, reason);
     return 1;
 }
 
@@ -312,7 +223,6 @@ int edit_client_table(const char *client_root, int (*write_program)(std::FILE *)
     if (!output.create() || !run(format("awk -f %s %s > %s", program.c_str(), output.table(), output.path())))
         return edit_failed("awk");
     run(format("mv %s %s", output.path(), output.table()));
-    output.give_owner_to_table();
     return 0;
 }
 
@@ -353,8 +263,7 @@ bool is_installed(const char *arch, const std::string &minor, bool own_release, 
 }
 
 void record_pkgadd_error(const char *method, const char *place, const char *text) {
-    adm_err_setf(nullptr, 21, gettext("Method %s: pkgadd of package in %s failed with error:\n%s"), method,
-                 place, text);
+    record_literal<pkgadd_ended_with_words>(method, place, text);
 }
 
 // The version of a package directory; absent when its pkginfo names none, and then recorded.
@@ -383,13 +292,10 @@ std::string software_record(const std::string &os_directory) {
 
 // Drops the lines and templates of other versions of the package. A failure is not reported.
 void remove_older_versions(const char *package, const char *arch, const std::string &os_directory,
-                           const std::string &record_file) {
-    const Replacement edit("/tmp/.softinfo.edit", record_file);
-    if (edit.create()) {
+                           const Replacement &edit) {
+    if (edit.create())
         run(format("/usr/bin/grep -v \"%s.*%s.*\" %s > %s ;/usr/bin/mv %s %s", arch, package, edit.table(),
                    edit.path(), edit.path(), edit.table()));
-        edit.give_owner_to_table();
-    }
     run(format("/usr/bin/rm -rf /export/root/templates/%s/%s*%s*", os_directory.c_str(), package, arch));
 }
 
@@ -409,7 +315,7 @@ client_node *do_bootparams(void) {
     }
     for (const sysv_nsw_lookup *lookup = config->lookups; lookup != nullptr; lookup = lookup->next)
         read_bootparams(lookup->service);
-    return list_of_hosts;
+    return list_of_hosts().first();
 }
 
 void read_bootparams(const char *source) {
@@ -431,21 +337,14 @@ void read_bootparams(const char *source) {
 void foreach_client(adm_args *handle) {
     if (handle == nullptr)
         return;
-    try {
-        walk_rows(handle);
-    } catch (const std::bad_alloc &) {
-        out_of_memory("Can't alloc space for struct");
-    }
+    without_memory_to_spare([&] { walk_rows(handle); });
 }
 
 void add_to_list(const char *name, const char *boottype, const char *root_path) {
     if (name == nullptr)
         return;
-    try {
-        list_index().add(name, [&] { return alloc_list(name, boottype, root_path); });
-    } catch (const std::bad_alloc &) {
-        out_of_memory("Can't alloc space for struct");
-    }
+    without_memory_to_spare(
+        [&] { list_of_hosts().add(name, [&] { return alloc_list(name, boottype, root_path); }); });
 }
 
 client_node *alloc_list(const char *name, const char *boottype, const char *root_path) {
@@ -462,7 +361,7 @@ client_node *alloc_list(const char *name, const char *boottype, const char *root
 }
 
 int enable_chart(const char *client_root) {
-    return at_boundary(1, [&] {
+    return base::at_boundary(1, [&] {
         if (edit_client_table(client_root, write_enabling_program) != 0)
             return 1;
         const std::string directory = cache_directory(client_root);
@@ -471,7 +370,7 @@ int enable_chart(const char *client_root) {
 }
 
 int disable_chart(const char *client_root) {
-    return at_boundary(1, [&] {
+    return base::at_boundary(1, [&] {
         if (edit_client_table(client_root, write_disabling_program) != 0)
             return 1;
         rmdir(cache_directory(client_root).c_str());
@@ -481,13 +380,13 @@ int disable_chart(const char *client_root) {
 
 int set_cachelet_disk_config(const char *method, const char *client_root, const char *profile_set,
                              const char *profile) {
-    return at_boundary(1, [&] {
+    return base::at_boundary(1, [&] {
         const std::string source =
             format("%s/%s/%s", HOSTADM_DATAADMIN "/etc/autoinstall", profile_set, profile);
         run(format("/usr/bin/mkdir %s%s", client_root, "/.autoinstall"));
         const std::string destination = format("%s/.autoinstall/%s", client_root, profile);
         if (copyfile(destination.c_str(), source.c_str()) != 0) {
-            record(44, method, source.c_str());
+            record<profile_not_copied>(method, source.c_str());
             return 1;
         }
         const std::string link = format("%s/.autoinstall/profile", client_root);
@@ -499,7 +398,7 @@ int set_cachelet_disk_config(const char *method, const char *client_root, const 
 
 char *make_admin_file(const char *basedir) {
     std::snprintf(admin_file_name.data(), admin_file_name.size(), "/tmp/pkgadmin.%d", getpid());
-    const bool complete = at_boundary(false, [&] {
+    const bool complete = base::at_boundary(false, [&] {
         std::FILE *file =
             create_exclusively(admin_file_name.data()) ? std::fopen(admin_file_name.data(), "w") : nullptr;
         if (file == nullptr)
@@ -514,7 +413,7 @@ char *make_admin_file(const char *basedir) {
 
 int do_cachelet_pkgadd(const char *method, const char *arch, const char *release, const char *package_dir,
                        const char *package) {
-    return at_boundary(1, [&] {
+    return base::at_boundary(1, [&] {
         const std::string minor = minor_of(release);
         const bool own_release = minor == minor_of(sysinfo(SYSV_SI_RELEASE));
         const bool own_arch = arch == sysinfo(SYSV_SI_ARCHITECTURE);
@@ -522,7 +421,7 @@ int do_cachelet_pkgadd(const char *method, const char *arch, const char *release
             return 0;
         const std::string path = format("%s/%s", package_dir, package);
         if (!exists(path)) {
-            record(96, method, path.c_str());
+            record<package_missing>(method, path.c_str());
             return 1;
         }
         const std::optional<std::string> log_name = create_unique("/tmp/pkgadd.XXXXXX");
@@ -546,8 +445,7 @@ int do_cachelet_pkgadd(const char *method, const char *arch, const char *release
 void do_pkgadd_failure(const char *method, const char *package_dir, int status, const char *log) {
     std::FILE *file = std::fopen(log, "r");
     if (file == nullptr) {
-        adm_err_setf(nullptr, 17, gettext("Method %s: pkgadd of package in %s failed, status = %d"), method,
-                     package_dir, status);
+        record_literal<pkgadd_ended_with_status>(method, package_dir, status);
     } else {
         constexpr std::size_t longest = 3696;
         constexpr std::string_view cut_mark = ".....";
@@ -561,7 +459,7 @@ void do_pkgadd_failure(const char *method, const char *package_dir, int status, 
 }
 
 int setup_as_cachelet_server(const char *method) {
-    return at_boundary(1, [&] {
+    return base::at_boundary(1, [&] {
         const std::string arch = sysinfo(SYSV_SI_ARCHITECTURE);
         const std::string release = sysinfo(SYSV_SI_RELEASE);
         const std::string directory = package_directory(arch, "5.X");
@@ -573,7 +471,7 @@ int setup_as_cachelet_server(const char *method) {
 }
 
 int setup_cachelet_service(const char *method, const char *arch, const char *release) {
-    return at_boundary(1, [&] {
+    return base::at_boundary(1, [&] {
         if (std::string_view(release) == "2.4") {
             const std::string directory = package_directory(arch, "5.4");
             if (do_cachelet_pkgadd(method, arch, "5.4", directory.c_str(), "KTVXmgr5u") != 0)
@@ -590,10 +488,10 @@ int setup_cachelet_service(const char *method, const char *arch, const char *rel
 
 int add_pkg_to_templates(const char *method, const char *package_dir, const char *package, const char *arch,
                          const char *release) {
-    return at_boundary(1, [&] {
+    return base::at_boundary(1, [&] {
         const std::string package_path = format("%s/%s", package_dir, package);
         if (!exists(package_path)) {
-            record(96, method, package_path.c_str());
+            record<package_missing>(method, package_path.c_str());
             return 1;
         }
         const std::optional<std::string> version = package_version(method, package_path);
@@ -605,11 +503,12 @@ int add_pkg_to_templates(const char *method, const char *package_dir, const char
                                                  os_directory.c_str(), package, version->c_str(), arch);
         if (run(format("grep %s %s > /dev/null 2>&1", template_path.c_str(), record_file.c_str())))
             return 0;
+        const Replacement edit("/tmp/.softinfo.edit", record_file); // ends when the new lines are there, too
         // Without a file name: this reads the standard input of the calling process, and is kept so.
         if (run(format("grep \"%s.*%s\" > /dev/null 2>&1", arch, package)))
-            remove_older_versions(package, arch, os_directory, record_file);
+            remove_older_versions(package, arch, os_directory, edit);
         if (exists(template_path)) {
-            record(97, method, template_path.c_str(), record_file.c_str());
+            record<template_in_the_way>(method, template_path.c_str(), record_file.c_str());
             return 1;
         }
         if (do_systemcmd(format("/usr/bin/mkdir -p %s; /usr/bin/cp -rp %s %s", template_path.c_str(),

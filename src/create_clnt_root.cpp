@@ -5,27 +5,29 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <memory>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/boundary.hpp"
+#include "base/immortal.hpp"
+#include "base/owners.hpp"
 #include "hostadm.h"
-#include "src/support/boundary.hpp"
 #include "src/support/temporary_file.hpp"
 #include "src/support/text.hpp"
 
-using hostadm::at_boundary;
 using hostadm::format;
+using hostadm::base::at_boundary;
+using hostadm::base::Stream;
 
 namespace {
 
 constexpr const char *method = "create_clnt_root";
 
-int g_dirty;                 // something has been installed: the directories are no longer ours to remove
-int howfar;                  // 1: an admin file has been made
-std::string admin_file_name; // its path
+int g_dirty; // something has been installed: the directories are no longer ours to remove
+int howfar;  // 1: an admin file has been made
+hostadm::base::Immortal<std::string> admin_file_name; // its path
 
 // What the package tools expect to find in a root, in the order in which it is made.
 constexpr const char *directories[] = {"/var", "/var/sadm", "/var/sadm/softinfo", "/var/sadm/install_data",
@@ -52,11 +54,6 @@ constexpr struct {
                  {"/var/sadm/system/admin/CLUSTER", "/var/sadm/install_data/CLUSTER"},
                  {"/var/sadm/system/admin/INST_RELEASE", "/var/sadm/softinfo/INST_RELEASE"}};
 
-struct Close {
-    void operator()(std::FILE *stream) const { std::fclose(stream); }
-};
-using Stream = std::unique_ptr<std::FILE, Close>;
-
 // Makes the admin file under a name that nobody else can have taken, writable by its owner alone.
 Stream open_admin_file() {
     const std::optional<std::string> path = hostadm::create_unique("/tmp/admin.XXXXXX");
@@ -68,7 +65,7 @@ Stream open_admin_file() {
         return nullptr;
     }
     std::setvbuf(stream.get(), nullptr, _IONBF, 0); // so that each write tells whether it reached the file
-    admin_file_name = *path;
+    admin_file_name.get() = *path;
     howfar = 1;
     return stream;
 }
@@ -83,7 +80,8 @@ bool write_admin_lines(std::FILE *stream) {
 std::string install_command(bool copy, const char *root, const char *directory) {
     if (copy)
         return format("cd %s; /usr/bin/find . -depth -print | /usr/bin/cpio -pdmu %s", directory, root);
-    return format("/usr/sbin/pkgadd -S -n -R %s -a %s -d %s all", root, admin_file_name.c_str(), directory);
+    return format("/usr/sbin/pkgadd -S -n -R %s -a %s -d %s all", root, admin_file_name.get().c_str(),
+                  directory);
 }
 
 int run_or_cleanup(const std::string &command, const char *root) {
@@ -155,7 +153,7 @@ int setup_environment(const char *root) {
 void cleanup(const char *root) {
     at_boundary(-1, [&] {
         if (howfar == 1)
-            unlink(admin_file_name.c_str());
+            unlink(admin_file_name.get().c_str());
         if (g_dirty == 0) {
             for (const char *directory :
                  {"/var/sadm/install_data", "/var/sadm/softinfo", "/var/sadm", "/var", "/usr"})

@@ -28,7 +28,7 @@ const char *input(const char *name) {
 }
 
 [[noreturn]] void missing(const char *method, const char *name) {
-    record(1, method, name);
+    record<hostadm::argument_missing>(method, name);
     std::exit(1);
 }
 
@@ -43,7 +43,7 @@ int mask_of(const char *method, const char *keyword) {
     for (const auto &service : services)
         if (std::strcmp(service.keyword, keyword) == 0)
             return service.mask;
-    record(10, method, keyword, "nameservice");
+    record<hostadm::bad_argument>(method, keyword, "nameservice");
     std::exit(1);
 }
 

@@ -9,15 +9,12 @@
 #include <unistd.h>
 #include <utility>
 
+#include "base/boundary.hpp"
 #include "hostadm.h"
-#include "src/support/boundary.hpp"
 #include "src/support/command.hpp"
 #include "src/support/error.hpp"
 
 namespace {
-
-constexpr int not_started = 91;
-constexpr int command_said = 92;
 
 // A line of output with its newline, or this much of a longer one, is a piece.
 constexpr std::size_t longest_piece = 511;
@@ -153,30 +150,30 @@ std::optional<CollectedOutput> collect(hostadm::CommandOutput &command) {
 } // namespace
 
 int do_systemcmd(const char *command, const char *method) {
-    return hostadm::at_boundary(1, [&] {
+    return hostadm::base::at_boundary(1, [&] {
         const std::string line = "(set -f ; " + std::string(command) + ") 2>&1";
         hostadm::CommandOutput running(line);
         if (!running.started()) {
             const std::string reason = std::strerror(why_not_started(line, errno));
-            hostadm::record(not_started, method, command, reason.c_str());
+            hostadm::record<hostadm::command_not_started>(method, command, reason.c_str());
             return 1;
         }
         const std::optional<CollectedOutput> output = collect(running);
         if (!output) {
-            hostadm::record(command_said, method, command, std::strerror(ENOMEM));
+            hostadm::record<hostadm::command_said>(method, command, std::strerror(ENOMEM));
             return 1;
         }
         const int status = running.close();
         if (status == -1) {
             const std::string reason = std::strerror(errno);
-            hostadm::record(command_said, method, command, reason.c_str());
+            hostadm::record<hostadm::command_said>(method, command, reason.c_str());
         }
         // A command that fails in silence leaves no record.
         if (status != 0 && output->seen())
-            hostadm::record(command_said, method, command, output->text());
+            hostadm::record<hostadm::command_said>(method, command, output->text());
         // What a successful one said is handed on as well, in a bare format: it is no failure.
         if (status == 0 && output->seen())
-            adm_err_setf(nullptr, command_said, "%s:: %s", method, output->text());
+            adm_err_setf(nullptr, hostadm::command_said, "%s:: %s", method, output->text());
         return status == 0 ? 0 : 1;
     });
 }

@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits.h>
+#include <map>
 #include <new>
-#include <set>
 #include <string>
 #include <string_view>
 #include <sys/statvfs.h>
@@ -17,14 +17,15 @@
 #include <utility>
 #include <vector>
 
+#include "base/boundary.hpp"
+#include "base/immortal.hpp"
+#include "base/owners.hpp"
 #include "hostadm.h"
 #include "hostadm/platform.h"
-#include "src/support/boundary.hpp"
 #include "src/support/command.hpp"
 #include "src/support/effect.hpp"
 #include "src/support/error.hpp"
 #include "src/support/expression.hpp"
-#include "src/support/handle.hpp"
 #include "src/support/table.hpp"
 #include "src/support/text.hpp"
 
@@ -43,24 +44,6 @@ constexpr char mountd_program[] = "/usr/lib/nfs/mountd";
 constexpr char nfsd_program[] = "/usr/lib/nfs/nfsd";
 constexpr char share_table[] = "/etc/dfs/dfstab";
 constexpr char nfs[] = "nfs"; // the only type that can be shared
-
-// Codes that are recorded and returned.
-constexpr int argument_missing = 1;
-constexpr int mount_failed = 23;
-constexpr int umount_failed = 24;
-constexpr int type_not_shareable = 26;
-constexpr int share_failed = 27; // also: unshare failed
-constexpr int subdirectory_shared = 29;
-constexpr int parent_shared = 30;
-constexpr int daemon_not_started = 42;
-constexpr int share_not_exclusive = 49;
-
-// Recorded when a failure has been dealt with: it takes back what was recorded before.
-constexpr int no_error = 0;
-
-constexpr int no_such_line = -2;
-constexpr int add_if_absent = 3;
-constexpr int add_share_if_absent = 11;
 
 // A share line is read into as much at first, and into twice as much as long as it does not fit.
 constexpr std::size_t share_line_size = 1024;
@@ -88,22 +71,22 @@ int mount_now(const Mount &mount, const char *method) {
     const Complaint complaint = first_complaint(command);
     if (complaint.silent())
         return 0;
-    return fail(mount_failed, method, mount_program, mount.resource.c_str(), complaint.text());
+    return fail<mount_failed>(method, mount_program, mount.resource.c_str(), complaint.text());
 }
 
 int add_mount_line(const Mount &mount, const char *vfstab, const char *method) {
     ColumnList columns;
     if (columns.create("\t ", "#", nullptr) != 0)
-        return fail(cannot_prepare_edit, method);
+        return fail<cannot_prepare_edit>(method);
     const std::array<const std::string *, 7> values = {&mount.resource, &mount.fsckdev,  &mount.mountpt,
                                                        &mount.fstype,   &mount.fsckpass, &mount.mountatboot,
                                                        &mount.mntopts};
     for (int position = 0; position < static_cast<int>(values.size()); ++position) {
         const char *value = text_or(values[static_cast<std::size_t>(position)]->c_str(), "-");
         if (columns.add(position, position == 0 ? value : nullptr, value) != 0)
-            return fail(cannot_prepare_edit, method);
+            return fail<cannot_prepare_edit>(method);
     }
-    const int status = replace_db_entry(vfstab, columns.get(), add_if_absent);
+    const int status = replace_db_entry(vfstab, columns.get(), replace_or_add);
     return status == 0 ? 0 : report_table_failure(status, mount.resource.c_str(), vfstab, method);
 }
 
@@ -111,7 +94,7 @@ int remove_mount_line(const char *mountpt, const char *vfstab, const char *metho
     constexpr int mountpt_position = 2;
     ColumnList columns;
     if (columns.create("\t ", "#", nullptr) != 0 || columns.add(mountpt_position, mountpt, mountpt) != 0)
-        return fail(cannot_prepare_edit, method);
+        return fail<cannot_prepare_edit>(method);
     const int status = remove_db_entry(vfstab, columns.get());
     return status == 0 ? 0 : report_table_failure(status, mountpt, vfstab, method);
 }
@@ -120,14 +103,14 @@ int unmount_now(const char *mountpt, const char *method) {
     const Complaint complaint = first_complaint(format("(set -f ; %s %s) 2>&1", umount_program, mountpt));
     if (complaint.silent())
         return 0;
-    return fail(umount_failed, method, umount_program, mountpt, complaint.text());
+    return fail<umount_failed>(method, umount_program, mountpt, complaint.text());
 }
 
 // ---- the share list ----
 
 // Entries that an append after the cursor cut off from the list. They stay until the list is freed, because a
 // caller may still hold the options of one.
-std::vector<sharefs_entry *> cut_off;
+base::Immortal<std::vector<sharefs_entry *>> cut_off;
 
 // The words of a line of the share list. A line with fewer words leaves the rest as the line before had them.
 struct ShareWords {
@@ -162,16 +145,16 @@ void free_entries(sharefs_entry *entry) {
 
 // Appends behind the cursor, which is not always the tail, and moves the cursor there.
 void append_entry(const ShareWords &words) {
-    Allocated<char> path(duplicate(words.path));
-    Allocated<char> options(duplicate(words.options));
-    Allocated<sharefs_entry> entry(static_cast<sharefs_entry *>(std::malloc(sizeof(sharefs_entry))));
+    base::Allocated<char> path(duplicate(words.path));
+    base::Allocated<char> options(duplicate(words.options));
+    base::Allocated<sharefs_entry> entry(static_cast<sharefs_entry *>(std::malloc(sizeof(sharefs_entry))));
     if (!path || !options || !entry)
         throw std::bad_alloc();
     if (sfs_top != nullptr && sfs_current == nullptr) // a caller walked off the end
         for (sfs_current = sfs_top; sfs_current->next != nullptr;)
             sfs_current = sfs_current->next;
     if (sfs_top != nullptr && sfs_current->next != nullptr)
-        cut_off.push_back(sfs_current->next);
+        cut_off.get().push_back(sfs_current->next);
     *entry = {path.release(), options.release(), nullptr};
     (sfs_top == nullptr ? sfs_top : sfs_current->next) = entry.get();
     sfs_current = entry.release();
@@ -213,11 +196,11 @@ bool lies_on_nfs(const std::string &path) {
 int withdraw_subdirectory(const std::string &subdirectory, const Share &share, const char *method) {
     if (match_sharefs_ent(subdirectory.c_str(), share.options.c_str()) == 1) {
         unsharefs(nullptr, subdirectory.c_str(), nullptr, nullptr, method);
-        record(no_error);
+        record<no_error>();
         return 0;
     }
-    record(subdirectory_shared, method, subdirectory.c_str(), get_sharefs_ent(subdirectory.c_str()),
-           share.path.c_str(), share.options.c_str());
+    record<subdirectory_shared>(method, subdirectory.c_str(), get_sharefs_ent(subdirectory.c_str()),
+                                share.path.c_str(), share.options.c_str());
     free_sharefs_ents();
     return subdirectory_shared;
 }
@@ -228,37 +211,39 @@ int accept_parent(const std::string &parent, const Share &share, const char *met
         return 0;
     char host[257] = "";
     sysv_sysinfo(SYSV_SI_HOSTNAME, host, sizeof host);
-    record(parent_shared, method, share.path.c_str(), share.options.c_str(), parent.c_str(),
-           get_sharefs_ent(parent.c_str()), host);
+    record<parent_shared>(method, share.path.c_str(), share.options.c_str(), parent.c_str(),
+                          get_sharefs_ent(parent.c_str()), host);
     free_sharefs_ents();
     return parent_shared;
 }
 
 int share_now(const Share &share, const char *method) {
-    static const Expression subdirectory_complaint("sub-directory.*(\\(.*\\)) already.*shared");
-    static const Expression parent_complaint("parent.*(\\(.*\\)) already.*shared");
+    static base::Immortal<const Expression> subdirectory_complaint(
+        "sub-directory.*(\\(.*\\)) already.*shared");
+    static base::Immortal<const Expression> parent_complaint("parent.*(\\(.*\\)) already.*shared");
     const std::string command =
         share.description.empty()
             ? format("(set -f ; %s -F %s -o %s %s) 2>&1", share_program, nfs, share.options.c_str(),
                      share.path.c_str())
             : format("(set -f ; %s -F %s -o %s -d %s %s) 2>&1", share_program, nfs, share.options.c_str(),
                      share.description.c_str(), share.path.c_str());
-    std::set<std::string> withdrawn;
+    // How often one sub-directory may come back: others may share it again meanwhile, but not for ever.
+    constexpr int most_withdrawals = 100;
+    std::map<std::string, int> withdrawals;
     for (;;) {
         const Complaint complaint = first_complaint(command);
         if (complaint.silent())
             return 0;
-        if (const auto subdirectory = subdirectory_complaint.search(complaint.text())) {
-            // One that comes back cannot be withdrawn; without this it would come back for ever.
-            if (!withdrawn.insert(subdirectory->group).second)
-                return fail(share_failed, method, share_program, share.path.c_str(), complaint.text());
+        if (const auto subdirectory = subdirectory_complaint.get().search(complaint.text())) {
+            if (++withdrawals[subdirectory->group] > most_withdrawals)
+                return fail<share_failed>(method, share_program, share.path.c_str(), complaint.text());
             if (const int status = withdraw_subdirectory(subdirectory->group, share, method); status != 0)
                 return status;
             continue;
         }
-        if (const auto parent = parent_complaint.search(complaint.text()))
+        if (const auto parent = parent_complaint.get().search(complaint.text()))
             return accept_parent(parent->group, share, method);
-        return fail(share_failed, method, share_program, share.path.c_str(), complaint.text());
+        return fail<share_failed>(method, share_program, share.path.c_str(), complaint.text());
     }
 }
 
@@ -269,7 +254,7 @@ int add_share_line(const Share &share, const char *word, const char *method) {
     ColumnList columns;
     if (columns.create(" \t", described ? "#" : nullptr, described ? share.description.c_str() : nullptr) !=
         0)
-        return fail(cannot_prepare_edit, method);
+        return fail<cannot_prepare_edit>(method);
     struct Column {
         int a, b;
         const char *match, *value;
@@ -287,8 +272,8 @@ int add_share_line(const Share &share, const char *word, const char *method) {
     int position = 0;
     for (const Column &column : line)
         if (columns.add_floating(position++, column.a, column.b, column.match, column.value) != 0)
-            return fail(cannot_prepare_edit, method);
-    const int status = replace_db_entry(share_table, columns.get(), add_share_if_absent);
+            return fail<cannot_prepare_edit>(method);
+    const int status = replace_db_entry(share_table, columns.get(), replace_or_add_share);
     return status == 0 ? 0 : report_table_failure(status, share.path.c_str(), share_table, method);
 }
 
@@ -331,18 +316,18 @@ std::string listed_share(const ClientTest &test) {
 }
 
 int refuse_client(const std::string &path, const ClientTest &test, const char *method) {
-    return fail(share_not_exclusive, method, unshare_program, path.c_str(), test.client());
+    return fail<share_not_exclusive>(method, unshare_program, path.c_str(), test.client());
 }
 
 int unshare_now(const std::string &path, const ClientTest &test, const char *method) {
-    static const Expression not_shared(".*not shared");
+    static base::Immortal<const Expression> not_shared(".*not shared");
     if (test.wanted() && !test.allows(listed_share(test)))
         return refuse_client(path, test, method);
     const Complaint complaint =
         first_complaint(format("(set -f ; %s -F %s %s) 2>&1", unshare_program, nfs, path.c_str()));
-    if (complaint.silent() || not_shared.search(complaint.text()))
+    if (complaint.silent() || not_shared.get().search(complaint.text()))
         return 0;
-    return fail(share_failed, method, unshare_program, path.c_str(), complaint.text());
+    return fail<share_failed>(method, unshare_program, path.c_str(), complaint.text());
 }
 
 int remove_share_line(const std::string &path, const ClientTest &test, const char *method) {
@@ -350,7 +335,7 @@ int remove_share_line(const std::string &path, const ClientTest &test, const cha
     if (columns.create(" \t", nullptr, nullptr) != 0 || columns.add(0, "share", nullptr) != 0 ||
         columns.add(1, "-F", nullptr) != 0 || columns.add(2, nfs, nfs) != 0 ||
         columns.add_floating(3, 1, 7, path.c_str(), nullptr) != 0)
-        return fail(cannot_prepare_edit, method);
+        return fail<cannot_prepare_edit>(method);
     if (test.wanted()) {
         std::vector<char> line(share_line_size);
         int status = get_db_entry(share_table, columns.get(), line.data(), static_cast<int>(line.size()));
@@ -358,11 +343,9 @@ int remove_share_line(const std::string &path, const ClientTest &test, const cha
             line.resize(line.size() * 2);
             status = get_db_entry(share_table, columns.get(), line.data(), static_cast<int>(line.size()));
         }
+        // Only the test keeps the line: whatever else is wrong with the table, its removal will tell.
         if (status == 0 && !test.allows(line.data()))
             return refuse_client(path, test, method);
-        // A line that cannot be read may be that of others, too.
-        if (status != 0 && status != no_such_line)
-            return report_table_failure(status, path.c_str(), share_table, method);
     }
     const int status = remove_db_entry(share_table, columns.get());
     if (status == 0 || status == no_such_line)
@@ -386,7 +369,7 @@ int ensure_daemon(const char *name, const char *program, const char *args, const
     if (check_daemon(name, &pid) != HOSTADM_DAEMON_NOT_RUNNING)
         return 0;
     if (const int error = start_daemon(program, args); error != 0)
-        return fail(daemon_not_started, method, program, error_text(error).c_str());
+        return fail<daemon_not_started>(method, program, error_text(error).c_str());
     started = true;
     return 0;
 }
@@ -396,25 +379,25 @@ int ensure_daemon(const char *name, const char *program, const char *args, const
 int mount_filesystem(const char *resource, const char *fsckdev, const char *mountpt, const char *fstype,
                      const char *fsckpass, const char *mountatboot, const char *mntopts,
                      const char *takeeffect, const char *vfstab, const char *method) {
-    return at_boundary(cannot_prepare_edit, [&] {
+    return base::at_boundary(cannot_prepare_edit, [&] {
         Mount mount;
         mount.fstype = text_or(fstype, "ufs");
         const bool is_nfs = mount.fstype == nfs;
         if (is_empty(fsckdev) && !is_nfs)
-            return fail(argument_missing, method, "fsckdev");
+            return fail<argument_missing>(method, "fsckdev");
         mount.fsckdev = text_or(fsckdev, "-");
         mount.mntopts = text_or(mntopts, is_nfs ? "bg,hard,rw" : "rw");
         mount.fsckpass = text_or(fsckpass, is_nfs ? "-" : "2");
         mount.mountatboot = text_or(mountatboot, "yes");
         if (is_absent(resource))
-            return fail(argument_missing, method, "resource");
+            return fail<argument_missing>(method, "resource");
         mount.resource = resource;
         if (is_absent(mountpt))
-            return fail(argument_missing, method, "mountpt");
+            return fail<argument_missing>(method, "mountpt");
         mount.mountpt = mountpt;
         const auto effect = read_effect(takeeffect, method);
         if (!effect)
-            return bad_effect;
+            return int{bad_argument};
 
         if (effect->now) {
             int status = mount_now(mount, method);
@@ -436,12 +419,12 @@ int mount_filesystem(const char *resource, const char *fsckdev, const char *moun
 }
 
 int unmount_filesystem(const char *mountpt, const char *takeeffect, const char *vfstab, const char *method) {
-    return at_boundary(cannot_prepare_edit, [&] {
+    return base::at_boundary(cannot_prepare_edit, [&] {
         if (is_absent(mountpt))
-            return fail(argument_missing, method, "mountpt");
+            return fail<argument_missing>(method, "mountpt");
         const auto effect = read_effect(takeeffect, method);
         if (!effect)
-            return bad_effect;
+            return int{bad_argument};
         if (effect->now)
             if (const int status = unmount_now(mountpt, method); status != 0)
                 return status;
@@ -450,7 +433,7 @@ int unmount_filesystem(const char *mountpt, const char *takeeffect, const char *
 }
 
 void get_sharefs_ents(void) {
-    at_boundary(0, [] {
+    base::at_boundary(0, [] {
         ShareWords words;
         CommandOutput shares(share_program);
         while (const auto line = shares.line()) {
@@ -465,7 +448,7 @@ void free_sharefs_ents(void) {
     free_entries(sfs_top);
     sfs_top = nullptr;
     sfs_current = nullptr;
-    for (sharefs_entry *entry : std::exchange(cut_off, {}))
+    for (sharefs_entry *entry : std::exchange(cut_off.get(), {}))
         free_entries(entry);
 }
 
@@ -487,18 +470,18 @@ const char *get_sharefs_ent(const char *path) {
 
 int sharefs(const char *fstype, const char *options, const char *description, const char *pathname,
             const char *takeeffect, const char *method, int force) {
-    return at_boundary(cannot_prepare_edit, [&] {
+    return base::at_boundary(cannot_prepare_edit, [&] {
         if (std::string_view(text_or(fstype, nfs)) != nfs)
-            return fail(type_not_shareable, method, nfs);
+            return fail<type_not_shareable>(method, nfs);
         if (is_empty(pathname))
-            return fail(argument_missing, method, "pathname");
+            return fail<argument_missing>(method, "pathname");
         const Share share{resolved(pathname), text_or(options, "rw"), text_or(description, "")};
         const auto effect = read_effect(takeeffect, method);
         if (!effect)
-            return bad_effect;
+            return int{bad_argument};
         if (lies_on_nfs(share.path))
-            return fail(share_failed, method, share_program, share.path.c_str(),
-                        format("cannot share %s", nfs).c_str());
+            return fail<share_failed>(method, share_program, share.path.c_str(),
+                                      format("cannot share %s", nfs).c_str());
 
         bool is_shared = true;
         if (effect->now) {
@@ -522,16 +505,16 @@ int sharefs(const char *fstype, const char *options, const char *description, co
 
 int unsharefs(const char *fstype, const char *pathname, const char *client, const char *takeeffect,
               const char *method) {
-    return at_boundary(cannot_prepare_edit, [&] {
+    return base::at_boundary(cannot_prepare_edit, [&] {
         if (std::string_view(text_or(fstype, nfs)) != nfs)
-            return fail(type_not_shareable, method, nfs);
+            return fail<type_not_shareable>(method, nfs);
         if (is_empty(pathname))
-            return fail(argument_missing, method, "pathname");
+            return fail<argument_missing>(method, "pathname");
         const std::string path = resolved(pathname);
         report_pathname(path);
         const auto effect = read_effect(takeeffect, method);
         if (!effect)
-            return bad_effect;
+            return int{bad_argument};
         const ClientTest test(client, path);
 
         int attempted = 0;
@@ -555,7 +538,7 @@ int unsharefs(const char *fstype, const char *pathname, const char *client, cons
 }
 
 int enable_nfs_file_serving(const char *method) {
-    return at_boundary(daemon_not_started, [&] {
+    return base::at_boundary(daemon_not_started, [&] {
         bool started = false;
         int status = ensure_daemon("mountd", mountd_program, nullptr, method, started);
         if (status == 0)

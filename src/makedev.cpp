@@ -6,9 +6,10 @@
 #include <string_view>
 #include <unistd.h>
 
+#include "base/boundary.hpp"
+#include "base/descriptor.hpp"
+#include "base/owners.hpp"
 #include "hostadm.h"
-#include "src/support/boundary.hpp"
-#include "src/support/handle.hpp"
 
 struct hold_dev_record hold_dev = {nullptr, nullptr};
 
@@ -25,16 +26,14 @@ public:
     }
     ~WorkingDirectory() {
         if (moved_ && (name_ == nullptr || chdir(name_.get()) != 0))
-            moved_ = fchdir(descriptor_) != 0;
-        if (descriptor_ != -1)
-            close(descriptor_);
+            moved_ = fchdir(descriptor_.get()) != 0;
     }
     WorkingDirectory(const WorkingDirectory &) = delete;
     WorkingDirectory &operator=(const WorkingDirectory &) = delete;
 
 private:
-    hostadm::Allocated<char> name_;
-    int descriptor_;
+    hostadm::base::Allocated<char> name_;
+    hostadm::base::Descriptor descriptor_;
     bool moved_ = false;
 };
 
@@ -46,7 +45,7 @@ bool begins_with(const char *name, std::string_view start) {
 
 int makedevs(const char *directory, const char *device_name) {
     const char *name = begins_with(device_name, "st8") ? "st0" : device_name;
-    hostadm::at_boundary(0, [&] {
+    hostadm::base::at_boundary(0, [&] {
         const WorkingDirectory moved(directory);
         return system(("./MAKEDEV " + std::string(name)).c_str());
     });

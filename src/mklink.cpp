@@ -5,8 +5,8 @@
 #include <string>
 #include <unistd.h>
 
+#include "base/boundary.hpp"
 #include "hostadm.h"
-#include "src/support/boundary.hpp"
 
 namespace {
 
@@ -18,7 +18,7 @@ std::string directory_of(const std::string &path) {
 } // namespace
 
 int mklink(const char *target, const char *link_path) {
-    return hostadm::at_boundary(-1, [&] {
+    return hostadm::base::at_boundary(-1, [&] {
         if (std::strcmp(target, link_path) == 0)
             return 0;
         std::string directory = directory_of(link_path);

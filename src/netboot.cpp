@@ -6,18 +6,19 @@
 #include <initializer_list>
 #include <new>
 #include <string>
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/boundary.hpp"
 #include "hostadm.h"
 #include "hostadm/platform.h"
-#include "src/support/boundary.hpp"
 #include "src/support/error.hpp"
+#include "src/support/exit.hpp"
 #include "src/support/text.hpp"
 
-using hostadm::at_boundary;
 using hostadm::format;
 using hostadm::record;
+using hostadm::work_or_exit;
+using hostadm::base::at_boundary;
 
 namespace {
 
@@ -35,8 +36,8 @@ bool exists(const std::string &path) {
     return access(path.c_str(), F_OK) == 0;
 }
 
-[[noreturn]] void cannot_create(const char *method, const char *path) {
-    record(40, method, path);
+[[noreturn]] void refuse_to_create(const char *method, const char *path) {
+    record<hostadm::cannot_create>(method, path);
     std::exit(1);
 }
 
@@ -45,7 +46,7 @@ void make_boot_directory(const char *method, const char *directory) {
     std::string path = directory;
     const int status = mkdir_path(path.data());
     if (status != 0 && status != was_there)
-        cannot_create(method, directory);
+        refuse_to_create(method, directory);
 }
 
 // The address as a boot client names itself: eight upper-case hexadecimal digits. What is no address comes
@@ -54,25 +55,15 @@ std::string address_digits(const char *address) {
     return format("%08lX", static_cast<unsigned long>(ntohl(inet_addr(address))));
 }
 
-// Copies a program as a whole or not at all: since what is there is never refreshed, a part of one, left by a
-// full disk, would be booted from ever after.
-bool copy_whole(const std::string &destination, const char *source) {
-    if (copyfile(destination.c_str(), source) == 0)
-        return true;
-    struct stat part {};
-    if (lstat(destination.c_str(), &part) == 0 && S_ISREG(part.st_mode))
-        unlink(destination.c_str());
-    return false;
-}
-
 // Copies the first source that there is, unless the destination is there already: what clients boot from now
-// is never replaced under them. False when there is nothing to copy; how the copy ended does not count.
+// is never replaced under them. False when there is nothing to copy; how the copy ended does not count, and what it
+// made stays.
 bool provide(const std::string &destination, std::initializer_list<std::string> sources) {
     if (exists(destination))
         return true;
     for (const std::string &source : sources) {
         if (exists(source)) {
-            copy_whole(destination, source.c_str());
+            copyfile(destination.c_str(), source.c_str());
             return true;
         }
     }
@@ -87,15 +78,6 @@ const char *boot_name_of(const char *os_version, const char *os_name, const char
     return name;
 }
 
-// The work of a function whose every failure ends the process; memory that is out is one of them.
-template <typename Work> auto work_or_exit(Work &&work) noexcept {
-    try {
-        return work();
-    } catch (const std::exception &) {
-        std::exit(1);
-    }
-}
-
 } // namespace
 
 void make_tftpboot_dir(const char *method) {
@@ -103,7 +85,7 @@ void make_tftpboot_dir(const char *method) {
         make_boot_directory(method, tftpboot);
         const std::string self = format("%s/%s", tftpboot, "tftpboot");
         if (mklink(".", self.c_str()) != 0)
-            cannot_create(method, self.c_str());
+            refuse_to_create(method, self.c_str());
     });
 }
 
@@ -118,8 +100,8 @@ const char *init_tftpboot_dir(const char *method, const char *host, const char *
             return boot_name;
         static const char *source; // stays the answer's own storage, which is never freed
         source = install_bootprog_location(method, host, dirpath, inst_set, impl_arch, os_name, os_version);
-        if (!copy_whole(program, source)) {
-            record(67, method, host, inst_set, impl_arch, os_name, os_version);
+        if (copyfile(program.c_str(), source) != 0) {
+            record<hostadm::no_boot_program>(method, host, inst_set, impl_arch, os_name, os_version);
             std::exit(1);
         }
         return boot_name;
@@ -180,8 +162,7 @@ const char *init_rplboot_dir(const char *method, const char *, const char *impl_
         for (const auto &[shared_name, name, fallback] : programs) {
             if (!provide(format("%s/%s", rplboot, shared_name),
                          {platform + "/" + name, fallback + "/" + name})) {
-                record(67, method, static_cast<const char *>(this_host), inst_set, impl_arch, os_name,
-                       os_version);
+                record<hostadm::no_boot_program>(method, this_host, inst_set, impl_arch, os_name, os_version);
                 std::exit(1);
             }
         }

@@ -4,8 +4,8 @@
 #include <string>
 #include <sys/stat.h>
 
+#include "base/boundary.hpp"
 #include "hostadm.h"
-#include "src/support/boundary.hpp"
 #include "src/support/text.hpp"
 
 namespace {
@@ -20,7 +20,7 @@ bool exists(const char *path) {
 } // namespace
 
 int apply_patches(const char *client_root) {
-    return at_boundary(1, [&] {
+    return base::at_boundary(1, [&] {
         const std::string tool = format("%s/bin/%s", HOSTADM_OPTADMIN, "drelpatch");
         if (!exists(client_root) || !exists(tool.c_str()))
             return 0;
@@ -30,7 +30,7 @@ int apply_patches(const char *client_root) {
 }
 
 int file_in_patches(const char *arch, const char *file) {
-    return at_boundary(-1, [&] {
+    return base::at_boundary(-1, [&] {
         const std::string script =
             format("ret=0\n"
                    "for i in `/usr/bin/grep %s %s/Patches/*/*/pkgmap | \t\t\tawk -F/ '{print $6}' | uniq`\n"

@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <libintl.h>
 
+#include "base/owners.hpp"
 #include "hostadm.h"
-#include "src/support/handle.hpp"
+#include "src/support/error.hpp"
 #include "src/support/text.hpp"
 
 namespace {
@@ -21,29 +21,27 @@ constexpr int revision = 9;
 // What is known by its kind alone.
 struct PlainFailure {
     int kind;
-    int code;
-    const char *text;
+    void (*record)(const char *method);
 };
-constexpr std::array<PlainFailure, 6> plain_failures = {{
-    {3, 25, "Method %s: failed due to outstanding dependency"},
-    {4, 35, "Method %s: media failure unable to perform modification"},
-    {5, 34, "Method %s: service modification failed"},
-    {6, 37, "Method %s: invalid service for this operation"},
-    {7, 36, "Method %s: invalid operation, service not modified"},
-    {8, 38, "Method %s: invalid softinfo description or file"},
-}};
-
-// The texts live here, not in the message table.
-template <typename... Arguments> void record_text(int code, const char *text, Arguments... arguments) {
-    adm_err_setf(nullptr, code, gettext(text), arguments...);
+template <const LiteralError &error> void record_plain(const char *method) {
+    record_literal<error>(method);
 }
 
+constexpr std::array<PlainFailure, 6> plain_failures = {{
+    {3, record_plain<outstanding_dependency>},
+    {4, record_plain<media_failure>},
+    {5, record_plain<modification_failed>},
+    {6, record_plain<invalid_service>},
+    {7, record_plain<invalid_operation>},
+    {8, record_plain<invalid_softinfo>},
+}};
+
 void record_unknown(const char *method, int what) {
-    record_text(26, "Method %s: failed due to unknown error return, %d", method, what);
+    record_literal<unknown_failure>(method, what);
 }
 
 constexpr std::size_t report_size = 1024;
-using Buffer = Allocated<char>;
+using Buffer = base::Allocated<char>;
 
 Buffer zeroed_buffer() {
     return Buffer(static_cast<char *>(std::calloc(report_size, 1)));
@@ -66,7 +64,7 @@ void record_space(const char *method, const swmgmt_space *shortage) {
     const Buffer line = zeroed_buffer();
     const Buffer report = zeroed_buffer();
     if (line == nullptr || report == nullptr) {
-        record_text(8, "Method %s: unable to allocate memory", method);
+        record_literal<memory_is_out>(method);
         return;
     }
     for (int taken = 0; shortage != nullptr && taken < most_records; shortage = shortage->next, ++taken) {
@@ -74,23 +72,18 @@ void record_space(const char *method, const swmgmt_space *shortage) {
         if (std::strlen(report.get()) + length < report_size) // a later, shorter line may still fit
             std::strcat(report.get(), line.get());
     }
-    record_text(24, "Method %s: failed insufficient space available on:%s", method, report.get());
+    record_literal<insufficient_space>(method, report.get());
 }
 
 void record_no_space(const char *method, const swmgmt_no_space *detail) {
     const swmgmt_no_space places = detail == nullptr ? swmgmt_no_space{} : *detail;
-    record_text(23, "Method %s: failed no free space on %s %s", method, text_or(places.first, ""),
-                text_or(places.second, ""));
+    record_literal<no_free_space>(method, text_or(places.first, ""), text_or(places.second, ""));
 }
 
 void record_revision(const char *method, const swmgmt_revision *detail) {
     const swmgmt_revision found = detail == nullptr ? swmgmt_revision{} : *detail;
-    record_text(
-        39,
-        "Method %s: inconsistent revision, installed package %s revision %s does not match revision %s for "
-        "%s architecture",
-        method, text_or(found.package, ""), text_or(found.installed, ""), text_or(found.required, ""),
-        text_or(found.arch, ""));
+    record_literal<inconsistent_revision>(method, text_or(found.package, ""), text_or(found.installed, ""),
+                                          text_or(found.required, ""), text_or(found.arch, ""));
 }
 
 } // namespace
@@ -106,6 +99,6 @@ void set_swmgmt_errors(const char *method, const swmgmt_error *error) {
         return record_revision(method, static_cast<const swmgmt_revision *>(error->detail));
     for (const PlainFailure &failure : plain_failures)
         if (failure.kind == error->kind)
-            return record_text(failure.code, failure.text, method);
+            return failure.record(method);
     record_unknown(method, -1);
 }

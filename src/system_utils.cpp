@@ -11,10 +11,10 @@
 #include <string>
 #include <string_view>
 
+#include "base/boundary.hpp"
+#include "base/owners.hpp"
 #include "hostadm.h"
 #include "hostadm/platform.h"
-#include "src/support/boundary.hpp"
-#include "src/support/handle.hpp"
 #include "src/support/table.hpp"
 #include "src/support/text.hpp"
 
@@ -22,11 +22,11 @@ namespace {
 
 using hostadm::ColumnList;
 using hostadm::is_empty;
+using hostadm::replace_or_add;
 using hostadm::text_or;
 
 constexpr const char *field_separators = "\t ";
 constexpr const char *comment_mark = "#";
-constexpr int replace_or_add = 3;
 
 // ---- copies ----
 
@@ -150,7 +150,7 @@ bool holds_kvm_directory(std::string_view path) {
     return found != path.npos && path.size() - found >= middle.size() + 2;
 }
 
-using OwnedText = hostadm::Allocated<char>;
+using OwnedText = hostadm::base::Allocated<char>;
 
 OwnedText joined(std::initializer_list<std::string_view> parts) {
     std::size_t size = 1;
@@ -176,7 +176,7 @@ void trim_end(char *text) {
 } // namespace
 
 int copyfile(const char *destination, const char *source) {
-    return hostadm::at_boundary(-1, [&] {
+    return hostadm::base::at_boundary(-1, [&] {
         if (!is_absolute(destination) || !is_absolute(source))
             return -1;
         make_directory_of(destination);
@@ -185,7 +185,7 @@ int copyfile(const char *destination, const char *source) {
 }
 
 int copytree(char *destination, const char *source) {
-    return hostadm::at_boundary(-1, [&] {
+    return hostadm::base::at_boundary(-1, [&] {
         if (!is_absolute(destination) || !is_absolute(source))
             return -1;
         // Under the same last name the copy goes into the parent:
@@ -211,7 +211,7 @@ int set_hosts(const char *table, const char *key, const char *value) {
 
 int mntadd(const char *vfstab, char *resource, const char *fsckdev, const char *mountpt, const char *fstype,
            const char *fsckpass, const char *mountatboot, const char *mntopts) {
-    return hostadm::at_boundary(-ENOMEM, [&] {
+    return hostadm::base::at_boundary(-ENOMEM, [&] {
         return replace_mount_entry(vfstab, resource,
                                    {fsckdev, mountpt, fstype, fsckpass, mountatboot, mntopts});
     });
@@ -219,7 +219,7 @@ int mntadd(const char *vfstab, char *resource, const char *fsckdev, const char *
 
 int mntadd4x(const char *vfstab, char *col0, const char *col1, const char *col2, const char *col3,
              const char *col4, const char *col5) {
-    return hostadm::at_boundary(-ENOMEM, [&] {
+    return hostadm::base::at_boundary(-ENOMEM, [&] {
         return replace_mount_entry(vfstab, col0, {col1, col2, col3, col4, col5});
     });
 }
@@ -291,7 +291,7 @@ int parse_bootparams_entry(const char *entry, char **server, char **exec_server,
 }
 
 char *edit_bootparams_entry(const char *entry, const char *key, const char *server, const char *path) {
-    return hostadm::at_boundary(static_cast<char *>(nullptr), [&] {
+    return hostadm::base::at_boundary(static_cast<char *>(nullptr), [&] {
         const bool has_value = !is_empty(server) || !is_empty(path);
         const std::string_view new_server = text_or(server, "");
         const std::string_view new_path = text_or(path, "");

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "src/support/handle.hpp"
+#include "base/owners.hpp"
 
 namespace hostadm {
 
@@ -33,7 +33,7 @@ public:
 
 private:
     std::FILE *stream_;
-    Allocated<char> line_;
+    base::Allocated<char> line_;
     std::size_t line_size_ = 0;
 };
 

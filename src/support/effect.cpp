@@ -19,7 +19,7 @@ std::optional<Effect> read_effect(const char *takeeffect, const char *method) {
     else if (mode == "nowandboot")
         bits = HOSTADM_NOWANDBOOT;
     if (bits == 0) {
-        record(bad_effect, method, takeeffect, "takeeffect");
+        record<bad_argument>(method, takeeffect, "takeeffect");
         return std::nullopt;
     }
     return Effect{(bits & HOSTADM_NOWONLY) != 0, (bits & HOSTADM_BOOTONLY) != 0};

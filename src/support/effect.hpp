@@ -11,8 +11,6 @@ struct Effect {
     bool at_boot;
 };
 
-inline constexpr int bad_effect = 10;
-
 // "nowonly", "bootonly" or "nowandboot" (also when NULL or empty).
 // Any other text is recorded as error 10 and has no effect.
 std::optional<Effect> read_effect(const char *takeeffect, const char *method);

@@ -10,21 +10,18 @@
 namespace hostadm {
 
 std::string table_failure_detail(int status, const char *key, const char *table) {
-    constexpr int no_such_line = -2;
-    constexpr int table_locked = -26;
     switch (status) {
     case table_locked:
-        return format(message(53), "", table);
+        return message<table_is_locked>("", table);
     case no_such_line:
-        return format(message(8), "", key, table);
+        return message<no_such_entry>("", key, table);
     default:
         return format(": %s", std::strerror(std::abs(status)));
     }
 }
 
 int report_table_failure(int status, const char *key, const char *table, const char *method) {
-    constexpr int table_failure = 70;
-    record(table_failure, method, key, table, table_failure_detail(status, key, table).c_str());
+    record<table_edit_failed>(method, key, table, table_failure_detail(status, key, table).c_str());
     return table_not_updated;
 }
 

@@ -38,8 +38,12 @@ private:
 // What error 70 says about a table edit that ended with a non-zero status.
 std::string table_failure_detail(int status, const char *key, const char *table);
 
-// What an operation answers when its edit cannot be prepared: the code that it records.
-inline constexpr int cannot_prepare_edit = 22;
+// Statuses of the table interface that are told apart, and the two modes of a replacement, which mean the same.
+inline constexpr int no_such_line = -2;
+inline constexpr int table_locked = -26;
+inline constexpr int replace_or_add = 3;
+inline constexpr int replace_or_add_share = 11;
+
 // What it answers when the edit failed. Deliberately not 70, the code that it records.
 inline constexpr int table_not_updated = 38;
 

@@ -182,6 +182,54 @@ TEST_F(CacheletSystem, OlderTemplateIsReplaced) {
     EXPECT_EQ(status.st_mode & 07777, 0640u);
 }
 
+// What a user does who owns the folders but has no privilege; his answer.
+template <typename Work> int as_ordinary_user(Work work) {
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(setgid(65534) == 0 && setuid(65534) == 0 ? work() : 99);
+    int status = -1;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+void give_to_ordinary_user(const std::string &path) {
+    ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
+    for (const auto &entry : fs::recursive_directory_iterator(path))
+        ASSERT_EQ(chown(entry.path().c_str(), 65534, 65534), 0);
+}
+
+TEST_F(CacheletSystem, ReadOnlyRecordKeepsItsOtherLinesAndItsMode) {
+    package("5.4", "KTVXmgr5r");
+    const Input nothing("/dev/null");
+    add_template();
+    write(record_file, "OTHER=kept\n" + content(record_file));
+    chmod(record_file.c_str(), 0444);
+    package("5.4", "KTVXmgr5r", "1.1");
+    give_to_ordinary_user("/var/sadm");
+    give_to_ordinary_user("/export");
+    const Input known(record_file);
+    EXPECT_EQ(as_ordinary_user([] { return add_template() != 0 ? 0 : 1; }), 0);
+    EXPECT_EQ(content(record_file), "OTHER=kept\nSPOOLED_ROOT=i386.all:" + templates +
+                                        "/KTVXmgr5r_1.1_i386.all\nROOT=i386.all:KTVXmgr5r,1.1\n");
+    struct stat status = {};
+    ASSERT_EQ(stat(record_file.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0444u);
+}
+
+TEST_F(CacheletSystem, ReadOnlyTableIsEditedByTheOwnerOfItsFolder) {
+    write("/export/c1/etc/vfstab", "s:/root - / nfs - yes rw\n");
+    chmod("/export/c1/etc/vfstab", 0444);
+    fs::create_directories("/export/c1/etc/fs");
+    give_to_ordinary_user("/export/c1");
+    const Input nothing("/dev/null");
+    EXPECT_EQ(as_ordinary_user([] { return enable_chart("/export/c1"); }), 0);
+    EXPECT_EQ(content("/export/c1/etc/vfstab"), "s:/root - / nfs - yes rw,disconnectable\n");
+    struct stat status = {};
+    ASSERT_EQ(stat("/export/c1/etc/vfstab", &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0444u);
+    EXPECT_EQ(status.st_uid, 65534u);
+}
+
 TEST_F(CacheletSystem, PlantedEditFileIsNotFollowed) {
     package("5.4", "KTVXmgr5r");
     const Input nothing("/dev/null");

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include "hostadm.h"
@@ -531,3 +532,20 @@ TEST_F(InstallPaths, EmptyRootPathNeedsAHierarchy) {
 }
 
 } // namespace
+
+TEST(AtExit, BootNameIsStillReadable) {
+    EXPECT_EXIT(
+        {
+            static const char *name;
+            // Registered before the library makes anything, so that it runs after whatever that would destroy.
+            std::atexit([] {
+                _exit(std::strcmp(name, "inetboot.kel4m.Quorvel_2.5") == 0 &&
+                              make_boot_name("2.5", "Quorvel", "kel4", "kel4c") == name
+                          ? 0
+                          : 3);
+            });
+            name = make_boot_name("2.5", "Quorvel", "kel4", "kel4m");
+            std::exit(1);
+        },
+        testing::ExitedWithCode(0), "");
+}
