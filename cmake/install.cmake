@@ -27,6 +27,8 @@ foreach(target ${method_targets})
   endif()
 endforeach()
 
+hostadm_find_libraries_from(${CMAKE_INSTALL_FULL_LIBEXECDIR}/hostadm hostadm_rehearse)
+
 # ---- headers, libraries, package files ----
 
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h"

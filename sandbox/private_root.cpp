@@ -206,9 +206,15 @@ private:
         // The source tells the type below, for whoever asks what kind of file system this is.
         const std::string source = "hostadm-sandbox:" + area.mount.type;
         const std::string layers = "lowerdir=" + lower_layers(area) + ",upperdir=" + upper +
-                                   ",workdir=" + work + ",redirect_dir=on,index=off,metacopy=off";
+                                   ",workdir=" + work + ",redirect_dir=on,metacopy=off";
         const unsigned long flags = MS_NODEV | (final ? area.mount.flags : area.mount.flags & ~MS_RDONLY);
-        if (area.layered && mount(source.c_str(), target.c_str(), "overlay", flags, layers.c_str()) == 0)
+        const auto layered_with = [&](const std::string &more) {
+            return mount(source.c_str(), target.c_str(), "overlay", flags, (layers + more).c_str()) == 0;
+        };
+        // Files must be found again by their handles, which needs an index, and all seem to be of one device.
+        if (area.layered && final && options_.exportable && layered_with(",index=on,nfs_export=on,xino=on"))
+            return;
+        if (area.layered && layered_with(",index=off"))
             return;
         if (area.mount.point == "/")
             fail("layer a private copy over /");

@@ -68,6 +68,7 @@ struct Options {
     std::string host_name;                   // empty: as the running system's
     bool live_processes = false;             // /proc shows the running system's processes
     bool keep_changes = false;               // collect what changed
+    bool exportable = false; // an NFS server can hand on the layered file systems, where the kernel lets it
 };
 
 // What could not be done. what() names the step and the system's reason.

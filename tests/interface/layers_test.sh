@@ -30,6 +30,7 @@ rooms sandbox 'hostadm/sandbox\.hpp' base
 rooms compat 'none' base
 rooms src 'hostadm\.h|hostadm/(framework|tables|platform)\.h' base
 rooms server 'hostadm\.h|hostadm/(framework|tables|platform)\.h|hostadm/(method|table_edit)\.hpp' base
+rooms rehearsal 'hostadm\.h|hostadm/(framework|tables|platform)\.h|hostadm/(method|table_edit|sandbox)\.hpp' server sandbox base
 rooms methods 'hostadm\.h|hostadm/(framework|tables|platform)\.h|hostadm/(method|table_edit)\.hpp' server base
 rooms cli 'hostadm/(framework\.h|method\.hpp|sandbox\.hpp)' framework base
 

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+// hostadm rehearse and hostadm watch: programs of their own, which this one becomes.
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+#include <unistd.h>
+
+#include "cli/commands.hpp"
+
+namespace hostadm::cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// They lie beside the methods, wherever the tree has been moved to.
+int become(const std::string &name, std::vector<std::string> words) {
+    const fs::path program =
+        fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "libexec" / "hostadm" / name;
+    words.insert(words.begin(), name);
+    std::vector<char *> arguments;
+    for (std::string &word : words)
+        arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    execv(program.c_str(), arguments.data());
+    throw std::runtime_error(program.string() + " cannot be run: " + std::strerror(errno));
+}
+
+} // namespace
+
+void add_rehearse(CLI::App &app, Work &chosen) {
+    static std::string client, picture;
+    static bool json, watch, at_boot;
+    CLI::App *command =
+        app.add_subcommand("rehearse", "let a client boot on a virtual cable, and tell what is wrong");
+    command->add_option("client", client, "a client of this server")->option_text("CLIENT")->required();
+    command->add_flag("--json", json, "print it as JSON");
+    command->add_flag("--watch", watch,
+                      "again whenever a table, a setting or a daemon changes, until it boots");
+    command->add_flag("--at-boot", at_boot,
+                      "with the daemons as this server starts them when it boots, not as they run now");
+    command->add_option("--sequence", picture, "draw who asked whom into this file (SVG)")->type_name("FILE");
+    command->callback([&chosen] {
+        chosen = [] {
+            std::vector<std::string> words;
+            const auto add = [&](bool wanted, const char *word) {
+                if (wanted)
+                    words.emplace_back(word);
+            };
+            add(json, "--json");
+            add(watch, "--watch");
+            add(at_boot, "--at-boot");
+            if (!picture.empty())
+                words.push_back("--sequence=" + picture);
+            words.insert(words.end(), {"--", client});
+            return become("rehearse", words);
+        };
+    });
+    command->footer(
+        "Starts this server's own daemons once more, in a throwaway root and a private network, and lets "
+        "a client ask them what one asks that boots. Nothing on the system changes. Needs root.\n"
+        "Exit status: 0 it boots and nothing is wrong, 1 something is, 2 no such client or wrong usage.");
+}
+
+} // namespace hostadm::cli

@@ -1,0 +1,198 @@
+// SPDX-License-Identifier: MIT
+// rehearse: lets a client boot on a virtual cable and tells how far it comes. `hostadm rehearse` runs it.
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <iostream>
+#include <set>
+
+#include "base/text.hpp"
+#include "hostadm/sandbox.hpp"
+#include "rehearsal/rehearsal.hpp"
+#include "rehearsal/sequence.hpp"
+#include "rehearsal/table_watch.hpp"
+#include "rehearsal/walked_json.hpp"
+#include "server/checks/registry.hpp"
+#include "server/client_entry.hpp"
+#include "server/host_tables.hpp"
+
+namespace {
+
+using namespace hostadm;
+using namespace hostadm::rehearsal;
+
+constexpr int passed_status = 0, failed_status = 1, usage_status = 2;
+
+struct Asked {
+    std::string client, picture;
+    bool json = false, watch = false, at_boot = false;
+};
+
+int complain(const std::string &text, int status) {
+    std::fprintf(stderr, "hostadm: rehearse: %s\n", text.c_str());
+    return status;
+}
+
+// Nothing that a daemon or a table says may steer the terminal.
+std::string printable(std::string_view text) {
+    std::string safe;
+    for (const char c : text)
+        safe += static_cast<unsigned char>(c) < ' ' || c == 0x7f ? '?' : c;
+    return safe;
+}
+
+const char *in_words(StageResult::Outcome outcome) {
+    switch (outcome) {
+    case StageResult::Outcome::passed:
+        return "passed";
+    case StageResult::Outcome::failed:
+        return "FAILED";
+    default:
+        return "skipped";
+    }
+}
+
+void print_stage(const StageResult &stage) {
+    std::printf("%-14s%-9s%6.0f ms  %s\n", stage.name.c_str(), in_words(stage.outcome), stage.milliseconds,
+                printable(stage.detail).c_str());
+    std::fflush(stdout);
+}
+
+void print_finding(const server::Finding &finding) {
+    std::printf("\n%s: %s: %s\n", name_of(finding.severity), printable(finding.where).c_str(),
+                printable(finding.what).c_str());
+    if (!finding.why.empty())
+        std::printf("    %s\n", printable(finding.why).c_str());
+    if (!finding.repair.empty())
+        std::printf("    repair: %s\n", printable(finding.repair).c_str());
+}
+
+// All names that tables of clients hold, for a name that is none of them.
+server::Snapshot known_names() {
+    std::set<std::string> names;
+    for (const server::BootparamsClient &client : server::client_entries())
+        names.insert(client.name);
+    for (const auto &[name, key] : server::ethers_table().keys_by_name())
+        names.insert(name);
+    server::Snapshot snapshot;
+    for (const std::string &name : names)
+        snapshot.clients.push_back({.name = name, .address = {}, .ethernet = {}, .digits = {}, .root = {}});
+    return snapshot;
+}
+
+bool is_known(const std::string &client) {
+    return !server::client_items(server::client_name_as_written(client)).empty() ||
+           !server::ethers_table().key_of(client).empty() || !server::hosts_table().key_of(client).empty();
+}
+
+int complain_of_unknown(const std::string &client) {
+    std::string text = "no table of this server knows a client " + printable(client);
+    std::string near;
+    for (const std::string &name : server::nearest_clients(known_names(), client))
+        near += (near.empty() ? "" : ", ") + name;
+    return complain(text + (near.empty() ? "; `hostadm list` of clients: hostadm run client/list"
+                                         : "; did you mean " + near + "?"),
+                    usage_status);
+}
+
+// The causes that the checks know, for this client, beside what the walk has met itself.
+void add_checks(Rehearsed &rehearsed) {
+    server::Findings all = server::check(server::read_snapshot(), {rehearsed.client.name});
+    const auto is_explained = [&](const server::Finding &own) {
+        return own.check == "rehearsal" &&
+               std::any_of(all.begin(), all.end(), [&](const server::Finding &by_check) {
+                   return by_check.severity == server::Severity::error && by_check.stage == own.stage;
+               });
+    };
+    // The cause in the terms of the checks comes first; what the walk saw of it stands behind it.
+    server::Findings explained;
+    for (server::Finding &own : rehearsed.walked.findings)
+        (is_explained(own) ? explained : all).push_back(std::move(own));
+    std::stable_sort(all.begin(), all.end(), [](const server::Finding &one, const server::Finding &other) {
+        return std::pair(one.severity, one.stage) < std::pair(other.severity, other.stage);
+    });
+    std::move(explained.begin(), explained.end(), std::back_inserter(all));
+    rehearsed.walked.findings = std::move(all);
+}
+
+void print(const Rehearsed &rehearsed) {
+    for (const std::string &what : rehearsed.walked.not_tried)
+        std::printf("not rehearsed: %s\n", printable(what).c_str());
+    for (const server::Finding &finding : rehearsed.walked.findings)
+        print_finding(finding);
+    const auto findings = rehearsed.walked.findings.size();
+    std::printf("\n%s boots in the rehearsal: %s", rehearsed.client.name.c_str(),
+                rehearsed.walked.passed() ? "yes" : "no");
+    std::printf(findings == 0   ? "; nothing is wrong"
+                : findings == 1 ? "; 1 finding"
+                                : "; %zu findings",
+                findings);
+    std::printf(" (%.1f s)\n", rehearsed.milliseconds / 1000);
+    std::fflush(stdout);
+}
+
+int rehearse_once(const Asked &asked) {
+    if (!asked.json)
+        std::printf("%s at a virtual cable to this server; nothing on it is changed\n\n",
+                    asked.client.c_str());
+    std::fflush(stdout);
+    const auto tell = [&](const StageResult &stage) {
+        if (!asked.json)
+            print_stage(stage);
+    };
+    Rehearsed rehearsed =
+        rehearse(asked.client, asked.at_boot ? Settings::of_boot : Settings::of_processes, tell);
+    add_checks(rehearsed);
+    if (asked.json)
+        std::cout << json_of(rehearsed).dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
+                  << std::endl;
+    else
+        print(rehearsed);
+    if (!asked.picture.empty())
+        draw_sequence(rehearsed, asked.picture);
+    return rehearsed.passed() ? passed_status : failed_status;
+}
+
+int rehearse_until_it_passes(const Asked &asked) {
+    const BootingClient client = read_client(asked.client);
+    const server::BootparamsItem *root = client.item("root");
+    TableWatch watch(root == nullptr ? "" : root->path);
+    while (rehearse_once(asked) != passed_status) {
+        if (!asked.json)
+            std::printf("\nwaiting for a change\n");
+        std::fflush(stdout);
+        const std::string changed = watch.wait();
+        if (!asked.json)
+            std::printf("%s has changed\n\n", printable(changed).c_str());
+    }
+    return passed_status;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    Asked asked;
+    CLI::App app("Lets a client boot on a virtual cable.", "rehearse");
+    app.add_option("client", asked.client)->required();
+    app.add_flag("--json", asked.json);
+    app.add_flag("--watch", asked.watch);
+    app.add_flag("--at-boot", asked.at_boot);
+    app.add_option("--sequence", asked.picture);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &wrong) {
+        return complain(wrong.what(), usage_status);
+    }
+    try {
+        if (!is_known(asked.client))
+            return complain_of_unknown(asked.client);
+        return asked.watch ? rehearse_until_it_passes(asked) : rehearse_once(asked);
+    } catch (const sandbox::Error &error) {
+        return complain(
+            std::string(error.what()) +
+                "; a rehearsal needs root, and a kernel that lets it make name spaces and overlays",
+            failed_status);
+    } catch (const std::exception &error) {
+        return complain(error.what(), failed_status);
+    }
+}

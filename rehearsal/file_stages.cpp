@@ -1,0 +1,283 @@
+// SPDX-License-Identifier: MIT
+// The stages over NFS: mount, read, write, swap.
+#include <algorithm>
+#include <cerrno>
+#include <sys/stat.h>
+
+#include "base/text.hpp"
+#include "rehearsal/nfs.hpp"
+#include "rehearsal/stages.hpp"
+#include "server/local_host.hpp"
+#include "server/roots.hpp"
+
+namespace hostadm::rehearsal {
+
+namespace {
+
+using server::Severity;
+using server::Stage;
+
+// Of those that systems look for, in that order.
+constexpr const char *first_processes[] = {"/sbin/init", "/etc/init", "/usr/sbin/init",
+                                           "/bin/init",  "/init",     "/lib/systemd/systemd"};
+constexpr const char *mount_tables[] = {"/etc/vfstab", "/etc/fstab"};
+constexpr const char *console = "/dev/console";
+
+std::string said_by(const Started &daemon) {
+    std::string text;
+    if (!daemon.failure.empty())
+        text = "; " + daemon.start.name + " " + daemon.failure;
+    return daemon.said.empty() ? text : text + "; it says: " + daemon.said;
+}
+
+std::string in_words(const NfsFailure &failure) {
+    switch (failure.error) {
+    case EACCES:
+    case EPERM:
+        return std::string("access denied (") + failure.what() + ")";
+    case ETIMEDOUT:
+        return "no answer";
+    default:
+        return failure.what();
+    }
+}
+
+std::string parent_of(const std::string &path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == 0 || slash == path.npos ? "/" : path.substr(0, slash);
+}
+
+std::string name_of_file(const std::string &path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+std::string share_command(const std::string &path, const std::string &client) {
+    return "hostadm run filesystem/share path=" + path + " options=rw=" + client + ",root=" + client;
+}
+
+// Where the table of mounts names an NFS file system: what, and its mount point.
+struct TableMount {
+    std::string server, path, mount_point;
+};
+
+std::vector<TableMount> nfs_mounts_in(const std::string &table) {
+    std::vector<TableMount> mounts;
+    base::for_each_line(table, [&](std::string_view line) {
+        const auto words = base::words_of(line);
+        if (words.size() < 3 || words[0].front() == '#')
+            return;
+        const std::size_t colon = words[0].find(':');
+        if (colon == words[0].npos || colon == 0 || words[0].find('/') < colon ||
+            colon + 1 >= words[0].size() || words[0][colon + 1] != '/')
+            return;
+        // RESOURCE FSCK-DEVICE MOUNT-POINT TYPE in the one, RESOURCE MOUNT-POINT TYPE in the other.
+        const bool has_fsck_column = words[1] == "-" || (words.size() > 3 && words[3].starts_with("nfs"));
+        mounts.push_back({std::string(words[0].substr(0, colon)), std::string(words[0].substr(colon + 1)),
+                          std::string(has_fsck_column ? words[2] : words[1])});
+    });
+    return mounts;
+}
+
+void try_mount_of_table(Journey &journey, const TableMount &mount, const std::string &table) {
+    const std::string resource = mount.server + ":" + mount.path;
+    const std::string address = server::address_of_host(mount.server);
+    const Started &daemon = journey.daemon(Service::nfs);
+    if (address.empty() || !server::is_this_host(mount.server)) {
+        journey.walked.not_tried.push_back(resource + ", which " + table + " of the client mounts on " +
+                                           mount.mount_point + ": it is not on this server");
+        return;
+    }
+    try {
+        const NfsDirectory directory(journey.files.at("root").address, mount.path);
+        journey.note(daemon.start.name, "mount " + mount.path + " on " + mount.mount_point, "mounted", true);
+    } catch (const NfsFailure &failure) {
+        journey.note(daemon.start.name, "mount " + mount.path + " on " + mount.mount_point, in_words(failure),
+                     failure.error != ETIMEDOUT);
+        journey.find(Severity::error, Stage::start, journey.files.at("root").path + table,
+                     resource + ", which is to be mounted on " + mount.mount_point +
+                         ", cannot be mounted: " + in_words(failure),
+                     journey.client.name + " stops, or goes on without " + mount.mount_point,
+                     "hostadm check " + journey.client.name);
+    }
+}
+
+// A program that the client can start: what is wrong with it, or nothing.
+std::string defect_of_program(NfsDirectory &root, const std::string &path) {
+    const NfsFile file = root.look(path);
+    if (!S_ISREG(file.mode))
+        return "is no file";
+    if ((file.mode & 0111) == 0)
+        return "may be executed by nobody";
+    if (file.size == 0)
+        return "is empty";
+    const std::string head = root.read(path, 256);
+    if (!head.starts_with("#!"))
+        return {};
+    const std::string interpreter(base::first_word(base::trimmed(
+        std::string_view(head).substr(2, head.find('\n') == head.npos ? head.npos : head.find('\n') - 2))));
+    const auto resolved = root.resolved(interpreter);
+    if (!resolved)
+        return "needs " + interpreter + ", which is not there";
+    return (root.look(*resolved).mode & 0111) == 0
+               ? "needs " + interpreter + ", which may be executed by nobody"
+               : "";
+}
+
+} // namespace
+
+StageEnd mount_root(Journey &journey) {
+    const FileOfClient &root = journey.files.at("root");
+    const Started &daemon = journey.daemon(Service::nfs);
+    const std::string question = "mount " + root.path;
+    if (daemon.start.in_kernel) {
+        journey.walked.not_tried.push_back(
+            "everything by NFS: the server is in the kernel and cannot be started a "
+            "second time; its list of exports is compared instead");
+        return skipped("the NFS server is in the kernel");
+    }
+    try {
+        const NfsDirectory directory(root.address, root.path);
+        journey.note(daemon.start.name, question, "mounted", true);
+        return passed(root.address + ":" + root.path);
+    } catch (const NfsFailure &failure) {
+        journey.note(daemon.start.name, question, in_words(failure), failure.error != ETIMEDOUT);
+        journey.find(Severity::error, Stage::root, root.path,
+                     "it cannot be mounted by " + journey.client.name + " (" + journey.own_address +
+                         "): " + in_words(failure) + said_by(daemon),
+                     journey.client.name + " has no root and stops",
+                     daemon.start.program.empty() ? "apt-get install nfs-ganesha nfs-ganesha-vfs"
+                                                  : share_command(root.path, journey.client.name));
+        return failed(root.path + ": " + in_words(failure));
+    }
+}
+
+StageEnd read_what_starts(Journey &journey) {
+    const BootingClient &client = journey.client;
+    const FileOfClient &file = journey.files.at("root");
+    const Started &daemon = journey.daemon(Service::nfs);
+    if (daemon.start.in_kernel)
+        return skipped("the NFS server is in the kernel");
+    NfsDirectory root(file.address, file.path);
+    std::string at = "/", first;
+    const auto stop = [&](const std::string &where, const std::string &what) {
+        journey.note(daemon.start.name, "read " + where, what, true);
+        journey.find(Severity::error, Stage::start, file.path + where, what,
+                     client.name + " mounts its root and cannot start from it",
+                     "hostadm check " + client.name);
+        return failed(where + ": " + what);
+    };
+    try {
+        for (const char *candidate : first_processes) {
+            at = candidate;
+            const auto resolved = root.resolved(candidate);
+            if (!resolved)
+                continue;
+            if (const std::string defect = defect_of_program(root, *resolved); !defect.empty())
+                return stop(*resolved, "the first process " + defect);
+            root.read(*resolved, std::size_t{1} << 20);
+            first = candidate;
+            break;
+        }
+        if (first.empty())
+            return stop("/sbin/init", "there is no first process: neither this nor /etc/init");
+        at = console;
+        if (const auto resolved = root.resolved(console))
+            if (!S_ISCHR(root.look(*resolved).mode))
+                return stop(*resolved, "the console is no character device");
+        for (const char *table : mount_tables) {
+            at = table;
+            if (const auto resolved = root.resolved(table))
+                for (const TableMount &mount : nfs_mounts_in(root.read(*resolved, std::size_t{1} << 20)))
+                    try_mount_of_table(journey, mount, table);
+        }
+    } catch (const NfsFailure &failure) {
+        return stop(at, "it cannot be read by the root user of " + client.name + ": " + in_words(failure));
+    }
+    journey.note(daemon.start.name, "read " + first + ", mount table", "read", true);
+    return passed(first + " and the mount table can be read");
+}
+
+StageEnd write_to_root(Journey &journey) {
+    const BootingClient &client = journey.client;
+    const FileOfClient &file = journey.files.at("root");
+    const Started &daemon = journey.daemon(Service::nfs);
+    if (daemon.start.in_kernel)
+        return skipped("the NFS server is in the kernel");
+    if (client.installs())
+        return skipped("a client that installs itself does not write to it");
+    constexpr const char *name = "/.hostadm-rehearsal";
+    try {
+        NfsDirectory root(file.address, file.path);
+        const NfsFile written = root.try_writing(name, "written by a client\n");
+        journey.note(daemon.start.name, "write a file", "written", true);
+        if (written.owner == 0)
+            return passed("a file of root's, made, read and removed");
+        journey.find(Severity::error, Stage::start, file.path,
+                     "what the root user of " + client.name + " writes belongs to user " +
+                         std::to_string(written.owner) + ": root=" + client.name + " is missing in the share",
+                     client.name + " cannot read its own files again", share_command(file.path, client.name));
+        return failed("files of root belong to user " + std::to_string(written.owner));
+    } catch (const NfsFailure &failure) {
+        journey.note(daemon.start.name, "write a file", in_words(failure), failure.error != ETIMEDOUT);
+        journey.find(Severity::error, Stage::start, file.path,
+                     "the root user of " + client.name + " cannot write there: " + in_words(failure),
+                     client.name + " starts and cannot work", share_command(file.path, client.name));
+        return failed(file.path + ": " + in_words(failure));
+    }
+}
+
+StageEnd use_swap(Journey &journey) {
+    const BootingClient &client = journey.client;
+    const Started &daemon = journey.daemon(Service::nfs);
+    if (daemon.start.in_kernel)
+        return skipped("the NFS server is in the kernel");
+    if (!journey.files.contains("swap"))
+        return skipped("it has none");
+    std::string detail;
+    for (const char *key : {"swap", "dump"}) {
+        if (!journey.files.contains(key))
+            continue;
+        const FileOfClient &file = journey.files.at(key);
+        const std::string question = std::string("write to its ") + key + " " + file.path;
+        // Many servers hand on directories only; then the file is reached through the one that holds it.
+        struct stat here {};
+        const bool is_directory = stat(file.path.c_str(), &here) == 0 && S_ISDIR(here.st_mode);
+        try {
+            NfsDirectory directory(file.address, is_directory ? file.path : parent_of(file.path));
+            if (is_directory) {
+                directory.try_writing("/.hostadm-rehearsal", "a page");
+                detail += (detail.empty() ? "" : ", ") + file.path;
+            } else {
+                const std::string path = '/' + name_of_file(file.path);
+                const NfsFile found = directory.look(path);
+                if (!S_ISREG(found.mode))
+                    throw NfsFailure(EINVAL, "it is no file");
+                if (found.size == 0)
+                    throw NfsFailure(ENOSPC, "it is empty");
+                directory.read(path, 8192);
+                // A large file would be copied whole into the throwaway root by the first write.
+                constexpr blkcnt_t most_blocks = (64 << 20) / 512;
+                if (here.st_blocks <= most_blocks)
+                    directory.write_into(path, directory.read(path, 512));
+                else if (!directory.may_write(path))
+                    throw NfsFailure(EACCES, "it may not be written");
+                detail += (detail.empty() ? "" : ", ") + file.path + " (" + std::to_string(found.size >> 20) +
+                          " MB)";
+            }
+            journey.note(daemon.start.name, question, "written", true);
+        } catch (const NfsFailure &failure) {
+            journey.note(daemon.start.name, question, in_words(failure), failure.error != ETIMEDOUT);
+            journey.find(Severity::error, Stage::swap, file.path,
+                         std::string("the ") + key + " of " + client.name +
+                             " cannot be used: " + in_words(failure),
+                         client.name + " has no " + key,
+                         failure.error == ENOENT
+                             ? "hostadm check " + client.name
+                             : share_command(server::share_path_of(file.path, client.name), client.name));
+            return failed(file.path + ": " + in_words(failure));
+        }
+    }
+    return passed(detail);
+}
+
+} // namespace hostadm::rehearsal

@@ -1,0 +1,294 @@
+// SPDX-License-Identifier: MIT
+// What the live daemons do, asked as far as it goes without disturbing them.
+#include <algorithm>
+#include <net/if.h>
+
+#include "base/files.hpp"
+#include "base/text.hpp"
+#include "rehearsal/rehearsal.hpp"
+#include "rehearsal/tftp.hpp"
+#include "server/boot_links.hpp"
+
+namespace hostadm::rehearsal {
+
+namespace {
+
+using namespace std::chrono_literals;
+using server::Finding;
+using server::Findings;
+using server::Severity;
+using server::Stage;
+
+constexpr auto patience = 400ms;
+
+struct Live {
+    const BootingClient &client;
+    const Network &network;
+    const Walked &walked;
+    std::vector<DaemonStart> daemons;
+    std::string server; // this server's address, as the client sees it
+    Findings findings = {};
+
+    const DaemonStart &daemon(Service service) const {
+        return *std::find_if(daemons.begin(), daemons.end(),
+                             [&](const DaemonStart &each) { return each.service == service; });
+    }
+    void find(Stage stage, const DaemonStart &daemon, const std::string &what, const std::string &why,
+              const std::string &repair) {
+        const std::string where =
+            daemon.pid == 0 ? daemon.name : daemon.name + ", process " + std::to_string(daemon.pid);
+        findings.push_back({.check = "live daemons",
+                            .severity = Severity::error,
+                            .stage = stage,
+                            .client = client.name,
+                            .where = where,
+                            .what = what,
+                            .why = why,
+                            .repair = repair});
+    }
+    std::string seen(const std::string &what) const {
+        const auto found = walked.seen.find(what);
+        return found == walked.seen.end() ? "" : found->second;
+    }
+};
+
+Stage stage_of(Service service) {
+    switch (service) {
+    case Service::reverse_arp:
+        return Stage::address;
+    case Service::tftp:
+        return Stage::boot_program;
+    case Service::port_mapper:
+        return Stage::name;
+    case Service::boot_parameters:
+        return Stage::name;
+    case Service::nfs:
+        return Stage::root;
+    }
+    return Stage::address;
+}
+
+std::string start_command(const DaemonStart &daemon) {
+    switch (daemon.service) {
+    case Service::reverse_arp:
+        return "hostadm run host/start_daemon path=/usr/sbin/in.rarpd";
+    case Service::nfs:
+        return "hostadm run host/start_daemon path=/usr/lib/nfs/nfsd";
+    case Service::port_mapper:
+        return "service rpcbind restart";
+    case Service::boot_parameters:
+        return "service bootparamd restart";
+    case Service::tftp:
+        return "service tftpd-hpa restart";
+    }
+    return {};
+}
+
+std::string restart_command(const DaemonStart &daemon) {
+    return "kill -KILL " + std::to_string(daemon.pid) + "; " + start_command(daemon);
+}
+
+// The state letter of a process: T is stopped, D waits for a device for ever.
+char state_of(int pid) {
+    const std::string stat = base::file_contents("/proc/" + std::to_string(pid) + "/stat");
+    const std::size_t close = stat.rfind(')');
+    return close == stat.npos || close + 2 >= stat.size() ? ' ' : stat[close + 2];
+}
+
+bool is_missing_or_stopped(Live &live, const DaemonStart &daemon) {
+    const Stage stage = stage_of(daemon.service);
+    if (!daemon.runs) {
+        live.find(stage, daemon, "it does not run", live.client.name + " gets no answer from it",
+                  daemon.program.empty() ? "apt-get install " + daemon.package : start_command(daemon));
+        return true;
+    }
+    if (daemon.pid != 0 && state_of(daemon.pid) == 'T') {
+        live.find(stage, daemon, "it is stopped, and answers nothing until it goes on",
+                  live.client.name + " gets no answer from it", "kill -CONT " + std::to_string(daemon.pid));
+        return true;
+    }
+    return false;
+}
+
+// Packet sockets for reverse ARP: of all interfaces, or of one.
+void compare_reverse_arp(Live &live) {
+    const DaemonStart &daemon = live.daemon(Service::reverse_arp);
+    if (is_missing_or_stopped(live, daemon))
+        return;
+    const Interface *interface = interface_towards(live.network, live.client.address);
+    if (interface == nullptr)
+        return;
+    const unsigned int index = if_nametoindex(interface->name.c_str());
+    bool listens = false, elsewhere = false;
+    base::for_each_line(base::file_contents("/proc/net/packet"), [&](std::string_view line) {
+        const auto words = base::words_of(line);
+        if (words.size() < 5 || words[3] != "8035")
+            return;
+        const bool here = words[4] == "0" || words[4] == std::to_string(index);
+        (here ? listens : elsewhere) = true;
+    });
+    if (!listens)
+        live.find(Stage::address, daemon,
+                  elsewhere ? "it listens on another interface than " + interface->name +
+                                  ": it was started for that one, or before " + interface->name + " was there"
+                            : "it does not listen for reverse ARP",
+                  live.client.name + " gets no address", restart_command(daemon));
+}
+
+void compare_tftp(Live &live) {
+    const DaemonStart &daemon = live.daemon(Service::tftp);
+    if (is_missing_or_stopped(live, daemon))
+        return;
+    for (const std::string &file : live.client.boot_files) {
+        const std::string rehearsed = live.seen("tftp " + file);
+        if (rehearsed.empty() || rehearsed == "refused")
+            continue;
+        const Fetched fetched = fetch_by_tftp(live.server, file, "", 1200ms);
+        if (fetched.silent) {
+            live.find(Stage::boot_program, daemon,
+                      "it does not answer on " + live.server + ", where the same daemon in the rehearsal did",
+                      live.client.name + " loads no boot program", restart_command(daemon));
+            return;
+        }
+        const std::string content = std::to_string(fetched.content.size()) + ':' +
+                                    std::to_string(std::hash<std::string>()(fetched.content));
+        if (!fetched.whole || content != rehearsed) {
+            live.find(Stage::boot_program, daemon,
+                      "it does not give " + file + " as it did in the rehearsal: " +
+                          (fetched.whole ? "the file is another one" : fetched.reason) +
+                          "; it was started with other settings or in another directory",
+                      live.client.name + " loads no boot program, or a wrong one", restart_command(daemon));
+            return;
+        }
+    }
+}
+
+void compare_names(Live &live) {
+    const DaemonStart &mapper = live.daemon(Service::port_mapper),
+                      &daemon = live.daemon(Service::boot_parameters);
+    const bool mapper_missing = is_missing_or_stopped(live, mapper);
+    if (is_missing_or_stopped(live, daemon) || mapper_missing)
+        return;
+    if (!answers(live.server, port_mapper_program, 2)) {
+        live.find(Stage::name, mapper, "it does not answer on " + live.server,
+                  "no client finds any service of this server", restart_command(mapper));
+        return;
+    }
+    const std::string rehearsed = live.seen("whoami");
+    if (rehearsed.empty())
+        return;
+    const auto answer =
+        who_am_i({.address = live.server, .patience = patience, .tries = 3}, live.client.address);
+    if (!answer.result) {
+        const auto direct =
+            who_am_i({.address = live.server, .directly = true, .patience = patience, .tries = 2},
+                     live.client.address);
+        const DaemonStart &silent = direct.result ? mapper : daemon;
+        live.find(Stage::name, silent,
+                  direct.result ? "it does not hand WHOAMI on, as it did in the rehearsal"
+                                : "it does not answer WHOAMI, as it did in the rehearsal",
+                  live.client.name + " does not learn its name", restart_command(silent));
+        return;
+    }
+    if (answer.result->name + ' ' + answer.result->router != rehearsed)
+        live.find(Stage::name, daemon,
+                  "it tells " + live.client.name + " the name and router " + answer.result->name + ' ' +
+                      answer.result->router + ", and in the rehearsal " + rehearsed +
+                      ": it was started with other settings",
+                  live.client.name + " boots with these", restart_command(daemon));
+    for (const server::BootparamsItem &item : live.client.items) {
+        const std::string expected = live.seen("getfile " + item.key);
+        if (expected.empty())
+            continue;
+        const auto file = get_file({.address = live.server, .patience = patience, .tries = 3},
+                                   answer.result->name, item.key);
+        const std::string told = file.result ? file.result->address + ':' + file.result->path : "nothing";
+        if (told == expected)
+            continue;
+        live.find(Stage::parameters, daemon,
+                  "it tells " + told + " for the " + item.key + " of " + live.client.name +
+                      ", and in the rehearsal " + expected,
+                  live.client.name + " does not find its " + item.key, restart_command(daemon));
+        return;
+    }
+}
+
+// Whether the server names the path, or a directory above it, and lets this client mount it.
+bool exports(const std::vector<Exported> &list, const std::string &path, const BootingClient &client,
+             bool &to_others) {
+    for (const Exported &each : list) {
+        const std::string at = each.path == "/" ? "/" : each.path + "/";
+        if (path != each.path && !path.starts_with(at))
+            continue;
+        to_others = true;
+        if (each.clients.empty())
+            return true;
+        for (const std::string &word : each.clients) {
+            const std::size_t slash = word.find('/');
+            const std::string network = word.substr(0, slash);
+            if (base::lower_case(word) == base::lower_case(client.name) || network == client.address ||
+                word == "*" || word == "(everyone)" || word.find_first_of("*?@") != word.npos)
+                return true;
+            // A network; of one that is written with a mask, the mount in the rehearsal has shown enough.
+            if (slash != word.npos &&
+                (word.find('.', slash) != word.npos ||
+                 is_in_network(client.address, {network, {}, std::atoi(word.c_str() + slash + 1)})))
+                return true;
+            if (base::lower_case(word).starts_with(base::lower_case(client.name) + "."))
+                return true;
+        }
+    }
+    return false;
+}
+
+void compare_exports(Live &live) {
+    const DaemonStart &daemon = live.daemon(Service::nfs);
+    if (is_missing_or_stopped(live, daemon))
+        return;
+    for (const auto &[program, what] :
+         {std::pair(mount_program, "the mount daemon"), std::pair(nfs_program, "the NFS server")})
+        if (!answers(live.server, program, 3)) {
+            live.find(Stage::root, daemon, std::string(what) + " does not answer on " + live.server,
+                      live.client.name + " cannot mount its root", restart_command(daemon));
+            return;
+        }
+    const auto list = export_list(live.server);
+    const server::BootparamsItem *root = live.client.item("root");
+    if (!list || root == nullptr)
+        return;
+    // What is not for this server itself, some servers do not tell it; so the two lists are compared.
+    if (const std::string rehearsed = live.seen("exports"); !rehearsed.empty()) {
+        if (in_one_line(*list) != rehearsed)
+            live.find(Stage::root, daemon,
+                      "it exports " + in_one_line(*list) + ", and in the rehearsal " + rehearsed +
+                          ": it has not read its settings since they were changed",
+                      live.client.name + " is served by the old settings",
+                      daemon.pid == 0 ? "exportfs -ra" : "kill -HUP " + std::to_string(daemon.pid));
+        return;
+    }
+    bool to_others = false;
+    if (!exports(*list, root->path, live.client, to_others))
+        live.find(Stage::root, daemon,
+                  to_others ? "it exports " + root->path + ", but not to " + live.client.name
+                            : "it does not export " + root->path,
+                  live.client.name + " cannot mount its root",
+                  "hostadm run filesystem/share path=" + root->path + " options=rw=" + live.client.name +
+                      ",root=" + live.client.name);
+}
+
+} // namespace
+
+Findings differences_of_live_daemons(const BootingClient &client, const Network &network,
+                                     const Walked &walked) {
+    Live live{client, network, walked, daemons_of_this_server(Settings::of_processes),
+              own_address_towards(network, client.address)};
+    if (live.server.empty())
+        live.server = "127.0.0.1";
+    compare_reverse_arp(live);
+    compare_tftp(live);
+    compare_names(live);
+    compare_exports(live);
+    return std::move(live.findings);
+}
+
+} // namespace hostadm::rehearsal

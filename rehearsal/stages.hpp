@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+// The stages of a boot, in their order.
+#pragma once
+
+#include <span>
+
+#include "rehearsal/walk.hpp"
+
+namespace hostadm::rehearsal {
+
+struct StageEnd {
+    StageResult::Outcome outcome;
+    std::string detail;
+};
+
+struct BootStage {
+    const char *name;
+    server::Stage stage;
+    StageEnd (*walk)(Journey &);
+};
+
+std::span<const BootStage> boot_stages();
+
+// The stages of the network before there is a file system, and those over NFS.
+StageEnd learn_address(Journey &journey);
+StageEnd load_boot_program(Journey &journey);
+StageEnd learn_name(Journey &journey);
+StageEnd learn_parameters(Journey &journey);
+StageEnd mount_root(Journey &journey);
+StageEnd read_what_starts(Journey &journey);
+StageEnd write_to_root(Journey &journey);
+StageEnd use_swap(Journey &journey);
+
+inline StageEnd passed(std::string detail) {
+    return {StageResult::Outcome::passed, std::move(detail)};
+}
+inline StageEnd failed(std::string detail) {
+    return {StageResult::Outcome::failed, std::move(detail)};
+}
+inline StageEnd skipped(std::string detail) {
+    return {StageResult::Outcome::skipped, std::move(detail)};
+}
+
+} // namespace hostadm::rehearsal

@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: MIT
+#include "rehearsal/tftp.hpp"
+
+#include <curl/curl.h>
+#include <memory>
+
+namespace hostadm::rehearsal {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr long time_limit = 20; // seconds, for all of a file that comes slowly
+constexpr std::size_t largest = std::size_t{64} << 20;
+
+struct Transfer {
+    std::string content;
+    Clock::time_point give_up;
+};
+
+std::size_t take(char *bytes, std::size_t size, std::size_t count, void *to) {
+    std::string &content = static_cast<Transfer *>(to)->content;
+    if (content.size() + size * count > largest)
+        return 0;
+    content.append(bytes, size * count);
+    return size * count;
+}
+
+// Non-zero ends the transfer: when not even a first block has come.
+int watch(void *of, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+    const auto &transfer = *static_cast<const Transfer *>(of);
+    return transfer.content.empty() && Clock::now() > transfer.give_up ? 1 : 0;
+}
+
+} // namespace
+
+Fetched fetch_by_tftp(const std::string &server, const std::string &file, const std::string &interface,
+                      std::chrono::milliseconds patience) {
+    const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> handle(curl_easy_init(), curl_easy_cleanup);
+    if (!handle)
+        return {.reason = "no TFTP client can be had"};
+    Transfer transfer{{}, Clock::now() + patience};
+    char error[CURL_ERROR_SIZE] = "";
+    const std::string url = "tftp://" + server + '/' + file;
+    CURL *curl = handle.get();
+    curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(curl, CURLOPT_PROXY, "");
+    curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(curl, CURLOPT_TFTP_NO_OPTIONS, 1L);
+    curl_easy_setopt(curl, CURLOPT_TIMEOUT, time_limit);
+    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, take);
+    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &transfer);
+    curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
+    curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, watch);
+    curl_easy_setopt(curl, CURLOPT_XFERINFODATA, &transfer);
+    curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, error);
+    if (!interface.empty())
+        curl_easy_setopt(curl, CURLOPT_INTERFACE, ("if!" + interface).c_str());
+    const CURLcode code = curl_easy_perform(curl);
+    Fetched fetched{.whole = code == CURLE_OK, .content = std::move(transfer.content)};
+    switch (code) {
+    case CURLE_OK:
+        break;
+    case CURLE_ABORTED_BY_CALLBACK:
+    case CURLE_OPERATION_TIMEDOUT:
+        fetched.silent = fetched.content.empty();
+        fetched.reason = fetched.silent ? "nobody answered" : "the transfer stopped half-way";
+        break;
+    case CURLE_TFTP_NOTFOUND:
+        fetched.reason = "the server says that there is no such file";
+        break;
+    case CURLE_TFTP_PERM:
+        fetched.reason = "the server says that access is denied";
+        break;
+    default:
+        fetched.reason = *error != '\0' ? error : curl_easy_strerror(code);
+    }
+    return fetched;
+}
+
+} // namespace hostadm::rehearsal

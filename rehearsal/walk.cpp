@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: MIT
+#include "rehearsal/walk.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <stdexcept>
+
+#include "base/text.hpp"
+#include "rehearsal/stages.hpp"
+#include "server/boot_links.hpp"
+#include "server/client_entry.hpp"
+#include "server/host_tables.hpp"
+#include "server/local_host.hpp"
+
+namespace hostadm::rehearsal {
+
+namespace {
+
+constexpr BootStage table[] = {
+    {"address", server::Stage::address, learn_address},
+    {"boot program", server::Stage::boot_program, load_boot_program},
+    {"name", server::Stage::name, learn_name},
+    {"parameters", server::Stage::parameters, learn_parameters},
+    {"root", server::Stage::root, mount_root},
+    {"start", server::Stage::start, read_what_starts},
+    {"write", server::Stage::start, write_to_root},
+    {"swap", server::Stage::swap, use_swap},
+};
+
+std::vector<server::BootparamsItem> items_of(const std::string &client) {
+    std::vector<server::BootparamsItem> items;
+    const std::string text = server::client_items(client);
+    // Items that the method would refuse to write are this server's all the same.
+    for (const std::string_view word : base::words_of(text)) {
+        const std::size_t equals = word.find('='), colon = word.find(':', equals);
+        if (equals == word.npos || colon == word.npos)
+            continue;
+        items.push_back({std::string(word.substr(0, equals)),
+                         std::string(word.substr(equals + 1, colon - equals - 1)),
+                         std::string(word.substr(colon + 1))});
+    }
+    return items;
+}
+
+} // namespace
+
+std::span<const BootStage> boot_stages() {
+    return table;
+}
+
+const server::BootparamsItem *BootingClient::item(std::string_view key) const {
+    const auto found =
+        std::find_if(items.begin(), items.end(), [&](const auto &each) { return each.key == key; });
+    return found == items.end() ? nullptr : &*found;
+}
+
+BootingClient read_client(const std::string &name) {
+    BootingClient client;
+    client.name = server::client_name_as_written(name);
+    client.ethernet = server::ethers_table().key_of(client.name);
+    client.address = server::hosts_table().key_of(client.name);
+    if (client.address.empty())
+        client.address = server::address_of_host(client.name);
+    client.items = items_of(client.name);
+    if (const std::string digits = server::address_digits(client.address); !digits.empty()) {
+        client.boot_files.push_back(digits);
+        for (const server::BootLink &link : server::boot_links_of(client.address))
+            if (link.name != digits)
+                client.boot_files.push_back(link.name);
+    }
+    return client;
+}
+
+bool Walked::passed() const {
+    return !stages.empty() && std::none_of(stages.begin(), stages.end(), [](const StageResult &stage) {
+        return stage.outcome == StageResult::Outcome::failed;
+    });
+}
+
+const Started &Journey::daemon(Service service) const {
+    return *std::find_if(daemons.begin(), daemons.end(),
+                         [&](const Started &daemon) { return daemon.start.service == service; });
+}
+
+void Journey::note(const std::string &to, const std::string &question, const std::string &answer,
+                   bool answered) {
+    walked.exchanges.push_back({to, question, answer, answered});
+}
+
+void Journey::find(server::Severity severity, server::Stage stage, const std::string &where,
+                   const std::string &what, const std::string &why, const std::string &repair) {
+    walked.findings.push_back({.check = "rehearsal",
+                               .severity = severity,
+                               .stage = stage,
+                               .client = client.name,
+                               .where = where,
+                               .what = what,
+                               .why = why,
+                               .repair = repair});
+}
+
+Walked walk(const BootingClient &client, const Network &network, const Cable &cable,
+            const std::vector<Started> &daemons, const std::function<void(const StageResult &)> &tell) {
+    using Clock = std::chrono::steady_clock;
+    Walked walked;
+    Journey journey{
+        .client = client, .network = network, .cable = cable, .daemons = daemons, .walked = walked};
+    for (const BootStage &stage : boot_stages()) {
+        const auto begin = Clock::now();
+        StageEnd end;
+        try {
+            end = stage.walk(journey);
+        } catch (const std::exception &failure) {
+            end = failed(failure.what());
+        }
+        const std::chrono::duration<double, std::milli> took = Clock::now() - begin;
+        walked.stages.push_back({.outcome = end.outcome,
+                                 .stage = stage.stage,
+                                 .name = stage.name,
+                                 .detail = end.detail,
+                                 .milliseconds = took.count()});
+        tell(walked.stages.back());
+        if (end.outcome == StageResult::Outcome::failed)
+            break;
+    }
+    return walked;
+}
+
+} // namespace hostadm::rehearsal
