@@ -24,6 +24,7 @@ void add_run(CLI::App &app, Work &chosen);
 void add_preview(CLI::App &app, Work &chosen);
 void add_status(CLI::App &app, Work &chosen);
 void add_rehearse(CLI::App &app, Work &chosen);
+void add_watch(CLI::App &app, Work &chosen);
 void add_arg(CLI::App &app, Work &chosen);
 // Hidden ones: the far end of `run --host`, and what writes manual pages and completions at build time.
 void add_serve(CLI::App &app, Work &chosen);

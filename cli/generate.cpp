@@ -165,6 +165,18 @@ fails; the words of such a command may be quoted as in a shell.
 )"},
     {"status", R"(Shows what this server serves: clients, boot links, shares, mounts, daemons.
 )"},
+    {"rehearse",
+     R"(Lets a client boot on a virtual cable, from this server's own daemons and files, in a throwaway root and a private
+network; nothing on the system changes. The stages are told as they pass: address by reverse ARP, boot program by TFTP,
+name and parameters from the boot-parameter service, mount of the root, what is read first, writing, swap. Behind them
+come the findings: what stopped the client and what else is wrong, each with the command that mends it. The daemons that
+run now are asked as well; what they do otherwise than the rehearsed ones is a finding.
+It ends with 0 when the client boots and nothing is wrong, with 1 when something is, with 2 when no table knows the client.
+)"},
+    {"watch",
+     R"(Listens on the wire while clients boot and tells in a line each what they ask, what they get, and what a silence means;
+at the end how far each came. It ends with 0 when a client came as far as its root.
+)"},
     {"arg", R"(For methods that are shell scripts.
 .B arg get
 .I NAME

@@ -63,4 +63,37 @@ void add_rehearse(CLI::App &app, Work &chosen) {
         "Exit status: 0 it boots and nothing is wrong, 1 something is, 2 no such client or wrong usage.");
 }
 
+void add_watch(CLI::App &app, Work &chosen) {
+    static std::string client, interface, recording, record_to, seconds;
+    static bool until_started;
+    CLI::App *command = app.add_subcommand("watch", "tell what clients that boot ask and get, while they do");
+    command->add_option("client", client, "only this one")->option_text("CLIENT");
+    command->add_option("--interface", interface, "listen on this one")->type_name("NAME");
+    command->add_option("--read", recording, "read a recording (pcap) instead of the wire")
+        ->type_name("FILE");
+    command->add_option("--record", record_to, "keep what is heard in this file (pcap)")->type_name("FILE");
+    command->add_option("--seconds", seconds, "end after this time")->type_name("NUMBER");
+    command->add_flag("--until-started", until_started, "end when a client works with the files of its root");
+    command->callback([&chosen] {
+        chosen = [] {
+            std::vector<std::string> words;
+            for (const auto &[name, value] : {std::pair("--interface=", interface),
+                                              {"--read=", recording},
+                                              {"--record=", record_to},
+                                              {"--seconds=", seconds}})
+                if (!value.empty())
+                    words.push_back(name + value);
+            if (until_started)
+                words.emplace_back("--until-started");
+            if (!client.empty())
+                words.insert(words.end(), {"--", client});
+            return become("watch", words);
+        };
+    });
+    command->footer(
+        "A line for each thing that a client asks and gets, for what a silence means, and for what the "
+        "daemons log; at the end how far each came. Needs root for the wire.\n"
+        "Exit status: 0 a client came as far as its root, 1 none did, 2 wrong usage.");
+}
+
 } // namespace hostadm::cli

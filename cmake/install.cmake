@@ -27,7 +27,7 @@ foreach(target ${method_targets})
   endif()
 endforeach()
 
-hostadm_find_libraries_from(${CMAKE_INSTALL_FULL_LIBEXECDIR}/hostadm hostadm_rehearse)
+hostadm_find_libraries_from(${CMAKE_INSTALL_FULL_LIBEXECDIR}/hostadm hostadm_rehearse hostadm_watch)
 
 # ---- headers, libraries, package files ----
 

@@ -5,9 +5,9 @@
 #include <sys/stat.h>
 
 #include "base/text.hpp"
+#include "base/this_host.hpp"
 #include "rehearsal/nfs.hpp"
 #include "rehearsal/stages.hpp"
-#include "server/local_host.hpp"
 #include "server/roots.hpp"
 
 namespace hostadm::rehearsal {
@@ -80,9 +80,9 @@ std::vector<TableMount> nfs_mounts_in(const std::string &table) {
 
 void try_mount_of_table(Journey &journey, const TableMount &mount, const std::string &table) {
     const std::string resource = mount.server + ":" + mount.path;
-    const std::string address = server::address_of_host(mount.server);
+    const std::string address = base::address_of_host(mount.server);
     const Started &daemon = journey.daemon(Service::nfs);
-    if (address.empty() || !server::is_this_host(mount.server)) {
+    if (address.empty() || !is_own_address(journey.network, address)) {
         journey.walked.not_tried.push_back(resource + ", which " + table + " of the client mounts on " +
                                            mount.mount_point + ": it is not on this server");
         return;

@@ -1,13 +1,17 @@
 // SPDX-License-Identifier: MIT
 // What the live daemons do, asked as far as it goes without disturbing them.
 #include <algorithm>
+#include <cstdlib>
+#include <ctime>
 #include <net/if.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "base/files.hpp"
 #include "base/text.hpp"
 #include "rehearsal/rehearsal.hpp"
 #include "rehearsal/tftp.hpp"
-#include "server/boot_links.hpp"
+#include "server/boot_area.hpp"
 
 namespace hostadm::rehearsal {
 
@@ -241,6 +245,76 @@ bool exports(const std::vector<Exported> &list, const std::string &path, const B
     return false;
 }
 
+// The word behind an option, or a default.
+std::string option_of(const DaemonStart &daemon, const std::string &option, const std::string &usual) {
+    const auto found = std::find(daemon.words.begin(), daemon.words.end(), option);
+    return found == daemon.words.end() || found + 1 == daemon.words.end() ? usual : found[1];
+}
+
+std::time_t change_of(const std::string &file) {
+    struct stat status {};
+    return stat(file.c_str(), &status) == 0 ? status.st_mtime : 0;
+}
+
+// The settings file that was changed last, of all that are read.
+std::string newest_of(const std::string &settings) {
+    std::string newest = settings;
+    base::for_each_line(base::file_contents(settings), [&](std::string_view line) {
+        line = base::trimmed(line);
+        const std::size_t begin = line.find('"'), end = line.rfind('"');
+        if (!line.starts_with("%include") || end == line.npos || end <= begin)
+            return;
+        const std::string included(line.substr(begin + 1, end - begin - 1));
+        if (change_of(included) > change_of(newest))
+            newest = included;
+    });
+    return newest;
+}
+
+// When the server last said that it reads its settings again, by the seconds of its log; 0: never.
+std::time_t last_reading(const std::string &log) {
+    std::time_t last = 0;
+    base::for_each_line(base::file_contents(log), [&](std::string_view line) {
+        std::tm time{};
+        if (line.find("SIGHUP_HANDLER") == line.npos ||
+            strptime(std::string(line.substr(0, line.find(" :"))).c_str(), "%d/%m/%Y %H:%M:%S", &time) ==
+                nullptr)
+            return;
+        time.tm_isdst = -1;
+        last = std::mktime(&time);
+    });
+    return last;
+}
+
+std::time_t start_of_process(int pid) {
+    const std::string stat = base::file_contents("/proc/" + std::to_string(pid) + "/stat");
+    const std::string all = base::file_contents("/proc/stat");
+    const std::size_t close = stat.rfind(')'), boot = all.find("\nbtime ");
+    if (close == stat.npos || boot == all.npos)
+        return 0;
+    constexpr std::size_t start_time = 19; // words behind the name
+    const std::string rest = stat.substr(close + 1);
+    const auto words = base::words_of(rest);
+    if (words.size() <= start_time)
+        return 0;
+    return std::atoll(all.c_str() + boot + 7) +
+           std::atoll(std::string(words[start_time]).c_str()) / sysconf(_SC_CLK_TCK);
+}
+
+// This server tells others' exports to nobody, so whether it has read its settings is asked of its log.
+void compare_settings_of_nfs_server(Live &live, const DaemonStart &daemon) {
+    if (daemon.name != "ganesha.nfsd" || daemon.pid == 0)
+        return;
+    constexpr std::time_t clocks_differ = 2;
+    const std::string log = option_of(daemon, "-L", "/var/log/ganesha/ganesha.log");
+    const std::string settings = newest_of(option_of(daemon, "-f", "/etc/ganesha/ganesha.conf"));
+    const std::time_t read = std::max(start_of_process(daemon.pid), last_reading(log));
+    if (base::file_contents(log).empty() || read == 0 || change_of(settings) <= read + clocks_differ)
+        return;
+    live.find(Stage::root, daemon, "it has not read " + settings + " since that was changed",
+              live.client.name + " is served by the old settings", "kill -HUP " + std::to_string(daemon.pid));
+}
+
 void compare_exports(Live &live) {
     const DaemonStart &daemon = live.daemon(Service::nfs);
     if (is_missing_or_stopped(live, daemon))
@@ -252,6 +326,7 @@ void compare_exports(Live &live) {
                       live.client.name + " cannot mount its root", restart_command(daemon));
             return;
         }
+    compare_settings_of_nfs_server(live, daemon);
     const auto list = export_list(live.server);
     const server::BootparamsItem *root = live.client.item("root");
     if (!list || root == nullptr)

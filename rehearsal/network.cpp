@@ -142,4 +142,12 @@ std::string own_address_towards(const Network &network, const std::string &addre
     return {};
 }
 
+bool is_own_address(const Network &network, const std::string &address) {
+    for (const Interface &interface : network.interfaces)
+        for (const OwnAddress &own : interface.addresses)
+            if (own.address == address)
+                return true;
+    return false;
+}
+
 } // namespace hostadm::rehearsal

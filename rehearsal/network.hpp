@@ -35,4 +35,6 @@ const Interface *interface_towards(const Network &network, const std::string &ad
 // The address of this server that a client of this address sees, or the empty string.
 std::string own_address_towards(const Network &network, const std::string &address);
 
+bool is_own_address(const Network &network, const std::string &address);
+
 } // namespace hostadm::rehearsal

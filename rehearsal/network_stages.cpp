@@ -9,8 +9,7 @@
 #include "rehearsal/reverse_arp.hpp"
 #include "rehearsal/stages.hpp"
 #include "rehearsal/tftp.hpp"
-#include "server/boot_links.hpp"
-#include "server/local_host.hpp"
+#include "server/boot_area.hpp"
 
 namespace hostadm::rehearsal {
 
@@ -54,14 +53,6 @@ std::string hash_of(const std::string &content) {
 
 bool is_loopback(const std::string &address) {
     return address.starts_with("127.");
-}
-
-bool is_own(const Network &network, const std::string &address) {
-    for (const Interface &interface : network.interfaces)
-        for (const OwnAddress &own : interface.addresses)
-            if (own.address == address)
-                return true;
-    return false;
 }
 
 } // namespace
@@ -129,7 +120,11 @@ StageEnd load_boot_program(Journey &journey) {
     const BootingClient &client = journey.client;
     const Started &daemon = journey.daemon(Service::tftp);
     std::string detail;
-    for (const std::string &file : client.boot_files) {
+    // The tables may give a client an address that only its line in the Ethernet table names.
+    const std::vector<std::string> files = client.boot_files.empty()
+                                               ? std::vector{server::address_digits(journey.own_address)}
+                                               : client.boot_files;
+    for (const std::string &file : files) {
         const Fetched fetched = fetch_by_tftp(journey.server_address, file, client_interface, 1000ms);
         journey.note(daemon.start.name, "the file " + file + "?",
                      fetched.whole ? size_in_words(fetched.content.size()) : fetched.reason, !fetched.silent);
@@ -266,7 +261,7 @@ StageEnd learn_parameters(Journey &journey) {
                          "hostadm check " + client.name);
             return failed(item.key + ": told " + file.address + ":" + file.path);
         }
-        if (is_loopback(file.address) || !is_own(journey.network, file.address)) {
+        if (is_loopback(file.address) || !is_own_address(journey.network, file.address)) {
             journey.find(Severity::error, Stage::parameters, "/etc/bootparams",
                          "the server " + item.server + " of the " + item.key + " of " + client.name +
                              " has the address " + file.address + ", which is none of this server's",

@@ -8,10 +8,10 @@
 
 #include "base/descriptor.hpp"
 #include "base/files.hpp"
+#include "base/this_host.hpp"
 #include "hostadm/sandbox.hpp"
 #include "rehearsal/walked_json.hpp"
 #include "server/host_tables.hpp"
-#include "server/local_host.hpp"
 
 namespace hostadm::rehearsal {
 
@@ -44,7 +44,7 @@ std::string names_from_outside(const BootingClient &client) {
     for (const std::string &name : names) {
         if (name.empty() || name.front() < 'A' || !server::hosts_table().key_of(name).empty())
             continue;
-        if (const std::string address = server::address_of_host(name); !address.empty())
+        if (const std::string address = base::address_of_host(name); !address.empty())
             lines += address + '\t' + name + '\n';
     }
     return lines;

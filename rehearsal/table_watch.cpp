@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "rehearsal/daemons_of_this_server.hpp"
-#include "server/boot_links.hpp"
+#include "server/boot_area.hpp"
 
 namespace hostadm::rehearsal {
 

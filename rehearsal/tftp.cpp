@@ -16,6 +16,7 @@ constexpr std::size_t largest = std::size_t{64} << 20;
 struct Transfer {
     std::string content;
     Clock::time_point give_up;
+    bool given_up = false;
 };
 
 std::size_t take(char *bytes, std::size_t size, std::size_t count, void *to) {
@@ -28,8 +29,9 @@ std::size_t take(char *bytes, std::size_t size, std::size_t count, void *to) {
 
 // Non-zero ends the transfer: when not even a first block has come.
 int watch(void *of, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
-    const auto &transfer = *static_cast<const Transfer *>(of);
-    return transfer.content.empty() && Clock::now() > transfer.give_up ? 1 : 0;
+    auto &transfer = *static_cast<Transfer *>(of);
+    transfer.given_up = transfer.content.empty() && Clock::now() > transfer.give_up;
+    return transfer.given_up ? 1 : 0;
 }
 
 } // namespace
@@ -39,7 +41,7 @@ Fetched fetch_by_tftp(const std::string &server, const std::string &file, const 
     const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> handle(curl_easy_init(), curl_easy_cleanup);
     if (!handle)
         return {.reason = "no TFTP client can be had"};
-    Transfer transfer{{}, Clock::now() + patience};
+    Transfer transfer{{}, Clock::now() + patience, false};
     char error[CURL_ERROR_SIZE] = "";
     const std::string url = "tftp://" + server + '/' + file;
     CURL *curl = handle.get();
@@ -58,23 +60,23 @@ Fetched fetch_by_tftp(const std::string &server, const std::string &file, const 
         curl_easy_setopt(curl, CURLOPT_INTERFACE, ("if!" + interface).c_str());
     const CURLcode code = curl_easy_perform(curl);
     Fetched fetched{.whole = code == CURLE_OK, .content = std::move(transfer.content)};
-    switch (code) {
-    case CURLE_OK:
-        break;
-    case CURLE_ABORTED_BY_CALLBACK:
-    case CURLE_OPERATION_TIMEDOUT:
-        fetched.silent = fetched.content.empty();
+    const bool timed_out = transfer.given_up || code == CURLE_OPERATION_TIMEDOUT;
+    // The library's own text for an error in the first answer speaks of something else.
+    const std::string text = std::string_view(error).starts_with("getpeername") ? "" : error;
+    if (code == CURLE_OK)
+        return fetched;
+    fetched.silent = timed_out && fetched.content.empty();
+    if (timed_out)
         fetched.reason = fetched.silent ? "nobody answered" : "the transfer stopped half-way";
-        break;
-    case CURLE_TFTP_NOTFOUND:
+    else if (code == CURLE_TFTP_NOTFOUND)
         fetched.reason = "the server says that there is no such file";
-        break;
-    case CURLE_TFTP_PERM:
+    else if (code == CURLE_TFTP_PERM || code == CURLE_REMOTE_ACCESS_DENIED)
         fetched.reason = "the server says that access is denied";
-        break;
-    default:
-        fetched.reason = *error != '\0' ? error : curl_easy_strerror(code);
-    }
+    else if (code == CURLE_ABORTED_BY_CALLBACK || code == CURLE_TFTP_ILLEGAL)
+        fetched.reason =
+            "the server refuses it"; // an error without a number of its own, most often of access
+    else
+        fetched.reason = text.empty() ? curl_easy_strerror(code) : text;
     return fetched;
 }
 

@@ -7,11 +7,11 @@
 #include <stdexcept>
 
 #include "base/text.hpp"
+#include "base/this_host.hpp"
 #include "rehearsal/stages.hpp"
-#include "server/boot_links.hpp"
-#include "server/client_entry.hpp"
+#include "server/boot_area.hpp"
+#include "server/bootparams.hpp"
 #include "server/host_tables.hpp"
-#include "server/local_host.hpp"
 
 namespace hostadm::rehearsal {
 
@@ -61,7 +61,7 @@ BootingClient read_client(const std::string &name) {
     client.ethernet = server::ethers_table().key_of(client.name);
     client.address = server::hosts_table().key_of(client.name);
     if (client.address.empty())
-        client.address = server::address_of_host(client.name);
+        client.address = base::address_of_host(client.name);
     client.items = items_of(client.name);
     if (const std::string digits = server::address_digits(client.address); !digits.empty()) {
         client.boot_files.push_back(digits);

@@ -11,7 +11,7 @@
 #include "rehearsal/bootparams.hpp"
 #include "rehearsal/cable.hpp"
 #include "rehearsal/started_daemons.hpp"
-#include "server/bootparams_file.hpp"
+#include "server/bootparams_text.hpp"
 #include "server/checks/finding.hpp"
 
 namespace hostadm::rehearsal {

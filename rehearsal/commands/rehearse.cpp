@@ -12,8 +12,8 @@
 #include "rehearsal/sequence.hpp"
 #include "rehearsal/table_watch.hpp"
 #include "rehearsal/walked_json.hpp"
+#include "server/bootparams.hpp"
 #include "server/checks/registry.hpp"
-#include "server/client_entry.hpp"
 #include "server/host_tables.hpp"
 
 namespace {
@@ -76,7 +76,7 @@ server::Snapshot known_names() {
         names.insert(name);
     server::Snapshot snapshot;
     for (const std::string &name : names)
-        snapshot.clients.push_back({.name = name, .address = {}, .ethernet = {}, .digits = {}, .root = {}});
+        snapshot.clients.emplace_back().name = name;
     return snapshot;
 }
 
@@ -90,7 +90,7 @@ int complain_of_unknown(const std::string &client) {
     std::string near;
     for (const std::string &name : server::nearest_clients(known_names(), client))
         near += (near.empty() ? "" : ", ") + name;
-    return complain(text + (near.empty() ? "; `hostadm list` of clients: hostadm run client/list"
+    return complain(text + (near.empty() ? "; `hostadm run client/list` shows the clients"
                                          : "; did you mean " + near + "?"),
                     usage_status);
 }
