@@ -141,11 +141,14 @@ StageEnd mount_root(Journey &journey) {
         return passed(root.address + ":" + root.path);
     } catch (const NfsFailure &failure) {
         journey.note(daemon.start.name, question, in_words(failure), failure.error != ETIMEDOUT);
-        journey.find(Severity::error, Stage::root, root.path,
-                     "it cannot be mounted by " + journey.client.name + " (" + journey.own_address +
-                         "): " + in_words(failure) + said_by(daemon),
+        const bool is_silent = failure.error == ETIMEDOUT && daemon.failure.empty();
+        journey.find(Severity::error, Stage::root, is_silent ? where_of(daemon) : root.path,
+                     root.path + " cannot be mounted by " + journey.client.name + " (" + journey.own_address +
+                         "): " + in_words(failure) +
+                         (is_silent ? "; " + what_lies_between(journey) : said_by(daemon)),
                      journey.client.name + " has no root and stops",
                      daemon.start.program.empty() ? "apt-get install nfs-ganesha nfs-ganesha-vfs"
+                     : is_silent                  ? "hostadm check " + journey.client.name
                                                   : share_command(root.path, journey.client.name));
         return failed(root.path + ": " + in_words(failure));
     }

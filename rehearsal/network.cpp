@@ -73,7 +73,7 @@ std::vector<std::string> lines_of(const std::string &listing, bool (*wanted)(std
         std::string kept;
         for (const std::string_view word : base::words_of(line))
             if (word != "linkdown" && word != "dead" && word != "onlink")
-                kept += (kept.empty() ? "" : " ") + std::string(word);
+                kept += (kept.empty() ? "" : " ") + std::string(word == "PERMANENT" ? "nud permanent" : word);
         lines.push_back(kept);
     });
     return lines;

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "base/text.hpp"
+#include "rehearsal/command.hpp"
 #include "rehearsal/reverse_arp.hpp"
 #include "rehearsal/stages.hpp"
 #include "rehearsal/tftp.hpp"
@@ -33,10 +34,6 @@ std::string why_silent(const Started &daemon) {
     return daemon.said.empty() ? text : text + ": " + daemon.said;
 }
 
-std::string where_started(const Started &daemon) {
-    return daemon.start.origin.empty() ? daemon.start.name : daemon.start.origin;
-}
-
 std::string install_or_look(const Started &daemon, const std::string &client) {
     if (daemon.start.program.empty() && !daemon.start.in_kernel)
         return "apt-get install " + daemon.start.package;
@@ -55,7 +52,50 @@ bool is_loopback(const std::string &address) {
     return address.starts_with("127.");
 }
 
+// While it lives this process is at the server's end.
+class AtServer {
+public:
+    explicit AtServer(const Cable &cable) : cable_(cable) { cable_.go_to_server(); }
+    ~AtServer() { cable_.go_to_client(); }
+    AtServer(const AtServer &) = delete;
+    AtServer &operator=(const AtServer &) = delete;
+
+private:
+    const Cable &cable_;
+};
+
+bool gives_tftp_here(const Journey &journey, const std::string &file) {
+    const AtServer at_server(journey.cable);
+    return !fetch_by_tftp(journey.server_address, file, "", 500ms).silent;
+}
+
+bool maps_ports_here(const Journey &journey) {
+    const AtServer at_server(journey.cable);
+    return answers(journey.server_address, port_mapper_program, 2);
+}
+
 } // namespace
+
+std::string where_of(const Started &daemon) {
+    const std::string &origin = daemon.start.origin;
+    return origin.empty()                  ? daemon.start.name
+           : origin.starts_with("process") ? daemon.start.name + ", " + origin
+                                           : origin;
+}
+
+std::string what_lies_between(const Journey &journey) {
+    const AtServer at_server(journey.cable);
+    const base::Answer route = ask({"ip", "route", "get", journey.own_address});
+    const Interface *interface = interface_towards(journey.network, journey.own_address);
+    if (!route.ending.well() ||
+        (interface != nullptr && route.output.find(" dev " + interface->name + ' ') == std::string::npos))
+        return "the route to " + journey.own_address + " does not lead to it (ip route get " +
+               journey.own_address + ": " +
+               (route.ending.well() ? route.output : route.errors).substr(0, route.output.find('\n')) + ")";
+    if (!journey.network.filter.empty() || !journey.network.old_filter.empty())
+        return "the packet filter does not let it through (nft list ruleset)";
+    return "something between them does not let it through";
+}
 
 StageEnd learn_address(Journey &journey) {
     const BootingClient &client = journey.client;
@@ -73,7 +113,7 @@ StageEnd learn_address(Journey &journey) {
     const auto answers = ask_own_address(client_interface, patience, tries);
     if (answers.empty()) {
         journey.note(daemon.start.name, question, "", false);
-        journey.find(Severity::error, Stage::address, where_started(daemon),
+        journey.find(Severity::error, Stage::address, where_of(daemon),
                      "nobody answers the reverse ARP of " + client.ethernet + "; " + why_silent(daemon),
                      client.name + " gets no address and does not go on",
                      install_or_look(daemon, client.name));
@@ -133,8 +173,15 @@ StageEnd load_boot_program(Journey &journey) {
                                                                : "refused";
         const std::string path = std::string(server::tftpboot) + '/' + file;
         if (!fetched.whole) {
+            if (fetched.silent && daemon.failure.empty() && gives_tftp_here(journey, file)) {
+                journey.find(Severity::error, Stage::boot_program, where_of(daemon),
+                             "it answers this server itself and not " + client.name + ": " +
+                                 what_lies_between(journey),
+                             client.name + " loads no boot program", "hostadm check " + client.name);
+                return failed(file + ": " + fetched.reason);
+            }
             const bool asked_by_name = fetched.silent;
-            journey.find(Severity::error, Stage::boot_program, asked_by_name ? where_started(daemon) : path,
+            journey.find(Severity::error, Stage::boot_program, asked_by_name ? where_of(daemon) : path,
                          "TFTP does not give " + file + ": " + fetched.reason + "; " +
                              (asked_by_name || !daemon.failure.empty()
                                   ? why_silent(daemon)
@@ -149,7 +196,7 @@ StageEnd load_boot_program(Journey &journey) {
         }
         if (const std::string expected = expected_program(file);
             !expected.empty() && expected != fetched.content) {
-            journey.find(Severity::error, Stage::boot_program, where_started(daemon),
+            journey.find(Severity::error, Stage::boot_program, where_of(daemon),
                          "TFTP gives another file than " + path + ": it serves another directory (" +
                              daemon.start.command() + ")",
                          client.name + " loads a boot program that is not its own",
@@ -184,11 +231,16 @@ StageEnd learn_name(Journey &journey) {
         } else if (!mapper.failure.empty()) {
             what += why_silent(mapper);
             silent = &mapper;
+        } else if (direct.reply.kind == Reply::Kind::silence && maps_ports_here(journey) &&
+                   !answers(journey.server_address, port_mapper_program, 2)) {
+            what += mapper.start.name + " answers this server itself and not " + client.name + ": " +
+                    what_lies_between(journey);
+            silent = &mapper;
         } else {
             what += direct.reply.reason.empty() ? why_silent(daemon)
                                                 : direct.reply.reason + "; " + why_silent(daemon);
         }
-        journey.find(Severity::error, Stage::name, where_started(*silent), what,
+        journey.find(Severity::error, Stage::name, where_of(*silent), what,
                      client.name + " does not learn its name", install_or_look(*silent, client.name));
         return failed("no answer to WHOAMI");
     }
@@ -203,7 +255,7 @@ StageEnd learn_name(Journey &journey) {
     }
     journey.own_name = result.name;
     if (is_loopback(result.router) || result.router == "0.0.0.0")
-        journey.find(Severity::warning, Stage::name, where_started(daemon),
+        journey.find(Severity::warning, Stage::name, where_of(daemon),
                      daemon.start.name + " tells " + client.name + " that " + result.router +
                          " is its router (" + daemon.start.command() + ")",
                      client.name + " reaches nothing beyond its own network",
@@ -214,7 +266,7 @@ StageEnd learn_name(Journey &journey) {
                                                       return is_in_network(journey.own_address, own) &&
                                                              is_in_network(result.router, own);
                                                   }))
-        journey.find(Severity::warning, Stage::name, where_started(daemon),
+        journey.find(Severity::warning, Stage::name, where_of(daemon),
                      daemon.start.name + " tells " + client.name + " that " + result.router +
                          " is its router, which is not in its network (" + daemon.start.command() + ")",
                      client.name + " reaches nothing beyond its own network",

@@ -31,6 +31,11 @@ StageEnd read_what_starts(Journey &journey);
 StageEnd write_to_root(Journey &journey);
 StageEnd use_swap(Journey &journey);
 
+// Where a daemon's settings are to be looked at: the daemon as it runs, or what starts it.
+std::string where_of(const Started &daemon);
+// What keeps a client from a daemon that answers this server itself: its route, the packet filter, or neither.
+std::string what_lies_between(const Journey &journey);
+
 inline StageEnd passed(std::string detail) {
     return {StageResult::Outcome::passed, std::move(detail)};
 }

@@ -74,7 +74,9 @@ prepare() {
 # An operating system for the clients: a boot program, a tree, and the same as packages.
 make_operating_system() {
     head -c 300000 /dev/urandom >/export/bootprog
-    mkdir -p /export/tree/{etc,usr/bin,var} && echo 'from the tree' >/export/tree/etc/motd
+    mkdir -p /export/tree/{bin,dev,etc,sbin,usr/bin,var} && echo 'from the tree' >/export/tree/etc/motd
+    cp /bin/true /export/tree/sbin/init && mknod /export/tree/dev/console c 5 1
+    printf 'server:/export/root/client1\t-\t/\tnfs\t-\tno\trw\n' >/export/tree/etc/vfstab
     echo 'for root only' >/export/tree/etc/shadow && chmod 600 /export/tree/etc/shadow
     mkdir -p /export/files/{etc,usr/bin,var/sadm/system/admin} && echo 'from packages' >/export/files/etc/motd
     echo 'for root only' >/export/files/etc/shadow && chmod 600 /export/files/etc/shadow
@@ -214,6 +216,7 @@ check "its packages are on record" grep -q '^ARCH=kel4$' /export/root/client2/va
 check "status sees all daemons" runs in.rarpd in.tftpd rpcbind rpc.bootparamd ganesha.nfsd
 
 boots client1 192.168.1.10 08:00:20:aa:bb:01 'from the tree'
+check "client1: boots in a rehearsal" says "boots in the rehearsal: yes" hostadm rehearse client1
 boots client2 192.168.1.11 08:00:20:aa:bb:02 'from packages'
 check "client2 does not get the root of client1" refused_with MNT3ERR_ACCES client nfs-ls nfs://$server/export/root/client1
 gets_nothing stranger nobody 192.168.1.99 08:00:20:aa:bb:99 /export/root/client1

@@ -94,5 +94,14 @@ fault "a root that is read-only" write "." "write_exports RO; reread_exports" "w
 fault "no swap file" swap "$swap" "mv $swap $swap.x" "mv $swap.x $swap"
 fault "an empty swap file" swap "empty" "mv $swap $swap.x; touch $swap; chmod 600 $swap" "mv $swap.x $swap"
 
+fault "a route that leads nowhere" "boot program" "the route to $address" \
+    "ip route add blackhole $address" "ip route del blackhole $address"
+if command -v nft >/dev/null; then
+    drop() { nft "add table inet f; add chain inet f i { type filter hook input priority 0; }; add rule inet f i $* drop"; }
+    fault "TFTP is filtered" "boot program" "packet filter" "drop iif srv0 udp dport 69" "nft flush ruleset"
+    fault "the port mapper is filtered" name "packet filter" "drop iif srv0 udp dport 111" "nft flush ruleset"
+    fault "NFS is filtered" root "packet filter" "drop iif srv0 tcp dport 2049" "nft flush ruleset"
+fi
+
 echo "$passed passed, $failed failed"
 [ $failed = 0 ]
