@@ -12,6 +12,7 @@
 #include "hostadm.h"
 #include "hostadm/platform.h"
 #include "server/bootparams.hpp"
+#include "server/disabling.hpp"
 #include "server/failure.hpp"
 #include "server/host_tables.hpp"
 #include "server/local_host.hpp"
@@ -77,6 +78,14 @@ std::string Client::boot_links() const {
     return digits.empty() ? "no address" : boot_links_state(digits, links);
 }
 
+std::string Client::architecture() const {
+    const std::string named = architecture_of(boot_program());
+    if (!named.empty() || links.size() < 2)
+        return named;
+    const std::string &link = links.back().name;
+    return base::lower_case(link.substr(std::min(link.find('.'), link.size() - 1) + 1));
+}
+
 std::string share_options_of(const std::string &client) {
     return "rw=" + client + ",root=" + client;
 }
@@ -87,6 +96,11 @@ Client find_client(const std::string &name) {
     client.items = client_items(client.name);
     client.address = hosts_table().key_of(name);
     client.ethernet = ethers_table().key_of(name);
+    if (const std::string kept = disabled_ethernet_of(client.name);
+        client.ethernet.empty() && !kept.empty()) {
+        client.ethernet = kept;
+        client.disabled = true;
+    }
     if (!client.address.empty())
         client.links = boot_links_of(client.address);
     return client;
@@ -100,14 +114,20 @@ std::vector<Client> all_clients() {
     for (BootparamsClient &entry : client_entries())
         entries.emplace(std::move(entry.name), std::move(entry.items));
 
+    const auto disabled = disabled_ethernets();
+
     check_sources();
     std::vector<Client> clients;
     for (const client_node *node = do_bootparams(); node != nullptr; node = node->next) {
         const std::string name = base::lower_case(node->name);
-        Client client{
-            node->name, value_of(addresses, name), value_of(ethernets, name), items_of(*node, entries), {}};
+        Client client{node->name, value_of(addresses, name), value_of(ethernets, name),
+                      items_of(*node, entries)};
         if (const auto own = links.find(address_digits(client.address)); own != links.end())
             client.links = own->second;
+        if (const std::string kept = value_of(disabled, name); client.ethernet.empty() && !kept.empty()) {
+            client.ethernet = kept;
+            client.disabled = true;
+        }
         clients.push_back(std::move(client));
     }
     return clients;

@@ -15,6 +15,7 @@ struct Client {
     std::string address = {}, ethernet = {}; // of the hosts and the Ethernet table; empty: none
     std::string items = {};                  // its entry in bootparams, "KEY=SERVER:PATH KEY=VALUE ..."
     BootLinks links = {};                    // in /tftpboot
+    bool disabled = false; // kept from booting; the Ethernet address is then the one that it had
 
     // SERVER:PATH, or the value, of an item, and its path; empty: none.
     std::string item(std::string_view key) const;
@@ -27,9 +28,9 @@ struct Client {
 
     // The name under which it asks for its boot program; empty: it has no address.
     std::string digits() const { return address_digits(address); }
-    // What the links lead to, and the implementation architecture in its name.
+    // What the links lead to, and the implementation architecture in its name, or else in that of a link.
     std::string boot_program() const { return links.empty() ? "" : links.front().target; }
-    std::string architecture() const { return architecture_of(boot_program()); }
+    std::string architecture() const;
     // "yes", "no", "no address", or what is wrong with them.
     std::string boot_links() const;
 };

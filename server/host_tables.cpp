@@ -150,6 +150,17 @@ std::string HostTable::key_of(std::string_view name, bool first_only) const {
     return key;
 }
 
+std::string HostTable::name_of(std::string_view key) const {
+    const std::optional<std::string> wanted = same_spelling(key);
+    std::string name;
+    base::for_each_line(read(), [&](std::string_view whole) {
+        const Line line = parse(whole);
+        if (name.empty() && wanted && !line.names.empty() && same_spelling(line.key) == wanted)
+            name = line.names.front();
+    });
+    return name;
+}
+
 std::unordered_map<std::string, std::string> HostTable::keys_by_name() const {
     std::unordered_map<std::string, std::string> keys;
     base::for_each_line(read(), [&](std::string_view whole) {

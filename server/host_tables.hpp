@@ -45,6 +45,8 @@ public:
 
     // The key under which a name stands, looking at all names or at the first of each line only; empty: none.
     std::string key_of(std::string_view name, bool first_only = false) const;
+    // The first name of the line that has this key, however it is spelled; empty: none.
+    std::string name_of(std::string_view key) const;
     // First keys by name in lower case, for many look-ups. A table that does not exist is empty.
     std::unordered_map<std::string, std::string> keys_by_name() const;
 

@@ -12,6 +12,7 @@
 
 #include "base/text.hpp"
 #include "hostadm.h"
+#include "server/disabling.hpp"
 #include "server/failure.hpp"
 #include "server/host_tables.hpp"
 #include "server/local_host.hpp"
@@ -36,19 +37,6 @@ private:
     std::string given_;
     char *current_; // a replacement lives as long as the process
 };
-
-std::uint64_t bytes_in(const std::string &size) {
-    std::uint64_t count = 0;
-    const auto end = std::from_chars(size.data(), size.data() + size.size(), count).ptr;
-    const std::string unit = base::lower_case(std::string(end, size.data() + size.size()));
-    const int shift = unit == "k" ? 10 : unit == "m" ? 20 : unit == "g" ? 30 : 0;
-    constexpr std::uint64_t largest = 1ull << 62;
-    if (count == 0)
-        refuse("a swap file of " + size + " bytes is of no use; give a swap_size such as 32m");
-    if (count > largest >> shift)
-        refuse("a swap file of " + size + " is more than any file can hold");
-    return count << shift;
-}
 
 Identity read_identity(Call &call) {
     char *texts[4] = {};
@@ -108,11 +96,7 @@ void read_source(Call &call, NewClient &client) {
 }
 
 void check_addresses(const Call &call, const NewClient &client) {
-    const in_addr_t address = ntohl(inet_addr(client.address.c_str()));
-    if (address >> 24 == 0 || address >> 24 == 127 || address >> 28 >= 14)
-        refuse(client.address + " is no address of a host");
-    if (is_own_address(client.address))
-        fail(Code::taken, client.address + " is an address of this server");
+    check_client_address(client.address);
     if (is_server_itself(client.name))
         fail(Code::taken, client.name + " is this server");
     if (call.given("server") && address_of_host(client.server).empty())
@@ -120,11 +104,7 @@ void check_addresses(const Call &call, const NewClient &client) {
              "the server " + client.server +
                  " has no address here, so the client could not be told where its root is; add a line to "
                  "/etc/hosts, or give another name");
-    const ether_addr *ethernet = ether_aton(client.ethernet.c_str());
-    constexpr std::uint8_t nobody[6] = {};
-    if (ethernet == nullptr || (ethernet->ether_addr_octet[0] & 1) != 0 ||
-        std::memcmp(ethernet->ether_addr_octet, nobody, sizeof nobody) == 0)
-        refuse(client.ethernet + " is no Ethernet address of a single host");
+    check_client_ethernet(client.ethernet);
 }
 
 void check_table(const HostTable &table, const std::string &key, const std::string &name) {
@@ -154,6 +134,10 @@ void check_other_client(const NewClient &client, const BootparamsClient &other, 
 void check_other_clients(const NewClient &client) {
     RealPaths real_paths;
     for (const BootparamsClient &other : client_entries()) {
+        if (base::lower_case(other.name) == base::lower_case(client.name) &&
+            !disabled_ethernet_of(other.name).empty())
+            fail(Code::taken,
+                 client.name + " is a client already, and disabled; client/enable lets it boot again");
         if (base::lower_case(other.name) != base::lower_case(client.name))
             check_other_client(client, other, real_paths);
         else if (other.name != client.name)
@@ -245,6 +229,35 @@ void check_boot_program(const NewClient &client, bool known) {
 }
 
 } // namespace
+
+std::uint64_t bytes_in(const std::string &size) {
+    std::uint64_t count = 0;
+    const auto end = std::from_chars(size.data(), size.data() + size.size(), count).ptr;
+    const std::string unit = base::lower_case(std::string(end, size.data() + size.size()));
+    const int shift = unit == "k" ? 10 : unit == "m" ? 20 : unit == "g" ? 30 : 0;
+    constexpr std::uint64_t largest = 1ull << 62;
+    if (count == 0)
+        refuse("a swap file of " + size + " bytes is of no use; give a swap_size such as 32m");
+    if (count > largest >> shift)
+        refuse("a swap file of " + size + " is more than any file can hold");
+    return count << shift;
+}
+
+void check_client_address(const std::string &text) {
+    const in_addr_t address = ntohl(inet_addr(text.c_str()));
+    if (address >> 24 == 0 || address >> 24 == 127 || address >> 28 >= 14)
+        refuse(text + " is no address of a host");
+    if (is_own_address(text))
+        fail(Code::taken, text + " is an address of this server");
+}
+
+void check_client_ethernet(const std::string &text) {
+    const ether_addr *ethernet = ether_aton(text.c_str());
+    constexpr std::uint8_t nobody[6] = {};
+    if (ethernet == nullptr || (ethernet->ether_addr_octet[0] & 1) != 0 ||
+        std::memcmp(ethernet->ether_addr_octet, nobody, sizeof nobody) == 0)
+        refuse(text + " is no Ethernet address of a single host");
+}
 
 std::vector<std::string> NewClient::shared_directories() const {
     std::vector<std::string> shared = {root};

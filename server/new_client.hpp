@@ -35,6 +35,12 @@ struct NewClient {
     std::vector<Claim> claims() const;
 };
 
+// The bytes that a text such as 32m means. Throws Refusal.
+std::uint64_t bytes_in(const std::string &size);
+// Throws Failure when an IPv4 or an Ethernet address can be no client's.
+void check_client_address(const std::string &address);
+void check_client_ethernet(const std::string &ethernet);
+
 // From the arguments of a method. Throws Failure when the request makes no sense.
 NewClient read_new_client(method::Call &call);
 

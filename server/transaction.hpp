@@ -11,10 +11,13 @@
 #include "hostadm/method.hpp"
 #include "server/boot_area.hpp"
 #include "server/bootparams.hpp"
+#include "server/client_change.hpp"
+#include "server/disabling.hpp"
 #include "server/files.hpp"
 #include "server/filling.hpp"
 #include "server/host_tables.hpp"
 #include "server/journal.hpp"
+#include "server/line_edits.hpp"
 #include "server/shares.hpp"
 #include "server/undo_context.hpp"
 
@@ -29,8 +32,10 @@ struct Touched {
 std::string take_back(const Touched &touched, const UndoContext &context);
 
 // Every kind of entry that can be taken back.
-using Entry = std::variant<MadeDirectory, MadeFile, NewTable, MadeRoot, FilledRoot, MadeShare, MadeBootLink,
-                           ReplacedBootLink, MadeBootProgram, AddedItem, AddedLine, Touched>;
+using Entry =
+    std::variant<MadeDirectory, MadeFile, NewTable, MadeRoot, FilledRoot, MadeShare, MadeBootLink,
+                 ReplacedBootLink, MadeBootProgram, AddedItem, AddedLine, ReplacedLine, WithdrawnShare,
+                 ResumedShare, RenamedPath, ResizedFile, RewrittenInRoot, MovedShare, Touched>;
 
 // Nothing: its kind is not known here, or its fields are not those of its kind.
 std::optional<Entry> read_any_entry(const Written &words);

@@ -18,7 +18,8 @@ const Description description{
                 {"architecture", "implementation architecture, from the name of the boot program"},
                 {"root", "root directory"},
                 {"boot_links", "yes, no, or what is wrong with the links in /tftpboot"},
-                {"shared", "is the root shared now?"}},
+                {"shared", "is the root shared now?"},
+                {"disabled", "is it kept from booting (client/disable)?"}},
 };
 
 int work(Call &) {
@@ -31,7 +32,8 @@ int work(Call &) {
                   {"architecture", client.architecture()},
                   {"root", client.root()},
                   {"boot_links", client.boot_links()},
-                  {"shared", shares.count(client.root()) != 0 ? "yes" : "no"}});
+                  {"shared", shares.count(client.root()) != 0 ? "yes" : "no"},
+                  {"disabled", client.disabled ? "yes" : "no"}});
     return 0;
 }
 

@@ -16,6 +16,7 @@
 #include "server/bootparams.hpp"
 #include "server/claims.hpp"
 #include "server/clients.hpp"
+#include "server/disabling.hpp"
 #include "server/filling.hpp"
 #include "server/host_tables.hpp"
 #include "server/page.hpp"
@@ -166,6 +167,8 @@ Result remove_root(const Leaving &leaving) {
 Result remove_line(const HostTable &table, const std::string &key, const std::string &name) {
     if (key.empty())
         return {Result::unchanged, "none"};
+    if (table.key_of(name).empty()) // it stands behind the mark of a disabled client
+        return forget_disabled(name) ? Result{Result::done, key} : Result{Result::unchanged, "none"};
     if (table.remove(name))
         return {Result::done, key};
     return {Result::kept, key + " in " + table.path() + ": " + name + " is only another name of that host"};

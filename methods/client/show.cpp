@@ -29,7 +29,8 @@ const Description description{
                 {"swap", "SERVER:PATH of its swap file"},
                 {"swap_size", "bytes in the swap file"},
                 {"dump", "SERVER:PATH of its dump file"},
-                {"bootparams", "all its items"}},
+                {"bootparams", "all its items"},
+                {"disabled", "is it kept from booting (client/disable)?"}},
     .columns = {{"link", "name in /tftpboot"}, {"target", "what it leads to"}, {"whole", "is that there?"}},
 };
 
@@ -54,6 +55,7 @@ int work(Call &call) {
     call.set("swap_size", stat(client.swap().c_str(), &file) == 0 ? std::to_string(file.st_size) : "");
     call.set("dump", client.item("dump"));
     call.set("bootparams", client.items);
+    call.set("disabled", client.disabled ? "yes" : "no");
     for (const BootLink &link : client.links)
         call.row({{"link", link.name}, {"target", link.target}, {"whole", link.whole ? "yes" : "no"}});
     return 0;

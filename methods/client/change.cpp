@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+// Everything that names the old value follows, or, when a step fails, goes back.
+#include <algorithm>
+#include <initializer_list>
+#include <unistd.h>
+
+#include "base/text.hpp"
+#include "hostadm/method.hpp"
+#include "server/client_change.hpp"
+#include "server/new_client.hpp"
+#include "server/page.hpp"
+#include "server/transaction.hpp"
+
+namespace {
+
+using namespace hostadm;
+using namespace hostadm::method;
+using namespace hostadm::server;
+
+const Description description{
+    .name = "client/change",
+    .purpose =
+        "give a client another name, address, Ethernet address, server name, boot program or swap size",
+    .arguments = {{"hostname", Kind::host, "the client's name", true},
+                  {"new_hostname", Kind::host, "the name that it is to have"},
+                  {"address", Kind::address, "the IPv4 address that it is to have"},
+                  {"ethernet", Kind::ethernet, "its new Ethernet address"},
+                  {"server", Kind::host, "this server's name, as the client is to be told"},
+                  {"boot_program", Kind::path, "the file that it is to boot"},
+                  {"swap_size", Kind::size, "the size that its swap file is to have"}},
+    .outputs = {changed_output},
+    .columns = {{"step", "what was looked after"},
+                {"result", "done or unchanged"},
+                {"detail", "what stands there now"}},
+};
+
+WantedChange wanted(const Call &call) {
+    WantedChange change{.name = call.get("new_hostname"),
+                        .address = call.get("address"),
+                        .ethernet = call.get("ethernet"),
+                        .server = call.get("server"),
+                        .boot_program = call.get("boot_program"),
+                        .swap_size = {}};
+    if (call.given("swap_size"))
+        change.swap_size = bytes_in(call.get("swap_size"));
+    return change;
+}
+
+int change(Call &call, Claims &claims, Journal &journal) {
+    Report report;
+    WantedChange asked = wanted(call);
+    Client client = find_client(call.get("hostname"));
+    // Run once more, it finds the client under its new name.
+    if (client.items.empty() && !asked.name.empty() && !find_client(asked.name).items.empty()) {
+        client = find_client(asked.name);
+        report.step("name", false, client.name);
+    }
+    if (client.items.empty())
+        fail(Code::not_found, "there is no client " + client.name +
+                                  " in /etc/bootparams; hostadm run client/list tells which there are");
+    const ClientChange change(client, asked);
+    claims.add(change.claims());
+    change.make(call.method(), journal, report);
+    report.tell(call);
+    return 0;
+}
+
+int work(Call &call) {
+    if (geteuid() != 0)
+        fail(Code::not_root, "only root may change a client");
+    const auto names = {"new_hostname", "address", "ethernet", "server", "boot_program", "swap_size"};
+    if (std::none_of(names.begin(), names.end(), [&](const char *name) { return call.given(name); }))
+        return call.refuse(
+            "nothing was said to change: give new_hostname, address, ethernet, server, boot_program "
+            "or swap_size");
+    Claims claims(call.method(), call.get("hostname"), {});
+    Transaction transaction(call, call.get("hostname"));
+    if (transaction.run([&] { return change(call, claims, transaction.journal()); }))
+        return 0;
+    transaction.take_back();
+    return 1;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    return run_page(argc, argv, description, work);
+}

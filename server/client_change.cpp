@@ -1,0 +1,457 @@
+// SPDX-License-Identifier: MIT
+#include "server/client_change.hpp"
+
+#include <algorithm>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "base/beneath.hpp"
+#include "base/text.hpp"
+#include "hostadm.h"
+#include "server/boot_area.hpp"
+#include "server/bootparams.hpp"
+#include "server/disabling.hpp"
+#include "server/failure.hpp"
+#include "server/host_tables.hpp"
+#include "server/line_edits.hpp"
+#include "server/local_host.hpp"
+#include "server/new_client.hpp"
+#include "server/roots.hpp"
+#include "server/shares.hpp"
+
+namespace hostadm::server {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool same_name(std::string_view one, std::string_view other) {
+    return base::lower_case(one) == base::lower_case(other);
+}
+
+// The files of a client's root that name itself or its server, in the ways of System V and of Debian.
+constexpr const char *files_that_name[] = {"/etc/hosts",     "/etc/nodename", "/etc/hostname",
+                                           "/etc/vfstab",    "/etc/fstab",    "/etc/defaultrouter",
+                                           "/etc/bootparams"};
+
+// A word of such a file: the name itself, the name in a domain, SERVER:PATH.
+std::string changed_word(const std::string &word,
+                         const std::vector<std::pair<std::string, std::string>> &words) {
+    for (const auto &[from, to] : words) {
+        if (from.empty() || from == to)
+            continue;
+        if (same_name(word, from))
+            return to;
+        const bool goes_on = word.size() > from.size() && same_name(word.substr(0, from.size()), from);
+        const bool is_path = from.find('/') != from.npos;
+        if (goes_on &&
+            (is_path ? word[from.size()] == '/' : word[from.size()] == '.' || word[from.size()] == ':'))
+            return to + word.substr(from.size());
+    }
+    return word;
+}
+
+std::string changed_text(std::string_view text,
+                         const std::vector<std::pair<std::string, std::string>> &words) {
+    std::string result;
+    while (!text.empty()) {
+        const bool blank = base::is_blank(text.front()) || text.front() == '\n';
+        const auto end = std::find_if(text.begin(), text.end(),
+                                      [&](char c) { return (base::is_blank(c) || c == '\n') != blank; });
+        const std::string piece(text.begin(), end);
+        text.remove_prefix(piece.size());
+        if (blank) {
+            result += piece;
+            continue;
+        }
+        // SERVER:PATH is two words to be changed.
+        const std::size_t colon = piece.find(":/");
+        result += colon == piece.npos ? changed_word(piece, words)
+                                      : changed_word(piece.substr(0, colon), words) + ":" +
+                                            changed_word(piece.substr(colon + 1), words);
+    }
+    return result;
+}
+
+// Of a line of a table of hosts: every name that is the client's, alone or in a domain.
+std::string with_name_changed(std::string_view line, const std::string &from, const std::string &to) {
+    const std::size_t comment = line.find('#');
+    std::string names(line.substr(0, comment));
+    return changed_text(names, {{from, to}}) + std::string(comment == line.npos ? "" : line.substr(comment));
+}
+
+bool is_line_of(std::string_view line, const std::string &name) {
+    const auto words = base::words_of(line.substr(0, line.find('#')));
+    return words.size() > 1 && std::any_of(words.begin() + 1, words.end(),
+                                           [&](std::string_view word) { return same_name(word, name); });
+}
+
+std::string with_key_changed(std::string_view line, const std::string &key) {
+    const auto words = base::words_of(line);
+    std::string result(line);
+    result.replace(result.find(words.front()), words.front().size(), key);
+    return result;
+}
+
+void check_free(const HostTable &table, const std::string &key, const Client &client) {
+    if (const std::string owner = table.name_of(key); !owner.empty() && !same_name(owner, client.name))
+        fail(Code::taken, key + " belongs to " + owner + " in " + table.path());
+}
+
+// Options of a share such as rw=a:b,root=a, with one host called otherwise.
+std::string options_with_name(const std::string &options, const std::string &from, const std::string &to) {
+    std::string result;
+    for (std::size_t begin = 0; begin <= options.size();) {
+        const std::size_t end = std::min(options.find_first_of(",=:", begin), options.size());
+        const std::string word = options.substr(begin, end - begin);
+        result += same_name(word, from) ? to : word;
+        if (end < options.size())
+            result += options[end];
+        begin = end + 1;
+    }
+    return result;
+}
+
+} // namespace
+
+std::string take_back(const RenamedPath &renamed, const UndoContext &) {
+    if (identity_of(renamed.to) != renamed.identity || exists(renamed.from))
+        return exists(renamed.from) ? "" : renamed.to + ", which was " + renamed.from;
+    std::error_code error;
+    fs::rename(renamed.to, renamed.from, error);
+    return error ? renamed.to + ", which was " + renamed.from + " (" + error.message() + ")" : "";
+}
+
+std::string take_back(const ResizedFile &resized, const UndoContext &) {
+    if (identity_of(resized.path) != resized.identity)
+        return "";
+    const bool restored = truncate(resized.path.c_str(), static_cast<off_t>(resized.before)) == 0;
+    return restored ? "" : "the size of " + resized.path;
+}
+
+std::string take_back(const MovedShare &moved, const UndoContext &context) {
+    const ShareState now = share_state(moved.path);
+    if (now.now || now.at_boot)
+        return "";
+    return sharefs(nullptr, moved.options.c_str(), nullptr, moved.path.c_str(), moved.effect.c_str(),
+                   context.method.c_str(), 0) == 0
+               ? ""
+               : "the share of " + moved.path;
+}
+
+std::string take_back(const RewrittenInRoot &rewritten, const UndoContext &) try {
+    const base::Beneath root(rewritten.root, base::Links::inside);
+    if (root.read(rewritten.file) == rewritten.after)
+        root.rewrite(rewritten.file, rewritten.before);
+    return "";
+} catch (const base::BeneathError &error) {
+    return error.what();
+}
+
+bool change_words_in_root(const std::string &path,
+                          const std::vector<std::pair<std::string, std::string>> &words,
+                          Journal &journal) try {
+    const base::Beneath root(path, base::Links::inside);
+    bool changed = false;
+    for (const char *file : files_that_name) {
+        if (!root.is_file(file))
+            continue;
+        const std::string before = root.read(file), after = changed_text(before, words);
+        if (before == after)
+            continue;
+        journal.note(RewrittenInRoot{path, file, before, after});
+        root.rewrite(file, after);
+        changed = true;
+    }
+    return changed;
+} catch (const base::BeneathError &error) {
+    fail(Code::unusable, std::string(error.what()) + "; nothing of the client has been changed");
+}
+
+ClientChange::ClientChange(const Client &client, const WantedChange &wanted)
+    : old_(client), new_(client), wanted_(wanted) {
+    const std::string root = client.item("root");
+    old_server_ = root.substr(0, root.find(':'));
+    if (!wanted.name.empty())
+        new_.name = wanted.name;
+    if (!wanted.address.empty())
+        new_.address = wanted.address;
+    if (!wanted.ethernet.empty())
+        new_.ethernet = wanted.ethernet;
+    check();
+    plan_moves();
+}
+
+void ClientChange::check() const {
+    if (!wanted_.address.empty())
+        check_client_address(wanted_.address);
+    if (!wanted_.ethernet.empty())
+        check_client_ethernet(wanted_.ethernet);
+    if (is_server_itself(new_.name))
+        fail(Code::taken, new_.name + " is this server");
+    if (old_.disabled && new_.name != old_.name)
+        fail(Code::unusable, old_.name +
+                                 " is disabled, and its shares are kept under that name; enable it first "
+                                 "(client/enable)");
+    if (!same_name(new_.name, old_.name)) {
+        for (const BootparamsClient &other : client_entries())
+            if (same_name(other.name, new_.name))
+                fail(Code::taken, new_.name + " is a client already");
+        for (const HostTable &table : {hosts_table(), ethers_table()})
+            if (const std::string key = table.key_of(new_.name); !key.empty())
+                fail(Code::taken, new_.name + " has " + key + " in " + table.path() + " already");
+    }
+    if (new_.address != old_.address)
+        check_free(hosts_table(), new_.address, old_);
+    if (new_.ethernet != old_.ethernet)
+        check_free(ethers_table(), new_.ethernet, old_);
+    if (!wanted_.server.empty() && address_of_host(wanted_.server).empty())
+        fail(Code::not_found,
+             "the server " + wanted_.server +
+                 " has no address here, so the client could not be told where its root is; add "
+                 "a line to /etc/hosts, or give another name");
+    std::error_code error;
+    if (!wanted_.boot_program.empty() && !fs::is_regular_file(wanted_.boot_program, error))
+        fail(Code::not_found, "there is no boot program " + wanted_.boot_program);
+    if (!wanted_.boot_program.empty() && old_.address.empty())
+        fail(Code::unusable, old_.name + " has no address in /etc/hosts, so it has no boot links");
+    if (wanted_.swap_size && old_.own_path("swap").empty())
+        fail(Code::unusable, old_.name + " has no swap file on this server");
+}
+
+// The root, and the folders of the swap and the dump file, where they bear the client's name.
+void ClientChange::plan_moves() {
+    if (new_.name == old_.name)
+        return;
+    for (const char *key : {"root", "swap", "dump"}) {
+        const std::string path = old_.own_path(key);
+        if (path.empty())
+            continue;
+        const std::string named = std::string(key) == "root" ? path : parent_of(path);
+        const bool known =
+            std::any_of(moves_.begin(), moves_.end(), [&](const Move &move) { return move.from == named; });
+        if (known || fs::path(named).filename() != old_.name || !exists(named))
+            continue;
+        const std::string to = fs::path(named).parent_path() / new_.name;
+        if (exists(to))
+            fail(Code::taken, to + " is there already, and " + named + " is to take that name");
+        moves_.push_back({named, to});
+    }
+}
+
+std::string ClientChange::moved(const std::string &path) const {
+    for (const Move &move : moves_)
+        if (is_at_or_below(path, move.from))
+            return move.to + path.substr(move.from.size());
+    return path;
+}
+
+std::vector<Claim> ClientChange::claims() const {
+    std::vector<Claim> all;
+    for (const std::string &name : {old_.name, new_.name})
+        all.push_back({Claim::Kind::name, name});
+    for (const std::string &address : {old_.address, new_.address})
+        if (!address.empty())
+            all.push_back({Claim::Kind::address, address});
+    for (const std::string &ethernet : {old_.ethernet, new_.ethernet})
+        if (!ethernet.empty())
+            all.push_back({Claim::Kind::ethernet, ethernet});
+    for (const char *key : {"root", "swap", "dump"})
+        if (const std::string path = old_.own_path(key); !path.empty()) {
+            all.push_back({Claim::Kind::path, path});
+            if (moved(path) != path)
+                all.push_back({Claim::Kind::path, moved(path)});
+        }
+    std::sort(all.begin(), all.end(), [](const Claim &one, const Claim &other) {
+        return std::tie(one.kind, one.value) < std::tie(other.kind, other.value);
+    });
+    all.erase(std::unique(all.begin(), all.end(),
+                          [](const Claim &one, const Claim &other) {
+                              return one.kind == other.kind && one.value == other.value;
+                          }),
+              all.end());
+    return all;
+}
+
+void ClientChange::change_root_files(Journal &journal, Report &report) const {
+    const std::string root = old_.own_path("root");
+    if (root.empty() || !exists(root))
+        return;
+    std::vector<std::pair<std::string, std::string>> words;
+    for (const Move &move : moves_)
+        words.emplace_back(move.from, move.to);
+    words.emplace_back(old_.address, new_.address);
+    words.emplace_back(old_.name, new_.name);
+    if (!wanted_.server.empty())
+        words.emplace_back(old_server_, wanted_.server);
+    report.step("files in its root", change_words_in_root(root, words, journal), root);
+}
+
+void ClientChange::change_tables(Journal &journal, Report &report) const {
+    const struct {
+        const char *step;
+        HostTable table;
+        const std::string &before, &after;
+    } tables[] = {{"hosts", hosts_table(), old_.address, new_.address},
+                  {"ethers", ethers_table(), old_.ethernet, new_.ethernet}};
+    for (const auto &[step, table, before, after] : tables) {
+        const auto change = [&](std::string_view line) -> std::optional<std::string> {
+            if (const auto behind = disabled_line(line); behind && is_line_of(*behind, old_.name))
+                return std::string(disabled_mark) +
+                       with_key_changed(with_name_changed(*behind, old_.name, new_.name), after);
+            if (!is_line_of(line, old_.name))
+                return std::nullopt;
+            const std::string named = with_name_changed(line, old_.name, new_.name);
+            const auto words = base::words_of(line);
+            return words.front() == before ? with_key_changed(named, after) : named;
+        };
+        bool changed = change_lines(table.path(), change, journal);
+        if (before.empty() && !after.empty())
+            changed = table.ensure(after, new_.name, journal) || changed;
+        report.step(step, changed, after + " " + new_.name);
+    }
+}
+
+std::string ClientChange::new_items() const {
+    std::string items;
+    for (const std::string_view word : base::words_of(old_.items)) {
+        std::string item(word);
+        const std::size_t equals = item.find('='), colon = item.find(':', equals);
+        if (equals != item.npos && colon != item.npos) {
+            std::string server = item.substr(equals + 1, colon - equals - 1);
+            const std::string path = item.substr(colon + 1);
+            if (!wanted_.server.empty() && same_name(server, old_server_))
+                server = wanted_.server;
+            const bool here = is_this_host(server) || server == wanted_.server;
+            const std::string place = here && path.starts_with('/') ? moved(real_path_of(path)) : path;
+            if (server != item.substr(equals + 1, colon - equals - 1) ||
+                (here && place != real_path_of(path)))
+                item = item.substr(0, equals + 1) + server + ":" + place;
+        }
+        items += (items.empty() ? "" : " ") + item;
+    }
+    return items;
+}
+
+void ClientChange::change_bootparams(Journal &journal, Report &report) const {
+    const std::string items = new_items();
+    if (new_.name == old_.name && items == old_.items) {
+        report.step("bootparams", false, new_.name + " " + items);
+        return;
+    }
+    std::string file = read_bootparams_file();
+    BootparamsReader reader(file);
+    for (BootparamsEntry entry; reader.next(entry);) {
+        if (entry.name() != old_.name)
+            continue;
+        const std::string before = file.substr(entry.begin, entry.end - entry.begin),
+                          after = new_.name + " " + items + entry.tail;
+        replace_lines(bootparams_path, before, after, journal);
+        report.step("bootparams", true, new_.name + " " + items);
+        return;
+    }
+    fail(Code::not_found, "there is no client " + old_.name + " in " + bootparams_path + " any more");
+}
+
+void ClientChange::move_paths(Journal &journal, Report &report) const {
+    for (const Move &move : moves_) {
+        const auto identity = identity_of(move.from);
+        journal.note(RenamedPath{move.from, move.to, identity.value_or(FileIdentity{})});
+        if (renameat2(AT_FDCWD, move.from.c_str(), AT_FDCWD, move.to.c_str(), RENAME_NOREPLACE) != 0)
+            fail_errno("cannot rename " + move.from + " to " + move.to);
+        report.step("path", true, move.to + ", which was " + move.from);
+    }
+}
+
+void ClientChange::resize_swap(Journal &journal, Report &report) const {
+    if (!wanted_.swap_size)
+        return;
+    const std::string path = moved(old_.own_path("swap"));
+    struct stat file {};
+    const base::Descriptor opened(open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!opened.is_open() || fstat(opened.get(), &file) != 0)
+        fail_errno("cannot open the swap file " + path);
+    if (!S_ISREG(file.st_mode))
+        fail(Code::unusable, path + " is no plain file");
+    const auto before = static_cast<std::uint64_t>(file.st_size);
+    if (before != *wanted_.swap_size) {
+        journal.note(ResizedFile{path, before, identity_of(path).value_or(FileIdentity{})});
+        if (ftruncate(opened.get(), static_cast<off_t>(*wanted_.swap_size)) != 0)
+            fail_errno("cannot make " + path + " " + std::to_string(*wanted_.swap_size) + " bytes long");
+    }
+    report.step("swap", before != *wanted_.swap_size, path);
+}
+
+void ClientChange::change_boot_area(const std::string &method, Journal &journal, Report &report) const {
+    if (old_.links.empty() || (new_.address == old_.address && wanted_.boot_program.empty()))
+        return;
+    const BootAreaLock lock;
+    std::string program = old_.boot_program();
+    if (!wanted_.boot_program.empty()) {
+        program = fs::path(wanted_.boot_program).filename();
+        const std::string place = std::string(tftpboot) + "/" + program;
+        if (exists(place) && !same_content(place, wanted_.boot_program))
+            fail(Code::taken, place + " is there already and differs from " + wanted_.boot_program +
+                                  "; give the boot program another name");
+        report.step("boot program",
+                    ensure_boot_program(lock, method, {}, program, {wanted_.boot_program, ""}, journal),
+                    place);
+    }
+    if (new_.address != old_.address) {
+        if (!boot_links_of(new_.address).empty())
+            fail(Code::taken, "there are links of " + new_.address + " in " + tftpboot +
+                                  " already; netboot/cleanup_tftpboot removes them");
+        for (const BootLink &link : old_.links)
+            journal.note(ReplacedBootLink{link.name, link.target});
+        remove_boot_links(lock, method, old_.address);
+    }
+    const bool made = ensure_boot_links(lock, method, new_.address, old_.architecture(), program, journal);
+    report.step("boot links", made || new_.address != old_.address, names_of(boot_links_of(new_.address)));
+}
+
+std::vector<ClientChange::Shared> ClientChange::shares() const {
+    std::vector<Shared> all;
+    std::vector<std::string> paths;
+    for (const char *key : {"root", "swap", "dump"})
+        if (const std::string path = old_.own_path(key); !path.empty())
+            paths.push_back(path == old_.own_path("root") ? path : share_path_of(path, old_.name));
+    std::sort(paths.begin(), paths.end());
+    paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
+    for (const std::string &path : paths) {
+        const ShareState state = share_state(path);
+        const std::string options = state.now ? state.options_now : state.options_at_boot;
+        if ((state.now || state.at_boot) && !names_others(options, old_.name))
+            all.push_back({path, options, state.now, state.at_boot});
+    }
+    return all;
+}
+
+void ClientChange::make(const std::string &method, Journal &journal, Report &report) const {
+    const std::vector<Shared> shared = moves_shares() ? shares() : std::vector<Shared>();
+    change_root_files(journal, report);
+    for (const Shared &share : shared) {
+        journal.note(MovedShare{share.path, share.options,
+                                !share.now       ? "bootonly"
+                                : !share.at_boot ? "nowonly"
+                                                 : "nowandboot"});
+        withdraw_share(method, share.path);
+    }
+    move_paths(journal, report);
+    for (const Shared &share : shared) {
+        const std::string path = moved(share.path);
+        const std::string options = share.options == share_options_of(old_.name)
+                                        ? share_options_of(new_.name)
+                                        : options_with_name(share.options, old_.name, new_.name);
+        report.step("share", ensure_share(method, path, options, journal), path + " " + options);
+    }
+    resize_swap(journal, report);
+    change_tables(journal, report);
+    change_bootparams(journal, report);
+    change_boot_area(method, journal, report);
+    flush_file_systems({"/etc", tftpboot});
+}
+
+} // namespace hostadm::server
