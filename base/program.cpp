@@ -16,11 +16,13 @@
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "base/descriptor.hpp"
+#include "base/environment.hpp"
 
 namespace hostadm::base {
 
@@ -89,7 +91,6 @@ private:
 };
 
 constexpr std::string_view path_variable = "PATH=";
-constexpr const char *system_path = "/usr/sbin:/usr/bin:/sbin:/bin";
 
 std::vector<std::string> own_environment() {
     std::vector<std::string> variables;
@@ -128,6 +129,51 @@ struct Listened {
         }
     }
 };
+
+// While it lives this process has the file mode mask and the limits that a program is to begin with: a child takes
+// them over.
+class FreshStart {
+public:
+    explicit FreshStart(bool wanted) : wanted_(wanted) {
+        if (!wanted_)
+            return;
+        mask_ = umask(022);
+        for (std::size_t at = 0; at < limited.size(); ++at) {
+            getrlimit(limited[at], &limits_[at]);
+            rlimit widest = limits_[at];
+            widest.rlim_cur = widest.rlim_max;
+            rlimit none{RLIM_INFINITY, RLIM_INFINITY};
+            // Only a privileged process may go beyond what it was allowed at most.
+            if (!is_same(limits_[at], none) && prlimit(0, limited[at], &none, nullptr) != 0)
+                prlimit(0, limited[at], &widest, nullptr);
+        }
+    }
+    ~FreshStart() {
+        if (!wanted_)
+            return;
+        umask(mask_);
+        for (std::size_t at = 0; at < limited.size(); ++at)
+            prlimit(0, limited[at], &limits_[at], nullptr);
+    }
+    FreshStart(const FreshStart &) = delete;
+    FreshStart &operator=(const FreshStart &) = delete;
+
+private:
+    // Those that would end a program in the middle of a table.
+    static constexpr std::array<__rlimit_resource, 2> limited{RLIMIT_FSIZE, RLIMIT_CPU};
+
+    static bool is_same(const rlimit &one, const rlimit &other) {
+        return one.rlim_cur == other.rlim_cur && one.rlim_max == other.rlim_max;
+    }
+
+    bool wanted_;
+    mode_t mask_ = 0;
+    std::array<rlimit, limited.size()> limits_{};
+};
+
+bool is_open(int descriptor) {
+    return fcntl(descriptor, F_GETFD) != -1;
+}
 
 std::vector<char *> pointers(std::vector<std::string> &words) {
     std::vector<char *> list;
@@ -231,7 +277,14 @@ Ending run_listening(const Program &program, std::vector<Listened> &streams) {
             return {.start_error = errno};
         posix_spawn_file_actions_adddup2(actions.get(), away.get(), STDIN_FILENO);
     }
+    for (const int standard : {STDOUT_FILENO, STDERR_FILENO})
+        if (program.fresh_start && !is_open(standard))
+            posix_spawn_file_actions_addopen(actions.get(), standard, "/dev/null", O_RDWR, 0);
     for (const auto &[childs, ours] : program.descriptors) {
+        if (program.fresh_start && ours == STDERR_FILENO && !is_open(ours)) {
+            posix_spawn_file_actions_addopen(actions.get(), childs, "/dev/null", O_RDWR, 0);
+            continue;
+        }
         const Descriptor &away = moved.emplace_back(fcntl(ours, F_DUPFD_CLOEXEC, beyond_the_childs));
         if (!away.is_open())
             return {.start_error = errno};
@@ -258,8 +311,11 @@ Ending run_listening(const Program &program, std::vector<Listened> &streams) {
     const FreshSignals signals(program.time_limit > 0);
     pid_t child = -1;
     const auto spawn = program.search ? posix_spawnp : posix_spawn;
-    const int error = spawn(&child, words.front().c_str(), actions.get(), signals.get(), word_list.data(),
-                            child_environment);
+    const int error = [&] {
+        const FreshStart start(program.fresh_start);
+        return spawn(&child, words.front().c_str(), actions.get(), signals.get(), word_list.data(),
+                     child_environment);
+    }();
     if (error != 0)
         return {.start_error = error};
     if (program.size_limit > 0) {
@@ -267,16 +323,6 @@ Ending run_listening(const Program &program, std::vector<Listened> &streams) {
         prlimit(child, RLIMIT_FSIZE, &limit, nullptr);
     }
     return wait_for(child, program.time_limit, streams);
-}
-
-// Words that a program looks up, as those of a language or a zone: no path, and nothing that leads out of a folder.
-bool names_no_file(std::string_view value) {
-    return std::all_of(value.begin(), value.end(),
-                       [](unsigned char c) {
-                           return std::isalnum(c) != 0 || c == '_' || c == '-' || c == '.' || c == '@' ||
-                                  c == '+' || c == ':';
-                       }) &&
-           value.find("..") == value.npos;
 }
 
 } // namespace
@@ -307,20 +353,6 @@ Answer run_and_listen(Program program, Errors errors, std::size_t limit) {
     }
     answer.ending = run_listening(program, streams);
     return answer;
-}
-
-std::vector<std::string> clean_environment() {
-    std::vector<std::string> variables = {std::string(path_variable) + system_path};
-    for (std::string &variable : own_environment()) {
-        const std::size_t equals = std::min(variable.find('='), variable.size());
-        const std::string_view name = std::string_view(variable).substr(0, equals);
-        const bool says_how_to_speak =
-            name == "TERM" || name == "TZ" || name == "LANG" || name.starts_with("LC_");
-        if (says_how_to_speak &&
-            names_no_file(std::string_view(variable).substr(std::min(equals + 1, variable.size()))))
-            variables.push_back(std::move(variable));
-    }
-    return variables;
 }
 
 SignalsPassedOn::SignalsPassedOn(int stream) {

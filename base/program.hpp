@@ -23,15 +23,15 @@ struct Program {
     std::vector<std::pair<int, int>> descriptors = {};
     std::string path_prefix = {}; // put in front of PATH if not empty
     int time_limit = 0;           // seconds, then its process group, one of its own, is killed; 0: none
-    std::size_t size_limit = 0;   // bytes of any file that it writes; 0: none
+    // Begins like a program that the system starts: files that it makes are its user's to write and everybody's
+    // to read, and no limit of this process cuts off what it writes. Standard descriptors that are closed here
+    // lead to /dev/null.
+    bool fresh_start = false;
+    std::size_t size_limit = 0;                               // bytes of any file that it writes; 0: none
     std::optional<std::string> input = {};                    // what it reads from its standard input
     std::string directory = {};                               // where it is started; empty: here
     std::optional<std::vector<std::string>> environment = {}; // NAME=VALUE; nothing: as this process has it
 };
-
-// The system's own path, and those variables of this process that only say how to speak: TERM, TZ, LANG, LC_*, each
-// only with a value that names no file.
-std::vector<std::string> clean_environment();
 
 // How a child ended.
 struct Ending {

@@ -8,9 +8,6 @@
 #include "support/scratch.hpp"
 
 using namespace hostadm::base;
-using testing::Contains;
-using testing::Not;
-using testing::StartsWith;
 
 namespace {
 
@@ -81,21 +78,4 @@ TEST(Program, TellsApartHowItEnded) {
         run_and_listen({.words = {"/bin/sh", "-c", "echo begun; sleep 3600"}, .time_limit = 1});
     EXPECT_TRUE(slow.ending.timed_out);
     EXPECT_EQ(slow.output, "begun\n");
-}
-
-TEST(CleanEnvironment, HasTheSystemsPathAndOnlyHarmlessWords) {
-    setenv("LC_ALL", "C.UTF-8", 1);
-    setenv("LANG", "../../tmp/catalogue", 1);
-    setenv("LC_MESSAGES", "/tmp/catalogue", 1);
-    setenv("LANGUAGE", "xx", 1);
-    setenv("IFS", "x", 1);
-    setenv("LD_PRELOAD_OF_TEST", "x", 1);
-    const auto variables = clean_environment();
-    EXPECT_THAT(variables, Contains("PATH=/usr/sbin:/usr/bin:/sbin:/bin"));
-    EXPECT_THAT(variables, Contains("LC_ALL=C.UTF-8"));
-    for (const char *name : {"LANG=", "LC_MESSAGES=", "LANGUAGE=", "IFS=", "LD_"})
-        EXPECT_THAT(variables, Not(Contains(StartsWith(name))));
-    EXPECT_EQ(std::count_if(variables.begin(), variables.end(),
-                            [](const std::string &variable) { return variable.starts_with("PATH="); }),
-              1);
 }
