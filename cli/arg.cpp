@@ -9,8 +9,6 @@ namespace hostadm::cli {
 
 namespace {
 
-using framework::append_answer;
-
 int refuse(const std::string &text) {
     print_error("arg", text);
     return usage;
@@ -47,7 +45,7 @@ int get(const std::vector<std::string> &words) {
 int set(const std::vector<std::string> &words) {
     if (words.size() != 2 || !framework::is_name(words[0]))
         return refuse("set takes the name of an output and its value");
-    return stored(append_answer(framework::output_line(words[0], words[1])));
+    return stored(framework::answer_output(words[0], words[1]));
 }
 
 int row(const std::vector<std::string> &words) {
@@ -59,7 +57,7 @@ int row(const std::vector<std::string> &words) {
         fields.emplace_back(word.substr(0, equals), word.substr(equals + 1));
     }
     return words.empty() ? refuse("row takes at least one column as NAME=VALUE")
-                         : stored(append_answer(framework::row_line(fields)));
+                         : stored(framework::answer_row(fields));
 }
 
 int error(const std::vector<std::string> &words) {
@@ -70,13 +68,13 @@ int error(const std::vector<std::string> &words) {
         return refuse("error takes a code, a number, and a text");
     const auto request = framework::read_request();
     const std::string method = request ? request->method.substr(request->method.rfind('/') + 1) : "";
-    return stored(append_answer(framework::error_line(code, method + ": " + joined(words, 1))));
+    return stored(framework::answer_error(code, method + ": " + joined(words, 1)));
 }
 
 int undone(const std::vector<std::string> &words) {
     if (words.empty())
         return refuse("undone takes a text that says what is left half done");
-    return stored(append_answer(framework::mark_line(2, joined(words, 0))));
+    return stored(framework::answer_left_undone(joined(words, 0)));
 }
 
 } // namespace

@@ -8,7 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "framework/runner/perform.hpp"
+#include "cli/output.hpp"
+#include "hostadm/runner.hpp"
 
 namespace hostadm::cli {
 
@@ -45,7 +46,7 @@ void add_invocation(CLI::App &command, Invocation &invocation);
 framework::Outcome perform(const Invocation &invocation);
 
 // Its parts: what came out, as JSON; outputs and rows on standard output; errors on standard error.
-framework::Json json_of(const std::string &method, const framework::Outcome &outcome);
+Json json_of(const std::string &method, const framework::Outcome &outcome);
 void print_results(const framework::Answer &answer);
 void print_errors(const std::string &method, const framework::Outcome &outcome);
 

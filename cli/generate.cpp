@@ -9,7 +9,6 @@
 
 #include "cli/commands.hpp"
 #include "cli/output.hpp"
-#include "framework/protocol/kinds.hpp"
 
 namespace hostadm::cli {
 
@@ -71,6 +70,21 @@ std::string argument_text(const Argument &argument) {
     return text;
 }
 
+// "NAME=" is said in words.
+std::string touched(const Description &description) {
+    std::string text;
+    for (const auto &[what, list] : {std::pair("Files that it edits", &description.edits),
+                                     std::pair("Programs that it starts", &description.starts),
+                                     std::pair("Directories that it shares", &description.shares)}) {
+        std::string all;
+        for (const std::string &one : *list)
+            all += (all.empty() ? "" : ", ") +
+                   (one.ends_with('=') ? "what " + one.substr(0, one.size() - 1) + " names" : one);
+        text += all.empty() ? "" : item(what, all);
+    }
+    return text.empty() ? "" : ".SH WHAT IT TOUCHES\n" + text;
+}
+
 std::string method_page(const Description &description) {
     std::string text = heading(page_name(description.name), 8);
     text += ".SH NAME\n" + roff(page_name(description.name)) + " \\- " + roff(description.purpose) + "\n";
@@ -82,7 +96,8 @@ std::string method_page(const Description &description) {
         text += ".SH ARGUMENTS\nEach is given as NAME=VALUE. An empty value counts as none.\n";
     for (const Argument &argument : description.arguments)
         text += item(argument.name, argument_text(argument));
-    text += fields("OUTPUTS", description.outputs) + fields("ROWS", description.columns);
+    text +=
+        fields("OUTPUTS", description.outputs) + fields("ROWS", description.columns) + touched(description);
     text += ".SH EXIT STATUS\n" + item("0", "Done.") +
             item("1", "The method failed; standard error says why.") +
             item("2", "An argument was refused, and nothing was changed.");

@@ -2,6 +2,7 @@
 // hostadm list and hostadm help: what methods there are and what they take.
 #include <algorithm>
 
+#include "base/columns.hpp"
 #include "cli/commands.hpp"
 #include "cli/output.hpp"
 
@@ -31,7 +32,9 @@ int list(const std::string &wanted, bool json) {
                     framework::invalid_argument);
         return usage;
     }
-    json ? print_json(table.json()) : print(table.text());
+    json ? print_json(table.json()) : print(table.text(base::columns_of_reader()));
+    for (const std::string &path : framework::hidden_methods())
+        print_error(path, "note: it is not used, since hostadm has a method of that name; call it otherwise");
     return done;
 }
 
@@ -64,7 +67,7 @@ int help(CLI::App &app, const std::string &subject) {
         print_error(subject, *defect, framework::cannot_run);
         return failed;
     }
-    print(framework::help_text(std::get<method::Description>(described)));
+    print(framework::help_text(std::get<method::Description>(described), base::columns_of_reader()));
     return done;
 }
 

@@ -3,7 +3,11 @@
 #include <clocale>
 #include <cstring>
 #include <exception>
+#include <fcntl.h>
+#include <unistd.h>
 
+#include "base/environment.hpp"
+#include "base/nearest.hpp"
 #include "cli/commands.hpp"
 #include "cli/output.hpp"
 
@@ -20,15 +24,38 @@ int flushed(int status, const char *failure = "the results cannot be written: ")
     return status == done ? failed : status;
 }
 
+// Only a word that is no option can have been meant as a command.
+std::string nearest_command(const CLI::App &app, const std::string &word) {
+    std::vector<std::string> names;
+    for (const CLI::App *command :
+         app.get_subcommands([](const CLI::App *one) { return !one->get_group().empty(); }))
+        names.push_back(command->get_name());
+    return word.starts_with('-') ? "" : hostadm::base::nearest(names, word);
+}
+
 int refuse(const CLI::App &app, const std::string &first_word, const std::string &what) {
     const auto commands = app.get_subcommands();
+    const std::string meant = commands.empty() ? nearest_command(app, first_word) : "";
     if (commands.empty() &&
         std::holds_alternative<std::string>(hostadm::framework::find_method("", first_word)))
         print_error("", first_word + " is a method; `hostadm run " + first_word + " NAME=VALUE...` runs it");
+    else if (!meant.empty())
+        print_error("", "there is no command " + printable(first_word) + "; did you mean " + meant + "?");
     else
         print_error("", what + "; `hostadm " + (commands.empty() ? "" : commands.front()->get_name() + " ") +
                             "--help` shows how it is used");
     return usage;
+}
+
+// A file that this program opens must not become its standard output by accident. What is printed where there is
+// no such output is lost, and that is told.
+void open_standard_descriptors() {
+    int descriptor = -1;
+    do
+        descriptor = open("/dev/null", O_RDONLY);
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    if (descriptor > STDERR_FILENO)
+        close(descriptor);
 }
 
 int hostadm_main(int argc, char **argv) {
@@ -63,6 +90,8 @@ int hostadm_main(int argc, char **argv) {
 } // namespace
 
 int main(int argc, char **argv) {
+    open_standard_descriptors();
+    hostadm::base::drop_ways_to_foreign_texts();
     std::setlocale(LC_CTYPE, "");
     std::setlocale(LC_MESSAGES, "");
     try {

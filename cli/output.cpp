@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cwchar>
+
+#include "base/columns.hpp"
+#include "base/encoding.hpp"
 
 namespace hostadm::cli {
 
@@ -23,7 +25,11 @@ std::string cell_text(std::string_view cell) {
 
 } // namespace
 
-std::string Table::text() const {
+Json to_json(std::string_view bytes) {
+    return base::is_utf8(bytes) ? Json(bytes) : Json{{"base64", base::to_base64(bytes)}};
+}
+
+std::string Table::text(std::size_t columns) const {
     std::vector<std::vector<std::string>> shown;
     std::vector<std::size_t> widths;
     for (const auto &line : lines_) {
@@ -32,16 +38,15 @@ std::string Table::text() const {
             cells.push_back(cell_text(line[at]));
             if (at == widths.size())
                 widths.push_back(0);
-            widths[at] = std::max(widths[at], width(cells.back()));
+            widths[at] = std::max(widths[at], base::width(cells.back()));
         }
     }
     std::string all;
     for (const auto &cells : shown) {
-        for (std::size_t at = 0; at < cells.size(); ++at) {
-            all += cells[at];
-            if (at + 1 < cells.size())
-                all.append(widths[at] - width(cells[at]) + 2, ' ');
-        }
+        std::string before;
+        for (std::size_t at = 0; at + 1 < cells.size(); ++at)
+            before += cells[at] + std::string(widths[at] - base::width(cells[at]) + 2, ' ');
+        all += cells.empty() ? "" : base::with_hanging_text(before, cells.back(), columns);
         all += '\n';
     }
     return all;
@@ -52,7 +57,7 @@ Json Table::json() const {
     for (std::size_t line = 1; line < lines_.size(); ++line) {
         Json &object = list.emplace_back(Json::object());
         for (std::size_t at = 0; at < lines_[line].size() && at < lines_[0].size(); ++at)
-            object[lines_[0][at]] = framework::to_json(lines_[line][at]);
+            object[lines_[0][at]] = to_json(lines_[line][at]);
     }
     return list;
 }
@@ -60,15 +65,15 @@ Json Table::json() const {
 std::string pairs_text(const std::vector<std::pair<std::string, std::string>> &pairs) {
     std::size_t widest = 0;
     for (const auto &[name, value] : pairs)
-        widest = std::max(widest, width(name));
+        widest = std::max(widest, base::width(name));
     std::string all;
     for (const auto &[name, value] : pairs)
-        all += name + std::string(widest - width(name) + 2, ' ') + cell_text(value) + "\n";
+        all += name + std::string(widest - base::width(name) + 2, ' ') + cell_text(value) + "\n";
     return all;
 }
 
 std::string printable(std::string_view text) {
-    const bool readable = framework::is_utf8(text);
+    const bool readable = base::is_utf8(text);
     std::string shown;
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
@@ -83,29 +88,6 @@ std::string printable(std::string_view text) {
         }
     }
     return shown;
-}
-
-std::size_t width(std::string_view text) {
-    const auto takes_one = [](char c) { return c >= ' ' && c <= '~'; };
-    if (std::all_of(text.begin(), text.end(), takes_one))
-        return text.size();
-    std::size_t columns = 0;
-    std::mbstate_t state{};
-    while (!text.empty()) {
-        wchar_t character = 0;
-        std::size_t bytes = std::mbrtowc(&character, text.data(), text.size(), &state);
-        // Outside the locale's characters a byte takes a column.
-        if (bytes == 0 || bytes > text.size()) {
-            state = {};
-            bytes = 1;
-            ++columns;
-        } else {
-            const int wide = wcwidth(character);
-            columns += wide < 0 ? 1 : static_cast<std::size_t>(wide);
-        }
-        text.remove_prefix(bytes);
-    }
-    return columns;
 }
 
 void print(std::string_view text) {

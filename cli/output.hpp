@@ -2,15 +2,19 @@
 // Printing for people and for programs.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
-
-#include "framework/protocol/bytes.hpp"
 
 namespace hostadm::cli {
 
-using framework::Json;
+// Keeps the order in which the columns of a row were given.
+using Json = nlohmann::ordered_json;
+
+// A string, or {"base64": "..."} when the bytes are no UTF-8.
+Json to_json(std::string_view bytes);
 
 // An aligned table with a line of headings.
 class Table {
@@ -18,8 +22,9 @@ public:
     explicit Table(std::vector<std::string> headings) : lines_{std::move(headings)} {}
     void add(std::vector<std::string> cells) { lines_.push_back(std::move(cells)); }
     bool empty() const { return lines_.size() == 1; }
-    // Columns two blanks apart, no blanks at line ends, an empty cell as "-".
-    std::string text() const;
+    // Columns two blanks apart, no blanks at line ends, an empty cell as "-". The last cell of a line is broken
+    // so that the line takes no more columns than said; 0: it is not.
+    std::string text(std::size_t columns = 0) const;
     // An array with one object a line, keyed by the headings.
     Json json() const;
 
@@ -32,8 +37,6 @@ std::string pairs_text(const std::vector<std::pair<std::string, std::string>> &p
 
 // Text that a terminal can show without being steered by it; newlines become "\n".
 std::string printable(std::string_view text);
-// How many columns of a terminal a text takes.
-std::size_t width(std::string_view text);
 
 void print(std::string_view text); // to standard output
 // Writes what is still to be written; the errno of the first failure of all that was printed, or 0.

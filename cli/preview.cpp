@@ -80,12 +80,10 @@ bool run_then(const std::string &line, const std::string &program, int output) {
 
 int perform_inside(const PreviewOptions &asked, const std::string &program, int result, int afterwards) {
     const Outcome outcome = perform(asked.invocation);
-    const int status = static_cast<int>(outcome.status);
-    base::write_all(result,
-                    framework::to_lines(outcome.answer) + framework::outcome_line(status, outcome.reason));
+    base::write_all(result, framework::to_text(outcome));
     let_others_end();
     if (outcome.status != Outcome::Status::done)
-        return status;
+        return static_cast<int>(outcome.status);
     bool well = true;
     for (const std::string &line : asked.then)
         well = run_then(line, program, afterwards) && well;
@@ -100,16 +98,12 @@ struct Preview {
 };
 
 Outcome outcome_of(const sandbox::Outcome &run, int result) {
-    Outcome outcome;
-    outcome.answer = framework::parse_answer(base::read_whole(result).value_or(""));
-    outcome.reason = outcome.answer.reason;
-    if (outcome.answer.outcome)
-        outcome.status = static_cast<Outcome::Status>(std::clamp(*outcome.answer.outcome, 0, 2));
-    else if (run.timed_out)
-        outcome.reason = "it had not ended when the time limit passed; what it did until then is shown";
-    else
-        outcome.reason = "its run in the throwaway root was cut off";
-    return outcome;
+    const std::string text = base::read_whole(result).value_or("");
+    if (auto outcome = framework::parse_outcome(text))
+        return std::move(*outcome);
+    return {Outcome::Status::failed, framework::parse_answer(text),
+            run.timed_out ? "it had not ended when the time limit passed; what it did until then is shown"
+                          : "its run in the throwaway root was cut off"};
 }
 
 Preview make_preview(const PreviewOptions &asked) {
@@ -122,6 +116,8 @@ Preview make_preview(const PreviewOptions &asked) {
     options.work = [&] { return perform_inside(asked, program, result.get(), afterwards.get()); };
     options.files = stand_ins(asked.invocation);
     options.live_processes = true;
+    options.live_network = true;
+    options.confined = true;
     options.keep_changes = true;
     options.time_limit = std::chrono::milliseconds(static_cast<long>(asked.time_limit * 1000));
     Preview preview;
@@ -186,7 +182,7 @@ Json json_of(const FileState &state) {
     if (state.type == FileType::regular)
         json["size"] = state.size;
     if (state.type == FileType::link)
-        json["target"] = framework::to_json(state.target);
+        json["target"] = to_json(state.target);
     return json;
 }
 
@@ -194,7 +190,7 @@ Json json_of(const Preview &preview, const ChangesReport &report) {
     Json changes = Json::array(), commands = Json::array();
     for (const ChangesReport::Entry &entry : report.entries()) {
         const Change &change = *entry.change;
-        Json json = {{"path", framework::to_json(change.path)},
+        Json json = {{"path", to_json(change.path)},
                      {"change", change.added()     ? "added"
                                 : change.removed() ? "removed"
                                                    : "changed"},
@@ -202,14 +198,14 @@ Json json_of(const Preview &preview, const ChangesReport &report) {
                      {"after", json_of(change.after)},
                      {"content_differs", change.content_differs}};
         if (!entry.diff.empty())
-            json["diff"] = framework::to_json(entry.diff);
+            json["diff"] = to_json(entry.diff);
         changes.push_back(std::move(json));
     }
     for (const Command &command : preview.commands) {
         Json arguments = Json::array();
         for (const std::string &argument : command.arguments)
-            arguments.push_back(framework::to_json(argument));
-        commands.push_back({{"path", framework::to_json(command.path)},
+            arguments.push_back(to_json(argument));
+        commands.push_back({{"path", to_json(command.path)},
                             {"arguments", std::move(arguments)},
                             {"installed", command.is_installed()}});
     }
@@ -225,7 +221,7 @@ int preview(const PreviewOptions &asked) {
         Json json = cli::json_of(asked.invocation.method, preview.method);
         json.update(json_of(preview, report));
         if (!asked.then.empty())
-            json["then"] = framework::to_json(preview.afterwards);
+            json["then"] = to_json(preview.afterwards);
         print_json(json);
     } else if (preview.method.status != Outcome::Status::invalid) {
         print_preview(preview, report);
@@ -271,7 +267,15 @@ void add_preview(CLI::App &app, Work &chosen) {
     command->callback([&chosen] { chosen = [] { return preview_or_say_why_not(asked); }; });
     command->footer(
         "The method runs for real, but in a throwaway root over this system. Commands that mount, share, "
-        "start or signal something are noted instead of run. Needs root.");
+        "start or signal something are noted instead of run. The method sees the processes and the network "
+        "of this "
+        "system, and can reach neither: it has only the rights that work on files. That holds against a "
+        "method "
+        "that enters other processes or name spaces, opens disks, sets the clock, changes the kernel, talks "
+        "over "
+        "the network or types into the terminal; not against a fault of the kernel, nor against one that "
+        "fills "
+        "the memory. Needs root.");
 }
 
 } // namespace hostadm::cli

@@ -117,13 +117,24 @@ std::string live_mounts() {
     return list;
 }
 
-// A daemon that is to be started by the path given is recorded like those known by name.
-std::vector<std::string> daemons_named(const Invocation &invocation) {
+// What the method says that it leaves running, "NAME=" being the value of that argument.
+std::vector<std::string> programs_started(const Invocation &invocation) {
     std::vector<std::string> paths;
-    if (invocation.method == "start_daemon" || invocation.method == "host/start_daemon")
+    const auto found = framework::find_method("", invocation.method);
+    const auto *name = std::get_if<std::string>(&found);
+    if (name == nullptr)
+        return paths;
+    const auto described = framework::describe(*name);
+    const auto *description = std::get_if<method::Description>(&described);
+    if (description == nullptr)
+        return paths;
+    for (const std::string &program : description->starts) {
+        if (program.starts_with('/'))
+            paths.push_back(program);
         for (const std::string &word : invocation.words)
-            if (word.starts_with("path=/"))
-                paths.push_back(word.substr(5));
+            if (program.ends_with('=') && word.starts_with(program + "/"))
+                paths.push_back(word.substr(program.size()));
+    }
     return paths;
 }
 
@@ -188,7 +199,7 @@ bool Command::is_installed() const {
 
 std::vector<sandbox::PlacedFile> stand_ins(const Invocation &invocation) {
     std::map<std::string, std::string> scripts;
-    for (const std::string &path : daemons_named(invocation))
+    for (const std::string &path : programs_started(invocation))
         scripts[path] = daemon_script;
     for (const char *path : recorded_daemons)
         scripts[path] = daemon_script;

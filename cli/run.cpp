@@ -59,7 +59,7 @@ std::string without_method(std::string_view text, const std::string &method) {
 template <typename Fields> Json object_of(const Fields &fields) {
     Json object = Json::object();
     for (const auto &[name, value] : fields)
-        object[std::string(name)] = framework::to_json(value);
+        object[std::string(name)] = to_json(value);
     return object;
 }
 
@@ -85,7 +85,7 @@ Table table_of(const framework::Rows &rows) {
 
 Json json_of(const std::string &method, const Outcome &outcome) {
     constexpr const char *words[] = {"done", "failed", "invalid"};
-    Json json = {{"method", framework::to_json(method)},
+    Json json = {{"method", to_json(method)},
                  {"status", words[static_cast<int>(outcome.status)]},
                  {"outputs", object_of(outcome.answer.outputs)},
                  {"rows", Json::array()},
@@ -94,13 +94,13 @@ Json json_of(const std::string &method, const Outcome &outcome) {
         json["rows"].push_back(object_of(row));
     for (const framework::ErrorRecord &error : outcome.answer.errors)
         json["errors"].push_back(
-            {{"code", error.code}, {"text", framework::to_json(without_method(error.text, method))}});
+            {{"code", error.code}, {"text", to_json(without_method(error.text, method))}});
     if (!outcome.reason.empty())
-        json["reason"] = framework::to_json(outcome.reason);
+        json["reason"] = to_json(outcome.reason);
     json["half_done"] = outcome.answer.half_done();
     if (!outcome.answer.left_undone.empty())
         for (const std::string &text : outcome.answer.left_undone)
-            json["left_undone"].push_back(framework::to_json(text));
+            json["left_undone"].push_back(to_json(text));
     return json;
 }
 

@@ -23,10 +23,8 @@ int serve() {
         const base::SignalsPassedOn passed_on(STDOUT_FILENO); // with the connection its reader goes
         return framework::perform("", request->method, *request, "");
     }();
-    const int status = static_cast<int>(outcome.status);
-    print(framework::to_lines(outcome.answer));
-    print(framework::outcome_line(status, outcome.reason));
-    return status;
+    print(framework::to_text(outcome));
+    return static_cast<int>(outcome.status);
 }
 
 } // namespace

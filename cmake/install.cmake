@@ -3,8 +3,8 @@
 # install. Everything finds its libraries relative to itself, so the installed tree may be moved.
 include(CMakePackageConfigHelpers)
 
-set(shared_libraries hostadm hostadm_framework hostadm_tables hostadm_platform)
-set(static_libraries hostadm_base hostadm_protocol hostadm_method hostadm_table_edit hostadm_sandbox)
+set(shared_libraries hostadm hostadm_method hostadm_framework hostadm_tables hostadm_platform)
+set(static_libraries hostadm_base hostadm_table_edit hostadm_sandbox)
 
 # ---- where programs and libraries find the libraries ----
 
@@ -28,6 +28,8 @@ foreach(target ${method_targets})
 endforeach()
 
 hostadm_find_libraries_from(${CMAKE_INSTALL_FULL_LIBEXECDIR}/hostadm hostadm_rehearse hostadm_watch)
+
+install(FILES ${PROJECT_SOURCE_DIR}/docs/methods-in-shell.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 # ---- headers, libraries, package files ----
 

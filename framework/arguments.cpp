@@ -2,7 +2,6 @@
 // Argument handles, and the arguments of the method that this process is.
 #include <cerrno>
 #include <cstring>
-#include <list>
 #include <memory>
 #include <new>
 #include <string>
@@ -32,36 +31,7 @@ std::string_view text_of(const void *value, unsigned int length) {
     return {text, strnlen(text, length)};
 }
 
-// The running method's input. The records stay as they are
-// until the process ends: callers may change their values.
-Fields &inputs() {
-    static base::Immortal<Fields> fields([] { // a method may clean up in a handler of atexit
-        Fields read;
-        if (auto request = read_request())
-            for (auto &[name, value] : request->arguments)
-                read.emplace_back(std::move(name), std::move(value));
-        return read;
-    }());
-    return fields.get();
-}
-
 } // namespace
-
-namespace hostadm::framework {
-
-adm_arg *Field::view() {
-    record_ = {name_.c_str(), ADM_STRING, static_cast<unsigned int>(value_.size()), value_.data()};
-    return &record_;
-}
-
-Field *find(Fields &fields, std::string_view name) {
-    for (Field &field : fields)
-        if (field.name() == name)
-            return &field;
-    return nullptr;
-}
-
-} // namespace hostadm::framework
 
 // What the caller has put into the first row hides what a method returned there.
 Field *adm_args::find_put(std::string_view name) {

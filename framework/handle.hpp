@@ -3,36 +3,13 @@
 #pragma once
 
 #include <deque>
-#include <list>
 #include <map>
 #include <string>
 #include <string_view>
 
-#include "framework/protocol/rows.hpp"
+#include "framework/protocol/inputs.hpp"
 #include "hostadm/framework.h"
-
-namespace hostadm::framework {
-
-// A named value and the record by which C sees it.
-class Field {
-public:
-    Field(std::string name, std::string value) : name_(std::move(name)), value_(std::move(value)) {}
-    const std::string &name() const { return name_; }
-    std::string_view value() const { return value_; }
-    void assign(std::string value) { value_ = std::move(value); }
-    adm_arg *view();
-
-private:
-    std::string name_;
-    std::string value_;
-    adm_arg record_{};
-};
-
-// A list, since records handed out must keep their place.
-using Fields = std::list<Field>;
-Field *find(Fields &fields, std::string_view name);
-
-} // namespace hostadm::framework
+#include "hostadm/runner.hpp"
 
 struct adm_args {
     // A value that the current row, or else every row, shows under a name; NULL: there is none.

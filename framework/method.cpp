@@ -3,10 +3,8 @@
 #include "hostadm/method.hpp"
 
 #include <algorithm>
-#include <cerrno>
 #include <clocale>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <stdexcept>
 #include <unistd.h>
@@ -14,6 +12,7 @@
 #include "framework/protocol/answer.hpp"
 #include "framework/protocol/channel.hpp"
 #include "framework/protocol/description.hpp"
+#include "framework/protocol/inputs.hpp"
 #include "hostadm/framework.h"
 
 namespace hostadm::method {
@@ -46,8 +45,7 @@ bool promises_kept(const Description &description) {
     const auto answer = framework::read_answer();
     const auto missing = framework::missing_output(description, framework::parse_answer(answer.value_or("")));
     if (missing)
-        adm_err_setf(nullptr, framework::cannot_run, "%s: it did not return the output %s",
-                     Call(description).method().c_str(), missing->c_str());
+        Call(description).fail("it did not return the output " + *missing, framework::cannot_run);
     return !missing;
 }
 
@@ -62,21 +60,19 @@ std::string Call::method() const {
 }
 
 std::string Call::get(std::string_view name) const {
-    adm_arg *record = nullptr;
-    if (adm_args_geti(std::string(name).c_str(), ADM_STRING, &record) == 0)
-        return record->value;
+    if (framework::Field *given = framework::find(framework::inputs(), name))
+        return given->view()->value;
     const Argument *argument = find(description_, name);
     return argument == nullptr ? "" : argument->default_value;
 }
 
 bool Call::given(std::string_view name) const {
-    adm_arg *record = nullptr;
-    return adm_args_geti(std::string(name).c_str(), ADM_STRING, &record) == 0 && *record->value != '\0';
+    const framework::Field *given = framework::find(framework::inputs(), name);
+    return given != nullptr && !given->value().empty();
 }
 
 void Call::set(std::string_view name, std::string_view value) {
-    if (adm_args_set(std::string(name).c_str(), ADM_STRING, static_cast<unsigned int>(value.size()),
-                     std::string(value).c_str()) != 0)
+    if (!framework::is_name(name) || !append_answer(framework::output_line(name, value)))
         throw std::runtime_error("it could not return the output \"" + std::string(name) +
                                  "\"; is that a name?");
 }
@@ -90,7 +86,7 @@ void Call::row(const std::vector<std::pair<std::string, std::string>> &fields) {
 }
 
 int Call::fail(std::string_view text, int code) const {
-    adm_err_setf(nullptr, code, "%s: %s", method().c_str(), std::string(text).c_str());
+    append_answer(framework::error_line(code, method() + ": " + std::string(text)));
     return failed;
 }
 
@@ -144,14 +140,8 @@ int run(int argc, char **argv, const Description &description, const std::functi
         return invalid;
     }
     append_answer(framework::begin_line(description.name));
+    framework::set_inputs(*request); // as they were checked, in their one spelling
     Call call(description);
-    // The method is to see the values as they were checked, in their one spelling, or none.
-    if (!framework::replace_request(*request)) {
-        const std::string reason = std::strerror(errno);
-        call.fail("its checked arguments cannot be kept: " + reason + "; nothing was done");
-        append_answer(framework::end_line(failed));
-        return failed;
-    }
     const int status = finish(call, work) == 0 && promises_kept(description) ? done : failed;
     append_answer(framework::end_line(status));
     return status;

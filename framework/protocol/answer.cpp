@@ -147,7 +147,7 @@ bool take_mark(Answer &answer, const Json &line) {
 bool take(Answer &answer, std::string_view text) {
     if (RowReader(answer.rows, text).read())
         return true;
-    const Json line = Json::parse(text, nullptr, false);
+    const Json line = parse_json(text);
     if (!line.is_object())
         return false;
     if (line.contains("output"))
@@ -220,6 +220,38 @@ std::string to_lines(const Answer &answer) {
     if (answer.ended)
         text += end_line(*answer.ended);
     return text;
+}
+
+std::string to_text(const Outcome &outcome) {
+    return to_lines(outcome.answer) + outcome_line(static_cast<int>(outcome.status), outcome.reason);
+}
+
+std::optional<Outcome> parse_outcome(std::string_view text) {
+    Outcome outcome;
+    outcome.answer = parse_answer(text);
+    if (!outcome.answer.outcome)
+        return std::nullopt;
+    const int status = *outcome.answer.outcome;
+    if (status == 0 || status == 2)
+        outcome.status = static_cast<Outcome::Status>(status);
+    outcome.reason = outcome.answer.reason;
+    return outcome;
+}
+
+bool answer_output(std::string_view name, std::string_view value) {
+    return append_answer(output_line(name, value));
+}
+
+bool answer_row(std::span<const Rows::Field> fields) {
+    return append_answer(row_line(fields));
+}
+
+bool answer_error(int code, std::string_view text) {
+    return append_answer(error_line(code, text));
+}
+
+bool answer_left_undone(std::string_view text) {
+    return append_answer(mark_line(2, text));
 }
 
 std::string begin_line(std::string_view method) {

@@ -12,48 +12,17 @@
 //     {"outcome": STATUS, "reason": TEXT}   from another host: how the run there was judged (0, 1 or 2)
 #pragma once
 
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "framework/protocol/channel.hpp"
-#include "framework/protocol/rows.hpp"
+#include "hostadm/runner.hpp"
 
 namespace hostadm::framework {
 
-// Codes of failures that no method recorded.
-inline constexpr int cannot_run = 101;       // unknown, not executable, crashed, or its answer makes no sense
-inline constexpr int invalid_argument = 102; // an argument was refused, nothing was done
-
-struct ErrorRecord {
-    int code = 0;
-    std::string text;
-    bool operator==(const ErrorRecord &) const = default;
-};
-
-struct Answer {
-    Values outputs;
-    Rows rows;
-    std::vector<ErrorRecord> errors;
-    bool dirty = false;                   // the last mark said so
-    std::vector<std::string> left_undone; // what is left half done, in the method's words
-    std::optional<std::string> invalid;   // why an argument was refused
-    bool begun = false;
-    std::optional<int> ended;
-    std::optional<int> outcome;
-    std::string reason;
-    std::string defect; // the first line that is none of the above, in words; empty: there is none
-
-    bool half_done() const { return dirty || !left_undone.empty(); }
-    const std::string *output(std::string_view name) const;
-};
-
-// Takes every line that is good, whatever stands between them.
-Answer parse_answer(std::string_view text);
-
-// The lines that parse_answer makes the same answer of.
+// parse_answer (in the header of the runner) takes every line that is good, whatever stands between them.
+// These are the lines that it makes the same answer of.
 std::string to_lines(const Answer &answer);
 
 // A line each, its line break included.
@@ -68,8 +37,5 @@ std::string outcome_line(int status, std::string_view reason);
 
 // A row line behind what is there; of several fields with one name the last counts.
 void append_row_line(std::string &lines, std::span<const Rows::Field> fields);
-
-// What an argument, an output or a column may be called.
-bool is_name(std::string_view name);
 
 } // namespace hostadm::framework

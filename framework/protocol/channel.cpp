@@ -46,7 +46,7 @@ std::string to_text(const Request &request) {
 }
 
 std::optional<Request> parse_request(std::string_view text) {
-    const Json parsed = Json::parse(text, nullptr, false);
+    const Json parsed = parse_json(text);
     if (!parsed.is_object() || parsed.value("hostadm", Json()) != 1)
         return std::nullopt;
     const Json method = parsed.value("method", Json());
@@ -76,11 +76,6 @@ std::optional<Request> read_request() {
         return std::nullopt;
     const auto text = base::read_whole(request_descriptor);
     return text ? parse_request(*text) : std::nullopt;
-}
-
-bool replace_request(const Request &request) {
-    const base::Descriptor file(sealed_file(to_text(request)));
-    return file.is_open() && dup3(file.get(), request_descriptor, O_CLOEXEC) == request_descriptor;
 }
 
 bool append_answer(std::string_view lines) {

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "base/columns.hpp"
+#include "base/nearest.hpp"
 #include "framework/protocol/kinds.hpp"
 
 namespace hostadm::framework {
@@ -56,6 +58,9 @@ public:
             read.outputs.push_back(field(item));
         for (const Json &item : list(json, "columns"))
             read.columns.push_back(field(item));
+        read.edits = texts(json, "edits");
+        read.starts = texts(json, "starts");
+        read.shares = texts(json, "shares");
         return read;
     }
 
@@ -80,6 +85,15 @@ private:
         if (found != json.end() && !found->is_array())
             throw std::string("\"") + key + "\" is no list";
         return found == json.end() ? Json::array() : *found;
+    }
+    static std::vector<std::string> texts(const Json &json, const char *key) {
+        std::vector<std::string> read;
+        for (const Json &item : list(json, key)) {
+            if (!item.is_string())
+                throw std::string("\"") + key + "\" holds something else than texts";
+            read.push_back(item.get<std::string>());
+        }
+        return read;
     }
     static std::string name(const Json &json) {
         if (!json.is_object())
@@ -117,18 +131,24 @@ private:
 };
 
 // Lines of "  NAME  TEXT", the texts in one column.
-std::string definitions(const std::vector<std::pair<std::string, std::string>> &lines) {
-    std::size_t width = 0;
+std::string definitions(const std::vector<std::pair<std::string, std::string>> &lines, std::size_t columns) {
+    std::size_t widest = 0;
     for (const auto &[name, text] : lines)
-        width = std::max(width, name.size());
+        widest = std::max(widest, base::width(name));
     std::string all;
     for (const auto &[name, text] : lines)
-        all += "  " + name + std::string(width - name.size() + 2, ' ') + text + "\n";
+        all += base::with_hanging_text("  " + name + std::string(widest - base::width(name) + 2, ' '), text,
+                                       columns) +
+               "\n";
     return all;
 }
 
+std::string meaning(const Argument &argument) {
+    return argument.purpose + (argument.purpose.empty() ? "" : "; ") + accepted(argument);
+}
+
 std::string explained(const Argument &argument) {
-    std::string text = argument.purpose + (argument.purpose.empty() ? "" : "; ") + accepted(argument);
+    std::string text = meaning(argument);
     if (argument.required)
         text += " (required)";
     else if (!argument.default_value.empty())
@@ -136,20 +156,42 @@ std::string explained(const Argument &argument) {
     return text;
 }
 
-std::string section(const std::string &title, const std::vector<Field> &fields) {
+std::string section(const std::string &title, const std::vector<Field> &fields, std::size_t columns) {
     if (fields.empty())
         return "";
     std::vector<std::pair<std::string, std::string>> lines;
     for (const Field &field : fields)
         lines.emplace_back(field.name, field.purpose);
-    return "\n" + title + "\n" + definitions(lines);
+    return "\n" + title + "\n" + definitions(lines, columns);
 }
 
-std::string names_of(const Description &description) {
-    std::string names;
-    for (const Argument &argument : description.arguments)
-        names += (names.empty() ? "" : ", ") + argument.name;
-    return names;
+// What a method touches; "NAME=" is said in words.
+std::string touched(const Description &description, std::size_t columns) {
+    std::vector<std::pair<std::string, std::string>> lines;
+    for (const auto &[verb, list] :
+         {std::pair("edits", &description.edits), std::pair("starts", &description.starts),
+          std::pair("shares", &description.shares)}) {
+        std::string all;
+        for (const std::string &item : *list)
+            all += (all.empty() ? "" : ", ") +
+                   (item.ends_with('=') ? "what " + item.substr(0, item.size() - 1) + " names" : item);
+        if (!all.empty())
+            lines.emplace_back(verb, all);
+    }
+    return lines.empty() ? "" : "\nIt touches:\n" + definitions(lines, columns);
+}
+
+// What to give instead of an argument that there is not.
+std::string instead_of(const Description &description, const std::string &wanted) {
+    std::vector<std::string> names;
+    std::string all;
+    for (const Argument &argument : description.arguments) {
+        names.push_back(argument.name);
+        all += (all.empty() ? "" : ", ") + argument.name;
+    }
+    if (const std::string meant = base::nearest(names, wanted); !meant.empty())
+        return "; did you mean " + meant + "?";
+    return names.empty() ? "; it takes none" : "; it takes " + all;
 }
 
 // All arguments that are required and not given. There is at least one.
@@ -162,12 +204,10 @@ std::string missing_text(const Description &description, const Request &request)
     }
     if (missing.size() == 1)
         return "the argument " + missing[0]->name + " is missing; it must be " + accepted(*missing[0]);
-    std::string names, rules;
-    for (const Argument *argument : missing) {
-        names += (names.empty() ? "" : argument == missing.back() ? " and " : ", ") + argument->name;
-        rules += "; " + argument->name + " must be " + accepted(*argument);
-    }
-    return "the arguments " + names + " are missing" + rules;
+    std::string text = std::to_string(missing.size()) + " arguments are missing:";
+    for (const Argument *argument : missing)
+        text += "\n" + argument->name + ": " + meaning(*argument);
+    return text;
 }
 
 // A value as it may be shown in one line of an error.
@@ -186,11 +226,16 @@ Json to_json(const Description &description) {
         json["arguments"].push_back(to_json(argument));
     json["outputs"] = to_json(description.outputs);
     json["columns"] = to_json(description.columns);
+    for (const auto &[key, list] :
+         {std::pair("edits", &description.edits), std::pair("starts", &description.starts),
+          std::pair("shares", &description.shares)})
+        if (!list->empty())
+            json[key] = *list;
     return json;
 }
 
 std::variant<Description, std::string> parse_description(std::string_view text) {
-    const Json json = Json::parse(text, nullptr, false);
+    const Json json = parse_json(text);
     if (json.is_discarded())
         return "it is no JSON";
     try {
@@ -200,31 +245,32 @@ std::variant<Description, std::string> parse_description(std::string_view text) 
     }
 }
 
-std::string help_text(const Description &description) {
-    std::string text =
-        description.name + ": " + description.purpose + "\n\nUsage: hostadm run " + description.name;
+std::string help_text(const Description &description, std::size_t columns) {
+    std::string usage;
     for (const Argument &argument : description.arguments) {
         const std::string word = argument.name + "=" + std::string(kind_name(argument.kind));
-        text += argument.required ? " " + word : " [" + word + "]";
+        usage += (usage.empty() ? "" : " ") + (argument.required ? word : "[" + word + "]");
     }
+    std::string text =
+        base::with_hanging_text("", description.name + ": " + description.purpose, columns) + "\n\n";
+    const std::string command = "Usage: hostadm run " + description.name;
+    text += usage.empty() ? command : base::with_hanging_text(command + " ", usage, columns);
     text += "\n";
     if (!description.arguments.empty()) {
         std::vector<std::pair<std::string, std::string>> lines;
         for (const Argument &argument : description.arguments)
             lines.emplace_back(argument.name, explained(argument));
-        text += "\nArguments:\n" + definitions(lines);
+        text += "\nArguments:\n" + definitions(lines, columns);
     }
-    return text + section("Outputs:", description.outputs) +
-           section("Columns of its rows:", description.columns);
+    return text + section("Outputs:", description.outputs, columns) +
+           section("Columns of its rows:", description.columns, columns) + touched(description, columns);
 }
 
 std::optional<std::string> check(const Description &description, Request &request) {
     for (const auto &[name, value] : request.arguments)
         if (std::none_of(description.arguments.begin(), description.arguments.end(),
                          [&name = name](const Argument &argument) { return argument.name == name; }))
-            return "there is no argument " + shown(name) +
-                   (description.arguments.empty() ? "; it takes none"
-                                                  : "; it takes " + names_of(description));
+            return "there is no argument " + shown(name) + instead_of(description, name);
     for (const Argument &argument : description.arguments) {
         const auto given = std::find_if(request.arguments.begin(), request.arguments.end(),
                                         [&](const auto &one) { return one.first == argument.name; });

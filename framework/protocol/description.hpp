@@ -3,8 +3,10 @@
 //
 //     {"name": "CLASS/NAME", "purpose": TEXT,
 //      "arguments": [{"name": NAME, "kind": KIND, "purpose": TEXT, "required": false, "default": TEXT,
-//      "choices": [TEXT]}], "outputs": [{"name": NAME, "purpose": TEXT, "required": false}], "columns":
-//      [{"name": NAME, "purpose": TEXT}]}
+//                     "choices": [TEXT]}],
+//      "outputs": [{"name": NAME, "purpose": TEXT, "required": false}],
+//      "columns": [{"name": NAME, "purpose": TEXT}],
+//      "edits": [TEXT], "starts": [TEXT], "shares": [TEXT]}
 //
 // Everything but the names, "kind" and the purposes may be left out.
 #pragma once
@@ -17,15 +19,13 @@
 #include "framework/protocol/bytes.hpp"
 #include "framework/protocol/channel.hpp"
 #include "hostadm/method.hpp"
+#include "hostadm/runner.hpp"
 
 namespace hostadm::framework {
 
 Json to_json(const method::Description &description);
 // The description, or what is wrong with the text.
 std::variant<method::Description, std::string> parse_description(std::string_view text);
-
-// What it does, its arguments, kinds and defaults, its outputs and columns, for a person to read.
-std::string help_text(const method::Description &description);
 
 // Checks the arguments, adds defaults, and brings values to their one spelling. Returns what was wrong with
 // which argument and what is accepted; nothing when all is well. An empty value counts as none.

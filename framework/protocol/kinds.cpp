@@ -47,6 +47,8 @@ constexpr std::array kinds{
     KindOf{Kind::choice, "choice", "one of its choices"},
     KindOf{Kind::yes_no, "yes_no", "yes or no"},
     KindOf{Kind::text, "text", "text on one line, at most 65535 characters"},
+    KindOf{Kind::words, "words",
+           "words of letters, digits and + - _ . : , @ % / =, with blanks between them"},
 };
 
 const KindOf &entry(Kind kind) {
@@ -230,6 +232,8 @@ bool is_accepted(const Argument &argument, std::string_view value) {
         return value == "yes" || value == "no";
     case Kind::text:
         return is_text(value);
+    case Kind::words:
+        return !value.empty() && all_in(value, " +-_.:,@%/=");
     }
     return false;
 }

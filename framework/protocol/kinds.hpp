@@ -7,14 +7,12 @@
 #include <string_view>
 
 #include "hostadm/method.hpp"
+#include "hostadm/runner.hpp"
 
 namespace hostadm::framework {
 
-std::string_view kind_name(method::Kind kind);
 std::optional<method::Kind> kind_called(std::string_view name);
 
-// What a value of the argument must be, to be said after "must be".
-std::string accepted(const method::Argument &argument);
 bool is_accepted(const method::Argument &argument, std::string_view value);
 
 // The one spelling in which values are handed on:

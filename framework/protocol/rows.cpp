@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "framework/protocol/rows.hpp"
+// The rows of an answer.
+#include "hostadm/runner.hpp"
 
 namespace hostadm::framework {
 

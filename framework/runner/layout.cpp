@@ -41,20 +41,22 @@ std::string this_object() {
 } // namespace
 
 Layout layout_from(const std::string &folder) {
-    Layout found{HOSTADM_METHODS_DIRECTORY, HOSTADM_LOCALE_DIRECTORY, ""};
+    Layout found{{HOSTADM_METHODS_DIRECTORY}, HOSTADM_LOCALE_DIRECTORY, ""};
     // bin and lib lie one folder below the prefix, a library folder named by the architecture lies two below.
     std::string prefix = folder;
     for (int level = 0; level < 2 && !prefix.empty(); ++level) {
         prefix = folder_of(prefix);
         if (!is_folder(prefix + "/" HOSTADM_LIBEXEC "/hostadm/methods"))
             continue;
-        found.methods = prefix + "/" HOSTADM_LIBEXEC "/hostadm/methods";
+        found.method_folders = {prefix + "/" HOSTADM_LIBEXEC "/hostadm/methods"};
         if (is_folder(prefix + "/share/locale"))
             found.locale = prefix + "/share/locale";
         if (access((prefix + "/bin/hostadm").c_str(), X_OK) == 0)
             found.programs = prefix + "/bin";
         break;
     }
+    if (real_path(HOSTADM_SITE_METHODS) != real_path(found.method_folders.front().c_str()))
+        found.method_folders.emplace_back(HOSTADM_SITE_METHODS);
     return found;
 }
 

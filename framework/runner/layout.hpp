@@ -3,11 +3,13 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace hostadm::framework {
 
 struct Layout {
-    std::string methods;  // holds CLASS/NAME
+    // Each holds CLASS/NAME: this installation's own, and the site's, where the administrator puts more.
+    std::vector<std::string> method_folders;
     std::string locale;   // holds LANG/LC_MESSAGES
     std::string programs; // holds the command; empty when it is not there
 };

@@ -12,8 +12,12 @@
 #include <unistd.h>
 
 #include "base/descriptor.hpp"
+#include "base/environment.hpp"
+#include "base/nearest.hpp"
 #include "base/program.hpp"
 #include "base/this_host.hpp"
+#include "framework/protocol/answer.hpp"
+#include "framework/protocol/description.hpp"
 #include "framework/protocol/kinds.hpp"
 #include "framework/runner/layout.hpp"
 
@@ -48,8 +52,21 @@ bool is_file(const std::string &path) {
     return stat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode);
 }
 
+// The installation's methods come before those of the site.
 std::string path_of(const std::string &method) {
-    return layout().methods + "/" + method;
+    for (const std::string &folder : layout().method_folders)
+        if (is_file(folder + "/" + method))
+            return folder + "/" + method;
+    return layout().method_folders.front() + "/" + method;
+}
+
+std::vector<std::string> methods_in(const std::string &folder) {
+    std::vector<std::string> methods;
+    for (const std::string &method_class : folder_entries(folder))
+        for (const std::string &name : folder_entries(folder + "/" + method_class))
+            if (is_file(folder + "/" + method_class + "/" + name))
+                methods.push_back(method_class + "/" + name);
+    return methods;
 }
 
 // A compiled method checks its own arguments before it does anything; for a script the framework does it.
@@ -60,36 +77,17 @@ bool is_script(const std::string &path) {
            start[1] == '!';
 }
 
-// The fewest letters to change, add or leave out to make one word of the other.
-std::size_t distance(std::string_view one, std::string_view other) {
-    std::vector<std::size_t> row(other.size() + 1);
-    for (std::size_t at = 0; at <= other.size(); ++at)
-        row[at] = at;
-    for (std::size_t line = 1; line <= one.size(); ++line) {
-        std::size_t diagonal = row[0];
-        row[0] = line;
-        for (std::size_t at = 1; at <= other.size(); ++at) {
-            const std::size_t changed = diagonal + (one[line - 1] == other[at - 1] ? 0 : 1);
-            diagonal = row[at];
-            row[at] = std::min({changed, row[at] + 1, row[at - 1] + 1});
-        }
-    }
-    return row.back();
-}
-
-std::string suggestion(const std::vector<std::string> &methods, std::string_view wanted) {
-    const bool with_class = wanted.find('/') != wanted.npos;
-    std::string nearest;
-    std::size_t best = std::max<std::size_t>(2, wanted.size() / 3) + 1;
-    for (const std::string &method : methods) {
-        const std::string_view compared =
-            with_class ? std::string_view(method) : std::string_view(method).substr(method.find('/') + 1);
-        if (const std::size_t far = distance(wanted, compared); far < best) {
-            best = far;
-            nearest = method;
-        }
-    }
-    return nearest.empty() ? "; `hostadm list` shows them all" : "; did you mean " + nearest + "?";
+std::string suggestion(const std::vector<std::string> &methods, const std::string &wanted) {
+    std::vector<std::string> names;
+    for (const std::string &method : methods)
+        names.push_back(method.substr(method.find('/') + 1));
+    // A class may be wrong, or a name, or the class may have been left out.
+    std::string meant = base::nearest(methods, wanted);
+    const std::string name = meant.empty() ? base::nearest(names, wanted.substr(wanted.find('/') + 1)) : "";
+    for (std::size_t at = 0; at < names.size() && !name.empty(); ++at)
+        if (names[at] == name)
+            meant += (meant.empty() ? "" : " or ") + methods[at];
+    return meant.empty() ? "; `hostadm list` shows them all" : "; did you mean " + meant + "?";
 }
 
 base::Descriptor answer_file() {
@@ -146,31 +144,33 @@ Outcome perform_there(const Request &request, const std::string &host) {
         base::run({.words = {"ssh", "-o", "BatchMode=yes", "--", host, "hostadm", "serve"},
                    .search = true,
                    .descriptors = {{STDIN_FILENO, input.get()}, {STDOUT_FILENO, output.get()}}});
-    const auto text = base::read_whole(output.get());
-    Answer answer = text ? parse_answer(*text) : Answer{};
-    if (!answer.outcome) {
-        Outcome outcome = failed("ssh to " + host + " " + base::in_words(ending) +
-                                 "; does ssh log in there without a password, and is hostadm installed?");
-        outcome.answer = std::move(answer);
-        return outcome;
-    }
-    const int status = *answer.outcome;
-    std::string reason = answer.reason;
-    return {status == 0   ? Status::done
-            : status == 2 ? Status::invalid
-                          : Status::failed,
-            std::move(answer), std::move(reason)};
+    const std::string text = base::read_whole(output.get()).value_or("");
+    if (auto outcome = parse_outcome(text))
+        return std::move(*outcome);
+    return {Status::failed, parse_answer(text),
+            "ssh to " + host + " " + base::in_words(ending) +
+                "; does ssh log in there without a password, and is hostadm installed?"};
 }
 
 } // namespace
 
 std::vector<std::string> list_methods() {
     std::vector<std::string> methods;
-    for (const std::string &method_class : folder_entries(layout().methods))
-        for (const std::string &name : folder_entries(path_of(method_class)))
-            if (is_file(path_of(method_class + "/" + name)))
-                methods.push_back(method_class + "/" + name);
+    for (const std::string &folder : layout().method_folders)
+        for (std::string &method : methods_in(folder))
+            methods.push_back(std::move(method));
+    std::sort(methods.begin(), methods.end());
+    methods.erase(std::unique(methods.begin(), methods.end()), methods.end());
     return methods;
+}
+
+std::vector<std::string> hidden_methods() {
+    std::vector<std::string> paths;
+    for (const std::string &folder : layout().method_folders)
+        for (const std::string &method : methods_in(folder))
+            if (path_of(method) != folder + "/" + method)
+                paths.push_back(folder + "/" + method);
+    return paths;
 }
 
 std::variant<std::string, Unknown> find_method(std::string_view method_class, std::string_view name) {
@@ -196,7 +196,7 @@ std::variant<std::string, Unknown> find_method(std::string_view method_class, st
             return found;
     }
     if (methods.empty())
-        return Unknown{"there are no methods in " + layout().methods};
+        return Unknown{"there are no methods in " + layout().method_folders.front()};
     return Unknown{"there is no method " + wanted + suggestion(methods, wanted)};
 }
 
@@ -208,7 +208,9 @@ std::variant<method::Description, std::string> describe(const std::string &name)
                                            .descriptors = {{STDOUT_FILENO, output.get()}},
                                            .path_prefix = layout().programs,
                                            .time_limit = describe_time_limit,
-                                           .size_limit = describe_size_limit});
+                                           .fresh_start = true,
+                                           .size_limit = describe_size_limit,
+                                           .environment = base::clean_environment()});
     struct stat printed {};
     if (fstat(output.get(), &printed) == 0 && printed.st_size >= off_t{describe_size_limit})
         return std::string("asked to describe itself, it prints more than a megabyte");
@@ -225,7 +227,11 @@ std::variant<method::Description, std::string> describe(const std::string &name)
 
 Outcome perform_here(Request request) {
     const std::string path = path_of(request.method);
-    base::Program program{.words = {path}};
+    base::Program program{.words = {path}, .fresh_start = true};
+    // What a caller has in the environment is none of the method's business, least of all what a shell, a linker
+    // or a translation makes of it.
+    program.environment = base::clean_environment();
+    program.path_prefix = layout().programs;
     std::optional<method::Description> description;
     if (is_script(path)) {
         auto described = describe(request.method);
@@ -234,7 +240,6 @@ Outcome perform_here(Request request) {
         description = std::move(std::get<method::Description>(described));
         if (auto wrong = check(*description, request))
             return {Status::invalid, {}, std::move(*wrong)};
-        program.path_prefix = layout().programs;
     }
     const base::Descriptor input(sealed_file(to_text(request)));
     const base::Descriptor output = answer_file();

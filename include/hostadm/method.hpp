@@ -50,7 +50,8 @@ enum class Kind {
     size,     // a number of bytes, with k, m or g behind it if wanted
     choice,   // one of the argument's choices
     yes_no,   // "yes" or "no"
-    text      // anything on one line
+    text,     // anything on one line
+    words     // several words as of `word`, with / and = too, and blanks between them: arguments of a program
 };
 
 struct Argument {
@@ -75,6 +76,11 @@ struct Description {
     std::vector<Argument> arguments = {};
     std::vector<Field> outputs = {};
     std::vector<Field> columns = {};
+    // What it touches, for `hostadm help` to tell and for a preview to go by. "NAME=" stands for the value of the
+    // argument NAME.
+    std::vector<std::string> edits = {};  // files and directories that it changes
+    std::vector<std::string> starts = {}; // programs that it leaves running
+    std::vector<std::string> shares = {}; // directories that it shares or withdraws
 };
 
 // The code of an error that a method records in its own words; it is no entry of the message table.

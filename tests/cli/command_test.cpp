@@ -9,6 +9,7 @@
 #include <memory>
 #include <regex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -254,9 +255,21 @@ TEST(BadInput, UnknownMethod) {
                    "test/eko: there is no method test/eko; did you mean test/echo? (error 102)");
 }
 
+TEST(BadInput, UnknownCommand) {
+    expect_refused("lsit", "there is no command lsit; did you mean list?");
+    expect_refused("preveiw client/list", "there is no command preveiw; did you mean preview?");
+}
+
+TEST(BadInput, MethodOfAWrongClass) {
+    expect_refused("run tset/kinds",
+                   "tset/kinds: there is no method tset/kinds; did you mean test/kinds? (error 102)");
+    expect_refused("run wrong/kinds",
+                   "wrong/kinds: there is no method wrong/kinds; did you mean test/kinds? (error 102)");
+}
+
 TEST(BadInput, UnknownArgument) {
     expect_refused("run test/echo txt=x",
-                   "test/echo: there is no argument \"txt\"; it takes text, times, rows (error 102)");
+                   "test/echo: there is no argument \"txt\"; did you mean text? (error 102)");
 }
 
 TEST(BadInput, MissingArgument) {
@@ -346,9 +359,13 @@ TEST(ListCommand, ShowsALineForEachMethod) {
     expect(seen, 0, "METHOD      PURPOSE\nother/echo  the other echo\n", "");
     const Seen all = hostadm("list test");
     EXPECT_THAT(all.out, HasSubstr("test/echo                 say a text back\n"));
-    EXPECT_THAT(
-        all.out,
-        HasSubstr("test/failing_description  (asked to describe itself, it ended with exit status 4)\n"));
+    EXPECT_THAT(all.out,
+                HasSubstr("test/failing_description  (asked to describe itself, it ended with exit status\n"
+                          "                          4)\n"));
+    std::istringstream lines(all.out + hostadm("list slow").out);
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_LE(line.size(), 80u) << line;
+    EXPECT_THAT(shell("COLUMNS=120 hostadm list test").out, HasSubstr("it ended with exit status 4)\n"));
 }
 
 TEST(ListCommand, PrintsJson) {
@@ -440,6 +457,15 @@ TEST(Output, ThatCannotBeWrittenDoesNotHideAFailure) {
     expect(shell("hostadm run test/behave how=note >/dev/full"), 1, "",
            "hostadm: test/behave: note: hello\n"
            "hostadm: the method was done, but its results cannot be written: No space left on device\n");
+}
+
+TEST(ServeCommand, RefusesARequestThatIsNestedWithoutEnd) {
+    const std::string start = "printf '{\"hostadm\":1,\"method\":\"test/echo\",\"arguments\":{\"text\":'; ";
+    for (const std::string nested : {"yes '[' | head -c 200000", "yes '{\"a\":' | head -c 500000"}) {
+        const Seen seen = shell("{ " + start + nested + "; } | hostadm serve");
+        EXPECT_EQ(seen.status, 2);
+        EXPECT_THAT(seen.err, HasSubstr("there is no request on standard input"));
+    }
 }
 
 TEST(ServeCommand, RefusesWhatIsNoRequest) {

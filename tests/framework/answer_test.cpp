@@ -206,16 +206,6 @@ TEST(Bytes, CrossUnchanged) {
                   std::string(1, static_cast<char>(byte)));
 }
 
-TEST(Bytes, KnowsUtf8) {
-    for (const char *text :
-         {"", "abc", "\xc3\xa4", "\xe2\x82\xac", "\xf0\x9f\x98\x80", "\xf4\x8f\xbf\xbf", "\xef\xbf\xbd"})
-        EXPECT_TRUE(is_utf8(text)) << text;
-    for (const char *text :
-         {"\x80", "\xc3", "\xc0\x80", "\xc1\xbf", "\xe0\x80\x80", "\xed\xa0\x80", "\xf0\x80\x80\x80",
-          "\xf4\x90\x80\x80", "\xf5\x80\x80\x80", "\xff", "a\xc3(", "\xe2\x82"})
-        EXPECT_FALSE(is_utf8(text));
-}
-
 TEST(Names, AreLettersDigitsAndFewMarks) {
     for (const char *name : {"a", "_x", "Z9", "os_version", "a-b", "a.b"})
         EXPECT_TRUE(is_name(name)) << name;

@@ -144,8 +144,14 @@ TEST(Kinds, TextIsAnythingOnOneLine) {
     EXPECT_REFUSED(Kind::text, "a\nb", "a\rb", "a\x1b[2J", std::string("a\0b", 3), std::string(65536, 'x'));
 }
 
+TEST(Kinds, WordsAreNothingThatAShellTakesApart) {
+    EXPECT_ACCEPTED(Kind::words, "-a", "-a 16", "-s /tftpboot --address 0.0.0.0:69", "--name=value", " ");
+    EXPECT_REFUSED(Kind::words, "", "a;b", "a|b", "a&", "a>b", "$(a)", "`a`", "a'b", "a\"b", "a\\b", "a\nb",
+                   "a\tb", "~", "*", "?", "[a]", "{a}", "#a", "!a", "(a)", std::string(65536, 'x'));
+}
+
 TEST(Kinds, HaveNamesBothWays) {
-    for (int kind = 0; kind <= static_cast<int>(Kind::text); ++kind) {
+    for (int kind = 0; kind <= static_cast<int>(Kind::words); ++kind) {
         const auto name = kind_name(static_cast<Kind>(kind));
         EXPECT_EQ(kind_called(name), static_cast<Kind>(kind));
         EXPECT_NE(accepted({.name = "a", .kind = static_cast<Kind>(kind), .choices = {"one"}}), "");
@@ -163,15 +169,15 @@ TEST(Kinds, ChoicesAreListed) {
 TEST(Check, TellsAllArgumentsThatAreMissing) {
     const hostadm::method::Description description{
         .name = "test/x",
-        .arguments = {{.name = "one", .kind = Kind::number, .required = true},
+        .arguments = {{.name = "one", .kind = Kind::number, .purpose = "the first", .required = true},
                       {.name = "two", .kind = Kind::number, .required = true},
                       {.name = "three", .kind = Kind::yes_no, .required = true},
                       {.name = "four", .kind = Kind::number}}};
     hostadm::framework::Request all{"test/x", {{"two", ""}}};
-    EXPECT_EQ(
-        check(description, all),
-        "the arguments one, two and three are missing; one must be a decimal number, not negative; two must "
-        "be a decimal number, not negative; three must be yes or no");
+    EXPECT_EQ(check(description, all), "3 arguments are missing:\n"
+                                       "one: the first; a decimal number, not negative\n"
+                                       "two: a decimal number, not negative\n"
+                                       "three: yes or no");
     hostadm::framework::Request last{"test/x", {{"one", "1"}, {"two", "2"}}};
     EXPECT_EQ(check(description, last), "the argument three is missing; it must be yes or no");
 }

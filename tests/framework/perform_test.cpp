@@ -85,7 +85,7 @@ TEST(Perform, ChecksArgumentsBeforeTheWork) {
               "the argument text is missing; it must be text on one line, at most 65535 characters");
     EXPECT_EQ(adm_args_htype(missing.output), 0u);
     const MethodRun unknown("echo", {{"text", "x"}, {"tims", "3"}});
-    EXPECT_EQ(unknown.text(), "there is no argument \"tims\"; it takes text, times, rows");
+    EXPECT_EQ(unknown.text(), "there is no argument \"tims\"; did you mean times?");
     EXPECT_EQ(MethodRun("forgetful", {{"a", "b"}}).text(), "there is no argument \"a\"; it takes none");
 }
 

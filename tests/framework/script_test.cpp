@@ -5,7 +5,10 @@
 #include <gmock/gmock.h>
 #include <memory>
 #include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/types.h>
+#include <unistd.h>
 #include <variant>
 
 #include "framework/protocol/description.hpp"
@@ -18,6 +21,7 @@ namespace {
 
 using testing::StartsWith;
 using tests::MethodRun;
+using Variables = std::vector<std::pair<const char *, const char *>>;
 
 // It is gone, or nobody has waited for it yet.
 bool ended(pid_t process) {
@@ -38,6 +42,43 @@ TEST(Script, AnswersThroughTheCommand) {
     EXPECT_EQ(run.field("word") + "," + run.field("dash"), "client1,a=b");
 }
 
+// What a method begins with, whatever its caller has set up.
+void expect_fresh_start(const MethodRun &run) {
+    EXPECT_EQ(run.status, 0) << run.text();
+    EXPECT_EQ(run.field("variables"), "HOME LANG PATH PWD ");
+    EXPECT_EQ(run.field("path"), TEST_ROOT "/bin:/usr/sbin:/usr/bin:/sbin:/bin");
+    EXPECT_EQ(run.field("mask"), "0022");
+    EXPECT_EQ(run.field("largest_file"), "unlimited");
+}
+
+TEST(Script, BeginsWithACleanEnvironmentMaskAndLimits) {
+    for (const auto &[name, value] : Variables{{"LD_PRELOAD", "/nowhere.so"},
+                                               {"IFS", "x"},
+                                               {"LANGUAGE", "../../tmp"},
+                                               {"BASH_ENV", "/tmp/x"},
+                                               {"ENV", "/tmp/x"},
+                                               {"LC_ALL", "/tmp/x"},
+                                               {"LANG", "C.UTF-8"},
+                                               {"COLUMNS", "1;2"},
+                                               {"TERM", "/tmp/term"}})
+        setenv(name, value, 1);
+    const mode_t mask = umask(0777);
+    rlimit limit{}, small{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    small = {1024, limit.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &small);
+    const MethodRun run("surroundings");
+    rlimit after{};
+    getrlimit(RLIMIT_FSIZE, &after);
+    setrlimit(RLIMIT_FSIZE, &limit);
+    EXPECT_EQ(umask(mask), 0777u); // the caller's own are as they were
+    EXPECT_EQ(after.rlim_cur, small.rlim_cur);
+    for (const char *name :
+         {"LD_PRELOAD", "IFS", "LANGUAGE", "BASH_ENV", "ENV", "LC_ALL", "LANG", "COLUMNS", "TERM"})
+        unsetenv(name);
+    expect_fresh_start(run);
+}
+
 TEST(Script, TakesValuesThatBeginWithADash) {
     EXPECT_EQ(MethodRun("script", {{"host", "c"}, {"greeting", "-n"}}).field("greeting"), "-n c");
 }
@@ -50,7 +91,7 @@ TEST(Script, IsCheckedBeforeItRuns) {
     EXPECT_EQ(MethodRun("script", {{"host", "c"}, {"greeting", "bye"}}).text(),
               "the argument greeting cannot be \"bye\"; it must be hello or -n");
     EXPECT_EQ(MethodRun("script", {{"host", "c"}, {"hots", "d"}}).text(),
-              "there is no argument \"hots\"; it takes host, greeting, mac, end");
+              "there is no argument \"hots\"; did you mean host?");
 }
 
 TEST(Script, RecordsErrors) {
@@ -117,13 +158,12 @@ TEST(Script, ThatDescribesItselfWithoutEndIsCutOff) {
 }
 
 TEST(Script, ThatHangsIsKilledWithWhatItWaitsFor) {
-    const tests::Scratch scratch;
-    const std::string file = scratch.path("waited_for");
-    setenv("WAITED_FOR", file.c_str(), 1);
+    const std::string file = TEST_ROOT "/libexec/hostadm/methods/slow/waiting_description.waited_for";
+    tests::write(file, "");
     EXPECT_EQ(MethodRun("waiting_description", {}, "slow").text(),
               "asked to describe itself, it did not end in time and was killed");
-    unsetenv("WAITED_FOR");
     const pid_t waited_for = std::stoi(tests::content(file));
+    unlink(file.c_str());
     EXPECT_TRUE(tests::eventually([&] { return ended(waited_for); }));
 }
 

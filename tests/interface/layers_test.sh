@@ -25,14 +25,14 @@ rooms() { # FOLDER HEADERS-OF-INCLUDE [ROOM...]
 rooms base 'none'
 rooms platform 'hostadm/platform\.h' base
 rooms tables 'hostadm/(tables\.h|table_edit\.hpp)' base
-rooms framework 'hostadm/(framework\.h|method\.hpp)' base
+rooms framework 'hostadm/(framework\.h|method\.hpp|runner\.hpp)' base
 rooms sandbox 'hostadm/sandbox\.hpp' base
 rooms compat 'none' base
 rooms src 'hostadm\.h|hostadm/(framework|tables|platform)\.h' base
 rooms server 'hostadm\.h|hostadm/(framework|tables|platform)\.h|hostadm/(method|table_edit)\.hpp' base
 rooms rehearsal 'hostadm\.h|hostadm/(framework|tables|platform)\.h|hostadm/(method|table_edit|sandbox)\.hpp' server sandbox base
 rooms methods 'hostadm\.h|hostadm/(framework|tables|platform)\.h|hostadm/(method|table_edit)\.hpp' server base
-rooms cli 'hostadm/(framework\.h|method\.hpp|sandbox\.hpp)' framework base
+rooms cli 'hostadm/(method|runner|sandbox)\.hpp' base
 
 # The libraries of this project that a file needs.
 needed() { # FILE
@@ -43,7 +43,8 @@ needs() { # FILE LIBRARIES (in order, each followed by a blank)
     [ "$(needed "$build/$1")" = "$2" ] || fail "$1 needs $(needed "$build/$1")and not $2"
 }
 needs lib/libhostadm.so "libhostadm_framework libhostadm_platform libhostadm_tables "
-needs lib/libhostadm_framework.so ""
+needs lib/libhostadm_method.so ""
+needs lib/libhostadm_framework.so "libhostadm_method "
 needs lib/libhostadm_tables.so ""
 needs lib/libhostadm_platform.so ""
 needs bin/hostadm ""
@@ -57,7 +58,7 @@ for file in "$build"/libexec/hostadm/methods/*/*; do
 done
 
 # Besides them, only the language's and the system's own libraries.
-for name in hostadm hostadm_framework hostadm_tables hostadm_platform; do
+for name in hostadm hostadm_method hostadm_framework hostadm_tables hostadm_platform; do
     others=$(readelf -d "$build/lib/lib$name.so" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' |
         grep -vE '^lib(hostadm[a-z_]*|stdc\+\+|gcc_s|c|m|tirpc|asan|ubsan)\.so' || :)
     [ -z "$others" ] || fail "lib$name.so needs $others"
