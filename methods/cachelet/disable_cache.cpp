@@ -21,6 +21,7 @@ const Description description{
     .columns = {{"mountpt", "file system whose options changed"},
                 {"options_before", "its mount options before"},
                 {"options", "its mount options now"}},
+    .edits = {"root="},
 };
 
 // What stands before the option and what follows it, as the table had it.

@@ -17,6 +17,7 @@ const Description description{
                    .required = true}},
     .outputs = {{"result", "done, or unchanged when it was so already"}},
     .columns = {{"mountpt", "file system"}, {"options", "its mount options now"}, {"cached", "yes or no"}},
+    .edits = {"root="},
 };
 
 int work(Call &call) {

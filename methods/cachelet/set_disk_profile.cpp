@@ -22,6 +22,7 @@ const Description description{
           .required = true},
          {.name = "profile", .kind = Kind::word, .purpose = "file in that directory", .required = true}},
     .outputs = {{"result", "done, or unchanged when it was so already"}, {"pathname", "the client's copy"}},
+    .edits = {"root="},
 };
 
 int work(Call &call) {

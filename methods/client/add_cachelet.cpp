@@ -36,6 +36,7 @@ const Description description{
     .columns = {{"step", "what was looked after"},
                 {"result", "done or unchanged"},
                 {"detail", "what stands there now"}},
+    .edits = {"root="},
 };
 
 struct CacheClient {

@@ -55,6 +55,10 @@ const Description description{
     .columns = {{"step", "what was looked after"},
                 {"result", "done, unchanged, or warning"},
                 {"detail", "what stands there now, or what to do"}},
+    .edits = {"rootpath=", "/export", "/tftpboot", "/etc/bootparams", "/etc/hosts", "/etc/ethers",
+              "/etc/dfs/dfstab"},
+    .starts = {"/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd", "/usr/sbin/in.rarpd"},
+    .shares = {"rootpath="},
 };
 
 void make_boot_area(Call &call, const NewClient &client, Journal &journal, Report &report) {

@@ -42,6 +42,8 @@ const Description description{
     .columns = {{"step", "what was looked after"},
                 {"result", "done, unchanged, or kept"},
                 {"detail", "what is gone, or why it stays"}},
+    .edits = {"/export", "/tftpboot", "/etc/bootparams", "/etc/hosts", "/etc/ethers", "/etc/dfs/dfstab"},
+    .shares = {"the client's root"},
 };
 
 struct Result {

@@ -20,6 +20,7 @@ const Description description{
                    .purpose = "what to remove; without it, the whole entry"},
                   edited_nameservice},
     .outputs = {{.name = "changed", .purpose = "yes, or no when there was nothing to remove"}},
+    .edits = {"/etc/bootparams"},
 };
 
 int work(Call &call) {

@@ -29,6 +29,7 @@ const Description description{
                    .purpose = "instead of these three: KEY=SERVER:PATH or KEY=VALUE, separated by blanks"},
                   edited_nameservice},
     .outputs = {{.name = "changed", .purpose = "yes, or no when everything was set already"}},
+    .edits = {"/etc/bootparams"},
 };
 
 // What is to be set, or why the arguments do not fit together.

@@ -22,6 +22,7 @@ const Description description{
                   {"hostname", Kind::host, "its name", true},
                   {"table", Kind::path, "the table to edit", false, "/etc/hosts"}},
     .outputs = {{"replaced", "the names that the address had before, if any"}},
+    .edits = {"table="},
 };
 
 // The names of the address in the table.

@@ -35,6 +35,7 @@ const Description description{
           .kind = Kind::path,
           .purpose = "the table, for instance that of a client's root",
           .default_value = "/etc/vfstab"}},
+    .edits = {"vfstab="},
 };
 
 int add_seven_columns(const Call &call, char *resource) {

@@ -44,6 +44,7 @@ const Description description{
           .kind = Kind::path,
           .purpose = "the table of mounts; a line for the same resource is replaced",
           .default_value = "/etc/vfstab"}},
+    .edits = {"vfstab=", "mountpt="},
 };
 
 bool is_pass(const std::string &text) {

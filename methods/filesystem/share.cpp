@@ -35,6 +35,9 @@ const Description description{
           .purpose = "go on when it cannot be shared now, and note it in /etc/dfs/dfstab as a comment",
           .default_value = "no"}},
     .outputs = {{"pathname", "the directory, without links and dots: what was shared"}},
+    .edits = {"/etc/dfs/dfstab"},
+    .starts = {"/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd"},
+    .shares = {"pathname="},
 };
 
 // As one word for the shell, which reads the description in the command and again in the table at each boot.

@@ -25,6 +25,7 @@ const Description description{
                    .kind = Kind::path,
                    .purpose = "the table of mounts",
                    .default_value = "/etc/vfstab"}},
+    .edits = {"vfstab="},
 };
 
 int work(Call &call) {

@@ -29,6 +29,8 @@ const Description description{
           .default_value = "nowandboot",
           .choices = {"nowonly", "bootonly", "nowandboot"}}},
     .outputs = {{"pathname", "the directory, without links and dots: what was withdrawn"}},
+    .edits = {"/etc/dfs/dfstab"},
+    .shares = {"pathname="},
 };
 
 // Empty when all is there. The share list is needed to tell whether a client is the only one.

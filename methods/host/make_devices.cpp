@@ -32,6 +32,7 @@ const Description description{
     .columns = {{.name = "node",
                  .purpose = "a name that was not there before; no row when all were there, or when the "
                             "script failed, which only its own words tell"}},
+    .edits = {"directory=", "held_directory="},
 };
 
 bool is_tape(const std::string &device) {

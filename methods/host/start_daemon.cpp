@@ -24,12 +24,12 @@ const Description description{
                    .purpose = "the daemon's program, such as /usr/lib/nfs/nfsd",
                    .required = true},
                   {.name = "args",
-                   .kind = Kind::text,
-                   .purpose =
-                       "its arguments, as in a shell command; in.rarpd and rpld always get -a instead"}},
+                   .kind = Kind::words,
+                   .purpose = "its arguments; in.rarpd and rpld always get -a instead"}},
     .outputs = {{"state",
                  "started, or running already; or that it was not seen running, as when it ended at once"},
                 {"pid", "its process id, when it is seen running"}},
+    .starts = {"path="},
 };
 
 // A daemon needs a moment to come up, and to leave the shell that started it; one that cannot work ends a

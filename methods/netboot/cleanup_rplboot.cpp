@@ -17,6 +17,7 @@ const Description description{
     .purpose = "remove a client's links from /rplboot; the shared files stay",
     .arguments = {{"client_key", Kind::word, "the name under which the client asks, whole", true}},
     .outputs = {{"removed", "how many links were removed"}},
+    .edits = {"/rplboot"},
 };
 
 std::vector<std::string> names_that_begin_with(const std::string &key) {

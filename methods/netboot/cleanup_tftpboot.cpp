@@ -14,6 +14,7 @@ const Description description{
     .purpose = "remove a client's links from /tftpboot; boot programs stay",
     .arguments = {{"address", Kind::address, "the client's IPv4 address", true}},
     .outputs = {changed_output},
+    .edits = {"/tftpboot"},
 };
 
 int work(Call &call) {

@@ -27,6 +27,7 @@ const Description description{
                   {"root_dir", Kind::path, "directory above export/exec/INSTRUCTION_SET.NAME_VERSION", false,
                    "/"}},
     .outputs = {{"boot_program", "name of the boot program in /rplboot"}},
+    .edits = {"/rplboot"},
 };
 
 // The first of the client's links that leads to no file; empty: none.

@@ -24,6 +24,7 @@ const Description description{
                    "where its boot program is found (see install/get_os_pathnames)", true},
                   {"host", Kind::host, "host that holds the install hierarchy (default: this one)"}},
     .outputs = {{"boot_program", "name of the boot program in /tftpboot"}, changed_output},
+    .edits = {"/tftpboot"},
 };
 
 // What there is of the client's links when they could not be made.

@@ -28,6 +28,7 @@ const Description description{
     .outputs = {{"result", "done, or unchanged when it was recorded already"},
                 {"template", "directory of the template"},
                 {"record", "file that records the service's templates"}},
+    .edits = {"the service's templates"},
 };
 
 int work(Call &call) {

@@ -20,6 +20,7 @@ const Description description{
                    .purpose = "the client's root directory on this server",
                    .required = true}},
     .outputs = {{"result", "applied, or no_patch_tool when there is none here"}},
+    .edits = {"root="},
 };
 
 int work(Call &call) {

@@ -17,6 +17,7 @@ const Description description{
                   {"os_version", Kind::release, "its version; 4.x copies, any other installs packages", true},
                   {"sources", Kind::path,
                    "directories of packages, or trees, with commas between them, taken in this order", true}},
+    .edits = {"rootpath="},
 };
 
 // What keeps the library from working in the root and nowhere else; empty: nothing.

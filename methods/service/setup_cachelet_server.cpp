@@ -15,6 +15,7 @@ const Description description{
     .purpose = "install on this server what it needs to serve cache-only clients",
     .columns = {{"package", "package that is needed"},
                 {"result", "installed, or present when it was there before"}},
+    .edits = {"the service's tree"},
 };
 
 int work(Call &call) {

@@ -20,6 +20,7 @@ const Description description{
                    .purpose = "instruction-set architecture of the service (this server's)"}},
     .columns = {{"package", "package that is needed"},
                 {"result", "installed, or present when it was there before"}},
+    .edits = {"the service's tree"},
 };
 
 struct Needed {
