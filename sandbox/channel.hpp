@@ -6,12 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "sandbox/descriptor.hpp"
+#include "base/descriptor.hpp"
 
 namespace hostadm::sandbox {
 
+using base::Descriptor;
+
 struct Message {
-    enum class Kind : char { area, read_only, setup_failed, unavailable, command_failed, ended };
+    enum class Kind : char { area, read_only, confined, setup_failed, unavailable, command_failed, ended };
     Kind kind = Kind::ended;
     int number = 0; // an errno, or the command's wait status
     std::string text;

@@ -336,10 +336,13 @@ void bring_up_loopback() {
 
 } // namespace
 
-void enter_private_root(const Options &options, const RootListener &listener) {
+void enter_private_root(const Options &options, const LiveNetwork &network, const RootListener &listener) {
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
         fail("cut the mounts off from the running system's");
-    bring_up_loopback();
+    if (options.live_network)
+        network.rebuild();
+    else
+        bring_up_loopback();
     if (!options.host_name.empty() && sethostname(options.host_name.c_str(), options.host_name.size()) != 0)
         fail("set the host name " + options.host_name);
     RootBuilder(options, listener).build();

@@ -5,10 +5,13 @@
 #include <functional>
 #include <string>
 
+#include "base/descriptor.hpp"
 #include "hostadm/sandbox.hpp"
-#include "sandbox/descriptor.hpp"
+#include "sandbox/live_network.hpp"
 
 namespace hostadm::sandbox {
+
+using base::Descriptor;
 
 // One file system's layers, for whoever looks at the changes:
 // what the command wrote, what it saw, what it found.
@@ -22,7 +25,8 @@ struct RootListener {
     std::function<void(const std::string &mount_point)> on_read_only;
 };
 
-// Makes the root and enters it. The calling process is alone in new namespaces of its own. Throws Error.
-void enter_private_root(const Options &options, const RootListener &listener);
+// Makes the root and enters it. The calling process is alone in new namespaces of its own;
+// the network is what it saw before. Throws Error.
+void enter_private_root(const Options &options, const LiveNetwork &network, const RootListener &listener);
 
 } // namespace hostadm::sandbox

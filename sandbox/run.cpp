@@ -19,6 +19,8 @@
 #include "hostadm/sandbox.hpp"
 #include "sandbox/changes.hpp"
 #include "sandbox/channel.hpp"
+#include "sandbox/confinement.hpp"
+#include "sandbox/device_nodes.hpp"
 #include "sandbox/private_root.hpp"
 #include "sandbox/tree.hpp"
 
@@ -77,17 +79,41 @@ private:
     pid_t id_;
 };
 
+// what() ends in the text of the code, which the other side puts together again.
+std::string step_of(const Error &error) {
+    std::string step = error.what();
+    const std::string reason = ": " + error.code().message();
+    if (step.ends_with(reason))
+        step.resize(step.size() - reason.size());
+    return step;
+}
+
 std::string working_directory() {
     std::array<char, PATH_MAX> path;
     return getcwd(path.data(), path.size()) != nullptr ? path.data() : "/";
 }
 
+// A command that could not be confined is not run. The first process learns where device nodes are asked for.
+void confine_or_end(int socket, int first_process) {
+    try {
+        Message message{Message::Kind::confined, 0, {}, {}};
+        message.descriptors.push_back(confine());
+        if (!send(first_process, message))
+            fail("hand over the requests for device nodes");
+    } catch (const Error &error) {
+        send(socket, {Message::Kind::command_failed, error.code().value(), step_of(error), {}});
+        _exit(1);
+    }
+}
+
 [[noreturn]] void run_command(const Options &options, const std::string &directory,
-                              const HeldSignals &signals, int socket) {
+                              const HeldSignals &signals, int socket, int first_process) {
     signals.restore();
     setenv("HOSTADM_SANDBOX", "1", 1);
     if (chdir(directory.c_str()) != 0 && chdir("/") != 0)
         _exit(1);
+    if (options.confined)
+        confine_or_end(socket, first_process);
     if (options.command.empty()) {
         int status = 1;
         try {
@@ -107,11 +133,18 @@ std::string working_directory() {
     _exit(127);
 }
 
-// Waits for the command and for every orphan that is handed to the first process meanwhile.
-int wait_status_of(pid_t command) {
+// Waits for the command and for every orphan that is handed to the first process meanwhile, and makes the device
+// nodes that they ask for.
+int wait_status_of(pid_t command, const DeviceNodes &nodes) {
     for (;;) {
+        if (nodes.descriptor() >= 0) {
+            constexpr int pause = 50; // milliseconds, after which those that have ended are looked for
+            pollfd asked{nodes.descriptor(), POLLIN, 0};
+            if (poll(&asked, 1, pause) > 0 && (asked.revents & POLLIN) != 0)
+                nodes.answer();
+        }
         int status = 0;
-        const pid_t ended = waitpid(-1, &status, 0);
+        const pid_t ended = waitpid(-1, &status, nodes.descriptor() >= 0 ? WNOHANG : 0);
         if (ended == command)
             return status;
         if (ended < 0 && errno != EINTR)
@@ -119,12 +152,34 @@ int wait_status_of(pid_t command) {
     }
 }
 
+// Starts the command and sees it to its end.
+int run_to_its_end(const Options &options, const std::string &directory, const HeldSignals &signals,
+                   int socket) {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0)
+        fail("make a channel");
+    const Descriptor ours(ends[0]);
+    Descriptor theirs(ends[1]);
+    const pid_t command = fork();
+    if (command < 0)
+        fail("start a process");
+    if (command == 0)
+        run_command(options, directory, signals, socket, theirs.get());
+    theirs.reset();
+    DeviceNodes nodes;
+    if (options.confined)
+        if (std::optional<Message> message = receive(ours.get()); message && !message->descriptors.empty())
+            nodes = DeviceNodes(std::move(message->descriptors.front()));
+    return wait_status_of(command, nodes);
+}
+
 bool caller_has_gone(int socket) {
     pollfd state{socket, 0, 0};
     return poll(&state, 1, 0) > 0 && (state.revents & (POLLHUP | POLLERR)) != 0;
 }
 
-[[noreturn]] void be_first_process(const Options &options, const HeldSignals &signals, int socket) {
+[[noreturn]] void be_first_process(const Options &options, const LiveNetwork &network,
+                                   const HeldSignals &signals, int socket) {
     // The kernel ends this process with its caller, and with this one everything in its process namespace.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (caller_has_gone(socket))
@@ -143,21 +198,10 @@ bool caller_has_gone(int socket) {
         listener.on_read_only = [&](const std::string &point) {
             send(socket, {Message::Kind::read_only, 0, point, {}});
         };
-        enter_private_root(options, listener);
-        const pid_t command = fork();
-        if (command < 0)
-            fail("start a process");
-        if (command == 0)
-            run_command(options, directory, signals, socket);
-        send(socket, {Message::Kind::ended, wait_status_of(command), {}, {}});
+        enter_private_root(options, network, listener);
+        send(socket, {Message::Kind::ended, run_to_its_end(options, directory, signals, socket), {}, {}});
     } catch (const Error &error) {
-        // what() ends in the text of the code, which the other side puts together again.
-        std::string step = error.what();
-        const std::string reason = ": " + error.code().message();
-        if (step.size() > reason.size() &&
-            step.compare(step.size() - reason.size(), reason.size(), reason) == 0)
-            step.resize(step.size() - reason.size());
-        send(socket, {Message::Kind::setup_failed, error.code().value(), step, {}});
+        send(socket, {Message::Kind::setup_failed, error.code().value(), step_of(error), {}});
     } catch (const std::exception &error) {
         send(socket, {Message::Kind::setup_failed, ENOMEM, error.what(), {}});
     }
@@ -168,6 +212,7 @@ pid_t start_first_process(const Options &options, const HeldSignals &signals, co
                           int socket) {
     constexpr unsigned long namespaces =
         CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWUTS | CLONE_NEWIPC;
+    const LiveNetwork network = options.live_network ? LiveNetwork::seen() : LiveNetwork();
     std::fflush(nullptr); // or the child would write the caller's buffers once more
     const pid_t id =
         static_cast<pid_t>(syscall(SYS_clone, namespaces | SIGCHLD, nullptr, nullptr, nullptr, nullptr));
@@ -178,7 +223,7 @@ pid_t start_first_process(const Options &options, const HeldSignals &signals, co
     }
     if (id == 0) {
         close(callers_end.get());
-        be_first_process(options, signals, socket);
+        be_first_process(options, network, signals, socket);
     }
     return id;
 }
@@ -212,6 +257,8 @@ void take(Message message, Report &report) {
             report.areas->list.push_back({message.text, std::move(message.descriptors[0]),
                                           std::move(message.descriptors[1]),
                                           std::move(message.descriptors[2])});
+        return;
+    case Message::Kind::confined:
         return;
     case Message::Kind::read_only:
         report.outcome.read_only.push_back(message.text);

@@ -4,10 +4,12 @@
 
 #include <string>
 
+#include "base/descriptor.hpp"
 #include "hostadm/sandbox.hpp"
-#include "sandbox/descriptor.hpp"
 
 namespace hostadm::sandbox {
+
+using base::Descriptor;
 
 // Opens a path inside the root; a link is followed as if the root were "/". Not open, with errno, on failure.
 Descriptor open_inside(int root, const std::string &path, int flags);

@@ -167,17 +167,6 @@ TEST(Preview, NotesCommandsAndDoesNotRunThem) {
     });
 }
 
-TEST(Preview, NotesADaemonThatIsStartedByItsPath) {
-    on_a_system([] {
-        write_program("/opt/daemon", "#!/bin/sh\n:\n");
-        install_method("host/start_daemon", "/opt/daemon -x &",
-                       R"([{"name": "path", "kind": "path", "purpose": "the daemon"}])");
-        EXPECT_THAT(command("preview host/start_daemon path=/opt/daemon").output,
-                    HasSubstr("  /opt/daemon -x\n"));
-        EXPECT_EQ(content("/opt/daemon"), "#!/bin/sh\n:\n");
-    });
-}
-
 TEST(Preview, ShowsAStartedDaemonRunningUntilItsEnd) {
     on_a_system([] {
         const std::string look = "cat /proc/[0-9]*/comm 2>/dev/null | grep -cx rpld ";
@@ -497,5 +486,57 @@ TEST(Preview, LeavesTheSystemAsItWas) {
         const auto before = state();
         EXPECT_EQ(command("preview test/edit").status, 0);
         EXPECT_EQ(state(), before);
+    });
+}
+
+TEST(Preview, NotesTheProgramsThatAMethodSaysItStarts) {
+    on_a_system([] {
+        write_program("/opt/daemons/own-daemon", "#!/bin/sh\necho real >/etc/really-started\n");
+        write_program("/opt/daemons/named-daemon", "#!/bin/sh\necho real >/etc/really-started\n");
+        install_method(
+            "test/starts", "/opt/daemons/own-daemon -a; /opt/daemons/named-daemon",
+            R"([{"name": "daemon", "kind": "path"}], "starts": ["/opt/daemons/own-daemon", "daemon="])");
+        const Result result = command("preview test/starts daemon=/opt/daemons/named-daemon");
+        EXPECT_EQ(result.status, 0) << result.errors;
+        EXPECT_THAT(result.output,
+                    HasSubstr("Commands:\n  /opt/daemons/own-daemon -a\n  /opt/daemons/named-daemon\n"));
+        EXPECT_THAT(result.output, Not(HasSubstr("really-started")));
+        EXPECT_THAT(content("/opt/daemons/own-daemon"), HasSubstr("really-started"));
+        EXPECT_THAT(command("help test/starts").output,
+                    HasSubstr("It touches:\n  starts  /opt/daemons/own-daemon, what daemon names\n"));
+    });
+}
+
+TEST(Preview, SeesTheAddressesAndRoutesOfTheLiveSystem) {
+    on_a_system([] {
+        ASSERT_EQ(std::system(
+                      "ip address add 10.77.1.2/24 dev lo && ip route add 10.78.0.0/16 via 10.77.1.9 dev lo"),
+                  0);
+        install_method("test/look",
+                       "ip -o address >/etc/addresses; ip route >/etc/routes; ip link set lo down 2>&1");
+        const Result result = command("preview --full test/look");
+        EXPECT_THAT(result.output, HasSubstr("inet 10.77.1.2/24"));
+        EXPECT_THAT(result.output, HasSubstr("10.78.0.0/16 via 10.77.1.9"));
+        EXPECT_EQ(std::system("ip -o link show lo up | grep -q lo"), 0) << "it took a live interface down";
+    });
+}
+
+TEST(SiteMethods, LieInAFolderOfTheirOwn) {
+    on_a_system([] {
+        const std::string site = "/usr/local/libexec/hostadm/methods/";
+        install_method("test/both", "echo '{\"output\": \"whose\", \"value\": \"hostadm\"}' >&4");
+        for (const char *name : {"test/both", "site/own"})
+            write_program(site + name,
+                          "#!/bin/sh\nif [ \"$1\" = --describe ]; then echo '{\"name\": \"x\", \"purpose\": "
+                          "\"of the site\"}'; exit; fi\n"
+                          "echo '{\"output\": \"whose\", \"value\": \"the site\"}' >&4\n");
+        EXPECT_EQ(command("run site/own").output, "whose  the site\n");
+        EXPECT_EQ(command("run test/both").output, "whose  hostadm\n");
+        const Result list = command("list");
+        EXPECT_THAT(list.output, HasSubstr("site/own   of the site\n"));
+        EXPECT_EQ(list.errors,
+                  "hostadm: " + site +
+                      "test/both: note: it is not used, since hostadm has a method of that name; call "
+                      "it otherwise\n");
     });
 }
