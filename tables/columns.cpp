@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "tables/descriptor.hpp"
+#include "tables/failure.hpp"
 
 namespace hostadm::tables {
 
@@ -125,12 +125,13 @@ std::optional<std::string> Columns::replacement(std::string_view old_line, const
 void Columns::split(std::string_view line, Words &result) const {
     result.words.clear();
     result.comment = {};
+    const std::size_t first_comment = first_comment_field();
     std::size_t end = 0;
     for (;;) {
         const std::size_t begin = line.find_first_not_of(separators_, end);
         if (begin == std::string_view::npos)
             return;
-        if (!result.words.empty() && begins_comment(line.substr(begin)) &&
+        if (result.words.size() >= first_comment && begins_comment(line.substr(begin)) &&
             !ends_within_quotes(line.substr(0, begin))) {
             result.comment = line.substr(end);
             return;
@@ -142,6 +143,20 @@ void Columns::split(std::string_view line, Words &result) const {
 
 bool Columns::begins_comment(std::string_view word) const {
     return !comment_mark_.empty() && word.starts_with(comment_mark_);
+}
+
+// Up to the last declared column a word that begins with the mark is a field like any other. Where columns may be
+// missing, the last one is looked for from where it can stand at the earliest.
+std::size_t Columns::first_comment_field() const {
+    const auto can_be_missing = [](const Column &column) { return column.floating && !column.match; };
+    const bool has_floating =
+        std::any_of(columns_.begin(), columns_.end(), [](const Column &column) { return column.floating; });
+    if (columns_.empty())
+        return 1;
+    return has_floating
+               ? columns_.size() -
+                     static_cast<std::size_t>(std::count_if(columns_.begin(), columns_.end(), can_be_missing))
+               : static_cast<std::size_t>(columns_.back().position) + 1;
 }
 
 bool Columns::is_match(const Words &line) const {
@@ -200,7 +215,8 @@ bool Columns::reads_back(std::string_view line) const {
             return false;
         const std::string &value = column.value ? *column.value : *column.match;
         if (column.rest || (column.floating && !column.match)) {
-            if (value.find_first_not_of(separators_) == std::string::npos)
+            const std::size_t begin = value.find_first_not_of(separators_);
+            if (begin == std::string::npos || begins_comment(std::string_view(value).substr(begin)))
                 return false;
         } else if (const auto field = field_of(index, read.words.size());
                    !field || read.words[*field] != value) {

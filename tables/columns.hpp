@@ -52,6 +52,7 @@ public:
 private:
     void split(std::string_view line, Words &result) const;
     bool begins_comment(std::string_view word) const;
+    std::size_t first_comment_field() const;
     bool is_match(const Words &line) const;
     std::optional<std::size_t> field_of(std::size_t column, std::size_t word_count) const;
     bool reads_back(std::string_view line) const;

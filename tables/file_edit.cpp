@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <fcntl.h>
 #include <memory>
 #include <new>
@@ -12,11 +13,14 @@
 #include <unistd.h>
 #include <vector>
 
+#include "base/descriptor.hpp"
 #include "hostadm/table_edit.hpp"
-#include "tables/descriptor.hpp"
+#include "tables/failure.hpp"
 #include "tables/lock.hpp"
 
 namespace hostadm::tables {
+
+using base::Descriptor;
 
 namespace {
 
@@ -30,6 +34,7 @@ constexpr mode_t new_folder_mode = 0755;
 // Where a table really is, its links followed.
 struct Place {
     Descriptor folder;
+    Descriptor lock; // once it is held
     std::string folder_path;
     std::string name;
 };
@@ -96,7 +101,7 @@ Place find_place(std::string path, NewFolder *new_folder) {
     constexpr int most_links = 40;
     for (int links = 0; links <= most_links; ++links) {
         const std::size_t slash = path.rfind('/');
-        Place place{Descriptor(), folder_of(path, slash), path.substr(slash + 1)};
+        Place place{{}, {}, folder_of(path, slash), path.substr(slash + 1)};
         if (place.name.empty() || place.name == "." || place.name == "..")
             throw Failure{-EISDIR};
         try {
@@ -127,7 +132,7 @@ bool same_folder(const Place &one, const Place &other) {
 Place lock_place(const std::string &path, NewFolder *new_folder, Clock::time_point deadline) {
     for (;;) {
         Place place = find_place(path, new_folder);
-        lock(place.folder.get(), deadline);
+        place.lock = lock(place.folder.get(), deadline);
         const Place now = find_place(path, new_folder);
         if (now.name == place.name && same_folder(now, place))
             return place;
@@ -300,6 +305,10 @@ public:
     explicit FreshFile(int folder) : folder_(folder) {
         constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
         file_ = Descriptor(complete([&] { return openat(folder_, fresh_name, flags, 0600); }));
+        // Where a standard descriptor is closed, the file must not take its number: a word printed would go into it.
+        if (file_.get() <= STDERR_FILENO)
+            file_ =
+                Descriptor(complete([&] { return fcntl(file_.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1); }));
     }
     ~FreshFile() {
         if (!installed_)
@@ -311,7 +320,9 @@ public:
     int get() const { return file_.get(); }
     void flush() {
         complete([&] { return fsync(file_.get()); });
-        file_.close();
+        // An interrupted close has closed.
+        if (const int error = file_.close(); error != 0 && error != EINTR)
+            throw Failure{-error};
     }
     void install(const std::string &name) {
         complete([&] { return renameat(folder_, fresh_name, folder_, name.c_str()); });
@@ -324,6 +335,31 @@ private:
     bool installed_ = false;
 };
 
+// While it lives a limit on the size of files is an error, and no signal that ends the process in the middle.
+class NoSizeSignal {
+public:
+    NoSizeSignal() {
+        sigemptyset(&signal_);
+        sigaddset(&signal_, SIGXFSZ);
+        sigset_t pending;
+        sigpending(&pending);
+        was_pending_ = sigismember(&pending, SIGXFSZ) == 1;
+        pthread_sigmask(SIG_BLOCK, &signal_, &before_);
+    }
+    ~NoSizeSignal() {
+        const timespec now{};
+        if (!was_pending_)
+            sigtimedwait(&signal_, nullptr, &now);
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    }
+    NoSizeSignal(const NoSizeSignal &) = delete;
+    NoSizeSignal &operator=(const NoSizeSignal &) = delete;
+
+private:
+    sigset_t signal_, before_;
+    bool was_pending_ = false;
+};
+
 // False when the table was written by others meanwhile; then nothing was done.
 bool replace_table(const Place &place, const Snapshot &table, const Splice &splice) {
     const int folder = place.folder.get();
@@ -332,6 +368,7 @@ bool replace_table(const Place &place, const Snapshot &table, const Splice &spli
 
     FreshFile fresh(folder);
     const std::string_view text = table.text();
+    const NoSizeSignal limit_is_a_failure;
     write_all(fresh.get(), {piece(text.substr(0, splice.begin)), piece(splice.replacement),
                             piece(text.substr(splice.begin + splice.length))});
     if (table.exists())
@@ -367,7 +404,7 @@ void edit(const std::string &path,
             continue;
         new_folder.keep();
         // The next editor may start while the folder is flushed: what he reads is complete.
-        unlock(place.folder.get());
+        place.lock.reset();
         complete([&] { return fsync(place.folder.get()); });
         return;
     }
@@ -380,7 +417,7 @@ template <typename Work> int status_of(Work work) {
         return 0;
     } catch (const Failure &failure) {
         return failure.status;
-    } catch (const std::bad_alloc &) {
+    } catch (const std::bad_alloc &) { // an exception of the caller's own passes through
         return -ENOMEM;
     }
 }
@@ -432,15 +469,12 @@ int read_file(const std::string &path, std::string &text) {
 }
 
 FolderLock::FolderLock(const std::string &folder, std::chrono::milliseconds patience) {
-    status_ = status_of([&] {
-        folder_ = complete([&] { return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
-        lock(folder_, Clock::now() + patience);
-    });
+    status_ = status_of([&] { held_ = lock(open_folder(folder).get(), Clock::now() + patience).release(); });
 }
 
 FolderLock::~FolderLock() {
-    if (folder_ >= 0)
-        close(folder_);
+    if (held_ >= 0)
+        close(held_);
 }
 
 } // namespace hostadm::tables

@@ -1,20 +1,44 @@
 // SPDX-License-Identifier: MIT
 #include "tables/lock.hpp"
 
-#include <algorithm>
+#include <array>
 #include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 
+#include "base/private_folder.hpp"
 #include "hostadm/table_edit.hpp"
-#include "tables/descriptor.hpp"
+#include "tables/failure.hpp"
 
 namespace hostadm::tables {
 
 namespace {
+
+// What the editors of a folder's tables lock: where nobody but root can reach, or else the folder itself.
+base::Descriptor lock_of(int folder) {
+    struct stat place {};
+    complete([&] { return fstat(folder, &place); });
+    if (geteuid() == 0 && base::private_folder(base::run_folder).is_open()) {
+        const base::Descriptor locks = base::private_folder(std::string(base::run_folder) + "/tables");
+        std::array<char, 40> name{};
+        std::snprintf(name.data(), name.size(), "%jx-%jx", static_cast<std::uintmax_t>(place.st_dev),
+                      static_cast<std::uintmax_t>(place.st_ino));
+        constexpr int flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+        base::Descriptor file(locks.is_open() ? openat(locks.get(), name.data(), flags, 0600) : -1);
+        if (file.is_open())
+            return file;
+    }
+    // Opened anew: a lock belongs to the open folder, and this one is to be held apart from the caller's.
+    return base::Descriptor(
+        complete([&] { return openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+}
 
 bool try_lock(int folder) {
     for (;;) {
@@ -54,13 +78,11 @@ bool try_lock(int folder) {
     _exit(status == 0 ? 0 : 1);
 }
 
-} // namespace
-
 // Asking again and again would be unfair to those who wait long, and a blocking call
 // cannot be bounded without touching the caller's alarm and signal handlers. So a child
 // stands in line: the lock belongs to the open folder, which parent and child share.
 // The child sends no signal when it ends and is invisible to the caller's wait().
-void lock(int folder, Clock::time_point deadline) {
+void stand_in_line(int folder, Clock::time_point deadline) {
     if (try_lock(folder))
         return;
     const auto patience = std::chrono::duration_cast<std::chrono::microseconds>(deadline - Clock::now());
@@ -86,8 +108,12 @@ void lock(int folder, Clock::time_point deadline) {
         throw Failure{-ENOLCK};
 }
 
-void unlock(int folder) {
-    flock(folder, LOCK_UN);
+} // namespace
+
+base::Descriptor lock(int folder, Clock::time_point deadline) {
+    base::Descriptor held = lock_of(folder);
+    stand_in_line(held.get(), deadline);
+    return held;
 }
 
 } // namespace hostadm::tables

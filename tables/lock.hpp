@@ -4,15 +4,14 @@
 
 #include <chrono>
 
+#include "base/descriptor.hpp"
+
 namespace hostadm::tables {
 
 using Clock = std::chrono::steady_clock;
 
-// Takes the folder's lock, waiting in line behind those who
-// came earlier. Fails with -26 when the deadline passes.
-void lock(int folder, Clock::time_point deadline);
-
-// Also happens when the folder's descriptor is closed.
-void unlock(int folder);
+// Takes the lock of the folder's tables, waiting in line behind those who came earlier; it is held as long as the
+// descriptor is open. Fails with -26 when the deadline passes.
+base::Descriptor lock(int folder, Clock::time_point deadline);
 
 } // namespace hostadm::tables

@@ -4,11 +4,11 @@
 
 #include <cerrno>
 #include <cstring>
-#include <new>
 
+#include "base/boundary.hpp"
 #include "hostadm/table_edit.hpp"
 #include "tables/columns.hpp"
-#include "tables/descriptor.hpp"
+#include "tables/failure.hpp"
 
 using namespace hostadm::tables;
 
@@ -24,15 +24,14 @@ constexpr int replace_or_add_share = 11;
 
 // The stop for exceptions at the edge of the library.
 template <typename Work> int at_boundary(Work work) noexcept {
-    try {
-        return work();
-    } catch (const Failure &failure) {
-        return failure.status;
-    } catch (const std::bad_alloc &) {
-        return -ENOMEM;
-    } catch (...) {
-        return -EIO;
-    }
+    const auto or_status = [&] {
+        try {
+            return work();
+        } catch (const Failure &failure) {
+            return failure.status;
+        }
+    };
+    return hostadm::base::translated_at_boundary(or_status, [](int error) { return -error; });
 }
 
 std::optional<std::string> optional_text(const char *text) {

@@ -7,8 +7,12 @@
 // labels among them), is flushed, and is renamed over it; then the folder is flushed.
 //
 // - Symbolic links are followed: the file that they lead to is edited and the links stay.
-// - Editors exclude each other by flock(2) on the folder that holds the file, so that the lock outlives the
-//   rename and leaves nothing behind. They wait in the order of their coming.
+// - Editors exclude each other by flock(2), so that a lock ends with its holder, and wait in the order of their
+//   coming. Root's editors lock a file in /run/hostadm/tables, a folder of root's own, that stands for the
+//   folder which holds the table (by device and inode, so that the lock outlives the rename): whoever can read
+//   a folder can lock that itself and would stop them. Other users lock the folder itself, and so does root
+//   where /run/hostadm cannot be had (a read-only or foreign /run): there, readers of the folder can hold root
+//   up until the time of waiting is over. Root and another user notice each other only by the next point.
 // - Somebody who writes the file without that lock while the new text is on its way is noticed: the change is
 //   then made again on what they wrote, so the callable may be called more than once.
 // - A file with several hard links: the name that was edited gets the new text, the other names keep the old
@@ -26,7 +30,7 @@
 //                  not be taken over
 //   -EBUSY         the file is a mount point (a file bind-mounted in place), which cannot be replaced
 //   -EAGAIN        others kept writing the file without the lock
-//   -ENOSPC, -EDQUOT, -EIO, -ENOMEM ...
+//   -ENOSPC, -EDQUOT, -EFBIG (a limit on the size of files), -EIO, -ENOMEM ...
 //                  the system's own
 // After any of them the file holds its old text; only when
 // flushing the folder fails (-EIO) is it already the new one.
@@ -82,7 +86,7 @@ public:
     int status() const { return status_; } // 0: held; otherwise it is not
 
 private:
-    int folder_ = -1;
+    int held_ = -1; // the descriptor that holds the lock
     int status_ = 0;
 };
 

@@ -16,8 +16,11 @@
  * - A line whose first field begins with the comment mark is a comment and is never matched, with one
  *   exception: when the match value of column 0 itself begins with the mark, lines that begin with exactly
  *   this word are matched (a share that is commented out with "#share").
- * - A later field that begins with the mark, outside of quotes, begins a comment that reaches to the end of
- *   the line. It is no field, and it stays on the line when the entry before it is replaced.
+ * - Behind the last declared column a field that begins with the mark, outside of quotes, begins a comment
+ *   that reaches to the end of the line. It is no field, and it stays on the line when the entry before it is
+ *   replaced. Up to the last declared column the mark begins no comment: in "/dev/a #x /mnt ufs 2 yes rw"
+ *   "/mnt" stands at position 2. Columns that are counted from the end and have no match value may be
+ *   missing; the comment may then begin so much earlier.
  *
  * An entry
  * - A line is the entry when the field at each column that has a match value equals that value, byte for
@@ -34,7 +37,7 @@
  *   attributes are kept; symbolic links are followed and stay. hostadm/table_edit.hpp says how this is
  *   done.
  * - Editors of one table, in this process or others, exclude each other. One waits for the others for at
- *   most 30 seconds.
+ *   most 30 seconds. Those of root do so where no other user can hold them up.
  * - An edit that would change nothing leaves the file alone, with its inode and its times.
  *
  * Statuses: 0 done; -2 no such line, or no such table; -26 the table is locked by somebody else; any other
@@ -109,7 +112,8 @@ int get_db_entry(const char *table, col_list *list, char *buffer, int size);
  * 0; -26; -2: the folder of the folder does not exist; -EINVAL: an argument NULL, another mode, no column
  * with a match value, positions that do not run from 0 without gaps, a column with neither value nor match,
  * or values that would not be read back as they were given: empty or blank ones, values with a line break,
- * with the comment mark at their beginning (unless column 0's match has it too), and values with a
+ * of column 0 (unless its match has it too) and of a rest of the line with the comment mark at their
+ * beginning, and values with a
  * separator, which only a column with a flag and a column that is counted from the end and has no match
  * value (the description of a share) may hold. Nothing is written then.
  */

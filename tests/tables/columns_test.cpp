@@ -287,10 +287,18 @@ TEST_F(Columns, NewCommentReplacesTheOldOne) {
               "10.0.0.5\tnew # new words\n");
 }
 
-TEST_F(Columns, NameInACommentIsNoField) {
-    List by_name("\t ", "#");
-    by_name.fixed(2, "alias", nullptr);
-    EXPECT_EQ(found("10.0.0.5 name # alias\n10.0.0.6 # alias\n", std::move(by_name)), "-2");
+TEST_F(Columns, MarkUpToTheLastDeclaredColumnBeginsNoComment) {
+    const std::string table = "10.0.0.5 name # alias\n10.0.0.6 # alias\n";
+    EXPECT_EQ(found(table, std::move(List("\t ", "#").fixed(2, "alias", nullptr))), "10.0.0.6 # alias");
+    EXPECT_EQ(found(table, std::move(List("\t ", "#").fixed(1, "alias", nullptr))), "-2");
+    const std::string mounts = "/dev/a #x /mnt ufs 2 yes rw\n";
+    EXPECT_EQ(removed(mounts, std::move(List("\t ", "#").fixed(2, "/mnt", nullptr))), "");
+    EXPECT_EQ(removed(mounts, std::move(List("\t ", "#").fixed(1, "/mnt", nullptr)), no_such_line), mounts);
+}
+
+TEST_F(Columns, MarkBehindTheLastDeclaredColumnBeginsAComment) {
+    EXPECT_EQ(replaced("host:/a - /old nfs - yes rw # of the lab\n", Mount("host:/a", "/mnt", "rw")),
+              "host:/a\t-\t/mnt\tnfs\t-\tyes\trw # of the lab\n");
 }
 
 // Texts of every shape
@@ -427,7 +435,8 @@ INSTANTIATE_TEST_SUITE_P(Columns, RefusedValue,
                                          "\r", "a\rb"));
 
 TEST_F(Columns, ValueThatReadsAsACommentIsRefused) {
-    EXPECT_EQ(replaced("", Mount("host:/a", "#mnt", "rw"), -EINVAL), "");
+    EXPECT_EQ(replaced("", Mount("#host:/a", "/mnt", "#rw")), "#host:/a\t-\t/mnt\tnfs\t-\tyes\t#rw\n")
+        << "a key that begins with the mark matches its like; a later field may begin with it";
     EXPECT_EQ(replaced("", Share("share", "rw", "room #5 right", "/x"), -EINVAL), "");
     List list("\t ", "#");
     list.fixed(0, "name", "#name").fixed(1, nullptr, "value");

@@ -10,6 +10,7 @@
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -571,6 +572,44 @@ TEST_F(EditFile, ReadGivesTheWholeText) {
     EXPECT_EQ(read_file(folder(), read), -EISDIR);
     EXPECT_EQ(read_file("", read), -EINVAL);
     EXPECT_EQ(read, text) << "touched on success only";
+}
+
+// A limit on the size of files would end the process in the middle of the edit.
+TEST_F(EditFile, LimitOnTheSizeOfFilesIsAFailureThatLeavesNothing) {
+    const auto file = table("old\n");
+    const pid_t child = fork();
+    if (child == 0) {
+        const rlimit limit{100, 100};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        const int status = edit_file(file, [](std::string &text) {
+            text.append(1000, 'x');
+            return 0;
+        });
+        _exit(status == -EFBIG ? 0 : 1);
+    }
+    int outcome = -1;
+    waitpid(child, &outcome, 0);
+    EXPECT_TRUE(WIFEXITED(outcome) && WEXITSTATUS(outcome) == 0) << outcome;
+    EXPECT_EQ(tests::content(file), "old\n");
+    EXPECT_THAT(names(), testing::ElementsAre("table"));
+}
+
+TEST_F(EditFile, ClosedStandardDescriptorsHarmNoTable) {
+    const auto file = table("old\n");
+    const pid_t child = fork();
+    if (child == 0) {
+        for (const int standard : {0, 1, 2})
+            close(standard);
+        const int status = edit_file(file, [](std::string &text) {
+            text += "new\n";
+            return 0;
+        });
+        _exit(status == 0 && fcntl(0, F_GETFD) == -1 && fcntl(2, F_GETFD) == -1 ? 0 : 1);
+    }
+    int outcome = -1;
+    waitpid(child, &outcome, 0);
+    EXPECT_TRUE(WIFEXITED(outcome) && WEXITSTATUS(outcome) == 0) << outcome;
+    EXPECT_EQ(tests::content(file), "old\nnew\n");
 }
 
 } // namespace

@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <sys/file.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -33,15 +35,10 @@ protected:
     // Somebody else who holds the lock of the folder's tables for as long as the object lives.
     class Holder {
     public:
-        explicit Holder(const std::string &folder) : folder_(open(folder.c_str(), O_RDONLY | O_CLOEXEC)) {
-            EXPECT_EQ(flock(folder_, LOCK_EX | LOCK_NB), 0);
-        }
-        ~Holder() { close(folder_); }
-        Holder(const Holder &) = delete;
-        Holder &operator=(const Holder &) = delete;
+        explicit Holder(const std::string &folder) : lock_(folder, 0ms) { EXPECT_EQ(lock_.status(), 0); }
 
     private:
-        int folder_;
+        FolderLock lock_;
     };
 };
 
@@ -232,6 +229,69 @@ TEST_F(Lock, EditorWhoGivesUpLeavesOthersTheFolder) {
         EXPECT_EQ(tests::content(file), "new\n");
         std::filesystem::remove_all(path("new"));
     }
+}
+
+// Who can read a folder can lock it: that is nothing to root.
+TEST_F(Lock, OfAnOrdinaryUserOnTheFolderDoesNotStopRoot) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has editors of its own";
+    const auto file = table("old\n");
+    ASSERT_EQ(chmod(folder().c_str(), 0755), 0);
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t user = fork();
+    if (user == 0) {
+        const bool is_user = setgid(65534) == 0 && setuid(65534) == 0;
+        const int held = open(folder().c_str(), O_RDONLY | O_DIRECTORY);
+        const char word = is_user && flock(held, LOCK_EX | LOCK_NB) == 0 ? 'y' : 'n';
+        if (write(ready[1], &word, 1) == 1)
+            pause();
+        _exit(0);
+    }
+    char word = 0;
+    EXPECT_EQ(read(ready[0], &word, 1), 1);
+    EXPECT_EQ(word, 'y');
+    EXPECT_EQ(edit_file(file, append_line, {.patience = 0ms}), 0);
+    EXPECT_EQ(tests::content(file), "old\nnew\n");
+    EXPECT_EQ(FolderLock(folder(), 0ms).status(), 0);
+    kill(user, SIGKILL);
+    waitpid(user, nullptr, 0);
+    close(ready[0]);
+    close(ready[1]);
+}
+
+TEST_F(Lock, OfRootLiesWhereNobodyElseCanReach) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has editors of its own";
+    const Holder holder(folder());
+    for (const char *place : {"/run/hostadm", "/run/hostadm/tables"}) {
+        const struct stat status = scratch::status(place);
+        EXPECT_EQ(status.st_uid, 0u) << place;
+        EXPECT_EQ(status.st_mode & 07777, 0700u) << place;
+    }
+}
+
+TEST_F(Lock, OfRootStillExcludesWhereRunCannotBeHad) {
+    const auto file = table("old\n");
+    scratch::in_private_mounts([&]() -> std::string {
+        if (mount("none", "/run", "tmpfs", MS_RDONLY, nullptr) != 0)
+            return "no empty /run";
+        const FolderLock lock(folder(), 0ms);
+        if (lock.status() != 0)
+            return "the lock is not taken: " + std::to_string(lock.status());
+        const int status = edit_file(file, append_line, {.patience = 0ms});
+        return status == table_locked ? "" : "the editor was let in: " + std::to_string(status);
+    });
+}
+
+TEST_F(Lock, FolderOfAnothersMakingIsNotTrusted) {
+    scratch::in_private_mounts([&]() -> std::string {
+        if (mount("none", "/run", "tmpfs", 0, nullptr) != 0 || mkdir("/run/hostadm", 0777) != 0 ||
+            chown("/run/hostadm", 65534, 65534) != 0)
+            return "no foreign folder";
+        const FolderLock lock(folder(), 0ms);
+        return lock.status() == 0 && std::filesystem::is_empty("/run/hostadm") ? "" : "it was used";
+    });
 }
 
 TEST_F(Lock, DiesWithAKilledEditor) {
