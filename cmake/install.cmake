@@ -43,11 +43,12 @@ foreach(library ${shared_libraries} ${static_libraries} hostadm_build)
 endforeach()
 set_target_properties(hostadm_build PROPERTIES EXPORT_NAME headers)
 
-# Who links one library needs the headers, and with hostadm.h the framework that it includes.
+# Who links one library needs the headers; with hostadm come the libraries that it stands on, as with pkg-config.
 foreach(library ${shared_libraries})
   target_link_libraries(${library} INTERFACE $<INSTALL_INTERFACE:hostadm::headers>)
 endforeach()
-target_link_libraries(hostadm INTERFACE $<INSTALL_INTERFACE:hostadm::framework>)
+target_link_libraries(hostadm INTERFACE $<INSTALL_INTERFACE:hostadm::framework> $<INSTALL_INTERFACE:hostadm::tables>
+                                        $<INSTALL_INTERFACE:hostadm::platform>)
 
 install(TARGETS ${shared_libraries} ${static_libraries} hostadm_build EXPORT hostadmTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
@@ -67,3 +68,8 @@ foreach(package hostadm hostadm-method)
   configure_file(${CMAKE_CURRENT_LIST_DIR}/${package}.pc.in ${PROJECT_BINARY_DIR}/${package}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${package}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endforeach()
+
+# ---- taking it away again ----
+
+add_custom_target(uninstall COMMAND ${CMAKE_COMMAND} -DBUILD=${PROJECT_BINARY_DIR} -P ${CMAKE_CURRENT_LIST_DIR}/uninstall.cmake
+                  COMMENT "Taking away what was installed from here" VERBATIM)

@@ -4,6 +4,9 @@
 // arguments, prints its help and its manual page (`hostadm generate PREFIX/share`
 // writes the pages and the shell's completion anew), and hands its results back.
 //
+//     #include <hostadm.h>
+//     #include <hostadm/method.hpp>
+//
 //     using namespace hostadm::method;
 //
 //     const Description description{
@@ -12,7 +15,9 @@
 //         .arguments = {{.name = "mountpt", .kind = Kind::path, .purpose = "mount point", .required = true}},
 //     };
 //
-//     int work(Call &call) { return unmount_filesystem(call.get("mountpt").c_str(), ...); }
+//     int work(Call &call) {
+//         return unmount_filesystem(call.get("mountpt").c_str(), nullptr, nullptr, call.method().c_str());
+//     }
 //
 //     int main(int argc, char **argv) { return run(argc, argv, description, work); }
 //
@@ -21,9 +26,13 @@
 //     c++ -std=c++20 unmount.cpp -o unmount $(pkg-config --cflags --libs hostadm-method) -Wl,-rpath,PREFIX/lib
 //     install -D unmount PREFIX/libexec/hostadm/methods/filesystem/unmount
 //
-// or with CMake: find_package(hostadm REQUIRED), target_link_libraries(unmount PRIVATE hostadm::method
-// hostadm::hostadm). Where PREFIX is not /usr or /usr/local, PKG_CONFIG_PATH=PREFIX/lib/pkgconfig or
-// CMAKE_PREFIX_PATH=PREFIX finds it.
+// or with CMake:
+//
+//     find_package(hostadm REQUIRED)
+//     target_link_libraries(unmount PRIVATE hostadm::method hostadm::hostadm)
+//
+// Where PREFIX is not /usr or /usr/local, PKG_CONFIG_PATH=PREFIX/lib/pkgconfig or CMAKE_PREFIX_PATH=PREFIX finds
+// it.
 #pragma once
 
 #include <functional>

@@ -13,7 +13,12 @@ if ! command -v pkg-config >/dev/null; then
     exit 77
 fi
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+# What a developer has installed from here stays listed, and is not what this test takes away.
+mkdir "$work/manifests"
+find "$build" -maxdepth 1 -name 'install_manifest*.txt' -exec mv {} "$work/manifests" \;
+trap 'rm -f "$build"/install_manifest*.txt
+find "$work/manifests" -name "*.txt" -exec mv {} "$build" \;
+rm -rf "$work"' EXIT
 failures=0
 check() { # WHAT COMMAND...
     what=$1
@@ -66,4 +71,52 @@ check "the method built with pkg-config describes itself" sh -c "'$work/greet' -
 mkdir -p "$prefix/libexec/hostadm/methods/other"
 cp "$work/cxx/greet" "$prefix/libexec/hostadm/methods/other/"
 check "the method built by others runs" sh -c "'$prefix/bin/hostadm' run other/greet who=world | grep -qx 'greeting  hello world'"
+
+# What the documents print, word for word, with the prefix of this test.
+documented() { # FILE: its indented lines, without the comment around them
+    sed -nE 's,^ ?(//|\*)     ,,p' "$1" | sed -e "s,PREFIX/lib\\b,$lib,g" -e "s,PREFIX,$prefix,g"
+}
+mkdir "$work/documented" "$work/bin"
+ln -s "$cxx" "$work/bin/c++"
+ln -s "$cc" "$work/bin/cc"
+PATH=$work/bin:$PATH
+cd "$work/documented"
+documented "$prefix/include/hostadm/method.hpp" >method
+grep -Ev '^(c[+][+]|install|find_package|target_link_libraries)[ (]' method >unmount.cpp
+{ echo "set -eux"; grep -E '^(c[+][+]|install) ' method; } >build.sh
+check "the example of method.hpp builds and is installed by the commands beside it" sh build.sh
+check "the example of method.hpp is a method" sh -c "'$prefix/bin/hostadm' help filesystem/unmount | grep -q 'mount point'"
+mkdir cmake
+cp unmount.cpp cmake
+{
+    echo "cmake_minimum_required(VERSION 3.25)
+project(documented LANGUAGES CXX)
+add_compile_options(-std=c++20)"
+    grep '^find_package' method
+    echo "add_executable(unmount unmount.cpp)"
+    grep '^target_link_libraries' method
+} >cmake/CMakeLists.txt
+check "the example of method.hpp builds with the CMake lines beside it" sh -c "
+    cmake -S cmake -B cmake/build -DCMAKE_CXX_COMPILER=$cxx -DCMAKE_PREFIX_PATH=$prefix && cmake --build cmake/build"
+cp "$here/c_program/main.c" unmount.c
+{ echo "set -eux"; documented "$prefix/include/hostadm/framework.h" | grep '^cc '; } >build.sh
+check "a program in C builds by the command in framework.h" sh build.sh
+check "it runs" ./unmount
+cd "$here"
+
+# ---- taken away again, and the adapters ----
+
+check "installs again" cmake --install "$build" --prefix "$work/second"
+check "is taken away" cmake --build "$build" --target uninstall
+check "nothing of it is left" sh -c "find '$work/second' -path '*hostadm*' -o ! -type d | { ! grep .; }"
+check "taking away twice does no harm" cmake --build "$build" --target uninstall
+refuses_prefix() {
+    ! cmake --install "$build" --component compat --prefix "$work/third" >"$work/said" 2>&1 &&
+        tr -s ' \n' '  ' <"$work/said" | grep -q "the adapters are run by fixed path" && ! grep -q "Installing" "$work/said"
+}
+check "the adapters are not installed into this system when another prefix was given" refuses_prefix
+check "the adapters go below DESTDIR" env DESTDIR="$work/root" cmake --install "$build" --component compat
+check "the adapters are there" test -x "$work/root/usr/sbin/share" -a -x "$work/root/usr/lib/nfs/nfsd"
+check "the adapters are taken away from there" env DESTDIR="$work/root" cmake --build "$build" --target uninstall
+check "nothing of the adapters is left" sh -c "find '$work/root' -path '*hostadm*' -o ! -type d | { ! grep .; }"
 [ "$failures" = 0 ]
