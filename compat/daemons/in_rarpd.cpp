@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 // in.rarpd: Debian's rarpd under the name by which the host administration library starts and recognises it.
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <unistd.h>
 
-#include "compat/support/file.hpp"
+#include "compat/support/failure.hpp"
+#include "compat/support/processes.hpp"
 
 namespace {
 
@@ -31,15 +33,13 @@ bool has_flag(int argc, char **argv, char letter) {
 
 // A daemon that serves all interfaces already.
 bool already_running() {
-    for (const pid_t process : compat::processes_named("in.rarpd")) {
-        if (process == getpid())
-            continue; // we have the name too
-        const std::string arguments =
-            compat::read_file("/proc/" + std::to_string(process) + "/cmdline").value_or("");
-        if (arguments.find(std::string("\0-a", 3)) != std::string::npos)
-            return true;
-    }
-    return false;
+    const auto serves_all = [](const hostadm::base::Process &process) {
+        return process.pid != getpid() && // we have the name too
+               std::any_of(process.arguments.begin(), process.arguments.end(),
+                           [](const std::string &word) { return word.starts_with("-a"); });
+    };
+    const auto running = compat::daemons_named("in.rarpd");
+    return std::any_of(running.begin(), running.end(), serves_all);
 }
 
 } // namespace
@@ -50,8 +50,8 @@ int main(int argc, char **argv) {
     return compat::guarded_main("in.rarpd", 1, [&] {
         if (has_flag(argc, argv, 'a') && already_running())
             return 0;
-        for (const pid_t process : compat::processes_named("rarpd"))
-            compat::print_complaint("in.rarpd", "rarpd runs already, process " + std::to_string(process) +
+        for (const hostadm::base::Process &process : compat::daemons_named("rarpd"))
+            compat::print_complaint("in.rarpd", "rarpd runs already, process " + std::to_string(process.pid) +
                                                     ", and answers as well; to keep one only: systemctl "
                                                     "disable --now rarpd");
         execv(link_to_daemon, argv);

@@ -25,14 +25,20 @@
 #include <thread>
 #include <unistd.h>
 
+#include "base/descriptor.hpp"
+#include "base/program.hpp"
 #include "compat/share/nfs_server.hpp"
 #include "compat/share/share_table.hpp"
-#include "compat/support/file.hpp"
+#include "compat/support/failure.hpp"
+#include "compat/support/files.hpp"
+#include "compat/support/processes.hpp"
 
 namespace compat {
 namespace {
 
 using namespace std::chrono_literals;
+using hostadm::base::Descriptor;
+using hostadm::base::Process;
 using Clock = std::chrono::steady_clock;
 
 constexpr const char *mountd_path = "/usr/lib/nfs/mountd";
@@ -262,7 +268,7 @@ int watch(const NfsServer &server, pid_t child, const Signals &signals, const Ho
             if (number == SIGHUP)
                 refresh = true;
             else if (number != SIGCHLD && child == 0)
-                return run({kernel_threads_program, "0"}).status;
+                return hostadm::base::run({.words = {kernel_threads_program, "0"}}).well() ? 0 : 1;
             else if (number != SIGCHLD && !stopping) {
                 stopping = true;
                 close(lock_descriptor); // the next server may be started now; it waits for this one
@@ -297,9 +303,7 @@ int watch_kernel_threads(const std::string &threads) {
     const HostsWatch hosts;
     publish_now(*server, true);
     // Old clients have no TCP.
-    const Outcome started = run({kernel_threads_program, "--udp", threads});
-    if (started.status != 0)
-        throw Failure("rpc.nfsd failed: " + started.output.substr(0, started.output.find('\n')));
+    run_or_fail({kernel_threads_program, "--udp", threads});
     return watch(*server, 0, signals, hosts);
 }
 
@@ -413,7 +417,7 @@ std::optional<FileLock> lock_unless_running(const char *path, Condition answers)
 }
 
 bool ganesha_answers() {
-    return !processes_named(ganesha_process).empty() && answers(mount_program, 3) && answers(nfs_program, 3);
+    return !daemons_named(ganesha_process).empty() && answers(mount_program, 3) && answers(nfs_program, 3);
 }
 
 int start_ganesha_server(const Settings &settings) {
@@ -423,9 +427,9 @@ int start_ganesha_server(const Settings &settings) {
     if (!file_system_module_installed())
         throw Failure("the package nfs-ganesha-vfs is missing; install it");
     // One that we started may still be on its way out.
-    if (!comes_true(1s, [] { return processes_named(ganesha_process).empty(); }))
+    if (!comes_true(1s, [] { return daemons_named(ganesha_process).empty(); }))
         throw Failure("another ganesha.nfsd runs, process " +
-                      std::to_string(processes_named(ganesha_process).front()) +
+                      std::to_string(daemons_named(ganesha_process).front().pid) +
                       "; stop it first: systemctl disable --now nfs-ganesha");
     require_rpcbind();
     write_ganesha_settings();
@@ -439,9 +443,9 @@ int start_kernel_mountd(const Settings &settings) {
     const auto lock = lock_unless_running("/run/mountd.lock", mountd_answers);
     if (!lock)
         return 0;
-    const std::vector<pid_t> running = processes_named(kernel_mountd_process);
+    const std::vector<Process> running = daemons_named(kernel_mountd_process);
     if (!running.empty())
-        throw Failure("rpc.mountd runs already, process " + std::to_string(running.front()) +
+        throw Failure("rpc.mountd runs already, process " + std::to_string(running.front().pid) +
                       "; stop it first: systemctl disable --now nfs-server");
     require_rpcbind();
     return launch(settings, kernel_mountd_program, {mountd_path, "-F"}, mountd_answers,
@@ -483,7 +487,7 @@ Settings parse(int argc, char **argv) {
         const std::string word = argv[index];
         if (settings.name == "mountd" || word.empty() || word.size() > 5 ||
             word.find_first_not_of("0123456789") != std::string::npos) {
-            print_complaint(settings.name.c_str(), "\"" + word + "\" is no number of servers; try --help");
+            print_complaint(settings.name, "\"" + word + "\" is no number of servers; try --help");
             std::exit(2);
         }
         settings.threads = word;
@@ -508,5 +512,5 @@ int main(int argc, char **argv) {
                                                                   : compat::watch_kernel_threads(argv[2]);
         });
     const compat::Settings settings = compat::parse(argc, argv);
-    return compat::guarded_main(settings.name.c_str(), 1, [&] { return compat::start(settings); });
+    return compat::guarded_main(settings.name, 1, [&] { return compat::start(settings); });
 }

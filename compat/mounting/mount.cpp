@@ -2,14 +2,19 @@
 // mount: System V's "mount -F TYPE" in Debian's words. Every other call is Debian's mount, unchanged.
 #include <algorithm>
 #include <fcntl.h>
+#include <optional>
 #include <sstream>
+#include <string>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
+#include "base/text.hpp"
 #include "compat/mounting/call.hpp"
 #include "compat/support/debian_program.hpp"
-#include "compat/support/file.hpp"
+#include "compat/support/failure.hpp"
+#include "compat/support/files.hpp"
 
 namespace compat {
 namespace {
@@ -87,7 +92,7 @@ constexpr Translation translations[] = {
 
 std::string translated_options(const Call &call) {
     std::string options;
-    for (const std::string &word : split(call.options, ',')) {
+    for (const std::string_view word : hostadm::base::split(call.options, ',')) {
         const auto *const found = std::find_if(
             std::begin(translations), std::end(translations), [&](const Translation &translation) {
                 return translation.word == word &&
@@ -121,7 +126,7 @@ std::vector<std::string> debian_words(const Call &call) {
 
 // Linux would cover what is mounted there; System V asks for -O first.
 bool would_cover(const Call &call) {
-    const std::vector<std::string> options = split(call.options, ',');
+    const std::vector<std::string_view> options = hostadm::base::split(call.options, ',');
     if (call.covers || std::find(options.begin(), options.end(), "remount") != options.end())
         return false;
     struct statx place = {};

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 // umount: System V's "umount -F TYPE" in Debian's words. Every other call is Debian's umount, unchanged.
-#include <cstdio>
+#include <string>
 #include <unistd.h>
+#include <vector>
 
 #include "compat/mounting/call.hpp"
 #include "compat/support/debian_program.hpp"
-#include "compat/support/file.hpp"
+#include "compat/support/failure.hpp"
 
 namespace compat {
 namespace {

@@ -4,16 +4,16 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <dirent.h>
-#include <fcntl.h>
-#include <memory>
 #include <set>
 #include <sys/statvfs.h>
-#include <unistd.h>
 
+#include "base/text.hpp"
 #include "compat/packages/placement.hpp"
 
 namespace compat {
+
+using hostadm::base::Descriptor;
+
 namespace {
 
 constexpr const char *records = "/var/sadm/pkg";
@@ -56,10 +56,10 @@ struct ContentsLine {
     std::vector<std::string> owners;
 };
 
-ContentsLine parse_contents_line(const std::string &line) {
-    const std::vector<std::string> words = split(line, ' ');
+ContentsLine parse_contents_line(std::string_view line) {
+    const std::vector<std::string_view> words = hostadm::base::split(line, ' ');
     if (words.size() < 3 || words[1].size() != 1)
-        throw Failure(std::string(contents_path) + " has a line that is none: " + line);
+        throw Failure(std::string(contents_path) + " has a line that is none: " + std::string(line));
     const char type = words[1][0];
     size_t fixed = 3;
     if (std::strchr("dxp", type) != nullptr)
@@ -69,21 +69,17 @@ ContentsLine parse_contents_line(const std::string &line) {
     else if (std::strchr("fev", type) != nullptr)
         fixed = 9;
     if (words.size() < fixed)
-        throw Failure(std::string(contents_path) + " has a line that is too short: " + line);
+        throw Failure(std::string(contents_path) + " has a line that is too short: " + std::string(line));
     ContentsLine result;
     result.path = type == 's' || type == 'l' ? words[0].substr(0, words[0].find('=')) : words[0];
     for (size_t index = 0; index < words.size(); ++index) {
         if (index >= fixed)
-            result.owners.push_back(words[index]);
+            result.owners.emplace_back(words[index]);
         else
-            result.object += (index == 0 ? "" : " ") + words[index];
+            result.object.append(index == 0 ? "" : " ").append(words[index]);
     }
     return result;
 }
-
-struct CloseDirectory {
-    void operator()(DIR *stream) const { closedir(stream); }
-};
 
 } // namespace
 
@@ -93,10 +89,9 @@ Admin Admin::parse(const std::string &text) {
     const std::set<std::string> known = {"mail",     "instance", "partial", "runlevel",
                                          "idepend",  "rdepend",  "space",   "setuid",
                                          "conflict", "action",   "basedir", "networktimeout"};
-    for (const std::string &line : split(text, '\n'))
-        if (line.find('=') == std::string::npos && !line.starts_with('#') &&
-            line.find_first_not_of(" \t\r") != std::string::npos)
-            throw Failure("the admin file has a line that is no key=value: \"" + line + "\"");
+    for (const std::string_view line : hostadm::base::split(text, '\n'))
+        if (line.find('=') == line.npos && !line.starts_with('#') && !hostadm::base::trimmed(line).empty())
+            throw Failure("the admin file has a line that is no key=value: \"" + std::string(line) + "\"");
     for (const auto &[key, value] : parse_settings(text)) {
         if (!known.contains(key))
             throw Failure("the admin file has an unknown setting " + key);
@@ -133,22 +128,12 @@ void Installer::check_interrupt() const {
 
 std::vector<Installer::Installed> Installer::installed(const std::string &name) const {
     std::vector<Installed> found;
-    Descriptor directory = root_.open(records, O_RDONLY | O_DIRECTORY);
-    if (!directory)
-        return found;
-    const std::unique_ptr<DIR, CloseDirectory> stream(fdopendir(directory.get()));
-    if (!stream)
-        return found;
-    directory.release();
-    while (const dirent *const each = readdir(stream.get())) {
-        const std::string instance = each->d_name;
+    for (const std::string &instance : root_.names(records)) {
         if (instance != name && !instance.starts_with(name + "."))
             continue;
         if (const auto info = root_.read(std::string(records) + "/" + instance + "/pkginfo"))
             found.push_back({instance, parse_settings(*info)});
     }
-    std::sort(found.begin(), found.end(),
-              [](const Installed &one, const Installed &other) { return one.instance < other.instance; });
     return found;
 }
 
@@ -200,29 +185,38 @@ void Installer::choose_instance(Plan &plan) const {
 
 // Differs from what this package once put there.
 bool Installer::is_edited(const Entry &entry, const std::string &old_map) const {
-    const Descriptor file = root_.open(entry.path, O_RDONLY);
-    if (!file)
-        return false;
-    const Measure now = measure(file, entry.path);
-    for (const std::string &line : split(old_map, '\n')) {
-        const std::vector<std::string> words = words_of(line);
+    for (const std::string_view line : hostadm::base::split(old_map, '\n')) {
+        const std::vector<std::string_view> words = hostadm::base::words_of(line);
         // part type class path mode owner group size sum time
-        if (words.size() == 10 && words[3] == entry.written)
-            return words[7] != std::to_string(now.size) || words[8] != std::to_string(now.sum);
+        if (words.size() != 10 || words[3] != entry.written)
+            continue;
+        const auto present = root_.status(entry.path);
+        if (!present)
+            return false;
+        if (!S_ISREG(present->st_mode) || words[7] != std::to_string(present->st_size))
+            return true;
+        const Measure now =
+            measure(root_.open_file(entry.path), entry.path, static_cast<uint64_t>(present->st_size));
+        return words[7] != std::to_string(now.size) || words[8] != std::to_string(now.sum);
     }
     return false;
 }
 
 // The file is there already, in every respect as the package has it.
 bool Installer::is_in_place(const Entry &entry) const {
-    const auto info = root_.status(entry.path);
-    if (!info || !S_ISREG(info->st_mode) || static_cast<uint64_t>(info->st_size) != entry.size ||
-        !entry.mode || (info->st_mode & 07777U) != *entry.mode || !entry.modified ||
-        info->st_mtime != *entry.modified || info->st_uid != accounts_.user(entry.owner) ||
-        info->st_gid != accounts_.group(entry.group))
+    const auto present = root_.status(entry.path);
+    if (!present || !S_ISREG(present->st_mode) || !entry.mode || !entry.modified)
         return false;
-    const Descriptor file = root_.open(entry.path, O_RDONLY);
-    return file && measure(file, entry.path).sum == entry.sum;
+    const Descriptor file = root_.open_file(entry.path);
+    struct stat info = {};
+    if (fstat(file.get(), &info) != 0)
+        fail_with_errno(entry.path);
+    if (static_cast<uint64_t>(info.st_size) != entry.size || (info.st_mode & 07777U) != *entry.mode ||
+        info.st_mtime != *entry.modified || info.st_uid != accounts_.user(entry.owner) ||
+        info.st_gid != accounts_.group(entry.group))
+        return false;
+    const Measure now = measure(file, entry.path, entry.size);
+    return now.size == entry.size && now.sum == entry.sum;
 }
 
 Installer::Plan Installer::plan(const Package &package) const {
@@ -264,7 +258,8 @@ void Installer::check(const Plan &plan) const {
                 refuse("it needs the package " + needed + ", which is not installed");
     if (!admin_.conflict)
         return;
-    for (const std::string &line : split(root_.read(contents_path).value_or(""), '\n')) {
+    const std::string contents = root_.read(contents_path).value_or("");
+    for (const std::string_view line : hostadm::base::split(contents, '\n')) {
         if (line.empty() || line[0] == '#')
             continue;
         const ContentsLine present = parse_contents_line(line);
@@ -289,18 +284,16 @@ void Installer::check_space(const std::vector<Plan> &plans) const {
         for (const Entry *const entry : plan.place) {
             // The file system of the nearest directory that is there.
             std::string path = directory_part(entry->path);
-            Descriptor directory = root_.open(path, O_RDONLY | O_DIRECTORY);
-            while (!directory && path != "/") {
+            while (path != "/" && !root_.has_directory(path))
                 path = directory_part(path);
-                directory = root_.open(path, O_RDONLY | O_DIRECTORY);
-            }
+            const hostadm::base::Beneath directory = root_.directory(path);
             struct stat info = {};
-            if (!directory || fstat(directory.get(), &info) != 0)
+            if (fstat(directory.descriptor(), &info) != 0)
                 fail_with_errno(path);
             Need &need = needs[info.st_dev];
             if (need.path.empty()) {
                 need.path = path;
-                if (fstatvfs(directory.get(), &need.free) != 0)
+                if (fstatvfs(directory.descriptor(), &need.free) != 0)
                     fail_with_errno(path);
             }
             const uint64_t block = std::max<uint64_t>(need.free.f_frsize, 1);
@@ -340,10 +333,10 @@ std::string Installer::record_info(const Plan &plan) const {
         date = text;
     }
     std::string text;
-    for (const std::string &line : split(plan.package->info_text(), '\n'))
+    for (const std::string_view line : hostadm::base::split(plan.package->info_text(), '\n'))
         if (!line.empty() && !line.starts_with("PKGINST=") && !line.starts_with("INSTDATE=") &&
             !line.starts_with("BASEDIR="))
-            text += line + "\n";
+            text.append(line).append("\n");
     return text + "BASEDIR=" + plan.package->base() + "\nPKGINST=" + plan.instance + "\nINSTDATE=" + date +
            "\n";
 }
@@ -352,11 +345,12 @@ std::string Installer::record_info(const Plan &plan) const {
 std::string Installer::new_contents(const Plan &plan) const {
     std::string comments;
     std::map<std::string, ContentsLine> lines;
-    for (const std::string &line : split(root_.read(contents_path).value_or(""), '\n')) {
+    const std::string contents = root_.read(contents_path).value_or("");
+    for (const std::string_view line : hostadm::base::split(contents, '\n')) {
         if (line.empty())
             continue;
         if (line[0] == '#') {
-            comments += line + "\n";
+            comments.append(line).append("\n");
             continue;
         }
         ContentsLine present = parse_contents_line(line);
@@ -385,13 +379,13 @@ void Installer::carry_out(const Plan &plan) const {
     for (const Entry *const entry : plan.place)
         placement.stage(*plan.package, *entry);
     const std::string record = std::string(records) + "/" + plan.instance;
-    placement.stage_text(record + "/pkginfo", record_info(plan), 0644);
-    placement.stage_text(record + "/pkgmap", plan.package->map_text(), 0644);
+    placement.stage_record(record + "/pkginfo", record_info(plan));
+    placement.stage_record(record + "/pkgmap", plan.package->map_text());
     for (const Entry &entry : plan.package->information())
         if (entry.written != "pkginfo")
-            placement.stage_text(record + "/install/" + entry.written, plan.package->information_text(entry),
-                                 0644);
-    placement.stage_text(contents_path, new_contents(plan), 0644);
+            placement.stage_record(record + "/install/" + entry.written,
+                                   plan.package->information_text(entry));
+    placement.stage_record(contents_path, new_contents(plan));
     placement.commit();
 }
 
@@ -415,7 +409,7 @@ void Installer::install(const std::vector<Package> &packages, bool quiet) {
             carry_out(each);
         } catch (const Refusal &) {
             throw;
-        } catch (const Failure &error) {
+        } catch (const std::exception &error) {
             throw Failure(each.package->name() + ": " + error.what() + "; nothing of it was installed");
         }
         if (quiet)

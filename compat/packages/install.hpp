@@ -8,6 +8,7 @@
 
 #include "compat/packages/package.hpp"
 #include "compat/packages/root.hpp"
+#include "compat/support/failure.hpp"
 
 namespace compat {
 

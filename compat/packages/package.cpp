@@ -6,18 +6,19 @@
 #include <charconv>
 #include <cstring>
 #include <fcntl.h>
-#include <filesystem>
-#include <linux/openat2.h>
 #include <set>
-#include <sstream>
-#include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
+#include "base/text.hpp"
+#include "compat/support/failure.hpp"
+
 namespace compat {
+
+using hostadm::base::Descriptor;
+
 namespace {
 
-template <typename Number> std::optional<Number> number(const std::string &word, int base = 10) {
+template <typename Number> std::optional<Number> number(std::string_view word, int base = 10) {
     Number value = 0;
     const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value, base);
     if (error != std::errc() || end != word.data() + word.size())
@@ -28,14 +29,14 @@ template <typename Number> std::optional<Number> number(const std::string &word,
 // Takes the words of a line one after another.
 class Words {
 public:
-    explicit Words(std::vector<std::string> words) : words_(std::move(words)) {}
-    const std::string &next() {
+    explicit Words(std::string_view line) : words_(hostadm::base::words_of(line)) {}
+    std::string next() {
         if (at_ == words_.size())
             throw Failure("too few words");
-        return words_[at_++];
+        return std::string(words_[at_++]);
     }
     template <typename Number> Number next_number(int base = 10) {
-        const std::string &word = next();
+        const std::string word = next();
         if (const auto value = number<Number>(word, base))
             return *value;
         throw Failure("\"" + word + "\" is no number");
@@ -44,20 +45,30 @@ public:
     bool empty() const { return at_ == words_.size(); }
 
 private:
-    std::vector<std::string> words_;
+    std::vector<std::string_view> words_;
     size_t at_ = 0;
 };
 
 // Without empty and "." words; throws when a word leads upwards.
 std::string clean_path(const std::string &path) {
     std::string clean;
-    for (const std::string &part : split(path, '/')) {
+    for (const std::string_view part : hostadm::base::split(path, '/')) {
         if (part == "..")
             throw Failure("the path " + path + " leads out of its directory");
         if (!part.empty() && part != ".")
-            clean += "/" + part;
+            clean.append("/").append(part);
     }
     return clean.empty() ? "/" : clean;
+}
+
+// Of pkginfo and pkgmap.
+constexpr std::size_t largest_text = 64U << 20U;
+
+hostadm::base::Beneath opened(const std::string &directory) {
+    Descriptor package(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!package)
+        throw Failure(directory + ": no such package (" + std::strerror(errno) + ")");
+    return {std::move(package), directory};
 }
 
 } // namespace
@@ -73,27 +84,22 @@ unsigned Checksum::value() const {
     return static_cast<unsigned>((folded & 0xffffU) + (folded >> 16U));
 }
 
-Measure measure(const Descriptor &file, const std::string &path, const std::function<void()> &reading) {
+Measure measure(const Descriptor &file, const std::string &path, uint64_t most,
+                const std::function<void()> &reading) {
     Checksum sum;
     Measure result;
     char piece[65536];
-    for (ssize_t count; (count = read(file.get(), piece, sizeof piece)) != 0;) {
-        if (count < 0)
+    for (ssize_t count; result.size <= most && (count = read(file.get(), piece, sizeof piece)) != 0;) {
+        if (count < 0 && errno != EINTR)
             fail_with_errno(path);
         reading();
+        if (count < 0)
+            continue;
         sum.add({piece, static_cast<size_t>(count)});
         result.size += static_cast<size_t>(count);
     }
     result.sum = sum.value();
     return result;
-}
-
-std::vector<std::string> words_of(const std::string &line) {
-    std::istringstream stream(line);
-    std::vector<std::string> words;
-    for (std::string word; stream >> word;)
-        words.push_back(word);
-    return words;
 }
 
 bool is_package_name(const std::string &name) {
@@ -104,35 +110,31 @@ bool is_package_name(const std::string &name) {
 
 std::map<std::string, std::string> parse_settings(std::string_view text) {
     std::map<std::string, std::string> settings;
-    for (std::string &line : split(text, '\n')) {
+    for (const std::string_view line : hostadm::base::split(text, '\n')) {
         const size_t equals = line.find('=');
-        if (line.starts_with('#') || equals == std::string::npos)
+        if (line.starts_with('#') || equals == line.npos)
             continue;
-        std::string value = line.substr(equals + 1);
+        std::string_view value = line.substr(equals + 1);
         while (!value.empty() && std::isspace(static_cast<unsigned char>(value.back())))
-            value.pop_back();
+            value.remove_suffix(1);
         if (value.size() >= 2 && (value.front() == '"' || value.front() == '\'') &&
             value.front() == value.back())
             value = value.substr(1, value.size() - 2);
-        settings[line.substr(0, equals)] = value;
+        settings[std::string(line.substr(0, equals))] = value;
     }
     return settings;
 }
 
-Package::Package(std::string directory, const std::string &base) : directory_(std::move(directory)) {
-    opened_ = Descriptor(open(directory_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!opened_)
-        throw Failure(directory_ + ": no such package (" + std::strerror(errno) + ")");
+Package::Package(const std::string &directory, const std::string &base) : files_(opened(directory)) {
     for (const auto &[file, text] : {std::pair{"pkginfo", &info_text_}, std::pair{"pkgmap", &map_text_}}) {
-        const Descriptor source = open_below(file);
-        if (!source)
-            throw Failure(directory_ + ": no package, it has no file " + file);
-        *text = read_all(source.get(), directory_ + "/" + file);
+        if (!files_.is_file(file))
+            throw Failure(directory + ": no package, it has no file " + file);
+        *text = files_.read(file, largest_text);
     }
     settings_ = parse_settings(info_text_);
     name_ = setting("PKG");
     if (!is_package_name(name_))
-        throw Failure(directory_ + "/pkginfo: PKG=\"" + name_ + "\" is no package name");
+        throw Failure(directory + "/pkginfo: PKG=\"" + name_ + "\" is no package name");
     for (const char *const needed : {"ARCH", "VERSION"})
         if (setting(needed).empty())
             fail(std::string("pkginfo has no ") + needed);
@@ -153,19 +155,6 @@ void Package::fail(const std::string &text) const {
 std::string Package::setting(const std::string &key, const std::string &otherwise) const {
     const auto found = settings_.find(key);
     return found == settings_.end() || found->second.empty() ? otherwise : found->second;
-}
-
-// Nothing in a package may be reached through a link: it would lead out of it.
-Descriptor Package::open_below(const std::string &relative) const {
-    open_how how = {};
-    how.flags = O_RDONLY | O_CLOEXEC;
-    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
-    Descriptor file(
-        static_cast<int>(syscall(SYS_openat2, opened_.get(), relative.c_str(), &how, sizeof how)));
-    struct stat info = {};
-    if (file && (fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)))
-        file.reset();
-    return file;
 }
 
 // Replaces "$NAME" at the beginning of the word or of a part of a path by the package's setting.
@@ -193,8 +182,8 @@ std::string Package::place_of(const std::string &written) const {
     return clean_path(expanded.starts_with('/') ? expanded : base_ + "/" + expanded);
 }
 
-Entry Package::parse_line(std::vector<std::string> line) const {
-    Words words(std::move(line));
+Entry Package::parse_line(std::string_view line) const {
+    Words words(line);
     Entry entry;
     if (words.next_is_number())
         entry.part = words.next_number<unsigned>();
@@ -252,12 +241,12 @@ Entry Package::parse_line(std::vector<std::string> line) const {
 void Package::parse_map() {
     std::set<std::string> paths;
     int number = 0;
-    for (const std::string &line : split(map_text_, '\n')) {
+    for (const std::string_view line : hostadm::base::split(map_text_, '\n')) {
         ++number;
         if (line.empty() || line[0] == ':' || line[0] == '#')
             continue;
         try {
-            Entry entry = parse_line(words_of(line));
+            Entry entry = parse_line(line);
             if (entry.type == 'i')
                 information_.push_back(std::move(entry));
             else if (!paths.insert(entry.path).second)
@@ -301,18 +290,21 @@ Descriptor Package::open_source(const Entry &entry) const {
             candidates.push_back("reloc/" + below.substr(below.find('/') + 1));
     }
     for (const std::string &candidate : candidates)
-        if (Descriptor file = open_below(candidate))
-            return file;
+        if (files_.is_file(candidate))
+            return files_.open_file(candidate);
     fail("the file " + entry.written + " is missing, or not a plain file in the package");
 }
 
 std::string Package::information_text(const Entry &entry) const {
-    return read_all(open_source(entry).get(), entry.written);
+    const auto text = hostadm::base::read_stream(open_source(entry).get());
+    if (!text)
+        fail_with_errno("cannot read " + entry.written);
+    return *text;
 }
 
 void Package::verify(const std::function<void()> &reading) const {
     const auto verify_one = [&](const Entry &entry) {
-        const Measure found = measure(open_source(entry), entry.written, reading);
+        const Measure found = measure(open_source(entry), entry.written, all_of_it, reading);
         if (found.size != entry.size)
             fail("the file " + entry.written + " is damaged: it has " + std::to_string(found.size) +
                  " bytes instead of " + std::to_string(entry.size));
@@ -332,11 +324,11 @@ std::vector<std::string> Package::prerequisites() const {
     for (const Entry &entry : information_) {
         if (entry.written != "depend")
             continue;
-        for (const std::string &line : split(information_text(entry), '\n')) {
-            const std::vector<std::string> words = words_of(line);
+        hostadm::base::for_each_line(information_text(entry), [&](std::string_view line) {
+            const std::vector<std::string_view> words = hostadm::base::words_of(line);
             if (words.size() >= 2 && words[0] == "P")
-                names.push_back(words[1]);
-        }
+                names.emplace_back(words[1]);
+        });
     }
     return names;
 }

@@ -13,7 +13,7 @@
 #include <sys/types.h>
 #include <vector>
 
-#include "compat/support/file.hpp"
+#include "base/beneath.hpp"
 
 namespace compat {
 
@@ -32,11 +32,11 @@ struct Measure {
     uint64_t size = 0;
     unsigned sum = 0;
 };
+// Stops when it has read more than `most`.
+constexpr uint64_t all_of_it = ~uint64_t{0};
 Measure measure(
-    const Descriptor &file, const std::string &path, const std::function<void()> &reading = [] {});
-
-// The words of a line, separated by blanks.
-std::vector<std::string> words_of(const std::string &line);
+    const hostadm::base::Descriptor &file, const std::string &path, uint64_t most = all_of_it,
+    const std::function<void()> &reading = [] {});
 
 // At most 64 letters, digits and + - _, a letter first.
 bool is_package_name(const std::string &name);
@@ -71,7 +71,7 @@ class Package {
 public:
     // Reads and checks pkginfo and pkgmap. `base` is the base directory
     // that the administrator wants; empty leaves it to the package.
-    Package(std::string directory, const std::string &base);
+    Package(const std::string &directory, const std::string &base);
 
     const std::string &name() const { return name_; }
     const std::string &base() const { return base_; }
@@ -82,7 +82,7 @@ public:
     const std::vector<Entry> &information() const { return information_; }
 
     // The contents of a file entry, opened for reading.
-    Descriptor open_source(const Entry &entry) const;
+    hostadm::base::Descriptor open_source(const Entry &entry) const;
     // Throws unless the size and the checksum of every file
     // are those of pkgmap. `reading` is called now and then.
     void verify(const std::function<void()> &reading = [] {}) const;
@@ -92,15 +92,14 @@ public:
 
 private:
     void parse_map();
-    Entry parse_line(std::vector<std::string> words) const;
+    Entry parse_line(std::string_view line) const;
     void refuse_scripts() const;
     std::string expand(const std::string &word) const;
     std::string place_of(const std::string &written) const;
-    Descriptor open_below(const std::string &relative) const;
     [[noreturn]] void fail(const std::string &text) const;
 
-    std::string directory_;
-    Descriptor opened_;
+    // Nothing in a package may be reached through a link: it would lead out of it.
+    hostadm::base::Beneath files_;
     std::string name_;
     std::string base_;
     std::string info_text_;

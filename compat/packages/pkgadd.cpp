@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 
 #include "compat/packages/install.hpp"
+#include "compat/support/failure.hpp"
+#include "compat/support/files.hpp"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // pkgmk: makes a package in the System V directory format from a tree.
 #include <algorithm>
-#include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -10,16 +10,22 @@
 #include <map>
 #include <set>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/sysmacros.h>
 #include <system_error>
 #include <unistd.h>
 
+#include "base/beneath.hpp"
 #include "compat/packages/package.hpp"
+#include "compat/support/failure.hpp"
+#include "compat/support/files.hpp"
 
 namespace {
 
 namespace fs = std::filesystem;
 using compat::Failure;
+using hostadm::base::Beneath;
+using hostadm::base::Descriptor;
 
 constexpr const char *help = R"(usage: pkgmk [-ao] [-d DIRECTORY] [-e PATH]... -r TREE PACKAGE [KEY=VALUE]...
 Makes the package PACKAGE below DIRECTORY (/var/spool/pkg) from everything in TREE, in the System V directory
@@ -103,12 +109,9 @@ std::string owner_word(unsigned id) {
     return id == 0 ? "root" : std::to_string(id);
 }
 
-std::string measured(const std::string &path, const struct stat &info) {
-    const compat::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!file)
-        compat::fail_with_errno(path);
-    const compat::Measure found = compat::measure(file, path);
-    return std::to_string(found.size) + " " + std::to_string(found.sum) + " " + std::to_string(info.st_mtime);
+// Size, checksum and time as pkgmap tells them.
+std::string told(uint64_t size, const compat::Checksum &sum, time_t modified) {
+    return std::to_string(size) + " " + std::to_string(sum.value()) + " " + std::to_string(modified);
 }
 
 class Maker {
@@ -127,20 +130,14 @@ public:
             throw Failure("\"" + settings_.package + "\" is no package name");
         if (!fs::is_directory(settings_.tree))
             throw Failure(settings_.tree + ": no such tree");
+        const Beneath tree(settings_.tree);
         const fs::path package = fs::path(settings_.spool) / settings_.package;
         if (fs::exists(package) && !settings_.overwrite)
             throw Failure(package.string() + " is there already; -o replaces it");
         fs::create_directories(settings_.spool);
-        fresh_ = fs::path(settings_.spool) / ("." + settings_.package + ".new");
-        fs::remove_all(fresh_);
-        fs::create_directories(fresh_);
+        begin();
         write_info();
-        // Sorted, so that the same tree gives the same package.
-        std::set<fs::path> paths;
-        for (const auto &each : fs::recursive_directory_iterator(settings_.tree))
-            paths.insert(each.path());
-        for (const fs::path &path : paths)
-            add(path);
+        add_all(tree, "");
         if (!editable_.empty())
             throw Failure(*editable_.begin() + ": " + settings_.tree +
                           " has no such file that could be edited");
@@ -150,37 +147,68 @@ public:
             map += line + "\n";
         compat::replace_file(fresh_ / "pkgmap", map);
         compat::Package(fresh_, "").verify(); // as pkgadd will read it
-        fs::remove_all(package);
-        fs::rename(fresh_, package);
+        put_in_place(package);
     }
 
 private:
+    // A folder that is there under this name was left by one that was killed, or is a trap.
+    void begin() {
+        const fs::path fresh = fs::path(settings_.spool) / ("." + settings_.package + ".new");
+        fs::remove_all(fresh);
+        if (mkdir(fresh.c_str(), 0755) != 0)
+            compat::fail_with_errno("cannot make " + fresh.string());
+        fresh_ = fresh;
+    }
+
+    // The earlier package goes when the new one is on the disk.
+    void put_in_place(const fs::path &package) {
+        const Descriptor spool(open(settings_.spool.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (!spool || syncfs(spool.get()) != 0)
+            compat::fail_with_errno("cannot write to " + settings_.spool);
+        if (renameat2(AT_FDCWD, fresh_.c_str(), AT_FDCWD, package.c_str(), RENAME_EXCHANGE) == 0) {
+            fs::remove_all(fresh_);
+        } else {
+            fs::remove_all(package);
+            fs::rename(fresh_, package);
+        }
+        if (fsync(spool.get()) != 0)
+            compat::fail_with_errno("cannot write to " + settings_.spool);
+    }
+
     void write_info() {
         std::string text;
         for (const auto &[key, value] : settings_.info)
             text += key + "=" + value + "\n";
-        const std::string path = fresh_ / "pkginfo";
-        compat::replace_file(path, text);
+        compat::replace_file(fresh_ / "pkginfo", text);
+        compat::Checksum sum;
+        sum.add(text);
         struct stat info = {};
-        if (stat(path.c_str(), &info) != 0)
-            compat::fail_with_errno(path);
-        information_line_ = "1 i pkginfo " + measured(path, info) + "\n";
+        if (stat((fresh_ / "pkginfo").c_str(), &info) != 0)
+            compat::fail_with_errno((fresh_ / "pkginfo").string());
+        information_line_ = "1 i pkginfo " + told(text.size(), sum, info.st_mtime) + "\n";
     }
 
-    void add(const fs::path &path) {
-        struct stat info = {};
-        if (lstat(path.c_str(), &info) != 0)
-            compat::fail_with_errno(path);
-        const std::string relative = path.lexically_relative(settings_.tree);
+    // The tree may belong to somebody who changes it meanwhile: no link in it is followed.
+    void add_all(const Beneath &directory, const std::string &above) {
+        for (const std::string &name : directory.names())
+            add(directory, name, above.empty() ? name : above + "/" + name);
+    }
+
+    void add(const Beneath &directory, const std::string &name, const std::string &relative) {
+        const auto present = directory.status(name);
+        if (!present)
+            throw Failure(directory.path_of(name) + " has gone while it was packaged");
+        const struct stat &info = *present;
         const std::string written = settings_.absolute ? "/" + relative : relative;
         if (written.find_first_of(" \t\n=$") != std::string::npos)
             throw Failure(written + ": pkgmap cannot hold a path with a blank, \"=\" or \"$\"");
         const std::string rest =
             octal(info.st_mode) + " " + owner_word(info.st_uid) + " " + owner_word(info.st_gid);
-        if (S_ISDIR(info.st_mode))
+        if (S_ISDIR(info.st_mode)) {
             put(written, "d none " + written + " " + rest);
-        else if (S_ISLNK(info.st_mode))
-            put(written, "s none " + written + "=" + fs::read_symlink(path).string());
+            add_all(directory.directory(name), relative);
+        } else if (S_ISLNK(info.st_mode))
+            put(written, "s none " + written + "=" + directory.link_target(name));
         else if (S_ISBLK(info.st_mode) || S_ISCHR(info.st_mode))
             put(written, std::string(S_ISBLK(info.st_mode) ? "b" : "c") + " none " + written + " " +
                              std::to_string(major(info.st_rdev)) + " " + std::to_string(minor(info.st_rdev)) +
@@ -188,25 +216,58 @@ private:
         else if (S_ISFIFO(info.st_mode))
             put(written, "p none " + written + " " + rest);
         else if (S_ISREG(info.st_mode))
-            add_file(path, relative, written, info, rest);
+            add_file(directory.open_file(name), relative, written, rest);
         else
-            throw Failure(path.string() + ": a socket cannot be packaged");
+            throw Failure(directory.path_of(name) + ": a socket cannot be packaged");
     }
 
-    void add_file(const fs::path &path, const std::string &relative, const std::string &written,
-                  const struct stat &info, const std::string &rest) {
+    void add_file(const Descriptor &source, const std::string &relative, const std::string &written,
+                  const std::string &rest) {
+        struct stat info = {};
+        if (fstat(source.get(), &info) != 0)
+            compat::fail_with_errno(written);
         const auto [first, is_first] = names_.try_emplace({info.st_dev, info.st_ino}, written);
         if (!is_first) {
             put(written, "l none " + written + "=" + first->second);
             return;
         }
         const bool editable = editable_.erase(relative) != 0;
-        put(written,
-            std::string(editable ? "e" : "f") + " none " + written + " " + rest + " " + measured(path, info));
-        kilobytes_ += (static_cast<uint64_t>(info.st_size) + 1023) / 1024;
+        const auto size = static_cast<uint64_t>(info.st_size);
+        const compat::Checksum sum = copy(source, relative, size, info.st_mode & 0777U);
+        put(written, std::string(editable ? "e" : "f") + " none " + written + " " + rest + " " +
+                         told(size, sum, info.st_mtime));
+        kilobytes_ += (size + 1023) / 1024;
+    }
+
+    // Copies the file into the package, as long as it was said to be.
+    compat::Checksum copy(const Descriptor &source, const std::string &relative, uint64_t size, mode_t mode) {
+        const std::string path = settings_.tree + "/" + relative;
         const fs::path copy = fresh_ / (settings_.absolute ? "root" : "reloc") / relative;
         fs::create_directories(copy.parent_path());
-        fs::copy_file(path, copy);
+        const Descriptor target(open(copy.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+        struct statvfs room = {};
+        if (!target || fstatvfs(target.get(), &room) != 0)
+            compat::fail_with_errno("cannot make " + copy.string());
+        if (size / std::max<uint64_t>(room.f_frsize, 1) >= room.f_bavail)
+            throw Failure(path + ": no space for its " + std::to_string(size >> 10U) + " KB in " +
+                          settings_.spool);
+        compat::Checksum sum;
+        uint64_t copied = 0;
+        char piece[65536];
+        for (ssize_t count; copied <= size && (count = read(source.get(), piece, sizeof piece)) != 0;) {
+            if (count < 0 && errno != EINTR)
+                compat::fail_with_errno(path);
+            if (count < 0)
+                continue;
+            sum.add({piece, static_cast<size_t>(count)});
+            copied += static_cast<size_t>(count);
+            compat::write_all(target, {piece, static_cast<size_t>(count)}, copy);
+        }
+        if (copied != size)
+            throw Failure(path + " has changed while it was packaged");
+        if (fchmod(target.get(), mode) != 0)
+            compat::fail_with_errno("cannot set the mode of " + copy.string());
+        return sum;
     }
 
     void put(const std::string &path, const std::string &line) { lines_.emplace_back(path, "1 " + line); }

@@ -9,7 +9,14 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include "compat/support/failure.hpp"
+#include "compat/support/files.hpp"
+
 namespace compat {
+
+using hostadm::base::Beneath;
+using hostadm::base::Descriptor;
+
 namespace {
 
 // Beside its place, so that it is on the same file system, and the same in every run, so that the next one
@@ -24,9 +31,36 @@ std::string beside(const std::string &path, const char *ending) {
 constexpr const char *fresh_ending = ".pkgnew";
 constexpr const char *saved_ending = ".pkgold";
 
-void clear_beside(const Descriptor &parent, const std::string &path) {
+[[noreturn]] void fail_as_replaced(const std::string &path) {
+    throw Failure(path + " was replaced by somebody else while it was installed");
+}
+
+Descriptor make_file(const Beneath &parent, const std::string &name, const std::string &path) {
+    Descriptor file(openat(parent.descriptor(), name.c_str(),
+                           O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!file)
+        fail_with_errno("cannot make " + path);
+    return file;
+}
+
+struct stat status_of(const Descriptor &file, const std::string &path) {
+    struct stat info = {};
+    if (fstat(file.get(), &info) != 0)
+        fail_with_errno(path);
+    return info;
+}
+
+// Of what is there under this name, a link itself and not its target.
+struct stat status_of(const Beneath &parent, const std::string &name, const std::string &path) {
+    const auto info = parent.status(name);
+    if (!info)
+        fail_as_replaced(path);
+    return *info;
+}
+
+void clear_beside(const Beneath &parent, const std::string &path) {
     for (const char *const ending : {fresh_ending, saved_ending})
-        unlinkat(parent.get(), beside(path, ending).c_str(), 0);
+        unlinkat(parent.descriptor(), beside(path, ending).c_str(), 0);
 }
 
 } // namespace
@@ -40,9 +74,8 @@ Placement::~Placement() {
 
 void Placement::clear_remains(const Package &package) const {
     for (const Entry &entry : package.entries())
-        if (!entry.is_directory())
-            if (const Descriptor parent = root_.directory(directory_part(entry.path)))
-                clear_beside(parent, entry.path);
+        if (!entry.is_directory() && root_.has_directory(directory_part(entry.path)))
+            clear_beside(root_.parent_of(entry.path), entry.path);
 }
 
 void Placement::stage(const Package &package, const Entry &entry) {
@@ -61,167 +94,196 @@ void Placement::stage(const Package &package, const Entry &entry) {
 
 void Placement::make_parents(const std::string &path) {
     const std::string directory = directory_part(path);
-    if (root_.directory(directory))
+    if (root_.has_directory(directory))
         return;
-    if (errno != ENOENT)
-        fail_with_errno(directory);
-    if (const auto info = root_.status(directory))
-        throw Failure(directory + " is a link that leads to no directory inside the root");
+    if (const auto present = root_.status(directory))
+        throw Failure(directory + (S_ISLNK(present->st_mode)
+                                       ? " is a link that leads to no directory inside the root"
+                                       : " is there already and is no directory"));
     make_parents(directory);
-    const Descriptor parent = root_.parent_of(directory);
-    if (mkdirat(parent.get(), last_part(directory).c_str(), 0755) != 0)
-        fail_with_errno("cannot make " + directory);
-    undo_.push_back([this, directory] {
-        unlinkat(root_.parent_of(directory).get(), last_part(directory).c_str(), AT_REMOVEDIR);
-    });
-    fchownat(parent.get(), last_part(directory).c_str(), 0, 0, AT_SYMLINK_NOFOLLOW);
-    fchmodat(parent.get(), last_part(directory).c_str(), 0755, 0);
-}
-
-void Placement::set_attributes(int directory, const std::string &name, const Entry &entry,
-                               mode_t otherwise) const {
-    if (fchownat(directory, name.c_str(), accounts_.user(entry.owner), accounts_.group(entry.group),
-                 AT_SYMLINK_NOFOLLOW) != 0)
-        fail_with_errno("cannot give " + entry.path + " to " + entry.owner + ":" + entry.group);
-    // After the owner, whose change takes the set-user and set-group bits away.
-    if (fchmodat(directory, name.c_str(), entry.mode.value_or(otherwise), 0) != 0)
-        fail_with_errno("cannot set the mode of " + entry.path);
+    if (root_.make_directory(directory))
+        undo_.push_back([this, directory] {
+            unlinkat(root_.parent_of(directory).descriptor(), last_part(directory).c_str(), AT_REMOVEDIR);
+        });
+    changed_.insert(directory);
+    changed_.insert(directory_part(directory));
 }
 
 void Placement::place_directory(const Entry &entry) {
-    if (entry.path != "/" && !root_.directory(entry.path)) {
-        if (errno != ENOENT)
-            throw Failure(entry.path + " is there already and is no directory");
+    if (entry.path != "/")
         make_parents(entry.path + "/below");
-    }
-    const Descriptor directory = root_.open(entry.path, O_RDONLY | O_DIRECTORY);
+    const Beneath directory = root_.directory(entry.path);
     struct stat before = {};
-    if (!directory || fstat(directory.get(), &before) != 0)
+    if (fstat(directory.descriptor(), &before) != 0)
         fail_with_errno(entry.path);
     undo_.push_back([this, path = entry.path, before] {
-        const Descriptor again = root_.open(path, O_RDONLY | O_DIRECTORY);
-        if (again && fchown(again.get(), before.st_uid, before.st_gid) == 0)
-            fchmod(again.get(), before.st_mode & 07777U);
+        const Beneath again = root_.directory(path);
+        if (fchown(again.descriptor(), before.st_uid, before.st_gid) == 0)
+            fchmod(again.descriptor(), before.st_mode & 07777U);
     });
     const uid_t user = entry.owner == "?" ? before.st_uid : accounts_.user(entry.owner);
     const gid_t group = entry.group == "?" ? before.st_gid : accounts_.group(entry.group);
-    if (fchown(directory.get(), user, group) != 0 ||
-        fchmod(directory.get(), entry.mode.value_or(before.st_mode & 07777U)) != 0)
+    if (fchown(directory.descriptor(), user, group) != 0 ||
+        fchmod(directory.descriptor(), entry.mode.value_or(before.st_mode & 07777U)) != 0)
         fail_with_errno("cannot set the owner and mode of " + entry.path);
+    changed_.insert(entry.path);
 }
 
-Descriptor Placement::begin(const std::string &path, Pending &pending) {
+Beneath Placement::begin(const std::string &path, Pending &pending) {
     make_parents(path);
-    Descriptor parent = root_.parent_of(path);
+    Beneath parent = root_.parent_of(path);
     pending.path = path;
     pending.fresh = beside(path, fresh_ending);
     pending.saved = beside(path, saved_ending);
     clear_beside(parent, path);
-    struct stat info = {};
-    pending.had_before = fstatat(parent.get(), last_part(path).c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
-    if (pending.had_before && S_ISDIR(info.st_mode))
+    const auto present = parent.status(last_part(path));
+    pending.had_before = present.has_value();
+    if (present && S_ISDIR(present->st_mode))
         throw Failure(path + " is there already and is a directory");
     pending_.push_back(pending);
+    changed_.insert(directory_part(path));
     return parent;
+}
+
+void Placement::staged(Pending pending, const struct stat &object) {
+    pending.device = object.st_dev;
+    pending.inode = object.st_ino;
+    pending_.back() = std::move(pending);
 }
 
 void Placement::stage_file(const Package &package, const Entry &entry) {
     const Descriptor source = package.open_source(entry);
     Pending pending;
-    const Descriptor parent = begin(entry.path, pending);
-    const Descriptor fresh(openat(parent.get(), pending.fresh.c_str(),
-                                  O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!fresh)
-        fail_with_errno("cannot make " + entry.path);
+    const Beneath parent = begin(entry.path, pending);
+    const Descriptor fresh = make_file(parent, pending.fresh, entry.path);
     Checksum sum;
     uint64_t size = 0;
     char piece[65536];
     for (ssize_t count; (count = read(source.get(), piece, sizeof piece)) != 0;) {
-        if (count < 0)
+        if (count < 0 && errno != EINTR)
             fail_with_errno("cannot read " + entry.written);
         working_();
+        if (count < 0)
+            continue;
         sum.add({piece, static_cast<size_t>(count)});
         size += static_cast<size_t>(count);
-        write_all(fresh.get(), {piece, static_cast<size_t>(count)}, entry.path);
+        write_all(fresh, {piece, static_cast<size_t>(count)}, entry.path);
     }
     if (size != entry.size || sum.value() != entry.sum)
         throw Failure("the file " + entry.written + " has changed while it was installed");
-    set_attributes(parent.get(), pending.fresh, entry, 0644);
+    if (fchown(fresh.get(), accounts_.user(entry.owner), accounts_.group(entry.group)) != 0)
+        fail_with_errno("cannot give " + entry.path + " to " + entry.owner + ":" + entry.group);
+    // After the owner, whose change takes the set-user and set-group bits away.
+    if (fchmod(fresh.get(), entry.mode.value_or(0644)) != 0)
+        fail_with_errno("cannot set the mode of " + entry.path);
     if (entry.modified) {
         const timespec times[2] = {{*entry.modified, 0}, {*entry.modified, 0}};
         futimens(fresh.get(), times);
     }
+    staged(std::move(pending), status_of(fresh, entry.path));
 }
 
-void Placement::stage_text(const std::string &path, const std::string &text, mode_t mode) {
+void Placement::stage_record(const std::string &path, const std::string &text) {
     Pending pending;
-    const Descriptor parent = begin(path, pending);
-    const Descriptor fresh(openat(parent.get(), pending.fresh.c_str(),
-                                  O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!fresh)
-        fail_with_errno("cannot make " + path);
-    write_all(fresh.get(), text, path);
-    if (fchmod(fresh.get(), mode) != 0)
+    const Beneath parent = begin(path, pending);
+    const Descriptor fresh = make_file(parent, pending.fresh, path);
+    write_all(fresh, text, path);
+    if (fchmod(fresh.get(), 0644) != 0)
         fail_with_errno("cannot set the mode of " + path);
+    pending.record = true;
+    staged(std::move(pending), status_of(fresh, path));
 }
 
 // A new link is made at once, since later files of the package may lie behind it.
 void Placement::stage_link(const Entry &entry) {
     make_parents(entry.path);
     const std::string name = last_part(entry.path);
-    const Descriptor parent = root_.parent_of(entry.path);
-    if (symlinkat(entry.target.c_str(), parent.get(), name.c_str()) == 0) {
-        undo_.push_back(
-            [this, path = entry.path] { unlinkat(root_.parent_of(path).get(), last_part(path).c_str(), 0); });
+    const Beneath parent = root_.parent_of(entry.path);
+    if (symlinkat(entry.target.c_str(), parent.descriptor(), name.c_str()) == 0) {
+        undo_.push_back([this, path = entry.path] {
+            unlinkat(root_.parent_of(path).descriptor(), last_part(path).c_str(), 0);
+        });
+        changed_.insert(directory_part(entry.path));
         return;
     }
     if (errno != EEXIST)
         fail_with_errno("cannot make the link " + entry.path);
-    std::string present(entry.target.size() + 1, '\0');
-    const ssize_t length = readlinkat(parent.get(), name.c_str(), present.data(), present.size());
-    if (length >= 0 && std::string_view(present.data(), static_cast<size_t>(length)) == entry.target)
+    const auto present = parent.status(name);
+    if (present && S_ISLNK(present->st_mode) && parent.link_target(name) == entry.target)
         return;
     Pending pending;
     begin(entry.path, pending);
-    if (symlinkat(entry.target.c_str(), parent.get(), pending.fresh.c_str()) != 0)
+    if (symlinkat(entry.target.c_str(), parent.descriptor(), pending.fresh.c_str()) != 0)
         fail_with_errno("cannot make the link " + entry.path);
+    const struct stat object = status_of(parent, pending.fresh, entry.path);
+    staged(std::move(pending), object);
 }
 
 void Placement::stage_hard_link(const Entry &entry) {
-    const auto staged = std::find_if(pending_.begin(), pending_.end(),
-                                     [&](const Pending &other) { return other.path == entry.target; });
-    const std::string name = staged == pending_.end() ? last_part(entry.target) : staged->fresh;
+    const auto other = std::find_if(pending_.begin(), pending_.end(),
+                                    [&](const Pending &each) { return each.path == entry.target; });
+    const std::string name = other == pending_.end() ? last_part(entry.target) : other->fresh;
     Pending pending;
-    const Descriptor parent = begin(entry.path, pending);
-    const Descriptor source = root_.parent_of(entry.target);
-    if (linkat(source.get(), name.c_str(), parent.get(), pending.fresh.c_str(), 0) != 0)
+    const Beneath parent = begin(entry.path, pending);
+    const Beneath source = root_.parent_of(entry.target);
+    if (linkat(source.descriptor(), name.c_str(), parent.descriptor(), pending.fresh.c_str(), 0) != 0)
         fail_with_errno("cannot link " + entry.path + " to " + entry.target);
+    const struct stat object = status_of(parent, pending.fresh, entry.path);
+    staged(std::move(pending), object);
 }
 
 void Placement::stage_special(const Entry &entry) {
     Pending pending;
-    const Descriptor parent = begin(entry.path, pending);
+    const Beneath parent = begin(entry.path, pending);
     const mode_t type = entry.type == 'b' ? S_IFBLK : entry.type == 'c' ? S_IFCHR : S_IFIFO;
-    if (mknodat(parent.get(), pending.fresh.c_str(), type | 0600U, makedev(entry.major, entry.minor)) != 0)
+    const dev_t device = entry.type == 'p' ? 0 : makedev(entry.major, entry.minor);
+    if (mknodat(parent.descriptor(), pending.fresh.c_str(), type | 0600U, device) != 0)
         fail_with_errno("cannot make the device " + entry.path);
-    set_attributes(parent.get(), pending.fresh, entry, 0600);
+    parent.set_attributes(pending.fresh, {.mode = entry.mode.value_or(0600),
+                                          .owner = accounts_.user(entry.owner),
+                                          .group = accounts_.group(entry.group)});
+    const struct stat object = status_of(parent, pending.fresh, entry.path);
+    if ((object.st_mode & S_IFMT) != type || object.st_rdev != device)
+        fail_as_replaced(entry.path);
+    staged(std::move(pending), object);
+}
+
+void Placement::put_in_place(Pending &pending) {
+    const Beneath parent = root_.parent_of(pending.path);
+    const int directory = parent.descriptor();
+    const std::string name = last_part(pending.path);
+    if (pending.had_before && linkat(directory, name.c_str(), directory, pending.saved.c_str(), 0) != 0)
+        fail_with_errno("cannot save " + pending.path);
+    // Two names of one file: rename would leave both.
+    if (renameat(directory, pending.fresh.c_str(), directory, name.c_str()) != 0)
+        fail_with_errno("cannot put " + pending.path + " in place");
+    pending.renamed = true;
+    unlinkat(directory, pending.fresh.c_str(), 0);
+    const struct stat object = status_of(parent, name, pending.path);
+    if (object.st_dev != pending.device || object.st_ino != pending.inode)
+        fail_as_replaced(pending.path);
+}
+
+// Each file system once.
+void Placement::flush() const {
+    std::set<dev_t> flushed;
+    for (const std::string &path : changed_) {
+        const Beneath directory = root_.directory(path);
+        struct stat info = {};
+        if (fstat(directory.descriptor(), &info) != 0)
+            fail_with_errno(path);
+        if (flushed.insert(info.st_dev).second)
+            directory.flush();
+    }
 }
 
 void Placement::commit() {
-    // One flush for all: no file may be in place before its contents are on the disk.
-    if (syncfs(root_.get()) != 0)
-        fail_with_errno("cannot write to the disk");
-    for (Pending &pending : pending_) {
-        const Descriptor parent = root_.parent_of(pending.path);
-        const std::string name = last_part(pending.path);
-        if (pending.had_before &&
-            linkat(parent.get(), name.c_str(), parent.get(), pending.saved.c_str(), 0) != 0)
-            fail_with_errno("cannot save " + pending.path);
-        // Two names of one file: rename would leave both.
-        if (renameat(parent.get(), pending.fresh.c_str(), parent.get(), name.c_str()) != 0)
-            fail_with_errno("cannot put " + pending.path + " in place");
-        pending.renamed = true;
-        unlinkat(parent.get(), pending.fresh.c_str(), 0);
+    flush(); // no file may be in place before its contents are on the disk
+    for (const bool record : {false, true}) {
+        for (Pending &pending : pending_)
+            if (pending.record == record)
+                put_in_place(pending);
+        flush();
     }
     committed_ = true;
 }
@@ -236,24 +298,37 @@ void Placement::roll_back() noexcept {
     };
     for (auto pending = pending_.rbegin(); pending != pending_.rend(); ++pending)
         attempt([&] {
-            const Descriptor parent = root_.parent_of(pending->path);
+            const Beneath parent = root_.parent_of(pending->path);
+            const int directory = parent.descriptor();
             const std::string name = last_part(pending->path);
-            unlinkat(parent.get(), pending->fresh.c_str(), 0);
+            unlinkat(directory, pending->fresh.c_str(), 0);
             if (pending->renamed && !pending->had_before)
-                unlinkat(parent.get(), name.c_str(), 0);
+                unlinkat(directory, name.c_str(), 0);
             else if (pending->renamed)
-                renameat(parent.get(), pending->saved.c_str(), parent.get(), name.c_str());
+                renameat(directory, pending->saved.c_str(), directory, name.c_str());
             else
-                unlinkat(parent.get(), pending->saved.c_str(), 0);
+                unlinkat(directory, pending->saved.c_str(), 0);
         });
     for (auto action = undo_.rbegin(); action != undo_.rend(); ++action)
         attempt(*action);
+    attempt([&] {
+        changed_ = {"/"}; // others may be gone again
+        flush();
+    });
 }
 
 void Placement::drop_saved() noexcept {
-    for (const Pending &pending : pending_)
-        if (const Descriptor parent = root_.directory(directory_part(pending.path)))
-            unlinkat(parent.get(), pending.saved.c_str(), 0);
+    try {
+        bool dropped = false;
+        for (const Pending &pending : pending_)
+            if (pending.had_before)
+                dropped |=
+                    unlinkat(root_.parent_of(pending.path).descriptor(), pending.saved.c_str(), 0) == 0;
+        if (dropped)
+            flush();
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "pkgadd: %s\n", error.what()); // it is installed all the same
+    }
 }
 
 } // namespace compat

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Puts the objects of one package in place, all of them or none: everything is first laid beside its place
-// under another name, then renamed; whatever fails before the end is taken back.
+// under another name, then renamed; whatever fails before the end is taken back. Once it is committed it stays,
+// also after a power cut.
 #pragma once
 
 #include <functional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -26,7 +28,9 @@ public:
     // which may be one with its owner's rights.
     void clear_remains(const Package &package) const;
     void stage(const Package &package, const Entry &entry);
-    void stage_text(const std::string &path, const std::string &text, mode_t mode);
+    // A text of the record of what is installed. It comes behind the objects, and gets its place only when they
+    // have theirs on the disk: who finds the record may believe it.
+    void stage_record(const std::string &path, const std::string &text);
     // Renames everything into place.
     void commit();
 
@@ -35,8 +39,11 @@ private:
         std::string path;
         std::string fresh; // name beside it
         std::string saved; // name of what was there before
+        bool record = false;
         bool renamed = false;
         bool had_before = false;
+        dev_t device = 0; // which object it is that was laid there
+        ino_t inode = 0;
     };
 
     void make_parents(const std::string &path);
@@ -46,8 +53,11 @@ private:
     void stage_hard_link(const Entry &entry);
     void stage_special(const Entry &entry);
     // Opens the directory of `path` and clears the name beside it; the object is to be made there.
-    Descriptor begin(const std::string &path, Pending &pending);
-    void set_attributes(int directory, const std::string &name, const Entry &entry, mode_t otherwise) const;
+    hostadm::base::Beneath begin(const std::string &path, Pending &pending);
+    // The object is there, and nothing is to take its place.
+    void staged(Pending pending, const struct stat &object);
+    void put_in_place(Pending &pending);
+    void flush() const;
     void roll_back() noexcept;
     void drop_saved() noexcept;
 
@@ -56,6 +66,7 @@ private:
     std::function<void()> working_;
     std::vector<Pending> pending_;
     std::vector<std::function<void()>> undo_; // what was done at once: directories and their attributes
+    std::set<std::string> changed_;           // directories
     bool committed_ = false;
 };
 

@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: MIT
 // The root directory that packages are installed into. Every path is looked up inside it, as a process with
-// this root directory would: an absolute link leads to a place inside, and ".." does not lead out.
+// this root directory would: an absolute link leads to a place inside, and ".." does not lead out. It may belong to
+// a client that changes it meanwhile.
 #pragma once
 
 #include <functional>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
+#include <vector>
 
-#include "compat/support/file.hpp"
+#include "base/beneath.hpp"
 
 namespace compat {
 
@@ -16,22 +18,25 @@ class Root {
 public:
     explicit Root(const std::string &path);
 
-    // One installation at a time; waits at most five minutes,
-    // and may be given up by an exception of `waiting`.
+    // One installation at a time; waits at most five minutes, and may be given up by an exception of `waiting`.
     void lock(const std::function<void()> &waiting) const;
-    int get() const { return opened_.get(); }
-    // Null with errno set when it cannot be opened.
-    Descriptor open(const std::string &path, int flags) const;
-    Descriptor directory(const std::string &path) const;
-    // The directory of a path; throws when it is not there.
-    Descriptor parent_of(const std::string &path) const;
+
+    bool has_directory(const std::string &path) const;
+    // Throws when it is not there.
+    hostadm::base::Beneath directory(const std::string &path) const;
+    hostadm::base::Beneath parent_of(const std::string &path) const;
     // What is there, a link itself and not its target.
-    std::optional<struct stat> status(const std::string &path) const;
+    std::optional<struct stat> status(const std::string &path) const { return files_.status(path); }
+    hostadm::base::Descriptor open_file(const std::string &path) const { return files_.open_file(path); }
+    // Nothing when there is no such file; throws when it is no plain one.
     std::optional<std::string> read(const std::string &path) const;
+    // None when there is no such directory.
+    std::vector<std::string> names(const std::string &path) const;
+    // False: it is there already.
+    bool make_directory(const std::string &path) const { return files_.make_directory(path); }
 
 private:
-    std::string path_;
-    Descriptor opened_;
+    hostadm::base::Beneath files_;
 };
 
 std::string directory_part(const std::string &path); // "/usr" of "/usr/bin", "/" of "/usr"

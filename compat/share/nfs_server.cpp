@@ -13,7 +13,9 @@
 #include <unistd.h>
 
 #include "compat/share/share_table.hpp"
-#include "compat/support/file.hpp"
+#include "compat/support/failure.hpp"
+#include "compat/support/files.hpp"
+#include "compat/support/processes.hpp"
 
 namespace compat {
 namespace {
@@ -78,8 +80,8 @@ public:
     }
 
     void reload() const override {
-        for (const pid_t process : processes_named(ganesha_process))
-            reread(process);
+        for (const hostadm::base::Process &process : daemons_named(ganesha_process))
+            reread(process.pid);
     }
 
 private:
@@ -158,11 +160,7 @@ public:
         return text;
     }
 
-    void reload() const override {
-        const Outcome outcome = run({exportfs_program, "-ra"});
-        if (outcome.status != 0)
-            throw Failure("exportfs -ra failed: " + outcome.output.substr(0, outcome.output.find('\n')));
-    }
+    void reload() const override { run_or_fail({exportfs_program, "-ra"}); }
 
 private:
     static std::string option_words(Access access, bool root, std::optional<unsigned> anonymous) {
@@ -185,7 +183,7 @@ bool kernel_server_runs() {
 std::unique_ptr<NfsServer> installed_nfs_server() {
     const bool ganesha = is_program(ganesha_program);
     const bool kernel = is_program(exportfs_program);
-    if (kernel && kernel_server_runs() && processes_named(ganesha_process).empty())
+    if (kernel && kernel_server_runs() && daemons_named(ganesha_process).empty())
         return std::make_unique<KernelServer>();
     if (ganesha)
         return std::make_unique<Ganesha>();

@@ -4,7 +4,8 @@
 #include <algorithm>
 #include <charconv>
 
-#include "compat/support/file.hpp"
+#include "base/text.hpp"
+#include "compat/support/failure.hpp"
 
 namespace compat {
 namespace {
@@ -21,12 +22,12 @@ bool is_client(std::string_view word) {
 }
 
 void append_clients(std::vector<std::string> &clients, std::string_view option, std::string_view list) {
-    for (std::string &client : split(list, ':')) {
+    for (const std::string_view client : hostadm::base::split(list, ':')) {
         if (!is_client(client))
-            throw Failure("option " + std::string(option) + "=: \"" + client +
+            throw Failure("option " + std::string(option) + "=: \"" + std::string(client) +
                           "\" is no client: give host names, addresses, .DOMAIN or @NETWORK/BITS, "
                           "separated by \":\"");
-        clients.push_back(std::move(client));
+        clients.emplace_back(client);
     }
 }
 
@@ -48,11 +49,11 @@ ShareOptions parse_share_options(std::string_view text) {
     ShareOptions options;
     bool write_all = false;
     bool read_all = false;
-    for (const std::string &word : split(text, ',')) {
+    for (const std::string_view word : hostadm::base::split(text, ',')) {
         const size_t equals = word.find('=');
-        const std::string_view name = std::string_view(word).substr(0, equals);
+        const std::string_view name = word.substr(0, equals);
         const std::string_view value =
-            equals == std::string::npos ? std::string_view() : std::string_view(word).substr(equals + 1);
+            equals == std::string::npos ? std::string_view() : word.substr(equals + 1);
         if (word == "rw")
             write_all = true;
         else if (word == "ro")
@@ -66,7 +67,7 @@ ShareOptions parse_share_options(std::string_view text) {
         else if (name == "anon")
             options.anonymous = parse_anonymous(value);
         else if (word != "sec=sys")
-            throw Failure("unknown option \"" + word + "\"; known are " + std::string(known));
+            throw Failure("unknown option \"" + std::string(word) + "\"; known are " + std::string(known));
     }
     if (write_all && read_all)
         throw Failure("options rw and ro exclude each other");

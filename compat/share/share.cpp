@@ -10,11 +10,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/text.hpp"
 #include "compat/share/nfs_server.hpp"
 #include "compat/share/options.hpp"
 #include "compat/share/share_table.hpp"
 #include "compat/support/debian_program.hpp"
-#include "compat/support/file.hpp"
+#include "compat/support/failure.hpp"
+#include "compat/support/files.hpp"
 
 namespace compat {
 namespace {
@@ -249,7 +251,7 @@ int unshare(const std::vector<std::string> &words) {
 }
 
 // The words of a line of the share table, with the quoting that the shell has.
-std::vector<std::string> table_words(const std::string &line) {
+std::vector<std::string> table_words(std::string_view line) {
     std::vector<std::string> words;
     bool in_word = false;
     char quote = 0;
@@ -306,7 +308,8 @@ int shareall(const std::vector<std::string> &words) {
         table.clear();
     int status = 0;
     int number = 0;
-    for (const std::string &line : split(text.value_or(""), '\n')) {
+    const std::string lines = text.value_or("");
+    for (const std::string_view line : hostadm::base::split(lines, '\n')) {
         ++number;
         try {
             const std::vector<std::string> line_words = table_words(line);
@@ -348,7 +351,7 @@ int main(int argc, char **argv) {
     const std::vector<std::string> words(argv, argv + argc);
     const char *const slash = argc > 0 ? std::strrchr(argv[0], '/') : nullptr;
     const std::string name = argc == 0 ? "share" : slash != nullptr ? slash + 1 : argv[0];
-    return compat::guarded_main(name.c_str(), compat::status_failed, [&] {
+    return compat::guarded_main(name, compat::status_failed, [&] {
         try {
             if (name == "unshare" && compat::is_for_debians_unshare(words))
                 compat::DebianProgram("unshare", "util-linux").take_over(argv);
@@ -360,7 +363,7 @@ int main(int argc, char **argv) {
                 return compat::unshareall(words);
             return compat::share(words);
         } catch (const compat::UsageError &error) {
-            compat::print_complaint(name.c_str(), error.what());
+            compat::print_complaint(name, error.what());
             return compat::status_usage;
         }
     });

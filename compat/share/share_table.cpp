@@ -4,6 +4,11 @@
 #include <algorithm>
 #include <bitset>
 #include <charconv>
+#include <string_view>
+
+#include "base/text.hpp"
+#include "compat/support/failure.hpp"
+#include "compat/support/files.hpp"
 
 namespace compat {
 namespace {
@@ -16,13 +21,14 @@ constexpr unsigned last_number = 65535;
 
 ShareTable ShareTable::load() {
     ShareTable table;
-    for (const std::string &line : split(read_file(table_path).value_or(""), '\n')) {
-        std::vector<std::string> fields = split(line, '\t');
+    const std::string text = read_file(table_path).value_or("");
+    hostadm::base::for_each_line(text, [&](std::string_view line) {
+        std::vector<std::string_view> fields = hostadm::base::split(line, '\t');
         if (fields.size() < 4 || !fields[0].starts_with('/'))
-            continue;
+            return;
         fields.resize(5);
-        table.shares_.push_back({fields[0], fields[3], fields[4]});
-    }
+        table.shares_.push_back({std::string(fields[0]), std::string(fields[3]), std::string(fields[4])});
+    });
     return table;
 }
 
@@ -55,12 +61,15 @@ bool ShareTable::remove(const std::string &path) {
 
 ExportNumbers ExportNumbers::load() {
     ExportNumbers numbers;
-    for (const std::string &line : split(read_file(numbers_path).value_or(""), '\n')) {
+    const std::string text = read_file(numbers_path).value_or("");
+    hostadm::base::for_each_line(text, [&](std::string_view line) {
         unsigned number = 0;
-        const auto [end, error] = std::from_chars(line.data(), line.data() + line.size(), number);
-        if (error == std::errc() && *end == ' ' && number >= 1 && number <= last_number)
-            numbers.entries_.push_back({number, std::string(end + 1)});
-    }
+        const std::size_t blank = std::min(line.find(' '), line.size());
+        const auto [end, error] = std::from_chars(line.data(), line.data() + blank, number);
+        if (error == std::errc() && end == line.data() + blank && blank < line.size() && number >= 1 &&
+            number <= last_number)
+            numbers.entries_.push_back({number, std::string(line.substr(blank + 1))});
+    });
     return numbers;
 }
 

@@ -3,10 +3,9 @@
 // by tabs; and the numbers under which the shares are exported: /etc/dfs/exportids, "NUMBER PATH" per line.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
-
-#include "compat/support/file.hpp"
 
 namespace compat {
 

@@ -2,22 +2,21 @@
 #include "compat/support/debian_program.hpp"
 
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include "compat/support/file.hpp"
+#include "base/descriptor.hpp"
+#include "base/program.hpp"
+#include "base/text.hpp"
+#include "compat/support/failure.hpp"
 
 namespace compat {
 
-void DebianProgram::fail_to_run() const {
-    if (errno == ENOENT)
+void DebianProgram::fail_to_run(int error) const {
+    if (error == ENOENT)
         throw Failure(path_ + " is missing; install the package " + package_);
-    fail_with_errno("cannot run " + path_);
+    fail_with_errno("cannot run " + path_, error);
 }
 
 // Where both directories are one, this program would start itself for ever.
@@ -31,51 +30,35 @@ void DebianProgram::require_other_than_this() const {
 void DebianProgram::take_over(char **argv) const {
     require_other_than_this();
     execv(path_.c_str(), argv);
-    fail_to_run();
+    fail_to_run(errno);
 }
 
 int DebianProgram::run_silently(const std::vector<std::string> &words, const std::string &hint) const {
     require_other_than_this();
     // Not a pipe: a mount that goes on in the background would hold its end.
-    const Descriptor said(memfd_create("said", MFD_CLOEXEC));
+    const hostadm::base::Descriptor said(memfd_create("said", MFD_CLOEXEC));
     if (!said)
         fail_with_errno("cannot keep what mount says");
 
-    std::string name = path_.substr(path_.rfind('/') + 1);
-    std::vector<char *> arguments = {name.data()};
-    for (const std::string &word : words)
-        arguments.push_back(const_cast<char *>(word.c_str()));
-    arguments.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, said.get(), STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, said.get(), STDERR_FILENO);
-    pid_t child = 0;
-    errno = posix_spawn(&child, path_.c_str(), &actions, nullptr, arguments.data(), environ);
-    const int error = errno;
-    posix_spawn_file_actions_destroy(&actions);
-    errno = error;
-    if (error != 0)
-        fail_to_run();
-
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0)
-        if (errno != EINTR)
-            fail_with_errno("cannot wait for " + path_);
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 0)
+    const std::string name(hostadm::base::last_component(path_));
+    hostadm::base::Program program{.words = {path_}};
+    program.words.insert(program.words.end(), words.begin(), words.end());
+    // It may ask for a password.
+    program.descriptors = {
+        {STDIN_FILENO, STDIN_FILENO}, {STDOUT_FILENO, said.get()}, {STDERR_FILENO, said.get()}};
+    const hostadm::base::Ending ending = hostadm::base::run(program);
+    if (ending.well())
         return 0;
+    if (ending.start_error != 0)
+        fail_to_run(ending.start_error);
     if (!hint.empty())
-        print_complaint(name.c_str(), hint);
-    lseek(said.get(), 0, SEEK_SET);
-    const std::string text = read_all(said.get(), "what " + path_ + " said");
-    write_all(STDERR_FILENO, text, "standard error");
-    if (WIFSIGNALED(status)) {
-        print_complaint(name.c_str(), path_ + " was ended by signal " + std::to_string(WTERMSIG(status)));
-        return 128 + WTERMSIG(status);
-    }
-    if (text.empty())
-        print_complaint(name.c_str(), path_ + " failed with status " + std::to_string(WEXITSTATUS(status)));
-    return WEXITSTATUS(status);
+        print_complaint(name, hint);
+    const auto text = hostadm::base::read_whole(said.get());
+    if (text)
+        hostadm::base::write_all(STDERR_FILENO, *text);
+    if (ending.signal != 0 || !text || text->empty())
+        print_complaint(name, path_ + " " + hostadm::base::in_words(ending));
+    return ending.signal != 0 ? 128 + ending.signal : ending.exit_status;
 }
 
 } // namespace compat

@@ -21,7 +21,7 @@ public:
     int run_silently(const std::vector<std::string> &words, const std::string &hint = "") const;
 
 private:
-    [[noreturn]] void fail_to_run() const;
+    [[noreturn]] void fail_to_run(int error) const;
     void require_other_than_this() const;
 
     std::string path_;

@@ -90,8 +90,8 @@ private:
     }
 
     Registered registered_;
-    compat::Descriptor wire_{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
-    compat::Descriptor listening_{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    hostadm::base::Descriptor wire_{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+    hostadm::base::Descriptor listening_{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
     std::atomic<int> unanswered_ = 0;
     std::atomic<int> calls_ = 0;
     std::atomic<bool> ending_ = false;
@@ -216,7 +216,10 @@ TEST(NfsDaemons, NeedRpcbind) {
 }
 
 std::vector<pid_t> running() {
-    return compat::processes_named("in.rarpd");
+    std::vector<pid_t> numbers;
+    for (const hostadm::base::Process &process : compat::daemons_named("in.rarpd"))
+        numbers.push_back(process.pid);
+    return numbers;
 }
 
 // Of the program that the adapter turns into, not of the adapter.

@@ -7,13 +7,24 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <unistd.h>
 
-#include "compat/support/file.hpp"
+#include "base/program.hpp"
+#include "compat/support/files.hpp"
+#include "compat/support/processes.hpp"
 
 namespace compat {
 
+struct Outcome {
+    int status = 0; // 128 + signal when killed
+    std::string output;
+};
+
 inline Outcome sh(const std::string &command) {
-    return run({"/bin/sh", "-c", command});
+    using namespace hostadm::base;
+    const Answer answer = run_and_listen({.words = {"/bin/sh", "-c", command}}, Errors::with_output);
+    return {answer.ending.signal != 0 ? 128 + answer.ending.signal : answer.ending.exit_status,
+            answer.output};
 }
 
 inline void write_text(const std::string &path, const std::string &text) {

@@ -223,9 +223,9 @@ TEST_F(Calls, ThatSucceedSayNothingAndThatFailSayAll) {
     EXPECT_THAT(sh("/usr/sbin/mount -F ufs a /b").output, EndsWith("\none\ntwo\n"));
     expect_failure("/usr/sbin/mount -F ufs -o ufstype=44bsd a /b", "one\n", 64);
     place("exit 5\n");
-    expect_failure(mount, "mount: /usr/bin/mount failed with status 5\n", 5);
+    expect_failure(mount, "mount: /usr/bin/mount ended with exit status 5\n", 5);
     place("kill -KILL $$\n");
-    expect_failure(umount, "umount: /usr/bin/umount was ended by signal 9\n", 128 + SIGKILL);
+    expect_failure(umount, "umount: /usr/bin/umount was killed by signal 9 (Killed)\n", 128 + SIGKILL);
 }
 
 TEST_F(Calls, DoNotWaitForAMountThatGoesOnInTheBackground) {

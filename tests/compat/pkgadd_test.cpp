@@ -75,7 +75,7 @@ TEST(PackageChecksum, IsThatOfSumS) {
     must("head -c 300000 /dev/urandom >/tmp/noise");
     compat::Checksum sum;
     sum.add(text_of("/tmp/noise"));
-    EXPECT_EQ(std::to_string(sum.value()), compat::split(sh("sum -s /tmp/noise").output, ' ')[0]);
+    EXPECT_THAT(sh("sum -s /tmp/noise").output, StartsWith(std::to_string(sum.value()) + " "));
     EXPECT_EQ(compat::Checksum().value(), 0U);
 }
 
@@ -297,9 +297,9 @@ TEST_F(Pkgadd, KeepsDependAndCopyrightWithTheRecord) {
     make();
     must("mkdir /tmp/p/spool/ABChello/install; echo 'P ABCbase the base' "
          ">/tmp/p/spool/ABChello/install/depend");
-    const std::vector<std::string> sum =
-        compat::split(sh("sum -s /tmp/p/spool/ABChello/install/depend").output, ' ');
-    set_map_line("$a1 i depend 19 " + sum[0] + " 700000000");
+    std::string sum = sh("sum -s /tmp/p/spool/ABChello/install/depend").output;
+    sum.resize(sum.find(' '));
+    set_map_line("$a1 i depend 19 " + sum + " 700000000");
     expect_added();
     EXPECT_EQ(text_of("/tmp/p/root/var/sadm/pkg/ABChello/install/depend"), "P ABCbase the base\n");
     set_admin("idepend", "quit");
@@ -347,6 +347,162 @@ TEST_F(Pkgadd, LinksInThePackageAreNotFollowed) {
     make();
     must("cd /tmp/p/spool/ABChello/reloc/etc; mv motd m; ln -s m motd");
     expect_refused("not a plain file in the package");
+}
+
+// ---- a client that changes its root meanwhile ----
+
+constexpr const char *add_words = "-S -n -R /tmp/p/root -a /tmp/p/admin -d /tmp/p/spool all";
+
+// A server's own files, told with their modes and owners, and what a client does to reach them: everything that lies
+// beside its place becomes a link to a file, and every directory of the package one to a directory.
+class PkgaddAttacked : public Pkgadd {
+protected:
+    void SetUp() override {
+        Pkgadd::SetUp();
+        must("rm -rf /tmp/p/server; mkdir -m 700 /tmp/p/server; echo secret >/tmp/p/server/key; chmod 600 "
+             "/tmp/p/server/key");
+        write_text("/tmp/p/attack", R"(cd /tmp/p/root || exit
+find . -name '.*.pkgnew' -exec ln -sfn /tmp/p/server/key {} \;
+find . -depth -mindepth 1 -type d \( -name usr -o -name bin -o -name etc \) \
+    -exec mv -T {} {}.away \; -exec ln -sfn /tmp/p/server {} \;
+)");
+        server_ = listing("/tmp/p/server");
+    }
+    void expect_server_untouched(const std::string &when) const {
+        EXPECT_EQ(listing("/tmp/p/server"), server_) << when;
+    }
+    // Stops the program behind the call with this number, of those with these names, while the client attacks.
+    // False: it does not make so many.
+    static bool run_attacked_after(int call, const std::string &calls, const std::string &program) {
+        must("rm -f /tmp/p/calls /tmp/p/ended");
+        const Outcome outcome =
+            sh("(ASAN_OPTIONS=detect_leaks=0 strace -f -o /tmp/p/calls -e trace=" + calls +
+               " -e inject=" + calls + ":signal=STOP:when=" + std::to_string(call) + " " + program +
+               R"( >/tmp/p/said 2>&1; touch /tmp/p/ended) &
+            until grep -q 'stopped by SIGSTOP' /tmp/p/calls 2>/dev/null; do
+                test ! -e /tmp/p/ended || exit 9
+                sleep 0.002
+            done
+            sh /tmp/p/attack
+            until test -e /tmp/p/ended; do # strace may not have seen the stop to its end yet
+                kill -CONT $(awk '/stopped by SIGSTOP/ { print $1; exit }' /tmp/p/calls) 2>/dev/null
+                sleep 0.002
+            done)");
+        return outcome.status != 9;
+    }
+    std::string server_;
+};
+
+TEST_F(PkgaddAttacked, NoPauseLetsAClientLeadAnInstallationToTheServersFiles) {
+    must("printf 'a text\\n' >/tmp/p/tree/etc/text");
+    make("ABChello", "-e etc/text");
+    int stops = 0;
+    for (int call = 1;; ++call) {
+        must("rm -rf /tmp/p/root; mkdir /tmp/p/root");
+        if (!run_attacked_after(call,
+                                "mkdirat,mknodat,symlinkat,linkat,renameat,unlinkat,fchown,fchmod,fchownat,"
+                                "fchmodat,chmod,utimensat,syncfs",
+                                std::string("/usr/sbin/pkgadd ") + add_words))
+            break;
+        ++stops;
+        expect_server_untouched("after call " + std::to_string(call));
+        ASSERT_LT(call, 5000);
+    }
+    EXPECT_GE(stops, 30);
+}
+
+TEST_F(PkgaddAttacked, NoSwapInALoopLeadsAnInstallationToTheServersFiles) {
+    make();
+    must("(while :; do for name in usr/bin/.hello etc/.tape etc/.motd etc/.pipe; do "
+         "ln -sfn /tmp/p/server/key /tmp/p/root/$name.pkgnew; done; done) >/dev/null 2>&1 & echo $! "
+         ">/tmp/swapper");
+    for (int run = 0; run < 20; ++run) {
+        must("rm -rf /tmp/p/root/var; find /tmp/p/root -type f -delete; mkdir -p /tmp/p/root/usr/bin "
+             "/tmp/p/root/etc");
+        add();
+        expect_server_untouched("run " + std::to_string(run));
+    }
+    must("kill $(cat /tmp/swapper); while kill -0 $(cat /tmp/swapper) 2>/dev/null; do sleep 0.01; done");
+}
+
+TEST_F(PkgaddAttacked, WhatAClientPutInPlaceOfAFileIsNoSuccess) {
+    make();
+    // Between the last look and the rename: the file that was laid beside its place is another one now.
+    write_text("/tmp/p/attack",
+               "find /tmp/p/root -name .hello.pkgnew -exec sh -c 'echo theirs >{}.x; mv {}.x {}' \\;\n");
+    const Outcome traced = sh("ASAN_OPTIONS=detect_leaks=0 strace -f -o /tmp/p/calls -e trace=syncfs -e "
+                              "inject=syncfs:signal=STOP:when=1 /usr/sbin/pkgadd " +
+                              std::string(add_words) + R"( >/tmp/p/said 2>&1 & traced=$!
+        until grep -q 'stopped by SIGSTOP' /tmp/p/calls 2>/dev/null; do sleep 0.002; done
+        sh /tmp/p/attack
+        pid=$(awk '/stopped by SIGSTOP/ { print $1; exit }' /tmp/p/calls)
+        while kill -CONT $pid 2>/dev/null; do sleep 0.002; done
+        wait $traced)");
+    EXPECT_EQ(traced.status, 1);
+    EXPECT_THAT(text_of("/tmp/p/said"),
+                HasSubstr("hello was replaced by somebody else while it was installed"));
+    EXPECT_FALSE(std::filesystem::exists("/tmp/p/root/usr/bin/hello"));
+}
+
+TEST_F(PkgaddAttacked, PipesDevicesAndEndlessFilesInTheRootAreNotRead) {
+    make("ABChello", "-e etc/motd");
+    expect_added();
+    for (const char *const table : {"etc/passwd", "etc/motd", "var/sadm/install/contents"}) {
+        for (const std::string make_trap : {"mkfifo ", "cp -a /dev/zero ", "truncate -s 4E "}) {
+            const std::string path = std::string("/tmp/p/root/") + table;
+            must("rm -f " + path + "; " + make_trap + path);
+            const Outcome outcome = sh("(ulimit -v 4000000; timeout -s KILL 20 /usr/sbin/pkgadd " +
+                                       std::string(add_words) + ") 2>&1");
+            EXPECT_NE(outcome.status, 128 + SIGKILL) << make_trap << path;
+            must("rm -f " + path);
+        }
+    }
+}
+
+TEST_F(PkgaddAttacked, NoPauseLetsATreeLeadTheMakerToTheServersFiles) {
+    write_text("/tmp/p/attack", R"(cd /tmp/p/tree || exit
+find . -type f -exec ln -sfn /tmp/p/server/key {} \;
+find . -depth -mindepth 1 -type d -exec mv -T {} /tmp/p/away \; -exec ln -sfn /tmp/p/server {} \; -exec rm -r /tmp/p/away \;
+)");
+    must("cp -a /tmp/p/tree /tmp/p/tree.good");
+    int stops = 0;
+    for (int call = 1;; call += 1 + call / 20) {
+        must("rm -rf /tmp/p/tree /tmp/p/spool; cp -a /tmp/p/tree.good /tmp/p/tree; mkdir /tmp/p/spool");
+        if (!run_attacked_after(call, "openat,openat2,fstat,newfstatat,getdents64,readlinkat",
+                                "/usr/bin/pkgmk -d /tmp/p/spool -r /tmp/p/tree ABChello"))
+            break;
+        ++stops;
+        EXPECT_EQ(sh("grep -r secret /tmp/p/spool").output, "") << "after call " << call;
+        expect_server_untouched("after call " + std::to_string(call));
+        ASSERT_LT(call, 5000);
+    }
+    EXPECT_GE(stops, 20);
+}
+
+// ---- done means done ----
+
+// Everything is flushed before the first rename, and the renames before the end.
+TEST_F(Pkgadd, SaysDoneOnlyWhenAllIsOnTheDisk) {
+    make();
+    must("ASAN_OPTIONS=detect_leaks=0 strace -o /tmp/p/calls -e trace=syncfs,renameat,renameat2,exit_group "
+         "/usr/sbin/pkgadd " +
+         std::string(add_words));
+    EXPECT_EQ(sh("sed 's/(.*//' /tmp/p/calls | grep -v exited | uniq").output,
+              "syncfs\nrenameat\nsyncfs\nrenameat\nsyncfs\nexit_group\n");
+}
+
+TEST_F(Pkgadd, FailedFlushTakesEverythingBack) {
+    make();
+    const std::string before = listing("/tmp/p/root");
+    for (int when = 1; when <= 3; ++when) {
+        const Outcome outcome =
+            sh("ASAN_OPTIONS=detect_leaks=0 strace -o /dev/null -e trace=syncfs -e "
+               "inject=syncfs:error=EIO:when=" +
+               std::to_string(when) + " /usr/sbin/pkgadd " + std::string(add_words) + " 2>&1");
+        EXPECT_THAT(outcome.output, HasSubstr("Input/output error; nothing of it was installed")) << when;
+        EXPECT_EQ(outcome.status, 1) << when;
+        EXPECT_EQ(listing("/tmp/p/root"), before) << when;
+    }
 }
 
 // ---- failures on the way ----

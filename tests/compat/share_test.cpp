@@ -8,10 +8,10 @@
 
 namespace {
 
+using compat::daemons_named;
 using compat::eventually;
 using compat::must;
 using compat::Outcome;
-using compat::processes_named;
 using compat::sh;
 using compat::text_of;
 using compat::write_text;
@@ -28,8 +28,8 @@ protected:
         must("printf '127.0.0.1 localhost\\n192.168.1.10 c1\\n192.168.1.11 c2\\n' >/etc/hosts");
     }
     void TearDown() override {
-        for (const pid_t process : processes_named("ganesha.nfsd"))
-            kill(process, SIGKILL);
+        for (const hostadm::base::Process &process : daemons_named("ganesha.nfsd"))
+            kill(process.pid, SIGKILL);
     }
 
     static std::string list() { return sh("/usr/sbin/share").output; }
@@ -247,7 +247,7 @@ TEST_F(Share, ClientWithoutAddressDoesNotSpoilTheShare) {
 
 // By itself the look-up of one name would take ten seconds, and there are two shares to look it up for.
 TEST_F(Share, SilentNameServerHoldsNothingUp) {
-    const compat::Descriptor silent(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const hostadm::base::Descriptor silent(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons(53);
@@ -284,7 +284,7 @@ TEST_F(Share, WhenNumbersRunOutTheOldestUnusedOneIsTaken) {
 
 TEST_F(Share, RunningServerReadsItsExportsAgain) {
     sh("/usr/bin/ganesha.nfsd >/dev/null 2>&1 &");
-    ASSERT_TRUE(eventually([] { return !processes_named("ganesha.nfsd").empty(); }));
+    ASSERT_TRUE(eventually([] { return !daemons_named("ganesha.nfsd").empty(); }));
     expect_silence("/usr/sbin/share /export/home"); // while the server is still starting
     EXPECT_TRUE(
         eventually([] { return text_of("/tmp/readings").find("/export/home") != std::string::npos; }));
@@ -293,7 +293,7 @@ TEST_F(Share, RunningServerReadsItsExportsAgain) {
         const std::string readings = text_of("/tmp/readings");
         return readings.substr(readings.rfind("== read")).find("/export/home") == std::string::npos;
     }));
-    EXPECT_EQ(processes_named("ganesha.nfsd").size(), 1U);
+    EXPECT_EQ(daemons_named("ganesha.nfsd").size(), 1U);
 }
 
 TEST_F(Share, TwentyAtOnceLoseNothing) {
