@@ -7,6 +7,9 @@
 #include <cstdlib>
 #include <memory>
 
+#include "base/boundary.hpp"
+#include "base/immortal.hpp"
+#include "base/owners.hpp"
 #include "hostadm/platform.h"
 
 namespace hostadm::platform {
@@ -21,13 +24,6 @@ std::string_view trimmed(std::string_view text) {
         return {};
     return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
-
-struct CloseStream {
-    void operator()(std::FILE *stream) const { std::fclose(stream); }
-};
-struct Free {
-    void operator()(char *text) const { std::free(text); }
-};
 
 } // namespace
 
@@ -52,10 +48,10 @@ std::optional<std::vector<std::string>> sources_in_line(std::string_view line, s
 }
 
 std::optional<std::vector<std::string>> sources_of(const std::string &path, std::string_view database) {
-    const std::unique_ptr<std::FILE, CloseStream> file(std::fopen(path.c_str(), "re"));
+    const base::Stream file(std::fopen(path.c_str(), "re"));
     if (!file)
         return std::nullopt;
-    std::unique_ptr<char, Free> buffer;
+    base::Allocated<char> buffer;
     std::size_t capacity = 0;
     for (;;) {
         char *line = buffer.release();
@@ -92,18 +88,17 @@ struct Configuration {
 
 } // namespace
 
-struct sysv_nsw_config *sysv_nsw_getconfig(const char *database) try {
-    static std::unique_ptr<Configuration> last;
-    if (database == nullptr || *database == '\0') {
-        errno = EINVAL;
-        return nullptr;
-    }
-    auto sources = hostadm::platform::sources_of("/etc/nsswitch.conf", database);
-    if (!sources)
-        return nullptr;
-    last = std::make_unique<Configuration>(std::move(*sources));
-    return &last->config;
-} catch (const std::exception &) {
-    errno = ENOMEM;
-    return nullptr;
+struct sysv_nsw_config *sysv_nsw_getconfig(const char *database) {
+    return hostadm::base::errno_at_boundary(nullptr, [&]() -> sysv_nsw_config * {
+        static hostadm::base::Immortal<std::unique_ptr<Configuration>> last;
+        if (database == nullptr || *database == '\0') {
+            errno = EINVAL;
+            return nullptr;
+        }
+        auto sources = hostadm::platform::sources_of("/etc/nsswitch.conf", database);
+        if (!sources)
+            return nullptr;
+        last.get() = std::make_unique<Configuration>(std::move(*sources));
+        return &last.get()->config;
+    });
 }

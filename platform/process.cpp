@@ -5,13 +5,14 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/vfs.h>
 
-#include "platform/descriptor.hpp"
+#include "base/boundary.hpp"
+#include "base/descriptor.hpp"
+#include "base/processes.hpp"
 
 namespace hostadm::platform {
 
@@ -23,7 +24,7 @@ constexpr std::size_t stat_start = 128;
 template <std::size_t Size>
 std::optional<std::string_view> read_start(int directory_fd, const char *name,
                                            std::array<char, Size> &buffer) {
-    const Descriptor file(openat(directory_fd, name, O_RDONLY | O_CLOEXEC));
+    const base::Descriptor file(openat(directory_fd, name, O_RDONLY | O_CLOEXEC));
     if (!file.is_open())
         return std::nullopt;
     const ssize_t size = read(file.get(), buffer.data(), buffer.size());
@@ -39,21 +40,6 @@ template <std::size_t Size> void copy_cut(std::string_view text, char (&field)[S
 }
 
 } // namespace
-
-std::optional<ProcessStat> parse_stat(std::string_view text) {
-    const std::size_t open = text.find(" (");
-    const std::size_t close = text.rfind(") ");
-    if (open == std::string_view::npos || close == std::string_view::npos || close < open + 2 ||
-        close + 2 >= text.size())
-        return std::nullopt;
-    ProcessStat stat;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + open, stat.pid);
-    if (error != std::errc() || end != text.data() + open || stat.pid <= 0)
-        return std::nullopt;
-    stat.name = text.substr(open + 2, close - open - 2);
-    stat.state = text[close + 2];
-    return stat;
-}
 
 std::string joined_arguments(std::string_view command_line) {
     std::string joined(command_line.substr(0, command_line.find_last_not_of('\0') + 1));
@@ -72,12 +58,12 @@ bool read_process(int directory_fd, struct sysv_psinfo &info) {
     const auto stat_text = read_start(directory_fd, "stat", stat_buffer);
     if (!stat_text)
         return false;
-    const auto stat = parse_stat(*stat_text);
+    const auto stat = base::parse_process_stat(*stat_text);
     if (!stat) {
         errno = EINVAL;
         return false;
     }
-    const bool defunct = stat->state == 'Z' || stat->state == 'X';
+    const bool defunct = stat->is_defunct();
     info.pr_zomb = defunct ? 1 : 0;
     info.pr_pid = stat->pid;
     copy_cut(stat->name, info.pr_fname);
@@ -117,21 +103,20 @@ int as_psinfo_error(int process_fd, int error) {
 
 } // namespace
 
-int sysv_psinfo(int process_fd, struct sysv_psinfo *info) try {
-    if (info == nullptr) {
-        errno = EINVAL;
-        return -1;
-    }
-    struct sysv_psinfo found {};
-    if (!is_on_proc(process_fd))
-        return -1;
-    if (!hostadm::platform::read_process(process_fd, found)) {
-        errno = as_psinfo_error(process_fd, errno);
-        return -1;
-    }
-    *info = found;
-    return 0;
-} catch (const std::exception &) {
-    errno = ENOMEM;
-    return -1;
+int sysv_psinfo(int process_fd, struct sysv_psinfo *info) {
+    return hostadm::base::errno_at_boundary(-1, [&] {
+        if (info == nullptr) {
+            errno = EINVAL;
+            return -1;
+        }
+        struct sysv_psinfo found {};
+        if (!is_on_proc(process_fd))
+            return -1;
+        if (!hostadm::platform::read_process(process_fd, found)) {
+            errno = as_psinfo_error(process_fd, errno);
+            return -1;
+        }
+        *info = found;
+        return 0;
+    });
 }

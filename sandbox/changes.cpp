@@ -231,7 +231,7 @@ std::optional<std::string> Changes::read_after(const std::string &path) const {
         return std::nullopt;
     const Layers *holder = nullptr;
     for (const Layers &layers : areas_->list)
-        if (is_within(path, layers.mount_point) &&
+        if (base::is_within(path, layers.mount_point) &&
             (holder == nullptr || layers.mount_point.size() >= holder->mount_point.size()))
             holder = &layers;
     if (holder == nullptr)

@@ -3,13 +3,13 @@
 
 #include <array>
 #include <fcntl.h>
-#include <fstream>
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <system_error>
 
 #include "sandbox/mount_table.hpp"
 #include "sandbox/tree.hpp"
@@ -27,7 +27,7 @@ constexpr std::array<const char *, 6> harmless_devices = {"/dev/null",   "/dev/z
 
 // One file system of the running system.
 struct Area {
-    Mount mount;
+    base::Mount mount;
     Descriptor lower;
     std::string directory; // of its layers, on the stage
     bool single_file = false;
@@ -51,11 +51,17 @@ Descriptor open_place(const std::string &path) {
     return Descriptor(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
 }
 
+std::vector<base::Mount> mounts_of_this_system() try {
+    return base::all_mounts();
+} catch (const std::system_error &error) {
+    errno = error.code().value();
+    fail("read the table of mounts");
+}
+
 // The file systems that are to be seen, the root first. A mount that another one hides is none of them.
 std::vector<Area> areas_of_this_system() {
-    std::ifstream table("/proc/self/mountinfo");
     std::vector<Area> areas;
-    for (Mount &mount : read_mounts(table)) {
+    for (base::Mount &mount : mounts_of_this_system()) {
         if (!is_shown(mount))
             continue;
         Area area;
@@ -134,7 +140,7 @@ public:
         mount_own_places();
         const Descriptor root(open("root", O_PATH | O_DIRECTORY | O_CLOEXEC));
         for (const Clone &clone : clones_) {
-            if (clone.place != "/proc" && is_within(clone.place, "/run"))
+            if (clone.place != "/proc" && base::is_within(clone.place, "/run"))
                 make_directories(root.get(), clone.place);
             attach(clone, root.get());
         }
@@ -204,10 +210,11 @@ private:
         make_layer(area, upper);
         make_directory(work);
         // The source tells the type below, for whoever asks what kind of file system this is.
-        const std::string source = "hostadm-sandbox:" + area.mount.type;
+        const std::string source = base::layer_source(area.mount.type);
         const std::string layers = "lowerdir=" + lower_layers(area) + ",upperdir=" + upper +
                                    ",workdir=" + work + ",redirect_dir=on,metacopy=off";
-        const unsigned long flags = MS_NODEV | (final ? area.mount.flags : area.mount.flags & ~MS_RDONLY);
+        const unsigned long flags =
+            MS_NODEV | (final ? flags_of(area.mount) : flags_of(area.mount) & ~MS_RDONLY);
         const auto layered_with = [&](const std::string &more) {
             return mount(source.c_str(), target.c_str(), "overlay", flags, (layers + more).c_str()) == 0;
         };

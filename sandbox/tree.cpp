@@ -3,20 +3,17 @@
 
 #include <algorithm>
 #include <array>
-#include <dirent.h>
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <memory>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
+#include "base/owners.hpp"
+
 namespace hostadm::sandbox {
 
 namespace {
-
-struct CloseDirectory {
-    void operator()(DIR *directory) const { closedir(directory); }
-};
 
 std::string joined(const std::string &directory, const std::string &name) {
     return directory == "/" ? directory + name : directory + '/' + name;
@@ -140,7 +137,7 @@ Descriptor make_directories(int root, const std::string &path) {
 
 std::vector<std::string> entries_of(int directory) {
     Descriptor own(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const std::unique_ptr<DIR, CloseDirectory> stream(own.is_open() ? fdopendir(own.get()) : nullptr);
+    const base::Directory stream(own.is_open() ? fdopendir(own.get()) : nullptr);
     if (!stream)
         fail("open a directory");
     own.release();

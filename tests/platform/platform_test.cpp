@@ -17,7 +17,6 @@
 #include <unistd.h>
 
 #include "hostadm/platform.h"
-#include "platform/mounts.hpp"
 #include "platform/name_service.hpp"
 #include "platform/process.hpp"
 #include "support/inside.hpp"
@@ -25,11 +24,9 @@
 
 namespace fs = std::filesystem;
 using hostadm::platform::joined_arguments;
-using hostadm::platform::parse_stat;
 using hostadm::platform::read_process;
 using hostadm::platform::sources_in_line;
 using hostadm::platform::sources_of;
-using hostadm::platform::type_of_mount;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Optional;
@@ -138,20 +135,6 @@ TEST(Sysinfo, RefusesWhatMakesNoSense) {
 }
 
 // ---- processes, by samples ----
-
-TEST(Stat, KeepsBracketsBlanksAndNewlinesInAName) {
-    const auto stat = parse_stat("42 (a) R (b\nc) S 1 42 42 0");
-    ASSERT_TRUE(stat);
-    EXPECT_EQ(stat->pid, 42);
-    EXPECT_EQ(stat->name, "a) R (b\nc");
-    EXPECT_EQ(stat->state, 'S');
-}
-
-TEST(Stat, RefusesOtherText) {
-    for (const char *text :
-         {"", "cpu  1 2 3", "42", "42 (x", "42 (x)", "42 (x) ", "x (y) S", "0 (x) S", "-1 (x) S"})
-        EXPECT_FALSE(parse_stat(text)) << text;
-}
 
 TEST(Arguments, AreJoinedBySingleBlanks) {
     using namespace std::string_literals;
@@ -287,28 +270,6 @@ TEST(Psinfo, OpensNothingThatStaysOpen) {
 }
 
 // ---- file systems ----
-
-TEST(MountTypes, AreFoundByTheNumberOfTheMount) {
-    const std::string table = "22 1 254:0 / / rw shared:1 master:2 - ext4 /dev/vda rw\n"
-                              "23 22 0:30 / /home rw - nfs4 srv:/home rw\n"
-                              "24 22 0:31 / /old rw - nfs srv:/old rw\n"
-                              "25 22 0:32 / /o rw - overlay hostadm-sandbox:xfs rw\n"
-                              "26 22 0:33 / /p rw - overlay hostadm-sandbox:nfs4 rw\n"
-                              "27 22 0:34 / /q rw - overlay overlay rw\n"
-                              "28 22 0:35 / /n rw - nfsd nfsd rw\n";
-    const auto type = [&](unsigned long long id) {
-        std::istringstream text(table);
-        return type_of_mount(text, id);
-    };
-    EXPECT_THAT(type(22), Optional(std::string("ext4")));
-    EXPECT_THAT(type(23), Optional(std::string("nfs")));
-    EXPECT_THAT(type(24), Optional(std::string("nfs")));
-    EXPECT_THAT(type(25), Optional(std::string("xfs")));
-    EXPECT_THAT(type(26), Optional(std::string("nfs")));
-    EXPECT_THAT(type(27), Optional(std::string("overlay")));
-    EXPECT_THAT(type(28), Optional(std::string("nfsd")));
-    EXPECT_EQ(type(2), std::nullopt);
-}
 
 TEST(Fstype, NamesTheTypeThatIsMounted) {
     inside([] {
