@@ -32,6 +32,7 @@ const Description description{
     .columns = {{"step", "what was looked after"},
                 {"result", "done or unchanged"},
                 {"detail", "what stands there now"}},
+    .edits = {"/tftpboot", "/etc/bootparams", "/etc/hosts", "/etc/ethers", "the client's swap file"},
 };
 
 WantedChange wanted(const Call &call) {

@@ -22,6 +22,7 @@ const Description description{
     .columns = {{"step", "what was looked after"},
                 {"result", "done or unchanged"},
                 {"detail", "what stands there now"}},
+    .edits = {"/tftpboot", "/etc/bootparams", "/etc/ethers"},
 };
 
 int enable(Call &call, Journal &journal) {

@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: MIT
+// A preview tells what a run would: on one healthy server every method is previewed and then run, and both say the
+// same. What a run changes stays for the methods after it.
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <sys/wait.h>
+#include <vector>
+
+#include "support/standin.hpp"
+#include "support/text_files.hpp"
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using tests::content;
+using tests::write;
+
+namespace {
+
+// The share command of this server, which keeps its list as the real one does.
+const std::string share_script = R"(
+tab=/etc/dfs/sharetab
+[ $# = 0 ] && { [ -f $tab ] && cat $tab; exit 0; }
+while getopts F:o:d: o; do case $o in o) opts=$OPTARG;; esac; done
+shift $((OPTIND - 1))
+echo "-               $1   $opts   \"\"" >>$tab)";
+const std::string unshare_script = R"(shift 2
+sed -i "\\|   *$1  |d" /etc/dfs/sharetab)";
+
+int shell(const std::string &line) {
+    const int status = std::system(line.c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+json result_of(const std::string &words) {
+    const int status = shell(HOSTADM " " + words + " >/tmp/out 2>/tmp/err </dev/null");
+    json result = json::parse(content("/tmp/out"), nullptr, false);
+    if (!result.is_object())
+        return {{"status", status}, {"said", content("/tmp/err")}};
+    json kept{{"exit", status}};
+    for (const char *part : {"status", "outputs", "rows", "errors", "reason", "half_done", "left_undone"})
+        if (result.contains(part))
+            kept[part] = result[part];
+    return kept;
+}
+
+// A daemon that is started anew gets a number that nobody can foretell.
+void forget_new_numbers(json &result) {
+    if (result.contains("outputs") && result["outputs"].value("state", "") == "started")
+        result["outputs"].erase("pid");
+}
+
+// Whether it was done, as both say.
+bool is_done_as_previewed(const std::string &words) {
+    json preview = result_of("preview --json " + words), run = result_of("run --json " + words);
+    forget_new_numbers(preview);
+    forget_new_numbers(run);
+    EXPECT_EQ(preview.dump(1), run.dump(1)) << words;
+    return run.value("status", "") == "done";
+}
+
+void set_up_a_server() {
+    ASSERT_NE(std::getenv("HOSTADM_SANDBOX"), nullptr) << "run this with in-sandbox";
+    ASSERT_EQ(shell("ip link add net0 type dummy 2>/dev/null && ip link set net0 up || true; "
+                    "ip address add 10.1.2.1/24 dev \"$(ip -o link show net0 >/dev/null 2>&1 && echo net0 || "
+                    "echo lo)\""),
+              0);
+    standin::reset();
+    standin::place("/usr/sbin/share", {.script = share_script});
+    standin::place("/usr/sbin/unshare", {.script = unshare_script});
+    for (const char *daemon : {"/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd", "/usr/sbin/in.rarpd"}) {
+        standin::place(daemon, {.stay = true});
+        standin::start(daemon, "-a");
+    }
+    standin::place("/usr/sbin/rpld", {.stay = true});
+    for (const char *path :
+         {"/export", "/tftpboot", "/rplboot", "/etc/dfs", "/etc/ethers", "/etc/bootparams"})
+        fs::remove_all(path);
+    write("/etc/hosts", "# hosts\n127.0.0.1\tlocalhost\n10.1.2.1\tserver1\n");
+    write("/etc/ethers", "# ethers\n");
+    write("/etc/bootparams", "other root=elsewhere:/export/root/other\n");
+    write("/etc/dfs/dfstab", "# shares\n");
+    write("/etc/dfs/sharetab", "");
+    write("/etc/vfstab", "/dev/a - /a ufs - no -\n");
+    write("/tree/etc/motd", "welcome\n");
+    write("/tree/etc/vfstab", "server1:/export/root/c1 - / nfs - - rw\n");
+    write("/tree/usr/platform/kel4m/lib/fs/nfs/inetboot", "boot program");
+    write("/dev-of-client/MAKEDEV", "#!/bin/sh\nmknod \"$1\" c 1 3\n");
+    fs::permissions("/dev-of-client/MAKEDEV", fs::perms(0755));
+    fs::create_directories("/export/shared");
+    fs::create_directories("/export/root/c3/etc");
+}
+
+const std::string identity = " instruction_set=kel4 implementation_arch=kel4m os_name=Quorvel os_version=2.5";
+
+// In an order in which each finds what it needs.
+const std::vector<std::string> invocations{
+    "host/status",
+    "client/add_diskless hostname=c1 address=10.1.2.3 ethernet=8:0:20:a:b:c server=server1 tree=/tree" +
+        identity,
+    "client/add_diskless hostname=c2 address=10.9.9.9 ethernet=8:0:20:a:b:d server=elsewhere tree=/tree" +
+        identity,
+    "host/status",
+    "client/list",
+    "client/show hostname=c1",
+    "client/show hostname=nobody",
+    "client/disable hostname=c1",
+    "client/disable hostname=c1",
+    "client/enable hostname=c1",
+    "client/change hostname=c1 address=10.1.2.4",
+    "client/change hostname=c1 address=10.1.2.3",
+    "client/add_cachelet hostname=c1 root=/export/root/c1 profile_set=/profiles profile=none",
+    "database/list_bootparams",
+    "database/set_bootparams client=c1 key=dump server=server1 path=/export/dump/c1",
+    "database/remove_bootparams client=c1 key=dump",
+    "database/set_host address=10.1.2.9 hostname=c9",
+    "filesystem/add_mount_entry resource=server1:/x mountpt=/x fstype=nfs mountatboot=yes",
+    "filesystem/share pathname=/export/shared options=ro takeeffect=nowandboot",
+    "filesystem/share pathname=/export/shared options=ro takeeffect=nowandboot",
+    "filesystem/list_shares",
+    "filesystem/unshare pathname=/export/shared",
+    "filesystem/mount resource=server1:/x mountpt=/mnt fstype=nfs takeeffect=bootonly",
+    "filesystem/unmount mountpt=/mnt takeeffect=bootonly",
+    "host/check",
+    "host/enable_boot_services",
+    "host/disable_boot_services",
+    "host/check_daemon name=nfsd",
+    "host/check_daemon name=nobodyd",
+    "host/start_daemon path=/usr/sbin/rpld",
+    "host/start_daemon path=/usr/lib/nfs/nfsd args='-a 16'",
+    "host/start_daemon path=/usr/lib/nfs/nfsd args='$(reboot)'",
+    "host/make_devices device=null directory=/dev-of-client",
+    "host/ping_rpc host=localhost program=100000 timeout=1",
+    "install/get_os_pathnames inst_set_arch=kel4 imp_arch=kel4m os_prod=Quorvel os_version=2.5 dirpath=/tree",
+    "netboot/setup_tftpboot address=10.1.2.7 install_hierarchy=/tree" + identity,
+    "netboot/cleanup_tftpboot address=10.1.2.7",
+    "netboot/setup_rplboot client_key=0800200A0B0C root_dir=/tree" + identity,
+    "netboot/cleanup_rplboot client_key=0800200A0B0C",
+    "cachelet/enable_cache root=/export/root/c1",
+    "cachelet/disable_cache root=/export/root/c1",
+    "cachelet/set_disk_profile root=/export/root/c1 profile_set=/profiles profile=none",
+    "service/create_root rootpath=/export/root/c3 os_name=Quorvel os_version=4.1.3 sources=/tree",
+    "service/apply_patches root=/export/root/c1",
+    "service/find_in_patches file=/etc/motd",
+    "service/setup_cachelet_server",
+    "service/setup_cachelet_service release=2.4",
+    "service/add_template_package package_dir=/packages package=KTVXx release=2.4",
+    "client/remove hostname=c1 purge=yes",
+    "client/remove hostname=c1",
+};
+
+} // namespace
+
+TEST(PreviewAndRun, SayTheSameOfEveryMethod) {
+    set_up_a_server();
+    EXPECT_GE(std::count_if(invocations.begin(), invocations.end(), is_done_as_previewed), 34)
+        << "most were refused, and little was compared";
+}
+
+TEST(PreviewAndRun, AreComparedForEveryMethod) {
+    for (const auto &method : json::parse([] {
+             shell(HOSTADM " list --json >/tmp/out");
+             return content("/tmp/out");
+         }())) {
+        const std::string name = method.at("method");
+        EXPECT_TRUE(std::any_of(invocations.begin(), invocations.end(), [&](const std::string &words) {
+            return words.substr(0, words.find(' ')) == name;
+        })) << name;
+    }
+}
