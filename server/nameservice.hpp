@@ -6,6 +6,7 @@
 #include <string>
 
 #include "hostadm/method.hpp"
+#include "server/failure.hpp"
 
 namespace hostadm::server {
 
@@ -16,16 +17,12 @@ inline const method::Argument edited_nameservice{
     .default_value = "ufs",
     .choices = {"ufs", "nis", "nis_plus"}};
 
-inline bool is_kept_in_file(const method::Call &call) {
-    return call.get(edited_nameservice.name) == "ufs";
-}
-
-// Refuses the call: what it was to do, in one word, has to be done elsewhere.
-inline int refuse_map(const method::Call &call, const std::string &work) {
-    return call.refuse(
-        "the nameservice can only be ufs here; NIS maps are made from the files of their master "
-        "server: " +
-        work + " it there and rebuild the map");
+// Refuses the call where they are kept elsewhere: what it was to do, in one word, has to be done there.
+inline void check_nameservice(const method::Call &call, const std::string &work) {
+    if (call.get(edited_nameservice.name) != "ufs")
+        refuse("the nameservice can only be ufs here; NIS maps are made from the files of their master "
+               "server: " +
+               work + " it there and rebuild the map");
 }
 
 } // namespace hostadm::server

@@ -2,14 +2,18 @@
 #include "server/shares.hpp"
 
 #include <algorithm>
+#include <filesystem>
+#include <system_error>
 #include <unistd.h>
 
+#include "base/files.hpp"
 #include "base/text.hpp"
 #include "hostadm.h"
 #include "hostadm/table_edit.hpp"
 #include "server/adapters.hpp"
 #include "server/failure.hpp"
 #include "server/files.hpp"
+#include "server/watched_commands.hpp"
 
 namespace hostadm::server {
 
@@ -22,6 +26,12 @@ bool is_shared_now(const std::string &path, const std::string &options) {
         if (const auto found = shares.find(directory); found != shares.end())
             return found->second == options;
     return false;
+}
+
+bool is_in_share_table(const std::string &path) {
+    const std::vector<TableShare> lines = table_shares();
+    return std::any_of(lines.begin(), lines.end(),
+                       [&](const TableShare &line) { return line.path == path && !line.failed; });
 }
 
 void check_options(const std::string &where, const std::string &there, const std::string &wanted) {
@@ -44,11 +54,21 @@ std::unordered_map<std::string, std::string> current_shares() {
     return shares;
 }
 
+std::string read_share_table(const std::string &table) {
+    std::string text;
+    tables::read_file(table, text); // one that cannot be read is told by its edit
+    return text;
+}
+
+std::string resolved_share_path(const std::string &path) {
+    std::error_code error;
+    const std::filesystem::path real = std::filesystem::canonical(path, error);
+    return error ? path : real.string();
+}
+
 std::vector<TableShare> table_shares(const std::string &table) {
     std::vector<TableShare> shares;
-    std::string text;
-    tables::read_file(table, text);
-    base::for_each_line(text, [&](std::string_view line) {
+    base::for_each_line(read_share_table(table), [&](std::string_view line) {
         const auto words = base::words_of(line);
         if (words.size() < 2 || (words.front() != "share" && words.front() != "#share"))
             return;
@@ -59,6 +79,18 @@ std::vector<TableShare> table_shares(const std::string &table) {
         shares.push_back(share);
     });
     return shares;
+}
+
+bool is_in_share_list(const std::string &path, const std::string &options) {
+    bool found = false;
+    base::for_each_line(base::file_contents("/etc/dfs/sharetab"), [&](std::string_view line) {
+        const auto words = base::words_of(line);
+        const bool names_path =
+            !words.empty() && (words[0] == path || (words.size() > 1 && words[1] == path));
+        found = found || (names_path && (options.empty() ||
+                                         std::find(words.begin() + 1, words.end(), options) != words.end()));
+    });
+    return found;
 }
 
 ShareState share_state(const std::string &path) {
@@ -103,25 +135,36 @@ bool ensure_share(const std::string &method, const std::string &path, const std:
     note_new_table(share_table, journal);
     if (!before.now && !before.at_boot)
         journal.note(MadeShare{path, options});
+    const WatchedCommands commands;
     if (sharefs(nullptr, options.c_str(), nullptr, path.c_str(), nullptr, method.c_str(), 0) != 0)
         throw Recorded();
-    // The library takes silence for success, also that of a command that was killed.
-    if (!is_shared_now(path, options))
-        fail(Code::no_effect, path + " is not shared, although /usr/sbin/share did not complain");
-    if (!share_state(path).at_boot)
-        fail(Code::no_effect, path + " is not in " + share_table + ", although it was written there");
+    check_shared(path, options, {}, commands.any_was_killed());
     return true;
+}
+
+void check_shared(const std::string &path, const std::string &options, Effect effect, bool killed) {
+    if (effect.now && killed && !is_shared_now(path, options))
+        fail(Code::no_effect, path +
+                                  " is not shared: /usr/sbin/share ended without a word and without effect; "
+                                  "was it killed?");
+    if (effect.at_boot && !is_in_share_table(path))
+        fail(Code::no_effect, path + " is not in " + share_table + ", although it was written there");
+}
+
+void check_withdrawn(const std::string &path, Effect effect, bool killed) {
+    if (effect.now && killed && current_shares().count(path) != 0)
+        fail(Code::no_effect, path + " is still shared: /usr/sbin/unshare ended without a word and without "
+                                     "effect; was it killed?");
+    if (effect.at_boot && is_in_share_table(path))
+        fail(Code::no_effect, path + " is still in " + share_table + ", although its line was removed");
 }
 
 void withdraw_share(const std::string &method, const std::string &path) {
     require_command("/usr/sbin/unshare", "withdraws shares");
+    const WatchedCommands commands;
     if (unsharefs(nullptr, path.c_str(), nullptr, nullptr, method.c_str()) != 0)
         fail(Code::general, "cannot withdraw the share of " + path);
-    const ShareState after = share_state(path);
-    if (after.now)
-        fail(Code::no_effect, path + " is still shared, although /usr/sbin/unshare did not complain");
-    if (after.at_boot)
-        fail(Code::no_effect, path + " is still in " + share_table + ", although its line was removed");
+    check_withdrawn(path, {}, commands.any_was_killed());
 }
 
 std::string take_back(const MadeShare &made, const UndoContext &context) {
@@ -130,10 +173,11 @@ std::string take_back(const MadeShare &made, const UndoContext &context) {
         (now.now && now.options_now == made.options) || (now.at_boot && now.options_at_boot == made.options);
     if (!ours)
         return "";
+    const WatchedCommands commands;
     if (unsharefs(nullptr, made.path.c_str(), nullptr, nullptr, context.method.c_str()) != 0)
         return "the share of " + made.path;
-    const ShareState after = share_state(made.path);
-    return after.now || after.at_boot ? "the share of " + made.path + ", which is still there" : "";
+    check_withdrawn(made.path, {}, commands.any_was_killed());
+    return "";
 }
 
 } // namespace hostadm::server

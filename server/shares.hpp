@@ -25,12 +25,21 @@ struct TableShare {
 };
 std::vector<TableShare> table_shares(const std::string &table = share_table);
 
+// The whole table; empty when there is none.
+std::string read_share_table(const std::string &table = share_table);
+// A path as the library resolves it before it shares it.
+std::string resolved_share_path(const std::string &path);
+
 // How a path is shared, in one look.
 struct ShareState {
     bool now = false, at_boot = false;
     std::string options_now, options_at_boot;
 };
 ShareState share_state(const std::string &path);
+
+// Whether the list of shares that the share command keeps has a path, with these options unless they are empty. A look
+// at its file: the command is not asked.
+bool is_in_share_list(const std::string &path, const std::string &options = {});
 
 // Whether options such as rw=a:b,root=a name other hosts than the client, or none.
 bool names_others(const std::string &options, const std::string &client);
@@ -42,6 +51,16 @@ struct MadeShare {
 };
 // It stays when it is another share by now.
 std::string take_back(const MadeShare &made, const UndoContext &context);
+
+// Where a share, or its withdrawal, is to take effect.
+struct Effect {
+    bool now = true, at_boot = true;
+};
+
+// Look afterwards whether the library's silence was success, and throw Failure when it was not: a command that was
+// killed is silent too. Any other is believed.
+void check_shared(const std::string &path, const std::string &options, Effect effect, bool killed);
+void check_withdrawn(const std::string &path, Effect effect, bool killed);
 
 // Shares a directory now and at boot, and looks whether it is so. False: it was so already. Throws Failure, also
 // when it is shared with other options.

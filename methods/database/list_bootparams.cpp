@@ -8,11 +8,11 @@
 #include <sys/wait.h>
 
 #include "hostadm/method.hpp"
-#include "hostadm/table_edit.hpp"
 #include "server/bootparams.hpp"
+#include "server/page.hpp"
 
 using namespace hostadm::method;
-using hostadm::server::bootparams_path;
+using namespace hostadm::server;
 
 namespace {
 
@@ -30,18 +30,9 @@ const Description description{
 
 void add_rows(std::string_view table) {
     ManyRows rows;
-    hostadm::server::for_each_client(table, [&](std::string_view name, std::string_view items) {
+    for_each_client(table, [&](std::string_view name, std::string_view items) {
         rows.add({{"hostname", name}, {"filesystems", items}});
     });
-}
-
-int list_file(Call &call) {
-    std::string file;
-    const int status = hostadm::tables::read_file(bootparams_path, file);
-    if (status != 0 && status != -ENOENT)
-        return call.fail(std::string(bootparams_path) + " cannot be read: " + std::strerror(-status));
-    add_rows(file);
-    return 0;
 }
 
 struct Result {
@@ -60,13 +51,14 @@ Result run_command(const std::string &command) {
     return {pclose(stream), output};
 }
 
-int list_map(Call &call, const std::string &command, const std::string &service) {
+int list_map(const std::string &command, const std::string &service) {
     const std::string program = command.substr(0, command.find(' '));
     const auto [status, output] = run_command(command);
     if (WIFEXITED(status) && WEXITSTATUS(status) == 127)
-        return call.fail(service + " needs the command " + program + ", which is not installed on this host");
+        fail(Code::missing_program,
+             service + " needs the command " + program + ", which is not installed on this host");
     if (status != 0)
-        return call.fail("\"" + command + "\" failed: " + output.substr(0, output.find('\n')));
+        fail(Code::general, "\"" + command + "\" failed: " + output.substr(0, output.find('\n')));
     add_rows(output);
     return 0;
 }
@@ -74,14 +66,15 @@ int list_map(Call &call, const std::string &command, const std::string &service)
 int work(Call &call) {
     const std::string service = call.get("nameservice");
     if (service == "nis")
-        return list_map(call, "ypcat -k bootparams", "NIS");
+        return list_map("ypcat -k bootparams", "NIS");
     if (service == "nis_plus")
-        return list_map(call, "niscat bootparams.org_dir", "NIS+");
-    return list_file(call);
+        return list_map("niscat bootparams.org_dir", "NIS+");
+    add_rows(read_bootparams_file());
+    return 0;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

@@ -5,6 +5,7 @@
 #include "hostadm/method.hpp"
 #include "server/bootparams.hpp"
 #include "server/nameservice.hpp"
+#include "server/page.hpp"
 
 using namespace hostadm::method;
 using namespace hostadm::server;
@@ -19,22 +20,21 @@ const Description description{
                    .kind = Kind::word,
                    .purpose = "what to remove; without it, the whole entry"},
                   edited_nameservice},
-    .outputs = {{.name = "changed", .purpose = "yes, or no when there was nothing to remove"}},
+    .outputs = {changed_output},
     .edits = {"/etc/bootparams"},
 };
 
 int work(Call &call) {
-    if (!is_kept_in_file(call))
-        return refuse_map(call, "remove");
+    check_nameservice(call, "remove");
     const std::string client = call.get("client");
     const bool changed =
         call.given("key") ? remove_client_items(client, {call.get("key")}) : remove_client_entry(client);
-    call.set("changed", changed ? "yes" : "no");
+    tell_changed(call, changed);
     return 0;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

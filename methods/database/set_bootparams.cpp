@@ -7,6 +7,7 @@
 #include "hostadm/method.hpp"
 #include "server/bootparams.hpp"
 #include "server/nameservice.hpp"
+#include "server/page.hpp"
 
 using namespace hostadm::method;
 using namespace hostadm::server;
@@ -28,7 +29,7 @@ const Description description{
                    .kind = Kind::text,
                    .purpose = "instead of these three: KEY=SERVER:PATH or KEY=VALUE, separated by blanks"},
                   edited_nameservice},
-    .outputs = {{.name = "changed", .purpose = "yes, or no when everything was set already"}},
+    .outputs = {changed_output},
     .edits = {"/etc/bootparams"},
 };
 
@@ -48,8 +49,7 @@ std::variant<std::vector<BootparamsItem>, std::string> requested_items(const Cal
 }
 
 int work(Call &call) {
-    if (!is_kept_in_file(call))
-        return refuse_map(call, "set");
+    check_nameservice(call, "set");
     const auto requested = requested_items(call);
     if (const auto *defect = std::get_if<std::string>(&requested))
         return call.refuse(*defect);
@@ -58,12 +58,12 @@ int work(Call &call) {
         return call.refuse("items names nothing to set");
 
     const bool changed = set_client_items(call.get("client"), items);
-    call.set("changed", changed ? "yes" : "no");
+    tell_changed(call, changed);
     return 0;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

@@ -8,6 +8,7 @@
 #include "hostadm/table_edit.hpp"
 #include "server/failure.hpp"
 #include "server/host_tables.hpp"
+#include "server/page.hpp"
 
 namespace {
 
@@ -21,7 +22,7 @@ const Description description{
     .arguments = {{"address", Kind::address, "IPv4 address", true},
                   {"hostname", Kind::host, "its name", true},
                   {"table", Kind::path, "the table to edit", false, "/etc/hosts"}},
-    .outputs = {{"replaced", "the names that the address had before, if any"}},
+    .outputs = {{"replaced", "the names that the address had before, if any"}, changed_output},
     .edits = {"table="},
 };
 
@@ -43,18 +44,22 @@ int work(Call &call) {
     const auto words = base::words_of(before);
     if (base::lower_case(name) != "localhost" &&
         std::find(words.begin(), words.end(), "localhost") != words.end())
-        return call.fail("the line of " + address + " in " + table +
-                         " would lose the name localhost; edit it by hand");
+        fail(Code::table,
+             "the line of " + address + " in " + table + " would lose the name localhost; edit it by hand");
     const int status = set_hosts(table.c_str(), address.c_str(), name.c_str());
     if (status != 0)
-        return call.fail(hostadm::server::edit_failure(table, status));
+        fail_edit(table, status);
+    if (const std::string after = names_of(address, table); after != name)
+        fail(Code::no_effect, address + " has the names \"" + after + "\" in " + table + ", not " + name +
+                                  "; somebody else may be changing it");
     if (!before.empty() && before != name)
         call.set("replaced", before);
+    tell_changed(call, before != name);
     return 0;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

@@ -4,10 +4,12 @@
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/adapters.hpp"
+#include "server/page.hpp"
 
 namespace {
 
 using namespace hostadm::method;
+using namespace hostadm::server;
 
 const Description description{
     .name = "filesystem/list_shares",
@@ -15,10 +17,8 @@ const Description description{
     .columns = {{"path", "shared directory"}, {"options", "its options"}},
 };
 
-int work(Call &call) {
-    if (const std::string missing = hostadm::server::missing_command("/usr/sbin/share", "knows the shares");
-        !missing.empty())
-        return call.fail(missing);
+int work(Call &) {
+    require_command("/usr/sbin/share", "knows the shares");
     get_sharefs_ents();
     ManyRows rows;
     for (const sharefs_entry *entry = sfs_top; entry != nullptr; entry = entry->next)
@@ -30,5 +30,5 @@ int work(Call &call) {
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

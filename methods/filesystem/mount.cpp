@@ -8,11 +8,14 @@
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/adapters.hpp"
-#include "server/failure.hpp"
+#include "server/mount_tables.hpp"
+#include "server/page.hpp"
+#include "server/watched_commands.hpp"
 
 namespace {
 
 using namespace hostadm::method;
+using namespace hostadm::server;
 
 const Description description{
     .name = "filesystem/mount",
@@ -44,6 +47,7 @@ const Description description{
           .kind = Kind::path,
           .purpose = "the table of mounts; a line for the same resource is replaced",
           .default_value = "/etc/vfstab"}},
+    .outputs = {changed_output},
     .edits = {"vfstab=", "mountpt="},
 };
 
@@ -69,22 +73,35 @@ int work(Call &call) {
     if (call.get("fstype") != "nfs" && !call.given("fsckdev"))
         return call.refuse(
             "the argument fsckdev is missing: name the device to check, or give fsckdev=- for none");
-    if (call.get("takeeffect") != "bootonly")
-        if (const std::string missing =
-                hostadm::server::missing_command("/usr/sbin/mount", "mounts file systems");
-            !missing.empty())
-            return call.fail(missing);
-    const std::string table = call.get("vfstab");
-    if (call.get("takeeffect") != "nowonly" && has_no_place(table, call.get("mountpt")))
-        return call.fail(hostadm::server::edit_failure(table, -ENOENT));
-    return mount_filesystem(
-        call.get("resource").c_str(), call.get("fsckdev").c_str(), call.get("mountpt").c_str(),
-        call.get("fstype").c_str(), call.get("fsckpass").c_str(), call.get("mountatboot").c_str(),
-        call.get("mntopts").c_str(), call.get("takeeffect").c_str(), table.c_str(), call.method().c_str());
+    const bool now = call.get("takeeffect") != "bootonly", at_boot = call.get("takeeffect") != "nowonly";
+    const std::string resource = call.get("resource"), point = call.get("mountpt"),
+                      table = call.get("vfstab");
+    if (now)
+        require_command("/usr/sbin/mount", "mounts file systems");
+    if (at_boot && has_no_place(table, point))
+        fail_edit(table, -ENOENT);
+    const std::string before = read_mount_table(table);
+    const WatchedCommands commands;
+    const int status = mount_filesystem(resource.c_str(), call.get("fsckdev").c_str(), point.c_str(),
+                                        call.get("fstype").c_str(), call.get("fsckpass").c_str(),
+                                        call.get("mountatboot").c_str(), call.get("mntopts").c_str(),
+                                        call.get("takeeffect").c_str(), table.c_str(), call.method().c_str());
+    if (status != 0)
+        return status;
+    // The library takes silence for success, also that of a command that was killed.
+    if (now && commands.any_was_killed() && !is_mount_point(point))
+        fail(Code::no_effect,
+             resource + " is not mounted on " + point +
+                 ": /usr/sbin/mount ended without a word and without effect; was it killed?");
+    const std::string after = read_mount_table(table);
+    if (at_boot && !has_mount_line(after, resource, ""))
+        fail(Code::no_effect, table + " has no line for " + resource + ", although it was written there");
+    tell_changed(call, now || after != before);
+    return 0;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

@@ -4,10 +4,14 @@
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/adapters.hpp"
+#include "server/page.hpp"
+#include "server/shares.hpp"
+#include "server/watched_commands.hpp"
 
 namespace {
 
 using namespace hostadm::method;
+using namespace hostadm::server;
 
 const Description description{
     .name = "filesystem/share",
@@ -34,7 +38,7 @@ const Description description{
           .kind = Kind::yes_no,
           .purpose = "go on when it cannot be shared now, and note it in /etc/dfs/dfstab as a comment",
           .default_value = "no"}},
-    .outputs = {{"pathname", "the directory, without links and dots: what was shared"}},
+    .outputs = {{"pathname", "the directory, without links and dots: what was shared"}, changed_output},
     .edits = {"/etc/dfs/dfstab"},
     .starts = {"/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd"},
     .shares = {"pathname="},
@@ -57,19 +61,28 @@ std::string as_one_word(const std::string &text) {
 }
 
 int work(Call &call) {
-    if (call.get("takeeffect") != "bootonly" && call.get("force") != "yes")
-        if (const std::string missing =
-                hostadm::server::missing_command("/usr/sbin/share", "shares directories");
-            !missing.empty())
-            return call.fail(missing);
-    const std::string words = as_one_word(call.get("description"));
-    return sharefs(call.get("fstype").c_str(), call.get("options").c_str(), words.c_str(),
-                   call.get("pathname").c_str(), call.get("takeeffect").c_str(), call.method().c_str(),
-                   call.get("force") == "yes" ? 1 : 0);
+    const Effect effect{call.get("takeeffect") != "bootonly", call.get("takeeffect") != "nowonly"};
+    const bool force = call.get("force") == "yes";
+    if (effect.now && !force)
+        require_command("/usr/sbin/share", "shares directories");
+    const std::string words = as_one_word(call.get("description")), options = call.get("options"),
+                      path = resolved_share_path(call.get("pathname"));
+    const bool was_shared = is_in_share_list(path, options);
+    const std::string table = read_share_table();
+    const WatchedCommands commands;
+    const int status =
+        sharefs(call.get("fstype").c_str(), options.c_str(), words.c_str(), call.get("pathname").c_str(),
+                call.get("takeeffect").c_str(), call.method().c_str(), force ? 1 : 0);
+    if (status != 0)
+        return status;
+    if (!force)
+        check_shared(path, options, effect, commands.any_was_killed());
+    tell_changed(call, (effect.now && !force && !was_shared) || read_share_table() != table);
+    return 0;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

@@ -2,10 +2,14 @@
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/adapters.hpp"
+#include "server/mount_tables.hpp"
+#include "server/page.hpp"
+#include "server/watched_commands.hpp"
 
 namespace {
 
 using namespace hostadm::method;
+using namespace hostadm::server;
 
 const Description description{
     .name = "filesystem/unmount",
@@ -25,6 +29,7 @@ const Description description{
                    .kind = Kind::path,
                    .purpose = "the table of mounts",
                    .default_value = "/etc/vfstab"}},
+    .outputs = {changed_output},
     .edits = {"vfstab="},
 };
 
@@ -32,20 +37,28 @@ int work(Call &call) {
     constexpr int table_unchanged = 38;
     const std::string point = call.get("mountpt"), effect = call.get("takeeffect"),
                       table = call.get("vfstab");
-    if (effect != "bootonly")
-        if (const std::string missing =
-                hostadm::server::missing_command("/usr/sbin/umount", "unmounts file systems");
-            !missing.empty())
-            return call.fail(missing);
+    const bool now = effect != "bootonly", at_boot = effect != "nowonly";
+    if (now)
+        require_command("/usr/sbin/umount", "unmounts file systems");
+    const WatchedCommands commands;
     const int status =
         unmount_filesystem(point.c_str(), effect.c_str(), table.c_str(), call.method().c_str());
-    if (status == table_unchanged && effect != "bootonly")
+    if (status == table_unchanged && now)
         call.left_undone(point + " has been unmounted; " + table + " is as it was");
-    return status;
+    if (status != 0)
+        return status;
+    // The library takes silence for success, also that of a command that was killed.
+    if (now && commands.any_was_killed() && is_mount_point(point))
+        fail(Code::no_effect, point + " is still mounted: /usr/sbin/umount ended without a word and without "
+                                      "effect; was it killed?");
+    if (at_boot && has_mount_line(read_mount_table(table), "", point))
+        fail(Code::no_effect, table + " still has a line for " + point + ", although it was removed");
+    tell_changed(call, true);
+    return 0;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

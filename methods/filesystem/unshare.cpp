@@ -4,10 +4,14 @@
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/adapters.hpp"
+#include "server/page.hpp"
+#include "server/shares.hpp"
+#include "server/watched_commands.hpp"
 
 namespace {
 
 using namespace hostadm::method;
+using namespace hostadm::server;
 
 const Description description{
     .name = "filesystem/unshare",
@@ -28,30 +32,38 @@ const Description description{
                      "does both",
           .default_value = "nowandboot",
           .choices = {"nowonly", "bootonly", "nowandboot"}}},
-    .outputs = {{"pathname", "the directory, without links and dots: what was withdrawn"}},
+    .outputs = {{"pathname", "the directory, without links and dots: what was withdrawn"}, changed_output},
     .edits = {"/etc/dfs/dfstab"},
     .shares = {"pathname="},
 };
 
-// Empty when all is there. The share list is needed to tell whether a client is the only one.
-std::string missing_commands(const Call &call) {
-    using hostadm::server::missing_command;
-    std::string missing = missing_command("/usr/sbin/unshare", "withdraws shares");
-    if (missing.empty() && call.given("client"))
-        missing = missing_command("/usr/sbin/share", "knows the shares");
-    return missing;
+// The share list is needed to tell whether a client is the only one.
+void check_commands(const Call &call) {
+    require_command("/usr/sbin/unshare", "withdraws shares");
+    if (call.given("client"))
+        require_command("/usr/sbin/share", "knows the shares");
 }
 
 int work(Call &call) {
-    if (call.get("takeeffect") != "bootonly")
-        if (const std::string missing = missing_commands(call); !missing.empty())
-            return call.fail(missing);
-    return unsharefs(call.get("fstype").c_str(), call.get("pathname").c_str(), call.get("client").c_str(),
-                     call.get("takeeffect").c_str(), call.method().c_str());
+    const Effect effect{call.get("takeeffect") != "bootonly", call.get("takeeffect") != "nowonly"};
+    if (effect.now)
+        check_commands(call);
+    const std::string path = resolved_share_path(call.get("pathname"));
+    const bool was_shared = is_in_share_list(path);
+    const std::string table = read_share_table();
+    const WatchedCommands commands;
+    const int status =
+        unsharefs(call.get("fstype").c_str(), call.get("pathname").c_str(), call.get("client").c_str(),
+                  call.get("takeeffect").c_str(), call.method().c_str());
+    if (status != 0)
+        return status;
+    check_withdrawn(path, effect, commands.any_was_killed());
+    tell_changed(call, (effect.now && was_shared) || read_share_table() != table);
+    return 0;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

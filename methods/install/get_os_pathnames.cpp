@@ -2,6 +2,7 @@
 // Finds the root and the boot program of an operating system.
 #include "hostadm/method.hpp"
 #include "server/packages.hpp"
+#include "server/page.hpp"
 
 namespace {
 
@@ -32,5 +33,5 @@ int work(Call &call) {
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return hostadm::server::run_page(argc, argv, description, work);
 }

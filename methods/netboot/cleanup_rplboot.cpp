@@ -7,16 +7,19 @@
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
+#include "server/claims.hpp"
+#include "server/page.hpp"
 
 namespace {
 
 using namespace hostadm::method;
+using namespace hostadm::server;
 
 const Description description{
     .name = "netboot/cleanup_rplboot",
     .purpose = "remove a client's links from /rplboot; the shared files stay",
     .arguments = {{"client_key", Kind::word, "the name under which the client asks, whole", true}},
-    .outputs = {{"removed", "how many links were removed"}},
+    .outputs = {{"removed", "how many links were removed"}, changed_output},
     .edits = {"/rplboot"},
 };
 
@@ -33,7 +36,9 @@ int work(Call &call) {
     const std::string key = call.get("client_key");
     if (key.front() == '.') // for the shell, "..*" is more than a client's files
         return call.refuse("client_key: \"" + key + "\" is no client's key");
+    const Claims claims(call.method(), key, {{Claim::Kind::path, "/rplboot/" + key}});
     const std::vector<std::string> names = names_that_begin_with(key);
+    tell_changed(call, false);
     call.set("removed", "0");
     // The library takes all of them, whosever they are: shared files and those of a longer key, too.
     for (const std::string &name : names)
@@ -43,13 +48,16 @@ int work(Call &call) {
     if (names.empty()) // rm would complain of it
         return 0;
     if (cleanup_rplboot_dir(call.method().c_str(), key.c_str()) != 0)
-        return call.fail("cannot remove the files of " + key + " from /rplboot");
+        fail(Code::system, "cannot remove the files of " + key + " from /rplboot");
+    if (!names_that_begin_with(key).empty())
+        fail(Code::no_effect, "the files of " + key + " are still in /rplboot, although they were removed");
     call.set("removed", std::to_string(names.size()));
+    tell_changed(call, true);
     return 0;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

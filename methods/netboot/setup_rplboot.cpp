@@ -2,17 +2,20 @@
 #include <filesystem>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "base/text.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "server/host_tables.hpp"
+#include "server/claims.hpp"
+#include "server/files.hpp"
+#include "server/page.hpp"
 
 namespace {
 
 using namespace hostadm;
 using namespace hostadm::method;
-using hostadm::base::lower_case;
+using namespace hostadm::server;
 
 const Description description{
     .name = "netboot/setup_rplboot",
@@ -26,7 +29,7 @@ const Description description{
                   {"os_version", Kind::release, "its version", true},
                   {"root_dir", Kind::path, "directory above export/exec/INSTRUCTION_SET.NAME_VERSION", false,
                    "/"}},
-    .outputs = {{"boot_program", "name of the boot program in /rplboot"}},
+    .outputs = {{"boot_program", "name of the boot program in /rplboot"}, changed_output},
     .edits = {"/rplboot"},
 };
 
@@ -40,9 +43,25 @@ std::string broken_link(const std::string &key) {
     return {};
 }
 
-bool exists(const std::string &path) {
+// Where the client's links lead, and how large the shared files are.
+std::vector<std::string> state_of(const std::string &key, const std::string &boot_name) {
+    std::vector<std::string> state;
     std::error_code error;
-    return std::filesystem::exists(path, error);
+    for (const char *suffix : {"hw.com", "glue.com", "inetboot"})
+        state.push_back(std::filesystem::read_symlink("/rplboot/" + key + "." + suffix, error));
+    for (const std::string &name : {boot_name, std::string("gluecode.com"), std::string("smc.com")})
+        state.push_back(std::to_string(std::filesystem::file_size("/rplboot/" + name, error)));
+    return state;
+}
+
+// What a run that was cut off has left of the shared files would never be refreshed.
+void remove_empty_files(const std::string &boot_name) {
+    std::error_code error;
+    for (const std::string &name : {boot_name, std::string("gluecode.com"), std::string("smc.com")})
+        if (const std::string path = "/rplboot/" + name;
+            std::filesystem::is_regular_file(std::filesystem::symlink_status(path, error)) &&
+            std::filesystem::file_size(path, error) == 0 && !error)
+            std::filesystem::remove(path, error);
 }
 
 // The library's error names neither the file that the image lacks nor the image.
@@ -73,14 +92,20 @@ int work(Call &call) {
                       os_name = call.get("os_name"), os_version = call.get("os_version");
     const std::string boot_name =
         make_boot_name(os_version.c_str(), os_name.c_str(), inst_set.c_str(), impl_arch.c_str());
+    const Claims claims(call.method(), key, {{Claim::Kind::path, "/rplboot/" + key}});
+    const auto before = state_of(key, boot_name);
+    remove_empty_files(boot_name);
     tell_missing_sources(call, root_dir + "/export/exec/" + inst_set + "." + os_name + "_" + os_version,
                          impl_arch, boot_name);
     setup_rplboot_dir(call.method().c_str(), key.c_str(), impl_arch.c_str(), root_dir.c_str(),
                       inst_set.c_str(), os_name.c_str(), os_version.c_str());
     const std::string broken = broken_link(key);
     call.set("boot_program", boot_name);
-    if (broken.empty())
+    if (broken.empty()) {
+        flush_file_systems({"/rplboot"});
+        tell_changed(call, state_of(key, boot_name) != before);
         return 0;
+    }
     call.fail(broken + " leads to no file: the link cannot be made, or its file cannot be copied");
     call.left_undone("the links of " + key +
                      "; run this again when the cause is mended, or "
@@ -91,5 +116,5 @@ int work(Call &call) {
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

@@ -2,6 +2,7 @@
 // The main job from end to end, through the command: a client is added from a small ready tree, each step
 // fails in turn, and the client goes again. Sharing and the NFS daemons are played by stand-ins.
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -45,7 +46,7 @@ tab=/etc/dfs/sharetab
 while getopts F:o:d: o; do case $o in o) opts=$OPTARG;; esac; done
 shift $((OPTIND - 1))
 [ -f /complain-share$(echo $1 | tr / -) ] && { echo "share: $1: no"; exit 1; }
-[ -f /slow-share ] && { touch /slow-share-began; sleep 20; }
+[ ! -f /slow-share ] || { : >/slow-share-began; while [ -f /slow-share ]; do sleep 0.05; done; }
 echo "-  $1  $opts  \"\"" >>$tab)";
 const std::string unshare_script = R"(
 shift 2
@@ -152,7 +153,8 @@ protected:
         for (const char *path :
              {"/export", "/tftpboot", "/tree", "/etc/dfs", "/etc/ethers", "/etc/bootparams",
               "/complain-share-export-root-c1", "/complain-share-export-swap-c1", "/slow-share",
-              "/slow-share-began", "/complain-unshare", "/slow-unshare", "/slow-unshare-began"})
+              "/slow-share-began", "/var/lib/hostadm", "/complain-unshare", "/slow-unshare",
+              "/slow-unshare-began"})
             fs::remove_all(path);
         write("/etc/hosts", "# hosts\n127.0.0.1\tlocalhost\n10.1.2.1\tserver1\n");
         write("/tree/etc/motd", "welcome\n");
@@ -175,6 +177,8 @@ protected:
         EXPECT_THAT(added.errors, Not(HasSubstr("left half done")));
         EXPECT_EQ(snapshot(), before);
     }
+    void expect_one_winner(const std::string &first, const std::string &second,
+                           const std::vector<std::string> &told);
     void expect_refused(const std::string &words, const std::string &arguments) {
         const std::string before = snapshot(true);
         const Ran added = method("client/add_diskless " + arguments);
@@ -499,6 +503,226 @@ TEST_F(Client, IsLockedUntilEverythingIsTakenBack) {
                 HasSubstr("somebody else is working on c1"));
     fs::remove("/slow-unshare");
     EXPECT_THAT(adding.get().errors, HasSubstr("has been taken back"));
+}
+
+// Both started together, many times: exactly one gets what both want, the other is told, and leaves it whole.
+void Client::expect_one_winner(const std::string &first, const std::string &second,
+                               const std::vector<std::string> &told) {
+    constexpr int rounds = 10;
+    for (int round = 0; round < rounds && !HasFailure(); ++round) {
+        SetUp();
+        auto one = std::async(std::launch::async, [&] { return method("client/add_diskless " + first); });
+        auto other = std::async(std::launch::async, [&] { return method("client/add_diskless " + second); });
+        const std::array<Ran, 2> ran = {one.get(), other.get()};
+        const std::string errors = ran[0].errors + ran[1].errors;
+        ASSERT_EQ((ran[0].status == 0) + (ran[1].status == 0), 1) << errors;
+        std::vector<testing::Matcher<std::string>> any;
+        for (const std::string &words : told)
+            any.emplace_back(HasSubstr(words));
+        EXPECT_THAT(errors, testing::AnyOfArray(any));
+        const std::string winner = ran[0].status == 0 ? first : second;
+        const Ran again = method("client/add_diskless " + winner);
+        EXPECT_EQ(again.status, 0) << again.errors;
+        EXPECT_THAT(again.steps(), Each(testing::EndsWith(": unchanged")))
+            << "the winner is whole: " << errors;
+        EXPECT_EQ(again.results.at("outputs").at("changed"), "no");
+    }
+}
+
+TEST_F(Client, HasARootOfItsOwnHoweverManyWantIt) {
+    expect_one_winner(c1 + tree + " rootpath=/export/root/same", c2 + tree + " rootpath=/export/root/same",
+                      {"and has /export/root/same", "/export/root/same is the root of"});
+}
+
+TEST_F(Client, HasAnAddressOfItsOwnHoweverManyWantIt) {
+    expect_one_winner(c1 + tree,
+                      "hostname=c2 address=10.1.2.3 ethernet=8:0:20:a:b:d" + identity + server + tree,
+                      {"and has 10.1.2.3", "10.1.2.3 belongs to"});
+}
+
+TEST_F(Client, HasAnEthernetAddressOfItsOwnHoweverManyWantIt) {
+    expect_one_winner(c1 + tree,
+                      "hostname=c2 address=10.1.2.4 ethernet=08-00-20-0A-0B-0C" + identity + server + tree,
+                      {"and has 8:0:20:a:b:c", "08:00:20:0a:0b:0c belongs to"});
+}
+
+TEST_F(Client, IsAddedOnceHoweverManyAddIt) {
+    expect_one_winner(c1 + tree,
+                      "hostname=C1 address=10.1.2.4 ethernet=8:0:20:a:b:d" + identity + server + tree,
+                      {"somebody else is working on", "is a client already, written"});
+}
+
+TEST_F(Client, LosesNothingWhenAnotherRunWantsWhatItGotMeanwhile) {
+    write("/slow-share", "");
+    auto adding = std::async(std::launch::async, [] { return method("client/add_diskless " + c1 + tree); });
+    EXPECT_TRUE(tests::eventually([] { return fs::exists("/slow-share-began"); }));
+    for (const std::string &words :
+         {"hostname=c2 address=10.1.2.3 ethernet=8:0:20:a:b:d" + identity + server + tree,
+          c2 + tree + " rootpath=/export/root/c1", c2 + tree + " rootpath=/export/root/c1/below",
+          c2 + tree + " swappath=/export/swap/c1/swap"}) {
+        const Ran refused = method("client/add_diskless " + words);
+        EXPECT_EQ(refused.status, 1) << words;
+        EXPECT_THAT(refused.errors,
+                    HasSubstr("somebody else is working on c1 at the moment (add_diskless, process "));
+        EXPECT_THAT(refused.errors, HasSubstr("(error 112)"));
+    }
+    EXPECT_THAT(method("netboot/cleanup_tftpboot address=10.1.2.3").errors, HasSubstr("and has 10.1.2.3"));
+    fs::remove("/slow-share");
+    EXPECT_EQ(adding.get().status, 0);
+}
+
+// ---- done means done ----
+
+TEST_F(Client, IsNotAddedByAShareCommandThatIsKilledInSilence) {
+    standin::place(share_command, {.script = "[ $# = 0 ] && exit 0\nkill -9 $$"});
+    expect_undone("/export/root/c1 is not shared: /usr/sbin/share ended without a word and without effect");
+}
+
+TEST_F(Client, IsNotRemovedByAnUnshareCommandThatIsKilledInSilence) {
+    write("/etc/hosts", "127.0.0.1\tlocalhost server1\n");
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    standin::place(unshare_command, {.script = "kill -9 $$"});
+    const Ran removed = method("client/remove hostname=c1 purge=yes");
+    EXPECT_EQ(removed.status, 1);
+    EXPECT_THAT(removed.errors, AllOf(HasSubstr("/export/root/c1 is still shared: /usr/sbin/unshare ended"),
+                                      HasSubstr("still there: the share of /export/root/c1")));
+}
+
+TEST_F(Client, HasARootThatIsFilledAnewWhenARunWasCutOff) {
+    fs::create_directories("/export/root/c1/etc");
+    write("/export/root/c1/etc/motd", "");
+    expect_refused("holds files already", c1 + tree);
+    write("/var/lib/hostadm/filling", "/export/root/c1\tc1\n");
+    const Ran added = method("client/add_diskless " + c1 + tree);
+    EXPECT_EQ(added.status, 0) << added.errors;
+    EXPECT_THAT(added.steps(), Contains("root: done"));
+    EXPECT_EQ(content("/export/root/c1/etc/motd"), "welcome\n");
+    EXPECT_FALSE(fs::exists("/var/lib/hostadm/filling")) << "it is whole now";
+}
+
+TEST_F(Client, ThatIsKnownHasItsRootFilledAnewToo) {
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    write("/export/root/c1/etc/motd", "");
+    write("/var/lib/hostadm/filling", "/export/root/c1\tc1\n");
+    const Ran added = method("client/add_diskless " + c1 + tree);
+    EXPECT_EQ(added.status, 0) << added.errors;
+    EXPECT_EQ(content("/export/root/c1/etc/motd"), "welcome\n");
+    EXPECT_EQ(added.results.at("outputs").at("changed"), "yes");
+}
+
+TEST_F(Client, WhoseRunWasCutOffIsRemovedWithItsRoot) {
+    const std::string before = snapshot();
+    write("/export/root/c1/etc/motd", "");
+    write("/var/lib/hostadm/filling", "/export/root/c1\tc1\n/export/root/c9\tc9\n");
+    const Ran kept = method("client/remove hostname=c1");
+    EXPECT_EQ(kept.status, 0) << kept.errors;
+    EXPECT_THAT(kept.steps(), Contains("root: kept"));
+    const Ran removed = method("client/remove hostname=c1 purge=yes");
+    EXPECT_EQ(removed.status, 0) << removed.errors;
+    EXPECT_THAT(removed.steps(), Contains("root: done"));
+    EXPECT_FALSE(fs::exists("/export/root/c1"));
+    EXPECT_EQ(content("/var/lib/hostadm/filling"), "/export/root/c9\tc9\n") << "another's stays";
+    fs::remove("/var/lib/hostadm/filling");
+}
+
+TEST_F(Client, HasARootThatIsKnownToBeCutOffWhereEverTheRunWasKilled) {
+    standin::place("/usr/sbin/pkgadd", {.script = "mkdir -p $4/usr; touch $4/usr/began; sleep 20"});
+    write("/spool/KTVXboot/pkginfo", "PKG=KTVXboot\n");
+    write("/tree/boot/inetboot.kel4m.Quorvel_2.5", "boot program");
+    auto adding = std::async(std::launch::async, [] {
+        return method("client/add_diskless " + c1 + " packages=/spool install_hierarchy=/tree");
+    });
+    EXPECT_TRUE(tests::eventually([] { return fs::exists("/export/root/c1/usr/began"); }));
+    std::system("pkill -KILL -x add_diskless");
+    EXPECT_EQ(adding.get().status, 1);
+    EXPECT_EQ(content("/var/lib/hostadm/filling"), "/export/root/c1\tc1\n");
+    std::system("pkill -x sleep");
+    const Ran again = method("client/add_diskless " + c1 + tree);
+    EXPECT_EQ(again.status, 0) << again.errors;
+    EXPECT_FALSE(fs::exists("/export/root/c1/usr/began"));
+    EXPECT_EQ(content("/export/root/c1/etc/motd"), "welcome\n");
+}
+
+TEST_F(Client, GetsAWholeBootProgramWhereAnEarlierRunLeftAnEmptyOne) {
+    write("/tftpboot/inetboot.kel4m.Quorvel_2.5", "");
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    EXPECT_EQ(content("/tftpboot/0A010203"), "boot program");
+    write("/tftpboot/inetboot.kel4m.Quorvel_2.5", "");
+    EXPECT_EQ(method("netboot/setup_tftpboot install_hierarchy=/tree address=10.1.2.3" + identity).status, 0);
+    EXPECT_EQ(content("/tftpboot/0A010203"), "boot program");
+}
+
+TEST_F(Client, HasTheUsualModesWhateverTheMaskOfTheCaller) {
+    for (const char *mask : {"0", "777", "027"}) {
+        SetUp();
+        const std::string words =
+            "umask " + std::string(mask) + "; " + hostadm() + " run client/add_diskless " + c1 + tree;
+        ASSERT_EQ(std::system(("(" + words + ") >/dev/null 2>&1").c_str()), 0) << mask;
+        EXPECT_EQ(fs::status("/export/swap/c1/swap").permissions(),
+                  fs::perms::owner_read | fs::perms::owner_write)
+            << mask;
+        EXPECT_EQ(fs::status("/export/root").permissions(), fs::status("/usr").permissions()) << mask;
+        EXPECT_EQ(fs::status("/tftpboot/inetboot.kel4m.Quorvel_2.5").permissions(),
+                  fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read |
+                      fs::perms::others_read)
+            << mask;
+    }
+}
+
+TEST_F(Client, UndoLeavesWhatSomebodyElseHasChangedMeanwhile) {
+    write("/slow-share", "");
+    auto adding = std::async(std::launch::async, [] { return method("client/add_diskless " + c1 + tree); });
+    EXPECT_TRUE(tests::eventually([] { return fs::exists("/slow-share-began"); }));
+    fs::rename("/export/swap/c1/swap", "/export/swap/c1/ours");
+    write("/export/swap/c1/swap", "somebody else's");
+    std::system("pkill -o -x add_diskless");
+    EXPECT_EQ(adding.get().status, 1);
+    EXPECT_EQ(content("/export/swap/c1/swap"), "somebody else's");
+    EXPECT_FALSE(fs::exists("/export/root/c1")) << "this run made it";
+}
+
+// ---- answers ----
+
+TEST_F(Client, MethodsThatChangeNothingSaySo) {
+    write("/etc/hosts", "127.0.0.1\tlocalhost server1\n");
+    for (const char *file : {"inetboot", "gluecode.com", "smc.com"})
+        write(std::string("/export/exec/kel4.Quorvel_2.5/platform/kel4m/lib/fs/nfs/") + file, file);
+    fs::remove_all("/rplboot");
+    fs::create_directories("/export/home");
+    for (const std::string &words :
+         {"client/add_diskless " + c1 + tree, std::string("filesystem/share pathname=/export/home"),
+          std::string("filesystem/unshare pathname=/export/home"),
+          std::string("database/set_host address=10.1.2.9 hostname=c9"),
+          std::string("database/set_bootparams client=c9 key=root server=s path=/r"),
+          std::string("database/remove_bootparams client=c9"),
+          "netboot/setup_rplboot client_key=080020010203" + identity,
+          std::string("netboot/cleanup_rplboot client_key=080020010203"),
+          "netboot/setup_tftpboot install_hierarchy=/tree address=10.1.2.7" + identity,
+          std::string("netboot/cleanup_tftpboot address=10.1.2.7"),
+          std::string("client/remove hostname=c1 purge=yes")}) {
+        const Ran first = method(words), second = method(words);
+        ASSERT_EQ(first.status, 0) << words << first.errors;
+        ASSERT_EQ(second.status, 0) << words << second.errors;
+        EXPECT_EQ(first.results.at("outputs").at("changed"), "yes") << words;
+        EXPECT_EQ(second.results.at("outputs").at("changed"), "no") << words;
+    }
+}
+
+TEST_F(Client, ErrorsOfMethodsHaveCodesOfTheirOwn) {
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    const std::pair<std::string, std::string> codes[] = {
+        {"client/add_diskless hostname=c2 address=10.1.2.3 ethernet=8:0:20:1:1:1" + identity + server + tree,
+         "(error 113)"},
+        {"client/add_diskless " + c2 + " tree=/none", "(error 114)"},
+        {"client/add_diskless " + c2 + " tree=/tree/etc", "(error 115)"},
+        {"client/show hostname=nobody", "(error 114)"},
+        {"filesystem/mount resource=h:/d mountpt=/d fstype=nfs takeeffect=bootonly "
+         "vfstab=/no/such/place/vfstab",
+         "(error 116)"}};
+    for (const auto &[words, code] : codes)
+        EXPECT_THAT(method(words).errors, HasSubstr(code)) << words;
+    fs::remove(share_command);
+    EXPECT_THAT(method("filesystem/share pathname=/export").errors, HasSubstr("(error 111)"));
 }
 
 TEST_F(Client, IsRefusedWithBadData) {
@@ -1019,7 +1243,8 @@ TEST_F(Client, NamesThatAnAddressLosesAreTold) {
     write("/etc/hosts", "127.0.0.1 localhost\n10.1.2.9\tc9.lab c9 old # of the lab\n");
     EXPECT_EQ(method("database/set_host address=10.1.2.9 hostname=c9").results["outputs"]["replaced"],
               "c9.lab c9 old");
-    EXPECT_TRUE(method("database/set_host address=10.1.2.9 hostname=c9").results["outputs"].empty())
+    EXPECT_EQ(method("database/set_host address=10.1.2.9 hostname=c9").results["outputs"],
+              nlohmann::json({{"changed", "no"}}))
         << "nothing is lost";
     const Ran refused = method("database/set_host address=127.0.0.1 hostname=c9");
     EXPECT_EQ(refused.status, 1);

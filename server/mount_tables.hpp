@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+// Tables of mounts of seven columns (device, device to check, mount point, type, check pass, mount at boot, options),
+// and what is mounted.
+#pragma once
+
+#include <string>
+
+namespace hostadm::server {
+
+inline constexpr const char *mount_table = "/etc/vfstab";
+
+// The whole table; empty when there is none.
+std::string read_mount_table(const std::string &table);
+// Whether a line of the text names this resource, or mount point; one that is empty counts as any.
+bool has_mount_line(const std::string &text, const std::string &resource, const std::string &mount_point);
+// Whether something is mounted at a directory.
+bool is_mount_point(const std::string &directory);
+
+} // namespace hostadm::server
