@@ -44,6 +44,7 @@ using Clock = std::chrono::steady_clock;
 constexpr const char *mountd_path = "/usr/lib/nfs/mountd";
 constexpr const char *nfsd_path = "/usr/lib/nfs/nfsd";
 constexpr const char *watch_word = "--watch";
+constexpr const char *mountd_word = "--with-mountd";
 constexpr const char *kernel_threads_program = "/usr/sbin/rpc.nfsd";
 constexpr const char *kernel_mountd_program = "/usr/sbin/rpc.mountd";
 constexpr const char *kernel_mountd_process = "rpc.mountd";
@@ -297,13 +298,15 @@ int watch_ganesha() {
     return watch(*server, start_ganesha(), signals, hosts);
 }
 
-int watch_kernel_threads(const std::string &threads) {
+int watch_kernel_threads(const std::string &threads, bool with_mountd) {
     const auto server = find_nfs_server();
     const Signals signals;
     const HostsWatch hosts;
     publish_now(*server, true);
     // Old clients have no TCP.
     run_or_fail({kernel_threads_program, "--udp", threads});
+    if (with_mountd)
+        run_or_fail({mountd_path});
     return watch(*server, 0, signals, hosts);
 }
 
@@ -458,7 +461,11 @@ int start_kernel_threads(const Settings &settings) {
     if (!lock)
         return 0;
     require_rpcbind();
-    return launch(settings, "/proc/self/exe", {nfsd_path, watch_word, settings.threads}, nfsd_answers,
+    std::vector<std::string> words = {nfsd_path, watch_word, settings.threads};
+    // Who runs it in the foreground, a service manager, has no other service for it; without it nobody mounts.
+    if (settings.foreground)
+        words.emplace_back(mountd_word);
+    return launch(settings, "/proc/self/exe", words, nfsd_answers,
                   "does this kernel have an NFS server (modprobe nfsd)? See the system's log");
 }
 
@@ -506,10 +513,12 @@ int start(const Settings &settings) {
 } // namespace compat
 
 int main(int argc, char **argv) {
-    if (argc == 3 && std::strcmp(argv[1], compat::watch_word) == 0)
+    if (argc >= 3 && std::strcmp(argv[1], compat::watch_word) == 0)
         return compat::guarded_main("nfsd", 1, [&] {
-            return std::strcmp(argv[2], compat::mountd_path) == 0 ? compat::watch_ganesha()
-                                                                  : compat::watch_kernel_threads(argv[2]);
+            prctl(PR_SET_NAME, "nfsd"); // it was started as /proc/self/exe, and would be called "exe"
+            return std::strcmp(argv[2], compat::mountd_path) == 0
+                       ? compat::watch_ganesha()
+                       : compat::watch_kernel_threads(argv[2], argc > 3);
         });
     const compat::Settings settings = compat::parse(argc, argv);
     return compat::guarded_main(settings.name, 1, [&] { return compat::start(settings); });

@@ -153,6 +153,23 @@ TEST_F(KernelServer, MountDaemonIsStartedOnceUnderItsSystemVName) {
     EXPECT_EQ(running("/usr/lib/nfs/mountd -F"), 1);
 }
 
+// As hostadm-nfsd.service runs it, which is all that a start of the host has.
+TEST_F(KernelServer, InTheForegroundBringsItsMountDaemon) {
+    const RpcHost host(RpcHost::Registered{{nfs, udp}, {mount_daemon, udp}});
+    must("/usr/lib/nfs/nfsd -F >/dev/null 2>&1 &");
+    EXPECT_TRUE(compat::eventually([] { return running("/usr/lib/nfs/mountd -F") == 1; }));
+    EXPECT_EQ(threads(), "--udp 8\n");
+    expect_started("/usr/lib/nfs/mountd");
+    EXPECT_EQ(running("/usr/lib/nfs/mountd -F"), 1);
+}
+
+TEST_F(KernelServer, IsCalledNfsdInTheTableOfProcesses) {
+    const RpcHost host(RpcHost::Registered{{nfs, udp}});
+    expect_started("/usr/lib/nfs/nfsd");
+    EXPECT_TRUE(compat::eventually(
+        [] { return sh("cat /proc/$(pgrep -f '^/usr/lib/nfs/nfsd --watch 8$')/comm").output == "nfsd\n"; }));
+}
+
 TEST_F(KernelServer, ThatCannotBeStartedIsAFailure) {
     const RpcHost host(RpcHost::Registered{});
     write_text("/usr/sbin/rpc.nfsd", "#!/bin/sh\necho 'rpc.nfsd: no module' >&2; exit 1\n");
