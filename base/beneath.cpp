@@ -3,11 +3,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <memory>
+#include <sys/file.h>
 #include <sys/random.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -92,6 +94,41 @@ std::string random_name() {
     while (getrandom(&number, sizeof number, 0) != sizeof number) {
     }
     return ".hostadm." + std::to_string(number);
+}
+
+// Where the new NAME is made. Whoever makes it again after a broken run finds what that left.
+std::string aside_of(const std::string &name) {
+    const std::string aside = ".hostadm-new." + name;
+    return aside.size() <= NAME_MAX ? aside : random_name();
+}
+
+// Makes the file and locks it, so that nobody else takes it for one that a broken run left behind. Not open and
+// errno when it cannot be made; EEXIST when somebody else is at it.
+Descriptor make_locked(int parent, const char *name) {
+    Descriptor file(openat(parent, name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    struct stat status {};
+    if (!file.is_open() || (flock(file.get(), LOCK_EX | LOCK_NB) == 0 && fstat(file.get(), &status) == 0 &&
+                            status.st_nlink == 1))
+        return file;
+    errno = EEXIST;
+    return {};
+}
+
+void remove_left(int parent, const char *name) {
+    const Descriptor place(open_beneath(parent, name, O_PATH | O_NOFOLLOW,
+                                        RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_XDEV));
+    struct stat status {};
+    if (!place.is_open() || fstat(place.get(), &status) != 0)
+        return;
+    if (S_ISREG(status.st_mode)) {
+        const Descriptor file(
+            ::open(own_path(place.get()).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+        if (!file.is_open() || flock(file.get(), LOCK_EX | LOCK_NB) != 0)
+            return; // it is being written
+        unlinkat(parent, name, 0);
+        return;
+    }
+    unlinkat(parent, name, S_ISDIR(status.st_mode) ? AT_REMOVEDIR : 0);
 }
 
 // Owner before mode: a change of owner takes away the set-id bits.
@@ -196,6 +233,8 @@ Beneath::Beneath(Descriptor directory, std::string path, Links links)
 
 std::string Beneath::path_of(std::string_view below) const {
     below.remove_prefix(std::min(below.find_first_not_of('/'), below.size()));
+    while (below.ends_with("/.") || (below.size() > 1 && below.ends_with('/')))
+        below.remove_suffix(below.ends_with('/') ? 1 : 2);
     return below.empty() || below == "." ? path_ : (path_ == "/" ? "" : path_) + "/" + std::string(below);
 }
 
@@ -344,17 +383,28 @@ bool Beneath::make_directory(std::string_view below, Attributes attributes) cons
     const Place place = place_of(below, what);
     if (!place.parent.is_open())
         fail(what, below, errno);
-    const bool made = mkdirat(place.parent.get(), place.name.c_str(), 0700) == 0;
-    if (!made && errno != EEXIST)
-        fail(what, below, errno);
-    const Descriptor directory(open_directory_in(place.parent.get(), place.name.c_str()));
-    if (!directory.is_open())
-        fail(what, below, errno);
-    if (!made)
-        return false;
-    if (const int error = set_attributes_of(directory.get(), attributes); error != 0)
+    const int parent = place.parent.get();
+    // It appears with its mode and owner, whenever a run is cut off.
+    const std::string aside = aside_of(place.name);
+    int error = EEXIST;
+    for (int i = 0; i < tries && faccessat(parent, place.name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0; ++i) {
+        remove_left(parent, aside.c_str());
+        if (mkdirat(parent, aside.c_str(), 0700) != 0 && errno != EEXIST)
+            fail(what, below, errno);
+        const Descriptor fresh(open_directory_in(parent, aside.c_str()));
+        error = fresh.is_open() ? set_attributes_of(fresh.get(), attributes) : errno;
+        if (error == 0 && renameat2(parent, aside.c_str(), parent, place.name.c_str(), RENAME_NOREPLACE) == 0)
+            return true;
+        error = error == 0 ? errno : error;
+        unlinkat(parent, aside.c_str(), AT_REMOVEDIR);
+        if (error != ENOENT) // which says that another run has taken it for one that was left behind
+            break;
+    }
+    if (error != EEXIST)
         fail(what, below, error);
-    return true;
+    if (!Descriptor(open_directory_in(parent, place.name.c_str())).is_open())
+        fail(what, below, errno);
+    return false;
 }
 
 bool Beneath::make_directories(std::string_view below, Attributes attributes) const {
@@ -377,7 +427,8 @@ void Beneath::put_in_place(std::string_view below, const char *what,
     const Place place = place_of(below, what);
     if (!place.parent.is_open())
         fail(what, below, errno);
-    const std::string aside = random_name();
+    const std::string aside = aside_of(place.name);
+    remove_left(place.parent.get(), aside.c_str());
     if (make(place.parent.get(), aside.c_str()) == 0 &&
         renameat(place.parent.get(), aside.c_str(), place.parent.get(), place.name.c_str()) == 0)
         return;
@@ -482,12 +533,16 @@ NewFile::NewFile(const Beneath &directory, std::string_view below)
     : directory_(directory), below_(below), place_(directory.place_of(below, "write")) {
     if (!place_.parent.is_open())
         directory_.fail("write", below_, errno);
-    for (int i = 0; i < tries && !file_.is_open(); ++i) {
+    const int parent = place_.parent.get();
+    aside_ = aside_of(place_.name);
+    file_ = make_locked(parent, aside_.c_str());
+    if (!file_.is_open() && errno == EEXIST) {
+        remove_left(parent, aside_.c_str());
+        file_ = make_locked(parent, aside_.c_str());
+    }
+    for (int i = 0; i < tries && !file_.is_open() && errno == EEXIST; ++i) {
         aside_ = random_name();
-        file_ = Descriptor(openat(place_.parent.get(), aside_.c_str(),
-                                  O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-        if (!file_.is_open() && errno != EEXIST)
-            break;
+        file_ = make_locked(parent, aside_.c_str());
     }
     if (!file_.is_open())
         directory_.fail("write", below_, errno);

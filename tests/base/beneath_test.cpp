@@ -223,6 +223,31 @@ TEST_F(BeneathTest, NewFileThatNeverTakesItsPlaceIsGone) {
     EXPECT_THAT(beneath.names("etc"), IsEmpty());
 }
 
+TEST_F(BeneathTest, WhatABrokenRunLeftGoesWithTheNext) {
+    const Beneath beneath(root);
+    scratch.write("root/etc/.hostadm-new.table", "half");
+    beneath.write("etc/table", "whole", mine(0644));
+    fs::create_symlink(own + "/file", root + "/etc/.hostadm-new.link");
+    beneath.make_link("there", "etc/link");
+    EXPECT_THAT(beneath.names("etc"), ElementsAre("link", "table"));
+    const std::string longest(255, 'n');
+    beneath.write("etc/" + longest, "whole", mine(0644));
+    EXPECT_EQ(beneath.read("etc/" + longest), "whole");
+}
+
+TEST_F(BeneathTest, TwoWritersDoNotMeet) {
+    const Beneath beneath(root);
+    NewFile first(beneath, "etc/table");
+    first.write("first");
+    NewFile second(beneath, "etc/table");
+    second.write("second");
+    second.take_place(mine(0644));
+    EXPECT_EQ(beneath.read("etc/table"), "second");
+    first.take_place(mine(0644));
+    EXPECT_EQ(beneath.read("etc/table"), "first");
+    EXPECT_THAT(beneath.names("etc"), ElementsAre("table"));
+}
+
 TEST_F(BeneathTest, TreeIsRemovedWhateverIsInIt) {
     const Beneath beneath(root);
     fs::create_directories(root + "/tree/a/b");
