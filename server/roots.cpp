@@ -12,11 +12,14 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "base/beneath.hpp"
 #include "hostadm.h"
+#include "server/confined.hpp"
 
 namespace hostadm::server {
 
 namespace fs = std::filesystem;
+using base::Beneath;
 
 namespace {
 
@@ -102,19 +105,27 @@ int fill_root(method::Call &call, const std::string &root, const std::string &os
     for (auto source = sources.rbegin(); source != sources.rend(); ++source)
         list.push_front({list.empty() ? nullptr : &list.front(), source->c_str()});
     const char *const service[] = {"", os_name.c_str(), os_version.c_str()};
-    const int status = [&] {
-        const CommandsAreInterrupted guard;
-        return create_clnt_root(root.c_str(), service, list.empty() ? nullptr : &list.front());
-    }();
+    // A ready tree brings its links and needs none; packages may rightly be installed through some.
+    const Confinement how{.links_are_followed = !copy, .sources = sources};
+    const int status = run_confined(
+        root,
+        [&] {
+            const CommandsAreInterrupted guard;
+            const int made = create_clnt_root(root.c_str(), service, list.empty() ? nullptr : &list.front());
+            if (made == 0) {
+                cleanup(root.c_str()); // the admin file: once something is installed, nothing else goes
+                forget_words_of_success();
+            }
+            return made;
+        },
+        how);
     if (status == 0) {
-        cleanup(root.c_str()); // the admin file: once something is installed, nothing else goes
-        forget_words_of_success();
+        Beneath(root).flush();
         return 0;
     }
     if (status == 1) {
         call.fail("cannot fill " + root + " from " + (copy ? "its tree" : "its packages"));
-        std::error_code error;
-        return fs::is_empty(root, error) ? 1 : 2;
+        return Beneath(root).names().empty() ? 1 : 2;
     }
     return call.fail(
         "cannot prepare " + root + ": " +
@@ -122,10 +133,17 @@ int fill_root(method::Call &call, const std::string &root, const std::string &os
 }
 
 int copy_tree(method::Call &call, const std::string &tree, const std::string &root) {
-    const std::string command = "/bin/cp -a " + (tree == "/" ? "" : tree) + "/. " + root;
-    if (do_systemcmd(command.c_str(), call.method().c_str()) != 0)
+    // What stands in the way is removed, never written to: it may be a fifo that nobody reads.
+    const std::string command = "/bin/cp -a --remove-destination " + (tree == "/" ? "" : tree) + "/. " + root;
+    const auto copy = [&] {
+        const int status = do_systemcmd(command.c_str(), call.method().c_str());
+        if (status == 0)
+            forget_words_of_success();
+        return status;
+    };
+    if (run_confined(root, copy, {.sources = {tree}}) != 0)
         return call.fail("cannot copy " + tree + " to " + root);
-    forget_words_of_success();
+    Beneath(root).flush();
     return 0;
 }
 
@@ -195,7 +213,7 @@ std::string way_out_of_root(const std::string &root, const std::string &below) {
     std::error_code error;
     const fs::path place = fs::weakly_canonical(root + below, error);
     if (error)
-        return root + below + ": " + error.message();
+        return "cannot look at " + root + below + ": " + error.message();
     if (is_at_or_below(place, fs::canonical(root)))
         return "";
     return root + below + " leads out of the client's root, to " + place.string() +
@@ -216,9 +234,15 @@ void remove_tree(const std::string &directory) {
         throw std::runtime_error(directory + " is too near to the root of this server");
     if (const std::string mounted = mount_below(directory); !mounted.empty())
         throw std::runtime_error("something is mounted at " + mounted);
-    fs::remove_all(path, error);
-    if (error)
-        throw std::runtime_error("cannot remove " + directory + ": " + error.message());
+    Beneath("/").remove_tree(path.native());
+}
+
+void remove_contents(const std::string &directory) {
+    Beneath("/").directory(directory).remove_contents();
+}
+
+bool remove_file(const std::string &path) {
+    return Beneath("/").remove(path);
 }
 
 } // namespace hostadm::server

@@ -61,5 +61,10 @@ bool is_near_server_root(const std::string &directory);
 // Removes a directory and all that is in it. Throws std::runtime_error: when it is near the server's root,
 // when something is mounted in it, when an entry cannot be removed.
 void remove_tree(const std::string &directory);
+// Only what is in it. Like the next one it takes a real path, in which no link may stand by now, and throws
+// std::runtime_error when something cannot be removed.
+void remove_contents(const std::string &directory);
+// False: nothing was there.
+bool remove_file(const std::string &path);
 
 } // namespace hostadm::server

@@ -3,6 +3,8 @@
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
+#include "server/confined.hpp"
+#include "server/page.hpp"
 #include "server/roots.hpp"
 
 namespace {
@@ -32,7 +34,10 @@ int work(Call &call) {
         return 0;
     }
     call.progress("applying patches to " + root);
-    if (apply_patches(root.c_str()) == 0) {
+    // Patches are packages of a kind, and may rightly lead through links of the root.
+    if (hostadm::server::run_confined(root, [&] { return apply_patches(root.c_str()); },
+                                      {.links_are_followed = true}) == 0) {
+        hostadm::base::Beneath(root).flush();
         call.set("result", "applied");
         return 0;
     }
@@ -44,5 +49,5 @@ int work(Call &call) {
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return hostadm::server::run_page(argc, argv, description, work);
 }

@@ -77,6 +77,7 @@ Answer answer_to(const std::filesystem::path &answers, int number) {
 // change the answers at once, so this one's is read before.
 Answer write_down(const std::string &path, const nlohmann::json &call) {
     const int log = open((place / "log").c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+    const bool is_shut_in = log < 0 && (errno == EROFS || errno == EACCES);
     if (log >= 0)
         flock(log, LOCK_EX);
     const std::filesystem::path answers = place / "answers" / path.substr(1);
@@ -84,6 +85,8 @@ Answer write_down(const std::string &path, const nlohmann::json &call) {
     const int number = std::atoi(content(counter).value_or("0").c_str()) + 1;
     std::ofstream(counter) << number;
     const Answer answer = answer_to(answers, number);
+    if (is_shut_in)
+        return answer; // it answers, but cannot say so
     const std::string line = call.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
     if (write(log, line.data(), line.size()) != static_cast<ssize_t>(line.size()))
         std::perror("stand-in: log");
