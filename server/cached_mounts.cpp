@@ -3,17 +3,15 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <utility>
 
 #include "hostadm.h"
-#include "hostadm/table_edit.hpp"
+#include "server/confined.hpp"
 #include "server/failure.hpp"
 #include "server/roots.hpp"
 #include "server/silenced_errors.hpp"
@@ -21,6 +19,7 @@
 namespace hostadm::server {
 
 namespace fs = std::filesystem;
+using base::Beneath;
 
 namespace {
 
@@ -28,11 +27,17 @@ constexpr std::string_view option = "disconnectable";
 constexpr std::string_view further_option = ",disconnectable";
 const std::string profiles = HOSTADM_DATAADMIN "/etc/autoinstall";
 
+constexpr const char *table = "etc/vfstab";
+constexpr const char *cache_directory = "etc/fs/cachefs";
+constexpr const char *profile_folder = ".autoinstall";
+
 std::string table_of(const std::string &root) {
-    return root + "/etc/vfstab";
+    return root + "/" + table;
 }
-std::string cache_directory_of(const std::string &root) {
-    return root + "/etc/fs/cachefs";
+
+// The root as the client sees it, with links that lead about in it.
+Beneath files_of(const std::string &root) {
+    return Beneath(root, base::Links::inside);
 }
 
 std::string content(const fs::path &path) {
@@ -49,10 +54,6 @@ bool is_switched_on(const std::vector<CachedMount> &mounts) {
 }
 bool is_switched_off(const std::vector<CachedMount> &mounts) {
     return std::none_of(mounts.begin(), mounts.end(), [](const CachedMount &mount) { return mount.cached; });
-}
-
-std::string new_table() {
-    return "/tmp/vfstab." + std::to_string(getpid());
 }
 
 std::vector<std::string> fields_of(const std::string &line) {
@@ -82,29 +83,29 @@ bool may_be_cut(const std::string &line) {
     return fields_of(rest).size() == columns && !ends_in_blank(rest);
 }
 
-void check_lines(const std::string &root, bool (*is_good)(const std::string &)) {
-    std::istringstream lines{read_client_table(root)};
+void check_lines(const std::string &root, const std::string &text, bool (*is_good)(const std::string &)) {
+    std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);)
         if (!line.starts_with('#') && !is_good(line))
             throw Failure("nothing was changed: " + table_of(root) + " has the line \"" + line +
                           "\", whose seventh and last column is not its mount options; mend it first");
 }
 
-// The new table is there as a whole: it was not moved into place.
-bool is_made(std::size_t mounts) {
-    const std::vector<CachedMount> made = cached_mounts(content(new_table()));
-    return made.size() == mounts && is_switched_on(made);
+// What the library's edit makes of the table; the client's own is not touched. Nothing: it did not come to be.
+std::string edited(const std::string &root, const std::string &before, int (*edit)(const char *)) {
+    const Stage stage(root);
+    stage.files().make_directories("etc/fs");
+    stage.files().write(table, before);
+    if (stage.run([&] { return edit(root.c_str()); }) != 0)
+        throw Recorded();
+    return stage.files().is_file(table) ? stage.files().read(table) : "";
 }
 
-// The library leaves the new table behind when it could not make it whole or move it into place.
-struct NewTableRemoved {
-    ~NewTableRemoved() { unlink(new_table().c_str()); }
-};
+[[noreturn]] void fail_unmoved(const std::string &root) {
+    throw Failure("the new table could not be moved over " + table_of(root));
+}
 
-// The library trusts the last step of its edit, moving the new table into place; this looks.
-[[noreturn]] void fail_unchanged(const std::string &root) {
-    if (std::error_code ignored; fs::exists(new_table(), ignored))
-        throw Failure("the new table could not be moved over " + table_of(root));
+[[noreturn]] void fail_changed(const std::string &root) {
     throw Failure(table_of(root) +
                   " is not as it should be after the edit; somebody else may be changing it");
 }
@@ -142,69 +143,67 @@ std::vector<CachedMount> cached_mounts(std::string_view table) {
 void check_client_root(const std::string &root) {
     if (std::string defect = defect_of_root(root); !defect.empty())
         throw Failure(std::move(defect));
-    std::error_code error;
-    if (const fs::file_status table = fs::status(table_of(root), error); !fs::status_known(table))
-        throw Failure("cannot look at " + table_of(root) + ": " + error.message());
-    else if (!fs::is_regular_file(table))
-        throw Failure(table_of(root) + (fs::exists(table) ? " is no file" : " does not exist") + ", so " +
-                      root + " is no client's root yet");
     for (const char *below : {"/etc/vfstab", "/etc/fs/cachefs", "/.autoinstall"})
         if (std::string way_out = way_out_of_root(root, below); !way_out.empty())
             throw Failure(std::move(way_out));
+    const auto found = files_of(root).status(table);
+    if (!found || !S_ISREG(found->st_mode))
+        throw Failure(table_of(root) + (found ? " is no file" : " does not exist") + ", so " + root +
+                      " is no client's root yet");
 }
 
 std::string read_client_table(const std::string &root) {
-    std::string text;
-    if (const int status = tables::read_file(table_of(root), text); status != 0)
-        throw Failure("cannot read " + table_of(root) + ": " + std::strerror(-status));
-    return text;
-}
-
-std::vector<std::string> temporary_files_of_edit() {
-    return {"/tmp/awk." + std::to_string(getpid()), new_table()};
+    return files_of(root).read(table);
 }
 
 bool has_cache_directory(const std::string &root) {
-    std::error_code ignored;
-    return fs::is_directory(cache_directory_of(root), ignored);
+    return files_of(root).is_directory(cache_directory);
 }
 
 bool enable_cached_mounts(const std::string &root) {
-    const std::vector<CachedMount> mounts = cached_mounts(read_client_table(root));
+    const std::string before = read_client_table(root);
+    const std::vector<CachedMount> mounts = cached_mounts(before);
     if (mounts.empty())
         throw Failure(table_of(root) + " has no line for /, /usr or /usr/openwin: there is nothing to cache");
     if (is_switched_on(mounts) && has_cache_directory(root))
         return false;
-    check_lines(root, may_be_extended);
-    std::string parent = root + "/etc/fs";
-    mkdir_path(parent.data());
-    const NewTableRemoved removed;
-    if (enable_chart(root.c_str()) != 0) {
-        if (is_switched_on(cached_mounts(read_client_table(root))))
-            throw Failure("cannot make the directory " + cache_directory_of(root) +
-                          "; the table itself is switched to cached mounts");
-        if (is_made(mounts.size())) // what failed are the last two steps, and the library tells of neither
-            fail_unchanged(root);
-        throw Recorded();
-    }
-    if (!is_switched_on(cached_mounts(read_client_table(root))))
-        fail_unchanged(root);
+    check_lines(root, before, may_be_extended);
+    const std::string after = edited(root, before, enable_chart);
+    if (const auto made = cached_mounts(after); made.size() != mounts.size() || !is_switched_on(made))
+        fail_unmoved(root);
+
+    const Beneath files = files_of(root);
+    files.make_directories(fs::path(cache_directory).parent_path().native(), {.mode = 02755});
+    files.make_directory(cache_directory, {.mode = 0755});
+    if (after != before)
+        files.rewrite(table, after);
+    files.flush();
+    if (read_client_table(root) != after || !has_cache_directory(root))
+        fail_changed(root);
     return true;
 }
 
 bool disable_cached_mounts(const std::string &root) {
-    if (is_switched_off(cached_mounts(read_client_table(root))) && !has_cache_directory(root))
-        return false;
-    check_lines(root, may_be_cut);
-    const bool had_directory = has_cache_directory(root);
     const std::string before = read_client_table(root);
-    const NewTableRemoved removed;
-    if (disable_chart(root.c_str()) != 0)
-        throw Recorded();
-    const std::string after = read_client_table(root);
+    const bool had_directory = has_cache_directory(root);
+    if (is_switched_off(cached_mounts(before)) && !had_directory)
+        return false;
+    check_lines(root, before, may_be_cut);
+    const std::string after = edited(root, before, disable_chart);
     for (const CachedMount &mount : cached_mounts(after))
         if (mount.options.find(further_option) != std::string::npos)
-            fail_unchanged(root);
+            fail_unmoved(root);
+    if (after.empty() != before.empty())
+        fail_unmoved(root);
+
+    const Beneath files = files_of(root);
+    if (after != before)
+        files.rewrite(table, after);
+    if (had_directory && files.names(cache_directory).empty())
+        files.remove(cache_directory);
+    files.flush();
+    if (read_client_table(root) != after)
+        fail_changed(root);
     return after != before || had_directory != has_cache_directory(root);
 }
 
@@ -226,26 +225,37 @@ void check_install_profile(const std::string &set, const std::string &profile) {
 bool set_install_profile(const std::string &method, const std::string &root, const std::string &set,
                          const std::string &profile) {
     check_install_profile(set, profile);
-    const fs::path source = profiles + "/" + set + "/" + profile;
-    const fs::path copy = root + "/.autoinstall/" + profile;
-    const fs::path link = root + "/.autoinstall/profile";
-    std::error_code error;
-    const auto is_in_place = [&] {
-        return fs::is_regular_file(fs::symlink_status(copy, error)) && content(copy) == content(source) &&
-               fs::read_symlink(link, error) == profile;
+    const std::string text = content(profiles + "/" + set + "/" + profile);
+    const std::string copy = std::string(profile_folder) + "/" + profile;
+    const std::string link = std::string(profile_folder) + "/profile";
+    const auto is_in_place = [&](const Beneath &files) {
+        const auto file = files.status(copy), pointer = files.status(link);
+        return file && S_ISREG(file->st_mode) && pointer && S_ISLNK(pointer->st_mode) &&
+               files.read(copy) == text && files.link_target(link) == profile;
     };
-    if (is_in_place())
+    const Beneath files = files_of(root);
+    if (is_in_place(files))
         return false;
-    if (fs::is_symlink(fs::symlink_status(copy, error)))
-        throw Failure(copy.string() +
-                      " is a link, and the profile would be written to where it leads; remove it");
+    if (const auto there = files.status(copy); there && !S_ISREG(there->st_mode))
+        throw Failure(root + "/" + copy + (S_ISLNK(there->st_mode) ? " is a link" : " is no file") +
+                      ", where the profile is to be; remove it");
+
+    const Stage stage(root);
     {
         const SilencedErrors silence; // an existing directory is no obstacle
-        if (set_cachelet_disk_config(method.c_str(), root.c_str(), set.c_str(), profile.c_str()) != 0)
+        if (stage.run([&] {
+                return set_cachelet_disk_config(method.c_str(), root.c_str(), set.c_str(), profile.c_str());
+            }) != 0)
             throw Recorded();
     }
-    if (!is_in_place())
-        throw Failure("the profile was copied, but " + link.string() +
+    if (!is_in_place(stage.files()))
+        throw Failure("the profile " + profile + " could not be copied");
+    files.make_directory(profile_folder, {.mode = 0755});
+    files.write(copy, stage.files().read(copy));
+    files.make_link(profile, link);
+    files.flush();
+    if (!is_in_place(files))
+        throw Failure("the profile was copied, but " + root + "/" + link +
                       " does not lead to it; remove what is in its way");
     return true;
 }

@@ -32,8 +32,6 @@ std::string read_client_table(const std::string &root);
 bool enable_cached_mounts(const std::string &root);
 bool disable_cached_mounts(const std::string &root);
 
-// The files in /tmp that such an edit makes in this process; one that was interrupted leaves them.
-std::vector<std::string> temporary_files_of_edit();
 bool has_cache_directory(const std::string &root);
 
 // Copies an install profile into the client and points "profile" at it; false: that was so already. Throws

@@ -5,10 +5,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <sys/prctl.h>
 #include <sys/wait.h>
-#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -85,11 +83,8 @@ std::string take_back(const Touched &touched, const UndoContext &context) {
     const auto known =
         std::find_if(context.state.begin(), context.state.end(),
                      [&](const Remembered &remembered) { return remembered.path() == touched.path; });
-    if (known != context.state.end())
-        return known->put_back();
-    std::error_code error; // a temporary file of the run
-    std::filesystem::remove(touched.path, error);
-    return error ? touched.path + " (" + error.message() + ")" : "";
+    return known == context.state.end() ? "what stood at " + touched.path + " is not known"
+                                        : known->put_back();
 }
 
 Ending run_apart(const std::function<int()> &work) {

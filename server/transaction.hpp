@@ -23,7 +23,7 @@
 
 namespace hostadm::server {
 
-// A path that a run is about to change; what stood there is in the context.
+// A path in the root of which the context knows what stood there, and which a run is about to change.
 struct Touched {
     static constexpr std::string_view kind = "touched";
     std::string path;

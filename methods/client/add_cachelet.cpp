@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "base/beneath.hpp"
 #include "hostadm/method.hpp"
 #include "server/cached_mounts.hpp"
 #include "server/claims.hpp"
@@ -14,6 +15,7 @@
 
 namespace {
 
+using namespace hostadm;
 using namespace hostadm::method;
 using namespace hostadm::server;
 
@@ -44,19 +46,18 @@ struct CacheClient {
 };
 
 // What the two steps change in the client's root, each folder before what is made in it.
-std::vector<std::string> paths_of_mounts(const CacheClient &client) {
-    return {client.root + "/etc/vfstab", client.root + "/etc/fs", client.root + "/etc/fs/cachefs"};
+std::vector<std::string> paths_of_mounts() {
+    return {"etc/vfstab", "etc/fs", "etc/fs/cachefs"};
 }
 std::vector<std::string> paths_of_profile(const CacheClient &client) {
-    const std::string folder = client.root + "/.autoinstall";
-    return {folder, folder + "/" + client.profile, folder + "/profile"};
+    return {".autoinstall", ".autoinstall/" + client.profile, ".autoinstall/profile"};
 }
 
-std::vector<Remembered> remember(const CacheClient &client) {
+std::vector<Remembered> remember(const base::Beneath &root, const CacheClient &client) {
     std::vector<Remembered> state;
-    for (const auto &paths : {paths_of_mounts(client), paths_of_profile(client)})
+    for (const auto &paths : {paths_of_mounts(), paths_of_profile(client)})
         for (const std::string &path : paths)
-            state.emplace_back(path);
+            state.emplace_back(root, path);
     return state;
 }
 
@@ -75,8 +76,7 @@ void announce(Journal &journal, const std::vector<std::string> &paths) {
 
 int switch_over(Call &call, const CacheClient &client, Journal &journal) {
     call.progress("switching the mounts of " + client.root + " to its cache");
-    announce(journal, temporary_files_of_edit());
-    announce(journal, paths_of_mounts(client));
+    announce(journal, paths_of_mounts());
     const bool mounts_changed = enable_cached_mounts(client.root);
 
     call.progress("copying the disk profile " + client.profile);
@@ -101,7 +101,8 @@ int work(Call &call) {
     check_install_profile(client.profile_set, client.profile);
     call.set("root", client.root);
 
-    Transaction transaction(call, call.get("hostname"), remember(client));
+    const base::Beneath root(client.root, base::Links::inside);
+    Transaction transaction(call, call.get("hostname"), remember(root, client));
     if (transaction.run([&] { return switch_over(call, client, transaction.journal()); }))
         return 0;
     transaction.take_back();
