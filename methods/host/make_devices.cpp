@@ -1,20 +1,28 @@
 // SPDX-License-Identifier: MIT
-// Makes device nodes with the script MAKEDEV of a directory.
+// Makes device nodes with a script MAKEDEV. One that lies in a client's root is the client's, and never runs.
 #include <filesystem>
 #include <set>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/beneath.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
+#include "server/client_root.hpp"
+#include "server/confined.hpp"
+#include "server/page.hpp"
+#include "server/roots.hpp"
 
+using namespace hostadm;
 using namespace hostadm::method;
+using namespace hostadm::server;
 
 namespace {
 
 const Description description{
     .name = "host/make_devices",
-    .purpose = "make device nodes with the directory's own script MAKEDEV",
+    .purpose = "make device nodes with a script MAKEDEV of this server or of the client's service",
     .arguments = {{.name = "device",
                    .kind = Kind::word,
                    .purpose = "what to make, as the script names it; st8... means st0",
@@ -23,6 +31,10 @@ const Description description{
                    .kind = Kind::path,
                    .purpose = "where, for instance in a client's root",
                    .default_value = "/dev"},
+                  {.name = "script",
+                   .kind = Kind::path,
+                   .purpose = "the script, for instance of the service's tree; never one in a client's root",
+                   .default_value = "/dev/MAKEDEV"},
                   {.name = "held_device",
                    .kind = Kind::word,
                    .purpose = "what to make once the tape devices (st0, st8) are there"},
@@ -39,12 +51,21 @@ bool is_tape(const std::string &device) {
     return device.starts_with("st0") || device.starts_with("st8");
 }
 
-// The library tells nothing of a missing directory or script.
-std::string missing_script(const std::string &directory) {
-    const std::string script = directory + "/MAKEDEV";
-    if (access(script.c_str(), X_OK) == 0)
-        return "";
-    return script + " is not there or not executable; Debian's package makedev has such a script";
+// What keeps a script from being run as this server's; empty: nothing.
+std::string defect_of_script(const std::string &script, const std::set<std::string> &directories) {
+    if (access(script.c_str(), X_OK) != 0)
+        return script + " is not there or not executable; Debian's package makedev has such a script";
+    const std::string real = std::filesystem::canonical(script);
+    for (const std::string &directory : directories)
+        if (directory != "/dev" && is_at_or_below(real, real_path_of(directory)))
+            return script +
+                   " lies where the devices are to be made, and may be the client's own; name one of "
+                   "this server or of the client's service";
+    for (const std::string &path : {script, real})
+        if (const std::string root = client_root_of(path); !root.empty())
+            return script + " lies in the client's root " + root +
+                   ", and what the client wrote is not run here; name one of this server or of its service";
+    return "";
 }
 
 std::set<std::string> nodes_in(const std::string &directory) {
@@ -53,6 +74,55 @@ std::set<std::string> nodes_in(const std::string &directory) {
     for (const auto &entry : std::filesystem::directory_iterator(directory, ignored))
         nodes.insert(entry.path().string());
     return nodes;
+}
+
+// On this server: the library runs the directory's own script.
+void make_own(Call &call, const std::string &device, const std::string &held_device) {
+    const std::string directory = "/dev";
+    const std::set<std::string> before = nodes_in(directory);
+    if (!held_device.empty())
+        hold_dev = {directory.c_str(), held_device.c_str()};
+    makedevs(directory.c_str(), device.c_str());
+    for (const std::string &node : nodes_in(directory))
+        if (before.count(node) == 0)
+            call.row({{"node", node}});
+}
+
+// Gives the directory what the script has made. Tells what was not there before.
+void take_over(Call &call, const base::Beneath &made, const base::Beneath &directory) {
+    for (const std::string &name : made.names()) {
+        const struct stat node = made.status(name).value();
+        const auto there = directory.status(name);
+        const base::Attributes attributes = base::attributes_of(node);
+        if (there && (there->st_mode & S_IFMT) == (node.st_mode & S_IFMT) && there->st_rdev == node.st_rdev &&
+            !S_ISDIR(node.st_mode))
+            continue;
+        if (S_ISDIR(node.st_mode))
+            directory.make_directory(name, attributes);
+        else if (S_ISLNK(node.st_mode))
+            directory.make_link(made.link_target(name), name);
+        else if (S_ISREG(node.st_mode))
+            directory.write(name, made.read(name), attributes);
+        else
+            directory.make_node(name, attributes, node.st_rdev);
+        if (S_ISDIR(node.st_mode))
+            take_over(call, made.directory(name), directory.directory(name));
+        if (!there)
+            call.row({{"node", directory.path_of(name)}});
+    }
+}
+
+// Elsewhere: the script runs in a directory that is nobody's, and what it makes there is made again.
+void make_for_client(Call &call, const std::string &directory, const std::string &device,
+                     const std::string &script) {
+    const base::Beneath files = folder_at(directory);
+    const Stage stage;
+    stage.files().write("MAKEDEV", base::Beneath("/").read(std::filesystem::canonical(script).native()),
+                        {.mode = 0755});
+    stage.run([&] { return makedevs(Stage::nowhere, device.c_str()); }, {.programs_run = true});
+    stage.files().remove("MAKEDEV");
+    take_over(call, stage.files(), files);
+    files.flush();
 }
 
 int work(Call &call) {
@@ -66,26 +136,25 @@ int work(Call &call) {
         return call.refuse("held_device waits for the tape devices, so device must begin with st0 or st8");
     if (is_tape(held_device))
         return call.refuse("held_device cannot be a tape device (st0, st8) itself");
-    for (const std::string &place : {directory, held_directory})
-        if (const std::string missing = missing_script(place); !missing.empty())
-            return call.fail(missing);
+    const std::string script = call.get("script");
+    const bool is_own = directory == "/dev" && held_directory == "/dev";
+    if (is_own && call.given("script") && script != "/dev/MAKEDEV")
+        return call.refuse("in /dev this server's own script is run; leave script out");
+    if (const std::string defect = defect_of_script(script, {directory, held_directory}); !defect.empty())
+        return call.fail(defect);
 
-    std::set<std::string> before = nodes_in(directory);
-    before.merge(nodes_in(held_directory));
+    if (is_own) {
+        make_own(call, device, held_device);
+        return 0;
+    }
+    make_for_client(call, directory, device, script);
     if (!held_device.empty())
-        hold_dev = {held_directory.c_str(), held_device.c_str()};
-    makedevs(directory.c_str(), device.c_str());
-
-    std::set<std::string> after = nodes_in(directory);
-    after.merge(nodes_in(held_directory));
-    for (const std::string &node : after)
-        if (before.count(node) == 0)
-            call.row({{"node", node}});
+        make_for_client(call, held_directory, held_device, script);
     return 0;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

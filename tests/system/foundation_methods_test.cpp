@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include "support/run_method.hpp"
 #include "support/text_files.hpp"
@@ -104,27 +106,68 @@ TEST(AddMountEntry, TableThatIsAMountPointIsAnError) {
 class MakeDevices : public testing::Test {
 protected:
     void SetUp() override {
-        fs::remove_all("/export/devices");
-        fs::create_directories("/export/devices/held");
-        for (const char *script : {"/export/devices/MAKEDEV", "/export/devices/held/MAKEDEV"}) {
-            std::ofstream(script) << "#!/bin/sh\n: >\"node-$1\"\n";
-            fs::permissions(script, fs::perms::owner_all);
-        }
+        fs::remove_all("/export");
+        fs::create_directories("/export/root/c1/devices/held");
+        put_script("/export/exec/MAKEDEV", ": >\"node-$1\"; mkdir -p sub; ln -sf ../node-$1 sub/link\n");
     }
+    static void put_script(const std::string &path, const std::string &text) {
+        fs::create_directories(fs::path(path).parent_path());
+        std::ofstream(path) << "#!/bin/sh\n" << text;
+        fs::permissions(path, fs::perms::owner_all);
+    }
+    const std::string make =
+        "run host/make_devices script=/export/exec/MAKEDEV directory=/export/root/c1/devices ";
 };
 
 TEST_F(MakeDevices, NamesWhatWasMade) {
-    const Outcome run = hostadm("run host/make_devices directory=/export/devices device=pty");
+    const Outcome run = hostadm(make + "device=pty");
     EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.output, "node\n/export/devices/node-pty\n");
-    EXPECT_EQ(hostadm("run host/make_devices directory=/export/devices device=pty").output, "");
+    EXPECT_EQ(run.output, "node\n/export/root/c1/devices/node-pty\n/export/root/c1/devices/sub/link\n"
+                          "/export/root/c1/devices/sub\n");
+    EXPECT_EQ(fs::read_symlink("/export/root/c1/devices/sub/link"), "../node-pty");
+    EXPECT_EQ(hostadm(make + "device=pty").output, "");
+}
+
+TEST_F(MakeDevices, NodesHaveTheirNumbersAndModes) {
+    put_script("/export/exec/MAKEDEV",
+               "mknod zero c 1 5; chmod 0640 zero; chown 12:34 zero; mknod disk b 8 0\n");
+    const Outcome run = hostadm(make + "device=std");
+    if (run.output.find("mknod") != std::string::npos)
+        GTEST_SKIP() << "no device can be made here: " << run.output;
+    struct stat node {};
+    ASSERT_EQ(stat("/export/root/c1/devices/zero", &node), 0) << run.output;
+    EXPECT_EQ(node.st_mode, S_IFCHR | 0640U);
+    EXPECT_EQ(node.st_rdev, makedev(1, 5));
+    EXPECT_EQ(node.st_uid, 12U);
+    EXPECT_EQ(node.st_gid, 34U);
+    ASSERT_EQ(stat("/export/root/c1/devices/disk", &node), 0);
+    EXPECT_EQ(node.st_mode & S_IFMT, unsigned{S_IFBLK});
 }
 
 TEST_F(MakeDevices, HeldDeviceFollowsTheTapes) {
-    const Outcome run = hostadm("run host/make_devices directory=/export/devices device=st8 held_device=sd0 "
-                                "held_directory=/export/devices/held");
+    put_script("/export/exec/MAKEDEV", ": >\"node-$1\"\n");
+    const Outcome run =
+        hostadm(make + "device=st8 held_device=sd0 held_directory=/export/root/c1/devices/held");
     EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.output, "node\n/export/devices/held/node-sd0\n/export/devices/node-st0\n");
+    EXPECT_EQ(run.output, "node\n/export/root/c1/devices/node-st0\n/export/root/c1/devices/held/node-sd0\n");
+}
+
+TEST_F(MakeDevices, ScriptOfTheClientIsNeverRun) {
+    put_script("/export/root/c1/devices/MAKEDEV", ": >/tmp/was-run\n");
+    fs::create_symlink("/export/root/c1/devices/MAKEDEV", "/export/exec/link");
+    for (const char *script : {"/export/root/c1/devices/MAKEDEV", "/export/exec/link"}) {
+        const Outcome run =
+            hostadm("run host/make_devices directory=/export/root/c1/devices device=pty script=" +
+                    std::string(script));
+        EXPECT_EQ(run.status, 1);
+        EXPECT_THAT(run.output, HasSubstr("name one of this server or of the client's service"));
+    }
+    const Outcome other =
+        hostadm("run host/make_devices directory=/export/root/c2 device=pty script=/export/exec/link");
+    EXPECT_EQ(other.status, 1);
+    EXPECT_THAT(other.output, HasSubstr("lies in the client's root /export/root/c1"));
+    EXPECT_EQ(hostadm(make + "device=pty").status, 0);
+    EXPECT_FALSE(fs::exists("/tmp/was-run"));
 }
 
 TEST_F(MakeDevices, RefusesWhatDoesNotFit) {
@@ -136,10 +179,11 @@ TEST_F(MakeDevices, RefusesWhatDoesNotFit) {
             "needs held_device");
     refused("host/make_devices directory=/export/devices", "device is missing");
     refused("host/make_devices directory=/export/devices 'device=a;b'", "device");
+    refused("host/make_devices device=pty script=/export/exec/MAKEDEV", "leave script out");
 }
 
 TEST_F(MakeDevices, MissingScriptIsAnError) {
-    const Outcome run = hostadm("run host/make_devices directory=/export device=pty");
+    const Outcome run = hostadm("run host/make_devices directory=/export device=pty script=/export/MAKEDEV");
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.output, HasSubstr("/export/MAKEDEV is not there or not executable"));
 }
