@@ -1,12 +1,20 @@
 // SPDX-License-Identifier: MIT
 // Sets a line of a mount table. Nothing is mounted.
+#include <cerrno>
+#include <filesystem>
+#include <functional>
 #include <string>
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
+#include "hostadm/table_edit.hpp"
+#include "server/client_root.hpp"
+#include "server/confined.hpp"
 #include "server/failure.hpp"
+#include "server/page.hpp"
 
 using namespace hostadm::method;
+using namespace hostadm::server;
 
 namespace {
 
@@ -38,16 +46,53 @@ const Description description{
     .edits = {"vfstab="},
 };
 
-int add_seven_columns(const Call &call, char *resource) {
-    return mntadd(call.get("vfstab").c_str(), resource, call.get("fsckdev").c_str(),
-                  call.get("mountpt").c_str(), call.get("fstype").c_str(), call.get("fsckpass").c_str(),
-                  call.get("mountatboot").c_str(), call.get("mntopts").c_str());
+int add_seven_columns(const Call &call, const std::string &table, char *resource) {
+    return mntadd(table.c_str(), resource, call.get("fsckdev").c_str(), call.get("mountpt").c_str(),
+                  call.get("fstype").c_str(), call.get("fsckpass").c_str(), call.get("mountatboot").c_str(),
+                  call.get("mntopts").c_str());
 }
 
-int add_six_columns(const Call &call, char *resource) {
-    return mntadd4x(call.get("vfstab").c_str(), resource, call.get("mountpt").c_str(),
-                    call.get("fstype").c_str(), call.get("mntopts").c_str(), call.get("freq").c_str(),
-                    call.get("fsckpass").c_str());
+int add_six_columns(const Call &call, const std::string &table, char *resource) {
+    return mntadd4x(table.c_str(), resource, call.get("mountpt").c_str(), call.get("fstype").c_str(),
+                    call.get("mntopts").c_str(), call.get("freq").c_str(), call.get("fsckpass").c_str());
+}
+
+// Only what lies in the server's own /etc is sure to be nobody else's: a client may lay links about its table. So
+// the edit is made on a copy, which then takes the table's place.
+bool is_servers_own(const std::string &table) {
+    return std::filesystem::path(table).lexically_normal().parent_path() == "/etc";
+}
+
+int edit_of_others(const std::string &table, const std::function<int(const std::string &)> &add) try {
+    const std::string name = std::filesystem::path(table).filename();
+    const hostadm::base::Beneath folder = folder_that_holds(table);
+    const hostadm::tables::FolderLock lock(folder.path());
+    if (lock.status() != 0)
+        return lock.status();
+    const Stage stage;
+    const bool is_there = folder.status(name).has_value();
+    const std::string before = is_there ? folder.read(name) : "";
+    if (is_there)
+        stage.files().write(name, before);
+    if (const int status = stage.run([&] { return add(std::string(Stage::nowhere) + "/" + name); });
+        status != 0)
+        return status;
+    const std::string after = stage.files().read(name);
+    if (!is_there)
+        folder.write(name, after);
+    else if (after != before)
+        folder.rewrite(name, after);
+    return 0;
+} catch (const hostadm::base::BeneathError &failure) {
+    switch (failure.error()) {
+    case ENOENT:
+    case ENOSPC:
+    case EACCES:
+    case EROFS:
+        return -failure.error();
+    default:
+        throw;
+    }
 }
 
 int work(Call &call) {
@@ -58,14 +103,18 @@ int work(Call &call) {
         return call.refuse("a 4.x mount table has no columns fsckdev and mountatboot; leave them out");
     if (!six_columns && call.given("freq"))
         return call.refuse("freq is a column of layout=4x only; leave it out");
-    std::string resource = call.get("resource");
-    const int status =
-        six_columns ? add_six_columns(call, resource.data()) : add_seven_columns(call, resource.data());
-    return status == 0 ? 0 : call.fail(hostadm::server::edit_failure(call.get("vfstab"), status));
+    const auto add = [&](const std::string &table) {
+        std::string resource = call.get("resource");
+        return six_columns ? add_six_columns(call, table, resource.data())
+                           : add_seven_columns(call, table, resource.data());
+    };
+    const std::string table = call.get("vfstab");
+    const int status = is_servers_own(table) ? add(table) : edit_of_others(table, add);
+    return status == 0 ? 0 : call.fail(edit_failure(table, status));
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }
