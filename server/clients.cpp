@@ -12,6 +12,7 @@
 #include "hostadm.h"
 #include "hostadm/platform.h"
 #include "server/bootparams.hpp"
+#include "server/client_root.hpp"
 #include "server/disabling.hpp"
 #include "server/failure.hpp"
 #include "server/host_tables.hpp"
@@ -70,7 +71,7 @@ std::string Client::path(std::string_view key) const {
 std::string Client::own_path(std::string_view key) const {
     const std::string whole = item(key), place = path(key);
     const bool own = !place.empty() && place.front() == '/' && is_this_host(whole.substr(0, whole.find(':')));
-    return own ? real_path_of(place) : "";
+    return own ? path_on_server(place) : "";
 }
 
 std::string Client::boot_links() const {

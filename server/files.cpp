@@ -11,8 +11,10 @@
 #include <unistd.h>
 #include <vector>
 
+#include "base/beneath.hpp"
 #include "base/descriptor.hpp"
 #include "hostadm/table_edit.hpp"
+#include "server/client_root.hpp"
 #include "server/failure.hpp"
 
 namespace hostadm::server {
@@ -34,10 +36,15 @@ std::optional<FileIdentity> look_up(int directory, const char *path, int flags) 
                         static_cast<std::uint64_t>(file.stx_btime.tv_sec) * second + file.stx_btime.tv_nsec};
 }
 
+std::string name_of(const std::string &path) {
+    return fs::path(path).filename();
+}
+
 // False: it is there, or what it would lie in is not.
 bool make_directory(const std::string &path, Journal &journal) {
     const Uninterrupted uninterrupted;
-    if (mkdir(path.c_str(), 0755) != 0)
+    const base::Beneath folder = folder_on_server(path);
+    if (mkdirat(folder.descriptor(), name_of(path).c_str(), 0755) != 0)
         return false;
     journal.note(MadeDirectory{path, identity_of(path).value_or(FileIdentity{})});
     return true;
@@ -89,8 +96,9 @@ bool make_sparse_file(const std::string &path, std::uint64_t size, Journal &jour
     base::Descriptor file;
     {
         const Uninterrupted uninterrupted;
-        file =
-            base::Descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        const base::Beneath folder = folder_on_server(path);
+        file = base::Descriptor(openat(folder.descriptor(), name_of(path).c_str(),
+                                       O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
         if (!file.is_open())
             fail_errno("cannot make " + path);
         journal.note(MadeFile{path, look_up(file.get(), "", AT_EMPTY_PATH).value_or(FileIdentity{})});
@@ -123,8 +131,14 @@ void flush_file_systems(const std::vector<std::string> &paths) {
 
 // A read-only file system refuses to remove even what is not there, so it is looked for first.
 std::string remove_if_same(const std::string &path, const FileIdentity &identity) {
-    return identity_of(path) != identity || unlink(path.c_str()) == 0 || errno == ENOENT ? ""
-                                                                                         : complaint(path);
+    if (identity_of(path) != identity)
+        return "";
+    const base::Beneath folder = folder_on_server(path);
+    const std::string name = name_of(path);
+    return look_up(folder.descriptor(), name.c_str(), 0) != identity ||
+                   unlinkat(folder.descriptor(), name.c_str(), 0) == 0 || errno == ENOENT
+               ? ""
+               : complaint(path);
 }
 
 std::string take_back(const MadeFile &made, const UndoContext &) {
@@ -132,7 +146,10 @@ std::string take_back(const MadeFile &made, const UndoContext &) {
 }
 
 std::string take_back(const MadeDirectory &made, const UndoContext &) {
-    if (identity_of(made.path) != made.identity || rmdir(made.path.c_str()) == 0 || errno == ENOENT)
+    if (identity_of(made.path) != made.identity)
+        return "";
+    const base::Beneath folder = folder_on_server(made.path);
+    if (unlinkat(folder.descriptor(), name_of(made.path).c_str(), AT_REMOVEDIR) == 0 || errno == ENOENT)
         return "";
     return errno == ENOTEMPTY || errno == EEXIST ? "" : complaint(made.path);
 }

@@ -55,13 +55,6 @@ void remove_empty_table() {
         unlink(table.c_str());
 }
 
-std::string remove_contents(const std::string &root) {
-    std::error_code error;
-    for (fs::directory_iterator child(root, error), end; !error && child != end; child.increment(error))
-        fs::remove_all(child->path(), error);
-    return error ? "files in " + root + " (" + error.message() + ")" : "";
-}
-
 // Makes the directory, or takes the one that is there.
 void prepare(const std::string &root, Journal &journal) {
     struct stat before {};
@@ -145,8 +138,7 @@ std::string take_back(const MadeRoot &made, const UndoContext &) {
 std::string take_back(const FilledRoot &filled, const UndoContext &) {
     if (identity_of(filled.path) != filled.identity)
         return "";
-    if (const std::string left = remove_contents(filled.path); !left.empty())
-        return left;
+    remove_contents(filled.path);
     end_filling(filled.path);
     const bool restored =
         chown(filled.path.c_str(), static_cast<uid_t>(filled.owner), static_cast<gid_t>(filled.group)) == 0 &&

@@ -12,6 +12,7 @@
 
 #include "base/text.hpp"
 #include "hostadm.h"
+#include "server/client_root.hpp"
 #include "server/disabling.hpp"
 #include "server/failure.hpp"
 #include "server/host_tables.hpp"
@@ -64,8 +65,8 @@ void read_paths(Call &call, NewClient &client) {
                        dump.place());
     client.boot_name = boot.value();
     client.root = real_path_of(root.value());
-    client.swap = real_path_of(swap.value());
-    client.dump = dump.value().empty() ? "" : real_path_of(dump.value());
+    client.swap = path_on_server(swap.value(), client.root);
+    client.dump = dump.value().empty() ? "" : path_on_server(dump.value(), client.root);
 }
 
 void read_source(Call &call, NewClient &client) {

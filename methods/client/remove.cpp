@@ -10,11 +10,13 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "base/beneath.hpp"
 #include "base/text.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/bootparams.hpp"
 #include "server/claims.hpp"
+#include "server/client_root.hpp"
 #include "server/clients.hpp"
 #include "server/disabling.hpp"
 #include "server/filling.hpp"
@@ -148,10 +150,10 @@ Result remove_file(const Client &client, const std::string &path) {
     std::error_code error;
     if (!fs::is_regular_file(fs::symlink_status(path, error)))
         return {Result::unchanged, path};
-    if (unlink(path.c_str()) != 0)
-        fail_errno("cannot remove " + path);
-    if (const fs::path folder = fs::path(path).parent_path(); folder.filename() == client.name)
-        rmdir(folder.c_str());
+    const base::Beneath folder = folder_on_server(path); // it may lie in the client's root
+    folder.remove(fs::path(path).filename().native());
+    if (const fs::path above = parent_of(path); above.filename() == client.name && folder.names().empty())
+        folder_on_server(above).remove(above.filename().native());
     return {Result::done, path};
 }
 
