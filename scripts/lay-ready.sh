@@ -1,3 +1,5 @@
+# shellcheck shell=sh
+# SPDX-License-Identifier: MIT
 # lay-ready.sh: for scripts that lay Debian's packages ready beside the build, without installing them: downloaded and
 # unpacked, nothing is started and nothing outside the directory changes. Sourced, not run.
 

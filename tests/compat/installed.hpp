@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The adapters installed in the throwaway root, and commands run in it.
-#ifndef TESTS_COMPAT_INSTALLED_HPP
-#define TESTS_COMPAT_INSTALLED_HPP
+#pragma once
 
 #include <fstream>
 #include <gmock/gmock.h>
@@ -66,5 +65,3 @@ inline int run_installed_tests(int argc, char **argv) {
     compat::must("rm -f /usr/bin/ganesha.nfsd /usr/sbin/exportfs /usr/sbin/rpc.nfsd /usr/sbin/rpc.mountd");
     return RUN_ALL_TESTS();
 }
-
-#endif

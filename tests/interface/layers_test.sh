@@ -34,6 +34,30 @@ rooms rehearsal 'hostadm\.h|hostadm/(framework|tables|platform)\.h|hostadm/(meth
 rooms methods 'hostadm\.h|hostadm/(framework|tables|platform)\.h|hostadm/(method|table_edit)\.hpp' server base
 rooms cli 'hostadm/(method|runner|sandbox)\.hpp' base
 
+[ ! -d "$source/rehearsal" ] || rooms rehearsal 'hostadm/sandbox\.hpp' server sandbox base
+
+# A room that nobody has a rule for.
+for folder in "$source"/*/; do
+    case $(basename "$folder") in
+    base | platform | tables | framework | sandbox | compat | src | server | methods | cli | rehearsal) ;;
+    include | tests | fuzz | bench | build* | cmake | docs | po | scripts | debian) ;;
+    *) [ -z "$(find "$folder" -name '*.cpp' -print -quit)" ] || fail "the folder $(basename "$folder") has no rule here" ;;
+    esac
+done
+
+# One order of includes: the file's own header, the system's, the project's; each block in the order of the alphabet is
+# clang-format's to keep. And one kind of guard: C headers, which others include, have a name of their own.
+disorder=$(find "$source"/base "$source"/platform "$source"/tables "$source"/framework "$source"/sandbox "$source"/compat \
+    "$source"/src "$source"/server "$source"/methods "$source"/cli \( -name '*.cpp' -o -name '*.hpp' \) -exec awk '
+    FNR == 1 { project = 0; first = 1 }
+    /^#include </ { if (project) { print FILENAME ":" FNR; project = 0 } first = 0 }
+    /^#include "/ { if (!first) project = 1; first = 0 }' {} +)
+[ -z "$disorder" ] || fail "the system's headers come before the project's: $disorder"
+guards=$(grep -rlE '^ *# *ifndef [A-Z_]*_H(PP)?$' "$source" --include='*.hpp' --exclude-dir='build*' || :)
+[ -z "$guards" ] || fail "these are guarded by #ifndef and not by #pragma once: $guards"
+unguarded=$(find "$source" -path "$source/build*" -prune -o -name '*.hpp' ! -exec grep -q '^#pragma once$' {} \; -print)
+[ -z "$unguarded" ] || fail "these have no #pragma once: $unguarded"
+
 # The libraries of this project that a file needs.
 needed() { # FILE
     readelf -d "$1" 2>/dev/null | sed -n 's/.*(NEEDED).*\[\(libhostadm[^.]*\)\.so.*/\1/p' | sort | tr '\n' ' '
