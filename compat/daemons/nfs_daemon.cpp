@@ -338,7 +338,8 @@ int launch(const Settings &settings, const char *program, const std::vector<std:
         fail_with_errno("cannot make a process");
     if (child == 0) {
         // A daemon must hold nobody's pipe open; the server writes to its log.
-        const int null = open("/dev/null", O_RDWR);
+        // It may be one of the three itself, and then must stay open.
+        const int null = open("/dev/null", O_RDWR); // NOLINT(android-cloexec-open)
         for (const int number : {0, 1, 2})
             dup2(null, number);
         dup2(writing.get(), end_descriptor);
