@@ -117,8 +117,8 @@ OsPaths find_os(const std::string &hierarchy, const Identity &identity) {
     const std::string boot_part = "/lib/fs/nfs/inetboot";
     const std::string exec = above + "/export/exec/" + inst_set + "." + system;
     if (is_directory(exec)) {
-        const std::string templates = above + "/export/root/templates/" + system;
-        return {is_directory(templates) ? templates : exec,
+        const std::string roots = above + "/export/root/templates/" + system;
+        return {is_directory(roots) ? roots : exec,
                 first_file({exec + "/platform/" + impl_arch + boot_part, exec + boot_part},
                            impl_arch + " in the export area " + hierarchy)};
     }

@@ -1,2 +1,0 @@
-# SPDX-License-Identifier: MIT
-target_link_libraries(${target} PRIVATE hostadm_server)
