@@ -4,6 +4,7 @@
 set -u
 build=$1
 here=$(dirname "$(readlink -f "$0")")
+# shellcheck source=tests/rehearsal/good_server.sh
 . "$here/good_server.sh"
 hostadm=$build/bin/hostadm
 passed=0 failed=0
@@ -21,6 +22,7 @@ status_of() { # status_of STATUS COMMAND...
     shift
     "$@"
     local status=$?
+    # shellcheck disable=SC2053 # a pattern
     [[ $status == $wanted ]] || { echo "status $status"; return 1; }
 }
 says() { # says PATTERN STATUS COMMAND...

@@ -5,6 +5,7 @@
 set -u
 build=$1
 here=$(dirname "$(readlink -f "$0")")
+# shellcheck source=tests/rehearsal/good_server.sh
 . "$here/good_server.sh"
 rehearse=$build/libexec/hostadm/rehearse
 passed=0 failed=0

@@ -1,4 +1,4 @@
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2034,SC2120 # who reads this uses the names and gives the arguments
 # SPDX-License-Identifier: MIT
 # good_server.sh: to be read by a script in a throwaway root. Makes a server of one client, client1, with Debian's
 # daemons running, from which a client boots; another network name space, "client", hangs on its interface srv0.
@@ -9,8 +9,7 @@ server=192.168.1.1 name=client1 address=192.168.1.10 ethernet=08:00:20:aa:bb:01 
 root=/export/root/$name swap=/export/swap/$name/swap program=inetboot.kel4m.Quorvel_2.5
 
 soon() { # at most 30 s, 5 ms apart
-    local tries
-    for tries in $(seq 6000); do "$@" >/dev/null 2>&1 && return; sleep 0.005; done
+    for _ in $(seq 6000); do "$@" >/dev/null 2>&1 && return; sleep 0.005; done
     echo "never: $*"
     return 1
 }

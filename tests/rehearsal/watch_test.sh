@@ -5,6 +5,7 @@
 set -u
 build=$1
 here=$(dirname "$(readlink -f "$0")")
+# shellcheck source=tests/rehearsal/good_server.sh
 . "$here/good_server.sh"
 watch=$build/libexec/hostadm/watch
 passed=0 failed=0
