@@ -101,6 +101,32 @@ void try_mount_of_table(Journey &journey, const TableMount &mount, const std::st
     }
 }
 
+// What a client that installs itself is told beside its root: each is a directory that it mounts. What cannot be
+// mounted, or nothing.
+std::string try_other_directories(Journey &journey) {
+    const Started &daemon = journey.daemon(Service::nfs);
+    for (const auto &[key, file] : journey.files) {
+        struct stat here {};
+        const bool is_directory = stat(file.path.c_str(), &here) == 0 && S_ISDIR(here.st_mode);
+        if (key == "root" || key == "swap" || key == "dump" || (!is_directory && key != "install"))
+            continue;
+        try {
+            const NfsDirectory directory(file.address, file.path);
+            journey.note(daemon.start.name, "mount its " + key + " " + file.path, "mounted", true);
+        } catch (const NfsFailure &failure) {
+            journey.note(daemon.start.name, "mount its " + key + " " + file.path, in_words(failure),
+                         failure.error != ETIMEDOUT);
+            journey.find(Severity::error, Stage::start, file.path,
+                         "the " + key + " of " + journey.client.name +
+                             " cannot be mounted: " + in_words(failure),
+                         journey.client.name + " starts and finds nothing to install",
+                         "hostadm run filesystem/share path=" + file.path + " options=ro,anon=0");
+            return file.path + ": " + in_words(failure);
+        }
+    }
+    return {};
+}
+
 // A program that the client can start: what is wrong with it, or nothing.
 std::string defect_of_program(NfsDirectory &root, const std::string &path) {
     const NfsFile file = root.look(path);
@@ -193,6 +219,8 @@ StageEnd read_what_starts(Journey &journey) {
                 for (const TableMount &mount : nfs_mounts_in(root.read(*resolved, std::size_t{1} << 20)))
                     try_mount_of_table(journey, mount, table);
         }
+        if (const std::string missing = try_other_directories(journey); !missing.empty())
+            return failed(missing);
     } catch (const NfsFailure &failure) {
         return stop(at, "it cannot be read by the root user of " + client.name + ": " + in_words(failure));
     }

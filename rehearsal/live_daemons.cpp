@@ -154,9 +154,7 @@ void compare_tftp(Live &live) {
                       live.client.name + " loads no boot program", restart_command(daemon));
             return;
         }
-        const std::string content = std::to_string(fetched.content.size()) + ':' +
-                                    std::to_string(std::hash<std::string>()(fetched.content));
-        if (!fetched.whole || content != rehearsed) {
+        if (!fetched.whole || fingerprint(fetched.content) != rehearsed) {
             live.find(Stage::boot_program, daemon,
                       "it does not give " + file + " as it did in the rehearsal: " +
                           (fetched.whole ? "the file is another one" : fetched.reason) +

@@ -44,10 +44,6 @@ std::string size_in_words(std::size_t size) {
     return size < 10000 ? std::to_string(size) + " bytes" : std::to_string(size / 1000) + " kB";
 }
 
-std::string hash_of(const std::string &content) {
-    return std::to_string(content.size()) + ':' + std::to_string(std::hash<std::string>()(content));
-}
-
 bool is_loopback(const std::string &address) {
     return address.starts_with("127.");
 }
@@ -168,7 +164,7 @@ StageEnd load_boot_program(Journey &journey) {
         const Fetched fetched = fetch_by_tftp(journey.server_address, file, client_interface, 1000ms);
         journey.note(daemon.start.name, "the file " + file + "?",
                      fetched.whole ? size_in_words(fetched.content.size()) : fetched.reason, !fetched.silent);
-        journey.walked.seen["tftp " + file] = fetched.whole    ? hash_of(fetched.content)
+        journey.walked.seen["tftp " + file] = fetched.whole    ? fingerprint(fetched.content)
                                               : fetched.silent ? ""
                                                                : "refused";
         const std::string path = std::string(server::tftpboot) + '/' + file;

@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <map>
 #include <poll.h>
 #include <stdexcept>
 #include <sys/inotify.h>
@@ -35,11 +34,6 @@ std::vector<int> daemon_processes() {
     return processes;
 }
 
-std::map<int, std::string> &names_of_watches() {
-    static std::map<int, std::string> names;
-    return names;
-}
-
 } // namespace
 
 TableWatch::TableWatch(const std::string &root) : events_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
@@ -58,7 +52,7 @@ void TableWatch::watch(const std::string &directory) {
                                          IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_CREATE |
                                              IN_DELETE | IN_ATTRIB | IN_ONLYDIR);
     if (number >= 0)
-        names_of_watches()[number] = directory;
+        directories_[number] = directory;
 }
 
 std::string TableWatch::changed_file() {
@@ -69,7 +63,7 @@ std::string TableWatch::changed_file() {
             const auto &event = *reinterpret_cast<const inotify_event *>(buffer + at);
             at += static_cast<ssize_t>(sizeof event + event.len);
             const std::string name = event.len > 0 ? event.name : "";
-            const std::string directory = names_of_watches()[event.wd];
+            const std::string directory = directories_[event.wd];
             if (directory == "/etc" && std::find(tables.begin(), tables.end(), name) == tables.end())
                 continue;
             changed = directory + '/' + name;

@@ -2,6 +2,7 @@
 // Waiting until something changes that a boot depends on: a table, a setting, the boot directory, a daemon.
 #pragma once
 
+#include <map>
 #include <string>
 
 #include "base/descriptor.hpp"
@@ -20,6 +21,7 @@ private:
     std::string changed_file();
 
     base::Descriptor events_;
+    std::map<int, std::string> directories_; // by the number of their watch
 };
 
 } // namespace hostadm::rehearsal

@@ -2,6 +2,7 @@
 #include "rehearsal/tftp.hpp"
 
 #include <curl/curl.h>
+#include <functional>
 #include <memory>
 
 namespace hostadm::rehearsal {
@@ -78,6 +79,10 @@ Fetched fetch_by_tftp(const std::string &server, const std::string &file, const 
     else
         fetched.reason = text.empty() ? curl_easy_strerror(code) : text;
     return fetched;
+}
+
+std::string fingerprint(const std::string &content) {
+    return std::to_string(content.size()) + ':' + std::to_string(std::hash<std::string>()(content));
 }
 
 } // namespace hostadm::rehearsal

@@ -18,4 +18,7 @@ struct Fetched {
 Fetched fetch_by_tftp(const std::string &server, const std::string &file, const std::string &interface,
                       std::chrono::milliseconds patience);
 
+// By which the contents of two files are compared.
+std::string fingerprint(const std::string &content);
+
 } // namespace hostadm::rehearsal

@@ -99,10 +99,9 @@ int complain_of_unknown(const std::string &client) {
 void add_checks(Rehearsed &rehearsed) {
     server::Findings all = server::check(server::read_snapshot(), {rehearsed.client.name});
     const auto is_explained = [&](const server::Finding &own) {
-        return own.check == "rehearsal" &&
-               std::any_of(all.begin(), all.end(), [&](const server::Finding &by_check) {
-                   return by_check.severity == server::Severity::error && by_check.stage == own.stage;
-               });
+        return std::any_of(all.begin(), all.end(), [&](const server::Finding &by_check) {
+            return by_check.severity == server::Severity::error && by_check.stage == own.stage;
+        });
     };
     // The cause in the terms of the checks comes first; what the walk saw of it stands behind it.
     server::Findings explained;

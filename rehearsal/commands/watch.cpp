@@ -3,8 +3,10 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <map>
 #include <memory>
 #include <pcap/pcap.h>
 #include <poll.h>
@@ -51,19 +53,6 @@ void stop(int) {
 
 using Capture = std::unique_ptr<pcap_t, decltype(&pcap_close)>;
 
-// Whose name a key of a table has.
-std::string name_in(const server::HostTable &table, const std::string &key,
-                    std::string (*spelling)(std::string)) {
-    for (const auto &[name, its_key] : table.keys_by_name())
-        if (spelling(its_key) == spelling(key))
-            return name;
-    return {};
-}
-
-std::string as_is(std::string text) {
-    return text;
-}
-
 // "8:0:20:a:b:c" and "08:00:20:0A:0B:0C" are one address.
 std::string plain_ethernet(std::string text) {
     std::string plain;
@@ -76,29 +65,60 @@ std::string plain_ethernet(std::string text) {
     return plain;
 }
 
+// What the tables say, read at most once a second: a client asks for thousands of blocks.
+class Tables {
+public:
+    std::string by_ethernet(const std::string &ethernet) {
+        renew();
+        return value_of(by_ethernet_, plain_ethernet(ethernet));
+    }
+    std::string by_address(const std::string &address) {
+        renew();
+        return value_of(by_address_, address);
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    using Names = std::map<std::string, std::string>;
+
+    static std::string value_of(const Names &names, const std::string &key) {
+        const auto found = names.find(key);
+        return found == names.end() ? "" : found->second;
+    }
+    void renew() {
+        if (Clock::now() - read_ < std::chrono::seconds(1))
+            return;
+        read_ = Clock::now();
+        by_ethernet_.clear();
+        by_address_.clear();
+        const auto ethernets = server::ethers_table().keys_by_name();
+        for (const auto &[name, ethernet] : ethernets)
+            by_ethernet_[plain_ethernet(ethernet)] = name;
+        for (const auto &[name, address] : server::hosts_table().keys_by_name())
+            if (ethernets.contains(name) ||
+                !server::client_items(server::client_name_as_written(name)).empty())
+                by_address_[address] = name;
+    }
+
+    Clock::time_point read_{};
+    Names by_ethernet_, by_address_;
+};
+
 KnownClients known_clients(bool explain) {
-    return {.name_by_ethernet =
-                [](const std::string &ethernet) {
-                    return name_in(server::ethers_table(), ethernet, plain_ethernet);
-                },
-            .name_by_address =
-                [](const std::string &address) {
-                    const std::string name = name_in(server::hosts_table(), address, as_is);
-                    const bool boots = !name.empty() &&
-                                       (!server::ethers_table().key_of(name).empty() ||
-                                        !server::client_items(server::client_name_as_written(name)).empty());
-                    return boots ? name : std::string();
-                },
-            .why_silent =
-                [explain](const std::string &client, server::Stage stage) {
-                    if (!explain)
-                        return std::string();
-                    for (const server::Finding &finding : server::check(server::read_snapshot(), {client}))
-                        if (finding.stage == stage && finding.severity == server::Severity::error)
-                            return finding.where + ": " + finding.what +
-                                   (finding.repair.empty() ? "" : "; repair: " + finding.repair);
+    const auto tables = std::make_shared<Tables>();
+    return {
+        .name_by_ethernet = [tables](const std::string &ethernet) { return tables->by_ethernet(ethernet); },
+        .name_by_address = [tables](const std::string &address) { return tables->by_address(address); },
+        .why_silent =
+            [explain](const std::string &client, server::Stage stage) {
+                if (!explain)
                     return std::string();
-                }};
+                for (const server::Finding &finding : server::check(server::read_snapshot(), {client}))
+                    if (finding.stage == stage && finding.severity == server::Severity::error)
+                        return finding.where + ": " + finding.what +
+                               (finding.repair.empty() ? "" : "; repair: " + finding.repair);
+                return std::string();
+            }};
 }
 
 Capture open_capture(const Asked &asked) {

@@ -54,6 +54,15 @@ check "without root it says what it needs" \
 snapshot >/tmp/after
 check "nothing on the server has changed" diff /tmp/before /tmp/after
 
+# A client that installs itself reads only.
+mkdir -p /export/install && touch /export/install/system
+echo "$name root=server:$root install=server:${swap%/*}" >/etc/bootparams
+write_exports RO && reread_exports
+check "a client that installs itself is not asked to write" says "write +skipped" "[01]" "$hostadm" rehearse client1
+echo "$name root=server:$root install=server:/export/install" >/etc/bootparams
+check "what it installs from must be exported" says "install of client1 cannot be mounted" 1 "$hostadm" rehearse client1
+write_tables && write_exports && reread_exports
+
 chmod 600 /tftpboot/$program
 "$hostadm" rehearse client1 --watch >/tmp/watched 2>&1 &
 watching=$!
