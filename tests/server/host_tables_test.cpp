@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "../support/scratch.hpp"
+#include "server/failure.hpp"
 #include "server/host_tables.hpp"
 
 namespace {
@@ -120,4 +121,33 @@ TEST_F(HostTables, ManyLookUpsKnowEveryNameInLowerCase) {
     EXPECT_EQ(keys.at("a"), "10.0.0.1");
     EXPECT_EQ(keys.at("a.lab"), "10.0.0.1");
     EXPECT_EQ(keys.count("b"), 0u);
+}
+
+TEST_F(HostTables, ALineIsTakenBackAsItWasWrittenInWhicheverTable) {
+    const hostadm::server::UndoContext context{.method = "test"};
+    const HostTable table = ethers("# mine\n8:0:20:1:1:1\tb\n");
+    hostadm::server::Journal journal;
+    EXPECT_TRUE(table.ensure("08:00:20:00:00:01", "a", journal));
+    EXPECT_FALSE(table.ensure("8:0:20:0:0:1", "A", journal)) << "it is there";
+    const auto entries = journal.entries();
+    ASSERT_EQ(entries.size(), 1u);
+    const auto added = hostadm::server::read_entry<hostadm::server::AddedLine>(entries[0]);
+    ASSERT_TRUE(added);
+    EXPECT_EQ(take_back(*added, context), "");
+    EXPECT_EQ(text(table), "# mine\n8:0:20:1:1:1\tb\n");
+    EXPECT_EQ(take_back(*added, context), "") << "what is gone is no matter";
+}
+
+TEST_F(HostTables, ALineThatWasChangedMeanwhileIsNotTakenBack) {
+    const hostadm::server::UndoContext context{.method = "test"};
+    const HostTable table = hosts("10.0.0.1\tc1 alias\n");
+    EXPECT_EQ(take_back(hostadm::server::AddedLine{table.path(), "10.0.0.1\tc1\n"}, context), "");
+    EXPECT_EQ(text(table), "10.0.0.1\tc1 alias\n");
+}
+
+TEST_F(HostTables, AConflictIsAFailureOfTheStepAndNotesNothing) {
+    const HostTable table = hosts("10.0.0.1 a\n");
+    hostadm::server::Journal journal;
+    EXPECT_THROW(table.ensure("10.0.0.1", "b", journal), hostadm::server::Failure);
+    EXPECT_TRUE(journal.entries().empty());
 }
