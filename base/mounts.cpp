@@ -10,6 +10,8 @@
 #include <sys/stat.h>
 #include <system_error>
 
+#include "base/text.hpp"
+
 namespace hostadm::base {
 
 namespace {
@@ -132,13 +134,16 @@ bool is_within(std::string_view path, std::string_view directory) {
 }
 
 bool has_option(std::string_view options, std::string_view wanted) {
-    while (!options.empty()) {
-        const std::size_t end = std::min(options.find(','), options.size());
-        if (options.substr(0, end) == wanted)
-            return true;
-        options.remove_prefix(std::min(end + 1, options.size()));
-    }
-    return false;
+    const auto all = split(options, ',');
+    return std::find(all.begin(), all.end(), wanted) != all.end();
+}
+
+std::string all_options(const Mount &mount) {
+    std::string all = mount.options;
+    for (const std::string_view option : split(mount.system_options, ','))
+        if (!option.empty() && !has_option(all, option))
+            all.append(all.empty() ? "" : ",").append(option);
+    return all;
 }
 
 } // namespace hostadm::base

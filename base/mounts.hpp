@@ -41,5 +41,7 @@ std::string shown_type(const Mount &mount);
 bool is_within(std::string_view path, std::string_view directory);
 
 bool has_option(std::string_view options, std::string_view wanted);
+// Those of the mount and those of its file system, each once, as the mount command lists them.
+std::string all_options(const Mount &mount);
 
 } // namespace hostadm::base

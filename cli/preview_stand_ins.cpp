@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "base/descriptor.hpp"
+#include "base/mounts.hpp"
 #include "base/program.hpp"
 
 namespace hostadm::cli {
@@ -109,11 +110,10 @@ std::string live_shares() {
 
 // What the live system has mounted, as the mount command tells it.
 std::string live_mounts() {
-    std::ifstream table("/proc/self/mounts");
     std::string list;
-    for (std::string device, point, type, options, rest; table >> device >> point >> type >> options;
-         std::getline(table, rest))
-        list += device + " on " + point + " type " + type + " (" + options + ")\n";
+    for (const base::Mount &mount : base::all_mounts())
+        list += mount.source + " on " + mount.point + " type " + mount.type + " (" +
+                base::all_options(mount) + ")\n";
     return list;
 }
 

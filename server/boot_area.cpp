@@ -17,9 +17,9 @@
 #include <unistd.h>
 
 #include "base/descriptor.hpp"
+#include "base/this_host.hpp"
 #include "hostadm.h"
 #include "server/failure.hpp"
-#include "server/local_host.hpp"
 #include "server/silenced_errors.hpp"
 
 namespace hostadm::server {
@@ -83,7 +83,7 @@ std::string find_boot_program(const std::string &method, const Identity &identit
         return source.file;
     const auto &[inst_set, impl_arch, os_name, os_version] = identity;
     char *found =
-        install_bootprog_location(method.c_str(), local_host_name().c_str(), source.hierarchy.c_str(),
+        install_bootprog_location(method.c_str(), base::own_host_name().c_str(), source.hierarchy.c_str(),
                                   inst_set.c_str(), impl_arch.c_str(), os_name.c_str(), os_version.c_str());
     std::string file = found == nullptr ? "" : found;
     std::free(found);
@@ -228,7 +228,7 @@ InitialisedBootArea initialise_boot_area(const BootAreaLock &, const std::string
     if (is_empty_file(program))
         unlink(program.c_str());
     const bool was_there = exists(program);
-    const std::string where = host.empty() ? local_host_name() : host;
+    const std::string where = host.empty() ? base::own_host_name() : host;
     const std::string boot_name =
         init_tftpboot_dir(method.c_str(), where.c_str(), nullptr, architecture.data(), hierarchy.c_str(),
                           inst_set.c_str(), os_name.c_str(), os_version.c_str());

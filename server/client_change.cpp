@@ -10,6 +10,7 @@
 
 #include "base/beneath.hpp"
 #include "base/text.hpp"
+#include "base/this_host.hpp"
 #include "hostadm.h"
 #include "server/boot_area.hpp"
 #include "server/bootparams.hpp"
@@ -17,7 +18,6 @@
 #include "server/failure.hpp"
 #include "server/host_tables.hpp"
 #include "server/line_edits.hpp"
-#include "server/local_host.hpp"
 #include "server/new_client.hpp"
 #include "server/roots.hpp"
 #include "server/shares.hpp"
@@ -208,7 +208,7 @@ void ClientChange::check() const {
         check_free(hosts_table(), new_.address, old_);
     if (new_.ethernet != old_.ethernet)
         check_free(ethers_table(), new_.ethernet, old_);
-    if (!wanted_.server.empty() && address_of_host(wanted_.server).empty())
+    if (!wanted_.server.empty() && base::address_of_host(wanted_.server).empty())
         fail(Code::not_found,
              "the server " + wanted_.server +
                  " has no address here, so the client could not be told where its root is; add "
@@ -325,7 +325,8 @@ std::string ClientChange::new_items() const {
             const std::string path = item.substr(colon + 1);
             if (!wanted_.server.empty() && same_name(server, old_server_))
                 server = wanted_.server;
-            const bool here = is_this_host(server) || server == wanted_.server;
+            const bool here =
+                base::is_this_host(server, base::Lookup::name_services) || server == wanted_.server;
             const std::string place = here && path.starts_with('/') ? moved(real_path_of(path)) : path;
             if (server != item.substr(equals + 1, colon - equals - 1) ||
                 (here && place != real_path_of(path)))

@@ -9,6 +9,7 @@
 #include <unordered_map>
 
 #include "base/text.hpp"
+#include "base/this_host.hpp"
 #include "hostadm.h"
 #include "hostadm/platform.h"
 #include "server/bootparams.hpp"
@@ -16,7 +17,6 @@
 #include "server/disabling.hpp"
 #include "server/failure.hpp"
 #include "server/host_tables.hpp"
-#include "server/local_host.hpp"
 #include "server/roots.hpp"
 
 namespace hostadm::server {
@@ -55,7 +55,7 @@ std::string items_of(const client_node &node,
     for (auto entry = first; entry != last; ++entry)
         if (path_of_item(entry->second, "root") == node.root_path)
             return entry->second;
-    return "root=" + local_host_name() + ":" + node.root_path;
+    return "root=" + base::own_host_name() + ":" + node.root_path;
 }
 
 } // namespace
@@ -70,7 +70,8 @@ std::string Client::path(std::string_view key) const {
 
 std::string Client::own_path(std::string_view key) const {
     const std::string whole = item(key), place = path(key);
-    const bool own = !place.empty() && place.front() == '/' && is_this_host(whole.substr(0, whole.find(':')));
+    const bool own = !place.empty() && place.front() == '/' &&
+                     base::is_this_host(whole.substr(0, whole.find(':')), base::Lookup::name_services);
     return own ? path_on_server(place) : "";
 }
 
@@ -135,7 +136,7 @@ std::vector<Client> all_clients() {
 }
 
 bool is_server_itself(const std::string &name) {
-    return base::lower_case(name) == base::lower_case(local_host_name()) ||
+    return base::lower_case(name) == base::lower_case(base::own_host_name()) ||
            base::lower_case(name) == "localhost";
 }
 

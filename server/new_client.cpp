@@ -11,12 +11,12 @@
 #include <system_error>
 
 #include "base/text.hpp"
+#include "base/this_host.hpp"
 #include "hostadm.h"
 #include "server/client_root.hpp"
 #include "server/disabling.hpp"
 #include "server/failure.hpp"
 #include "server/host_tables.hpp"
-#include "server/local_host.hpp"
 #include "server/roots.hpp"
 
 namespace hostadm::server {
@@ -86,7 +86,7 @@ void read_source(Call &call, NewClient &client) {
 
     const auto &[inst_set, impl_arch, os_name, os_version] = client.identity;
     PathArgument hierarchy(client.hierarchy), boot(client.boot_name), image("");
-    default_install_paths(call.method().c_str(), local_host_name().c_str(), inst_set.c_str(),
+    default_install_paths(call.method().c_str(), base::own_host_name().c_str(), inst_set.c_str(),
                           impl_arch.c_str(), os_name.c_str(), os_version.c_str(), hierarchy.place(),
                           boot.place(), image.place());
     client.hierarchy = hierarchy.value();
@@ -100,7 +100,7 @@ void check_addresses(const Call &call, const NewClient &client) {
     check_client_address(client.address);
     if (is_server_itself(client.name))
         fail(Code::taken, client.name + " is this server");
-    if (call.given("server") && address_of_host(client.server).empty())
+    if (call.given("server") && base::address_of_host(client.server).empty())
         fail(Code::not_found,
              "the server " + client.server +
                  " has no address here, so the client could not be told where its root is; add a line to "
@@ -248,7 +248,7 @@ void check_client_address(const std::string &text) {
     const in_addr_t address = ntohl(inet_addr(text.c_str()));
     if (address >> 24 == 0 || address >> 24 == 127 || address >> 28 >= 14)
         refuse(text + " is no address of a host");
-    if (is_own_address(text))
+    if (base::is_own_address(text))
         fail(Code::taken, text + " is an address of this server");
 }
 
@@ -299,7 +299,7 @@ NewClient read_new_client(Call &call) {
     client.boot_program = call.get("boot_program");
     client.address = call.get("address");
     client.ethernet = call.get("ethernet");
-    client.server = call.given("server") ? call.get("server") : local_host_name();
+    client.server = call.given("server") ? call.get("server") : base::own_host_name();
     client.swap_size = bytes_in(call.get("swap_size"));
     read_paths(call, client);
     read_source(call, client);
@@ -344,7 +344,7 @@ bool check_new_client(const Call &call, const NewClient &client) {
 
 std::vector<Warning> warnings_about(const NewClient &client) {
     std::vector<Warning> all;
-    const std::string told = address_of_host(client.server);
+    const std::string told = base::address_of_host(client.server);
     if (told.empty())
         all.push_back(
             {"server", "the name " + client.server +
@@ -354,12 +354,12 @@ std::vector<Warning> warnings_about(const NewClient &client) {
         all.push_back({"server", client.server + " has the address " + told +
                                      " here, which the client would be told and cannot reach; give it this "
                                      "server's real address in /etc/hosts, or give another server name"});
-    else if (!is_own_address(told))
+    else if (!base::is_own_address(told))
         all.push_back(
             {"server", client.server + " has the address " + told +
                            " here, which is none of this server's own; the client would look for its "
                            "root there"});
-    if (!is_in_own_network(client.address))
+    if (!base::is_in_own_network(client.address))
         all.push_back({"address", "no interface of this server is in the network of " + client.address +
                                       ", so reverse ARP and broadcasts from there will not be answered"});
     return all;

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <deque>
 #include <filesystem>
-#include <fstream>
 #include <signal.h>
 #include <stdexcept>
 #include <sys/stat.h>
@@ -13,6 +12,7 @@
 #include <unistd.h>
 
 #include "base/beneath.hpp"
+#include "base/mounts.hpp"
 #include "hostadm.h"
 #include "server/confined.hpp"
 
@@ -49,28 +49,9 @@ void forget_words_of_success() {
     adm_err_setf(nullptr, 0, "");
 }
 
-// Mount points as the kernel writes them: blanks and backslashes as three octal digits.
-std::string unescaped(std::string_view text) {
-    std::string plain;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\\' && i + 3 < text.size()) {
-            plain +=
-                static_cast<char>((text[i + 1] - '0') * 64 + (text[i + 2] - '0') * 8 + (text[i + 3] - '0'));
-            i += 3;
-        } else {
-            plain += text[i];
-        }
-    }
-    return plain;
-}
-
 std::string mount_below(const std::string &directory) {
-    std::ifstream mounts("/proc/self/mountinfo");
-    for (std::string id, parent, device, root, point, rest;
-         mounts >> id >> parent >> device >> root >> point && std::getline(mounts, rest);)
-        if (const std::string path = unescaped(point); is_at_or_below(path, directory))
-            return path;
-    return {};
+    const std::vector<base::Mount> mounts = base::mounts_within(directory);
+    return mounts.empty() ? "" : mounts.front().point;
 }
 
 } // namespace

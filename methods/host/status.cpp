@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <fstream>
 #include <map>
 #include <set>
 
+#include "base/mounts.hpp"
 #include "base/text.hpp"
 #include "hostadm/method.hpp"
 #include "hostadm/table_edit.hpp"
@@ -79,10 +79,8 @@ void shares(ManyRows &rows) {
 
 std::set<std::string> mount_points_now() {
     std::set<std::string> points;
-    std::ifstream mounts("/proc/self/mounts");
-    for (std::string line; std::getline(mounts, line);)
-        if (const auto words = base::words_of(line); words.size() > 1)
-            points.emplace(words[1]);
+    for (base::Mount &mount : base::all_mounts())
+        points.insert(std::move(mount.point));
     return points;
 }
 

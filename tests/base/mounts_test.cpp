@@ -21,6 +21,7 @@ TEST(Mounts, AreReadFromTheTableWithTheirBlanks) {
     EXPECT_EQ(mounts[0].type, "ext4");
     EXPECT_EQ(mounts[0].source, "/dev/vda");
     EXPECT_TRUE(has_option(mounts[0].system_options, "errors=remount-ro"));
+    EXPECT_EQ(all_options(mounts[0]), "rw,relatime,errors=remount-ro");
     EXPECT_EQ(mounts[1].point, "/home/a b");
     EXPECT_EQ(mounts[1].root, "/sub");
     EXPECT_TRUE(has_option(mounts[1].options, "nosuid"));
