@@ -49,15 +49,19 @@ bool is_called(const base::Process &process, std::string_view name) {
            (!process.arguments.empty() && last_part(process.arguments.front()) == name);
 }
 
-// Of a daemon that has children, the first started.
+// Of names, the first that any process has: a process that watches over the NFS server is called by another. Of a
+// daemon that has children, the first started.
 const base::Process *find(const std::vector<base::Process> &processes,
                           const std::vector<std::string_view> &names) {
-    const base::Process *found = nullptr;
-    for (const std::string_view name : names)
+    for (const std::string_view name : names) {
+        const base::Process *found = nullptr;
         for (const base::Process &process : processes)
             if (is_called(process, name) && (found == nullptr || process.pid < found->pid))
                 found = &process;
-    return found;
+        if (found != nullptr)
+            return found;
+    }
+    return nullptr;
 }
 
 std::string executable_of(const base::Process &process) {
