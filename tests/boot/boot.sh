@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: MIT
 # boot.sh BUILD: two diskless clients are added with hostadm, boot over the wire step by step from the real daemons,
 # and are removed again. Run by "run" in a throwaway root. Its network namespace is the server; a second one, "client",
 # joined to it by a virtual cable, is whichever client is switched on.
