@@ -62,6 +62,8 @@ std::string state_of(const std::string &tree) {
 }
 
 bool holds_secret(const std::string &tree) {
+    if (!fs::exists(tree))
+        return false;
     for (const fs::directory_entry &entry : fs::recursive_directory_iterator(tree))
         if (fs::is_regular_file(entry.symlink_status()) && entry.file_size() < 100000 &&
             content(entry.path()).find("secret") != std::string::npos)
@@ -111,14 +113,14 @@ protected:
     // Tries the attack before every system call of the method that names one of the needles.
     void at_every_moment(const std::string &method, const std::vector<std::string> &needles,
                          const std::function<void()> &attack,
-                         const std::function<void()> &prepare = fresh_root) const {
-        int number = 0;
+                         const std::function<void()> &prepare = fresh_root, int stride = 1) const {
+        int number = 1 - stride;
         for (attacks::Stopped stopped{.was_there = true}; stopped.was_there;) {
             prepare();
             std::vector<std::string> command{"/usr/bin/timeout", "-k", "1", "30", attacked_command(), "run"};
             for (const std::string &word : words_of(method))
                 command.push_back(word);
-            stopped = attacks::run_and_swap(command, needles, ++number, attack);
+            stopped = attacks::run_and_swap(command, needles, number += stride, attack);
             ASSERT_LT(stopped.status, 124) << "it hung before call " << number << ": " << stopped.call;
             ASSERT_EQ(state_of(own), before_) << "before call " << number << ": " << stopped.call;
             ASSERT_FALSE(holds_secret(root)) << "before call " << number << ": " << stopped.call;
@@ -291,6 +293,87 @@ TEST_F(FilledRoot, ScriptOfTheClientIsNotRunForItsDevices) {
     at_every_moment(
         "host/make_devices device=std script=/source/MAKEDEV directory=" + root + "/dev", {"node", "sub"},
         [] { lay_link(root + "/dev/sub", own); }, prepare);
+}
+
+// ---- the whole of a client ----
+
+class WholeClient : public ClientRoot {
+protected:
+    void SetUp() override {
+        ClientRoot::SetUp();
+        if (IsSkipped())
+            return;
+        // Keeps a list, as the real one does.
+        standin::place("/usr/sbin/share",
+                       {.script = "tab=/etc/dfs/sharetab; [ $# = 0 ] && { cat $tab; exit 0; }\n"
+                                  "while getopts F:o:d: o; do case $o in o) opts=$OPTARG;; esac; done\n"
+                                  "shift $((OPTIND - 1)); echo \"-  $1  $opts  \\\"\\\"\" >>$tab"});
+        standin::place("/usr/sbin/unshare", {.script = "shift 2; sed -i \"\\|  $1  |d\" /etc/dfs/sharetab"});
+        for (const char *name :
+             {"etc/passwd", "etc/motd", "usr/tool", "usr/platform/kel4m/lib/fs/nfs/inetboot"})
+            write(std::string("/source/") + name, "of the service\n");
+        fs::permissions("/source/usr/tool", fs::perms(04755));
+    }
+    static void nobody() {
+        for (const char *path : {"/export", "/tftpboot", "/etc/dfs", "/var/lib/hostadm"})
+            fs::remove_all(path);
+        write("/etc/hosts", "127.0.0.1\tlocalhost\n10.1.2.1\tserver1\n");
+        for (const char *table_name :
+             {"/etc/ethers", "/etc/bootparams", "/etc/dfs/dfstab", "/etc/dfs/sharetab"})
+            write(table_name, "");
+    }
+    // Added once; then its root lost everything.
+    void emptied() const {
+        nobody();
+        const tests::Outcome added = run(add);
+        ASSERT_EQ(added.status, 0) << added.output;
+        for (const fs::directory_entry &entry : fs::directory_iterator(root))
+            fs::remove_all(entry.path());
+    }
+    const std::string add = "client/add_diskless hostname=c1 address=10.1.2.3 ethernet=8:0:20:a:b:c "
+                            "instruction_set=kel4 implementation_arch=kel4m os_name=Quorvel os_version=2.5 "
+                            "server=server1 tree=/source swap_size=1m swappath=" +
+                            root + "/var/c1/swap";
+};
+
+TEST_F(WholeClient, EmptiedRootIsFilledAgainWhileItBecomesALink) {
+    for (const char *folder : {"etc", "usr"})
+        at_every_moment(
+            add, {root, "/" + std::string(folder), std::string(folder) + "/"},
+            [&] {
+                fs::remove_all(root + "/" + folder);
+                lay_link(root + "/" + folder, own);
+            },
+            [this] { emptied(); }, 11); // a sample: there are hundreds of calls
+}
+
+TEST_F(WholeClient, FolderOfItsSwapThatIsALinkIsNeitherSharedNorEmptied) {
+    emptied();
+    fs::remove_all(root + "/var");
+    fs::create_symlink(own, root + "/var");
+    fs::create_directories(own + "/c1");
+    write(own + "/c1/swap", secret);
+    before_ = state_of(own);
+    run(add);
+    EXPECT_THAT(content("/etc/dfs/sharetab"), Not(HasSubstr(own)));
+    EXPECT_THAT(content("/etc/dfs/dfstab"), Not(HasSubstr(own)));
+    run("client/remove hostname=c1 purge=yes");
+    EXPECT_EQ(state_of(own), before_);
+}
+
+TEST_F(WholeClient, IsRemovedWhileItLaysLinks) {
+    at_every_moment(
+        "client/remove hostname=c1 purge=yes", {root, "swap", "etc", "sub"},
+        [] {
+            lay_link(root + "/etc", own);
+            lay_link(root + "/var", own);
+        },
+        [this] {
+            emptied();
+            write(root + "/etc/sub/motd", "the client's\n");
+            write(root + "/var/c1/swap", "");
+        },
+        5);
 }
 
 // ---- what is no file at all ----
