@@ -102,8 +102,8 @@ std::string aside_of(const std::string &name) {
     return aside.size() <= NAME_MAX ? aside : random_name();
 }
 
-// Makes the file and locks it, so that nobody else takes it for one that a broken run left behind. Not open and
-// errno when it cannot be made; EEXIST when somebody else is at it.
+// Makes the file and locks it, so that nobody else takes it for one that a broken run left behind. Not open
+// and errno when it cannot be made; EEXIST when somebody else is at it.
 Descriptor make_locked(int parent, const char *name) {
     Descriptor file(openat(parent, name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     struct stat status {};
@@ -250,7 +250,8 @@ Descriptor Beneath::open(std::string_view below, std::uint64_t flags, const char
     const std::uint64_t resolve =
         links_ == Links::inside ? RESOLVE_IN_ROOT : RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
     const std::string path(below.empty() ? "." : below);
-    // To a link that was to be a directory the kernel says only that it is none, unless no link is allowed at all.
+    // To a link that was to be a directory the kernel says only that it is none, unless no link is allowed at
+    // all.
     if (links_ == Links::inside || (flags & O_DIRECTORY) == 0)
         flags |= O_NOFOLLOW;
     return Descriptor(open_beneath(directory_.get(), path.c_str(), flags, resolve));
@@ -420,8 +421,8 @@ bool Beneath::make_directories(std::string_view below, Attributes attributes) co
     return made;
 }
 
-// Makes something under a name that is free, by whatever it takes: what stood there goes, unless it is a directory
-// with something in it.
+// Makes something under a name that is free, by whatever it takes: what stood there goes, unless it is a
+// directory with something in it.
 void Beneath::put_in_place(std::string_view below, const char *what,
                            const std::function<int(int, const char *)> &make) const {
     const Place place = place_of(below, what);

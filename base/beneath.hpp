@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Files below a directory in which somebody else may change anything at any moment, such as a client's root.
 //
-// Whatever is found there is reached through descriptors that cannot leave the directory; only regular files are
-// opened, and no fifo or device ever is; what is read is bounded; what is written takes its name when it is
-// whole. A path below the directory may begin with slashes: "/etc/vfstab" is what the directory's owner means
-// by that. The entry at the end of a path is never followed if it is a symbolic link.
+// Whatever is found there is reached through descriptors that cannot leave the directory; only regular files
+// are opened, and no fifo or device ever is; what is read is bounded; what is written takes its name when it
+// is whole. A path below the directory may begin with slashes: "/etc/vfstab" is what the directory's owner
+// means by that. The entry at the end of a path is never followed if it is a symbolic link.
 #pragma once
 
 #include <cstdint>

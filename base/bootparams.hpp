@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Items of a bootparams entry, as they are written in it: words KEY=SERVER:PATH, or KEY=VALUE without a server.
+// Items of a bootparams entry, as they are written in it: words KEY=SERVER:PATH, or KEY=VALUE without a
+// server.
 #pragma once
 
 #include <optional>

@@ -37,8 +37,8 @@ public:
         ::close(release());
         errno = reason;
     }
-    // Where a close may fail and matters, as of a file that was written: 0 or an errno value. The number is free
-    // afterwards in any case.
+    // Where a close may fail and matters, as of a file that was written: 0 or an errno value. The number is
+    // free afterwards in any case.
     int close() { return is_open() && ::close(release()) != 0 ? errno : 0; }
     // A path that leads to the open file, for system calls that take no descriptor.
     std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
@@ -47,8 +47,8 @@ private:
     int descriptor_ = -1;
 };
 
-// The text of a memory file where it lies. The file cannot shrink from then on, so it stays whatever its writers
-// do.
+// The text of a memory file where it lies. The file cannot shrink from then on, so it stays whatever its
+// writers do.
 class MemoryFileText {
 public:
     explicit MemoryFileText(int descriptor);

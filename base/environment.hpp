@@ -14,9 +14,9 @@ inline constexpr const char *system_path = "/usr/sbin:/usr/bin:/sbin:/bin";
 // (language, terminal, time zone), where their values are names and lead to no file.
 std::vector<std::string> clean_environment();
 
-// Takes everything out of this process's environment by which the language's own library would load a file that
-// somebody else names. For a program that may run with more rights than who wrote its environment; before its
-// first text is looked up.
+// Takes everything out of this process's environment by which the C library would load a file that somebody
+// else names. For a program that may run with more rights than who wrote its environment; before its first
+// text is looked up.
 void drop_ways_to_foreign_texts();
 
 } // namespace hostadm::base

@@ -20,16 +20,17 @@ struct FileText {
     bool is_missing() const;
 };
 
-// Links are followed. Neither a fifo nor a device is opened, so that nobody can make this wait. Not for a directory
-// that somebody else may change.
+// Links are followed. Neither a fifo nor a device is opened, so that nobody can make this wait. Not for a
+// directory that somebody else may change.
 FileText read_file(const std::string &path, std::size_t limit = usual_size_limit);
 
 // What can be read of the file, perhaps nothing: of one that is missing, that is none, or that goes away
 // meanwhile, as those of a process do.
 std::string file_contents(const std::string &path);
 
-// Writes the text aside, flushes it and renames it over the path; then the directory is flushed. At every moment, also
-// after a power cut, the file holds its old text or the new one. 0 or an errno value; then nothing is left behind.
+// Writes the text aside, flushes it and renames it over the path; then the directory is flushed. At every
+// moment, also after a power cut, the file holds its old text or the new one. 0 or an errno value; then
+// nothing is left behind.
 int write_file(const std::string &path, std::string_view text, mode_t mode = 0644);
 
 } // namespace hostadm::base

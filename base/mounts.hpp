@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What is mounted, read by libmount. That is loaded at the first question: with the libraries that it needs itself it
-// would make the start of every program twice as long.
+// What is mounted, read by libmount. That is loaded at the first question: with the libraries that it needs
+// itself it would make the start of every program twice as long.
 #pragma once
 
 #include <cstdint>
@@ -32,8 +32,9 @@ std::optional<Mount> mount_of(const std::string &path);
 // Those at a directory or below it.
 std::vector<Mount> mounts_within(const std::string &directory);
 
-// A copy that is laid over a file system (an overlay) can say in its source what it shows: layer_source("xfs") is the
-// source of one over xfs, and shown_type() of that mount is then "xfs"; of any other it is the mount's own type.
+// A copy that is laid over a file system (an overlay) can say in its source what it shows:
+// layer_source("xfs") is the source of one over xfs, and shown_type() of that mount is then "xfs"; of any
+// other it is the mount's own type.
 std::string layer_source(const std::string &shown_type);
 std::string shown_type(const Mount &mount);
 

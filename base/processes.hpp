@@ -23,7 +23,8 @@ std::vector<Process> live_processes(const std::string &proc = "/proc");
 // Whether a process sees the same root directory as this one, and so is no other container's.
 bool shares_root(int pid);
 
-// What the line of /proc/ID/stat tells first: "ID (NAME) STATE ...". A name may hold blanks, brackets and newlines.
+// What the line of /proc/ID/stat tells first: "ID (NAME) STATE ...". A name may hold blanks, brackets and
+// newlines.
 struct ProcessStat {
     int pid = 0;
     std::string_view name; // of the text given

@@ -130,8 +130,8 @@ struct Listened {
     }
 };
 
-// While it lives this process has the file mode mask and the limits that a program is to begin with: a child takes
-// them over.
+// While it lives this process has the file mode mask and the limits that a program is to begin with: a child
+// takes them over.
 class FreshStart {
 public:
     explicit FreshStart(bool wanted) : wanted_(wanted) {

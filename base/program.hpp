@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Starting a program with chosen descriptors, environment and directory, and waiting for it; its words are given as
-// they are, no shell reads them.
+// Starting a program with chosen descriptors, environment and directory, and waiting for it; its words are
+// given as they are, no shell reads them.
 #pragma once
 
 #include <cerrno>
@@ -23,9 +23,9 @@ struct Program {
     std::vector<std::pair<int, int>> descriptors = {};
     std::string path_prefix = {}; // put in front of PATH if not empty
     int time_limit = 0;           // seconds, then its process group, one of its own, is killed; 0: none
-    // Begins like a program that the system starts: files that it makes are its user's to write and everybody's
-    // to read, and no limit of this process cuts off what it writes. Standard descriptors that are closed here
-    // lead to /dev/null.
+    // Begins like a program that the system starts: files that it makes are its user's to write and
+    // everybody's to read, and no limit of this process cuts off what it writes. Standard descriptors that
+    // are closed here lead to /dev/null.
     bool fresh_start = false;
     std::size_t size_limit = 0;                               // bytes of any file that it writes; 0: none
     std::optional<std::string> input = {};                    // what it reads from its standard input
@@ -56,8 +56,8 @@ struct Answer {
 
 enum class Errors { apart, with_output };
 
-// Runs a program and keeps what it says, of each stream at most `limit` bytes; more is read and forgotten. What a
-// daemon that it leaves behind says later is not waited for.
+// Runs a program and keeps what it says, of each stream at most `limit` bytes; more is read and forgotten.
+// What a daemon that it leaves behind says later is not waited for.
 Answer run_and_listen(Program program, Errors errors = Errors::apart, std::size_t limit = 64 << 20);
 
 // While it lives, TERM and HUP that come to this process go on to the program that

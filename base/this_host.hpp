@@ -16,17 +16,19 @@ enum class Lookup {
 };
 enum class EmptyName { is_nobody, is_this_host };
 
-// This host are: "localhost"; its host name, in full and up to the first dot; every loopback address and every
-// address of its network interfaces; every name that the look-up gives to one of these addresses. Without regard to
-// case, and to a dot at the end.
+// This host are: "localhost"; its host name, in full and up to the first dot; every loopback address and
+// every address of its network interfaces; every name that the look-up gives to one of these addresses.
+// Without regard to case, and to a dot at the end.
 bool is_this_host(std::string_view host, Lookup lookup, EmptyName empty = EmptyName::is_nobody);
 
 // Whether the address, of either family, is a loopback address or one of an interface.
 bool is_own_address(std::string_view address);
-// Whether an interface of this host is in the network of the IPv4 address, so that its broadcasts arrive here.
+// Whether an interface of this host is in the network of the IPv4 address, so that its broadcasts arrive
+// here.
 bool is_in_own_network(std::string_view address);
 
-// The IPv4 address that clients will be told for a host name, by the hosts table and the name services; empty: none.
+// The IPv4 address that clients will be told for a host name, by the hosts table and the name services;
+// empty: none.
 std::string address_of_host(const std::string &name);
 
 } // namespace hostadm::base

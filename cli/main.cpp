@@ -47,8 +47,8 @@ int refuse(const CLI::App &app, const std::string &first_word, const std::string
     return usage;
 }
 
-// A file that this program opens must not become its standard output by accident. What is printed where there is
-// no such output is lost, and that is told.
+// A file that this program opens must not become its standard output by accident. What is printed where there
+// is no such output is lost, and that is told.
 void open_standard_descriptors() {
     int descriptor = -1;
     do

@@ -22,8 +22,8 @@ public:
     explicit Table(std::vector<std::string> headings) : lines_{std::move(headings)} {}
     void add(std::vector<std::string> cells) { lines_.push_back(std::move(cells)); }
     bool empty() const { return lines_.size() == 1; }
-    // Columns two blanks apart, no blanks at line ends, an empty cell as "-". The last cell of a line is broken
-    // so that the line takes no more columns than said; 0: it is not.
+    // Columns two blanks apart, no blanks at line ends, an empty cell as "-". The last cell of a line is
+    // broken so that the line takes no more columns than said; 0: it is not.
     std::string text(std::size_t columns = 0) const;
     // An array with one object a line, keyed by the headings.
     Json json() const;

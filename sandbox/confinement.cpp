@@ -34,8 +34,8 @@ int map_everybody(const Descriptor &processes, pid_t process) {
     return 0;
 }
 
-// Root's rights from now on are those over its own name spaces. They came from outside, so that the mounts that are
-// there cannot be taken down or made writable.
+// Root's rights from now on are those over its own name spaces. They came from outside, so that the mounts
+// that are there cannot be taken down or made writable.
 void give_up_the_systems_rights() {
     const Descriptor processes = own_processes();
     int ends[2];
@@ -64,8 +64,8 @@ void give_up_the_systems_rights() {
         fail("make a user name space (see the setting user.max_user_namespaces)");
 }
 
-// Calls that reach other name spaces, other processes, the kernel or the clock. Most of them would fail for want of
-// a right; two reasons are better than one.
+// Calls that reach other name spaces, other processes, the kernel or the clock. Most of them would fail for
+// want of a right; two reasons are better than one.
 constexpr std::array refused_calls = {SCMP_SYS(setns),
                                       SCMP_SYS(open_by_handle_at),
                                       SCMP_SYS(ptrace),

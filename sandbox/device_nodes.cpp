@@ -95,7 +95,8 @@ int make_as_asked(const Wanted &wanted) {
                                : slash == 0              ? "/"
                                                          : wanted.path.substr(0, slash);
     const std::string name = slash == wanted.path.npos ? wanted.path : wanted.path.substr(slash + 1);
-    // The links of /proc would lead this process, which has the system's rights, to where the other may not go.
+    // The links of /proc would lead this process, which has the system's rights, to where the other may not
+    // go.
     open_how how{};
     how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
     how.resolve = RESOLVE_NO_MAGICLINKS;

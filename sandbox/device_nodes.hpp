@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Device nodes for a confined command: it may not make any, so its first process makes them in its name. They lie on
-// mounts where no device can be opened.
+// Device nodes for a confined command: it may not make any, so its first process makes them in its name. They
+// lie on mounts where no device can be opened.
 #pragma once
 
 #include <sys/types.h>

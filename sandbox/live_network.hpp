@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The interfaces, addresses and routes of the running system, rebuilt in a private network that leads nowhere.
+// The interfaces, addresses and routes of the running system, rebuilt in a private network that leads
+// nowhere.
 #pragma once
 
 #include <vector>
@@ -11,9 +12,9 @@ class LiveNetwork {
 public:
     // As the calling process sees it. Throws Error.
     static LiveNetwork seen();
-    // Makes the calling process's own network, which has a loopback interface and nothing else, look like it: an
-    // interface that drops what it is given stands for each. An address whose interface cannot be made stands on
-    // the loopback interface; what has no place at all is left out. Throws Error.
+    // Makes the calling process's own network, which has a loopback interface and nothing else, look like it:
+    // an interface that drops what it is given stands for each. An address whose interface cannot be made
+    // stands on the loopback interface; what has no place at all is left out. Throws Error.
     void rebuild() const;
 
 private:

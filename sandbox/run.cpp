@@ -133,8 +133,8 @@ void confine_or_end(int socket, int first_process) {
     _exit(127);
 }
 
-// Waits for the command and for every orphan that is handed to the first process meanwhile, and makes the device
-// nodes that they ask for.
+// Waits for the command and for every orphan that is handed to the first process meanwhile, and makes the
+// device nodes that they ask for.
 int wait_status_of(pid_t command, const DeviceNodes &nodes) {
     for (;;) {
         if (nodes.descriptor() >= 0) {

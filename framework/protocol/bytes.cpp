@@ -10,8 +10,8 @@ namespace hostadm::framework {
 
 namespace {
 
-// What is said here nests three deep. The JSON library copies what it has read by calling itself, so that depth
-// is a matter of the stack.
+// What is said here nests three deep. The JSON library copies what it has read by calling itself, so that
+// depth is a matter of the stack.
 constexpr int deepest = 32;
 
 bool is_too_deep(std::string_view text) {

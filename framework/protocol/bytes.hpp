@@ -12,7 +12,8 @@ namespace hostadm::framework {
 // Keeps the order in which the fields of a row were given.
 using Json = nlohmann::ordered_json;
 
-// Reads a text of somebody else's: discarded when it is no JSON, or nested deeper than anything that is said here.
+// Reads a text of somebody else's: discarded when it is no JSON, or nested deeper than anything that is said
+// here.
 Json parse_json(std::string_view text);
 
 // A string, or {"base64": "..."} when the bytes are no UTF-8.

@@ -30,8 +30,8 @@ private:
 using Fields = std::list<Field>;
 Field *find(Fields &fields, std::string_view name);
 
-// The arguments of the method that this process is. They are read once and stay, for a handler that runs at the
-// process's exit too: callers may keep what they found, and write to its value.
+// The arguments of the method that this process is. They are read once and stay, for a handler that runs at
+// the process's exit too: callers may keep what they found, and write to its value.
 Fields &inputs();
 // Gives them the values that they have after the check.
 void set_inputs(const Request &request);

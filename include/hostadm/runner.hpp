@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Where the command meets the framework: what methods there are, running one, and what came of it; and the method's
-// own end of a run, for `hostadm arg`. Methods themselves use hostadm/method.hpp or hostadm/framework.h; this header
-// serves the programs that are built with this system.
+// Where the command meets the framework: what methods there are, running one, and what came of it; and the
+// method's own end of a run, for `hostadm arg`. Methods themselves use hostadm/method.hpp or
+// hostadm/framework.h; this header serves the programs that are built with this system.
 #pragma once
 
 #include <cstddef>
@@ -32,8 +32,8 @@ struct Request {
     const std::string *find(std::string_view name) const;
 };
 
-// The rows of an answer. A hundred thousand are no rarity, so all their names and values lie in one text, each
-// with a NUL behind it.
+// The rows of an answer. A hundred thousand are no rarity, so all their names and values lie in one text,
+// each with a NUL behind it.
 class Rows {
     // Walks over what a container finds by number.
     template <typename Container> class Iterator {
@@ -75,7 +75,8 @@ public:
     Iterator<Rows> end() const { return {*this, size()}; }
     Row operator[](std::size_t row) const { return {*this, first_[row], end_of(row)}; }
 
-    // So that rows whose lines take so many bytes come without growing pains. What is not needed is not touched.
+    // So that rows whose lines take so many bytes come without growing pains. What is not needed is not
+    // touched.
     void reserve(std::size_t bytes) {
         text_.reserve(bytes);
         fields_.reserve(bytes / 8);
@@ -155,8 +156,8 @@ std::variant<std::string, Unknown> find_method(std::string_view method_class, st
 // Asks a method for its description.
 std::variant<method::Description, std::string> describe(const std::string &name);
 
-// What it does, its arguments, kinds and defaults, its outputs and columns, and what it touches, for a person to
-// read. Lines are broken so that they take no more columns than said; 0: they are not.
+// What it does, its arguments, kinds and defaults, its outputs and columns, and what it touches, for a person
+// to read. Lines are broken so that they take no more columns than said; 0: they are not.
 std::string help_text(const method::Description &description, std::size_t columns = 0);
 
 std::string_view kind_name(method::Kind kind);
@@ -167,7 +168,8 @@ bool is_name(std::string_view name);
 
 // ---- running one ----
 
-// Runs a method where the host says; the empty host is this one. Only here is it known what a name means here.
+// Runs a method where the host says; the empty host is this one. Only here is it known what a name means
+// here.
 Outcome perform(std::string_view method_class, std::string_view name, Request request,
                 const std::string &host);
 

@@ -28,21 +28,25 @@
 // the time limit has passed, when the caller gets INT, TERM, HUP or QUIT, and when
 // the caller itself is killed. Nothing stays behind: no mount, no process, no file.
 //
-// Root is needed (CAP_SYS_ADMIN): the kernel lets nobody else layer over "/". By itself the private copy keeps a
-// well-meaning command from changing the host; it is no prison for a hostile one, which is root after all.
+// Root is needed (CAP_SYS_ADMIN): the kernel lets nobody else layer over "/". By itself the private copy
+// keeps a well-meaning command from changing the host; it is no prison for a hostile one, which is root after
+// all.
 //
-// A confined command is root in a user name space of its own: its rights are those over files and over its own
-// processes and mounts. It holds against one that
-// - goes to the running system through /proc/ID/root, ID/cwd, ID/fd or ID/mem of its processes, enters one of their
+// A confined command is root in a user name space of its own: its rights are those over files and over its
+// own processes and mounts. It holds against one that
+// - goes to the running system through /proc/ID/root, ID/cwd, ID/fd or ID/mem of its processes, enters one of
+// their
 //   name spaces, traces one or signals one;
-// - opens files by their number, makes a device node or a mount of its own to open a disk, or makes a mount writable
+// - opens files by their number, makes a device node or a mount of its own to open a disk, or makes a mount
+// writable
 //   that it found read-only;
-// - sets the clock, reads or clears the kernel's log, loads a module, changes the kernel's settings, restarts the
+// - sets the clock, reads or clears the kernel's log, loads a module, changes the kernel's settings, restarts
+// the
 //   machine or turns swap space on or off;
 // - types into the terminal that it was started from;
 // - talks to anybody over the network, or changes the network.
-// It does not hold against one that uses a fault of the kernel, that fills the memory or takes the time of the
-// processors, or that reads what only root may read and shows it.
+// It does not hold against one that uses a fault of the kernel, that fills the memory or takes the time of
+// the processors, or that reads what only root may read and shows it.
 #pragma once
 
 #include <chrono>

@@ -15,6 +15,7 @@ const Description description{
     .outputs = {{"changed", "yes, or no when nothing was switched on", true}},
     .columns = {{"path", "what was taken away, or was left because somebody has changed it"},
                 {"result", "removed or left"}},
+    .edits = {"/etc/systemd/system"},
 };
 
 int work(Call &call) {

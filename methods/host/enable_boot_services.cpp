@@ -18,6 +18,7 @@ const Description description{
                    .purpose = "router that clients are told of; without it they are told 127.0.0.1"}},
     .outputs = {{"changed", "yes, or no when everything was switched on already", true}},
     .columns = {{"path", "what was made or changed"}},
+    .edits = {"/etc/systemd/system"},
 };
 
 int work(Call &call) {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The answers by name are tried in a private host by tests/tables/local_host_test.cpp; here, what the policies change.
+// The answers by name are tried in a private host by tests/tables/local_host_test.cpp; here, what the
+// policies change.
 #include <gtest/gtest.h>
 
 #include "base/this_host.hpp"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A preview tells what a run would: on one healthy server every method is previewed and then run, and both say the
-// same. What a run changes stays for the methods after it.
+// A preview tells what a run would: on one healthy server every method is previewed and then run, and both
+// say the same. What a run changes stays for the methods after it.
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
