@@ -43,7 +43,7 @@ std::optional<ProcessStat> parse_process_stat(std::string_view text) {
     return stat;
 }
 
-std::vector<Process> live_processes(const std::string &proc) {
+std::vector<Process> all_processes(const std::string &proc) {
     std::vector<Process> processes;
     const Directory table(opendir(proc.c_str()));
     while (const dirent *entry = table == nullptr ? nullptr : readdir(table.get())) {
@@ -53,13 +53,20 @@ std::vector<Process> live_processes(const std::string &proc) {
         const std::string line = file_contents(place + "/stat"); // empty when the process has ended
         struct stat owner {};
         const auto known = parse_process_stat(line);
-        if (!known || known->is_defunct() || stat(place.c_str(), &owner) != 0)
+        if (!known || stat(place.c_str(), &owner) != 0)
             continue;
         processes.push_back({.pid = known->pid,
                              .short_name = std::string(known->name),
                              .arguments = zero_separated(file_contents(place + "/cmdline")),
-                             .owner = owner.st_uid});
+                             .owner = owner.st_uid,
+                             .state = known->state});
     }
+    return processes;
+}
+
+std::vector<Process> live_processes(const std::string &proc) {
+    std::vector<Process> processes = all_processes(proc);
+    std::erase_if(processes, [](const Process &one) { return one.state == 'Z' || one.state == 'X'; });
     return processes;
 }
 

@@ -15,9 +15,12 @@ struct Process {
     std::string short_name;             // as the kernel knows it
     std::vector<std::string> arguments; // none: a thread of the kernel
     uid_t owner = 0;                    // anybody can call a process what he likes
+    char state = 'S';                   // as the kernel tells it: T is stopped, Z defunct
 };
 
-// Those that are neither defunct nor end while this looks. proc is where the process table is.
+// All of them, the defunct ones too. proc is where the process table is.
+std::vector<Process> all_processes(const std::string &proc = "/proc");
+// Those that are neither defunct nor end while this looks.
 std::vector<Process> live_processes(const std::string &proc = "/proc");
 
 // Whether a process sees the same root directory as this one, and so is no other container's.

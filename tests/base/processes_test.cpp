@@ -54,6 +54,14 @@ TEST_F(ProcessTable, LeavesOutTheDefunctAndThoseThatEnd) {
     EXPECT_THAT(read(), IsEmpty());
 }
 
+TEST_F(ProcessTable, HasTheDefunctWhereAllAreWanted) {
+    add("9", "9 (gone) Z 1", "");
+    add("10", "10 (held) T 1", "held\0"s);
+    const auto found = all_processes(scratch_.path());
+    ASSERT_EQ(found.size(), 2u);
+    EXPECT_EQ(found[0].state + found[1].state, 'Z' + 'T');
+}
+
 TEST_F(ProcessTable, OfTheKernelHasThreadsWithoutArguments) {
     add("12", "12 (nfsd) S 1", "");
     ASSERT_EQ(read().size(), 1u);
