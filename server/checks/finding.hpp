@@ -25,15 +25,16 @@ enum class Stage {
 };
 
 struct Finding {
-    std::string check; // the check that found it, as the list of checks names it
+    std::string check = {}; // the check that found it, as the list of checks names it
     Severity severity = Severity::error;
     Stage stage = Stage::address;
-    std::string client; // empty: every client
-    std::string where;  // FILE:LINE, a path, a daemon, an interface
-    std::string what;   // what is wrong there
-    std::string why;    // what that does to which client at which stage
-    std::string repair; // the commands that mend it, as one line for a shell; with words to be filled in when
-                        // only the administrator can know them
+    std::string client = {}; // empty: every client
+    std::string where = {};  // FILE:LINE, a path, a daemon, an interface
+    std::string what = {};   // what is wrong there
+    std::string why = {};    // what that does to which client at which stage
+    std::string repair =
+        {}; // the commands that mend it, as one line for a shell; with words to be filled in when
+            // only the administrator can know them
 };
 
 using Findings = std::vector<Finding>;

@@ -2,9 +2,12 @@
 #include "server/checks/registry.hpp"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <numeric>
 
 #include "base/text.hpp"
+#include "server/checks/subjects.hpp"
 
 namespace hostadm::server {
 
@@ -35,7 +38,50 @@ bool is_asked(const std::vector<std::string> &names, const std::string &client) 
 } // namespace
 
 const std::vector<Check> &all_checks() {
-    static const std::vector<Check> checks = {};
+    static const std::vector<Check> checks = {
+        {"hosts-table",
+         "/etc/hosts: lines that are passed over, clients without an address or with two, addresses of two",
+         hosts_table_of_server, hosts_table_of_client},
+        {"ethers-table",
+         "/etc/ethers: lines that are passed over, clients without a line, Ethernet addresses of two",
+         ethers_table_of_server, ethers_table_of_client},
+        {"name-service", "/etc/nsswitch.conf: whether the tables of this server are looked into, and first",
+         name_service_of_server, nullptr},
+        {"interfaces", "interfaces and routes: up, in the clients' networks, ways back to the clients",
+         interfaces_of_server, interfaces_of_client},
+        {"reverse-arp", "in.rarpd: running, on which interface, with which boot programs it is content",
+         reverse_arp_of_server, reverse_arp_of_client},
+        {"boot-area",
+         "/tftpboot: links and boot programs that are missing, dangling, stale, empty, unreadable",
+         boot_area_of_server, boot_area_of_client},
+        {"tftp", "the TFTP daemon: running, its options, its directory, whether it hands out a boot program",
+         tftp_of_server, nullptr},
+        {"port-mapper", "rpcbind: running, whether it hears and hands on broadcasts, whether it answers",
+         port_mapper_of_server, nullptr},
+        {"boot-parameter-daemon", "rpc.bootparamd: running, registered, answering, its table and its router",
+         boot_parameter_daemon_of_server, boot_parameter_daemon_of_client},
+        {"bootparams",
+         "/etc/bootparams: entries that the daemon reads otherwise, servers without a usable address",
+         bootparams_of_server, bootparams_of_client},
+        {"access-control", "/etc/hosts.allow and /etc/hosts.deny: clients that are turned away", nullptr,
+         access_control_of_client},
+        {"packet-filter", "nftables: rules that drop what a boot needs", nullptr, packet_filter_of_client},
+        {"nfs-server", "the NFS server and its mount daemon: running, registered, answering, its settings",
+         nfs_server_of_server, nullptr},
+        {"shares",
+         "shares now and at boot: roots and swap files that are not shared to their client for writing as "
+         "root",
+         shares_of_server, shares_of_client},
+        {"exports", "what the NFS server exports, against what is shared", nullptr, exports_of_client},
+        {"roots",
+         "clients' roots: there, readable, a first process, a console, a mount table that names this server",
+         nullptr, roots_of_client},
+        {"swap-files", "swap and dump files: there, size, owner, mode", nullptr, swap_files_of_client},
+        {"disk-space", "file systems that clients write to: room, inodes, read-only", disk_space_of_server,
+         nullptr},
+        {"reboot", "what this server would lose by booting: services, options, mounts", reboot_of_server,
+         nullptr},
+    };
     return checks;
 }
 
@@ -53,7 +99,7 @@ Findings check(const Snapshot &server, const std::vector<std::string> &clients) 
         if (one.of_server != nullptr)
             add(one, one.of_server(server));
         if (one.of_client != nullptr)
-            for (const Client &client : server.clients)
+            for (const CheckedClient &client : server.clients)
                 if (is_asked(clients, client.name))
                     add(one, one.of_client(server, client));
     }
@@ -63,10 +109,24 @@ Findings check(const Snapshot &server, const std::vector<std::string> &clients) 
     return all;
 }
 
+std::string not_seen(const Snapshot &server) {
+    std::string text;
+    const auto add = [&](const std::string &what) { text += (text.empty() ? "" : "; ") + what; };
+    if (!server.privileged)
+        add("the sockets of daemons, the packet filter's rules and what only root may read: run this as "
+            "root");
+    else if (!server.filter.unread.empty())
+        add("the packet filter's rules: " + server.filter.unread);
+    for (const TableText *file : {&server.hosts.file, &server.ethers.file, &server.bootparams.file})
+        if (file->error != 0 && file->error != ENOENT)
+            add(file->path + ": " + std::strerror(file->error));
+    return text;
+}
+
 std::vector<std::string> nearest_clients(const Snapshot &server, const std::string &name) {
     std::vector<std::pair<std::size_t, std::string>> near;
     const std::string wanted = base::lower_case(name);
-    for (const Client &client : server.clients)
+    for (const CheckedClient &client : server.clients)
         if (const std::size_t away = distance(wanted, base::lower_case(client.name));
             away <= wanted.size() / 2 + 1)
             near.emplace_back(away, client.name);

@@ -16,7 +16,7 @@ struct Check {
     std::string name;
     std::string looks_at;
     Findings (*of_server)(const Snapshot &) = nullptr;
-    Findings (*of_client)(const Snapshot &, const Client &) = nullptr;
+    Findings (*of_client)(const Snapshot &, const CheckedClient &) = nullptr;
 };
 
 const std::vector<Check> &all_checks();
@@ -24,6 +24,9 @@ const std::vector<Check> &all_checks();
 // What is wrong with the server and with the clients of these names, all when none is given; in the order of the
 // stages of a boot, errors first.
 Findings check(const Snapshot &server, const std::vector<std::string> &clients = {});
+
+// What could not be looked at, and why; empty: everything was.
+std::string not_seen(const Snapshot &server);
 
 // Names of clients that a mistyped name may have meant, the nearest first; at most three.
 std::vector<std::string> nearest_clients(const Snapshot &server, const std::string &name);

@@ -1,0 +1,310 @@
+// SPDX-License-Identifier: MIT
+// /etc/bootparams, as Debian's rpc.bootparamd reads it.
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <set>
+#include <system_error>
+
+#include "base/text.hpp"
+#include "server/checks/subjects.hpp"
+#include "server/roots.hpp"
+
+namespace hostadm::server {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const std::set<std::string> known_keys{
+    "root", "swap",     "dump",     "exec", "kvm", "boottype", "swapsize", "install",     "install_config",
+    "term", "rootopts", "swapopts", "ns",   "pvp", "domain",   "timezone", "sysid_config"};
+
+// Marks that an editor of another system, or a hand, left at the end of lines.
+Findings odd_line_ends(const BootTable &table) {
+    Findings found;
+    std::size_t number = 0, first_return = 0;
+    base::for_each_line(table.file.text, [&](std::string_view line) {
+        ++number;
+        if (line.ends_with('\r') && first_return == 0)
+            first_return = number;
+        const std::string_view content = base::trimmed_end(line);
+        if (content.size() < line.size() && content.ends_with('\\') && !line.ends_with('\r') &&
+            !base::trimmed(line).starts_with('#'))
+            found.push_back({.stage = Stage::parameters,
+                             .where = table.place(number),
+                             .what = "blanks stand behind the backslash at the end of the line",
+                             .why = "rpc.bootparamd does not take the next line for a part of this one, so "
+                                    "that the client does not learn what stands there",
+                             .repair = "sed -i 's/\\\\[[:blank:]]*$/\\\\/' " + table.file.path});
+    });
+    if (first_return != 0)
+        found.push_back({.stage = Stage::parameters,
+                         .where = table.place(first_return),
+                         .what = "lines end with a carriage return",
+                         .why =
+                             "rpc.bootparamd takes it for the last letter of a path, which the client then "
+                             "cannot mount",
+                         .repair = "sed -i 's/\\r$//' " + table.file.path});
+    return found;
+}
+
+void add_defect(Findings &found, const Snapshot &server, const CheckedClient &client, const std::string &what,
+                const std::string &why, const std::string &repair, Severity severity = Severity::error,
+                Stage stage = Stage::parameters) {
+    found.push_back({.severity = severity,
+                     .stage = stage,
+                     .client = client.name,
+                     .where = server.place_of(client),
+                     .what = what,
+                     .why = why,
+                     .repair = repair});
+}
+
+std::string set_item(const CheckedClient &client, const std::string &key, const std::string &server,
+                     const std::string &path) {
+    return "hostadm run database/set_bootparams client=" + client.name + " key=" + key + " server=" + server +
+           " path=" + path;
+}
+
+// A server's name that the client can use: one with an address in the client's network.
+std::string good_server_name(const Snapshot &server, const CheckedClient &client) {
+    for (const KeyLine &line : server.hosts.lines)
+        if (line.is_ipv4() && !line.names.empty() && server.network.is_own(ipv4_number(line.value)) &&
+            ipv4_number(line.value) >> 24 != 127 &&
+            server.network.in_network_of(ipv4_number(line.value)) ==
+                server.network.in_network_of(client.number))
+            return line.names.front();
+    return {};
+}
+
+// The address of this server in a client's network, or any but the loopback's.
+std::string good_address(const Snapshot &server, const CheckedClient &client) {
+    const Interface *interface = server.network.in_network_of(client.number);
+    return interface == nullptr || interface->addresses.empty()
+               ? "ADDRESS"
+               : ipv4_text(interface->addresses.front().address);
+}
+
+// Whether the router that clients are told leads to this server's other networks.
+bool has_router(const Snapshot &server, const CheckedClient &client) {
+    const auto daemons = server.daemons.named({"rpc.bootparamd", "bootparamd"});
+    if (daemons.empty())
+        return false;
+    const auto router = daemons.front()->value_of('r');
+    const auto address = server.address_of(router.value_or(server.host_name));
+    return address && server.network.in_network_of(*address) != nullptr &&
+           server.network.in_network_of(*address) == server.network.in_network_of(client.number);
+}
+
+void check_server(Findings &found, const Snapshot &server, const CheckedClient &client, const BootItem &item,
+                  Stage stage) {
+    const std::string why = client.name + " gets no usable answer when it asks where its " + item.key + " is";
+    const std::string name = good_server_name(server, client);
+    const auto address = server.address_of(item.server);
+    const std::string change = set_item(client, item.key, name.empty() ? server.host_name : name, item.path);
+    if (!address) {
+        // A name with a mistake in it; or this server's own, which the table does not have.
+        const bool own = base::lower_case(item.server) == base::lower_case(server.host_name);
+        add_defect(found, server, client,
+                   "the server of " + item.key + ", " + item.server + ", has no address here",
+                   "rpc.bootparamd gives no answer when " + client.name + " asks for its " + item.key,
+                   own || name.empty() ? "hostadm run database/set_host hostname=" + item.server +
+                                             " address=" + good_address(server, client)
+                                       : change,
+                   Severity::error, stage);
+        return;
+    }
+    if (*address >> 24 == 127) {
+        std::string lines;
+        for (const KeyLine *line : server.hosts.with_name(item.server))
+            if (line->is_ipv4() && ipv4_number(line->value) >> 24 == 127)
+                lines = std::to_string(line->line);
+        const std::string remove = lines.empty() ? ""
+                                                 : "sed -i '" + lines + "s/[[:blank:]]" + item.server +
+                                                       "\\b//' " + server.hosts.file.path + " && ";
+        add_defect(found, server, client,
+                   "the server of " + item.key + ", " + item.server + ", has the address " +
+                       ipv4_text(*address) + " here",
+                   client.name + " would look for its " + item.key + " on itself",
+                   name.empty() || name == item.server
+                       ? remove + "hostadm run database/set_host hostname=" + item.server +
+                             " address=" + good_address(server, client)
+                       : change,
+                   Severity::error, stage);
+        return;
+    }
+    std::error_code error;
+    if (!server.network.is_own(*address)) {
+        if (server.network.in_network_of(client.number) == nullptr)
+            return; // the interface has lost its address, which is told
+        // Perhaps it really is another server's. What lies here, or bears this server's name, is meant to be here.
+        const bool ours = base::lower_case(item.server) == base::lower_case(server.host_name) ||
+                          fs::exists(item.path, error);
+        if (ours)
+            add_defect(found, server, client,
+                       "the server of " + item.key + ", " + item.server + ", has the address " +
+                           ipv4_text(*address) + ", which is none of this server's",
+                       client.name + " would look for its " + item.key + " there, and it lies here",
+                       name.empty() || name == item.server
+                           ? "hostadm run database/set_host hostname=" + item.server +
+                                 " address=" + good_address(server, client)
+                           : change,
+                       Severity::error, stage);
+        return;
+    }
+    const Interface *theirs = server.network.in_network_of(client.number);
+    if (theirs != nullptr && server.network.in_network_of(*address) != theirs && !has_router(server, client))
+        add_defect(
+            found, server, client,
+            "the server of " + item.key + ", " + item.server + ", has the address " + ipv4_text(*address) +
+                ", which is not in the network of " + client.name + ", and no router there is told to it",
+            client.name + " cannot reach that address", name.empty() ? why : change, Severity::error, stage);
+}
+
+void check_item(Findings &found, const Snapshot &server, const CheckedClient &client, const BootItem &item) {
+    const Stage stage = item.key == "root" ? Stage::parameters : Stage::swap;
+    const std::string silence =
+        "rpc.bootparamd gives no answer when " + client.name + " asks for its " + item.key;
+    const std::string repair = set_item(client, item.key, server.host_name,
+                                        item.path.starts_with('/') ? item.path
+                                        : item.key == "root"       ? "/export/root/" + client.name
+                                                                   : "PATH");
+    if (!item.has_server || item.server.empty()) {
+        add_defect(found, server, client, item.text + " names no server", silence, repair, Severity::error,
+                   stage);
+        return;
+    }
+    if (!item.path.starts_with('/') || item.path.find_first_of(",;") != item.path.npos) {
+        add_defect(found, server, client, item.text + " names no path",
+                   client.name + " cannot mount what it is told", repair, Severity::error, stage);
+        return;
+    }
+    check_server(found, server, client, item, stage);
+}
+
+} // namespace
+
+Findings bootparams_of_server(const Snapshot &server) {
+    const BootTable &table = server.bootparams;
+    if (table.file.error == ENOENT)
+        return {}; // no clients: the daemon's own check tells of the daemon
+    if (table.file.error != 0)
+        return {{.stage = Stage::name,
+                 .where = table.file.path,
+                 .what = "the table cannot be read",
+                 .why = "no client gets an answer when it asks for its name"}};
+    Findings found = odd_line_ends(table);
+    // Who uses which root, swap and dump.
+    std::map<std::string, std::pair<std::string, std::string>> users;
+    for (const BootLine &line : table.lines) {
+        const CheckedClient *client = server.client(line.name);
+        if (line.name.find_first_of("=") != line.name.npos) {
+            found.push_back({.stage = Stage::parameters,
+                             .where = table.place(line.line),
+                             .what = "the line begins with " + line.name +
+                                     ", so that it is taken for a client; the line before it does not end "
+                                     "with a backslash",
+                             .why = "the client that it belongs to does not learn what stands there",
+                             .repair = "sed -i '" + std::to_string(line.line > 1 ? line.line - 1 : 1) +
+                                       "s/[[:blank:]\\\\]*$/ \\\\/' " + table.file.path});
+            continue;
+        }
+        if (line.name.find('*') != line.name.npos) {
+            found.push_back({.severity = Severity::warning,
+                             .stage = Stage::name,
+                             .where = table.place(line.line),
+                             .what = "the name " + line.name + " stands for no client",
+                             .why = "rpc.bootparamd here knows no patterns: each client needs a line",
+                             .repair = "sed -i '" + std::to_string(line.line) + "d' " + table.file.path});
+            continue;
+        }
+        if (line.name.find(':') != line.name.npos) {
+            std::string name = line.name;
+            name.resize(name.find(':'));
+            found.push_back(
+                {.stage = Stage::name,
+                 .where = table.place(line.line),
+                 .what = "\"" + line.name + "\" is no host name",
+                 .why = name + " gets no answer when it asks for its name",
+                 .repair = "sed -i '" + std::to_string(line.line) + "s/:/ /' " + table.file.path});
+            continue;
+        }
+        const auto places = table.by_name.find(base::lower_case(line.name));
+        if (const BootLine &first = table.lines[places->second.front()]; first.line != line.line)
+            found.push_back({.severity = Severity::warning,
+                             .stage = Stage::parameters,
+                             .client = client == nullptr ? "" : client->name,
+                             .where = table.place(line.line),
+                             .what = line.name + " has a second entry; the first is in line " +
+                                     std::to_string(first.line),
+                             .why = "only the first counts, whatever is changed in the other",
+                             .repair = "sed -i '" + std::to_string(line.line) + "d' " + table.file.path});
+        if (client == nullptr || server.bootparams.lines[client->entry].line != line.line)
+            continue;
+        for (const char *key : {"root", "swap", "dump"}) {
+            const BootItem *item = line.item(key);
+            if (item == nullptr || !item->path.starts_with('/'))
+                continue;
+            const auto [user, fresh] = users.try_emplace(item->path, line.name, key);
+            // A directory may hold the swap files of many; the same root or file may not be used twice.
+            std::error_code error;
+            if (fresh || base::lower_case(user->second.first) == base::lower_case(line.name) ||
+                (std::string_view(key) != "root" && fs::is_directory(item->path, error)))
+                continue;
+            found.push_back(
+                {.severity = Severity::error,
+                 .stage = item->key == "root" ? Stage::root : Stage::swap,
+                 .client = line.name,
+                 .where = table.place(line.line),
+                 .what = item->path + " is the " + key + " of " + line.name + " and the " +
+                         user->second.second + " of " + user->second.first,
+                 .why = "two clients that use one " + std::string(key) + " destroy each other's data",
+                 .repair = set_item(*client, key, item->server,
+                                    (item->key == "root" ? "/export/root/" : "/export/swap/") + client->name +
+                                        (item->key == "root" ? "" : "/" + item->key))});
+        }
+    }
+    return found;
+}
+
+Findings bootparams_of_client(const Snapshot &server, const CheckedClient &client) {
+    Findings found;
+    const BootLine &entry = server.entry_of(client);
+    std::set<std::string> keys;
+    for (const BootItem &item : entry.items) {
+        const std::string low = base::lower_case(item.key);
+        if (item.text.find('=') == item.text.npos) {
+            add_defect(found, server, client, "\"" + item.text + "\" is no item KEY=SERVER:PATH",
+                       "rpc.bootparamd passes over it",
+                       "sed -i '" + std::to_string(entry.line) + "s/[[:blank:]]" + item.text + "\\b//' " +
+                           server.bootparams.file.path,
+                       Severity::warning);
+            continue;
+        }
+        if (low != item.key && known_keys.contains(low))
+            add_defect(found, server, client, "the key " + item.key + " is written in capitals",
+                       "rpc.bootparamd gives no answer when " + client.name + " asks for its " + low,
+                       "sed -i '" + std::to_string(entry.line) + "s/" + item.key + "=/" + low + "=/' " +
+                           server.bootparams.file.path);
+        if (!keys.insert(item.key).second)
+            add_defect(found, server, client, item.key + " is given twice",
+                       "only the first counts, whatever is changed in the other",
+                       "sed -i '" + std::to_string(entry.line) + "s|[[:blank:]]" + item.text + "||' " +
+                           server.bootparams.file.path,
+                       Severity::warning);
+    }
+    for (const char *key : {"root", "swap", "dump"})
+        if (const BootItem *item = entry.item(key))
+            check_item(found, server, client, *item);
+    // What boots from its own disk asks for other things.
+    const bool asks_for_root = entry.item("install") == nullptr && entry.item("boottype") == nullptr &&
+                               entry.item("ROOT") == nullptr && entry.item("Root") == nullptr;
+    if (entry.item("root") == nullptr && asks_for_root)
+        add_defect(found, server, client, client.name + " has no root",
+                   "rpc.bootparamd gives no answer when " + client.name + " asks for its root",
+                   set_item(client, "root", server.host_name, "/export/root/" + client.name));
+    return found;
+}
+
+} // namespace hostadm::server

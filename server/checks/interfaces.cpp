@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: MIT
+// The interfaces at which clients ask, and the ways back to them.
+#include <cerrno>
+#include <cstring>
+#include <net/if.h>
+#include <set>
+
+#include "base/files.hpp"
+#include "base/text.hpp"
+#include "server/checks/subjects.hpp"
+
+namespace hostadm::server {
+
+namespace {
+
+// An interface without an address is the likely one, when no other has one in the client's network.
+const Interface *interface_without_address(const Snapshot &server) {
+    const Interface *only = nullptr;
+    for (const Interface &one : server.network.interfaces)
+        if ((one.flags & IFF_LOOPBACK) == 0 && !one.ethernet.empty() && one.addresses.empty()) {
+            if (only != nullptr)
+                return nullptr;
+            only = &one;
+        }
+    return only;
+}
+
+Finding no_network(const Snapshot &server, const CheckedClient &client) {
+    const Interface *idle = interface_without_address(server);
+    // Its servers' names may tell which address it had.
+    std::string address = "ADDRESS";
+    if (const BootItem *root = server.entry_of(client).item("root"))
+        if (const auto number = server.address_of(root->server);
+            number && *number >> 24 != 127 && !server.network.is_own(*number))
+            address = ipv4_text(*number);
+    return {.stage = Stage::address,
+            .client = client.name,
+            .where = idle == nullptr ? "interfaces" : "interface " + idle->name,
+            .what = "no interface of this server has an address in the network of " + client.name + ", " +
+                    client.address,
+            .why = client.name + " gets no answer when it asks for its address",
+            .repair = "ip addr add " + address + "/24 brd + dev " +
+                      (idle == nullptr ? "INTERFACE" : idle->name) + " && ip link set " +
+                      (idle == nullptr ? "INTERFACE" : idle->name) + " up"};
+}
+
+int setting(const std::string &interface, const std::string &name) {
+    const std::string folder = "/proc/sys/net/ipv4/conf/";
+    return std::max(std::atoi(base::file_contents(folder + interface + "/" + name).c_str()),
+                    std::atoi(base::file_contents(folder + "all/" + name).c_str()));
+}
+
+} // namespace
+
+Findings interfaces_of_server(const Snapshot &server) {
+    Findings found;
+    std::set<std::string> seen;
+    for (const CheckedClient &client : server.clients) {
+        const Interface *interface = server.network.in_network_of(client.number);
+        if (client.address.empty() || interface == nullptr || !seen.insert(interface->name).second)
+            continue;
+        const std::string &name = interface->name;
+        const auto add = [&](const std::string &what, const std::string &repair, const std::string &why) {
+            found.push_back({.stage = Stage::address,
+                             .where = "interface " + name,
+                             .what = what,
+                             .why = why,
+                             .repair = repair});
+        };
+        const std::string why = "no client at it gets an answer";
+        if ((interface->flags & IFF_UP) == 0)
+            add("it is down", "ip link set " + name + " up", why);
+        else if ((interface->flags & IFF_RUNNING) == 0)
+            add("it has no carrier: no cable, or nobody at its other end",
+                "ip link set " + name + " down; ip link set " + name + " up; ip link show " + name, why);
+        if ((interface->flags & IFF_NOARP) != 0)
+            add("ARP is switched off at it", "ip link set " + name + " arp on",
+                "clients do not find this server after their reverse ARP");
+        constexpr int none_answered = 8;
+        if (setting(name, "arp_ignore") >= none_answered)
+            add("it answers no ARP request (arp_ignore)",
+                "sysctl -w net.ipv4.conf." + name + ".arp_ignore=0 net.ipv4.conf.all.arp_ignore=0",
+                "clients do not find this server after their reverse ARP");
+        // Two that are alike answer each other's clients.
+        for (const Interface &other : server.network.interfaces)
+            for (const Subnet &net : other.addresses)
+                for (const Subnet &own : interface->addresses)
+                    if (&other != interface && net.address == own.address && net.address >> 24 != 127)
+                        add("its address " + ipv4_text(own.address) + " is that of " + other.name +
+                                " as well",
+                            "ip addr del " + ipv4_text(net.address) + "/" +
+                                std::to_string(__builtin_popcount(net.mask)) + " dev " + other.name,
+                            "answers may leave at the wrong interface");
+    }
+    return found;
+}
+
+Findings interfaces_of_client(const Snapshot &server, const CheckedClient &client) {
+    if (client.address.empty() || server.network.is_own(client.number))
+        return {};
+    const Interface *interface = server.network.in_network_of(client.number);
+    if (interface == nullptr)
+        return {no_network(server, client)};
+    if ((interface->flags & IFF_UP) == 0)
+        return {}; // told once, for all of its clients
+    const Way way = way_to(client.number);
+    Finding finding{.stage = Stage::boot_program, .client = client.name, .where = "routes"};
+    if (way.error != 0 && way.error != EPERM) {
+        finding.what = "there is no way to " + client.address + ": " + std::strerror(way.error);
+        finding.why = "no answer but the first, by reverse ARP, reaches " + client.name;
+        std::string networks;
+        for (const Subnet &net : interface->addresses)
+            if (net.holds(client.number))
+                networks = ipv4_text(net.first()) + "/" + std::to_string(__builtin_popcount(net.mask)) +
+                           " dev " + interface->name + " src " + ipv4_text(net.address);
+        finding.repair = "ip route flush root " + client.address + "/32; ip route replace " + networks;
+        return {finding};
+    }
+    for (const Subnet &net : interface->addresses)
+        if (net.address == way.source)
+            return {};
+    finding.what = "packets to " + client.address + " do not leave at " + interface->name +
+                   " but with the address " + ipv4_text(way.source);
+    finding.why = client.name + " gets its answers from an address that it has not asked, or not at all";
+    finding.repair = "ip route del $(ip route get " + client.address + " | head -n 1 | sed 's/ .*//')/32";
+    return way.error == 0 ? Findings{finding} : Findings{};
+}
+
+} // namespace hostadm::server

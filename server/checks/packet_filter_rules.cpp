@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: MIT
+// Whether the packet filter lets pass what a boot needs.
+#include <set>
+
+#include "server/checks/subjects.hpp"
+
+namespace hostadm::server {
+
+namespace {
+
+constexpr std::uint32_t bootparam_program = 100026, nfs_program = 100003, mount_program = 100005;
+constexpr std::uint16_t clients_port = 1023;
+
+struct Question {
+    Packet packet;
+    Stage stage;
+    std::string what, why;
+};
+
+// What a client sends, in the order of its boot, and what it is answered.
+std::vector<Question> questions(const Snapshot &server, const CheckedClient &client,
+                                const Interface &interface) {
+    std::uint32_t own = 0, everyone = 0;
+    for (const Subnet &net : interface.addresses)
+        if (net.holds(client.number)) {
+            own = net.address;
+            everyone = net.last();
+        }
+    std::vector<Question> all;
+    const auto ask = [&](const std::string &protocol, std::uint16_t port, Stage stage,
+                         const std::string &what, bool broadcast = false) {
+        Packet packet{
+            Packet::Direction::in, protocol, interface.name, client.number, broadcast ? everyone : own,
+            clients_port,          port,     false,          broadcast};
+        all.push_back({packet, stage, what, ""});
+        const Packet answer{Packet::Direction::out, protocol, interface.name, own, client.number, port,
+                            clients_port,           true,     false};
+        all.push_back({answer, stage, "the answer to " + what, ""});
+    };
+    const Packet reverse{Packet::Direction::in, "rarp", interface.name, 0, 0, 0, 0, false, true};
+    all.push_back({reverse, Stage::address, "reverse ARP", ""});
+    const Packet arp{Packet::Direction::in, "arp", interface.name, client.number, own, 0, 0, false, true};
+    all.push_back({arp, Stage::boot_program, "ARP", ""});
+    const Packet arp_answer{
+        Packet::Direction::out, "arp", interface.name, own, client.number, 0, 0, false, false};
+    all.push_back({arp_answer, Stage::boot_program, "ARP", ""});
+    ask("udp", 69, Stage::boot_program, "the question for its boot program (TFTP, port 69)");
+    // The file itself comes from, and is acknowledged to, ports that nobody knows before.
+    constexpr std::uint16_t any_port = 40000;
+    all.push_back({{Packet::Direction::out, "udp", interface.name, own, client.number, any_port, clients_port,
+                    false, false},
+                   Stage::boot_program,
+                   "the boot program itself (TFTP)",
+                   ""});
+    all.push_back({{Packet::Direction::in, "udp", interface.name, client.number, own, clients_port, any_port,
+                    true, false},
+                   Stage::boot_program,
+                   "what acknowledges the boot program (TFTP)",
+                   ""});
+    ask("udp", 111, Stage::name, "the broadcast for its name (rpcbind, port 111)", true);
+    if (const auto port = server.rpc.port_of(bootparam_program, 1, false))
+        ask("udp", *port, Stage::parameters,
+            "the question for its root (rpc.bootparamd, port " + std::to_string(*port) + ")");
+    ask("tcp", 111, Stage::root, "the question where the NFS server is (rpcbind, port 111)");
+    if (const auto port = server.rpc.port_of(mount_program, 3, true))
+        ask("tcp", *port, Stage::root, "the mount of its root (port " + std::to_string(*port) + ")");
+    if (const auto port = server.rpc.port_of(nfs_program, 3, true))
+        ask("tcp", *port, Stage::root, "NFS (port " + std::to_string(*port) + ")");
+    return all;
+}
+
+} // namespace
+
+Findings packet_filter_of_client(const Snapshot &server, const CheckedClient &client) {
+    Findings found;
+    const Interface *interface = server.network.in_network_of(client.number);
+    if (server.filter.empty() || interface == nullptr)
+        return found;
+    // One rule may stop several steps: the first tells of it.
+    std::set<std::string> told;
+    for (const Question &question : questions(server, client, *interface)) {
+        const auto dropped = server.filter.drops(question.packet);
+        if (!dropped || !told.insert(dropped->repair).second)
+            continue;
+        found.push_back({.stage = question.stage,
+                         .client = client.name,
+                         .where = dropped->where,
+                         .what = "the packet filter drops " + question.what + ": " + dropped->what,
+                         .why = client.name + " gets no answer at this step",
+                         .repair = dropped->repair});
+    }
+    return found;
+}
+
+} // namespace hostadm::server

@@ -1,0 +1,270 @@
+// SPDX-License-Identifier: MIT
+// What this server would lose by booting: daemons that are not started, other options, mounts that are not made.
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <set>
+#include <system_error>
+#include <unistd.h>
+
+#include "base/files.hpp"
+#include "base/text.hpp"
+#include "server/checks/subjects.hpp"
+#include "server/roots.hpp"
+
+namespace hostadm::server {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+enum class AtBoot { unknown, started, disabled, masked };
+
+// A unit or start script of one of these names.
+AtBoot state_of(const std::vector<std::string> &services) {
+    bool known = false, started = false, masked = false;
+    std::error_code error;
+    for (const std::string &service : services) {
+        const std::string own = "/etc/systemd/system/" + service + ".service";
+        const bool shut = fs::is_symlink(own, error) && fs::read_symlink(own, error) == "/dev/null";
+        masked = masked || shut;
+        for (const std::string folder :
+             {"/etc/systemd/system/", "/usr/lib/systemd/system/", "/lib/systemd/system/", "/etc/init.d/"})
+            known =
+                known || fs::exists(folder + service + (folder == "/etc/init.d/" ? "" : ".service"), error);
+        if (shut)
+            continue;
+        for (const std::string target : {"multi-user", "default", "network-online", "nfs-ganesha", "rpcbind",
+                                         "sysinit", "remote-fs", "basic"})
+            for (const std::string kind : {".target", ".service"})
+                started = started || fs::is_symlink("/etc/systemd/system/" + target + kind + ".wants/" +
+                                                        service + ".service",
+                                                    error);
+        for (fs::directory_iterator entry("/etc/rc2.d", error), end; !error && entry != end;
+             entry.increment(error)) {
+            const std::string name = entry->path().filename();
+            started = started || (name.size() > 3 && name[0] == 'S' && name.substr(3) == service);
+        }
+        for (fs::directory_iterator entry("/etc/rcS.d", error), end; !error && entry != end;
+             entry.increment(error)) {
+            const std::string name = entry->path().filename();
+            started = started || (name.size() > 3 && name[0] == 'S' && name.substr(3) == service);
+        }
+    }
+    if (started)
+        return AtBoot::started;
+    return masked ? AtBoot::masked : known ? AtBoot::disabled : AtBoot::unknown;
+}
+
+struct Service {
+    std::string what; // for a client
+    std::vector<std::string> programs;
+    std::vector<std::string> services;
+};
+
+const std::vector<Service> services{
+    {"reverse ARP", {"in.rarpd", "rarpd"}, {"rarpd", "in.rarpd", "hostadm-rarpd"}},
+    {"TFTP", {"in.tftpd", "inetd"}, {"tftpd-hpa", "openbsd-inetd", "inetutils-inetd", "tftpd"}},
+    {"the RPC port mapper", {"rpcbind"}, {"rpcbind"}},
+    {"boot parameters", {"rpc.bootparamd"}, {"bootparamd"}},
+    {"NFS", {"ganesha.nfsd", "nfsd"}, {"hostadm-nfsd", "nfs-ganesha", "nfs-server", "nfs-kernel-server"}},
+};
+
+bool runs(const Snapshot &server, const Service &service) {
+    return std::any_of(
+        server.daemons.daemons.begin(), server.daemons.daemons.end(), [&](const Daemon &daemon) {
+            return !daemon.defunct() && std::find(service.programs.begin(), service.programs.end(),
+                                                  daemon.program) != service.programs.end();
+        });
+}
+
+// The last value of a shell variable in a file of settings, without its quotes; nothing: it does not set it.
+std::optional<std::string> setting(const std::string &file, std::string_view variable) {
+    std::optional<std::string> value;
+    base::for_each_line(base::file_contents(file), [&](std::string_view line) {
+        line = base::trimmed(line);
+        if (!line.starts_with(std::string(variable) + "="))
+            return;
+        std::string_view text = line.substr(variable.size() + 1);
+        if (!text.empty() && (text[0] == '"' || text[0] == '\''))
+            text = text.substr(1, text.find(text[0], 1) - 1);
+        else
+            text = base::first_word(text);
+        value = text;
+    });
+    return value;
+}
+
+bool has_flag(const std::string &options, char flag) {
+    for (const std::string_view word : base::words_of(options))
+        if (word.size() > 1 && word[0] == '-' && word[1] != '-' && word.find(flag) != word.npos)
+            return true;
+    return false;
+}
+
+Finding lost(const std::string &where, const std::string &what, const std::string &why,
+             const std::string &repair) {
+    return {.severity = Severity::warning,
+            .stage = Stage::reboot,
+            .where = where,
+            .what = what,
+            .why = why + " after this server has booted",
+            .repair = repair};
+}
+
+// A daemon that runs with the right options by hand, and is started with others at boot.
+void check_defaults(Findings &found, const Snapshot &server) {
+    const auto mapper = server.daemons.named({"rpcbind"});
+    const auto options = setting("/etc/default/rpcbind", "OPTIONS");
+    if (!mapper.empty() && mapper.front()->has_flag('r') && options && !has_flag(*options, 'r') &&
+        state_of({"rpcbind"}) == AtBoot::started)
+        found.push_back(lost("/etc/default/rpcbind",
+                             "rpcbind runs with -r now, and is started without it at boot",
+                             "no client gets an answer when it asks for its name",
+                             "echo 'OPTIONS=\"-w -r\"' >>/etc/default/rpcbind"));
+    const auto directory = setting("/etc/default/tftpd-hpa", "TFTP_DIRECTORY");
+    const auto tftp_options = setting("/etc/default/tftpd-hpa", "TFTP_OPTIONS");
+    if (server.tftp.daemon != nullptr && !server.tftp.on_demand &&
+        state_of({"tftpd-hpa"}) == AtBoot::started) {
+        if (directory && !server.tftp.directory.empty() && *directory != server.tftp.directory)
+            found.push_back(
+                lost("/etc/default/tftpd-hpa",
+                     "in.tftpd serves " + server.tftp.directory + " now, and " + *directory + " at boot",
+                     "no client gets its boot program",
+                     "sed -i 's,^TFTP_DIRECTORY=.*,TFTP_DIRECTORY=\"" + server.tftp.directory +
+                         "\",' /etc/default/tftpd-hpa"));
+        if (tftp_options && server.tftp.confined && tftp_options->find("--secure") == std::string::npos &&
+            !has_flag(*tftp_options, 's'))
+            found.push_back(
+                lost("/etc/default/tftpd-hpa",
+                     "in.tftpd runs with --secure now, and is started without it at boot",
+                     "no client gets its boot program",
+                     "sed -i 's,^TFTP_OPTIONS=.*,TFTP_OPTIONS=\"--secure\",' /etc/default/tftpd-hpa"));
+    }
+}
+
+// Only where something of all this is started at boot can it be told what is missing there.
+void check_services(Findings &found, const Snapshot &server) {
+    const bool by_services = access("/run/systemd/system", F_OK) == 0;
+    for (const Service &service : services) {
+        const AtBoot state = state_of(service.services);
+        if (!runs(server, service))
+            continue;
+        const bool lost_it = state == AtBoot::masked || (by_services && state == AtBoot::disabled);
+        if (lost_it)
+            found.push_back(lost(service.services.front(),
+                                 service.what + " is served now, and " +
+                                     (state == AtBoot::masked ? "masked" : "not started") + " at boot",
+                                 "no client is served",
+                                 "systemctl unmask " + service.services.front() + "; systemctl enable " +
+                                     service.services.front()));
+    }
+    const AtBoot shares = state_of({"hostadm-shareall"});
+    if (!server.boot_share_places.empty() &&
+        (shares == AtBoot::masked || (by_services && shares == AtBoot::disabled)))
+        found.push_back(lost("hostadm-shareall",
+                             "/etc/dfs/dfstab is not read at boot: the service is " +
+                                 std::string(shares == AtBoot::masked ? "masked" : "disabled"),
+                             "nothing is shared",
+                             "systemctl unmask hostadm-shareall; systemctl enable hostadm-shareall"));
+}
+
+// What is mounted below clients' files now, and not mounted by the tables at boot.
+void check_mounts(Findings &found, const Snapshot &server) {
+    struct Line {
+        std::string file, place, options, source;
+        std::size_t number = 0;
+        bool at_boot = true;
+    };
+    std::map<std::string, Line> lines;
+    const auto read = [&](const std::string &file, bool seven) {
+        std::size_t number = 0;
+        base::for_each_line(base::file_contents(file), [&](std::string_view line) {
+            ++number;
+            const auto words = base::words_of(line.substr(0, line.find('#')));
+            if (words.size() < (seven ? 7u : 4u))
+                return;
+            const std::string point(words[seven ? 2 : 1]);
+            const std::string options(words[seven ? 6 : 3]);
+            const bool at_boot =
+                seven ? words[5] != "no" : ("," + options + ",").find(",noauto,") == std::string::npos;
+            lines[point] = {
+                file, file + ":" + std::to_string(number), options, std::string(words[0]), number, at_boot};
+        });
+    };
+    read("/etc/fstab", false);
+    read("/etc/vfstab", true);
+    std::set<std::string> told;
+    for (const CheckedClient &client : server.clients) {
+        const Mount *mount = client.root.empty() ? nullptr : mount_of(server.mounts, client.root);
+        if (mount == nullptr || mount->point == "/" || !told.insert(mount->point).second)
+            continue;
+        const auto line = lines.find(mount->point);
+        if (line != lines.end() && !line->second.at_boot)
+            found.push_back(
+                lost(line->second.place, mount->point + " is mounted now, and not at boot",
+                     "the roots of " + client.name + " and others are missing",
+                     line->second.file == "/etc/fstab"
+                         ? "sed -i '" + std::to_string(line->second.number) + "s/,*noauto,*//' /etc/fstab"
+                         : "sed -i '" + std::to_string(line->second.number) +
+                               "s/[[:blank:]]no\\([[:blank:]]\\)/\\tyes\\1/' /etc/vfstab"));
+        else if (line == lines.end() && mount->source.starts_with("/dev/"))
+            found.push_back(lost("/etc/fstab", mount->point + " is mounted now, and in no table",
+                                 "the roots of " + client.name + " and others are missing",
+                                 "printf '" + mount->source + " " + mount->point + " " + mount->type +
+                                     " defaults 0 2\\n' >>/etc/fstab"));
+        else if (line != lines.end() && ("," + line->second.options + ",").find(",ro,") != std::string::npos)
+            found.push_back(lost(
+                line->second.place, mount->point + " is mounted read-only at boot", "no client can write",
+                "sed -i '" + std::to_string(line->second.number) + "s/\\bro\\b/rw/' " + line->second.file));
+    }
+    // A file system of the tables that is not mounted hides the roots in it.
+    for (const auto &[point, line] : lines) {
+        const bool mounted = std::any_of(server.mounts.begin(), server.mounts.end(),
+                                         [&](const Mount &mount) { return mount.point == point; });
+        if (mounted || !line.at_boot || point.size() < 2 || !point.starts_with('/'))
+            continue;
+        for (const CheckedClient &client : server.clients)
+            if (!client.root.empty() && is_at_or_below(client.root, point)) {
+                found.push_back(
+                    {.severity = Severity::error,
+                     .stage = Stage::root,
+                     .where = line.place,
+                     .what = point + " is to be mounted, and is not",
+                     .why = "the root of " + client.name + " lies there",
+                     .repair = "mount " + (line.file == "/etc/fstab" ? point : line.source + " " + point)});
+                break;
+            }
+    }
+}
+
+// Folders that are emptied when this server boots.
+void check_places(Findings &found, const Snapshot &server) {
+    std::error_code error;
+    for (const std::string &file :
+         {server.hosts.file.path, server.ethers.file.path, server.bootparams.file.path,
+          std::string("/etc/dfs/dfstab"), server.boot_area.path}) {
+        const std::string real = fs::canonical(file, error);
+        if (error)
+            continue;
+        for (const char *folder : {"/tmp", "/run", "/dev/shm"})
+            if (is_at_or_below(real, folder))
+                found.push_back(lost(file, "it is kept in " + real + ", which is emptied at boot",
+                                     "it is missing", "cp -a --remove-destination " + real + " " + file));
+    }
+}
+
+} // namespace
+
+Findings reboot_of_server(const Snapshot &server) {
+    Findings found;
+    if (server.clients.empty())
+        return found;
+    check_services(found, server);
+    check_defaults(found, server);
+    check_mounts(found, server);
+    check_places(found, server);
+    return found;
+}
+
+} // namespace hostadm::server

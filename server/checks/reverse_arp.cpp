@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: MIT
+// The daemon that tells a client its address.
+#include <algorithm>
+#include <filesystem>
+#include <net/if.h>
+#include <system_error>
+
+#include "server/checks/daemon_findings.hpp"
+#include "server/checks/subjects.hpp"
+
+namespace hostadm::server {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char *start = "hostadm run host/start_daemon path=/usr/sbin/in.rarpd";
+constexpr std::uint16_t reverse_arp_protocol = 0x8035;
+
+std::vector<const Daemon *> daemons(const Snapshot &server) {
+    return server.daemons.named({"in.rarpd", "rarpd"});
+}
+
+// The interface that it was told to serve; empty: all.
+std::string named_interface(const Daemon &daemon) {
+    std::string name;
+    for (std::size_t i = 1; i < daemon.process.arguments.size(); ++i) {
+        const std::string &word = daemon.process.arguments[i];
+        if (word.size() > 1 && word[0] == '-' && word.back() == 'b')
+            ++i;
+        else if (!word.starts_with('-'))
+            name = word;
+    }
+    return name;
+}
+
+std::string restart(const Daemon &daemon) {
+    return "kill " + std::to_string(daemon.process.pid) + "; sleep 1; " + start;
+}
+
+} // namespace
+
+Findings reverse_arp_of_server(const Snapshot &server) {
+    if (server.clients.empty())
+        return {};
+    const Wanted wanted{.found = daemons(server),
+                        .name = "in.rarpd",
+                        .programs = {"/usr/sbin/in.rarpd", "/usr/sbin/rarpd"},
+                        .package = "rarpd",
+                        .stage = Stage::address,
+                        .why = "no client gets an answer when it asks for its address by reverse ARP",
+                        .start = start};
+    if (auto defect = defect_of_daemon(wanted))
+        return {*defect};
+    Findings found;
+    const Daemon &daemon = *wanted.found.front();
+    const std::string place = "in.rarpd, process " + std::to_string(daemon.process.pid);
+    const bool listens = std::any_of(daemon.sockets.begin(), daemon.sockets.end(), [](const Socket &socket) {
+        return socket.kind == Socket::Kind::packet && socket.port == reverse_arp_protocol;
+    });
+    if (!daemon.sockets.empty() && !listens)
+        found.push_back({.stage = Stage::address,
+                         .where = place,
+                         .what = "it has no socket for reverse ARP",
+                         .why = wanted.why,
+                         .repair = restart(daemon)});
+    for (const Socket &socket : daemon.sockets) {
+        if (socket.kind != Socket::Kind::packet || socket.interface == 0 ||
+            std::any_of(server.network.interfaces.begin(), server.network.interfaces.end(),
+                        [&](const Interface &one) { return one.index == socket.interface; }))
+            continue;
+        found.push_back({.stage = Stage::address,
+                         .where = place,
+                         .what = "it listens on an interface that is gone; it was started before the "
+                                 "interface of today came up",
+                         .why = wanted.why,
+                         .repair = restart(daemon)});
+        break;
+    }
+    return found;
+}
+
+Findings reverse_arp_of_client(const Snapshot &server, const CheckedClient &client) {
+    const auto running = daemons(server);
+    const Interface *interface = server.network.in_network_of(client.number);
+    if (running.empty() || client.address.empty() || running.front()->defunct())
+        return {};
+    Findings found;
+    // One that serves this client is enough.
+    std::string wrong;
+    for (const Daemon *daemon : running) {
+        const std::string name = named_interface(*daemon);
+        if (name.empty() || interface == nullptr || name == interface->name)
+            return [&]() -> Findings {
+                const auto folder = daemon->value_of('b');
+                const std::string directory = folder.value_or("/tftpboot");
+                if (daemon->has_flag('e') || client.digits.empty() || !folder)
+                    return {};
+                std::error_code error;
+                for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
+                     entry.increment(error))
+                    if (entry->path().filename().string().starts_with(client.digits))
+                        return {};
+                return {{.stage = Stage::address,
+                         .client = client.name,
+                         .where = "in.rarpd, process " + std::to_string(daemon->process.pid),
+                         .what = "it looks for boot programs in " + directory +
+                                 ", where none is laid out for " + client.name,
+                         .why = client.name + " gets no answer when it asks for its address",
+                         .repair = restart(*daemon)}};
+            }();
+        wrong = name;
+    }
+    found.push_back(
+        {.stage = Stage::address,
+         .client = client.name,
+         .where = "in.rarpd, process " + std::to_string(running.front()->process.pid),
+         .what = "it serves the interface " + wrong + " only; " + client.name + " is at " + interface->name,
+         .why = client.name + " gets no answer when it asks for its address",
+         .repair = restart(*running.front())});
+    return found;
+}
+
+} // namespace hostadm::server

@@ -1,0 +1,361 @@
+// SPDX-License-Identifier: MIT
+// A client's root: what it needs of it to start. Everything in it is read as the client sees it, and can change
+// while it is read.
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <elf.h>
+
+#include "base/text.hpp"
+#include "server/checks/subjects.hpp"
+
+namespace hostadm::server {
+
+namespace {
+
+constexpr std::size_t largest_table = 1 << 20;
+constexpr std::size_t head_of_program = 4096;
+
+class RootCheck {
+public:
+    RootCheck(const Snapshot &server, const CheckedClient &client)
+        : server_(server), client_(client), view_(client.root) {}
+
+    Findings run() {
+        if (view_.error() != 0)
+            return missing();
+        directory();
+        const auto names = view_.names_in(".", 1000);
+        if (names.empty())
+            return empty();
+        // What holds no system at all, only files, is meant for something else.
+        if (looks_like_system()) {
+            first_process();
+            console();
+            mount_table();
+            hosts();
+        }
+        return std::move(found_);
+    }
+
+private:
+    void add(const std::string &below, const std::string &what, const std::string &why,
+             const std::string &repair, Severity severity = Severity::error) {
+        found_.push_back({.severity = severity,
+                          .stage = Stage::start,
+                          .client = client_.name,
+                          .where = below.empty() ? client_.root : client_.root + "/" + below,
+                          .what = what,
+                          .why = why,
+                          .repair = repair});
+    }
+
+    std::string path(const std::string &below) const { return client_.root + "/" + below; }
+
+    Findings missing() {
+        const int error = view_.error();
+        Finding finding{
+            .stage = Stage::root,
+            .client = client_.name,
+            .where = client_.root,
+            .what = error == ENOENT ? "the root of " + client_.name + " is missing"
+                    : error == ENOTDIR || error == ELOOP
+                        ? "the root of " + client_.name + " is no directory"
+                        : "the root of " + client_.name + " cannot be looked at: " + std::strerror(error),
+            .why = client_.name + " cannot mount its root",
+            .repair = "hostadm run client/remove hostname=" + client_.name +
+                      " && hostadm run client/add_diskless hostname=" + client_.name +
+                      " address=" + client_.address + " ethernet=" + client_.ethernet + " tree=TREE ..."};
+        // Perhaps its file system is only not mounted.
+        return {finding};
+    }
+
+    Findings empty() {
+        found_.push_back({.stage = Stage::root,
+                          .client = client_.name,
+                          .where = client_.root,
+                          .what = "the root of " + client_.name + " is empty",
+                          .why = client_.name + " mounts it and finds no first process",
+                          .repair = "cp -a TREE/. " + client_.root + "/"});
+        return std::move(found_);
+    }
+
+    void directory() {
+        const mode_t mode = view_.own().st_mode;
+        if ((mode & 0001) == 0)
+            add("", "others than its owner may not search the root",
+                "what runs on " + client_.name + " as another user than root can open no file",
+                "chmod 755 " + client_.root);
+        if (view_.own().st_uid != 0)
+            add("", "the root belongs to user " + std::to_string(view_.own().st_uid) + ", not to root",
+                "programs on " + client_.name + " that look who owns / refuse to work",
+                "chown root " + client_.root, Severity::warning);
+        for (const char *folder : {"etc", "sbin", "bin", "usr", "lib", "dev", "var"})
+            if (const auto one = view_.look(folder);
+                one && S_ISDIR(one->st_mode) && (one->st_mode & 0001) == 0)
+                add(folder, "others than its owner may not search it",
+                    "what runs on " + client_.name + " as another user than root finds nothing there",
+                    "chmod 755 " + path(folder));
+    }
+
+    bool looks_like_system() const {
+        for (const char *one : {"sbin", "usr/sbin", "lib", "dev", "etc/vfstab", "etc/fstab", "etc/inittab",
+                                "etc/passwd", "init", "etc/init"})
+            if (view_.look(one, false))
+                return true;
+        return false;
+    }
+
+    // The programs that a kernel tries, one after another.
+    void first_process() {
+        static const char *const programs[] = {"sbin/init", "usr/sbin/init", "etc/init",
+                                               "bin/init",  "init",          "linuxrc"};
+        std::string refused;
+        Finding first;
+        for (const char *program : programs) {
+            if (!view_.look(program, false))
+                continue;
+            const auto [what, repair] = defect_of_program(program, 0);
+            if (what.empty())
+                return;
+            if (refused.empty()) {
+                refused = program;
+                first.what = what;
+                first.repair = repair;
+            }
+        }
+        const std::string why = client_.name + " mounts its root and has nothing to start";
+        if (refused.empty())
+            add("sbin/init", "there is no first process: no sbin/init nor any other that a kernel looks for",
+                why, "cp -a TREE/sbin/init " + path("sbin/init"));
+        else
+            add(refused, "the first process " + first.what, why, first.repair);
+    }
+
+    struct Defect {
+        std::string what, repair;
+    };
+
+    Defect defect_of_program(const std::string &program, int depth) const {
+        const std::string full = path(program);
+        const std::string copy = "cp -a TREE/" + program + " " + full;
+        const auto file = view_.look(program);
+        if (!file)
+            return {"is a link to " + view_.target_of(program) + ", which is not there", copy};
+        if (!S_ISREG(file->st_mode))
+            return {"is no plain file", copy};
+        if (file->st_size == 0)
+            return {"is empty", copy};
+        if ((file->st_mode & 0111) == 0)
+            return {"may not be executed", "chmod a+x " + full};
+        const std::string head = view_.read(program, head_of_program).value_or("");
+        const std::string interpreter = interpreter_of(head);
+        constexpr int deepest = 3;
+        if (interpreter.empty() || depth >= deepest)
+            return {};
+        if (!view_.look(interpreter))
+            return {"needs " + interpreter + ", which is not in the root",
+                    "cp -a TREE" + interpreter + " " + client_.root + interpreter};
+        const Defect inner = defect_of_program(interpreter.substr(1), depth + 1);
+        return inner.what.empty() ? Defect{}
+                                  : Defect{"needs " + interpreter + ", which " + inner.what, inner.repair};
+    }
+
+    // Of a script or of a program that loads its libraries; an absolute path, or nothing.
+    static std::string interpreter_of(const std::string &head) {
+        if (head.starts_with("#!")) {
+            const std::string_view line = std::string_view(head).substr(2, head.find('\n') - 2);
+            return std::string(base::first_word(base::trimmed(line)));
+        }
+        Elf64_Ehdr elf{};
+        if (head.size() < sizeof elf || std::memcmp(head.data(), ELFMAG, SELFMAG) != 0 ||
+            head[EI_CLASS] != ELFCLASS64)
+            return {};
+        std::memcpy(&elf, head.data(), sizeof elf);
+        for (unsigned i = 0; i < elf.e_phnum; ++i) {
+            Elf64_Phdr part{};
+            const std::uint64_t at = elf.e_phoff + i * sizeof part;
+            if (at > head.size() || head.size() - at < sizeof part)
+                return {};
+            std::memcpy(&part, head.data() + at, sizeof part);
+            if (part.p_type != PT_INTERP || part.p_offset > head.size() ||
+                head.size() - part.p_offset < part.p_filesz)
+                continue;
+            const std::string name = head.substr(part.p_offset, part.p_filesz);
+            const std::string plain = name.substr(0, name.find('\0'));
+            return plain.starts_with('/') ? plain : "";
+        }
+        return {};
+    }
+
+    // A system that fills its /dev by itself needs none.
+    void console() {
+        if (view_.target_of("sbin/init").ends_with("systemd") || !view_.look("dev", false))
+            return;
+        const auto device = view_.look("dev/console");
+        const std::string make =
+            "rm -f " + path("dev/console") + " && mknod -m 600 " + path("dev/console") + " c 5 1";
+        const std::string why =
+            "the first process of " + client_.name + " starts without a terminal, and ends or says nothing";
+        if (!device)
+            add("dev/console", "the console device is missing", why, make);
+        else if (!S_ISCHR(device->st_mode))
+            add("dev/console", "it is no device", why, make);
+    }
+
+    // "RESOURCE FSCK MOUNT-POINT TYPE PASS AT-BOOT OPTIONS", or of Linux "RESOURCE MOUNT-POINT TYPE OPTIONS ...".
+    void mount_table() {
+        for (const char *name : {"etc/vfstab", "etc/fstab"}) {
+            const auto own = view_.look(name, false);
+            if (!own)
+                continue;
+            const auto text = view_.read(name, largest_table);
+            const bool seven = std::string_view(name) == "etc/vfstab";
+            if (!text) {
+                add(name, "it is no table that can be read", client_.name + " mounts nothing but its root",
+                    "rm -r " + path(name));
+                return;
+            }
+            std::size_t number = 0;
+            base::for_each_line(*text,
+                                [&](std::string_view line) { mount_line(name, ++number, line, seven); });
+            return;
+        }
+        if (view_.look("etc", false) && view_.look("sbin/init", false))
+            add("etc/vfstab", "there is no mount table",
+                client_.name + " mounts nothing but its root, and perhaps not even that for writing",
+                "hostadm run filesystem/add_mount_entry vfstab=" + path("etc/vfstab") +
+                    " resource=" + resource() + " mountpt=/ fstype=nfs mntopts=rw",
+                Severity::warning);
+    }
+
+    std::string resource() const {
+        const BootItem *root = server_.entry_of(client_).item("root");
+        return root->server + ":" + root->path;
+    }
+
+    void mount_line(const std::string &name, std::size_t number, std::string_view line, bool seven) {
+        const auto words = base::words_of(line.substr(0, line.find('#')));
+        if (words.empty())
+            return;
+        const std::string where = name + ":" + std::to_string(number);
+        const std::size_t wanted = seven ? 7 : 4;
+        const bool is_nfs = words[0].find(":/") != words[0].npos;
+        if (words.size() < wanted) {
+            add(where,
+                "the line has " + std::to_string(words.size()) + " columns, not " + std::to_string(wanted),
+                client_.name + " does not mount what it names",
+                "sed -i '" + std::to_string(number) + "d' " + path(name),
+                is_nfs ? Severity::error : Severity::warning);
+            return;
+        }
+        if (!is_nfs)
+            return;
+        const std::size_t colon = words[0].find(':');
+        const std::string server = std::string(words[0].substr(0, colon));
+        std::string remote = std::string(words[0].substr(colon + 1));
+        const std::string point = std::string(words[seven ? 2 : 1]);
+        while (remote.size() > 1 && remote.ends_with('/'))
+            remote.pop_back();
+        const BootItem *root = server_.entry_of(client_).item("root");
+        std::string own = root->path;
+        while (own.size() > 1 && own.ends_with('/'))
+            own.pop_back();
+        const std::string change = "sed -i '" + std::to_string(number) + "s|" + std::string(words[0]) + "|";
+        const auto number_of = [&](const std::string &host) { return server_.address_of(host); };
+        const bool same_server = base::lower_case(server) == base::lower_case(root->server) ||
+                                 (number_of(server) && number_of(server) == number_of(root->server)) ||
+                                 server_.is_this_server(server);
+        if (point == "/") {
+            if (!same_server || remote != own)
+                add(where,
+                    "it mounts / from " + std::string(words[0]) + ", and the root of " + client_.name +
+                        " is " + resource(),
+                    client_.name + " mounts another root over its own, or none",
+                    change + resource() + "|' " + path(name));
+            return;
+        }
+        if (!same_server) {
+            // Other servers exist; one without an address, or with nothing of that name, does not.
+            if (!number_of(server) || RootView(remote).error() == 0)
+                add(where,
+                    "it mounts " + point + " from " + server +
+                        (number_of(server) ? ", and " + remote + " lies on this server"
+                                           : ", which has no address here"),
+                    client_.name + " waits for " + point + " for ever",
+                    change + root->server + ":" + remote + "|' " + path(name));
+            return;
+        }
+        const bool at_boot = !seven || words[5] != "no";
+        const std::string type = std::string(words[seven ? 3 : 2]);
+        struct stat there {};
+        if (stat(remote.c_str(), &there) != 0) {
+            add(where, "it mounts " + remote + " of this server, which is not there",
+                client_.name + " waits for " + point + ", or has none",
+                change + server + ":PATH|' " + path(name));
+            return;
+        }
+        if (type != "nfs" || !S_ISDIR(there.st_mode))
+            return;
+        if (at_boot && point.starts_with('/') && !view_.look(point.substr(1)))
+            add(where, "its mount point " + point + " is not in the root", client_.name + " cannot mount it",
+                "mkdir -p " + client_.root + point);
+        if (at_boot)
+            shared(where, point, remote);
+    }
+
+    void shared(const std::string &where, const std::string &point, const std::string &remote) {
+        bool reads = false;
+        for (std::string above = remote; above.size() > 1 && !reads;
+             above = above.substr(0, above.rfind('/'))) {
+            if (const auto share = server_.shares.find(above); share != server_.shares.end())
+                reads = access_by_options(share->second, client_.caller).read;
+        }
+        const Export *exported = export_of(server_.exports, remote);
+        reads = reads || (exported != nullptr && access_by_export(*exported, client_.caller).read);
+        if (!reads)
+            add(where, "it mounts " + remote + " at " + point + ", which is not shared to " + client_.name,
+                client_.name + " may not mount it",
+                "hostadm run filesystem/share pathname=" + remote + " options=ro");
+    }
+
+    // The client's own table may send it to another server than it was told.
+    void hosts() {
+        const auto text = view_.read("etc/hosts", largest_table);
+        const BootItem *root = server_.entry_of(client_).item("root");
+        if (!text || root == nullptr || !ipv4_value(root->server).empty())
+            return;
+        const KeyTable table = parse_hosts({"etc/hosts", 0, *text});
+        const auto lines = table.with_name(root->server);
+        const auto right = server_.address_of(root->server);
+        if (lines.empty() || !right)
+            return;
+        for (const KeyLine *line : lines)
+            if (!line->is_ipv4() || server_.network.is_own(ipv4_number(line->value)))
+                return;
+        if (ipv4_number(lines.front()->value) == *right)
+            return;
+        add("etc/hosts:" + std::to_string(lines.front()->line),
+            "for " + client_.name + " the server " + root->server + " has the address " + lines.front()->key +
+                ", not " + ipv4_text(*right),
+            client_.name + " looks for what its mount table names at another host",
+            "hostadm run database/set_host table=" + path("etc/hosts") + " address=" + ipv4_text(*right) +
+                " hostname=" + root->server + " && sed -i '" + std::to_string(lines.front()->line) + "d' " +
+                path("etc/hosts"));
+    }
+
+    const Snapshot &server_;
+    const CheckedClient &client_;
+    RootView view_;
+    Findings found_;
+};
+
+} // namespace
+
+Findings roots_of_client(const Snapshot &server, const CheckedClient &client) {
+    if (client.root.empty())
+        return {};
+    return RootCheck(server, client).run();
+}
+
+} // namespace hostadm::server

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+// The subjects that are looked at, one file each. The list in registry.cpp tells what each looks at.
+#pragma once
+
+#include "server/checks/finding.hpp"
+#include "server/checks/snapshot.hpp"
+
+namespace hostadm::server {
+
+Findings hosts_table_of_server(const Snapshot &server);
+Findings hosts_table_of_client(const Snapshot &server, const CheckedClient &client);
+Findings ethers_table_of_server(const Snapshot &server);
+Findings ethers_table_of_client(const Snapshot &server, const CheckedClient &client);
+Findings bootparams_of_server(const Snapshot &server);
+Findings bootparams_of_client(const Snapshot &server, const CheckedClient &client);
+Findings name_service_of_server(const Snapshot &server);
+Findings boot_area_of_server(const Snapshot &server);
+Findings boot_area_of_client(const Snapshot &server, const CheckedClient &client);
+Findings reverse_arp_of_server(const Snapshot &server);
+Findings reverse_arp_of_client(const Snapshot &server, const CheckedClient &client);
+Findings tftp_of_server(const Snapshot &server);
+Findings port_mapper_of_server(const Snapshot &server);
+Findings boot_parameter_daemon_of_server(const Snapshot &server);
+Findings boot_parameter_daemon_of_client(const Snapshot &server, const CheckedClient &client);
+Findings nfs_server_of_server(const Snapshot &server);
+Findings access_control_of_client(const Snapshot &server, const CheckedClient &client);
+Findings interfaces_of_server(const Snapshot &server);
+Findings interfaces_of_client(const Snapshot &server, const CheckedClient &client);
+Findings packet_filter_of_client(const Snapshot &server, const CheckedClient &client);
+Findings shares_of_server(const Snapshot &server);
+Findings shares_of_client(const Snapshot &server, const CheckedClient &client);
+Findings exports_of_client(const Snapshot &server, const CheckedClient &client);
+Findings roots_of_client(const Snapshot &server, const CheckedClient &client);
+Findings swap_files_of_client(const Snapshot &server, const CheckedClient &client);
+Findings disk_space_of_server(const Snapshot &server);
+Findings reboot_of_server(const Snapshot &server);
+
+} // namespace hostadm::server

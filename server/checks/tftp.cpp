@@ -1,0 +1,261 @@
+// SPDX-License-Identifier: MIT
+// The daemon that hands out boot programs.
+#include <algorithm>
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <netdb.h>
+#include <pwd.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "base/descriptor.hpp"
+#include "base/files.hpp"
+#include "base/text.hpp"
+#include "server/boot_area.hpp"
+#include "server/checks/daemon_findings.hpp"
+#include "server/checks/subjects.hpp"
+
+namespace hostadm::server {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::uint16_t tftp_port = 69;
+constexpr const char *start = "in.tftpd --listen --ipv4 --secure /tftpboot";
+constexpr const char *nothing = "no client gets its boot program";
+
+std::string value_of(const std::vector<std::string> &arguments, char flag, std::string_view long_name) {
+    Daemon daemon;
+    daemon.process.arguments = arguments;
+    return daemon.value_of(flag, long_name).value_or("");
+}
+
+// A line of inetd's table is changed, or the daemon started anew with other options.
+std::string start_anew(const Snapshot &server) {
+    if (server.tftp.on_demand)
+        return "sed -i '" + std::to_string(server.tftp.line) +
+               "s,.*,tftp dgram udp wait root /usr/sbin/in.tftpd in.tftpd --ipv4 --secure /tftpboot,' "
+               "/etc/inetd.conf && kill -HUP " +
+               std::to_string(server.tftp.daemon->process.pid);
+    return "kill " + std::to_string(server.tftp.daemon->process.pid) + "; sleep 1; " + start;
+}
+
+Finding wrong(const Snapshot &server, const std::string &what, const std::string &why = nothing) {
+    return {.stage = Stage::boot_program,
+            .where = server.tftp.on_demand
+                         ? "/etc/inetd.conf:" + std::to_string(server.tftp.line)
+                         : "in.tftpd, process " + std::to_string(server.tftp.daemon->process.pid),
+            .what = what,
+            .why = why,
+            .repair = start_anew(server)};
+}
+
+// A line of inetd's table that is there but asleep.
+Finding none_runs(const Snapshot &server) {
+    const Wanted wanted{.found = {},
+                        .name = "in.tftpd",
+                        .programs = {"/usr/sbin/in.tftpd", "/usr/sbin/atftpd"},
+                        .package = "tftpd-hpa",
+                        .stage = Stage::boot_program,
+                        .why = nothing,
+                        .start = start};
+    Finding finding = *defect_of_daemon(wanted);
+    std::size_t number = 0;
+    base::for_each_line(base::file_contents("/etc/inetd.conf"), [&](std::string_view line) {
+        ++number;
+        const std::string_view plain = line.substr(std::min(line.find_first_not_of("# \t"), line.size()));
+        if (base::first_word(plain) != "tftp" || base::words_of(plain).size() < 6)
+            return;
+        const auto inetd = server.daemons.named({"inetd", "inetutils-inetd"});
+        const std::string place = std::to_string(number);
+        finding.where = "/etc/inetd.conf:" + place;
+        if (line.starts_with('#') && !inetd.empty()) {
+            finding.what = "the line of tftp is a comment, and no TFTP daemon runs";
+            finding.repair = "sed -i '" + place + "s/^[# \\t]*//' /etc/inetd.conf && kill -HUP " +
+                             std::to_string(inetd.front()->process.pid);
+        } else if (!line.starts_with('#')) {
+            finding.what = "TFTP is to be started by inetd, which does not run";
+            finding.repair = "inetd";
+        }
+    });
+    return finding;
+}
+
+// Whether the daemon's user may enter the directory and everything above it.
+std::string shut_directory(const std::string &path) {
+    struct stat found {};
+    for (fs::path part = path; part != part.root_path(); part = part.parent_path())
+        if (stat(part.c_str(), &found) == 0 && (found.st_mode & S_IXOTH) == 0)
+            return part;
+    return {};
+}
+
+// "HOST:PORT", "HOST", ":PORT"
+struct BoundTo {
+    std::string host;
+    std::uint16_t port = tftp_port;
+};
+BoundTo bound_to(const std::string &text) {
+    BoundTo place{text};
+    const std::size_t colon = text.rfind(':');
+    if (colon == text.npos || text.find(']', colon) != text.npos)
+        return place;
+    const std::string port = text.substr(colon + 1);
+    place.host = text.substr(0, colon);
+    if (const servent *service = getservbyname(port.c_str(), "udp"))
+        place.port = ntohs(static_cast<std::uint16_t>(service->s_port));
+    else
+        place.port = static_cast<std::uint16_t>(std::atoi(port.c_str()));
+    return place;
+}
+
+void check_options(Findings &found, const Snapshot &server) {
+    const TftpService &tftp = server.tftp;
+    const std::string address = value_of(tftp.arguments, 'a', "address");
+    if (!address.empty() && !tftp.on_demand) {
+        const BoundTo place = bound_to(address);
+        if (place.port != tftp_port) {
+            found.push_back(wrong(server, "it listens on port " + std::to_string(place.port) +
+                                              ", and clients ask port 69"));
+            return;
+        }
+        const auto number =
+            place.host.empty() || place.host == "0.0.0.0" || place.host == "::" || place.host == "[::]"
+                ? std::optional<std::uint32_t>(0)
+                : server.address_of(place.host);
+        for (const CheckedClient &client : server.clients) {
+            const Interface *interface = server.network.in_network_of(client.number);
+            if (number == 0u || interface == nullptr)
+                continue;
+            if (!number || server.network.in_network_of(*number) != interface ||
+                !server.network.is_own(*number)) {
+                found.push_back(wrong(server,
+                                      "it listens at " + address + " only, where no question of " +
+                                          client.name + " arrives",
+                                      client.name + " gets no boot program"));
+                found.back().client = client.name;
+            }
+        }
+    }
+    const auto has_word = [&](std::initializer_list<std::string_view> words) {
+        return std::any_of(tftp.arguments.begin(), tftp.arguments.end(), [&](const std::string &word) {
+            return std::find(words.begin(), words.end(), word) != words.end();
+        });
+    };
+    if (has_word({"-6", "--ipv6"}) && !has_word({"-4", "--ipv4"}))
+        found.push_back(wrong(server, "it serves IPv6 only"));
+    if (const std::string user = value_of(tftp.arguments, 'u', "user");
+        !user.empty() && getpwnam(user.c_str()) == nullptr)
+        found.push_back(wrong(server, "its user " + user + " does not exist"));
+    if (const std::string map = value_of(tftp.arguments, 'm', "map-file");
+        !map.empty() && access(map.c_str(), R_OK) != 0)
+        found.push_back(wrong(server, "its map file " + map + " cannot be read"));
+    if (const std::string refused = value_of(tftp.arguments, 'r', "refuse"); refused == "octet")
+        found.push_back(wrong(server, "it was told to refuse transfers of mode octet"));
+    const bool our_daemon = tftp.on_demand
+                                ? !tftp.arguments.empty() && (tftp.arguments[0].ends_with("in.tftpd") ||
+                                                              tftp.arguments[0].ends_with("/in.tftpd"))
+                                : tftp.daemon->program == "in.tftpd";
+    if (!our_daemon)
+        return;
+    if (!tftp.confined)
+        found.push_back(wrong(
+            server, "it runs without --secure, and hands out nothing that is asked for by a bare name"));
+    if (tftp.directory.empty())
+        found.push_back(wrong(server, "it was given no directory"));
+}
+
+void check_directory(Findings &found, const Snapshot &server) {
+    const TftpService &tftp = server.tftp;
+    std::error_code error;
+    const fs::path directory = tftp.directory;
+    if (tftp.directory.empty())
+        return;
+    if (!fs::is_directory(directory, error)) {
+        found.push_back(wrong(server, "the directory that it serves, " + tftp.directory + ", is not there"));
+        return;
+    }
+    if (const std::string shut = shut_directory(directory); !shut.empty() && shut != server.boot_area.path) {
+        found.push_back(wrong(server, "its user may not search " + shut));
+        found.back().repair = "chmod a+x " + shut;
+    }
+    if (fs::equivalent(directory, tftpboot, error) || error)
+        return;
+    // Another directory is as good, if the clients' programs are there.
+    for (const CheckedClient &client : server.clients)
+        if (!client.digits.empty() && !server.boot_area.names.contains(client.digits) &&
+            fs::is_symlink(fs::path(tftpboot) / client.digits, error)) {
+            found.push_back(wrong(server, "it serves " + tftp.directory +
+                                              ", and the clients' boot programs are in " + tftpboot));
+            return;
+        }
+}
+
+std::string first_block(const BootArea &area, const std::string &name) {
+    const auto link = area.names.find(name);
+    if (link == area.names.end())
+        return {};
+    const RootView view(area.path);
+    return view.read(name, 512).value_or("");
+}
+
+void check_answer(Findings &found, const Snapshot &server) {
+    if (!server.tftp_question || !found.empty())
+        return;
+    const TftpQuestion &question = *server.tftp_question;
+    const std::string asked = question.name + ", asked for at " + ipv4_text(question.address);
+    if (question.answer.answer == Answer::silent)
+        found.push_back(wrong(server, "it does not answer: " + asked));
+    else if (question.answer.answer == Answer::refused)
+        found.push_back(
+            wrong(server, "it refuses " + asked +
+                              (question.answer.error.empty() ? "" : ": " + question.answer.error)));
+    else if (server.tftp.confined && question.answer.block != first_block(server.boot_area, question.name))
+        found.push_back(wrong(server, "it hands out something else than " + server.boot_area.path +
+                                          " holds for " + question.name));
+}
+
+} // namespace
+
+Findings tftp_of_server(const Snapshot &server) {
+    if (server.clients.empty())
+        return {};
+    const TftpService &tftp = server.tftp;
+    if (tftp.daemon == nullptr) {
+        // Another program may serve: it is asked nothing.
+        if (server.daemons.is_open(Socket::Kind::udp, tftp_port, 0))
+            return {};
+        return {none_runs(server)};
+    }
+    const Wanted wanted{.found = {tftp.daemon},
+                        .name = tftp.daemon->program,
+                        .programs = {},
+                        .package = {},
+                        .stage = Stage::boot_program,
+                        .why = nothing,
+                        .start = start};
+    if (auto defect = defect_of_daemon(wanted))
+        return {*defect};
+    Findings found;
+    if (tftp.on_demand && access(tftp.program.c_str(), X_OK) != 0 && tftp.program != "internal")
+        found.push_back(wrong(server, "its program, " + tftp.program + ", is not there"));
+    if (tftp.on_demand && tftp.confined && tftp.user != "root")
+        found.push_back(wrong(server, "it is started as " + tftp.user + ", who may not confine it with -s"));
+    if (tftp.on_demand && !tftp.waits)
+        found.push_back(wrong(server, "the line says nowait, so that inetd starts one daemon after another"));
+    if (!found.empty())
+        return found;
+    check_options(found, server);
+    check_directory(found, server);
+    const auto sockets = server.daemons.on_port(Socket::Kind::udp, tftp_port);
+    if (found.empty() && sockets.empty())
+        found.push_back(wrong(server, tftp.on_demand
+                                          ? "inetd does not listen on port 69: it has not read the line yet"
+                                          : "nobody listens on port 69"));
+    check_answer(found, server);
+    return found;
+}
+
+} // namespace hostadm::server
