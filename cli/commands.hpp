@@ -24,6 +24,7 @@ void add_help(CLI::App &app, Work &chosen);
 void add_run(CLI::App &app, Work &chosen);
 void add_preview(CLI::App &app, Work &chosen);
 void add_status(CLI::App &app, Work &chosen);
+void add_check(CLI::App &app, Work &chosen);
 void add_rehearse(CLI::App &app, Work &chosen);
 void add_watch(CLI::App &app, Work &chosen);
 void add_arg(CLI::App &app, Work &chosen);
@@ -41,6 +42,9 @@ struct Invocation {
 
 // Adds the method and its NAME=VALUE words, and --json, to a subcommand.
 void add_invocation(CLI::App &command, Invocation &invocation);
+
+// Lists the checks of `hostadm check`, for `hostadm help checks`.
+int help_checks();
 
 // Runs the method. What is wrong with the words is an outcome too (Status::invalid).
 framework::Outcome perform(const Invocation &invocation);

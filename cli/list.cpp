@@ -50,6 +50,8 @@ int help(CLI::App &app, const std::string &subject) {
         print(app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal));
         return done;
     }
+    if (subject == "checks")
+        return help_checks();
     for (const CLI::App *command :
          app.get_subcommands([&](const CLI::App *one) { return one->check_name(subject); })) {
         print(command->help(app.get_name()));
@@ -85,7 +87,7 @@ void add_list(CLI::App &app, Work &chosen) {
 void add_help(CLI::App &app, Work &chosen) {
     static std::string subject;
     CLI::App *command = app.add_subcommand("help", "say what a method does and what it takes");
-    command->add_option("method", subject, "a method, the methods of a class, or a subcommand")
+    command->add_option("method", subject, "a method, the methods of a class, a subcommand, or \"checks\"")
         ->option_text("CLASS/METHOD");
     command->callback([&] { chosen = [&app] { return help(app, subject); }; });
 }

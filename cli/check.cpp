@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: MIT
+// hostadm check: what is wrong on this server. The method host/check finds it; here it is laid out.
+#include "cli/commands.hpp"
+#include "cli/output.hpp"
+
+namespace hostadm::cli {
+
+namespace {
+
+using Row = framework::Rows::Row;
+
+std::string field(const Row &row, std::string_view name) {
+    for (const auto &[key, value] : row)
+        if (key == name)
+            return std::string(value);
+    return {};
+}
+
+std::string output(const framework::Answer &answer, std::string_view name) {
+    const std::string *value = answer.output(name);
+    return value == nullptr ? "" : *value;
+}
+
+std::string counted(std::size_t count, const char *one, const char *many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+// ERROR    WHERE: WHAT
+//          WHY
+//          mend: REPAIR
+std::string text_of(const Row &row) {
+    std::string severity = field(row, "severity");
+    severity.resize(9, ' ');
+    const std::string below(severity.size(), ' ');
+    std::string text =
+        severity + field(row, "where") + ": " + field(row, "what") + "\n" + below + field(row, "why") + "\n";
+    if (const std::string repair = field(row, "repair"); !repair.empty())
+        text += below + "mend it: " + repair + "\n";
+    return text;
+}
+
+void print_text(const framework::Answer &answer, std::size_t findings) {
+    std::string stage;
+    for (const Row row : answer.rows) {
+        const std::string now = field(row, "severity") + field(row, "stage");
+        if (!stage.empty() && now != stage)
+            print("\n");
+        stage = now;
+        print(text_of(row));
+    }
+    const std::string looked_at = counted(std::stoul("0" + output(answer, "clients")), "client", "clients");
+    if (findings == 0)
+        print("no fault found; looked at " + looked_at + "\n");
+    else
+        print("\n" + counted(findings, "finding", "findings") + ", " +
+              counted(std::stoul("0" + output(answer, "errors")), "error", "errors") + "; looked at " +
+              looked_at + "\n");
+    if (const std::string not_seen = output(answer, "not_seen"); !not_seen.empty())
+        print("not looked at: " + not_seen + "\n");
+}
+
+void print_as_json(const framework::Answer &answer) {
+    Json findings = Json::array();
+    for (const Row row : answer.rows) {
+        Json &finding = findings.emplace_back(Json::object());
+        for (const char *key : {"severity", "stage", "client", "where", "what", "why", "repair", "check"})
+            finding[key] = framework::to_json(field(row, key));
+    }
+    print_json({{"clients", std::stoul("0" + output(answer, "clients"))},
+                {"findings", findings},
+                {"not_seen", framework::to_json(output(answer, "not_seen"))}});
+}
+
+int check(const std::vector<std::string> &clients, bool json) {
+    Invocation invocation{.method = "host/check", .words = {}, .host = {}, .json = json};
+    std::string names;
+    for (const std::string &client : clients)
+        names += (names.empty() ? "" : ",") + client;
+    if (!names.empty())
+        invocation.words.push_back("clients=" + names);
+    const framework::Outcome outcome = perform(invocation);
+    if (outcome.status != framework::Outcome::Status::done)
+        return report(invocation, outcome);
+    const std::size_t findings = outcome.answer.rows.size();
+    json ? print_as_json(outcome.answer) : print_text(outcome.answer, findings);
+    return findings == 0 ? done : failed;
+}
+
+} // namespace
+
+int help_checks() {
+    const Invocation invocation{.method = "host/check", .words = {"list=yes"}, .host = {}, .json = false};
+    const framework::Outcome outcome = perform(invocation);
+    if (outcome.status != framework::Outcome::Status::done)
+        return report(invocation, outcome);
+    Table table({"CHECK", "LOOKS AT"});
+    for (const Row row : outcome.answer.rows)
+        table.add({field(row, "check"), field(row, "looks_at")});
+    print(table.text());
+    return done;
+}
+
+void add_check(CLI::App &app, Work &chosen) {
+    static std::vector<std::string> clients;
+    static bool json;
+    CLI::App *command =
+        app.add_subcommand("check", "find what keeps clients from booting, without changing anything");
+    command->add_option("clients", clients, "only these clients, and what is wrong for all")
+        ->option_text("CLIENT...");
+    command->add_flag("--json", json, "print the findings as JSON");
+    command->footer(
+        "Exit status: 0 nothing is wrong, 1 there are findings, 2 wrong usage or no such client.\n"
+        "`hostadm help checks` lists what is looked at.");
+    command->callback([&chosen] { chosen = [] { return check(clients, json); }; });
+}
+
+} // namespace hostadm::cli
