@@ -61,10 +61,24 @@ void print_text(const std::vector<Table> &tables) {
     }
 }
 
-void print_as_json(const std::vector<Table> &tables) {
+std::size_t findings_of(const framework::Answer &answer) {
+    const std::string *count = answer.output("findings");
+    return count == nullptr ? 0 : std::stoul("0" + *count);
+}
+
+void print_findings(std::size_t count) {
+    if (count == 0)
+        print("\nNo fault found.\n");
+    else
+        print("\n" + std::to_string(count) + (count == 1 ? " finding" : " findings") +
+              "; `hostadm check` tells what is wrong and what mends it.\n");
+}
+
+void print_as_json(const std::vector<Table> &tables, std::size_t findings) {
     Json json = Json::object();
     for (std::size_t at = 0; at < sections.size(); ++at)
         json[sections[at].plural] = tables[at].json();
+    json["findings"] = findings;
     print_json(json);
 }
 
@@ -74,7 +88,13 @@ int status(bool json) {
     if (outcome.status != framework::Outcome::Status::done)
         return report(invocation, outcome);
     const std::vector<Table> tables = tables_of(outcome.answer.rows);
-    json ? print_as_json(tables) : print_text(tables);
+    const std::size_t findings = findings_of(outcome.answer);
+    if (json) {
+        print_as_json(tables, findings);
+    } else {
+        print_text(tables);
+        print_findings(findings);
+    }
     return done;
 }
 

@@ -6,6 +6,7 @@
 #include "base/text.hpp"
 #include "hostadm/method.hpp"
 #include "hostadm/table_edit.hpp"
+#include "server/checks/registry.hpp"
 #include "server/clients.hpp"
 #include "server/daemons.hpp"
 #include "server/page.hpp"
@@ -20,6 +21,7 @@ using namespace hostadm::server;
 const Description description{
     .name = "host/status",
     .purpose = "what this server serves: clients, shares, mounts, daemons, each row with its section",
+    .outputs = {{"findings", "how much is wrong here, as host/check tells in full"}},
     .columns = {{"section", "client, share, mount or daemon"},
                 {"name", "client: host name; daemon: program"},
                 {"address", "client: IPv4 address"},
@@ -119,7 +121,8 @@ void daemons(ManyRows &rows) {
     }
 }
 
-int work(Call &) {
+int work(Call &call) {
+    call.set("findings", std::to_string(check(read_snapshot()).size()));
     ManyRows rows;
     clients(rows);
     shares(rows);
