@@ -64,11 +64,11 @@ void print_as_json(const framework::Answer &answer) {
     for (const Row row : answer.rows) {
         Json &finding = findings.emplace_back(Json::object());
         for (const char *key : {"severity", "stage", "client", "where", "what", "why", "repair", "check"})
-            finding[key] = framework::to_json(field(row, key));
+            finding[key] = to_json(field(row, key));
     }
     print_json({{"clients", std::stoul("0" + output(answer, "clients"))},
                 {"findings", findings},
-                {"not_seen", framework::to_json(output(answer, "not_seen"))}});
+                {"not_seen", to_json(output(answer, "not_seen"))}});
 }
 
 int check(const std::vector<std::string> &clients, bool json) {
