@@ -9,8 +9,8 @@
 
 #include "base/files.hpp"
 #include "base/text.hpp"
+#include "base/this_host.hpp"
 #include "server/boot_area.hpp"
-#include "server/local_host.hpp"
 #include "server/shares.hpp"
 
 namespace hostadm::server {
@@ -275,7 +275,7 @@ std::optional<std::uint32_t> Snapshot::address_of(const std::string &name) const
     const auto [known, fresh] = known_addresses_.try_emplace(base::lower_case(name));
     constexpr std::size_t most_questions = 20; // a name server that is silent costs a second each
     if (fresh && !name.empty() && known_addresses_.size() <= most_questions)
-        if (const std::string value = ipv4_value(address_of_host(name)); !value.empty())
+        if (const std::string value = ipv4_value(base::address_of_host(name)); !value.empty())
             known->second = ipv4_number(value);
     return known->second;
 }
@@ -291,7 +291,7 @@ Snapshot read_snapshot() {
     setenv("RES_OPTIONS", "timeout:1 attempts:1", 0);
     Snapshot server;
     server.privileged = geteuid() == 0;
-    server.host_name = local_host_name();
+    server.host_name = base::own_host_name();
     server.hosts = parse_hosts(read_table("/etc/hosts"));
     server.ethers = parse_ethers(read_table("/etc/ethers"));
     server.bootparams = parse_bootparams(read_table("/etc/bootparams"));
