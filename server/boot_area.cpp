@@ -21,6 +21,7 @@
 #include "hostadm.h"
 #include "server/failure.hpp"
 #include "server/silenced_errors.hpp"
+#include "server/transaction.hpp"
 
 namespace hostadm::server {
 
@@ -185,6 +186,20 @@ bool same_content(const std::string &one, const std::string &other) {
     return std::equal(byte, end, std::istreambuf_iterator<char>(second), end);
 }
 
+bool copy_whole(const std::string &source, const std::string &destination) {
+    const std::filesystem::path place = destination;
+    const std::string fresh = place.parent_path() / ("." + place.filename().string() + ".new");
+    unlink(fresh.c_str()); // of a run that was cut off
+    const bool whole = copyfile(fresh.c_str(), source.c_str()) == 0 && chmod(fresh.c_str(), 0644) == 0 &&
+                       same_content(fresh, source);
+    if (whole)
+        flush(fresh);
+    if (whole && rename(fresh.c_str(), destination.c_str()) == 0)
+        return true;
+    unlink(fresh.c_str());
+    return false;
+}
+
 bool ensure_boot_program(const BootAreaLock &, const std::string &method, const Identity &identity,
                          const std::string &boot_name, const BootProgramSource &source, Journal &journal) {
     const std::string program = path_of(boot_name);
@@ -223,15 +238,28 @@ InitialisedBootArea initialise_boot_area(const BootAreaLock &, const std::string
                                          const std::string &hierarchy) {
     const auto &[inst_set, impl_arch, os_name, os_version] = identity;
     std::string architecture = impl_arch;
-    const std::string program =
-        path_of(make_boot_name(os_version.c_str(), os_name.c_str(), inst_set.c_str(), impl_arch.c_str()));
+    const std::string boot_name =
+        make_boot_name(os_version.c_str(), os_name.c_str(), inst_set.c_str(), impl_arch.c_str());
+    const std::string program = path_of(boot_name);
     if (is_empty_file(program))
         unlink(program.c_str());
     const bool was_there = exists(program);
     const std::string where = host.empty() ? base::own_host_name() : host;
-    const std::string boot_name =
+    // The library ends its process when it cannot copy the program, and leaves what there is of the copy, which would
+    // be booted from ever after.
+    const Ending ending = run_apart([&] {
         init_tftpboot_dir(method.c_str(), where.c_str(), nullptr, architecture.data(), hierarchy.c_str(),
                           inst_set.c_str(), os_name.c_str(), os_version.c_str());
+        return 0;
+    });
+    if (!ending.done) {
+        struct stat part {};
+        if (!was_there && lstat(program.c_str(), &part) == 0 && S_ISREG(part.st_mode))
+            unlink(program.c_str());
+        if (!ending.reason.empty())
+            fail(Code::interrupted, ending.reason);
+        throw Recorded();
+    }
     if (!was_there)
         flush(program);
     return {boot_name, !was_there};

@@ -108,6 +108,8 @@ bool ensure_boot_links(const BootAreaLock &, const std::string &method, const st
 // Removes a client's links, and looks whether they are gone. Returns those that there were.
 BootLinks remove_boot_links(const BootAreaLock &, const std::string &method, const std::string &address);
 
+// Copies a file as a whole and flushed, or not at all.
+bool copy_whole(const std::string &source, const std::string &destination);
 bool same_content(const std::string &one, const std::string &other);
 
 } // namespace hostadm::server

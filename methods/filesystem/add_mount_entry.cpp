@@ -11,6 +11,7 @@
 #include "server/client_root.hpp"
 #include "server/confined.hpp"
 #include "server/failure.hpp"
+#include "server/mount_tables.hpp"
 #include "server/page.hpp"
 
 using namespace hostadm::method;
@@ -43,6 +44,7 @@ const Description description{
           .kind = Kind::path,
           .purpose = "the table, for instance that of a client's root",
           .default_value = "/etc/vfstab"}},
+    .outputs = {changed_output},
     .edits = {"vfstab="},
 };
 
@@ -63,7 +65,15 @@ bool is_servers_own(const std::string &table) {
     return std::filesystem::path(table).lexically_normal().parent_path() == "/etc";
 }
 
-int edit_of_others(const std::string &table, const std::function<int(const std::string &)> &add) try {
+int edit_own(const std::string &table, const std::function<int(const std::string &)> &add, bool &changed) {
+    const std::string before = read_mount_table(table);
+    const int status = add(table);
+    changed = read_mount_table(table) != before;
+    return status;
+}
+
+int edit_of_others(const std::string &table, const std::function<int(const std::string &)> &add,
+                   bool &changed) try {
     const std::string name = std::filesystem::path(table).filename();
     const hostadm::base::Beneath folder = folder_that_holds(table);
     const hostadm::tables::FolderLock lock(folder.path());
@@ -78,6 +88,7 @@ int edit_of_others(const std::string &table, const std::function<int(const std::
         status != 0)
         return status;
     const std::string after = stage.files().read(name);
+    changed = !is_there || after != before;
     if (!is_there)
         folder.write(name, after);
     else if (after != before)
@@ -109,8 +120,13 @@ int work(Call &call) {
                            : add_seven_columns(call, table, resource.data());
     };
     const std::string table = call.get("vfstab");
-    const int status = is_servers_own(table) ? add(table) : edit_of_others(table, add);
-    return status == 0 ? 0 : call.fail(edit_failure(table, status));
+    bool changed = false;
+    const int status =
+        is_servers_own(table) ? edit_own(table, add, changed) : edit_of_others(table, add, changed);
+    if (status != 0)
+        fail_edit(table, status);
+    tell_changed(call, changed);
+    return 0;
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <array>
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -7,6 +8,7 @@
 #include "base/text.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
+#include "server/boot_area.hpp"
 #include "server/claims.hpp"
 #include "server/files.hpp"
 #include "server/page.hpp"
@@ -64,21 +66,43 @@ void remove_empty_files(const std::string &boot_name) {
             std::filesystem::remove(path, error);
 }
 
+// A file that all clients share, and where the image may hold it.
+struct SharedFile {
+    std::string copy, name, first, second;
+
+    std::string source() const { return exists(first) ? first : exists(second) ? second : ""; }
+};
+
+std::vector<SharedFile> shared_files(const std::string &image, const std::string &impl_arch,
+                                     const std::string &boot_name) {
+    std::vector<SharedFile> files;
+    for (const auto &[copy, name, folder] :
+         {std::array{boot_name, std::string("inetboot"), std::string()},
+          std::array{std::string("gluecode.com"), std::string("gluecode.com"), std::string("drv.i86pc/")},
+          std::array{std::string("smc.com"), std::string("smc.com"), std::string("drv.i86pc/")}})
+        files.push_back({"/rplboot/" + copy, name, image + "/platform/" + impl_arch + "/lib/fs/nfs/" + name,
+                         image + "/lib/fs/nfs/" + folder + name});
+    return files;
+}
+
 // The library's error names neither the file that the image lacks nor the image.
-void tell_missing_sources(Call &call, const std::string &image, const std::string &impl_arch,
-                          const std::string &boot_name) {
-    const struct {
-        std::string copy, name, folder;
-    } files[] = {{boot_name, "inetboot", ""},
-                 {"gluecode.com", "gluecode.com", "drv.i86pc/"},
-                 {"smc.com", "smc.com", "drv.i86pc/"}};
-    for (const auto &[copy, name, folder] : files) {
-        const std::string first = image + "/platform/" + impl_arch + "/lib/fs/nfs/" + name,
-                          second = image + "/lib/fs/nfs/" + folder + name;
-        if (!exists("/rplboot/" + copy) && !exists(first) && !exists(second))
-            call.fail("there is no " + name + " to make /rplboot/" + copy + " of; looked for " + first +
-                      ", " + second);
-    }
+void tell_missing_sources(Call &call, const std::vector<SharedFile> &files) {
+    for (const SharedFile &file : files)
+        if (!exists(file.copy) && file.source().empty())
+            call.fail("there is no " + file.name + " to make " + file.copy + " of; looked for " + file.first +
+                      ", " + file.second);
+}
+
+// The library does not look how its copies end, and leaves part of one, which would be booted from ever after. False
+// when a file cannot be copied.
+bool copy_missing(const std::vector<SharedFile> &files) {
+    std::string area = "/rplboot";
+    mkdir_path(area.data());
+    bool whole = true;
+    for (const SharedFile &file : files)
+        if (!exists(file.copy) && !file.source().empty())
+            whole = copy_whole(file.source(), file.copy) && whole;
+    return whole;
 }
 
 int work(Call &call) {
@@ -95,10 +119,14 @@ int work(Call &call) {
     const Claims claims(call.method(), key, {{Claim::Kind::path, "/rplboot/" + key}});
     const auto before = state_of(key, boot_name);
     remove_empty_files(boot_name);
-    tell_missing_sources(call, root_dir + "/export/exec/" + inst_set + "." + os_name + "_" + os_version,
-                         impl_arch, boot_name);
-    setup_rplboot_dir(call.method().c_str(), key.c_str(), impl_arch.c_str(), root_dir.c_str(),
-                      inst_set.c_str(), os_name.c_str(), os_version.c_str());
+    const auto files = shared_files(root_dir + "/export/exec/" + inst_set + "." + os_name + "_" + os_version,
+                                    impl_arch, boot_name);
+    tell_missing_sources(call, files);
+    if (copy_missing(files))
+        setup_rplboot_dir(call.method().c_str(), key.c_str(), impl_arch.c_str(), root_dir.c_str(),
+                          inst_set.c_str(), os_name.c_str(), os_version.c_str());
+    else
+        add_rplboot_dir_client(call.method().c_str(), boot_name.c_str(), key.c_str());
     const std::string broken = broken_link(key);
     call.set("boot_program", boot_name);
     if (broken.empty()) {

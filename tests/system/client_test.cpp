@@ -995,7 +995,8 @@ TEST_F(Client, IsListedAndShown) {
                                        {"architecture", "kel4m"},
                                        {"root", "/export/root/c1"},
                                        {"boot_links", "yes"},
-                                       {"shared", "yes"}}));
+                                       {"shared", "yes"},
+                                       {"disabled", "no"}}));
     EXPECT_EQ(rows[1].at("boot_links"), "no 0A010204");
     EXPECT_EQ(rows[1].at("shared"), "no");
 
