@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: MIT
 # faults.sh BUILD HERE: breaks a good server in every way that the list "faults" knows, one after another. Each is named
 # by `hostadm check` as the list says; the boot really fails where the list gives a stage; and the repair that the finding
 # tells, when run, makes the findings go away and the boot pass. Ends with "N faults, N failed".
@@ -20,6 +21,7 @@ fail() {
 }
 everything="/etc/hosts /etc/ethers /etc/bootparams /etc/nsswitch.conf /etc/dfs /etc/ganesha /tftpboot"
 save() {
+    # shellcheck disable=SC2086 # a list
     mkdir -p /var/good && cd / && cp -a --parents $everything /var/good/
     for name in client1 client2; do
         mkdir -p /var/good/export/root /var/good/export/swap &&
@@ -48,6 +50,7 @@ reset() {
     ip link set srv0 down arp on && ip addr flush dev srv0 && ip addr add $address/24 brd + dev srv0 && ip link set srv0 up
     sysctl -qw net.ipv4.conf.srv0.arp_ignore=0
     ip link set srv0 up
+    # shellcheck disable=SC2119 # with the usual options
     start_rpcbind && start_bootparamd && start_tftpd && /usr/sbin/in.rarpd -a && start_nfs
 } >/tmp/reset.log 2>&1
 

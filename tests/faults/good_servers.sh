@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: MIT
 # good_servers.sh BUILD HERE: servers that are all in order, each in its own way. A client boots from each of them, and
 # `hostadm check` says nothing of any. Ends with "N good servers, N failed".
 set -u

@@ -1,6 +1,7 @@
+# SPDX-License-Identifier: MIT
 # server.sh: a good server in a throwaway root, for the tests of `hostadm check`: sourced. Its network namespace is the
 # server; a second one, "client", joined to it by a virtual cable, is whichever client is switched on.
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2034,SC2119,SC2120,SC2154 # who sources it sets $build and gives options of his own
 [ "${HOSTADM_SANDBOX:-}" = 1 ] || { echo "run this with in-sandbox: it installs into /usr"; exit 2; }
 export PATH=/usr/local/bin:/usr/local/sbin:/usr/sbin:/usr/bin:/sbin:/bin
 address=192.168.1.1
@@ -8,8 +9,8 @@ patience=250 # milliseconds that silence is waited for; answers come within 20
 
 die() { echo "cannot run: $*"; exit 2; }
 soon() { # at most 30 s, 10 ms apart
-    local tries
-    for tries in $(seq 3000); do "$@" >/dev/null 2>&1 && return; sleep 0.01; done
+    local _
+    for _ in $(seq 3000); do "$@" >/dev/null 2>&1 && return; sleep 0.01; done
     return 1
 }
 refused() { ! "$@"; }
@@ -71,6 +72,7 @@ good_server() {
 # first_failure NAME ADDRESS ETHERNET: the stage at which the client's boot fails; nothing when it boots.
 first_failure() {
     local name=$1 own=$2 digits told path boots=$SRANDOM # the NFS server remembers names that were there once
+    # shellcheck disable=SC2086 # four words
     digits=$(printf '%02X%02X%02X%02X' ${own//./ })
     nsenter --net=/run/netns/client sh -ec "ip addr flush dev cli0; ip link set cli0 down
         ip link set cli0 address $3; ip link set cli0 up" || return
@@ -90,7 +92,7 @@ first_failure() {
     client nfs-ls "nfs://$told$path" 2>/dev/null | grep -q ' etc' || { echo root; return; }
     client nfs-cat "nfs://$told$path/sbin/init" 2>/dev/null | cmp -s - /bin/true &&
         client nfs-ls "nfs://$told$path/dev" 2>/dev/null | grep -q '^c.* console' &&
-        client nfs-cat "nfs://$told$path/etc/vfstab" 2>/dev/null | grep -q "^server:$path[[:blank:]]-[[:blank:]]*/[[:blank:]]" &&
+        client nfs-cat "nfs://$told$path/etc/vfstab" 2>/dev/null | grep -q "^server:${path}[[:blank:]]-[[:blank:]]*/[[:blank:]]" &&
         client nfs-cp /etc/hostname "nfs://$told$path/var/written.$boots" >/dev/null 2>&1 || { echo start; return; }
     told=$(client boot_bootparams -t $patience $address getfile "$name" swap 2>/dev/null) || { echo swap; return; }
     path=${told##* path } told=${told##* address } told=${told%% *}
