@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "compat/packages/package.hpp"
+#include "compat/support/failure.hpp"
 
 namespace {
 

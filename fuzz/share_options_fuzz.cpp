@@ -12,8 +12,9 @@
 #include <string_view>
 #include <vector>
 
+#include "base/text.hpp"
 #include "compat/share/options.hpp"
-#include "compat/support/file.hpp"
+#include "compat/support/failure.hpp"
 
 namespace {
 
@@ -81,7 +82,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     check_clients(options.roots);
     require(same(parse_share_options(written(options)), options), "written anew it means the same");
 
-    std::vector<std::string> words = split(text, ',');
+    const auto parts = hostadm::base::split(text, ',');
+    std::vector<std::string> words(parts.begin(), parts.end());
     std::stable_sort(words.begin(), words.end(), [](const std::string &one, const std::string &other) {
         return one.find('=') == one.npos && other.find('=') != other.npos;
     });
