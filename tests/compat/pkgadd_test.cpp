@@ -484,7 +484,7 @@ find . -depth -mindepth 1 -type d -exec mv -T {} /tmp/p/away \; -exec ln -sfn /t
 // Everything is flushed before the first rename, and the renames before the end.
 TEST_F(Pkgadd, SaysDoneOnlyWhenAllIsOnTheDisk) {
     make();
-    must("ASAN_OPTIONS=detect_leaks=0 strace -o /tmp/p/calls -e trace=syncfs,renameat,renameat2,exit_group "
+    must("ASAN_OPTIONS=detect_leaks=0 strace -o /tmp/p/calls -e trace=syncfs,renameat,exit_group "
          "/usr/sbin/pkgadd " +
          std::string(add_words));
     EXPECT_EQ(sh("sed 's/(.*//' /tmp/p/calls | grep -v exited | uniq").output,

@@ -56,12 +56,29 @@ END
     } >/etc/ganesha/ganesha.conf
 }
 
+copy_libraries_of() { # what a program of the root needs of this system, loader included
+    local library
+    for library in $(ldd "$1" | grep -o '/[^ ]*'); do
+        mkdir -p "$root${library%/*}" && cp -L "$library" "$root$library"
+    done
+}
+
+# A share command that tells what the table of shares says.
+make_share_command() {
+    cat >/usr/sbin/share <<'END'
+#!/bin/sh
+[ $# = 0 ] || exit 1
+awk '$1 == "share" { print "-  " $NF "  " $5 "  \"\"" }' /etc/dfs/dfstab
+END
+    chmod 755 /usr/sbin/share
+}
+
 make_client_files() {
     # The NFS server cannot find files again on a layered file system.
     mkdir -p /export && mount -t tmpfs -o mode=755 export /export || return
     mkdir -p $root/{bin,dev,etc,sbin,tmp,usr/bin,var} "${swap%/*}" /tftpboot
     printf '#!/bin/sh\nexec /bin/sh\n' >$root/sbin/init && chmod 755 $root/sbin/init
-    cp /bin/true $root/bin/sh
+    cp /bin/true $root/bin/sh && copy_libraries_of $root/bin/sh
     mknod $root/dev/console c 5 1
     printf 'server:%s\t-\t/\tnfs\t-\tno\trw\n' $root >$root/etc/vfstab
     head -c 1048576 /dev/zero >$swap && chmod 600 $swap
@@ -93,5 +110,6 @@ reread_exports() { kill -HUP "$(cat /run/ganesha.pid)"; sleep 0.1; }
 
 make_good_server() {
     lay_cable && make_users && write_tables && write_exports && make_client_files &&
+        make_share_command &&
         start_rarpd && start_tftpd && start_rpc
 }
