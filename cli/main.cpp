@@ -52,7 +52,7 @@ int refuse(const CLI::App &app, const std::string &first_word, const std::string
 void open_standard_descriptors() {
     int descriptor = -1;
     do
-        descriptor = open("/dev/null", O_RDONLY);
+        descriptor = open("/dev/null", O_RDONLY); // NOLINT(android-cloexec-open): it is inherited
     while (descriptor >= 0 && descriptor <= STDERR_FILENO);
     if (descriptor > STDERR_FILENO)
         close(descriptor);
