@@ -249,7 +249,8 @@ InitialisedBootArea initialise_boot_area(const BootAreaLock &, const std::string
     // be booted from ever after.
     const Ending ending = run_apart([&] {
         init_tftpboot_dir(method.c_str(), where.c_str(), nullptr, architecture.data(), hierarchy.c_str(),
-                          inst_set.c_str(), os_name.c_str(), os_version.c_str());
+                          identity.instruction_set.c_str(), identity.os_name.c_str(),
+                          identity.os_version.c_str());
         return 0;
     });
     if (!ending.done) {

@@ -141,11 +141,11 @@ std::vector<CachedMount> cached_mounts(std::string_view table) {
 }
 
 void check_client_root(const std::string &root) {
-    if (std::string defect = defect_of_root(root); !defect.empty())
-        throw Failure(std::move(defect));
+    if (const std::string defect = defect_of_root(root); !defect.empty())
+        throw Failure(defect);
     for (const char *below : {"/etc/vfstab", "/etc/fs/cachefs", "/.autoinstall"})
-        if (std::string way_out = way_out_of_root(root, below); !way_out.empty())
-            throw Failure(std::move(way_out));
+        if (const std::string way_out = way_out_of_root(root, below); !way_out.empty())
+            throw Failure(way_out);
     const auto found = files_of(root).status(table);
     if (!found || !S_ISREG(found->st_mode))
         throw Failure(table_of(root) + (found ? " is no file" : " does not exist") + ", so " + root +

@@ -297,7 +297,8 @@ void ClientChange::change_tables(Journal &journal, Report &report) const {
         const std::string &before, &after;
     } tables[] = {{"hosts", hosts_table(), old_.address, new_.address},
                   {"ethers", ethers_table(), old_.ethernet, new_.ethernet}};
-    for (const auto &[step, table, before, after] : tables) {
+    for (const auto &one : tables) {
+        const std::string &before = one.before, &after = one.after;
         const auto change = [&](std::string_view line) -> std::optional<std::string> {
             if (const auto behind = disabled_line(line); behind && is_line_of(*behind, old_.name))
                 return std::string(disabled_mark) +
@@ -308,10 +309,10 @@ void ClientChange::change_tables(Journal &journal, Report &report) const {
             const auto words = base::words_of(line);
             return words.front() == before ? with_key_changed(named, after) : named;
         };
-        bool changed = change_lines(table.path(), change, journal);
+        bool changed = change_lines(one.table.path(), change, journal);
         if (before.empty() && !after.empty())
-            changed = table.ensure(after, new_.name, journal) || changed;
-        report.step(step, changed, after + " " + new_.name);
+            changed = one.table.ensure(after, new_.name, journal) || changed;
+        report.step(one.step, changed, after + " " + new_.name);
     }
 }
 

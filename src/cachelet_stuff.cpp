@@ -208,7 +208,7 @@ int edit_failed(const char *step) {
 // Runs an awk program over the client's table. 0, or 1 and error 37; the table is then as it was.
 int edit_client_table(const char *client_root, int (*write_program)(std::FILE *)) {
     const std::string program = format("/tmp/awk.%d", getpid());
-    std::FILE *file = create_exclusively(program) ? std::fopen(program.c_str(), "w") : nullptr;
+    std::FILE *file = create_exclusively(program) ? std::fopen(program.c_str(), "we") : nullptr;
     if (file == nullptr)
         return edit_failed("fopen");
     const bool written = write_program(file) >= 1;
@@ -400,7 +400,7 @@ char *make_admin_file(const char *basedir) {
     std::snprintf(admin_file_name.data(), admin_file_name.size(), "/tmp/pkgadmin.%d", getpid());
     const bool complete = base::at_boundary(false, [&] {
         std::FILE *file =
-            create_exclusively(admin_file_name.data()) ? std::fopen(admin_file_name.data(), "w") : nullptr;
+            create_exclusively(admin_file_name.data()) ? std::fopen(admin_file_name.data(), "we") : nullptr;
         if (file == nullptr)
             return false;
         const bool written = std::fprintf(file, admin_text, basedir) >= 1;
@@ -443,7 +443,7 @@ int do_cachelet_pkgadd(const char *method, const char *arch, const char *release
 }
 
 void do_pkgadd_failure(const char *method, const char *package_dir, int status, const char *log) {
-    std::FILE *file = std::fopen(log, "r");
+    std::FILE *file = std::fopen(log, "re");
     if (file == nullptr) {
         record_literal<pkgadd_ended_with_status>(method, package_dir, status);
     } else {

@@ -59,7 +59,8 @@ template <typename Matches> int find_process(int *pid, Matches matches) {
 // long as the daemon lives) and every descriptor that they forgot to mark.
 void detach() {
     setsid();
-    const int null = open("/dev/null", O_RDWR);
+    const int null =
+        open("/dev/null", O_RDWR); // NOLINT(android-cloexec-open): inherited, if it is one of these
     for (int standard = STDIN_FILENO; null >= 0 && standard <= STDERR_FILENO; ++standard)
         dup2(null, standard);
     if (close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC) != 0)

@@ -3,7 +3,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
 
 #include "hostadm.h"
 
@@ -12,8 +11,8 @@ namespace {
 // Formatted output goes here to be counted. Opened once and kept for the life of the process.
 std::FILE *null_sink() {
     static std::FILE *sink = nullptr;
-    if (sink == nullptr && (sink = std::fopen("/dev/null", "w")) != nullptr)
-        fcntl(fileno(sink), F_SETFD, FD_CLOEXEC);
+    if (sink == nullptr)
+        sink = std::fopen("/dev/null", "we");
     return sink;
 }
 

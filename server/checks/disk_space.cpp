@@ -40,8 +40,8 @@ Findings disk_space_of_server(const Snapshot &server) {
     for (const auto &[point, use] : uses) {
         const Mount *mount = mount_of(server.mounts, use.path);
         const Stage stage = use.key == "root" ? Stage::start : Stage::swap;
-        const auto add = [&](Severity severity, const std::string &what, const std::string &why,
-                             const std::string &repair) {
+        const auto add = [&, &point = point](Severity severity, const std::string &what,
+                                             const std::string &why, const std::string &repair) {
             found.push_back({.severity = severity,
                              .stage = stage,
                              .where = point,

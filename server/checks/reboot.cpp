@@ -220,8 +220,9 @@ void check_mounts(Findings &found, const Snapshot &server) {
     }
     // A file system of the tables that is not mounted hides the roots in it.
     for (const auto &[point, line] : lines) {
-        const bool mounted = std::any_of(server.mounts.begin(), server.mounts.end(),
-                                         [&](const Mount &mount) { return mount.point == point; });
+        const bool mounted =
+            std::any_of(server.mounts.begin(), server.mounts.end(),
+                        [&point = point](const Mount &mount) { return mount.point == point; });
         if (mounted || !line.at_boot || point.size() < 2 || !point.starts_with('/'))
             continue;
         for (const CheckedClient &client : server.clients)
