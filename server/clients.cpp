@@ -108,6 +108,14 @@ Client find_client(const std::string &name) {
     return client;
 }
 
+Client known_client(const std::string &name) {
+    Client client = find_client(name);
+    if (client.items.empty())
+        fail(Code::not_found, "there is no client " + client.name + " in " + bootparams_path +
+                                  "; hostadm run client/list tells which there are");
+    return client;
+}
+
 std::vector<Client> all_clients() {
     const auto addresses = hosts_table().keys_by_name();
     const auto ethernets = ethers_table().keys_by_name();

@@ -41,6 +41,8 @@ std::string share_options_of(const std::string &client);
 // A client by its name, whose case does not count; one that bootparams does not have has no items. Throws Failure
 // when a table cannot be read.
 Client find_client(const std::string &name);
+// The same, and a Failure when bootparams does not have it.
+Client known_client(const std::string &name);
 
 // All clients whose root is on this server, in the order of bootparams. Throws Failure where the name-service
 // switch names a source that nobody can read, or a table cannot be read.

@@ -57,8 +57,7 @@ int change(Call &call, Claims &claims, Journal &journal) {
         report.step("name", false, client.name);
     }
     if (client.items.empty())
-        fail(Code::not_found, "there is no client " + client.name +
-                                  " in /etc/bootparams; hostadm run client/list tells which there are");
+        client = known_client(client.name); // says that there is none
     const ClientChange change(client, asked);
     claims.add(change.claims());
     change.make(call.method(), journal, report);

@@ -2,7 +2,6 @@
 #include <sys/stat.h>
 
 #include "hostadm/method.hpp"
-#include "server/bootparams.hpp"
 #include "server/clients.hpp"
 #include "server/page.hpp"
 #include "server/shares.hpp"
@@ -35,9 +34,7 @@ const Description description{
 };
 
 int work(Call &call) {
-    const Client client = find_client(call.get("hostname"));
-    if (client.items.empty())
-        fail(Code::not_found, "no client " + client.name + " in " + bootparams_path);
+    const Client client = known_client(call.get("hostname"));
     struct stat file {};
     const ShareState share = share_state(client.root());
 
