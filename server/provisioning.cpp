@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: MIT
+#include "server/provisioning.hpp"
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "hostadm.h"
+#include "server/boot_area.hpp"
+#include "server/bootparams.hpp"
+#include "server/daemons.hpp"
+#include "server/files.hpp"
+#include "server/filling.hpp"
+#include "server/host_tables.hpp"
+#include "server/shares.hpp"
+
+namespace hostadm::server {
+
+namespace {
+
+void make_boot_area(method::Call &call, const NewClient &client, Journal &journal, Report &report) {
+    const std::string method = call.method();
+    call.progress("making the boot program and its links");
+    make_tftpboot_dir(method.c_str());
+    const BootAreaLock lock;
+    const std::string program = std::string(tftpboot) + "/" + client.boot_name;
+    const bool made = ensure_boot_program(lock, method, client.identity, client.boot_name,
+                                          client.boot_program_source(), journal);
+    if (!client.boot_program.empty() && !same_content(program, client.boot_program))
+        report.warn("boot program",
+                    program + " differs from " + client.boot_program +
+                        " and stays, since other clients may boot it; to replace it, remove it first");
+    report.step("boot program", made, program);
+    call.set("boot_program", client.boot_name);
+    const bool linked = ensure_boot_links(lock, method, client.address, client.identity.implementation_arch,
+                                          client.boot_name, journal);
+    report.step("boot links", linked, names_of(boot_links_of(client.address)));
+}
+
+// A server whose daemons do not run is set up all the same: what is missing is told, with the way to mend it.
+void look_after_daemons(method::Call &call, Report &report) {
+    call.progress("looking after the daemons");
+    if (const std::string started = ensure_reverse_arp(); !started.empty())
+        report.step("reverse ARP", true, started);
+    for (const BootDaemon &daemon : boot_daemons()) {
+        if (!daemon.running)
+            report.warn(daemon.service, daemon.name + " does not run; start it: " + daemon.advice);
+        else if (!daemon.advice.empty())
+            report.warn(daemon.service, daemon.name + " runs " + daemon.note + "; " + daemon.advice);
+    }
+}
+
+// What is said to be done must survive a power cut.
+void flush(const NewClient &client) {
+    std::vector<std::string> written = {client.root, parent_of(client.swap), tftpboot, "/etc"};
+    if (!client.dump.empty())
+        written.push_back(parent_of(client.dump));
+    flush_file_systems(written);
+}
+
+} // namespace
+
+void provision(method::Call &call, const NewClient &client, Journal &journal, Report &report) {
+    const bool known = check_new_client(call, client);
+    const std::string method = call.method();
+
+    const bool root_is_whole = known && exists(client.root) && !std::filesystem::is_empty(client.root) &&
+                               !is_being_filled(client.root);
+    if (!root_is_whole)
+        make_root(call, client.root, client.name, client.identity, client.source, journal);
+    report.step("root", !root_is_whole, client.root);
+
+    check_swap(client); // which may have come with the root
+    check_dump(client);
+    report.step("swap", make_sparse_file(client.swap, client.swap_size, journal), client.swap);
+    if (!client.dump.empty())
+        report.step("dump", make_sparse_file(client.dump, 0, journal), client.dump);
+
+    for (const std::string &path : client.shared_directories()) {
+        call.progress("sharing " + path);
+        const std::string options = client.share_options();
+        report.step("share", ensure_share(method, path, options, journal), path + " " + options);
+    }
+
+    make_boot_area(call, client, journal, report);
+
+    call.progress(std::string("editing ") + bootparams_path);
+    const bool items_added = add_missing_items(client.name, client.items(), journal);
+    report.step("bootparams", items_added, client.name + " " + client_items(client.name));
+    call.progress("editing the tables of hosts");
+    report.step("hosts", hosts_table().ensure(client.address, client.name, journal),
+                client.address + " " + client.name);
+    report.step("ethers", ethers_table().ensure(client.ethernet, client.name, journal),
+                client.ethernet + " " + client.name);
+
+    look_after_daemons(call, report);
+    for (const auto &[about, text] : warnings_about(client))
+        report.warn(about, text);
+    flush(client);
+    call.set("pathname", client.root); // the last share told its own
+}
+
+} // namespace hostadm::server
