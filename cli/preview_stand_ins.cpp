@@ -17,6 +17,7 @@
 #include "base/descriptor.hpp"
 #include "base/mounts.hpp"
 #include "base/program.hpp"
+#include "cli/own_programs.hpp"
 
 namespace hostadm::cli {
 
@@ -39,51 +40,25 @@ constexpr std::array recorded_daemons = {
 // Notes the number of arguments, the path and the arguments, each ended by a NUL.
 const std::string note_the_call = "printf '%s\\0' \"$#\" \"$0\" \"$@\" >>" + stand_in_notes + "/commands\n";
 
+std::string quoted(const std::string &text) {
+    std::string word = "'";
+    for (const char c : text)
+        word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return word + '\'';
+}
+
 std::string script(const std::string &lines) {
     return "#!/bin/sh\n" + lines;
 }
 
-// Shares and withdraws in a copy of the list of the live system's shares, as the real commands do in the real
-// one: a directory above or below a share of the same file system is refused.
-const std::string share_script = script(
-    "list=" + stand_in_notes + "/shares\nif [ $# -eq 0 ]; then exec cat \"$list\"; fi\n" + note_the_call +
-    R"(options=rw description=
-while getopts F:o:d:p o; do
-    case $o in
-    o) options=$OPTARG ;;
-    d) description=$OPTARG ;;
-    esac
-done
-shift $((OPTIND - 1))
-[ $# -eq 0 ] && exit 0
-while read -r resource shared rest; do
-    case $shared/ in
-    "${1%/}"/?*/) neighbour=sub-directory ;;
-    *) case $1/ in
-        "${shared%/}"/?*/) neighbour=parent ;;
-        *) continue ;;
-        esac ;;
-    esac
-    one=$(stat -c %d "$1" 2>/dev/null) && other=$(stat -c %d "$shared" 2>/dev/null) &&
-        [ "$one" != "$other" ] && continue
-    echo "share: $neighbour ($shared) already shared"
-    exit 1
-done <"$list"
-path=$1 awk '$2 != ENVIRON["path"]' "$list" >"$list.new"
-printf -- '-               %s   %s   "%s"\n' "$1" "$options" "$description" >>"$list.new"
-mv "$list.new" "$list"
-)");
-
-const std::string unshare_script =
-    script(note_the_call + "list=" + stand_in_notes + "/shares\n" + R"(while getopts F:o: o; do :; done
-shift $((OPTIND - 1))
-if ! path=$1 awk '$2 == ENVIRON["path"] { found = 1 } END { exit !found }' "$list"; then
-    echo "unshare: $1: not shared"
-    exit 1
-fi
-path=$1 awk '$2 != ENVIRON["path"]' "$list" >"$list.new"
-mv "$list.new" "$list"
-)");
+// Changes a copy of the list of the live system's shares, as the real command does the real one.
+std::string sharing_script(const std::string &name) {
+    const std::string list = stand_in_notes + "/shares";
+    const std::string tell =
+        name == "share" ? "if [ $# -eq 0 ]; then exec cat " + list + "; fi\n" : std::string();
+    return script(tell + note_the_call + "exec " + quoted(own_program("preview-share")) + " " + list + " " +
+                  name + " \"$@\"\n");
+}
 
 // Leaves a process of its name behind, which does nothing for ever, as a daemon leaves itself.
 const std::string daemon_script = script(note_the_call + "never=" + stand_in_notes + "/never.$$\n" +
@@ -136,13 +111,6 @@ std::vector<std::string> programs_started(const Invocation &invocation) {
                 paths.push_back(word.substr(program.size()));
     }
     return paths;
-}
-
-std::string quoted(const std::string &text) {
-    std::string word = "'";
-    for (const char c : text)
-        word += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return word + '\'';
 }
 
 // The commands from what the stand-ins wrote.
@@ -206,8 +174,8 @@ std::vector<sandbox::PlacedFile> stand_ins(const Invocation &invocation) {
     for (const char *path : recorded_commands)
         scripts[path] = script(note_the_call);
     scripts["/usr/sbin/mount"] = scripts["/usr/bin/mount"] = mount_script;
-    scripts["/usr/sbin/share"] = share_script;
-    scripts["/usr/sbin/unshare"] = unshare_script;
+    scripts["/usr/sbin/share"] = sharing_script("share");
+    scripts["/usr/sbin/unshare"] = sharing_script("unshare");
     std::vector<sandbox::PlacedFile> files;
     for (const auto &[path, script] : scripts)
         files.push_back({path, script, 0755});

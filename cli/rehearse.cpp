@@ -2,29 +2,27 @@
 // hostadm rehearse and hostadm watch: programs of their own, which this one becomes.
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <stdexcept>
+#include <string>
 #include <unistd.h>
+#include <vector>
 
 #include "cli/commands.hpp"
+#include "cli/own_programs.hpp"
 
 namespace hostadm::cli {
 
 namespace {
 
-namespace fs = std::filesystem;
-
-// They lie beside the methods, wherever the tree has been moved to.
 int become(const std::string &name, std::vector<std::string> words) {
-    const fs::path program =
-        fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "libexec" / "hostadm" / name;
+    const std::string program = own_program(name);
     words.insert(words.begin(), name);
     std::vector<char *> arguments;
     for (std::string &word : words)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);
     execv(program.c_str(), arguments.data());
-    throw std::runtime_error(program.string() + " cannot be run: " + std::strerror(errno));
+    throw std::runtime_error(program + " cannot be run: " + std::strerror(errno));
 }
 
 } // namespace

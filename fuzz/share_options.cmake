@@ -1,2 +1,2 @@
 # SPDX-License-Identifier: MIT
-target_link_libraries(${target} PRIVATE hostadm_compat)
+target_link_libraries(${target} PRIVATE hostadm_base)

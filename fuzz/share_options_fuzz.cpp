@@ -12,13 +12,12 @@
 #include <string_view>
 #include <vector>
 
+#include "base/share_options.hpp"
 #include "base/text.hpp"
-#include "compat/share/options.hpp"
-#include "compat/support/failure.hpp"
 
 namespace {
 
-using namespace compat;
+using namespace hostadm::base;
 
 void require(bool kept, const char *promise) {
     if (!kept) {
@@ -73,7 +72,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     ShareOptions options;
     try {
         options = parse_share_options(text);
-    } catch (const Failure &refused) {
+    } catch (const ShareRefused &refused) {
         require(*refused.what() != '\0', "a refusal says why");
         return 0;
     }
@@ -82,7 +81,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     check_clients(options.roots);
     require(same(parse_share_options(written(options)), options), "written anew it means the same");
 
-    const auto parts = hostadm::base::split(text, ',');
+    const auto parts = split(text, ',');
     std::vector<std::string> words(parts.begin(), parts.end());
     std::stable_sort(words.begin(), words.end(), [](const std::string &one, const std::string &other) {
         return one.find('=') == one.npos && other.find('=') != other.npos;

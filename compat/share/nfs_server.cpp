@@ -18,6 +18,9 @@
 #include "compat/support/processes.hpp"
 
 namespace compat {
+
+namespace base = hostadm::base;
+
 namespace {
 
 constexpr const char *exportfs_program = "/usr/sbin/exportfs";
@@ -80,7 +83,7 @@ public:
     }
 
     void reload() const override {
-        for (const hostadm::base::Process &process : daemons_named(ganesha_process))
+        for (const base::Process &process : daemons_named(ganesha_process))
             reread(process.pid);
     }
 
@@ -89,26 +92,28 @@ private:
         return std::string("    ") + name + " = " + value + ";\n";
     }
 
-    static std::string access_settings(Access access, bool root, std::optional<unsigned> anonymous) {
-        const char *const word = access == Access::write ? "RW" : access == Access::read ? "RO" : "None";
+    static std::string access_settings(base::Access access, bool root, std::optional<unsigned> anonymous) {
+        const char *const word = access == base::Access::write  ? "RW"
+                                 : access == base::Access::read ? "RO"
+                                                                : "None";
         return setting("Access_Type", word) + setting("Squash", root ? "no_root_squash" : "root_squash") +
                setting("Protocols", "3") +
                (anonymous ? setting("Anonymous_Uid", std::to_string(*anonymous)) : "");
     }
 
     static std::string export_block(const Export &each, Clients &clients) {
-        const ShareOptions &options = each.options;
+        const base::ShareOptions &options = each.options;
         const std::string quoted = '"' + each.path + '"';
         std::string text = "\nEXPORT {\n" + setting("Export_Id", std::to_string(each.number)) +
                            setting("Path", quoted) + setting("Pseudo", quoted) +
                            access_settings(options.everyone, options.anonymous == 0U, options.anonymous) +
                            setting("SecType", "sys") + "    FSAL { Name = VFS; }\n";
-        for (const ClientRule &rule : client_rules(options))
+        for (const base::ClientRule &rule : base::client_rules(options))
             text += client_block(rule, options.anonymous, clients);
         return text + "}\n";
     }
 
-    static std::string client_block(const ClientRule &rule, std::optional<unsigned> anonymous,
+    static std::string client_block(const base::ClientRule &rule, std::optional<unsigned> anonymous,
                                     Clients &clients) {
         std::string words;
         for (const std::string &word : clients.words_for(rule.client))
@@ -146,12 +151,12 @@ public:
         std::string text = "# Written by share and unshare; changes are lost.\n";
         Clients clients;
         for (const Export &each : exports) {
-            const ShareOptions &options = each.options;
+            const base::ShareOptions &options = each.options;
             std::string words;
-            for (const ClientRule &rule : client_rules(options))
+            for (const base::ClientRule &rule : base::client_rules(options))
                 for (const std::string &word : clients.words_for(rule.client))
                     words += " " + word + option_words(rule.access, rule.root, options.anonymous);
-            if (options.everyone != Access::none)
+            if (options.everyone != base::Access::none)
                 words += " *" + option_words(options.everyone, options.anonymous == 0U, options.anonymous);
             // A path without clients would be open to everyone.
             if (!words.empty())
@@ -163,8 +168,8 @@ public:
     void reload() const override { run_or_fail({exportfs_program, "-ra"}); }
 
 private:
-    static std::string option_words(Access access, bool root, std::optional<unsigned> anonymous) {
-        std::string text = access == Access::write ? "(rw" : "(ro";
+    static std::string option_words(base::Access access, bool root, std::optional<unsigned> anonymous) {
+        std::string text = access == base::Access::write ? "(rw" : "(ro";
         text += root ? ",no_root_squash" : ",root_squash";
         text += ",no_subtree_check,sync";
         if (anonymous)
@@ -203,9 +208,9 @@ bool publish_shares(const NfsServer &server) {
     const ShareTable table = ShareTable::load();
     ExportNumbers numbers = ExportNumbers::load();
     std::vector<Export> exports;
-    for (const Share &share : table.shares())
+    for (const base::Share &share : table.shares)
         exports.push_back(
-            {numbers.number_of(share.path, table), share.path, parse_share_options(share.options)});
+            {numbers.number_of(share.path, table), share.path, base::parse_share_options(share.options)});
     // The numbers first: an interrupted run may leave a number without an export, never the reverse.
     if (numbers.changed())
         numbers.save();

@@ -6,14 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "compat/share/options.hpp"
+#include "base/share_options.hpp"
 
 namespace compat {
 
 struct Export {
     unsigned number = 0;
     std::string path;
-    ShareOptions options;
+    hostadm::base::ShareOptions options;
 };
 
 class NfsServer {

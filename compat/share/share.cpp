@@ -1,18 +1,15 @@
 // SPDX-License-Identifier: MIT
 // share, unshare, shareall and unshareall: one program, told apart by the name it is called by.
-#include <algorithm>
 #include <cctype>
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <getopt.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <stdexcept>
+#include <string>
+#include <vector>
 
+#include "base/share_rules.hpp"
 #include "base/text.hpp"
 #include "compat/share/nfs_server.hpp"
-#include "compat/share/options.hpp"
 #include "compat/share/share_table.hpp"
 #include "compat/support/debian_program.hpp"
 #include "compat/support/failure.hpp"
@@ -20,6 +17,11 @@
 
 namespace compat {
 namespace {
+
+namespace base = hostadm::base;
+using base::Share;
+using base::ShareRequest;
+using base::ShareUsage;
 
 constexpr int status_failed = 1;
 constexpr int status_usage = 2;
@@ -63,127 +65,6 @@ Withdraws everything that is shared.
 Exit status: 0 done, 1 failed, 2 wrong usage. See share(8).
 )";
 
-class UsageError : public Failure {
-public:
-    using Failure::Failure;
-};
-
-struct Request {
-    std::string type = "nfs";
-    std::string options = "rw";
-    std::string description;
-    bool boot = false;
-    bool help = false;
-    std::vector<std::string> operands;
-};
-
-Request parse_words(std::vector<std::string> words, const char *letters) {
-    static const option long_options[] = {{"type", required_argument, nullptr, 'F'},
-                                          {"options", required_argument, nullptr, 'o'},
-                                          {"description", required_argument, nullptr, 'd'},
-                                          {"boot", no_argument, nullptr, 'B'},
-                                          {"help", no_argument, nullptr, 'h'},
-                                          {nullptr, 0, nullptr, 0}};
-    std::vector<char *> arguments;
-    for (std::string &word : words)
-        arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-
-    Request request;
-    optind = 0; // lines of a file are parsed one after another
-    opterr = 0;
-    for (;;) {
-        const int letter =
-            getopt_long(static_cast<int>(words.size()), arguments.data(), letters, long_options, nullptr);
-        if (letter == -1)
-            break;
-        const bool allowed = letter == 'h' || std::strchr(letters, letter) != nullptr;
-        if (letter == '?' || letter == ':' || !allowed)
-            throw UsageError("unknown option or missing value; try --help");
-        if (letter == 'F')
-            request.type = optarg;
-        else if (letter == 'o')
-            request.options = optarg;
-        else if (letter == 'd')
-            request.description = optarg;
-        else if (letter == 'B')
-            request.boot = true;
-        else
-            request.help = true;
-    }
-    for (size_t index = static_cast<size_t>(optind); index < words.size(); ++index)
-        request.operands.emplace_back(arguments[index]);
-    if (request.type != "nfs")
-        throw UsageError("unknown file system type \"" + request.type + "\"; only nfs can be shared");
-    return request;
-}
-
-// ---- sharing one directory -------------------------------------------------------------------------------
-
-bool has_blank_or_control(const std::string &text, bool blanks_allowed) {
-    for (const char letter : text) {
-        const auto code = static_cast<unsigned char>(letter);
-        if (std::iscntrl(code) || (!blanks_allowed && std::isspace(code)))
-            return true;
-    }
-    return false;
-}
-
-std::string resolved(const std::string &path) {
-    char buffer[PATH_MAX];
-    if (realpath(path.c_str(), buffer) == nullptr)
-        fail_with_errno(path);
-    return buffer;
-}
-
-bool is_below(const std::string &path, const std::string &parent) {
-    return parent == "/" ? path != "/" : path.starts_with(parent + "/");
-}
-
-// Another file system below a shared directory is a share of its own right. A directory that is gone counts
-// as part of the same one, since nothing can be said for it.
-bool same_file_system(const std::string &one, const std::string &other) {
-    struct stat first = {};
-    struct stat second = {};
-    return stat(one.c_str(), &first) != 0 || stat(other.c_str(), &second) != 0 ||
-           first.st_dev == second.st_dev;
-}
-
-// The kind of the neighbour comes first: whoever reads the
-// complaint looks for that word, which the path may hold.
-void check_neighbours(const ShareTable &table, const std::string &path) {
-    for (const Share &other : table.shares()) {
-        if (is_below(other.path, path) && same_file_system(other.path, path))
-            throw Failure("sub-directory (" + other.path + ") already shared, in " + path);
-        if (is_below(path, other.path) && same_file_system(other.path, path))
-            throw Failure("parent (" + other.path + ") already shared, of " + path);
-    }
-}
-
-Share checked_share(const Request &request, const NfsServer &server) {
-    if (request.operands.size() != 1)
-        throw UsageError("give one directory; a path or description with blanks must be quoted");
-    if (request.operands[0].empty() || request.operands[0][0] != '/')
-        throw Failure(request.operands[0] + ": not an absolute path");
-    const std::string path = resolved(request.operands[0]);
-    struct stat info = {};
-    if (stat(path.c_str(), &info) != 0)
-        fail_with_errno(path);
-    if (!S_ISDIR(info.st_mode) && !(S_ISREG(info.st_mode) && server.is_kernel()))
-        throw Failure(path +
-                      (S_ISREG(info.st_mode)
-                           ? ": the NFS server shares directories only; share the directory of this file"
-                           : ": not a directory"));
-    // The list of shares, the tables and the server's file
-    // are all split at blanks; complaints at parentheses.
-    if (has_blank_or_control(path, false) || path.find_first_of("\"'();{}#,=\\") != std::string::npos)
-        throw Failure(path + ": a share cannot have a blank or one of \"'();{}#,=\\ in its path");
-    if (has_blank_or_control(request.description, true))
-        throw Failure("the description contains a control character");
-    parse_share_options(request.options);
-    return {path, request.options, request.description};
-}
-
 // ---- the commands ----
 
 // Saves the table and hands it to the server, if there is one; on failure everything is as before.
@@ -203,25 +84,25 @@ void commit(const ShareTable &table, const ShareTable &before, const NfsServer *
 
 int list_shares() {
     const ShareTable table = ShareTable::load();
-    for (const Share &share : table.shares())
+    for (const Share &share : table.shares)
         std::printf("-  %s  %s  \"%s\"\n", share.path.c_str(), share.options.c_str(),
                     share.description.c_str());
     return 0;
 }
 
 int share(const std::vector<std::string> &words) {
-    const Request request = parse_words(words, "F:o:d:h");
+    const ShareRequest request = base::parse_share_words(words, base::share_letters);
     if (request.help)
         return std::fputs(share_help, stdout) < 0;
     if (request.operands.empty())
         return list_shares();
     const auto server = find_nfs_server();
-    const Share wanted = checked_share(request, *server);
+    const Share wanted = base::wanted_share(request, server->is_kernel());
     const FileLock lock(share_lock_path, share_lock_patience);
     const ShareTable before = ShareTable::load();
-    check_neighbours(before, wanted.path);
+    check_neighbours(before.shares, wanted.path);
     ShareTable table = before;
-    table.put(wanted);
+    put_share(table.shares, wanted);
     commit(table, before, server.get());
     return 0;
 }
@@ -234,18 +115,13 @@ bool is_for_debians_unshare(const std::vector<std::string> &words) {
 }
 
 int unshare(const std::vector<std::string> &words) {
-    const Request request = parse_words(words, "F:o:h");
+    const ShareRequest request = base::parse_share_words(words, base::unshare_letters);
     if (request.help)
         return std::fputs(unshare_help, stdout) < 0;
-    if (request.operands.size() != 1)
-        throw UsageError("give one directory");
-    const std::string &path = request.operands[0];
     const FileLock lock(share_lock_path, share_lock_patience);
     const ShareTable before = ShareTable::load();
     ShareTable table = before;
-    char real[PATH_MAX];
-    if (!table.remove(path) && (realpath(path.c_str(), real) == nullptr || !table.remove(real)))
-        throw Failure(path + ": not shared");
+    withdraw_share(table.shares, request);
     commit(table, before, installed_nfs_server().get());
     return 0;
 }
@@ -281,20 +157,12 @@ std::vector<std::string> table_words(std::string_view line) {
     return words;
 }
 
-// A line of its own that the share of a directory around it makes good already.
-bool is_served(const ShareTable &table, const Share &wanted) {
-    return std::any_of(table.shares().begin(), table.shares().end(), [&](const Share &other) {
-        return is_below(wanted.path, other.path) && same_file_system(other.path, wanted.path) &&
-               other.options == wanted.options;
-    });
-}
-
 int shareall(const std::vector<std::string> &words) {
-    const Request request = parse_words(words, "F:hB");
+    const ShareRequest request = base::parse_share_words(words, "F:hB");
     if (request.help)
         return std::fputs(shareall_help, stdout) < 0;
     if (request.operands.size() > 1)
-        throw UsageError("give at most one file");
+        throw ShareUsage("give at most one file");
     const std::string file = request.operands.empty() ? "/etc/dfs/dfstab" : request.operands[0];
     const auto text = read_file(file);
     if (!text && !request.operands.empty())
@@ -305,11 +173,11 @@ int shareall(const std::vector<std::string> &words) {
     const ShareTable before = ShareTable::load();
     ShareTable table = before;
     if (request.boot)
-        table.clear();
+        table.shares.clear();
     int status = 0;
     int number = 0;
     const std::string lines = text.value_or("");
-    for (const std::string_view line : hostadm::base::split(lines, '\n')) {
+    for (const std::string_view line : base::split(lines, '\n')) {
         ++number;
         try {
             const std::vector<std::string> line_words = table_words(line);
@@ -317,12 +185,13 @@ int shareall(const std::vector<std::string> &words) {
                 continue;
             if (line_words[0] != "share" && line_words[0] != "/usr/sbin/share")
                 throw Failure("not a share command: \"" + line_words[0] + "\"");
-            const Share wanted = checked_share(parse_words(line_words, "F:o:d:"), *server);
-            if (is_served(table, wanted))
+            const Share wanted =
+                base::wanted_share(base::parse_share_words(line_words, "F:o:d:"), server->is_kernel());
+            if (is_served(table.shares, wanted))
                 continue;
-            check_neighbours(table, wanted.path);
-            table.put(wanted);
-        } catch (const Failure &error) {
+            check_neighbours(table.shares, wanted.path);
+            put_share(table.shares, wanted);
+        } catch (const std::runtime_error &error) {
             print_complaint("shareall", file + " line " + std::to_string(number) + ": " + error.what());
             status = status_failed;
         }
@@ -332,14 +201,14 @@ int shareall(const std::vector<std::string> &words) {
 }
 
 int unshareall(const std::vector<std::string> &words) {
-    const Request request = parse_words(words, "F:h");
+    const ShareRequest request = base::parse_share_words(words, "F:h");
     if (request.help)
         return std::fputs(unshareall_help, stdout) < 0;
     if (!request.operands.empty())
-        throw UsageError("takes no directory");
+        throw ShareUsage("takes no directory");
     const FileLock lock(share_lock_path, share_lock_patience);
     const ShareTable before = ShareTable::load();
-    if (!before.shares().empty())
+    if (!before.shares.empty())
         commit(ShareTable(), before, installed_nfs_server().get());
     return 0;
 }
@@ -362,7 +231,7 @@ int main(int argc, char **argv) {
             if (name == "unshareall")
                 return compat::unshareall(words);
             return compat::share(words);
-        } catch (const compat::UsageError &error) {
+        } catch (const hostadm::base::ShareUsage &error) {
             compat::print_complaint(name, error.what());
             return compat::status_usage;
         }

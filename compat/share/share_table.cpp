@@ -27,36 +27,22 @@ ShareTable ShareTable::load() {
         if (fields.size() < 4 || !fields[0].starts_with('/'))
             return;
         fields.resize(5);
-        table.shares_.push_back({std::string(fields[0]), std::string(fields[3]), std::string(fields[4])});
+        table.shares.push_back({std::string(fields[0]), std::string(fields[3]), std::string(fields[4])});
     });
     return table;
 }
 
 void ShareTable::save() const {
     std::string text;
-    for (const Share &share : shares_)
+    for (const hostadm::base::Share &share : shares)
         text += share.path + "\t-\tnfs\t" + share.options + "\t" + share.description + "\n";
     make_directories("/etc/dfs");
     replace_file(table_path, text);
 }
 
-const Share *ShareTable::find(const std::string &path) const {
-    const auto found =
-        std::find_if(shares_.begin(), shares_.end(), [&](const Share &share) { return share.path == path; });
-    return found == shares_.end() ? nullptr : &*found;
-}
-
-void ShareTable::put(Share share) {
-    const auto found = std::find_if(shares_.begin(), shares_.end(),
-                                    [&](const Share &other) { return other.path == share.path; });
-    if (found == shares_.end())
-        shares_.push_back(std::move(share));
-    else
-        *found = std::move(share);
-}
-
-bool ShareTable::remove(const std::string &path) {
-    return std::erase_if(shares_, [&](const Share &share) { return share.path == path; }) > 0;
+bool ShareTable::holds(const std::string &path) const {
+    return std::any_of(shares.begin(), shares.end(),
+                       [&](const hostadm::base::Share &share) { return share.path == path; });
 }
 
 ExportNumbers ExportNumbers::load() {
@@ -87,9 +73,8 @@ unsigned ExportNumbers::number_of(const std::string &path, const ShareTable &in_
     if (known != entries_.end())
         return known->number;
     if (entries_.size() >= last_number) {
-        const auto forgotten = std::find_if(entries_.begin(), entries_.end(), [&](const Entry &entry) {
-            return in_use.find(entry.path) == nullptr;
-        });
+        const auto forgotten = std::find_if(entries_.begin(), entries_.end(),
+                                            [&](const Entry &entry) { return !in_use.holds(entry.path); });
         if (forgotten == entries_.end())
             throw Failure("too many shares: there are only 65535 export numbers");
         entries_.erase(forgotten);

@@ -7,31 +7,19 @@
 #include <string>
 #include <vector>
 
+#include "base/share_rules.hpp"
+
 namespace compat {
 
 inline constexpr const char *share_lock_path = "/run/sharetab.lock";
 inline constexpr std::chrono::seconds share_lock_patience{30};
 
-struct Share {
-    std::string path;
-    std::string options;
-    std::string description;
-};
-
-class ShareTable {
-public:
+struct ShareTable {
     static ShareTable load();
     void save() const;
+    bool holds(const std::string &path) const;
 
-    const std::vector<Share> &shares() const { return shares_; }
-    const Share *find(const std::string &path) const;
-    // Takes the place of an earlier share of the same path.
-    void put(Share share);
-    bool remove(const std::string &path);
-    void clear() { shares_.clear(); }
-
-private:
-    std::vector<Share> shares_;
+    std::vector<hostadm::base::Share> shares;
 };
 
 // A client's file handles hold the number of the export, and a running server takes no known number for

@@ -61,6 +61,8 @@ void on_a_system(const std::function<void()> &body) {
     tests::inside([&] {
         fs::create_directories(prefix / "bin");
         fs::copy_file(HOSTADM, prefix / "bin/hostadm");
+        fs::create_directories(prefix / "libexec/hostadm");
+        fs::copy_file(HOSTADM_PREVIEW_SHARE, prefix / "libexec/hostadm/preview-share");
         fs::create_directories(prefix / "libexec/hostadm/methods");
         body();
     });
@@ -184,17 +186,17 @@ TEST(Preview, SeesAndKeepsTheLiveShares) {
     on_a_system([] {
         write_program("/usr/sbin/share", "#!/bin/sh\n[ $# = 0 ] || { echo ran >/ran; exit; }\n"
                                          "echo '-  /export/live  ro  \"\"'\n");
+        fs::create_directories("/export/new");
         install_method("test/act",
                        "/usr/sbin/share >/etc/first; /usr/sbin/share -F nfs -o rw=c1 -d 'c 1' /export/new\n"
                        "/usr/sbin/share >/etc/second; /usr/sbin/unshare /export/live\n"
-                       "/usr/sbin/share >/etc/third; /usr/sbin/unshare /export/none >/etc/complaint");
+                       "/usr/sbin/share >/etc/third; /usr/sbin/unshare /export/none 2>/etc/complaint");
         const Result result = command("preview test/act");
         EXPECT_THAT(result.output, HasSubstr("+++ /etc/first\n@@ -0,0 +1 @@\n+-  /export/live  ro  \"\"\n"));
         EXPECT_THAT(result.output, HasSubstr("+++ /etc/second\n@@ -0,0 +1,2 @@\n+-  /export/live  ro  \"\"\n"
-                                             "+-               /export/new   rw=c1   \"c 1\"\n"));
-        EXPECT_THAT(
-            result.output,
-            HasSubstr("+++ /etc/third\n@@ -0,0 +1 @@\n+-               /export/new   rw=c1   \"c 1\"\n"));
+                                             "+-  /export/new  rw=c1  \"c 1\"\n"));
+        EXPECT_THAT(result.output,
+                    HasSubstr("+++ /etc/third\n@@ -0,0 +1 @@\n+-  /export/new  rw=c1  \"c 1\"\n"));
         EXPECT_THAT(result.output, HasSubstr("+unshare: /export/none: not shared\n"));
         EXPECT_THAT(result.output,
                     HasSubstr("Commands:\n  /usr/sbin/share -F nfs -o rw=c1 -d 'c 1' /export/new\n"
@@ -211,12 +213,12 @@ TEST(Preview, RefusesAShareAboveOrBelowAnother) {
         fs::create_directories("/export/a/disk");
         ASSERT_EQ(mount("own", "/export/a/disk", "tmpfs", 0, nullptr), 0);
         install_method("test/act", "for path in /export / /export/a/b /export/ab /export/a /export/a/disk\n"
-                                   "do /usr/sbin/share $path >>/etc/complaints; done");
+                                   "do /usr/sbin/share $path 2>>/etc/complaints; done");
         EXPECT_THAT(command("preview test/act").output,
                     HasSubstr("+++ /etc/complaints\n@@ -0,0 +1,3 @@\n"
-                              "+share: sub-directory (/export/a) already shared\n"
-                              "+share: sub-directory (/export/a) already shared\n"
-                              "+share: parent (/export/a) already shared\n"
+                              "+share: sub-directory (/export/a) already shared, in /export\n"
+                              "+share: sub-directory (/export/a) already shared, in /\n"
+                              "+share: parent (/export/a) already shared, of /export/a/b\n"
                               "\n"));
     });
 }

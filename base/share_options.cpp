@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "compat/share/options.hpp"
+#include "base/share_options.hpp"
 
 #include <algorithm>
 #include <charconv>
 
 #include "base/text.hpp"
-#include "compat/support/failure.hpp"
 
-namespace compat {
+namespace hostadm::base {
 namespace {
 
 constexpr std::string_view known = "rw, ro, rw=CLIENTS, ro=CLIENTS, root=CLIENTS, anon=UID, sec=sys";
@@ -22,11 +21,11 @@ bool is_client(std::string_view word) {
 }
 
 void append_clients(std::vector<std::string> &clients, std::string_view option, std::string_view list) {
-    for (const std::string_view client : hostadm::base::split(list, ':')) {
+    for (const std::string_view client : split(list, ':')) {
         if (!is_client(client))
-            throw Failure("option " + std::string(option) + "=: \"" + std::string(client) +
-                          "\" is no client: give host names, addresses, .DOMAIN or @NETWORK/BITS, "
-                          "separated by \":\"");
+            throw ShareRefused("option " + std::string(option) + "=: \"" + std::string(client) +
+                               "\" is no client: give host names, addresses, .DOMAIN or @NETWORK/BITS, "
+                               "separated by \":\"");
         clients.emplace_back(client);
     }
 }
@@ -35,7 +34,7 @@ unsigned parse_anonymous(std::string_view value) {
     unsigned user = 0;
     const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), user);
     if (error != std::errc() || end != value.data() + value.size())
-        throw Failure("option anon: \"" + std::string(value) + "\" is no user number");
+        throw ShareRefused("option anon: \"" + std::string(value) + "\" is no user number");
     return user;
 }
 
@@ -49,7 +48,7 @@ ShareOptions parse_share_options(std::string_view text) {
     ShareOptions options;
     bool write_all = false;
     bool read_all = false;
-    for (const std::string_view word : hostadm::base::split(text, ',')) {
+    for (const std::string_view word : split(text, ',')) {
         const size_t equals = word.find('=');
         const std::string_view name = word.substr(0, equals);
         const std::string_view value =
@@ -67,10 +66,11 @@ ShareOptions parse_share_options(std::string_view text) {
         else if (name == "anon")
             options.anonymous = parse_anonymous(value);
         else if (word != "sec=sys")
-            throw Failure("unknown option \"" + std::string(word) + "\"; known are " + std::string(known));
+            throw ShareRefused("unknown option \"" + std::string(word) + "\"; known are " +
+                               std::string(known));
     }
     if (write_all && read_all)
-        throw Failure("options rw and ro exclude each other");
+        throw ShareRefused("options rw and ro exclude each other");
     if (read_all)
         options.everyone = Access::read;
     else if (!write_all && (!options.writers.empty() || !options.readers.empty()))
@@ -96,4 +96,4 @@ std::vector<ClientRule> client_rules(const ShareOptions &options) {
     return rules;
 }
 
-} // namespace compat
+} // namespace hostadm::base

@@ -3,11 +3,18 @@
 #pragma once
 
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace compat {
+namespace hostadm::base {
+
+// What is shared, or how, is not understood or not allowed; the text is for the administrator.
+class ShareRefused : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 enum class Access { none, read, write };
 
@@ -19,7 +26,7 @@ struct ShareOptions {
     std::optional<unsigned> anonymous; // the user that an unknown user, and another host's root, becomes
 };
 
-// Throws a Failure that names the word it did not understand.
+// Throws a ShareRefused that names the word it did not understand.
 ShareOptions parse_share_options(std::string_view text);
 
 // What one named client may do, where that differs from everyone else.
@@ -31,4 +38,4 @@ struct ClientRule {
 };
 std::vector<ClientRule> client_rules(const ShareOptions &options);
 
-} // namespace compat
+} // namespace hostadm::base
