@@ -17,7 +17,8 @@ const Description description{
                    .purpose = "the client's root directory on this server; its etc/vfstab is changed",
                    .required = true}},
     .outputs = {{"result", "done, or unchanged when it was so already"},
-                {"cache_directory", "removed, or kept because it still holds files"}},
+                {"cache_directory", "removed, or kept because it still holds files"},
+                changed_output},
     .columns = {{"mountpt", "file system whose options changed"},
                 {"options_before", "its mount options before"},
                 {"options", "its mount options now"}},
@@ -34,7 +35,9 @@ int work(Call &call) {
     check_client_root(root);
     const std::vector<CachedMount> before = cached_mounts(read_client_table(root));
     call.progress("switching the mounts of " + root + " off its cache");
-    call.set("result", disable_cached_mounts(root) ? "done" : "unchanged");
+    const bool changed = disable_cached_mounts(root);
+    call.set("result", changed ? "done" : "unchanged");
+    tell_changed(call, changed);
     call.set("cache_directory", has_cache_directory(root) ? "kept" : "removed");
     for (const CachedMount &mount : before)
         if (const std::string now = without_option(mount.options); now != mount.options)

@@ -15,7 +15,7 @@ const Description description{
                    .kind = Kind::path,
                    .purpose = "the client's root directory on this server; its etc/vfstab is changed",
                    .required = true}},
-    .outputs = {{"result", "done, or unchanged when it was so already"}},
+    .outputs = {{"result", "done, or unchanged when it was so already"}, changed_output},
     .columns = {{"mountpt", "file system"}, {"options", "its mount options now"}, {"cached", "yes or no"}},
     .edits = {"root="},
 };
@@ -24,7 +24,9 @@ int work(Call &call) {
     const std::string root = call.get("root");
     check_client_root(root);
     call.progress("switching the mounts of " + root + " to its cache");
-    call.set("result", enable_cached_mounts(root) ? "done" : "unchanged");
+    const bool changed = enable_cached_mounts(root);
+    call.set("result", changed ? "done" : "unchanged");
+    tell_changed(call, changed);
     for (const CachedMount &mount : cached_mounts(read_client_table(root)))
         call.row({{"mountpt", mount.mountpt},
                   {"options", mount.options},

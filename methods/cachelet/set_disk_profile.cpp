@@ -21,7 +21,9 @@ const Description description{
           .purpose = "directory in " HOSTADM_DATAADMIN "/etc/autoinstall",
           .required = true},
          {.name = "profile", .kind = Kind::word, .purpose = "file in that directory", .required = true}},
-    .outputs = {{"result", "done, or unchanged when it was so already"}, {"pathname", "the client's copy"}},
+    .outputs = {{"result", "done, or unchanged when it was so already"},
+                {"pathname", "the client's copy"},
+                changed_output},
     .edits = {"root="},
 };
 
@@ -31,6 +33,7 @@ int work(Call &call) {
     const bool changed =
         set_install_profile(call.method(), root, call.get("profile_set"), call.get("profile"));
     call.set("result", changed ? "done" : "unchanged");
+    tell_changed(call, changed);
     call.set("pathname", root + "/.autoinstall/" + call.get("profile"));
     return 0;
 }

@@ -4,6 +4,7 @@
 #include "base/text.hpp"
 #include "hostadm/method.hpp"
 #include "server/checks/registry.hpp"
+#include "server/page.hpp"
 
 namespace {
 
@@ -93,5 +94,5 @@ int work(Call &call) {
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

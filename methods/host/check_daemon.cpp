@@ -3,10 +3,12 @@
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
+#include "server/page.hpp"
 
 namespace {
 
 using namespace hostadm::method;
+using namespace hostadm::server;
 
 const Description description{
     .name = "host/check_daemon",
@@ -43,7 +45,7 @@ int work(Call &call) {
         call.set("state", "defunct");
         break;
     default:
-        return call.fail("cannot look at the processes in /proc; is it mounted?");
+        fail(Code::system, "cannot look at the processes in /proc; is it mounted?");
     }
     if (pid != 0)
         call.set("pid", std::to_string(pid));
@@ -53,5 +55,5 @@ int work(Call &call) {
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

@@ -41,6 +41,7 @@ const Description description{
                   {.name = "held_directory",
                    .kind = Kind::path,
                    .purpose = "where to make that, if elsewhere"}},
+    .outputs = {changed_output},
     .columns = {{.name = "node",
                  .purpose = "a name that was not there before; no row when all were there, or when the "
                             "script failed, which only its own words tell"}},
@@ -76,20 +77,25 @@ std::set<std::string> nodes_in(const std::string &directory) {
     return nodes;
 }
 
-// On this server: the library runs the directory's own script.
-void make_own(Call &call, const std::string &device, const std::string &held_device) {
+// On this server: the library runs the directory's own script. True when anything is new.
+bool make_own(Call &call, const std::string &device, const std::string &held_device) {
     const std::string directory = "/dev";
     const std::set<std::string> before = nodes_in(directory);
     if (!held_device.empty())
         hold_dev = {directory.c_str(), held_device.c_str()};
     makedevs(directory.c_str(), device.c_str());
+    bool changed = false;
     for (const std::string &node : nodes_in(directory))
-        if (before.count(node) == 0)
+        if (before.count(node) == 0) {
             call.row({{"node", node}});
+            changed = true;
+        }
+    return changed;
 }
 
-// Gives the directory what the script has made. Tells what was not there before.
-void take_over(Call &call, const base::Beneath &made, const base::Beneath &directory) {
+// Gives the directory what the script has made. Tells what was not there before; true when anything was put there.
+bool take_over(Call &call, const base::Beneath &made, const base::Beneath &directory) {
+    bool changed = false;
     for (const std::string &name : made.names()) {
         const struct stat node = made.status(name).value();
         const auto there = directory.status(name);
@@ -97,6 +103,8 @@ void take_over(Call &call, const base::Beneath &made, const base::Beneath &direc
         if (there && (there->st_mode & S_IFMT) == (node.st_mode & S_IFMT) && there->st_rdev == node.st_rdev &&
             !S_ISDIR(node.st_mode))
             continue;
+        const bool is_same_directory = S_ISDIR(node.st_mode) && there && S_ISDIR(there->st_mode);
+        changed = changed || !is_same_directory;
         if (S_ISDIR(node.st_mode))
             directory.make_directory(name, attributes);
         else if (S_ISLNK(node.st_mode))
@@ -106,14 +114,15 @@ void take_over(Call &call, const base::Beneath &made, const base::Beneath &direc
         else
             directory.make_node(name, attributes, node.st_rdev);
         if (S_ISDIR(node.st_mode))
-            take_over(call, made.directory(name), directory.directory(name));
+            changed = take_over(call, made.directory(name), directory.directory(name)) || changed;
         if (!there)
             call.row({{"node", directory.path_of(name)}});
     }
+    return changed;
 }
 
 // Elsewhere: the script runs in a directory that is nobody's, and what it makes there is made again.
-void make_for_client(Call &call, const std::string &directory, const std::string &device,
+bool make_for_client(Call &call, const std::string &directory, const std::string &device,
                      const std::string &script) {
     const base::Beneath files = folder_at(directory);
     const Stage stage;
@@ -121,8 +130,9 @@ void make_for_client(Call &call, const std::string &directory, const std::string
                         {.mode = 0755});
     stage.run([&] { return makedevs(Stage::nowhere, device.c_str()); }, {.programs_run = true});
     stage.files().remove("MAKEDEV");
-    take_over(call, stage.files(), files);
+    const bool changed = take_over(call, stage.files(), files);
     files.flush();
+    return changed;
 }
 
 int work(Call &call) {
@@ -141,15 +151,16 @@ int work(Call &call) {
     if (is_own && call.given("script") && script != "/dev/MAKEDEV")
         return call.refuse("in /dev this server's own script is run; leave script out");
     if (const std::string defect = defect_of_script(script, {directory, held_directory}); !defect.empty())
-        return call.fail(defect);
+        fail(Code::unusable, defect);
 
     if (is_own) {
-        make_own(call, device, held_device);
+        tell_changed(call, make_own(call, device, held_device));
         return 0;
     }
-    make_for_client(call, directory, device, script);
+    bool changed = make_for_client(call, directory, device, script);
     if (!held_device.empty())
-        make_for_client(call, held_directory, held_device, script);
+        changed = make_for_client(call, held_directory, held_device, script) || changed;
+    tell_changed(call, changed);
     return 0;
 }
 

@@ -6,10 +6,12 @@
 
 #include "hostadm.h"
 #include "hostadm/method.hpp"
+#include "server/page.hpp"
 
 namespace {
 
 using namespace hostadm::method;
+using namespace hostadm::server;
 
 const Description description{
     .name = "host/ping_rpc",
@@ -69,24 +71,25 @@ int work(Call &call) {
         return 0;
     case 1:
         call.set("state", "silent");
-        return call.fail(what + " does not answer on " + host +
-                         "; it is not registered there, has ended, hangs, or the host cannot be reached");
+        fail(Code::unusable,
+             what + " does not answer on " + host +
+                 "; it is not registered there, has ended, hangs, or the host cannot be reached");
     case 2:
         call.set("state", "unknown_host");
-        return call.fail("the host " + host + " is not known here; look at /etc/hosts");
+        fail(Code::not_found, "the host " + host + " is not known here; look at /etc/hosts");
     case 3:
         call.set("state", "mapper_silent");
-        return call.fail("the port mapper of " + host + " does not answer within " + timeout +
-                         (*seconds == 1 ? " second" : " seconds") +
-                         "; is the host up, and does rpcbind run there?");
+        fail(Code::unusable, "the port mapper of " + host + " does not answer within " + timeout +
+                                 (*seconds == 1 ? " second" : " seconds") +
+                                 "; is the host up, and does rpcbind run there?");
     default:
         call.set("state", "failed");
-        return call.fail("the probe could not be run; are there too many processes?");
+        fail(Code::system, "the probe could not be run; are there too many processes?");
     }
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

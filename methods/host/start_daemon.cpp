@@ -10,11 +10,12 @@
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/daemons.hpp"
+#include "server/page.hpp"
 
 namespace {
 
 using namespace hostadm::method;
-using hostadm::server::running_program;
+using namespace hostadm::server;
 
 const Description description{
     .name = "host/start_daemon",
@@ -28,7 +29,8 @@ const Description description{
                    .purpose = "its arguments; in.rarpd and rpld always get -a instead"}},
     .outputs = {{"state",
                  "started, or running already; or that it was not seen running, as when it ended at once"},
-                {"pid", "its process id, when it is seen running"}},
+                {"pid", "its process id, when it is seen running"},
+                changed_output},
     .starts = {"path="},
 };
 
@@ -58,25 +60,27 @@ int work(Call &call) {
     const std::string path = call.get("path");
     const std::string name = path.substr(path.rfind('/') + 1);
     if (!is_program(path))
-        return call.fail("there is no program " + path + " to start; is its package installed?");
+        fail(Code::missing_program, "there is no program " + path + " to start; is its package installed?");
     if (const auto pid = running_program(name)) {
         call.set("state", "running already");
         call.set("pid", std::to_string(*pid));
+        tell_changed(call, false);
         return 0;
     }
     if (start_daemon(path.c_str(), call.given("args") ? call.get("args").c_str() : nullptr) != 0)
-        return call.fail("cannot start " + path +
-                         ": no process can be made; the system is out of memory or of "
-                         "processes");
+        fail(Code::system, "cannot start " + path +
+                               ": no process can be made; the system is out of memory or of "
+                               "processes");
     const auto pid = wait_for(name);
     call.set("state", pid ? "started" : "started, but not seen running");
     if (pid)
         call.set("pid", std::to_string(*pid));
+    tell_changed(call, pid.has_value());
     return 0;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

@@ -90,7 +90,8 @@ void tell_missing_sources(Call &call, const std::vector<SharedFile> &files) {
     for (const SharedFile &file : files)
         if (!exists(file.copy) && file.source().empty())
             call.fail("there is no " + file.name + " to make " + file.copy + " of; looked for " + file.first +
-                      ", " + file.second);
+                          ", " + file.second,
+                      static_cast<int>(Code::not_found));
 }
 
 // The library does not look how its copies end, and leaves part of one, which would be booted from ever after. False
@@ -134,7 +135,8 @@ int work(Call &call) {
         tell_changed(call, state_of(key, boot_name) != before);
         return 0;
     }
-    call.fail(broken + " leads to no file: the link cannot be made, or its file cannot be copied");
+    call.fail(broken + " leads to no file: the link cannot be made, or its file cannot be copied",
+              static_cast<int>(Code::no_effect));
     call.left_undone("the links of " + key +
                      "; run this again when the cause is mended, or "
                      "netboot/cleanup_rplboot");

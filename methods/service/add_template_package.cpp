@@ -2,6 +2,7 @@
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/packages.hpp"
+#include "server/page.hpp"
 
 namespace {
 
@@ -27,7 +28,8 @@ const Description description{
                    .purpose = "instruction-set architecture of the service (this server's)"}},
     .outputs = {{"result", "done, or unchanged when it was recorded already"},
                 {"template", "directory of the template"},
-                {"record", "file that records the service's templates"}},
+                {"record", "file that records the service's templates"},
+                changed_output},
     .edits = {"the service's templates"},
 };
 
@@ -42,7 +44,7 @@ int work(Call &call) {
         return call.refuse("package: " + package + " is no name of a package");
     const TemplateRecord record(directory, package, arch, release);
     if (const std::string why = record.obstacle(); !why.empty())
-        return call.fail("nothing was changed: " + why);
+        fail(Code::unusable, "nothing was changed: " + why);
 
     const bool was_recorded = record.is_recorded(), had_template = record.exists();
     record.prepare();
@@ -55,20 +57,23 @@ int work(Call &call) {
         call.set("result", was_recorded ? "unchanged" : "done");
         call.set("template", record.path());
         call.set("record", record.file());
+        tell_changed(call, !was_recorded);
         return 0;
     }
     if (!had_template && record.exists())
         record.remove_template();
     if (status == 0)
-        return call.fail(record.file() + " names " + record.path() +
-                         ", but lacks one of its two lines; remove what it has of it, and run this again");
-    return status == 1 ? 1
-                       : call.fail("the template could not be recorded in " + record.file() +
-                                   "; it has been taken away again");
+        fail(Code::table,
+             record.file() + " names " + record.path() +
+                 ", but lacks one of its two lines; remove what it has of it, and run this again");
+    if (status != 1)
+        fail(Code::table,
+             "the template could not be recorded in " + record.file() + "; it has been taken away again");
+    return 1;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

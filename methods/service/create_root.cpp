@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: MIT
-#include <exception>
-
+#include "base/tree_state.hpp"
 #include "hostadm/method.hpp"
+#include "server/page.hpp"
 #include "server/roots.hpp"
 #include "server/transaction.hpp"
 
 namespace {
 
+using namespace hostadm;
 using namespace hostadm::method;
+using namespace hostadm::server;
 
 const Description description{
     .name = "service/create_root",
@@ -17,21 +19,21 @@ const Description description{
                   {"os_version", Kind::release, "its version; 4.x copies, any other installs packages", true},
                   {"sources", Kind::path,
                    "directories of packages, or trees, with commas between them, taken in this order", true}},
+    .outputs = {changed_output},
     .edits = {"rootpath="},
 };
 
 // What keeps the library from working in the root and nowhere else; empty: nothing.
 std::string defect_of(const std::string &root) {
-    std::string defect = hostadm::server::defect_of_deep_root(root);
+    std::string defect = defect_of_deep_root(root);
     for (const char *below :
          {"/var/sadm/softinfo", "/var/sadm/install_data", "/var/sadm/system/admin", "/usr"})
         if (defect.empty())
-            defect = hostadm::server::way_out_of_root(root, below);
+            defect = way_out_of_root(root, below);
     return defect;
 }
 
 int work(Call &call) {
-    using namespace hostadm::server;
     const std::string root = real_path_of(call.get("rootpath"));
     const std::vector<std::string> sources = split_paths(call.get("sources"));
     std::string defect = defect_of(root);
@@ -39,26 +41,27 @@ int work(Call &call) {
         if (defect.empty())
             defect = defect_of_source(root, source);
     if (!defect.empty())
-        return call.fail(defect);
+        fail(Code::unusable, defect);
+    const auto before = base::state_of_tree(base::Beneath(root));
     call.progress("filling " + root);
     const auto tell_left = [&] {
         call.left_undone(root +
                          " may hold part of what was to be in it; run this again when the cause is mended");
     };
     const Ending ending = run_apart([&] {
-        try {
+        return guarded(call, [&] {
             const int status = fill_root(call, root, call.get("os_name"), call.get("os_version"), sources);
             if (status == 2)
                 tell_left();
             return status;
-        } catch (const std::exception &failure) {
-            return call.fail(failure.what());
-        }
+        });
     });
-    if (ending.done)
+    if (ending.done) {
+        tell_changed(call, base::state_of_tree(base::Beneath(root)) != before);
         return 0;
+    }
     if (!ending.reason.empty()) {
-        call.fail(ending.reason);
+        call.fail(ending.reason, static_cast<int>(Code::interrupted));
         tell_left();
     }
     return 1;
@@ -67,5 +70,5 @@ int work(Call &call) {
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

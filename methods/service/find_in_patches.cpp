@@ -8,10 +8,12 @@
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/packages.hpp"
+#include "server/page.hpp"
 
 namespace {
 
 using namespace hostadm::method;
+using namespace hostadm::server;
 namespace fs = std::filesystem;
 
 constexpr const char *patch_store = HOSTADM_DATAADMIN "/Patches";
@@ -72,7 +74,7 @@ int work(Call &call) {
     if (!is_file_name(file))
         return call.refuse("file: \"" + file +
                            "\" is no name of a file: letters, digits and + - _ . / : , @ % = only");
-    const std::string arch = call.given("arch") ? call.get("arch") : hostadm::server::server_architecture();
+    const std::string arch = call.given("arch") ? call.get("arch") : server_architecture();
     const std::vector<fs::path> packages = patched_packages();
     if (packages.size() < 2) {
         call.set("found", !packages.empty() && delivers(packages.front(), arch, file) ? "yes" : "no");
@@ -80,7 +82,7 @@ int work(Call &call) {
     }
     const int status = file_in_patches(arch.c_str(), file.c_str());
     if (status == -1 || !WIFEXITED(status) || WEXITSTATUS(status) > 1)
-        return call.fail("the patches in " + std::string(patch_store) + " could not be searched");
+        fail(Code::system, "the patches in " + std::string(patch_store) + " could not be searched");
     call.set("found", status == 0 ? "no" : "yes");
     return 0;
 }
@@ -88,5 +90,5 @@ int work(Call &call) {
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

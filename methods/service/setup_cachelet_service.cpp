@@ -2,6 +2,7 @@
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/packages.hpp"
+#include "server/page.hpp"
 
 namespace {
 
@@ -18,6 +19,7 @@ const Description description{
                   {.name = "arch",
                    .kind = Kind::word,
                    .purpose = "instruction-set architecture of the service (this server's)"}},
+    .outputs = {changed_output},
     .columns = {{"package", "package that is needed"},
                 {"result", "installed, or present when it was there before"}},
     .edits = {"the service's tree"},
@@ -48,7 +50,7 @@ int work(Call &call) {
                had_template = is_old && record.is_recorded(), had_template_tree = record.exists();
     if (is_old) {
         if (const std::string why = record.obstacle(); !why.empty())
-            return call.fail("nothing was changed: " + why);
+            fail(Code::unusable, "nothing was changed: " + why);
         record.prepare();
         record.become_standard_input();
     }
@@ -65,14 +67,16 @@ int work(Call &call) {
     report(call, {"KTVXqcu", had_support, status == 0 || client_support()});
     if (status != 0 && is_old && record.exists() && !had_template_tree && !record.is_recorded()) {
         record.remove_template();
-        return call.fail("the template " + record.path() + " could not be recorded in " + record.file() +
-                         "; it has been taken away again");
+        fail(Code::table, "the template " + record.path() + " could not be recorded in " + record.file() +
+                              "; it has been taken away again");
     }
+    if (status == 0)
+        tell_changed(call, !had_support || (is_old && (!had_administration || !had_template)));
     return status;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    return run(argc, argv, description, work);
+    return run_page(argc, argv, description, work);
 }

@@ -286,13 +286,15 @@ TEST_F(CacheletSystem, FileIsFoundInThePatchesOfItsArchitecture) {
 TEST_F(CacheletSystem, PatchToolRunsOnTheClient) {
     fs::create_directories("/export/root/c1");
     EXPECT_EQ(apply_patches("/export/root/c1"), 0) << "no patch tool";
-    EXPECT_EQ(hostadm("run service/apply_patches root=/export/root/c1").output, "result  no_patch_tool\n");
+    EXPECT_EQ(hostadm("run service/apply_patches root=/export/root/c1").output,
+              "result   no_patch_tool\nchanged  no\n");
     standin::place("/opt/KTVXmgr/2.2/bin/drelpatch", {.script = "echo \"$*\" >$2/called"});
-    EXPECT_EQ(hostadm("run service/apply_patches root=/export/root/c1").output, "result  applied\n");
+    EXPECT_EQ(hostadm("run service/apply_patches root=/export/root/c1").output,
+              "result   applied\nchanged  yes\n");
     EXPECT_EQ(content("/export/root/c1/called"), "-C /export/root/c1\n");
     standin::place("/opt/KTVXmgr/2.2/bin/drelpatch", {.output = "two patches\n"});
     EXPECT_EQ(hostadm("run service/apply_patches root=/export/root/c1").output,
-              "result  applied\nhostadm: service/apply_patches: note: two patches\n");
+              "result   applied\nchanged  no\nhostadm: service/apply_patches: note: two patches\n");
     standin::place("/opt/KTVXmgr/2.2/bin/drelpatch", {.error = "bad patch\n", .status = 2});
     const Ran failed = hostadm("run service/apply_patches root=/export/root/c1");
     EXPECT_EQ(failed.status, 1);
@@ -309,9 +311,9 @@ TEST_F(CacheletSystem, ServerMethodTellsWhatItInstalled) {
     fs::create_directories("/var/sadm/pkg/KTVXqsvu");
     fs::copy_file(data + "/Packages/i386/5.X/KTVXqsvu/pkginfo", "/var/sadm/pkg/KTVXqsvu/pkginfo");
     EXPECT_EQ(hostadm("run service/setup_cachelet_server").output,
-              "package   result\nKTVXqsvu  present\nKTVXqsvr  installed\n");
+              "changed  yes\n\npackage   result\nKTVXqsvu  present\nKTVXqsvr  installed\n");
     EXPECT_EQ(hostadm("run service/setup_cachelet_server").output,
-              "package   result\nKTVXqsvu  present\nKTVXqsvr  present\n");
+              "changed  no\n\npackage   result\nKTVXqsvu  present\nKTVXqsvr  present\n");
 }
 
 TEST_F(CacheletSystem, ServiceMethodGoesOnAfterTheTemplate) {
@@ -320,10 +322,11 @@ TEST_F(CacheletSystem, ServiceMethodGoesOnAfterTheTemplate) {
     package("5.X", "KTVXqcu");
     const Ran first = hostadm("run service/setup_cachelet_service release=2.4");
     EXPECT_EQ(first.status, 0);
-    EXPECT_EQ(first.output,
-              "package    result\nKTVXmgr5u  installed\nKTVXmgr5r  installed\nKTVXqcu    installed\n");
-    EXPECT_EQ(hostadm("run service/setup_cachelet_service release=2.4").output,
-              "package    result\nKTVXmgr5u  present\nKTVXmgr5r  present\nKTVXqcu    present\n");
+    EXPECT_EQ(first.output, "changed  yes\n\npackage    result\nKTVXmgr5u  installed\nKTVXmgr5r  "
+                            "installed\nKTVXqcu    installed\n");
+    EXPECT_EQ(
+        hostadm("run service/setup_cachelet_service release=2.4").output,
+        "changed  no\n\npackage    result\nKTVXmgr5u  present\nKTVXmgr5r  present\nKTVXqcu    present\n");
     EXPECT_EQ(hostadm("run service/setup_cachelet_service release=4.1.3").status, 2);
 }
 
@@ -332,8 +335,9 @@ TEST_F(CacheletSystem, TemplateMethodTellsTheTruthAboutTheAddition) {
     fs::remove_all("/var/sadm");
     const Ran first = hostadm(add_template_command);
     EXPECT_EQ(first.status, 0);
-    EXPECT_THAT(first.output, HasSubstr("result    done\n"));
-    EXPECT_THAT(hostadm(add_template_command).output, HasSubstr("result    unchanged\n"));
+    EXPECT_THAT(first.output, testing::AllOf(HasSubstr("result    done\n"), HasSubstr("changed   yes\n")));
+    EXPECT_THAT(hostadm(add_template_command).output,
+                testing::AllOf(HasSubstr("result    unchanged\n"), HasSubstr("changed   no\n")));
     package("5.4", "KTVXmgr5r", "1.1");
     EXPECT_THAT(hostadm(add_template_command).output, HasSubstr("result    done\n"));
     EXPECT_FALSE(fs::exists(templates + "/KTVXmgr5r_1.0_i386.all"));
@@ -482,11 +486,12 @@ protected:
 } // namespace
 
 TEST_F(CacheOnlyClient, CacheIsEnabledAndDisabled) {
-    EXPECT_THAT(hostadm("run cachelet/enable_cache root=/export/root/c1").output, HasSubstr("result  done"));
+    EXPECT_THAT(hostadm("run cachelet/enable_cache root=/export/root/c1").output,
+                HasSubstr("result   done\nchanged  yes"));
     EXPECT_THAT(content("/export/root/c1/etc/vfstab"), HasSubstr("/usr nfs - no ro,disconnectable\n"));
     EXPECT_TRUE(fs::is_directory("/export/root/c1/etc/fs/cachefs"));
     EXPECT_THAT(hostadm("run cachelet/enable_cache root=/export/root/c1").output,
-                HasSubstr("result  unchanged"));
+                HasSubstr("result   unchanged\nchanged  no"));
     EXPECT_THAT(hostadm("run cachelet/disable_cache root=/export/root/c1").output, HasSubstr("done"));
     EXPECT_EQ(content("/export/root/c1/etc/vfstab"), table);
     EXPECT_THAT(hostadm("run cachelet/disable_cache root=/export/root/c1").output, HasSubstr("unchanged"));

@@ -1360,7 +1360,9 @@ TEST_F(Client, RootMayBeFilledAlone) {
         "service/create_root rootpath=/export/root/c7 os_name=Quorvel os_version=4.1.3 sources=";
     const Ran made = method(words + "/tree,/second");
     EXPECT_EQ(made.status, 0) << made.errors;
+    EXPECT_EQ(made.results["outputs"]["changed"], "yes");
     EXPECT_EQ(content("/export/root/c7/etc/motd"), "welcome\n");
     EXPECT_EQ(content("/export/root/c7/etc/more"), "more");
+    EXPECT_EQ(method(words + "/tree,/second").results["outputs"]["changed"], "no");
     EXPECT_THAT(method(words + "/none").errors, HasSubstr("there is no directory /none"));
 }

@@ -246,6 +246,8 @@ TEST_F(RealDaemons, UserStartsADaemonOnce) {
     const auto second = hostadm("run host/start_daemon path=/usr/lib/nfs/nfsd args='-a 16'");
     EXPECT_EQ(second.status, 0) << second.error;
     EXPECT_THAT(second.output, HasSubstr("running already"));
+    EXPECT_THAT(first.output, HasSubstr("changed  yes"));
+    EXPECT_THAT(second.output, HasSubstr("changed  no"));
     EXPECT_THAT(second.output, HasSubstr(std::to_string(call.pid)));
     EXPECT_EQ(standin::calls("/usr/lib/nfs/nfsd").size(), 1u);
 }
@@ -276,6 +278,7 @@ TEST_F(RealDaemons, UserIsToldThatADaemonEndsAtOnce) {
         const auto result = hostadm("run host/start_daemon path=/usr/sbin/in.other");
         EXPECT_EQ(result.status, 0) << result.error;
         EXPECT_THAT(result.output, HasSubstr("not seen running")) << script;
+        EXPECT_THAT(result.output, HasSubstr("changed  no")) << script;
     }
 }
 

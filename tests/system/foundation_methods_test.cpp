@@ -122,10 +122,11 @@ protected:
 TEST_F(MakeDevices, NamesWhatWasMade) {
     const Outcome run = hostadm(make + "device=pty");
     EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.output, "node\n/export/root/c1/devices/node-pty\n/export/root/c1/devices/sub/link\n"
-                          "/export/root/c1/devices/sub\n");
+    EXPECT_EQ(run.output,
+              "changed  yes\n\nnode\n/export/root/c1/devices/node-pty\n/export/root/c1/devices/sub/link\n"
+              "/export/root/c1/devices/sub\n");
     EXPECT_EQ(fs::read_symlink("/export/root/c1/devices/sub/link"), "../node-pty");
-    EXPECT_EQ(hostadm(make + "device=pty").output, "");
+    EXPECT_EQ(hostadm(make + "device=pty").output, "changed  no\n");
 }
 
 TEST_F(MakeDevices, NodesHaveTheirNumbersAndModes) {
@@ -149,7 +150,9 @@ TEST_F(MakeDevices, HeldDeviceFollowsTheTapes) {
     const Outcome run =
         hostadm(make + "device=st8 held_device=sd0 held_directory=/export/root/c1/devices/held");
     EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.output, "node\n/export/root/c1/devices/node-st0\n/export/root/c1/devices/held/node-sd0\n");
+    EXPECT_EQ(
+        run.output,
+        "changed  yes\n\nnode\n/export/root/c1/devices/node-st0\n/export/root/c1/devices/held/node-sd0\n");
 }
 
 TEST_F(MakeDevices, ScriptOfTheClientIsNeverRun) {
