@@ -292,18 +292,20 @@ bool Beneath::is_file(std::string_view below) const {
 }
 
 // Looked at before it is opened: to open a device alone may do something.
-Descriptor Beneath::open_file(std::string_view below) const {
-    const Descriptor place = open(below, O_PATH, "read");
+Descriptor Beneath::open_file(std::string_view below, int access) const {
+    const char *const what = access == O_RDONLY ? "read" : "write";
+    const Descriptor place = open(below, O_PATH, what);
     struct stat status {};
     if (!place.is_open() || fstat(place.get(), &status) != 0)
-        fail("read", below, errno);
+        fail(what, below, errno);
     if (!S_ISREG(status.st_mode))
-        throw BeneathError("cannot read " + path_of(below) + ": it is " + kind_of(status.st_mode) +
-                               ", and only a regular file is read there",
+        throw BeneathError(std::string("cannot ") + what + " " + path_of(below) + ": it is " +
+                               kind_of(status.st_mode) + ", and only a regular file is " +
+                               (access == O_RDONLY ? "read" : "written") + " there",
                            EINVAL);
-    Descriptor file(::open(own_path(place.get()).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    Descriptor file(::open(own_path(place.get()).c_str(), access | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!file.is_open())
-        fail("read", below, errno);
+        fail(what, below, errno);
     return file;
 }
 
@@ -473,14 +475,15 @@ void Beneath::set_attributes(std::string_view below, Attributes attributes) cons
         fail(what, below, error);
 }
 
-void Beneath::rename(std::string_view from, std::string_view to) const {
+void Beneath::rename(std::string_view from, std::string_view to, unsigned flags) const {
     const Place source = place_of(from, "rename");
     if (!source.parent.is_open())
         fail("rename", from, errno);
     const Place target = place_of(to, "rename to");
-    if (!target.parent.is_open() ||
-        renameat(source.parent.get(), source.name.c_str(), target.parent.get(), target.name.c_str()) != 0)
-        fail("rename to", to, errno);
+    if (!target.parent.is_open() || renameat2(source.parent.get(), source.name.c_str(), target.parent.get(),
+                                              target.name.c_str(), flags) != 0)
+        throw BeneathError("cannot rename " + path_of(from) + " to " + path_of(to) + ": " + in_words(errno),
+                           errno);
 }
 
 bool Beneath::remove(std::string_view below) const {

@@ -65,7 +65,8 @@ public:
     std::string read(std::string_view below, std::size_t limit = usual_limit) const;
     std::string link_target(std::string_view below) const;
     std::vector<std::string> names(std::string_view below = ".") const; // sorted
-    Descriptor open_file(std::string_view below) const;                 // for reading
+    // A regular file, for reading or, with O_WRONLY, for writing what it holds.
+    Descriptor open_file(std::string_view below, int access = 0) const;
     Beneath directory(std::string_view below) const;
 
     // Takes its name, flushed and with these attributes, in place of whatever file or link stood there.
@@ -80,7 +81,8 @@ public:
     // A device, fifo or socket; the type is in the mode. Whatever file or link stands there is replaced.
     void make_node(std::string_view below, Attributes attributes, dev_t device = 0) const;
     void set_attributes(std::string_view below, Attributes attributes) const; // not of a link
-    void rename(std::string_view from, std::string_view to) const;
+    // With the flags of renameat2, such as RENAME_NOREPLACE.
+    void rename(std::string_view from, std::string_view to, unsigned flags = 0) const;
     // A file, link, or empty directory. False: nothing was there.
     bool remove(std::string_view below) const;
     // With all that is in it; no mount is entered. False: nothing was there.

@@ -14,6 +14,7 @@
 #include "hostadm.h"
 #include "server/boot_area.hpp"
 #include "server/bootparams.hpp"
+#include "server/client_root.hpp"
 #include "server/disabling.hpp"
 #include "server/failure.hpp"
 #include "server/host_tables.hpp"
@@ -27,6 +28,10 @@ namespace hostadm::server {
 namespace fs = std::filesystem;
 
 namespace {
+
+std::string name_of(const std::string &path) {
+    return fs::path(path).filename();
+}
 
 bool same_name(std::string_view one, std::string_view other) {
     return base::lower_case(one) == base::lower_case(other);
@@ -118,17 +123,25 @@ std::string options_with_name(const std::string &options, const std::string &fro
 } // namespace
 
 std::string take_back(const RenamedPath &renamed, const UndoContext &) {
-    if (identity_of(renamed.to) != renamed.identity || exists(renamed.from))
-        return exists(renamed.from) ? "" : renamed.to + ", which was " + renamed.from;
-    std::error_code error;
-    fs::rename(renamed.to, renamed.from, error);
-    return error ? renamed.to + ", which was " + renamed.from + " (" + error.message() + ")" : "";
+    const base::Beneath folder = folder_on_server(renamed.from);
+    const std::string from = name_of(renamed.from), to = name_of(renamed.to);
+    if (folder.status(from))
+        return "";
+    if (identity_in(folder, to) != renamed.identity)
+        return renamed.to + ", which was " + renamed.from;
+    folder.rename(to, from, RENAME_NOREPLACE);
+    return "";
 }
 
 std::string take_back(const ResizedFile &resized, const UndoContext &) {
-    if (identity_of(resized.path) != resized.identity)
+    const base::Beneath folder = folder_on_server(resized.path);
+    const std::string name = name_of(resized.path);
+    if (identity_in(folder, name) != resized.identity)
         return "";
-    const bool restored = truncate(resized.path.c_str(), static_cast<off_t>(resized.before)) == 0;
+    const base::Descriptor file = folder.open_file(name, O_WRONLY);
+    if (identity_of(file) != resized.identity)
+        return "";
+    const bool restored = ftruncate(file.get(), static_cast<off_t>(resized.before)) == 0;
     return restored ? "" : "the size of " + resized.path;
 }
 
@@ -183,6 +196,7 @@ ClientChange::ClientChange(const Client &client, const WantedChange &wanted)
         new_.ethernet = wanted.ethernet;
     check();
     plan_moves();
+    new_.items = new_items();
 }
 
 void ClientChange::check() const {
@@ -231,8 +245,8 @@ void ClientChange::plan_moves() {
         if (path.empty())
             continue;
         const std::string named = std::string(key) == "root" ? path : parent_of(path);
-        const bool known =
-            std::any_of(moves_.begin(), moves_.end(), [&](const Move &move) { return move.from == named; });
+        const bool known = std::any_of(moves_.begin(), moves_.end(), // it goes with the root that it lies in
+                                       [&](const Move &move) { return is_at_or_below(named, move.from); });
         if (known || fs::path(named).filename() != old_.name || !exists(named))
             continue;
         const std::string to = fs::path(named).parent_path() / new_.name;
@@ -328,9 +342,9 @@ std::string ClientChange::new_items() const {
                 server = wanted_.server;
             const bool here =
                 base::is_this_host(server, base::Lookup::name_services) || server == wanted_.server;
-            const std::string place = here && path.starts_with('/') ? moved(real_path_of(path)) : path;
-            if (server != item.substr(equals + 1, colon - equals - 1) ||
-                (here && place != real_path_of(path)))
+            const std::string before = here && path.starts_with('/') ? path_on_server(path) : path;
+            const std::string place = moved(before);
+            if (server != item.substr(equals + 1, colon - equals - 1) || place != before)
                 item = item.substr(0, equals + 1) + server + ":" + place;
         }
         items += (items.empty() ? "" : " ") + item;
@@ -339,9 +353,8 @@ std::string ClientChange::new_items() const {
 }
 
 void ClientChange::change_bootparams(Journal &journal, Report &report) const {
-    const std::string items = new_items();
-    if (new_.name == old_.name && items == old_.items) {
-        report.step("bootparams", false, new_.name + " " + items);
+    if (new_.name == old_.name && new_.items == old_.items) {
+        report.step("bootparams", false, new_.name + " " + new_.items);
         return;
     }
     std::string file = read_bootparams_file();
@@ -350,9 +363,9 @@ void ClientChange::change_bootparams(Journal &journal, Report &report) const {
         if (entry.name() != old_.name)
             continue;
         const std::string before = file.substr(entry.begin, entry.end - entry.begin),
-                          after = new_.name + " " + items + entry.tail;
+                          after = new_.name + " " + new_.items + entry.tail;
         replace_lines(bootparams_path, before, after, journal);
-        report.step("bootparams", true, new_.name + " " + items);
+        report.step("bootparams", true, new_.name + " " + new_.items);
         return;
     }
     fail(Code::not_found, "there is no client " + old_.name + " in " + bootparams_path + " any more");
@@ -360,10 +373,10 @@ void ClientChange::change_bootparams(Journal &journal, Report &report) const {
 
 void ClientChange::move_paths(Journal &journal, Report &report) const {
     for (const Move &move : moves_) {
-        const auto identity = identity_of(move.from);
-        journal.note(RenamedPath{move.from, move.to, identity.value_or(FileIdentity{})});
-        if (renameat2(AT_FDCWD, move.from.c_str(), AT_FDCWD, move.to.c_str(), RENAME_NOREPLACE) != 0)
-            fail_errno("cannot rename " + move.from + " to " + move.to);
+        const base::Beneath folder = folder_on_server(move.from);
+        const std::string from = name_of(move.from);
+        journal.note(RenamedPath{move.from, move.to, identity_in(folder, from).value_or(FileIdentity{})});
+        folder.rename(from, name_of(move.to), RENAME_NOREPLACE);
         report.step("path", true, move.to + ", which was " + move.from);
     }
 }
@@ -371,16 +384,14 @@ void ClientChange::move_paths(Journal &journal, Report &report) const {
 void ClientChange::resize_swap(Journal &journal, Report &report) const {
     if (!wanted_.swap_size)
         return;
-    const std::string path = moved(old_.own_path("swap"));
+    const std::string path = old_.own_path("swap");
+    const base::Descriptor opened = folder_on_server(path).open_file(name_of(path), O_WRONLY);
     struct stat file {};
-    const base::Descriptor opened(open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (!opened.is_open() || fstat(opened.get(), &file) != 0)
-        fail_errno("cannot open the swap file " + path);
-    if (!S_ISREG(file.st_mode))
-        fail(Code::unusable, path + " is no plain file");
+    if (fstat(opened.get(), &file) != 0)
+        fail_errno("cannot look at the swap file " + path);
     const auto before = static_cast<std::uint64_t>(file.st_size);
     if (before != *wanted_.swap_size) {
-        journal.note(ResizedFile{path, before, identity_of(path).value_or(FileIdentity{})});
+        journal.note(ResizedFile{path, before, identity_of(opened).value_or(FileIdentity{})});
         if (ftruncate(opened.get(), static_cast<off_t>(*wanted_.swap_size)) != 0)
             fail_errno("cannot make " + path + " " + std::to_string(*wanted_.swap_size) + " bytes long");
     }
@@ -434,6 +445,7 @@ std::vector<ClientChange::Shared> ClientChange::shares() const {
 void ClientChange::make(const std::string &method, Journal &journal, Report &report) const {
     const std::vector<Shared> shared = moves_shares() ? shares() : std::vector<Shared>();
     change_root_files(journal, report);
+    resize_swap(journal, report);
     for (const Shared &share : shared) {
         journal.note(MovedShare{share.path, share.options,
                                 !share.now       ? "bootonly"
@@ -449,7 +461,6 @@ void ClientChange::make(const std::string &method, Journal &journal, Report &rep
                                         : options_with_name(share.options, old_.name, new_.name);
         report.step("share", ensure_share(method, path, options, journal), path + " " + options);
     }
-    resize_swap(journal, report);
     change_tables(journal, report);
     change_bootparams(journal, report);
     change_boot_area(method, journal, report);

@@ -56,6 +56,14 @@ std::optional<FileIdentity> identity_of(const std::string &path) {
     return look_up(AT_FDCWD, path.c_str(), 0);
 }
 
+std::optional<FileIdentity> identity_of(const base::Descriptor &file) {
+    return look_up(file.get(), "", AT_EMPTY_PATH);
+}
+
+std::optional<FileIdentity> identity_in(const base::Beneath &folder, const std::string &name) {
+    return look_up(folder.descriptor(), name.c_str(), 0);
+}
+
 bool exists(const std::string &path) {
     struct stat file {};
     return lstat(path.c_str(), &file) == 0;
@@ -101,7 +109,7 @@ bool make_sparse_file(const std::string &path, std::uint64_t size, Journal &jour
                                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
         if (!file.is_open())
             fail_errno("cannot make " + path);
-        journal.note(MadeFile{path, look_up(file.get(), "", AT_EMPTY_PATH).value_or(FileIdentity{})});
+        journal.note(MadeFile{path, identity_of(file).value_or(FileIdentity{})});
     }
     if (ftruncate(file.get(), static_cast<off_t>(size)) != 0)
         fail_errno("cannot make " + path + " " + std::to_string(size) + " bytes long");
@@ -135,8 +143,8 @@ std::string remove_if_same(const std::string &path, const FileIdentity &identity
         return "";
     const base::Beneath folder = folder_on_server(path);
     const std::string name = name_of(path);
-    return look_up(folder.descriptor(), name.c_str(), 0) != identity ||
-                   unlinkat(folder.descriptor(), name.c_str(), 0) == 0 || errno == ENOENT
+    return identity_in(folder, name) != identity || unlinkat(folder.descriptor(), name.c_str(), 0) == 0 ||
+                   errno == ENOENT
                ? ""
                : complaint(path);
 }

@@ -9,6 +9,8 @@
 #include <tuple>
 #include <vector>
 
+#include "base/beneath.hpp"
+#include "base/descriptor.hpp"
 #include "server/journal.hpp"
 #include "server/undo_context.hpp"
 
@@ -20,6 +22,8 @@ struct FileIdentity {
     bool operator==(const FileIdentity &) const = default;
 };
 std::optional<FileIdentity> identity_of(const std::string &path); // of a link itself
+std::optional<FileIdentity> identity_of(const base::Descriptor &file);
+std::optional<FileIdentity> identity_in(const base::Beneath &folder, const std::string &name);
 
 // Also a link that leads nowhere.
 bool exists(const std::string &path);

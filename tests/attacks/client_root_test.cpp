@@ -9,6 +9,7 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <sys/stat.h>
@@ -317,7 +318,7 @@ protected:
     static void nobody() {
         for (const char *path : {"/export", "/tftpboot", "/etc/dfs", "/var/lib/hostadm"})
             fs::remove_all(path);
-        write("/etc/hosts", "127.0.0.1\tlocalhost\n10.1.2.1\tserver1\n");
+        write("/etc/hosts", "127.0.0.1\tlocalhost server1\n");
         for (const char *table_name :
              {"/etc/ethers", "/etc/bootparams", "/etc/dfs/dfstab", "/etc/dfs/sharetab"})
             write(table_name, "");
@@ -374,6 +375,34 @@ TEST_F(WholeClient, IsRemovedWhileItLaysLinks) {
             write(root + "/var/c1/swap", "");
         },
         5);
+}
+
+TEST_F(WholeClient, IsRenamedAndItsSwapResizedWhileTheFolderOfThatBecomesALink) {
+    const std::string renamed = "/export/root/of-c1";
+    const auto added = [&] {
+        nobody();
+        const std::string elsewhere = std::regex_replace(add, std::regex(root), renamed);
+        ASSERT_EQ(run(elsewhere + " rootpath=" + renamed).status, 0) << content("/tmp/said");
+    };
+    write(own + "/c1/swap", secret);
+    before_ = state_of(own);
+    at_every_moment(
+        "client/change hostname=c1 new_hostname=new swap_size=2m", {"swap", "/var", "c1"},
+        [&] { lay_link(renamed + "/var", own); }, added, 4);
+}
+
+TEST_F(WholeClient, SwapFileThatBecomesADeviceOrFifoIsNeverOpened) {
+    for (const mode_t kind : {S_IFIFO, S_IFCHR})
+        at_every_moment(
+            "client/change hostname=c1 swap_size=2m", {"swap", root, "/proc/self/fd"},
+            [kind] {
+                fs::remove(root + "/var/c1/swap");
+                mknod((root + "/var/c1/swap").c_str(), kind | 0644, kind == S_IFCHR ? makedev(1, 5) : 0);
+            },
+            [this] {
+                nobody();
+                ASSERT_EQ(run(add).status, 0) << content("/tmp/said");
+            });
 }
 
 // ---- what is no file at all ----

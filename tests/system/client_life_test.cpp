@@ -191,6 +191,17 @@ TEST_F(ClientLife, AnotherNameIsFollowedEverywhere) {
     EXPECT_EQ(changed("client/change hostname=c1 new_hostname=new"), "no");
 }
 
+TEST_F(ClientLife, ASwapFileInItsRootGoesWithItsRoot) {
+    const Outcome run = hostadm("run client/add_diskless hostname=c2 address=10.1.2.4 ethernet=8:0:20:a:b:d"
+                                " swappath=/export/root/c2/var/c2/swap" +
+                                identity);
+    ASSERT_EQ(run.status, 0) << run.output;
+    EXPECT_EQ(changed("client/change hostname=c2 new_hostname=new swap_size=2m"), "yes");
+    EXPECT_THAT(content("/etc/bootparams"),
+                HasSubstr("\nnew root=server1:/export/root/new swap=server1:/export/root/new/var/c2/swap\n"));
+    EXPECT_EQ(fs::file_size("/export/root/new/var/c2/swap"), 2U << 20U);
+}
+
 TEST_F(ClientLife, AFailedChangeIsTakenBackWhole) {
     write("/complain-share-export-root-new", "");
     const std::string before = whole();
