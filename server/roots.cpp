@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "base/beneath.hpp"
+#include "base/folder_lock.hpp"
 #include "base/mounts.hpp"
 #include "hostadm.h"
 #include "server/confined.hpp"
@@ -86,6 +87,8 @@ int fill_root(method::Call &call, const std::string &root, const std::string &os
     for (auto source = sources.rbegin(); source != sources.rend(); ++source)
         list.push_front({list.empty() ? nullptr : &list.front(), source->c_str()});
     const char *const service[] = {"", os_name.c_str(), os_version.c_str()};
+    // What keeps installations apart is made here: whoever is shut in finds /run read-only.
+    const base::Descriptor lock = base::lock_file_of(Beneath(root).descriptor(), "packages");
     // A ready tree brings its links and needs none; packages may rightly be installed through some.
     const Confinement how{.links_are_followed = !copy, .sources = sources};
     const int status = run_confined(

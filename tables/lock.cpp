@@ -1,44 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include "tables/lock.hpp"
 
-#include <array>
 #include <csignal>
-#include <cstdint>
-#include <cstdio>
-#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 
-#include "base/private_folder.hpp"
+#include "base/folder_lock.hpp"
 #include "hostadm/table_edit.hpp"
 #include "tables/failure.hpp"
 
 namespace hostadm::tables {
 
 namespace {
-
-// What the editors of a folder's tables lock: where nobody but root can reach, or else the folder itself.
-base::Descriptor lock_of(int folder) {
-    struct stat place {};
-    complete([&] { return fstat(folder, &place); });
-    if (geteuid() == 0 && base::private_folder(base::run_folder).is_open()) {
-        const base::Descriptor locks = base::private_folder(std::string(base::run_folder) + "/tables");
-        std::array<char, 40> name{};
-        std::snprintf(name.data(), name.size(), "%jx-%jx", static_cast<std::uintmax_t>(place.st_dev),
-                      static_cast<std::uintmax_t>(place.st_ino));
-        constexpr int flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-        base::Descriptor file(locks.is_open() ? openat(locks.get(), name.data(), flags, 0600) : -1);
-        if (file.is_open())
-            return file;
-    }
-    // Opened anew: a lock belongs to the open folder, and this one is to be held apart from the caller's.
-    return base::Descriptor(
-        complete([&] { return openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-}
 
 bool try_lock(int folder) {
     for (;;) {
@@ -111,7 +87,9 @@ void stand_in_line(int folder, Clock::time_point deadline) {
 } // namespace
 
 base::Descriptor lock(int folder, Clock::time_point deadline) {
-    base::Descriptor held = lock_of(folder);
+    base::Descriptor held = base::lock_file_of(folder, "tables");
+    if (!held.is_open())
+        throw Failure{-errno};
     stand_in_line(held.get(), deadline);
     return held;
 }

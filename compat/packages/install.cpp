@@ -391,7 +391,7 @@ void Installer::carry_out(const Plan &plan) const {
 
 void Installer::install(const std::vector<Package> &packages, bool quiet) {
     const auto stop_if_interrupted = [this] { check_interrupt(); };
-    root_.lock(stop_if_interrupted);
+    const hostadm::base::Descriptor lock = root_.lock(stop_if_interrupted);
     for (const Package &package : packages)
         package.verify(stop_if_interrupted);
     std::vector<Plan> plans;

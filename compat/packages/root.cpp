@@ -8,6 +8,7 @@
 #include <sys/file.h>
 #include <thread>
 
+#include "base/folder_lock.hpp"
 #include "base/text.hpp"
 #include "compat/support/failure.hpp"
 
@@ -60,9 +61,10 @@ std::string last_part(const std::string &path) {
 
 Root::Root(const std::string &path) : files_(path, Links::inside) {}
 
-void Root::lock(const std::function<void()> &waiting) const {
-    // The directory itself is locked: no lock file is left in a client's tree.
-    for (int tries = 0; flock(files_.descriptor(), LOCK_EX | LOCK_NB) != 0; ++tries) {
+hostadm::base::Descriptor Root::lock(const std::function<void()> &waiting) const {
+    // No lock file is left in a client's tree.
+    hostadm::base::Descriptor lock = hostadm::base::lock_file_of(files_.descriptor(), "packages");
+    for (int tries = 0; flock(lock.get(), LOCK_EX | LOCK_NB) != 0; ++tries) {
         if (errno != EWOULDBLOCK && errno != EINTR)
             fail_with_errno("cannot lock " + files_.path());
         if (tries >= 30000)
@@ -70,6 +72,7 @@ void Root::lock(const std::function<void()> &waiting) const {
         waiting();
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
+    return lock;
 }
 
 // The dot at the end makes a link at the end one on the way, which is followed.

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/beneath.hpp"
+#include "base/descriptor.hpp"
 
 namespace compat {
 
@@ -18,8 +19,9 @@ class Root {
 public:
     explicit Root(const std::string &path);
 
-    // One installation at a time; waits at most five minutes, and may be given up by an exception of `waiting`.
-    void lock(const std::function<void()> &waiting) const;
+    // One installation at a time, until what is returned is closed. Waits at most five minutes, and may be given up
+    // by an exception of `waiting`.
+    [[nodiscard]] hostadm::base::Descriptor lock(const std::function<void()> &waiting) const;
 
     bool has_directory(const std::string &path) const;
     // Throws when it is not there.

@@ -626,10 +626,25 @@ TEST_F(Pkgadd, InterruptTakesEverythingBack) {
     EXPECT_EQ(listing("/tmp/p/root"), before);
 }
 
-TEST_F(Pkgadd, InterruptEndsTheWaitForAnother) {
+// What those lock who install into the root.
+const std::string lock_file = "lock=/run/hostadm/packages/$(printf %x-%x $(stat -c '%d %i' /tmp/p/root)); ";
+
+TEST_F(Pkgadd, ALockThatAnybodyCanHoldOnTheRootHoldsNothingUp) {
     make();
     must("(exec 9</tmp/p/root; flock 9; exec sleep 60) >/dev/null 2>&1 & echo $! >/tmp/p/other;"
          "while flock -n /tmp/p/root true; do :; done");
+    const Outcome outcome =
+        sh("timeout 20 /usr/sbin/pkgadd -S -n -R /tmp/p/root -a /tmp/p/admin -d /tmp/p/spool all 2>&1");
+    must("kill $(cat /tmp/p/other)");
+    EXPECT_EQ(outcome.status, 0) << outcome.output;
+    expect_added();
+    must(lock_file + "test -e $lock && test $(stat -c %a /run/hostadm) = 700");
+}
+
+TEST_F(Pkgadd, InterruptEndsTheWaitForAnother) {
+    make();
+    must(lock_file + "mkdir -p $(dirname $lock); (exec 9>$lock; flock 9; exec sleep 60) >/dev/null 2>&1 & "
+                     "echo $! >/tmp/p/other; while flock -n $lock true; do :; done");
     const Outcome outcome =
         sh("/usr/sbin/pkgadd -S -n -R /tmp/p/root -a /tmp/p/admin -d /tmp/p/spool all 2>&1 & added=$!;"
            "until grep -q '^SigCgt:.*[4-7c-f]...$' /proc/$added/status; do sleep 0.01; done; kill -TERM "
