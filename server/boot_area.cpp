@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "base/descriptor.hpp"
+#include "base/owners.hpp"
 #include "base/this_host.hpp"
 #include "hostadm.h"
 #include "server/failure.hpp"
@@ -83,12 +84,10 @@ std::string find_boot_program(const std::string &method, const Identity &identit
     if (!source.file.empty())
         return source.file;
     const auto &[inst_set, impl_arch, os_name, os_version] = identity;
-    char *found =
+    const base::Allocated<char> found(
         install_bootprog_location(method.c_str(), base::own_host_name().c_str(), source.hierarchy.c_str(),
-                                  inst_set.c_str(), impl_arch.c_str(), os_name.c_str(), os_version.c_str());
-    std::string file = found == nullptr ? "" : found;
-    std::free(found);
-    return file;
+                                  inst_set.c_str(), impl_arch.c_str(), os_name.c_str(), os_version.c_str()));
+    return found == nullptr ? "" : found.get();
 }
 
 // A run was cut off while it made the program.

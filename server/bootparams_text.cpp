@@ -2,10 +2,10 @@
 #include "server/bootparams_text.hpp"
 
 #include <algorithm>
-#include <cstdlib>
-#include <memory>
 #include <new>
 
+#include "base/bootparams.hpp"
+#include "base/owners.hpp"
 #include "base/text.hpp"
 #include "hostadm.h"
 #include "server/failure.hpp"
@@ -109,10 +109,7 @@ bool find_entry(std::string_view file, const std::string &client, BootparamsEntr
 // The library edits the first text "KEY="; given the entry from a word on that begins so, it cannot meet
 // another key that ends alike ("size" in "swapsize").
 std::string edited(const std::string &text, const std::string &key, const char *server, const char *path) {
-    struct Free {
-        void operator()(char *string) const { std::free(string); }
-    };
-    const std::unique_ptr<char, Free> result(edit_bootparams_entry(text.c_str(), key.c_str(), server, path));
+    const base::Allocated<char> result(edit_bootparams_entry(text.c_str(), key.c_str(), server, path));
     if (result == nullptr)
         throw std::bad_alloc();
     return result.get();
@@ -195,14 +192,10 @@ std::string defect_of(const BootparamsItem &item) {
 std::variant<std::vector<BootparamsItem>, std::string> parse_items(std::string_view text) {
     std::vector<BootparamsItem> items;
     for (const std::string_view word : base::words_of(text)) {
-        const std::size_t equals = word.find('=');
-        if (equals == word.npos)
+        const auto parts = base::split_item(word);
+        if (!parts)
             return std::string(word) + " is no item; items are given as KEY=SERVER:PATH or KEY=VALUE";
-        const std::string_view value = word.substr(equals + 1);
-        const std::size_t colon = value.find(':');
-        BootparamsItem item{std::string(word.substr(0, equals)),
-                            std::string(colon == value.npos ? "" : value.substr(0, colon)),
-                            std::string(colon == value.npos ? value : value.substr(colon + 1))};
+        BootparamsItem item{std::string(parts->key), std::string(parts->server), std::string(parts->path)};
         if (std::string defect = defect_of(item); !defect.empty())
             return defect;
         if (std::any_of(items.begin(), items.end(), [&](const auto &other) { return other.key == item.key; }))

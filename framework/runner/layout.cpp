@@ -4,9 +4,10 @@
 #include <cstdlib>
 #include <dlfcn.h>
 #include <link.h>
-#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "base/owners.hpp"
 
 namespace hostadm::framework {
 
@@ -18,7 +19,7 @@ bool is_folder(const std::string &path) {
 }
 
 std::string real_path(const char *path) {
-    const std::unique_ptr<char, decltype(&std::free)> resolved(realpath(path, nullptr), &std::free);
+    const base::Allocated<char> resolved(realpath(path, nullptr));
     return resolved ? resolved.get() : "";
 }
 

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
-#include <memory>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,6 +13,7 @@
 #include "base/descriptor.hpp"
 #include "base/environment.hpp"
 #include "base/nearest.hpp"
+#include "base/owners.hpp"
 #include "base/program.hpp"
 #include "base/this_host.hpp"
 #include "framework/protocol/answer.hpp"
@@ -38,7 +38,7 @@ bool is_method_word(std::string_view word) {
 
 std::vector<std::string> folder_entries(const std::string &folder) {
     std::vector<std::string> names;
-    const std::unique_ptr<DIR, int (*)(DIR *)> stream(opendir(folder.c_str()), &closedir);
+    const base::Directory stream(opendir(folder.c_str()));
     if (stream)
         while (const dirent *entry = readdir(stream.get()))
             if (is_method_word(entry->d_name))
