@@ -372,11 +372,11 @@ const char *get_sharefs_ent(const char *path);
  *
  * When share complains that a sub-directory is shared already, and that with the same options, the
  * sub-directory is withdrawn (unsharefs, now and at boot), code 0 is recorded to take back what was recorded
- * before, and share is run again; so for each sub-directory. A parent that is shared with the same options is
- * as good as a share of its own. After sharing, enable_nfs_file_serving is called; its result does not count.
- * When the table cannot be edited, the share is undone with /usr/sbin/unshare, and when that fails too,
- * adm_err_cleanup(NULL, ADM_DIRTY) tells the framework. The resolved path is set as output argument
- * "pathname".
+ * before, and share is run again; so for each sub-directory, and again for one that somebody shares anew. A
+ * parent that is shared with the same options is as good as a share of its own. After sharing,
+ * enable_nfs_file_serving is called; its result does not count. When the table cannot be edited, the share is
+ * undone with /usr/sbin/unshare, and when that fails too, adm_err_cleanup(NULL, ADM_DIRTY) tells the
+ * framework. The resolved path is set as output argument "pathname".
  *
  * Returns 0, or after recording an error:
  * - 26: error 26 ("nfs"): another type
@@ -384,7 +384,7 @@ const char *get_sharefs_ent(const char *path);
  * - 10: error 10 (TAKEEFFECT, "takeeffect")
  * - 27: error 27 ("/usr/sbin/share", PATH, WHY): the directory lies on an NFS mount ("cannot share nfs", in
  *   every mode), share could not be started (""), said something else (its first line, at most 1023
- *   characters), or goes on about a sub-directory that was withdrawn
+ *   characters), or went on about one sub-directory after a hundred withdrawals of it
  * - 29: error 29 (SUBDIRECTORY, ITS OPTIONS, PATH, OPTIONS): a sub-directory is shared with other options
  * - 30: error 30 (PATH, OPTIONS, PARENT, ITS OPTIONS, HOST): a parent is
  * - 22: error 22, as in mount_filesystem
@@ -403,7 +403,8 @@ int sharefs(const char *fstype, const char *options, const char *description, co
  *   client  NULL or empty: withdraw it whatever its options. Otherwise only if the first place in its line
  *           (of the share list, and of the table) where "=CLIENT" ends a word is not followed by ":", so
  *           that nobody else is named there: "rw=c1" for c1, but neither "rw=c1:c2" nor "rw=c2:c1". CLIENT
- *           is part of a basic regular expression
+ *           is part of a basic regular expression. Only this test keeps a line: a share list or a table that
+ *           cannot be read for another reason does not
  *
  * Returns 0, or after recording an error the code of the last failure:
  * - 26, 1, 10: as in sharefs
@@ -553,8 +554,8 @@ void make_tftpboot_dir(const char *method);
  * Returns the boot program's name, in the buffer of make_boot_name. Otherwise records an error and ends the
  * process with status 1:
  * - the errors of make_tftpboot_dir and install_bootprog_location
- * - error 67 (HOST, INST_SET, IMPL_ARCH, OS_NAME, OS_VERSION): the boot program cannot be copied; what there
- *   is of the copy is removed
+ * - error 67 (HOST, INST_SET, IMPL_ARCH, OS_NAME, OS_VERSION): the boot program cannot be copied. What
+ *   there is of the copy stays, and the next call takes it for a copy: remove it first
  * Without a record it does so when memory is out.
  */
 const char *init_tftpboot_dir(const char *method, const char *host, const char *client_addr, char *impl_arch,
@@ -596,8 +597,8 @@ int cleanup_tftpboot_dir(const char *method, const char *client_addr);
  * Makes /rplboot (mode 2755) and copies into it those of the three shared files that are missing, from the
  * exported image ROOT_DIR/export/exec/INST_SET.OS_NAME_OS_VERSION: each from platform/IMPL_ARCH/lib/fs/nfs
  * if it is there, else the boot program ("inetboot") from lib/fs/nfs and the modules from
- * lib/fs/nfs/drv.i86pc. A copy that is there is never refreshed. A copy that fails is removed and not told
- * of otherwise: look for the files. client_key is unused.
+ * lib/fs/nfs/drv.i86pc. A copy that is there is never refreshed. A copy that fails is not told
+ * of, and what there is of it stays: compare the files. client_key is unused.
  *
  * Returns the boot program's name, in the buffer of make_boot_name. Otherwise records an error and ends the
  * process with status 1:

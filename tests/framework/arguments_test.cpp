@@ -184,6 +184,12 @@ TEST(ReturnedRows, ValuesMayBeCutInPlace) {
     EXPECT_STREQ(items, "root=server:/export/root/client swap=server:/export/swap/client");
 }
 
+TEST(AtExit, ArgumentsAreStillReadableAndResultsTold) {
+    const MethodRun run("leaving", {{"text", "as it was given"}});
+    EXPECT_EQ(run.status, 0) << run.text();
+    EXPECT_EQ(run.field("text"), "as it was given");
+}
+
 TEST(OutsideAMethod, ThereAreNoInputsAndOutputs) {
     adm_arg *record = nullptr;
     EXPECT_EQ(adm_init(), 0);
