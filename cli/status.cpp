@@ -16,7 +16,9 @@ struct Section {
 };
 
 const std::array sections{
-    Section{"client", "clients", {"name", "address", "architecture", "root", "boot_links", "shared"}},
+    Section{"client",
+            "clients",
+            {"name", "kind", "address", "architecture", "root", "boot_links", "shared", "disabled"}},
     Section{"share", "shares", {"path", "options", "now", "at_boot"}},
     Section{"mount", "mounts", {"resource", "mount_point", "type", "options", "now", "at_boot"}},
     Section{"daemon", "daemons", {"service", "name", "running", "pid", "note"}},

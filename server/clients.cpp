@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <set>
 #include <system_error>
 #include <unistd.h>
 #include <unordered_map>
@@ -18,6 +19,7 @@
 #include "server/failure.hpp"
 #include "server/host_tables.hpp"
 #include "server/roots.hpp"
+#include "server/rpl_area.hpp"
 
 namespace hostadm::server {
 
@@ -75,7 +77,18 @@ std::string Client::own_path(std::string_view key) const {
     return own ? path_on_server(place) : "";
 }
 
+std::string Client::mounted() const {
+    for (const char *key : {"root", "install", "exec", "kvm"})
+        if (std::string place = path(key); !place.empty())
+            return place;
+    return "";
+}
+
 std::string Client::boot_links() const {
+    if (kind() == ClientKind::rpl)
+        return rpl_links_state(rpl_key(ethernet), links);
+    if (kind() == ClientKind::dataless && links.empty())
+        return "boots from its disk";
     const std::string digits = address_digits(address);
     return digits.empty() ? "no address" : boot_links_state(digits, links);
 }
@@ -103,7 +116,9 @@ Client find_client(const std::string &name) {
         client.ethernet = kept;
         client.disabled = true;
     }
-    if (!client.address.empty())
+    if (client.kind() == ClientKind::rpl)
+        client.links = rpl_links_of(rpl_key(client.ethernet));
+    else if (!client.address.empty())
         client.links = boot_links_of(client.address);
     return client;
 }
@@ -116,30 +131,57 @@ Client known_client(const std::string &name) {
     return client;
 }
 
-std::vector<Client> all_clients() {
-    const auto addresses = hosts_table().keys_by_name();
-    const auto ethernets = ethers_table().keys_by_name();
-    auto links = all_boot_links();
-    std::unordered_multimap<std::string, std::string> entries;
-    for (BootparamsClient &entry : client_entries())
-        entries.emplace(std::move(entry.name), std::move(entry.items));
+namespace {
 
-    const auto disabled = disabled_ethernets();
-
-    check_sources();
-    std::vector<Client> clients;
-    for (const client_node *node = do_bootparams(); node != nullptr; node = node->next) {
-        const std::string name = base::lower_case(node->name);
-        Client client{node->name, value_of(addresses, name), value_of(ethernets, name),
-                      items_of(*node, entries)};
-        if (const auto own = links.find(address_digits(client.address)); own != links.end())
+// The tables that tell of clients, each read once for all of them.
+class Tables {
+public:
+    Client client(const std::string &name, const std::string &items) {
+        const std::string key = base::lower_case(name);
+        Client client{name, value_of(addresses_, key), value_of(ethernets_, key), items};
+        if (const auto own = links_.find(address_digits(client.address)); own != links_.end())
             client.links = own->second;
-        if (const std::string kept = value_of(disabled, name); client.ethernet.empty() && !kept.empty()) {
+        if (const std::string kept = value_of(disabled_, key); client.ethernet.empty() && !kept.empty()) {
             client.ethernet = kept;
             client.disabled = true;
         }
-        clients.push_back(std::move(client));
+        if (client.kind() == ClientKind::rpl)
+            client.links = rpl_links_of(rpl_key(client.ethernet));
+        return client;
     }
+
+private:
+    std::unordered_map<std::string, std::string> addresses_ = hosts_table().keys_by_name(),
+                                                 ethernets_ = ethers_table().keys_by_name(),
+                                                 disabled_ = disabled_ethernets();
+    std::unordered_map<std::string, BootLinks> links_ = all_boot_links();
+};
+
+bool has_part_of_its_system_here(const Client &client) {
+    return !client.own_path("install").empty() || !client.own_path("exec").empty() ||
+           !client.own_path("kvm").empty();
+}
+
+} // namespace
+
+std::vector<Client> all_clients() {
+    Tables tables;
+    std::unordered_multimap<std::string, std::string> entries;
+    const std::vector<BootparamsClient> in_file = client_entries();
+    for (const BootparamsClient &entry : in_file)
+        entries.emplace(entry.name, entry.items);
+
+    check_sources();
+    std::vector<Client> clients;
+    for (const client_node *node = do_bootparams(); node != nullptr; node = node->next)
+        clients.push_back(tables.client(node->name, items_of(*node, entries)));
+    std::set<std::string> listed;
+    for (const Client &client : clients)
+        listed.insert(client.name);
+    for (const BootparamsClient &entry : in_file)
+        if (!listed.contains(entry.name) &&
+            has_part_of_its_system_here({.name = entry.name, .items = entry.items}))
+            clients.push_back(tables.client(entry.name, entry.items));
     return clients;
 }
 

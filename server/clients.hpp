@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "server/boot_area.hpp"
+#include "server/client_kind.hpp"
 
 namespace hostadm::server {
 
@@ -14,15 +15,19 @@ struct Client {
     std::string name = {};                   // as bootparams writes it
     std::string address = {}, ethernet = {}; // of the hosts and the Ethernet table; empty: none
     std::string items = {};                  // its entry in bootparams, "KEY=SERVER:PATH KEY=VALUE ..."
-    BootLinks links = {};                    // in /tftpboot
+    BootLinks links = {};                    // in /tftpboot; of one that boots by RPL in /rplboot
     bool disabled = false; // kept from booting; the Ethernet address is then the one that it had
 
     // SERVER:PATH, or the value, of an item, and its path; empty: none.
     std::string item(std::string_view key) const;
     std::string path(std::string_view key) const;
+    std::string value(std::string_view key) const { return value_of_item(items, key); }
+    ClientKind kind() const { return kind_of(items); }
     std::string root() const { return path("root"); }
     std::string swap() const { return path("swap"); }
     std::string dump() const { return path("dump"); }
+    // What it mounts of this server before all else: its root, or what it has instead of one.
+    std::string mounted() const;
     // The path of an item in its one spelling, if it is on this server.
     std::string own_path(std::string_view key) const;
 
@@ -44,7 +49,8 @@ Client find_client(const std::string &name);
 // The same, and a Failure when bootparams does not have it.
 Client known_client(const std::string &name);
 
-// All clients whose root is on this server, in the order of bootparams. Throws Failure where the name-service
+// All clients whose root is on this server, in the order of bootparams; then those that have another part of their
+// system here, or are installed from here. Throws Failure where the name-service
 // switch names a source that nobody can read, or a table cannot be read.
 std::vector<Client> all_clients();
 

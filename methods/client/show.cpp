@@ -16,6 +16,7 @@ const Description description{
     .purpose = "all that this server knows of one client",
     .arguments = {{"hostname", Kind::host, "the client's name", true}},
     .outputs = {{"name", "host name"},
+                {"kind", "diskless, dataless, cache-only, install, rpl, diskfull or unknown"},
                 {"address", "IPv4 address, from /etc/hosts"},
                 {"ethernet", "Ethernet address, from /etc/ethers"},
                 {"architecture", "implementation architecture, from the name of the boot program"},
@@ -27,7 +28,11 @@ const Description description{
                 {"share_at_boot", "options with which it is shared when this server boots"},
                 {"swap", "SERVER:PATH of its swap file"},
                 {"swap_size", "bytes in the swap file"},
+                {"swapsize", "megabytes of swap area that it is told of"},
                 {"dump", "SERVER:PATH of its dump file"},
+                {"install", "SERVER:PATH of the system that it installs"},
+                {"exec", "SERVER:PATH of its executables"},
+                {"boottype", "its kind, as it is told"},
                 {"bootparams", "all its items"},
                 {"disabled", "is it kept from booting (client/disable)?"}},
     .columns = {{"link", "name in /tftpboot"}, {"target", "what it leads to"}, {"whole", "is that there?"}},
@@ -39,6 +44,7 @@ int work(Call &call) {
     const ShareState share = share_state(client.root());
 
     call.set("name", client.name);
+    call.set("kind", name_of(client.kind()));
     call.set("address", client.address);
     call.set("ethernet", client.ethernet);
     call.set("architecture", client.architecture());
@@ -50,7 +56,11 @@ int work(Call &call) {
     call.set("share_at_boot", share.options_at_boot);
     call.set("swap", client.item("swap"));
     call.set("swap_size", stat(client.swap().c_str(), &file) == 0 ? std::to_string(file.st_size) : "");
+    call.set("swapsize", client.value("swapsize"));
     call.set("dump", client.item("dump"));
+    call.set("install", client.item("install"));
+    call.set("exec", client.item("exec"));
+    call.set("boottype", client.value("boottype"));
     call.set("bootparams", client.items);
     call.set("disabled", client.disabled ? "yes" : "no");
     for (const BootLink &link : client.links)

@@ -24,11 +24,13 @@ const Description description{
     .outputs = {{"findings", "how much is wrong here, as host/check tells in full"}},
     .columns = {{"section", "client, share, mount or daemon"},
                 {"name", "client: host name; daemon: program"},
+                {"kind", "client: diskless, dataless, cache-only, install, rpl, diskfull or unknown"},
                 {"address", "client: IPv4 address"},
                 {"architecture", "client: implementation architecture"},
-                {"root", "client: root directory"},
+                {"root", "client: root directory, or what it mounts instead of one"},
                 {"boot_links", "client: yes, no, or what is wrong with them"},
-                {"shared", "client: is the root shared now?"},
+                {"shared", "client: is that shared now?"},
+                {"disabled", "client: is it kept from booting (client/disable)?"},
                 {"path", "share: what is shared"},
                 {"options", "share, mount: options"},
                 {"now", "share: is it shared now? mount: is it mounted now?"},
@@ -51,11 +53,13 @@ void clients(ManyRows &rows) {
     for (const Client &client : all_clients())
         rows.add({{"section", "client"},
                   {"name", client.name},
+                  {"kind", name_of(client.kind())},
                   {"address", client.address},
                   {"architecture", client.architecture()},
-                  {"root", client.root()},
+                  {"root", client.mounted()},
                   {"boot_links", client.boot_links()},
-                  {"shared", yes_or_no(shares.count(client.root()) != 0)}});
+                  {"shared", yes_or_no(shares.count(client.mounted()) != 0)},
+                  {"disabled", yes_or_no(client.disabled)}});
 }
 
 void shares(ManyRows &rows) {
