@@ -332,6 +332,7 @@ void ClientChange::change_tables(Journal &journal, Report &report) const {
 
 std::string ClientChange::new_items() const {
     std::string items;
+    const auto told = wanted_.swap_size ? swap_size_item(*wanted_.swap_size) : std::nullopt;
     for (const std::string_view word : base::words_of(old_.items)) {
         std::string item(word);
         const std::size_t equals = item.find('='), colon = item.find(':', equals);
@@ -347,8 +348,12 @@ std::string ClientChange::new_items() const {
             if (server != item.substr(equals + 1, colon - equals - 1) || place != before)
                 item = item.substr(0, equals + 1) + server + ":" + place;
         }
+        if (item.starts_with("swapsize=") && told)
+            item = "swapsize=:" + told->path;
         items += (items.empty() ? "" : " ") + item;
     }
+    if (told && item_of(items, "swapsize").empty())
+        items += " swapsize=:" + told->path;
     return items;
 }
 

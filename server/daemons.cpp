@@ -10,10 +10,13 @@
 #include "base/processes.hpp"
 #include "base/text.hpp"
 #include "hostadm.h"
+#include "server/rpl_area.hpp"
 
 namespace hostadm::server {
 
 namespace {
+
+constexpr const char *rpl_daemon = "/usr/sbin/rpld";
 
 // The name that a process goes by in its command line, which adapters may have changed.
 std::string program_of(const base::Process &process) {
@@ -112,19 +115,37 @@ std::vector<BootDaemon> boot_daemons(const std::string &proc, const std::string 
         daemon_for("NFS mounts", find(processes, {"rpc.mountd", "mountd", "ganesha.nfsd"}), "mountd",
                    "hostadm run host/start_daemon path=/usr/lib/nfs/mountd (the same packages)");
 
-    return {rarp, tftp, rpc, bootparams, nfs, mount};
+    std::vector<BootDaemon> daemons = {rarp, tftp, rpc, bootparams, nfs, mount};
+    const base::Process *rpl = find(processes, {"rpld"});
+    if (rpl != nullptr || has_rpl_clients())
+        daemons.push_back(daemon_for("RPL", rpl, "rpld",
+                                     std::string("hostadm run host/start_daemon path=") + rpl_daemon +
+                                         ", once a remote-program-load daemon is installed there"));
+    return daemons;
 }
 
-std::string ensure_reverse_arp() {
-    const std::string rarpd = "/usr/sbin/in.rarpd";
-    const auto serves = [] { return boot_daemons().front().running; };
-    if (check_rarpd(nullptr) == HOSTADM_DAEMON_RUNNING || serves() || access(rarpd.c_str(), X_OK) != 0)
+namespace {
+
+std::string started(const std::string &daemon, bool (*serves)()) {
+    if (serves() || access(daemon.c_str(), X_OK) != 0)
         return "";
-    start_daemon(rarpd.c_str(), nullptr);
+    start_daemon(daemon.c_str(), nullptr);
     constexpr int tries = 50; // of 10 ms; it needs a few
     for (int i = 0; i < tries && !serves(); ++i)
         usleep(10'000);
-    return serves() ? rarpd + " -a" : "";
+    return serves() ? daemon + " -a" : "";
+}
+
+} // namespace
+
+std::string ensure_reverse_arp() {
+    return started("/usr/sbin/in.rarpd", [] {
+        return check_rarpd(nullptr) == HOSTADM_DAEMON_RUNNING || boot_daemons().front().running;
+    });
+}
+
+std::string ensure_rpl() {
+    return started(rpl_daemon, [] { return find(base::live_processes(), {"rpld"}) != nullptr; });
 }
 
 std::optional<int> running_program(const std::string &name) {

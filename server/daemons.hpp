@@ -18,13 +18,15 @@ struct BootDaemon {
     std::string advice = {}; // what to do when it does not run, or when something is wrong
 };
 
-// Reverse ARP, TFTP, RPC port mapper, boot parameters and NFS, in the order in which a client needs them.
+// Reverse ARP, TFTP, RPC port mapper, boot parameters and NFS, in the order in which a client needs them;
+// then RPL, if a client boots by it.
 // proc is where the process table is, inetd_table the table of daemons started on demand.
 std::vector<BootDaemon> boot_daemons(const std::string &proc = "/proc",
                                      const std::string &inetd_table = "/etc/inetd.conf");
 
-// Starts the reverse ARP daemon where none serves and it is installed. What was started; empty: nothing was.
+// Start the daemon where none serves and it is installed. What was started; empty: nothing was.
 std::string ensure_reverse_arp();
+std::string ensure_rpl();
 
 // The id of a live process that was started as the program (the last part of its path is the name, also
 // behind an interpreter) or that bears its name. check_daemon also counts a command line that only holds the

@@ -171,7 +171,13 @@ bool check_entry(const NewClient &client) {
                                   " in /etc/bootparams" + (ours.empty() ? "" : ", not " + ours) +
                                   "; remove it first (client/remove)");
     }
-    return !item_of(items, "root").empty();
+    const bool known = !item_of(items, "root").empty();
+    // A diskless client may have got a cache since.
+    if (const ClientKind there = kind_of(items);
+        known && there != client.kind && there != ClientKind::cache_only)
+        fail(Code::taken, client.name + " is a client already, of the kind " + name_of(there) +
+                              "; remove it first (client/remove)");
+    return known;
 }
 
 void check_root(const NewClient &client, bool known) {
@@ -194,6 +200,15 @@ void check_root(const NewClient &client, bool known) {
                               " does not boot from it; remove it or name another rootpath");
 }
 
+// What comes with packages is not there yet.
+void check_rpl_sources(const NewClient &client) {
+    if (client.hierarchy.empty() && client.source.tree.empty())
+        return;
+    for (const RplFile &file : client.rpl_sources())
+        if (!exists(file.copy) && file.source().empty())
+            fail_without_source(file);
+}
+
 void check_source(const NewClient &client) {
     std::vector<std::string> sources = client.source.packages;
     if (!client.source.tree.empty())
@@ -212,6 +227,8 @@ void check_source(const NewClient &client) {
     if (!client.boot_program.empty()) {
         if (std::error_code error; !fs::is_regular_file(client.boot_program, error))
             fail(Code::not_found, "there is no boot program " + client.boot_program);
+    } else if (client.kind == ClientKind::rpl) {
+        check_rpl_sources(client);
     } else if (!exists(std::string(tftpboot) + "/" + client.boot_name)) {
         if (const std::string where = client.hierarchy.empty() ? client.source.tree : client.hierarchy;
             !where.empty())
@@ -221,7 +238,7 @@ void check_source(const NewClient &client) {
 
 // A client that has its root boots the system that is in it.
 void check_boot_program(const NewClient &client, bool known) {
-    if (!known || !exists(client.root))
+    if (!known || !exists(client.root) || client.kind == ClientKind::rpl)
         return;
     for (const BootLink &link : boot_links_of(client.address))
         if (!link.target.empty() && link.target != client.boot_name)
@@ -274,11 +291,26 @@ std::vector<BootparamsItem> NewClient::items() const {
     std::vector<BootparamsItem> all = {{"root", server, root}, {"swap", server, swap}};
     if (!dump.empty())
         all.push_back({"dump", server, dump});
+    all.push_back(boot_type_item(kind));
+    if (const auto told = swap_size_item(swap_size))
+        all.push_back(*told);
     return all;
 }
 
 BootProgramSource NewClient::boot_program_source() const {
     return {boot_program, !hierarchy.empty() ? hierarchy : !source.tree.empty() ? source.tree : root};
+}
+
+std::vector<RplFile> NewClient::rpl_sources() const {
+    std::vector<std::string> images;
+    const std::string where = boot_program_source().hierarchy, above = where == "/" ? "" : where;
+    if (!where.empty())
+        images = {rpl_image(above, identity), above + "/usr", above};
+    images.push_back(rpl_image("", identity));
+    std::vector<RplFile> files = rpl_files(images, identity.implementation_arch, boot_name);
+    if (!boot_program.empty())
+        files.front().candidates = {boot_program};
+    return files;
 }
 
 std::vector<Claim> NewClient::claims() const {
@@ -296,6 +328,8 @@ NewClient read_new_client(Call &call) {
     NewClient client;
     client.identity = read_identity(call);
     client.name = call.get("hostname");
+    if (call.get("boot") == "rpl")
+        client.kind = ClientKind::rpl;
     client.boot_program = call.get("boot_program");
     client.address = call.get("address");
     client.ethernet = call.get("ethernet");

@@ -10,14 +10,17 @@
 #include "server/boot_area.hpp"
 #include "server/bootparams.hpp"
 #include "server/claims.hpp"
+#include "server/client_kind.hpp"
 #include "server/clients.hpp"
 #include "server/filling.hpp"
 #include "server/packages.hpp"
+#include "server/rpl_area.hpp"
 
 namespace hostadm::server {
 
 struct NewClient {
     std::string name, address, ethernet;
+    ClientKind kind = ClientKind::diskless;
     std::string server; // this server's name, as the client is told
     Identity identity;
     std::string root, swap, dump; // dump: empty for none
@@ -25,13 +28,15 @@ struct NewClient {
     RootSource source;
     std::string hierarchy;    // holds the boot program
     std::string boot_program; // the file, if it was named
-    std::string boot_name;    // its name in /tftpboot
+    std::string boot_name;    // its name in /tftpboot, or /rplboot
 
     // The directories that it mounts: its root, and those of its swap and dump files.
     std::vector<std::string> shared_directories() const;
     std::string share_options() const { return share_options_of(name); }
     std::vector<BootparamsItem> items() const;
     BootProgramSource boot_program_source() const;
+    // The same for a client that boots by RPL.
+    std::vector<RplFile> rpl_sources() const;
     std::vector<Claim> claims() const;
 };
 

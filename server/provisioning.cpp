@@ -12,11 +12,23 @@
 #include "server/files.hpp"
 #include "server/filling.hpp"
 #include "server/host_tables.hpp"
+#include "server/rpl_area.hpp"
 #include "server/shares.hpp"
 
 namespace hostadm::server {
 
 namespace {
+
+void make_rpl_area(method::Call &call, const NewClient &client, Journal &journal, Report &report) {
+    call.progress("making the RPL boot program and its links");
+    const RplAreaLock lock;
+    const std::string key = rpl_key(client.ethernet);
+    report.step("boot program", ensure_rpl_files(lock, client.rpl_sources(), journal),
+                std::string(rplboot) + "/" + client.boot_name);
+    call.set("boot_program", client.boot_name);
+    const bool linked = ensure_rpl_links(lock, call.method(), key, client.boot_name, journal);
+    report.step("boot links", linked, names_of(rpl_links_of(key)));
+}
 
 void make_boot_area(method::Call &call, const NewClient &client, Journal &journal, Report &report) {
     const std::string method = call.method();
@@ -38,10 +50,13 @@ void make_boot_area(method::Call &call, const NewClient &client, Journal &journa
 }
 
 // A server whose daemons do not run is set up all the same: what is missing is told, with the way to mend it.
-void look_after_daemons(method::Call &call, Report &report) {
+void look_after_daemons(method::Call &call, const NewClient &client, Report &report) {
     call.progress("looking after the daemons");
     if (const std::string started = ensure_reverse_arp(); !started.empty())
         report.step("reverse ARP", true, started);
+    if (client.kind == ClientKind::rpl)
+        if (const std::string started = ensure_rpl(); !started.empty())
+            report.step("RPL", true, started);
     for (const BootDaemon &daemon : boot_daemons()) {
         if (!daemon.running)
             report.warn(daemon.service, daemon.name + " does not run; start it: " + daemon.advice);
@@ -52,7 +67,8 @@ void look_after_daemons(method::Call &call, Report &report) {
 
 // What is said to be done must survive a power cut.
 void flush(const NewClient &client) {
-    std::vector<std::string> written = {client.root, parent_of(client.swap), tftpboot, "/etc"};
+    std::vector<std::string> written = {client.root, parent_of(client.swap),
+                                        client.kind == ClientKind::rpl ? rplboot : tftpboot, "/etc"};
     if (!client.dump.empty())
         written.push_back(parent_of(client.dump));
     flush_file_systems(written);
@@ -82,7 +98,8 @@ void provision(method::Call &call, const NewClient &client, Journal &journal, Re
         report.step("share", ensure_share(method, path, options, journal), path + " " + options);
     }
 
-    make_boot_area(call, client, journal, report);
+    const bool by_rpl = client.kind == ClientKind::rpl;
+    (by_rpl ? make_rpl_area : make_boot_area)(call, client, journal, report);
 
     call.progress(std::string("editing ") + bootparams_path);
     const bool items_added = add_missing_items(client.name, client.items(), journal);
@@ -93,7 +110,7 @@ void provision(method::Call &call, const NewClient &client, Journal &journal, Re
     report.step("ethers", ethers_table().ensure(client.ethernet, client.name, journal),
                 client.ethernet + " " + client.name);
 
-    look_after_daemons(call, report);
+    look_after_daemons(call, client, report);
     for (const auto &[about, text] : warnings_about(client))
         report.warn(about, text);
     flush(client);

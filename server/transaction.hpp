@@ -18,6 +18,7 @@
 #include "server/host_tables.hpp"
 #include "server/journal.hpp"
 #include "server/line_edits.hpp"
+#include "server/rpl_area.hpp"
 #include "server/shares.hpp"
 #include "server/undo_context.hpp"
 
@@ -32,10 +33,10 @@ struct Touched {
 std::string take_back(const Touched &touched, const UndoContext &context);
 
 // Every kind of entry that can be taken back.
-using Entry =
-    std::variant<MadeDirectory, MadeFile, NewTable, MadeRoot, FilledRoot, MadeShare, MadeBootLink,
-                 ReplacedBootLink, MadeBootProgram, AddedItem, AddedLine, ReplacedLine, WithdrawnShare,
-                 ResumedShare, RenamedPath, ResizedFile, RewrittenInRoot, MovedShare, Touched>;
+using Entry = std::variant<MadeDirectory, MadeFile, NewTable, MadeRoot, FilledRoot, MadeShare, MadeBootLink,
+                           ReplacedBootLink, MadeBootProgram, MadeRplFile, MadeRplLink, ReplacedRplLink,
+                           AddedItem, AddedLine, ReplacedLine, WithdrawnShare, ResumedShare, RenamedPath,
+                           ResizedFile, RewrittenInRoot, MovedShare, Touched>;
 
 // Nothing: its kind is not known here, or its fields are not those of its kind.
 std::optional<Entry> read_any_entry(const Written &words);

@@ -38,6 +38,7 @@ const Description description{
           "where the operating system is found when neither tree nor packages is given, and its boot program "
           "(default for the program: the tree, or the client's new root)"},
          {"boot_program", Kind::path, "the boot program itself, if the install hierarchy does not hold it"},
+         {"boot", Kind::choice, "how it asks for its boot program", false, "tftp", {"tftp", "rpl"}},
          {"rootpath", Kind::path, "the client's root (default /export/root/HOSTNAME)"},
          {"swappath", Kind::path, "its swap file (default /export/swap/HOSTNAME/swap)"},
          {"swap_size", Kind::size, "size of the swap file, which takes no room until it is used", false,
@@ -45,16 +46,16 @@ const Description description{
          {"dumppath", Kind::path, "its dump file (default: none)"},
          {"server", Kind::host, "this server's name, as the client is told (default: this host's name)"}},
     .outputs = {{"pathname", "the root that was shared"},
-                {"boot_program", "name of the boot program in /tftpboot"},
+                {"boot_program", "name of the boot program in /tftpboot, or /rplboot"},
                 {"install_hierarchy", "where the operating system was looked for, if nothing was said"},
                 {"rootpath", "what the root was made of there"},
                 changed_output},
     .columns = {{"step", "what was looked after"},
                 {"result", "done, unchanged, or warning"},
                 {"detail", "what stands there now, or what to do"}},
-    .edits = {"rootpath=", "/export", "/tftpboot", "/etc/bootparams", "/etc/hosts", "/etc/ethers",
+    .edits = {"rootpath=", "/export", "/tftpboot", "/rplboot", "/etc/bootparams", "/etc/hosts", "/etc/ethers",
               "/etc/dfs/dfstab"},
-    .starts = {"/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd", "/usr/sbin/in.rarpd"},
+    .starts = {"/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd", "/usr/sbin/in.rarpd", "/usr/sbin/rpld"},
     .shares = {"rootpath="},
 };
 

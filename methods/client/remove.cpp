@@ -24,6 +24,7 @@
 #include "server/page.hpp"
 #include "server/report.hpp"
 #include "server/roots.hpp"
+#include "server/rpl_area.hpp"
 #include "server/shares.hpp"
 #include "server/transaction.hpp"
 
@@ -44,7 +45,8 @@ const Description description{
     .columns = {{"step", "what was looked after"},
                 {"result", "done, unchanged, or kept"},
                 {"detail", "what is gone, or why it stays"}},
-    .edits = {"/export", "/tftpboot", "/etc/bootparams", "/etc/hosts", "/etc/ethers", "/etc/dfs/dfstab"},
+    .edits = {"/export", "/tftpboot", "/rplboot", "/etc/bootparams", "/etc/hosts", "/etc/ethers",
+              "/etc/dfs/dfstab"},
     .shares = {"the client's root"},
 };
 
@@ -130,6 +132,10 @@ std::vector<Claim> claims_on(const Leaving &leaving) {
 Result remove_links(Call &call, const Client &client) {
     if (client.links.empty())
         return {Result::unchanged, "none"};
+    if (client.kind() == ClientKind::rpl) {
+        const RplAreaLock lock;
+        return {Result::done, names_of(remove_rpl_links(lock, call.method(), rpl_key(client.ethernet)))};
+    }
     const BootAreaLock lock;
     return {Result::done, names_of(remove_boot_links(lock, call.method(), client.address))};
 }
@@ -183,8 +189,10 @@ std::vector<Step> plan(Call &call, const Leaving &leaving) {
     const std::string &name = client.name;
     const bool purge = call.get("purge") == "yes";
     std::vector<Step> steps;
-    steps.push_back({"boot links", "the links of " + name + " in " + tftpboot,
-                     [&] { return remove_links(call, client); }});
+    steps.push_back(
+        {"boot links",
+         "the links of " + name + " in " + (client.kind() == ClientKind::rpl ? rplboot : tftpboot),
+         [&] { return remove_links(call, client); }});
     steps.push_back({"ethers", "the line of " + name + " in /etc/ethers",
                      [&] { return remove_line(ethers_table(), client.ethernet, name); }});
     for (const std::string &path : leaving.shared)

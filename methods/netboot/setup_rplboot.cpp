@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <array>
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -12,6 +11,7 @@
 #include "server/claims.hpp"
 #include "server/files.hpp"
 #include "server/page.hpp"
+#include "server/rpl_area.hpp"
 
 namespace {
 
@@ -66,41 +66,20 @@ void remove_empty_files(const std::string &boot_name) {
             std::filesystem::remove(path, error);
 }
 
-// A file that all clients share, and where the image may hold it.
-struct SharedFile {
-    std::string copy, name, first, second;
-
-    std::string source() const { return exists(first) ? first : exists(second) ? second : ""; }
-};
-
-std::vector<SharedFile> shared_files(const std::string &image, const std::string &impl_arch,
-                                     const std::string &boot_name) {
-    std::vector<SharedFile> files;
-    for (const auto &[copy, name, folder] :
-         {std::array{boot_name, std::string("inetboot"), std::string()},
-          std::array{std::string("gluecode.com"), std::string("gluecode.com"), std::string("drv.i86pc/")},
-          std::array{std::string("smc.com"), std::string("smc.com"), std::string("drv.i86pc/")}})
-        files.push_back({"/rplboot/" + copy, name, image + "/platform/" + impl_arch + "/lib/fs/nfs/" + name,
-                         image + "/lib/fs/nfs/" + folder + name});
-    return files;
-}
-
 // The library's error names neither the file that the image lacks nor the image.
-void tell_missing_sources(Call &call, const std::vector<SharedFile> &files) {
-    for (const SharedFile &file : files)
+void tell_missing_sources(Call &call, const std::vector<RplFile> &files) {
+    for (const RplFile &file : files)
         if (!exists(file.copy) && file.source().empty())
-            call.fail("there is no " + file.name + " to make " + file.copy + " of; looked for " + file.first +
-                          ", " + file.second,
-                      static_cast<int>(Code::not_found));
+            call.fail(missing_source(file), static_cast<int>(Code::not_found));
 }
 
 // The library does not look how its copies end, and leaves part of one, which would be booted from ever after. False
 // when a file cannot be copied.
-bool copy_missing(const std::vector<SharedFile> &files) {
+bool copy_missing(const std::vector<RplFile> &files) {
     std::string area = "/rplboot";
     mkdir_path(area.data());
     bool whole = true;
-    for (const SharedFile &file : files)
+    for (const RplFile &file : files)
         if (!exists(file.copy) && !file.source().empty())
             whole = copy_whole(file.source(), file.copy) && whole;
     return whole;
@@ -120,8 +99,8 @@ int work(Call &call) {
     const Claims claims(call.method(), key, {{Claim::Kind::path, "/rplboot/" + key}});
     const auto before = state_of(key, boot_name);
     remove_empty_files(boot_name);
-    const auto files = shared_files(root_dir + "/export/exec/" + inst_set + "." + os_name + "_" + os_version,
-                                    impl_arch, boot_name);
+    const auto files =
+        rpl_files({rpl_image(root_dir, {inst_set, impl_arch, os_name, os_version})}, impl_arch, boot_name);
     tell_missing_sources(call, files);
     if (copy_missing(files))
         setup_rplboot_dir(call.method().c_str(), key.c_str(), impl_arch.c_str(), root_dir.c_str(),

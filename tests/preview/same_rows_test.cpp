@@ -117,6 +117,9 @@ const std::vector<std::string> invocations{
     "client/change hostname=c1 address=10.1.2.4",
     "client/change hostname=c1 address=10.1.2.3",
     "client/add_cachelet hostname=c1 root=/export/root/c1 profile_set=/profiles profile=none",
+    "client/add_diskless hostname=r1 address=10.1.2.8 ethernet=8:0:20:a:b:e server=server1 tree=/tree "
+    "boot=rpl" +
+        identity,
     "database/list_bootparams",
     "database/set_bootparams client=c1 key=dump server=server1 path=/export/dump/c1",
     "database/remove_bootparams client=c1 key=dump",

@@ -50,7 +50,7 @@ protected:
             standin::start(daemon, "-a");
         }
         for (const char *path :
-             {"/export", "/tftpboot", "/tree", "/etc/dfs", "/complain-share-export-root-new"})
+             {"/export", "/tftpboot", "/rplboot", "/tree", "/etc/dfs", "/complain-share-export-root-new"})
             fs::remove_all(path);
         write("/etc/hosts", "# hosts\n127.0.0.1\tlocalhost server1 server2\n");
         write("/tree/etc/hosts",
@@ -59,15 +59,18 @@ protected:
         write("/tree/etc/vfstab",
               "server1:/export/root/c1 - / nfs - no rw\nserver1:/export/c1x - /x nfs - no rw\n");
         write("/tree/usr/platform/kel4m/lib/fs/nfs/inetboot", "boot program");
+        for (const char *module : {"gluecode.com", "smc.com"})
+            write(std::string("/tree/usr/platform/kel4m/lib/fs/nfs/") + module, module);
         write("/etc/dfs/dfstab", "# shares\n");
         write("/etc/ethers", "# ethers\n");
         write("/etc/bootparams", "other root=elsewhere:/export/root/other\n");
         write("/etc/dfs/sharetab", "");
         added("c1", "10.1.2.3", "8:0:20:a:b:c");
     }
-    static void added(const std::string &name, const std::string &address, const std::string &ethernet) {
+    static void added(const std::string &name, const std::string &address, const std::string &ethernet,
+                      const std::string &more = "") {
         const Outcome run = hostadm("run client/add_diskless hostname=" + name + " address=" + address +
-                                    " ethernet=" + ethernet + identity);
+                                    " ethernet=" + ethernet + identity + more);
         ASSERT_EQ(run.status, 0) << run.output;
     }
     static std::string tables() {
@@ -86,6 +89,14 @@ protected:
         for (const char *file : {"etc/hosts", "etc/nodename", "etc/vfstab"})
             all += content(std::string("/export/root/c1/") + file);
         return all + (fs::exists("/export/swap/c1/swap") ? "swap" : "");
+    }
+    static std::string rpl_links() {
+        std::string all;
+        for (const char *suffix : {".hw.com", ".glue.com", ".inetboot"})
+            for (const char *key : {"080020010203", "0800200102FF"})
+                if (const std::string path = std::string("/rplboot/") + key + suffix; fs::is_symlink(path))
+                    all += std::string(key) + suffix + "->" + fs::read_symlink(path).string() + "\n";
+        return all;
     }
     static nlohmann::json answer(const std::string &words) {
         const Outcome run = hostadm("run --json " + words + " 2>/dev/null");
@@ -177,7 +188,8 @@ TEST_F(ClientLife, AnotherNameIsFollowedEverywhere) {
     EXPECT_THAT(content("/etc/hosts"), HasSubstr("10.1.2.3\tnew\n"));
     EXPECT_EQ(content("/etc/ethers"), "# ethers\n08:00:20:0a:0b:0c\tnew\n");
     EXPECT_THAT(content("/etc/bootparams"),
-                HasSubstr("\nnew root=server1:/export/root/new swap=server1:/export/swap/new/swap\n"));
+                HasSubstr("\nnew root=server1:/export/root/new swap=server1:/export/swap/new/swap "
+                          "boottype=:di swapsize=:1\n"));
     EXPECT_THAT(content("/etc/dfs/sharetab"),
                 AllOf(HasSubstr("/export/root/new  rw=new,root=new"),
                       HasSubstr("/export/swap/new  rw=new,root=new"), Not(HasSubstr("c1"))));
@@ -243,8 +255,10 @@ TEST_F(ClientLife, WhatCanBeNobodysIsRefused) {
 TEST_F(ClientLife, AnotherSwapSizeAndServerNameAreFollowed) {
     EXPECT_EQ(changed("client/change hostname=c1 swap_size=2m server=server2"), "yes");
     EXPECT_EQ(fs::file_size("/export/swap/c1/swap"), 2U << 20U);
-    EXPECT_THAT(content("/etc/bootparams"),
-                HasSubstr("c1 root=server2:/export/root/c1 swap=server2:/export/swap/c1/swap"));
+    EXPECT_THAT(
+        content("/etc/bootparams"),
+        HasSubstr(
+            "c1 root=server2:/export/root/c1 swap=server2:/export/swap/c1/swap boottype=:di swapsize=:2\n"));
     EXPECT_THAT(content("/export/root/c1/etc/vfstab"), HasSubstr("server2:/export/root/c1 - / "));
     EXPECT_EQ(changed("client/change hostname=c1 swap_size=2m server=server2"), "no");
 }
@@ -256,6 +270,87 @@ TEST_F(ClientLife, AnotherBootProgramIsWhatItsLinksLeadTo) {
     EXPECT_EQ(content("/tftpboot/special.boot"), "another program");
     EXPECT_EQ(answer("client/show hostname=c1").at("outputs").at("architecture"), "kel4m");
     EXPECT_EQ(changed("client/change hostname=c1 boot_program=/other/special.boot"), "no");
+}
+
+TEST_F(ClientLife, EveryListTellsItsKind) {
+    write("/etc/bootparams",
+          content("/etc/bootparams") +
+              "inst install=localhost:/export/install install_config=localhost:/export/conf "
+              "boottype=:in\ndata exec=localhost:/export/exec boottype=:da\n"
+              "strange exec=elsewhere:/export/exec boottype=:da\n");
+    const auto rows = answer("client/list").at("rows");
+    ASSERT_EQ(rows.size(), 3U) << rows;
+    EXPECT_EQ(rows[0].at("kind"), "diskless");
+    EXPECT_EQ(rows[1].at("name"), "inst");
+    EXPECT_EQ(rows[1].at("kind"), "install");
+    EXPECT_EQ(rows[1].at("root"), "/export/install");
+    EXPECT_EQ(rows[2].at("kind"), "dataless");
+    EXPECT_EQ(answer("client/show hostname=inst").at("outputs").at("kind"), "install");
+    const Outcome status = hostadm("status --json");
+    const auto clients = nlohmann::json::parse(status.output, nullptr, false).at("clients");
+    ASSERT_EQ(clients.size(), 3U) << status.output;
+    EXPECT_EQ(clients[1].at("kind"), "install");
+    EXPECT_EQ(clients[0].at("disabled"), "no");
+    changed("client/disable hostname=c1");
+    EXPECT_EQ(nlohmann::json::parse(hostadm("status --json").output).at("clients")[0].at("disabled"), "yes");
+}
+
+const std::string rpl_links_of_r1 = "080020010203.hw.com->./smc.com\n080020010203.glue.com->./gluecode.com\n"
+                                    "080020010203.inetboot->inetboot.kel4m.Quorvel_2.5\n";
+
+TEST_F(ClientLife, ThatBootsByRplHasItsLinksInTheOtherArea) {
+    added("r1", "10.1.2.9", "8:0:20:1:2:3", " boot=rpl");
+    EXPECT_EQ(rpl_links(), rpl_links_of_r1);
+    EXPECT_THAT(links(), Not(HasSubstr("0A010209")));
+    EXPECT_EQ(content("/rplboot/080020010203.inetboot"), "boot program");
+    EXPECT_EQ(content("/rplboot/smc.com"), "smc.com");
+    EXPECT_THAT(content("/etc/bootparams"), HasSubstr("swap/r1/swap boottype=:rp swapsize=:1\n"));
+    const auto shown = answer("client/show hostname=r1").at("outputs");
+    EXPECT_EQ(shown.at("kind"), "rpl");
+    EXPECT_EQ(shown.at("boot_links"), "yes");
+    EXPECT_EQ(shown.at("architecture"), "kel4m");
+    EXPECT_EQ(
+        changed("client/add_diskless hostname=r1 address=10.1.2.9 ethernet=8:0:20:1:2:3 boot=rpl" + identity),
+        "no");
+    EXPECT_THAT(hostadm("status").output, HasSubstr("rpld"));
+}
+
+TEST_F(ClientLife, ThatBootsByRplIsRemovedWhole) {
+    const std::string before = tables();
+    added("r1", "10.1.2.9", "8:0:20:1:2:3", " boot=rpl");
+    EXPECT_EQ(changed("client/remove hostname=r1 purge=yes"), "yes");
+    EXPECT_EQ(rpl_links(), "");
+    EXPECT_EQ(tables(), before);
+}
+
+TEST_F(ClientLife, WithoutItsRplModulesItIsNotAdded) {
+    fs::remove("/tree/usr/platform/kel4m/lib/fs/nfs/smc.com");
+    const std::string before = whole();
+    const Outcome run = hostadm("run client/add_diskless hostname=r1 address=10.1.2.9 ethernet=8:0:20:1:2:3" +
+                                identity + " boot=rpl");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.output, HasSubstr("there is no smc.com to make /rplboot/smc.com of; looked for "));
+    EXPECT_EQ(whole(), before);
+    EXPECT_FALSE(fs::exists("/export/root/r1"));
+}
+
+TEST_F(ClientLife, AFailureTakesItsRplLinksAway) {
+    fs::create_directories("/rplboot/080020010203.inetboot/in-the-way");
+    const Outcome run = hostadm("run client/add_diskless hostname=r1 address=10.1.2.9 ethernet=8:0:20:1:2:3" +
+                                identity + " boot=rpl");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.output, AllOf(HasSubstr("/rplboot/080020010203.inetboot is no link"),
+                                  HasSubstr("everything that was done for r1 has been taken back")));
+    EXPECT_EQ(rpl_links(), "");
+    EXPECT_FALSE(fs::exists("/rplboot/smc.com"));
+    EXPECT_FALSE(fs::exists("/export/root/r1"));
+}
+
+TEST_F(ClientLife, OfAnotherKindItIsNotAddedOnceMore) {
+    const Outcome run = hostadm("run client/add_diskless hostname=c1 address=10.1.2.3 ethernet=8:0:20:a:b:c" +
+                                identity + " boot=rpl");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.output, HasSubstr("c1 is a client already, of the kind diskless"));
 }
 
 TEST_F(ClientLife, LinksInItsRootLeadNoChangeOutOfIt) {

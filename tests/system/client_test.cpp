@@ -231,7 +231,7 @@ TEST_F(Client, IsAddedWithAllThatItNeeds) {
     EXPECT_EQ(content("/etc/ethers"), "# ethers\n08:00:20:0a:0b:0c\tc1\n");
     EXPECT_EQ(content("/etc/bootparams"),
               "other root=elsewhere:/export/root/other\n"
-              "c1 root=server1:/export/root/c1 swap=server1:/export/swap/c1/swap\n");
+              "c1 root=server1:/export/root/c1 swap=server1:/export/swap/c1/swap boottype=:di\n");
     EXPECT_EQ(content("/etc/dfs/dfstab"), "# shares\nshare -F nfs -o rw=c1,root=c1 /export/root/c1\n"
                                           "share -F nfs -o rw=c1,root=c1 /export/swap/c1\n");
     EXPECT_EQ(content("/etc/dfs/sharetab"), "-  /export/root/c1  rw=c1,root=c1  \"\"\n"
@@ -296,7 +296,7 @@ TEST_F(Client, IsToldThatAnotherBootProgramStays) {
 
 TEST_F(Client, MayHaveADumpFile) {
     ASSERT_EQ(method("client/add_diskless " + c1 + tree + " dumppath=/export/dump/c1/dump").status, 0);
-    EXPECT_THAT(content("/etc/bootparams"), HasSubstr(" dump=server1:/export/dump/c1/dump\n"));
+    EXPECT_THAT(content("/etc/bootparams"), HasSubstr(" dump=server1:/export/dump/c1/dump boottype=:di "));
     EXPECT_TRUE(fs::exists("/export/dump/c1/dump"));
     EXPECT_THAT(content("/etc/dfs/dfstab"), HasSubstr("/export/dump/c1\n"));
 }
@@ -837,7 +837,8 @@ TEST_F(Client, IsAddedAndRemovedWhereExportIsALink) {
     fs::create_directory_symlink("/data/export", "/export");
     ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
     EXPECT_THAT(content("/etc/bootparams"),
-                HasSubstr("c1 root=server1:/data/export/root/c1 swap=server1:/data/export/swap/c1/swap\n"));
+                HasSubstr("c1 root=server1:/data/export/root/c1 swap=server1:/data/export/swap/c1/swap "
+                          "boottype=:di swapsize=:32\n"));
     EXPECT_THAT(content("/etc/dfs/dfstab"), HasSubstr(" /data/export/root/c1\n"));
     const Ran again = method("client/add_diskless " + c1 + tree);
     EXPECT_EQ(again.status, 0) << again.errors;
@@ -990,6 +991,7 @@ TEST_F(Client, IsListedAndShown) {
     const auto rows = method("client/list").results.at("rows");
     ASSERT_EQ(rows.size(), 2u) << "a root on another server makes no client of this one";
     EXPECT_EQ(rows[0], nlohmann::json({{"name", "c1"},
+                                       {"kind", "diskless"},
                                        {"address", "10.1.2.3"},
                                        {"ethernet", "08:00:20:0a:0b:0c"},
                                        {"architecture", "kel4m"},
@@ -1003,6 +1005,9 @@ TEST_F(Client, IsListedAndShown) {
     const auto shown = method("client/show hostname=c1").results.at("outputs");
     EXPECT_EQ(shown.at("root"), "server1:/export/root/c1");
     EXPECT_EQ(shown.at("swap_size"), "33554432");
+    EXPECT_EQ(shown.at("swapsize"), "32");
+    EXPECT_EQ(shown.at("boottype"), "di");
+    EXPECT_EQ(shown.at("kind"), "diskless");
     EXPECT_EQ(shown.at("share_at_boot"), "rw=c1,root=c1");
     EXPECT_EQ(method("client/show hostname=nobody").status, 1);
 }
@@ -1064,7 +1069,9 @@ TEST_F(Client, IsInTheStatusOfTheServer) {
     const std::string text = hostadm() + " status";
     EXPECT_EQ(
         std::system(
-            (text + " | grep -qx 'c1    10.1.2.3  kel4m         /export/root/c1  yes         yes'").c_str()),
+            (text +
+             " | grep -qx 'c1    diskless  10.1.2.3  kel4m         /export/root/c1  yes         yes     no'")
+                .c_str()),
         0);
 }
 

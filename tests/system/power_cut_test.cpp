@@ -362,7 +362,8 @@ const std::string old_hosts = "# hosts\n127.0.0.1\tlocalhost\n10.1.2.1\tserver1\
 const std::string old_ethers = "# ethers\n", new_ethers = old_ethers + "08:00:20:0a:0b:0c\tc1\n";
 const std::string old_bootparams = "other root=elsewhere:/export/root/other\n",
                   new_bootparams =
-                      old_bootparams + "c1 root=server1:/export/root/c1 swap=server1:/export/swap/c1/swap\n";
+                      old_bootparams +
+                      "c1 root=server1:/export/root/c1 swap=server1:/export/swap/c1/swap boottype=:di\n";
 const std::string old_dfstab = "# shares\n",
                   one_share = old_dfstab + "share -F nfs -o rw=c1,root=c1 /export/root/c1\n",
                   new_dfstab = one_share + "share -F nfs -o rw=c1,root=c1 /export/swap/c1\n";
