@@ -210,7 +210,7 @@ TEST_F(ClientLife, ASwapFileInItsRootGoesWithItsRoot) {
     ASSERT_EQ(run.status, 0) << run.output;
     EXPECT_EQ(changed("client/change hostname=c2 new_hostname=new swap_size=2m"), "yes");
     EXPECT_THAT(content("/etc/bootparams"),
-                HasSubstr("\nnew root=server1:/export/root/new swap=server1:/export/root/new/var/c2/swap\n"));
+                HasSubstr("\nnew root=server1:/export/root/new swap=server1:/export/root/new/var/c2/swap "));
     EXPECT_EQ(fs::file_size("/export/root/new/var/c2/swap"), 2U << 20U);
 }
 
