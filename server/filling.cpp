@@ -20,14 +20,23 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const std::string folder = "/var/lib/hostadm", table = folder + "/filling"; // ROOT<tab>CLIENT
+const std::string folder = "/var/lib/hostadm", table = folder + "/filling"; // ROOT<tab>CLIENT, and <tab>whole
+constexpr std::string_view whole = "\twhole";
+
+std::string line_of(const Filling &filling) {
+    return filling.root + "\t" + filling.client + (filling.is_whole ? std::string(whole) : "") + "\n";
+}
 
 std::vector<Filling> fillings_in(std::string_view text) {
     std::vector<Filling> all;
     base::for_each_line(text, [&](std::string_view line) {
         const std::size_t tab = line.find('\t');
-        if (tab != line.npos)
-            all.push_back({std::string(line.substr(0, tab)), std::string(line.substr(tab + 1))});
+        if (tab == line.npos)
+            return;
+        const bool is_whole = line.ends_with(whole) && line.size() - whole.size() > tab;
+        const std::string_view client =
+            line.substr(tab + 1, line.size() - tab - 1 - (is_whole ? whole.size() : 0));
+        all.push_back({std::string(line.substr(0, tab)), std::string(client), is_whole});
     });
     return all;
 }
@@ -39,7 +48,7 @@ void edit_table(const std::string &root, const std::string &added) {
         std::string rest;
         for (const Filling &filling : fillings_in(text))
             if (filling.root != root)
-                rest += filling.root + "\t" + filling.client + "\n";
+                rest += line_of(filling);
         text = rest + added;
         return 0;
     };
@@ -103,14 +112,26 @@ std::vector<Filling> roots_being_filled() {
 
 bool is_being_filled(const std::string &root) {
     const std::vector<Filling> all = roots_being_filled();
-    return std::any_of(all.begin(), all.end(), [&](const Filling &filling) { return filling.root == root; });
+    return std::any_of(all.begin(), all.end(),
+                       [&](const Filling &filling) { return filling.root == root && !filling.is_whole; });
+}
+
+bool is_filled_for(const std::string &root, const std::string &client) {
+    const std::vector<Filling> all = roots_being_filled();
+    return std::any_of(all.begin(), all.end(), [&](const Filling &filling) {
+        return filling.root == root && filling.is_whole &&
+               base::lower_case(filling.client) == base::lower_case(client);
+    });
 }
 
 void begin_filling(const std::string &root, const std::string &client) {
-    edit_table(root, root + "\t" + client + "\n");
+    edit_table(root, line_of({root, client}));
 }
 
 void end_filling(const std::string &root) {
+    const std::vector<Filling> all = roots_being_filled();
+    if (std::none_of(all.begin(), all.end(), [&](const Filling &filling) { return filling.root == root; }))
+        return;
     edit_table(root, "");
     remove_empty_table();
 }
@@ -125,7 +146,7 @@ void make_root(method::Call &call, const std::string &root, const std::string &c
     begin_filling(root, client);
     fill(call, root, identity, source);
     flush_file_systems({root}); // or after a power cut its files would be there, and empty
-    end_filling(root);
+    edit_table(root, line_of({root, client, true}));
 }
 
 std::string take_back(const MadeRoot &made, const UndoContext &) {

@@ -47,16 +47,20 @@ struct FilledRoot {
 };
 std::string take_back(const FilledRoot &filled, const UndoContext &context);
 
-// Makes and fills a root that is missing or empty, or that a run which was cut off has left. Throws Failure.
+// Makes and fills a root that is missing or empty, or that a run which was cut off has left. It stands in the table
+// until end_filling. Throws Failure.
 void make_root(method::Call &call, const std::string &root, const std::string &client,
                const Identity &identity, const RootSource &source, Journal &journal);
 
-// The roots whose filling has begun and not ended, and whose they are.
+// The roots of clients that are being added, or whose adding was cut off.
 struct Filling {
     std::string root, client;
+    bool is_whole = false; // else its filling has not ended
 };
 std::vector<Filling> roots_being_filled();
 bool is_being_filled(const std::string &root);
+// Its filling has ended, and what else belongs to the client may be missing.
+bool is_filled_for(const std::string &root, const std::string &client);
 void begin_filling(const std::string &root, const std::string &client);
 void end_filling(const std::string &root);
 

@@ -195,7 +195,8 @@ void check_root(const NewClient &client, bool known) {
              client.root + " is a symbolic link; give the directory that it leads to as rootpath");
     if (!is_directory(client.root))
         fail(Code::unusable, client.root + " is no directory");
-    if (!known && !fs::is_empty(client.root) && !is_being_filled(client.root))
+    if (!known && !fs::is_empty(client.root) && !is_being_filled(client.root) &&
+        !is_filled_for(client.root, client.name))
         fail(Code::taken, client.root + " holds files already, and " + client.name +
                               " does not boot from it; remove it or name another rootpath");
 }

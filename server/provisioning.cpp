@@ -80,8 +80,8 @@ void provision(method::Call &call, const NewClient &client, Journal &journal, Re
     const bool known = check_new_client(call, client);
     const std::string method = call.method();
 
-    const bool root_is_whole = known && exists(client.root) && !std::filesystem::is_empty(client.root) &&
-                               !is_being_filled(client.root);
+    const bool root_is_whole = (known || is_filled_for(client.root, client.name)) && exists(client.root) &&
+                               !std::filesystem::is_empty(client.root) && !is_being_filled(client.root);
     if (!root_is_whole)
         make_root(call, client.root, client.name, client.identity, client.source, journal);
     report.step("root", !root_is_whole, client.root);
@@ -114,6 +114,7 @@ void provision(method::Call &call, const NewClient &client, Journal &journal, Re
     for (const auto &[about, text] : warnings_about(client))
         report.warn(about, text);
     flush(client);
+    end_filling(client.root);
     call.set("pathname", client.root); // the last share told its own
 }
 
