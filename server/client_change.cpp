@@ -469,7 +469,11 @@ void ClientChange::make(const std::string &method, Journal &journal, Report &rep
     change_tables(journal, report);
     change_bootparams(journal, report);
     change_boot_area(method, journal, report);
-    flush_file_systems({"/etc", tftpboot});
+    std::vector<std::string> written = {"/etc", tftpboot};
+    for (const char *key : {"root", "swap", "dump"})
+        if (const std::string path = old_.own_path(key); !path.empty())
+            written.push_back(parent_of(path));
+    flush_file_systems(written);
 }
 
 } // namespace hostadm::server

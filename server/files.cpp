@@ -125,7 +125,9 @@ void note_new_table(const std::string &path, Journal &journal) {
 
 void flush_file_systems(const std::vector<std::string> &paths) {
     std::set<std::uint64_t> flushed;
-    for (const std::string &path : paths) {
+    for (std::string path : paths) {
+        while (path != "/" && !exists(path))
+            path = parent_of(path);
         const base::Descriptor place(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
         if (!place.is_open())
             fail_errno("cannot flush " + path);

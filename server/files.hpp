@@ -65,7 +65,8 @@ void make_directories(const std::string &path, Journal &journal);
 bool make_sparse_file(const std::string &path, std::uint64_t size, Journal &journal);
 void note_new_table(const std::string &path, Journal &journal);
 
-// Returns when all that was written to the file systems of these paths is on its disk. Throws Failure.
+// Returns when all that was written to the file systems of these paths, or of the nearest folders above those that
+// are gone, is on its disk. Throws Failure.
 void flush_file_systems(const std::vector<std::string> &paths);
 
 // Removes the file if it is that one still. What had to stay, in words, or nothing.

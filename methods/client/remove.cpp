@@ -184,6 +184,15 @@ Result remove_line(const HostTable &table, const std::string &key, const std::st
     return {Result::kept, key + " in " + table.path() + ": " + name + " is only another name of that host"};
 }
 
+// While its entry is there, the next run finds what a power cut has brought back.
+void flush(const Leaving &leaving) {
+    std::vector<std::string> places = {tftpboot};
+    for (const std::string &path : {leaving.root, leaving.swap, leaving.dump})
+        if (!path.empty())
+            places.push_back(path);
+    flush_file_systems(places);
+}
+
 std::vector<Step> plan(Call &call, const Leaving &leaving) {
     const Client &client = leaving.client;
     const std::string &name = client.name;
@@ -207,8 +216,10 @@ std::vector<Step> plan(Call &call, const Leaving &leaving) {
                              call.progress("removing " + leaving.root);
                              return remove_root(leaving);
                          }});
-    steps.push_back({"hosts", "the line of " + name + " in /etc/hosts",
-                     [&] { return remove_line(hosts_table(), client.address, name); }});
+    steps.push_back({"hosts", "the line of " + name + " in /etc/hosts", [&] {
+                         flush(leaving);
+                         return remove_line(hosts_table(), client.address, name);
+                     }});
     steps.push_back({"bootparams", "the entry of " + name + " in /etc/bootparams", [&] {
                          return remove_client_entry(name) ? Result{Result::done, client.items}
                                                           : Result{Result::unchanged, "none"};
@@ -224,8 +235,8 @@ void say_what_stays(Call &call, const Leaving &leaving, Report &report) {
     if (call.get("purge") == "yes")
         return;
     if (!leaving.is_filled)
-        report.kept("root", leaving.root + " was filled only in part by a run that was cut off, and stays "
-                                           "without purge=yes");
+        report.kept("root",
+                    leaving.root + " was left by a run that was cut off, and stays without purge=yes");
     else if (exists(leaving.root))
         report.kept("root", leaving.root + " stays without purge=yes; from now on it is removed by hand");
     if (exists(leaving.dump))
