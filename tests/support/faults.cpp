@@ -188,7 +188,8 @@ std::optional<std::string> call_of(pid_t process, const user_regs_struct &regist
 
 class Tracer {
 public:
-    explicit Tracer(const Fault &fault) : fault_(fault) {}
+    Tracer(const Fault &fault, const std::function<void(std::size_t)> &before)
+        : fault_(fault), before_(before) {}
 
     Ran follow(pid_t job) {
         int status = 0;
@@ -238,6 +239,8 @@ private:
         if (!call)
             return true;
         ran_.calls.push_back(*call);
+        if (before_)
+            before_(ran_.calls.size());
         if (fault_.at != static_cast<int>(ran_.calls.size()))
             return true;
         ran_.met = true;
@@ -265,6 +268,7 @@ private:
     }
 
     Fault fault_;
+    const std::function<void(std::size_t)> &before_;
     Ran ran_;
     std::set<pid_t> processes_;
     bool cut_ = false;
@@ -283,7 +287,8 @@ bool available() {
     }
 }
 
-Ran run(const std::function<int()> &work, const Fault &fault) {
+Ran run(const std::function<int()> &work, const Fault &fault,
+        const std::function<void(std::size_t)> &before) {
     std::fflush(nullptr);
     const pid_t job = fork();
     if (job < 0)
@@ -295,7 +300,7 @@ Ran run(const std::function<int()> &work, const Fault &fault) {
         install_filter();
         _exit(work());
     }
-    return Tracer(fault).follow(job);
+    return Tracer(fault, before).follow(job);
 }
 
 #else // other machines keep a call's number and result elsewhere
@@ -303,7 +308,7 @@ Ran run(const std::function<int()> &work, const Fault &fault) {
 bool available() {
     return false;
 }
-Ran run(const std::function<int()> &, const Fault &) {
+Ran run(const std::function<int()> &, const Fault &, const std::function<void(std::size_t)> &) {
     throw std::runtime_error("calls cannot be made to fail on this kind of machine");
 }
 

@@ -5,6 +5,7 @@
 // included.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <vector>
@@ -25,7 +26,9 @@ struct Ran {
 // Whether processes may be traced here, and how is known for this kind of machine.
 bool available();
 
-// The work runs in a process of its own; its result is the exit status.
-Ran run(const std::function<int()> &work, const Fault &fault = {});
+// The work runs in a process of its own; its result is the exit status. `before` is called while the process waits
+// before each of the calls, with its number.
+Ran run(const std::function<int()> &work, const Fault &fault = {},
+        const std::function<void(std::size_t)> &before = {});
 
 } // namespace faults
