@@ -69,7 +69,7 @@ bool is_in_place(const Item &item) {
     return present && !fs::is_symlink(item.path, error) && present.text == item.content;
 }
 
-// What was made: "d PATH" of a directory, "l PATH TARGET" of a link, "f PATH" of a file, in the order of making.
+// What was made: "d PATH" of a directory, "l PATH TARGET" of a link, "f PATH TEXT" of a file, in the order of making.
 std::vector<std::string> read_record() {
     const base::FileText text = base::read_file(record_path);
     if (!text && !text.is_missing())
@@ -81,6 +81,32 @@ std::vector<std::string> read_record() {
 
 std::string path_in(const std::string &line) {
     return line.substr(2, line.find(' ', 2) - 2);
+}
+
+std::string content_in(const std::string &line) {
+    return line.substr(std::min(line.size(), path_in(line).size() + 3));
+}
+
+// A text as one line of the record holds it; no text of ours has a backslash.
+std::string in_one_line(const std::string &text) {
+    std::string line;
+    for (const char c : text)
+        line += c == '\n' ? std::string("\\n") : std::string(1, c);
+    return line;
+}
+
+std::string line_of(const Item &item) {
+    return (item.is_link ? "l " : "f ") + item.path + " " + in_one_line(item.content);
+}
+
+// Whether there stands at the path what a line of the record tells, and nothing that somebody has made of it.
+bool is_as_recorded(const std::string &line) {
+    const std::string path = path_in(line);
+    std::error_code error;
+    if (line.starts_with("l "))
+        return fs::read_symlink(path, error) == content_in(line) && !error;
+    const base::FileText present = base::read_file(path);
+    return present && !fs::is_symlink(path, error) && in_one_line(present.text) == content_in(line);
 }
 
 // Missing directories of a path, the upper ones first.
@@ -125,19 +151,20 @@ void require_units() {
                 ".service; install the adapters: cmake --install build --component compat");
 }
 
+std::vector<std::string>::iterator find_path(std::vector<std::string> &record, const std::string &path) {
+    return std::find_if(record.begin(), record.end(),
+                        [&](const std::string &line) { return path_in(line) == path; });
+}
+
 // Takes back what the record tells, from its end; what is somebody else's by now stays.
 BootServicesChange take_back(const std::vector<std::string> &record) {
     BootServicesChange change;
     for (auto line = record.rbegin(); line != record.rend(); ++line) {
         const std::string path = path_in(*line);
-        std::error_code error;
         if (line->starts_with("d ")) {
             rmdir(path.c_str()); // not if somebody has put something there
         } else if (exists(path)) {
-            const bool is_ours = line->starts_with("l ")
-                                     ? fs::read_symlink(path, error) == line->substr(path.size() + 3)
-                                     : base::read_file(path).text.starts_with("[Service]\n");
-            if (!is_ours)
+            if (!is_as_recorded(*line))
                 change.left.push_back(path);
             else if (unlink(path.c_str()) != 0)
                 fail("remove " + path, errno);
@@ -153,28 +180,32 @@ BootServicesChange take_back(const std::vector<std::string> &record) {
 BootServicesChange enable_boot_services(const std::string &router) {
     require_units();
     const std::vector<std::string> before = read_record();
-    const auto is_recorded = [&](const std::string &path) {
-        return std::any_of(before.begin(), before.end(),
-                           [&](const std::string &line) { return path_in(line) == path; });
-    };
+    std::vector<std::string> record = before;
     std::vector<Item> missing;
     std::vector<std::string> lines;
     const auto note = [&](const std::string &line) {
-        if (!is_recorded(path_in(line)) && std::find(lines.begin(), lines.end(), line) == lines.end())
-            lines.push_back(line);
+        const auto recorded = find_path(record, path_in(line));
+        if (recorded != record.end()) {
+            *recorded = line; // another router than before
+            return;
+        }
+        record.push_back(line);
+        lines.push_back(line);
     };
     for (const std::string &directory : missing_directories(record_path))
         note("d " + directory);
     for (Item &item : wanted_items(router)) {
         if (is_in_place(item))
             continue;
-        if (exists(item.path) && (item.is_link || !is_recorded(item.path)))
+        const auto recorded = find_path(record, item.path);
+        const bool is_ours = recorded != record.end() && is_as_recorded(*recorded);
+        if (exists(item.path) && !is_ours)
             throw std::runtime_error(item.path + " is there already and is not what this needs (" +
                                      (item.is_link ? "a link to " + item.content : "settings of its own") +
                                      "); move it away first");
         for (const std::string &directory : missing_directories(item.path))
             note("d " + directory);
-        note(item.is_link ? "l " + item.path + " " + item.content : "f " + item.path);
+        note(line_of(item));
         missing.push_back(std::move(item));
     }
     BootServicesChange change;
@@ -182,8 +213,6 @@ BootServicesChange enable_boot_services(const std::string &router) {
         return change;
     for (const std::string &directory : missing_directories(record_path))
         make_directory(directory);
-    std::vector<std::string> record = before;
-    record.insert(record.end(), lines.begin(), lines.end());
     write_record(record); // first: what is interrupted can be taken back
     try {
         for (const Item &item : missing) {

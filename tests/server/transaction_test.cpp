@@ -16,7 +16,6 @@
 namespace {
 
 using namespace hostadm::server;
-using testing::IsEmpty;
 
 void wait_for(const std::string &path) {
     tests::eventually([&] { return std::filesystem::exists(path); });
@@ -34,47 +33,6 @@ pid_t signal_when(const std::string &path, int signal) {
 }
 
 } // namespace
-
-TEST(Journals, OutliveTheProcessThatWritesThem) {
-    Journal journal;
-    EXPECT_THAT(journal.entries(), IsEmpty());
-    const Ending ending = run_apart([&] {
-        journal.note(MadeDirectory{"/a b", {1, 2, 3}});
-        journal.note(AddedLine{"/etc/hosts", "10.0.0.1\tc1\n"});
-        std::exit(1);
-        return 0;
-    });
-    EXPECT_FALSE(ending.done);
-    EXPECT_EQ(ending.reason, "") << "it has recorded its error itself";
-    const auto entries = journal.entries();
-    ASSERT_EQ(entries.size(), 2u);
-    const auto directory = read_entry<MadeDirectory>(entries[0]);
-    ASSERT_TRUE(directory);
-    EXPECT_EQ(directory->path, "/a b");
-    EXPECT_EQ(directory->identity, (FileIdentity{1, 2, 3}));
-    const auto line = read_entry<AddedLine>(entries[1]);
-    ASSERT_TRUE(line);
-    EXPECT_EQ(line->line, "10.0.0.1\tc1\n") << "a field may hold any byte";
-}
-
-TEST(Journals, OfManyEntriesAreReadWhole) {
-    Journal journal;
-    for (int i = 0; i < 2000; ++i)
-        journal.note(NewTable{"/etc/table" + std::to_string(i)});
-    EXPECT_EQ(journal.entries().size(), 2000u);
-    EXPECT_EQ(read_entry<NewTable>(journal.entries().back())->path, "/etc/table1999");
-}
-
-TEST(Journals, ReadAnEntryAsWhatItIsAndAsNothingElse) {
-    const Written directory = written(MadeDirectory{"/a", {1, 2, 3}});
-    ASSERT_TRUE(read_any_entry(directory));
-    EXPECT_TRUE(std::holds_alternative<MadeDirectory>(*read_any_entry(directory)));
-    EXPECT_FALSE(read_entry<MadeFile>(directory));
-    EXPECT_FALSE(read_any_entry({"made miracle", "/a"})) << "of a kind that nobody knows";
-    EXPECT_FALSE(read_any_entry({"made directory", "/a", "1", "2"})) << "a field is missing";
-    EXPECT_FALSE(read_any_entry({"made directory", "/a", "1", "2", "x"})) << "a number is none";
-    EXPECT_FALSE(read_any_entry({}));
-}
 
 namespace {
 
