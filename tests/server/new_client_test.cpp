@@ -34,12 +34,15 @@ TEST(NewClients, HaveTheFoldersSharedThatBearTheirName) {
 
 TEST(NewClients, GetAnItemForEachOfTheirPaths) {
     NewClient client = some_client();
-    EXPECT_EQ(client.items().size(), 2u);
+    const auto keys = [&] {
+        std::vector<std::string> all;
+        for (const BootparamsItem &item : client.items())
+            all.push_back(item.key + "=" + item.server);
+        return all;
+    };
+    EXPECT_THAT(keys(), testing::Not(testing::Contains("dump=server1")));
     client.dump = "/export/dump/c1/dump";
-    const auto items = client.items();
-    ASSERT_EQ(items.size(), 3u);
-    EXPECT_EQ(items[2].key, "dump");
-    EXPECT_EQ(items[2].server, "server1");
+    EXPECT_THAT(keys(), testing::IsSupersetOf({"root=server1", "swap=server1", "dump=server1", "boottype="}));
 }
 
 TEST(NewClients, ClaimEverythingThatAnotherRunCouldWantToo) {
