@@ -14,6 +14,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "base/extended_attributes.hpp"
+
 namespace hostadm::base {
 
 namespace {
@@ -378,7 +380,10 @@ void Beneath::rewrite(std::string_view below, std::string_view text) const {
         throw BeneathError("cannot write " + path_of(below) + ": " +
                                (before ? "it is " + kind_of(before->st_mode) : in_words(ENOENT)),
                            before ? EINVAL : ENOENT);
-    write(below, text, attributes_of(*before));
+    const Descriptor old = open_file(below);
+    NewFile file(*this, below);
+    file.write(text);
+    file.take_place(attributes_of(*before), true, old.get());
 }
 
 bool Beneath::make_directory(std::string_view below, Attributes attributes) const {
@@ -563,8 +568,12 @@ void NewFile::write(std::string_view text) {
         directory_.fail("write", below_, errno);
 }
 
-void NewFile::take_place(Attributes attributes, bool flushed) {
-    if (const int error = set_attributes_of(file_.get(), attributes); error != 0)
+void NewFile::take_place(Attributes attributes, bool flushed, int like) {
+    // A change of the owner takes the capabilities of a file away, so extended attributes come after it.
+    int error = set_attributes_of(file_.get(), attributes);
+    if (error == 0 && like >= 0)
+        error = copy_extended_attributes(like, file_.get());
+    if (error != 0)
         directory_.fail("write", below_, error);
     if ((flushed && fsync(file_.get()) != 0) ||
         renameat(place_.parent.get(), aside_.c_str(), place_.parent.get(), place_.name.c_str()) != 0)

@@ -71,7 +71,7 @@ public:
 
     // Takes its name, flushed and with these attributes, in place of whatever file or link stood there.
     void write(std::string_view below, std::string_view text, Attributes attributes = {}) const;
-    // The same, where a file stands already: it keeps its attributes.
+    // The same, where a file stands already: it keeps its attributes, extended ones too.
     void rewrite(std::string_view below, std::string_view text) const;
     // False: it is there already. A parent that is missing gets the same attributes.
     bool make_directory(std::string_view below, Attributes attributes = {.mode = 0755}) const;
@@ -118,8 +118,8 @@ public:
 
     int descriptor() const { return file_.get(); }
     void write(std::string_view text);
-    // Flushes it unless the caller flushes many at once.
-    void take_place(Attributes attributes, bool flushed = true);
+    // Flushes it unless the caller flushes many at once. `like`: an open file whose extended attributes it gets.
+    void take_place(Attributes attributes, bool flushed = true, int like = -1);
 
 private:
     const Beneath &directory_;

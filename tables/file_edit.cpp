@@ -9,11 +9,11 @@
 #include <new>
 #include <sys/stat.h>
 #include <sys/uio.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 #include <vector>
 
 #include "base/descriptor.hpp"
+#include "base/extended_attributes.hpp"
 #include "hostadm/table_edit.hpp"
 #include "tables/failure.hpp"
 #include "tables/lock.hpp"
@@ -27,7 +27,6 @@ namespace {
 // One name for all: whoever holds the folder's lock is the only editor in it, so a file of this name is his
 // own or a leftover of one who was killed.
 constexpr const char *fresh_name = ".hostadm-new-table";
-constexpr const char *acl_attribute = "system.posix_acl_access";
 constexpr mode_t new_table_mode = 0644;
 constexpr mode_t new_folder_mode = 0755;
 
@@ -233,69 +232,14 @@ iovec piece(std::string_view text) {
     return {const_cast<char *>(text.data()), text.size()};
 }
 
-// The names of a file's extended attributes, each ended by a NUL; empty where the file system has none.
-std::string attribute_names(int file) {
-    std::string names;
-    for (;;) {
-        ssize_t size = flistxattr(file, nullptr, 0);
-        if (size > 0) {
-            names.resize(static_cast<std::size_t>(size));
-            size = flistxattr(file, names.data(), names.size());
-        }
-        if (size >= 0) {
-            names.resize(static_cast<std::size_t>(size));
-            return names;
-        }
-        if (errno == ENOTSUP)
-            return {};
-        if (errno != EINTR && errno != ERANGE)
-            throw Failure{-errno};
-    }
-}
-
-// An attribute's value; nothing when it is absent.
-std::optional<std::string> attribute(int file, const char *name) {
-    std::string value;
-    for (;;) {
-        ssize_t size = fgetxattr(file, name, nullptr, 0);
-        if (size > 0) {
-            value.resize(static_cast<std::size_t>(size));
-            size = fgetxattr(file, name, value.data(), value.size());
-        }
-        if (size >= 0) {
-            value.resize(static_cast<std::size_t>(size));
-            return value;
-        }
-        if (errno == ENODATA || errno == ENOTSUP)
-            return std::nullopt;
-        if (errno != EINTR && errno != ERANGE)
-            throw Failure{-errno};
-    }
-}
-
-void copy_attributes(int from, int to) {
-    const std::string names = attribute_names(from);
-    bool has_acl = false;
-    for (const char *name = names.c_str(); name < names.data() + names.size();
-         name += std::char_traits<char>::length(name) + 1) {
-        has_acl = has_acl || std::string_view(name) == acl_attribute;
-        const std::optional<std::string> value = attribute(from, name);
-        // A label that the fresh file was born with need not be set, which might not be allowed.
-        if (value && attribute(to, name) != value)
-            complete([&] { return fsetxattr(to, name, value->data(), value->size(), 0); });
-    }
-    // A folder's default ACL gives the fresh file one that the table never had.
-    if (!has_acl && attribute(to, acl_attribute))
-        complete([&] { return fremovexattr(to, acl_attribute); });
-}
-
 // Changing the owner clears file capabilities and set-ID bits, so attributes and mode come after it.
 void take_over(const struct stat &info, int from, int to) {
     struct stat fresh;
     complete([&] { return fstat(to, &fresh); });
     if (fresh.st_uid != info.st_uid || fresh.st_gid != info.st_gid)
         complete([&] { return fchown(to, info.st_uid, info.st_gid); });
-    copy_attributes(from, to);
+    if (const int error = base::copy_extended_attributes(from, to); error != 0)
+        throw Failure{-error};
     complete([&] { return fchmod(to, info.st_mode & 07777); });
 }
 

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include "../support/scratch.hpp"
@@ -75,6 +76,40 @@ TEST_F(BeneathTest, FilesAreReadAndWrittenWhole) {
     EXPECT_THAT(beneath.names("etc"), ElementsAre("table")) << "nothing stays beside it";
     beneath.write("top", "", mine(04755));
     EXPECT_EQ(beneath.status("top")->st_mode, S_IFREG | 04755U);
+}
+
+TEST_F(BeneathTest, ARewrittenFileKeepsItsListOfRightsAndOtherAttributes) {
+    // Version 2; owner, user 1234 (read), group, mask, others.
+    const std::string rights("\2\0\0\0"
+                             "\1\0\6\0\xff\xff\xff\xff"
+                             "\2\0\4\0\xd2\4\0\0"
+                             "\4\0\4\0\xff\xff\xff\xff"
+                             "\x10\0\4\0\xff\xff\xff\xff"
+                             "\x20\0\0\0\xff\xff\xff\xff",
+                             44);
+    const std::string path = root + "/etc/table";
+    const auto attribute = [&](const char *name) {
+        std::string value(1024, '\0');
+        const ssize_t size = lgetxattr(path.c_str(), name, value.data(), value.size());
+        return size < 0 ? "none" : value.substr(0, static_cast<std::size_t>(size));
+    };
+    tests::write(path, "one\n");
+    if (setxattr(path.c_str(), "system.posix_acl_access", rights.data(), rights.size(), 0) != 0)
+        GTEST_SKIP() << "this file system keeps no lists of rights";
+    const bool has_notes = setxattr(path.c_str(), "user.note", "kept", 4, 0) == 0;
+    const mode_t mode = Beneath(root).status("etc/table")->st_mode;
+    Beneath(root).rewrite("etc/table", "two\n");
+    EXPECT_EQ(content(path), "two\n");
+    EXPECT_EQ(attribute("system.posix_acl_access"), rights);
+    EXPECT_EQ(attribute("user.note"), has_notes ? "kept" : "none");
+    EXPECT_EQ(Beneath(root).status("etc/table")->st_mode, mode);
+    // A default list of the folder gives the file none that it never had.
+    ASSERT_EQ(removexattr(path.c_str(), "system.posix_acl_access"), 0);
+    ASSERT_EQ(setxattr((root + "/etc").c_str(), "system.posix_acl_default", rights.data(), rights.size(), 0),
+              0);
+    Beneath(root).rewrite("etc/table", "three\n");
+    EXPECT_EQ(attribute("system.posix_acl_access"), "none");
+    EXPECT_EQ(Beneath(root).status("etc/table")->st_mode, mode);
 }
 
 TEST_F(BeneathTest, WhatIsMissingIsTold) {
