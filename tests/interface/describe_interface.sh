@@ -11,6 +11,7 @@ printf '#include "%s"\n' "$header" >"$work/unit.c"
 "$cc" -std=c11 -I"$include" -fsyntax-only -aux-info "$work/functions" "$work/unit.c"
 "$cc" -std=c11 -I"$include" -E -dD "$work/unit.c" >"$work/text"
 
+echo "# SPDX-License-Identifier: MIT"
 echo "# exported names"
 # Sanitizers add symbols of their own.
 nm -D --defined-only "$library" | awk '$2 != "A" { print $NF }' |

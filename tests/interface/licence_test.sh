@@ -3,8 +3,8 @@
 # licence_test.sh SOURCES: every file whose form has comments names its licence at its beginning.
 set -eu
 cd "$1"
-unnamed=$(find . \( -name .git -o -name 'build*' -o -path ./fuzz/corpus -o -path ./debian -o -path ./tests/interface/described \
-    -o -path ./tests/framework/scripts \) -prune -o -type f ! -name '*.md' ! -name '*.json' ! -name LICENSE \
+unnamed=$(find . \( -name .git -o -name 'build*' -o -path ./fuzz/corpus \
+    -o -path ./tests/framework/scripts -o -path ./debian/source -o -path ./debian/changelog -o -path ./debian/copyright \) -prune -o -type f ! -name '*.json' ! -name LICENSE \
     ! -name '*.pot' -exec sh -c 'for file; do
         head -n 5 "$file" | grep -q "SPDX-License-Identifier: MIT" || echo "$file"
     done' licence {} +)
