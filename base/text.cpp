@@ -44,6 +44,13 @@ std::string_view last_component(std::string_view path) {
     return path.substr(path.rfind('/') + 1);
 }
 
+std::string joined(const std::vector<std::string> &words, std::string_view separator) {
+    std::string all;
+    for (const std::string &word : words)
+        all.append(all.empty() ? "" : separator).append(word);
+    return all;
+}
+
 std::string lower_case(std::string_view text) {
     std::string lower(text);
     std::transform(lower.begin(), lower.end(), lower.begin(),

@@ -24,6 +24,7 @@ std::vector<std::string_view> split(std::string_view text, char separator);
 std::string_view last_component(std::string_view path);
 
 std::string lower_case(std::string_view text);
+std::string joined(const std::vector<std::string> &words, std::string_view separator = ", ");
 
 // Calls use(line) for every line of a text, without its newline.
 template <typename Use> void for_each_line(std::string_view text, Use use) {

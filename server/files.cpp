@@ -97,23 +97,39 @@ void make_directories(const std::string &path, Journal &journal) {
         fail(Code::system, "cannot make " + path + ": no such directory");
 }
 
+namespace {
+
+base::Descriptor make_new_file(const std::string &path, mode_t mode, Journal &journal) {
+    const Uninterrupted uninterrupted;
+    const base::Beneath folder = folder_on_server(path);
+    base::Descriptor file(openat(folder.descriptor(), name_of(path).c_str(),
+                                 O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+    if (!file.is_open())
+        fail_errno("cannot make " + path);
+    journal.note(MadeFile{path, identity_of(file).value_or(FileIdentity{})});
+    return file;
+}
+
+} // namespace
+
 bool make_sparse_file(const std::string &path, std::uint64_t size, Journal &journal) {
     if (exists(path))
         return false;
     make_directories(parent_of(path), journal);
-    base::Descriptor file;
-    {
-        const Uninterrupted uninterrupted;
-        const base::Beneath folder = folder_on_server(path);
-        file = base::Descriptor(openat(folder.descriptor(), name_of(path).c_str(),
-                                       O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-        if (!file.is_open())
-            fail_errno("cannot make " + path);
-        journal.note(MadeFile{path, identity_of(file).value_or(FileIdentity{})});
-    }
+    const base::Descriptor file = make_new_file(path, 0600, journal);
     if (ftruncate(file.get(), static_cast<off_t>(size)) != 0)
         fail_errno("cannot make " + path + " " + std::to_string(size) + " bytes long");
     if (fsync(file.get()) != 0)
+        fail_errno("cannot write " + path);
+    return true;
+}
+
+bool make_text_file(const std::string &path, const std::string &text, Journal &journal) {
+    if (exists(path))
+        return false;
+    make_directories(parent_of(path), journal);
+    const base::Descriptor file = make_new_file(path, 0644, journal);
+    if (!base::write_all(file.get(), text) || fsync(file.get()) != 0)
         fail_errno("cannot write " + path);
     return true;
 }

@@ -63,6 +63,8 @@ std::string take_back(const NewTable &table, const UndoContext &context);
 void make_directories(const std::string &path, Journal &journal);
 // Makes a sparse file that only root may touch. False: there is a file.
 bool make_sparse_file(const std::string &path, std::uint64_t size, Journal &journal);
+// Makes a file with a text, flushed. False: there is a file.
+bool make_text_file(const std::string &path, const std::string &text, Journal &journal);
 void note_new_table(const std::string &path, Journal &journal);
 
 // Returns when all that was written to the file systems of these paths, or of the nearest folders above those that

@@ -136,14 +136,19 @@ void end_filling(const std::string &root) {
     remove_empty_table();
 }
 
-void make_root(method::Call &call, const std::string &root, const std::string &client,
-               const Identity &identity, const RootSource &source, Journal &journal) {
+void prepare_filling(const method::Call &call, const std::string &root, const std::string &owner,
+                     Journal &journal) {
     if (is_being_filled(root) && exists(root)) {
         call.progress("removing what a run that was cut off has left in " + root);
         remove_tree(root);
     }
     prepare(root, journal);
-    begin_filling(root, client);
+    begin_filling(root, owner);
+}
+
+void make_root(method::Call &call, const std::string &root, const std::string &client,
+               const Identity &identity, const RootSource &source, Journal &journal) {
+    prepare_filling(call, root, client, journal);
     fill(call, root, identity, source);
     flush_file_systems({root}); // or after a power cut its files would be there, and empty
     edit_table(root, line_of({root, client, true}));

@@ -47,6 +47,11 @@ struct FilledRoot {
 };
 std::string take_back(const FilledRoot &filled, const UndoContext &context);
 
+// Makes a directory that is missing or empty, or that a run which was cut off has left, and puts down that it is not
+// whole until end_filling. Throws Failure.
+void prepare_filling(const method::Call &call, const std::string &root, const std::string &owner,
+                     Journal &journal);
+
 // Makes and fills a root that is missing or empty, or that a run which was cut off has left. It stands in the table
 // until end_filling. Throws Failure.
 void make_root(method::Call &call, const std::string &root, const std::string &client,

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <system_error>
 
+#include "base/beneath.hpp"
 #include "base/text.hpp"
 #include "base/this_host.hpp"
 #include "hostadm.h"
@@ -69,6 +70,18 @@ void read_paths(Call &call, NewClient &client) {
     client.dump = dump.value().empty() ? "" : path_on_server(dump.value(), client.root);
 }
 
+// The service that this server keeps for the client's identity. False: there is none.
+bool use_service(NewClient &client) {
+    const auto &[inst_set, impl_arch, os_name, os_version] = client.identity;
+    client.service = find_service(os_name, os_version, inst_set);
+    if (!client.service)
+        return false;
+    client.source = client.service->root_source();
+    if (client.boot_program.empty() && client.kind != ClientKind::rpl) // whose programs are in its root
+        client.boot_program = client.service->boot_program_of(impl_arch);
+    return true;
+}
+
 void read_source(Call &call, NewClient &client) {
     const bool from_tree = call.given("tree"), from_packages = call.given("packages");
     if (from_tree && from_packages)
@@ -82,6 +95,8 @@ void read_source(Call &call, NewClient &client) {
     if (call.given("install_hierarchy"))
         client.hierarchy = call.get("install_hierarchy");
     if (from_tree || from_packages)
+        return;
+    if (client.hierarchy.empty() && use_service(client))
         return;
 
     const auto &[inst_set, impl_arch, os_name, os_version] = client.identity;
@@ -323,6 +338,21 @@ std::vector<Claim> NewClient::claims() const {
     if (!dump.empty())
         all.push_back({Claim::Kind::path, dump});
     return all;
+}
+
+std::vector<std::string> NewClient::names_of_packages() const {
+    std::vector<std::string> names;
+    for (const std::string &directory : source.packages)
+        for (const SpooledPackage &package : packages_in(directory))
+            names.push_back(package.name);
+    return names;
+}
+
+bool NewClient::mounts_usr() const {
+    if (!service || !service->lends_usr())
+        return false;
+    const base::Beneath files(root);
+    return !files.is_directory("usr") || files.names("usr").empty();
 }
 
 NewClient read_new_client(Call &call) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,7 @@
 #include "server/filling.hpp"
 #include "server/packages.hpp"
 #include "server/rpl_area.hpp"
+#include "server/services.hpp"
 
 namespace hostadm::server {
 
@@ -26,9 +28,10 @@ struct NewClient {
     std::string root, swap, dump; // dump: empty for none
     std::uint64_t swap_size = 0;
     RootSource source;
-    std::string hierarchy;    // holds the boot program
-    std::string boot_program; // the file, if it was named
-    std::string boot_name;    // its name in /tftpboot, or /rplboot
+    std::string hierarchy;          // holds the boot program
+    std::string boot_program;       // the file, if it was named
+    std::string boot_name;          // its name in /tftpboot, or /rplboot
+    std::optional<Service> service; // that it is made of
 
     // The directories that it mounts: its root, and those of its swap and dump files.
     std::vector<std::string> shared_directories() const;
@@ -38,6 +41,10 @@ struct NewClient {
     // The same for a client that boots by RPL.
     std::vector<RplFile> rpl_sources() const;
     std::vector<Claim> claims() const;
+    // Of its operating system: the area, the packages of a root, whether clients get their /usr from there.
+    std::string area() const { return "/export/" + identity.os_name + "_" + identity.os_version; }
+    std::vector<std::string> names_of_packages() const;
+    bool mounts_usr() const; // once its root is filled
 };
 
 // The bytes that a text such as 32m means. Throws Refusal.

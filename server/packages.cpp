@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "server/packages.hpp"
 
+#include <algorithm>
 #include <array>
 #include <climits>
 #include <fcntl.h>
@@ -142,6 +143,31 @@ std::string server_release() {
     return sysinfo(SYSV_SI_RELEASE);
 }
 
+std::string service_record_folder() {
+    const std::string release = server_release();
+    return release.size() > 2 && release[2] > '4' ? "/var/sadm/system/admin/services" : "/var/sadm/softinfo";
+}
+
+std::vector<SpooledPackage> packages_in(const std::string &directory) {
+    std::vector<SpooledPackage> all;
+    for (const fs::path &entry : entries_of(directory)) {
+        if (!is_file(entry / "pkginfo"))
+            continue;
+        SpooledPackage package{.name = entry.filename()};
+        for (const auto &[key, value] :
+             {std::pair<std::string_view, std::string *>{version_key, &package.version},
+              {"ARCH=", &package.architecture},
+              {"BASEDIR=", &package.base}})
+            for (const std::string &line : lines_of(entry / "pkginfo"))
+                if (line.starts_with(key))
+                    *value = without_quotes(line.substr(key.size()));
+        all.push_back(std::move(package));
+    }
+    std::sort(all.begin(), all.end(),
+              [](const SpooledPackage &one, const SpooledPackage &other) { return one.name < other.name; });
+    return all;
+}
+
 bool is_package_recorded(const std::string &arch, const std::string &release, const std::string &package) {
     const std::string minor = minor_of(release);
     const fs::path root = minor == minor_of(server_release()) ? "/" : "/export/Quorvel_2." + minor;
@@ -156,10 +182,7 @@ bool is_package_recorded(const std::string &arch, const std::string &release, co
 TemplateRecord::TemplateRecord(std::string package_dir, std::string package, std::string arch,
                                const std::string &release)
     : package_(std::move(package)), arch_(std::move(arch)), os_directory_("Quorvel_2." + minor_of(release)) {
-    const std::string server = server_release();
-    file_ =
-        (server.size() > 2 && server[2] > '4' ? "/var/sadm/system/admin/services/" : "/var/sadm/softinfo/") +
-        os_directory_;
+    file_ = service_record_folder() + "/" + os_directory_;
     const fs::path source = fs::path(package_dir) / package_;
     version_ = version_of(source);
     version_is_cut_ = version_is_cut(source);
@@ -189,7 +212,6 @@ bool TemplateRecord::mentions(const std::string &text) const {
 
 std::vector<std::string> TemplateRecord::also_replaced() const {
     const fs::path folder = templates / os_directory_;
-    const std::string spooled = "SPOOLED_ROOT=" + arch_ + ".all:" + (folder / (package_ + "_")).string();
     const std::string root = "ROOT=" + arch_ + ".all:" + package_ + ",";
     std::vector<std::string> others;
     bool replaces = false;
@@ -197,7 +219,8 @@ std::vector<std::string> TemplateRecord::also_replaced() const {
         if (!mentions(line))
             continue;
         replaces = true;
-        if (!line.starts_with(spooled) && !line.starts_with(root))
+        const bool is_of_old_template = line.find(":" + (folder / (package_ + "_")).string()) != line.npos;
+        if (!is_of_old_template && !line.starts_with(root))
             others.push_back("the line \"" + line + "\" of " + file_);
     }
     if (!replaces)

@@ -48,6 +48,17 @@ bool is_tree(const std::string &directory);
 std::string server_architecture();
 std::string server_release();
 
+// Where this server keeps the records of its OS services.
+std::string service_record_folder();
+
+// A package that lies ready to be installed, and what its pkginfo says of it; empty: nothing.
+struct SpooledPackage {
+    std::string name; // of its folder
+    std::string version = {}, architecture = {}, base = {};
+};
+// In the order of their names.
+std::vector<SpooledPackage> packages_in(const std::string &directory);
+
 // Is a package whose name begins so recorded for the architecture:
 // on this server, or in the tree of a service of another release?
 bool is_package_recorded(const std::string &arch, const std::string &release, const std::string &package);

@@ -5,13 +5,16 @@
 #include <string>
 #include <vector>
 
+#include "base/text.hpp"
 #include "hostadm.h"
 #include "server/boot_area.hpp"
 #include "server/bootparams.hpp"
+#include "server/catalogue.hpp"
 #include "server/daemons.hpp"
 #include "server/files.hpp"
 #include "server/filling.hpp"
 #include "server/host_tables.hpp"
+#include "server/patches.hpp"
 #include "server/rpl_area.hpp"
 #include "server/shares.hpp"
 
@@ -49,6 +52,42 @@ void make_boot_area(method::Call &call, const NewClient &client, Journal &journa
     report.step("boot links", linked, names_of(boot_links_of(client.address)));
 }
 
+void fill_new_root(method::Call &call, const NewClient &client, Journal &journal, Report &report) {
+    const auto &[inst_set, impl_arch, os_name, os_version] = client.identity;
+    // Packages are installed together with the catalogue, of which every root gets a copy.
+    if (const CatalogueOf what{client.area(), os_name, os_version, client.names_of_packages(),
+                               client.source.packages};
+        client.source.tree.empty() && ensure_catalogue(what, journal))
+        report.step("catalogue", true, what.area + "/var/sadm/system/admin");
+    make_root(call, client.root, client.name, client.identity, client.source, journal);
+}
+
+void patch_root(method::Call &call, const NewClient &client, Report &report) {
+    const std::string &architecture = client.identity.instruction_set;
+    const std::string patches = base::joined(patches_for(architecture));
+    if (patches.empty())
+        return;
+    if (!has_patch_tool()) {
+        report.warn("patches",
+                    patches + " for " + architecture + " were not applied, since " + patch_tool +
+                        " is missing; install it, and run service/apply_patches root=" + client.root);
+        return;
+    }
+    if (!apply_stored_patches(call, client.root))
+        throw Recorded();
+    report.step("patches", true, patches + " for " + architecture);
+}
+
+// Where packages are executables of the service, clients mount these.
+void share_executables(method::Call &call, const NewClient &client, Journal &journal, Report &report) {
+    if (!client.mounts_usr())
+        return;
+    const std::string &path = client.service->executables;
+    call.progress("sharing " + path);
+    report.step("share", ensure_share(call.method(), path, executables_share_options, journal),
+                path + " " + executables_share_options);
+}
+
 // A server whose daemons do not run is set up all the same: what is missing is told, with the way to mend it.
 void look_after_daemons(method::Call &call, const NewClient &client, Report &report) {
     call.progress("looking after the daemons");
@@ -83,8 +122,10 @@ void provision(method::Call &call, const NewClient &client, Journal &journal, Re
     const bool root_is_whole = (known || is_filled_for(client.root, client.name)) && exists(client.root) &&
                                !std::filesystem::is_empty(client.root) && !is_being_filled(client.root);
     if (!root_is_whole)
-        make_root(call, client.root, client.name, client.identity, client.source, journal);
+        fill_new_root(call, client, journal, report);
     report.step("root", !root_is_whole, client.root);
+    if (!root_is_whole)
+        patch_root(call, client, report);
 
     check_swap(client); // which may have come with the root
     check_dump(client);
@@ -97,6 +138,8 @@ void provision(method::Call &call, const NewClient &client, Journal &journal, Re
         const std::string options = client.share_options();
         report.step("share", ensure_share(method, path, options, journal), path + " " + options);
     }
+
+    share_executables(call, client, journal, report);
 
     const bool by_rpl = client.kind == ClientKind::rpl;
     (by_rpl ? make_rpl_area : make_boot_area)(call, client, journal, report);

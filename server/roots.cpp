@@ -131,6 +131,27 @@ int copy_tree(method::Call &call, const std::string &tree, const std::string &ro
     return 0;
 }
 
+int install_in_area(method::Call &call, const std::string &area, const std::string &base,
+                    const std::string &directory, const std::vector<std::string> &packages) {
+    if (access("/usr/sbin/pkgadd", X_OK) != 0)
+        return call.fail("/usr/sbin/pkgadd, which installs packages, is missing");
+    const auto install = [&] {
+        const CommandsAreInterrupted guard;
+        std::string command =
+            "/usr/sbin/pkgadd -S -n -R " + area + " -a " + make_admin_file(base.c_str()) + " -d " + directory;
+        for (const std::string &package : packages)
+            command += " " + package;
+        const int status = do_systemcmd(command.c_str(), call.method().c_str());
+        if (status == 0)
+            forget_words_of_success();
+        return status; // the admin file goes with the /tmp of this process
+    };
+    if (run_confined(area, install, {.links_are_followed = true, .sources = {directory}}) != 0)
+        return call.fail("cannot install the packages of " + directory + " in " + area);
+    Beneath(area).flush();
+    return 0;
+}
+
 std::string share_path_of(const std::string &file, const std::string &client) {
     const fs::path folder = fs::path(file).parent_path();
     return folder.filename() == client ? folder.string() : file;

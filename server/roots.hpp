@@ -23,6 +23,11 @@ int fill_root(method::Call &call, const std::string &root, const std::string &os
 // stay as they are. 0, or 1 with the failure recorded.
 int copy_tree(method::Call &call, const std::string &tree, const std::string &root);
 
+// Installs packages of a directory into the area of an OS service, with this base directory in it. 0, or 1 with the
+// failure recorded.
+int install_in_area(method::Call &call, const std::string &area, const std::string &base,
+                    const std::string &directory, const std::vector<std::string> &packages);
+
 // What is shared for the sake of a file of a client: the folder that holds it, if that bears the client's
 // name, since many NFS servers share folders only; else the file itself.
 std::string share_path_of(const std::string &file, const std::string &client);

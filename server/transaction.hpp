@@ -19,6 +19,7 @@
 #include "server/journal.hpp"
 #include "server/line_edits.hpp"
 #include "server/rpl_area.hpp"
+#include "server/services.hpp"
 #include "server/shares.hpp"
 #include "server/undo_context.hpp"
 
@@ -36,7 +37,7 @@ std::string take_back(const Touched &touched, const UndoContext &context);
 using Entry = std::variant<MadeDirectory, MadeFile, NewTable, MadeRoot, FilledRoot, MadeShare, MadeBootLink,
                            ReplacedBootLink, MadeBootProgram, MadeRplFile, MadeRplLink, ReplacedRplLink,
                            AddedItem, AddedLine, ReplacedLine, WithdrawnShare, ResumedShare, RenamedPath,
-                           ResizedFile, RewrittenInRoot, MovedShare, Touched>;
+                           ResizedFile, RewrittenInRoot, MovedShare, InstalledPackages, Touched>;
 
 // Nothing: its kind is not known here, or its fields are not those of its kind.
 std::optional<Entry> read_any_entry(const Written &words);

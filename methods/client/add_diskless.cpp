@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 // The whole of what a diskless client needs on this server, step by step; what a failure leaves half done is
 // taken back.
+#include <optional>
 #include <unistd.h>
 
+#include "base/text.hpp"
 #include "hostadm/method.hpp"
 #include "server/adapters.hpp"
 #include "server/claims.hpp"
@@ -10,6 +12,7 @@
 #include "server/page.hpp"
 #include "server/provisioning.hpp"
 #include "server/report.hpp"
+#include "server/services.hpp"
 #include "server/transaction.hpp"
 
 namespace {
@@ -35,8 +38,9 @@ const Description description{
           "fill the root from these directories of packages, with commas between them; not for a 4.x "
           "release"},
          {"install_hierarchy", Kind::path,
-          "where the operating system is found when neither tree nor packages is given, and its boot program "
-          "(default for the program: the tree, or the client's new root)"},
+          "where the operating system is found when neither tree nor packages is given and this server keeps "
+          "no such service, and its boot program (default for the program: the tree, or the client's new "
+          "root)"},
          {"boot_program", Kind::path, "the boot program itself, if the install hierarchy does not hold it"},
          {"boot", Kind::choice, "how it asks for its boot program", false, "tftp", {"tftp", "rpl"}},
          {"rootpath", Kind::path, "the client's root (default /export/root/HOSTNAME)"},
@@ -74,14 +78,20 @@ int work(Call &call) {
     const bool done = transaction.run([&] {
         require_command("/usr/sbin/share", "shares directories");
         const NewClient client = read_new_client(call);
+        std::optional<ServiceLock> service;
+        if (client.service)
+            service.emplace(*client.service, ServiceLock::For::client);
         claims.add(client.claims());
         return provision(call, client, transaction.journal());
     });
     if (done)
         return 0;
     if (!transaction.did_anything() && !call.given("tree") && !call.given("packages") &&
-        !call.given("install_hierarchy"))
-        call.fail("where the operating system lies was not said: give tree, packages or install_hierarchy");
+        !call.given("install_hierarchy") &&
+        !find_service(call.get("os_name"), call.get("os_version"),
+                      base::lower_case(call.get("instruction_set"))))
+        call.fail("where the operating system lies was not said, and this server keeps no such service: give "
+                  "tree, packages or install_hierarchy, or add the service (service/add)");
     transaction.take_back();
     return 1;
 }

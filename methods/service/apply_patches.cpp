@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include <filesystem>
-
+#include "base/beneath.hpp"
 #include "base/tree_state.hpp"
-#include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "server/confined.hpp"
 #include "server/page.hpp"
+#include "server/patches.hpp"
 #include "server/roots.hpp"
 
 namespace {
@@ -13,9 +11,6 @@ namespace {
 using namespace hostadm;
 using namespace hostadm::method;
 using namespace hostadm::server;
-namespace fs = std::filesystem;
-
-constexpr const char *patch_tool = HOSTADM_OPTADMIN "/bin/drelpatch";
 
 const Description description{
     .name = "service/apply_patches",
@@ -32,22 +27,17 @@ int work(Call &call) {
     const std::string root = call.get("root");
     if (const std::string defect = defect_of_deep_root(root); !defect.empty())
         fail(Code::unusable, defect);
-    if (std::error_code error; !fs::exists(patch_tool, error)) {
+    if (!has_patch_tool()) {
         call.set("result", "no_patch_tool");
         tell_changed(call, false);
         return 0;
     }
     const auto before = base::state_of_tree(base::Beneath(root));
-    call.progress("applying patches to " + root);
-    // Patches are packages of a kind, and may rightly lead through links of the root.
-    if (run_confined(root, [&] { return apply_patches(root.c_str()); }, {.links_are_followed = true}) == 0) {
-        base::Beneath(root).flush();
+    if (apply_stored_patches(call, root)) {
         call.set("result", "applied");
         tell_changed(call, base::state_of_tree(base::Beneath(root)) != before);
         return 0;
     }
-    call.fail("cannot apply the patches to " + root,
-              static_cast<int>(Code::system)); // the tool may have failed without a word
     call.left_undone(root + " may have some of the patches; run this again when the cause is mended");
     return 1;
 }

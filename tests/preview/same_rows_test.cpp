@@ -154,6 +154,10 @@ const std::vector<std::string> invocations{
     "service/setup_cachelet_server",
     "service/setup_cachelet_service release=2.4",
     "service/add_template_package package_dir=/packages package=KTVXx release=2.4",
+    "service/add tree=/tree" + identity,
+    "service/list",
+    "service/show os_name=Quorvel os_version=2.5 instruction_set=kel4",
+    "service/remove os_name=Quorvel os_version=2.5 instruction_set=kel4",
     "client/remove hostname=c1 purge=yes",
     "client/remove hostname=c1",
 };

@@ -353,10 +353,22 @@ TEST_F(Client, GoesAgainWhenItsPackagesCannotBeInstalled) {
     expect_undone("not enough space", c1 + " packages=/spool");
 }
 
-TEST_F(Client, GoesAgainWhenItsServiceHasNoCatalogue) {
-    standin::place("/usr/sbin/pkgadd", {.script = "mkdir -p $4/usr/bin"});
+TEST_F(Client, OfPackagesGetsACatalogueWhereThereIsNone) {
+    standin::place("/usr/sbin/pkgadd", {.script = R"(
+mkdir -p $4/usr/platform/kel4m/lib/fs/nfs
+echo boot >$4/usr/platform/kel4m/lib/fs/nfs/inetboot)"});
     write("/spool/KTVXboot/pkginfo", "PKG=KTVXboot\n");
-    expect_undone(".clustertoc", c1 + " packages=/spool");
+    const Ran added = method("client/add_diskless " + c1 + " packages=/spool");
+    ASSERT_EQ(added.status, 0) << added.errors;
+    EXPECT_THAT(added.steps(), Contains("catalogue: done"));
+    EXPECT_THAT(content("/export/root/c1/var/sadm/install_data/.clustertoc"), HasSubstr("MEMBER=KTVXboot\n"));
+    EXPECT_EQ(content("/export/root/c1/var/sadm/softinfo/INST_RELEASE"), "OS=Quorvel\nVERSION=2.5\n");
+}
+
+TEST_F(Client, GoesAgainWithTheCatalogueThatItBrought) {
+    standin::place("/usr/sbin/pkgadd", {.error = "pkgadd: checksum\n", .status = 1});
+    write("/spool/KTVXboot/pkginfo", "PKG=KTVXboot\n");
+    expect_undone("checksum", c1 + " packages=/spool");
 }
 
 TEST_F(Client, GoesAgainWhenTheDiskIsFull) {
