@@ -8,6 +8,7 @@
 #include "base/mounts.hpp"
 #include "base/text.hpp"
 #include "hostadm/table_edit.hpp"
+#include "server/confined.hpp"
 
 namespace hostadm::server {
 
@@ -26,6 +27,16 @@ bool has_mount_line(const std::string &text, const std::string &resource, const 
             found = true;
     });
     return found;
+}
+
+int edit_mount_table_copy(std::string &text, const std::function<int(const std::string &table)> &edit) {
+    const std::string name = "table";
+    const Stage stage;
+    stage.files().write(name, text);
+    const int status = stage.run([&] { return edit(std::string(Stage::nowhere) + "/" + name); });
+    if (status == 0)
+        text = stage.files().read(name);
+    return status;
 }
 
 bool is_mount_point(const std::string &directory) {

@@ -366,6 +366,7 @@ NewClient read_new_client(Call &call) {
     client.ethernet = call.get("ethernet");
     client.server = call.given("server") ? call.get("server") : base::own_host_name();
     client.swap_size = bytes_in(call.get("swap_size"));
+    client.prepare = call.get("prepare") == "yes";
     read_paths(call, client);
     read_source(call, client);
     return client;

@@ -32,6 +32,7 @@ struct NewClient {
     std::string boot_program;       // the file, if it was named
     std::string boot_name;          // its name in /tftpboot, or /rplboot
     std::optional<Service> service; // that it is made of
+    bool prepare = false;           // its root gets the tables that it needs
 
     // The directories that it mounts: its root, and those of its swap and dump files.
     std::vector<std::string> shared_directories() const;

@@ -11,10 +11,12 @@
 #include "server/bootparams.hpp"
 #include "server/catalogue.hpp"
 #include "server/daemons.hpp"
+#include "server/failure.hpp"
 #include "server/files.hpp"
 #include "server/filling.hpp"
 #include "server/host_tables.hpp"
 #include "server/patches.hpp"
+#include "server/root_tables.hpp"
 #include "server/rpl_area.hpp"
 #include "server/shares.hpp"
 
@@ -132,6 +134,11 @@ void provision(method::Call &call, const NewClient &client, Journal &journal, Re
     report.step("swap", make_sparse_file(client.swap, client.swap_size, journal), client.swap);
     if (!client.dump.empty())
         report.step("dump", make_sparse_file(client.dump, 0, journal), client.dump);
+
+    if (client.prepare) {
+        call.progress("preparing the tables in " + client.root);
+        prepare_root(client, journal, report);
+    }
 
     for (const std::string &path : client.shared_directories()) {
         call.progress("sharing " + path);

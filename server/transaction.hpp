@@ -18,6 +18,7 @@
 #include "server/host_tables.hpp"
 #include "server/journal.hpp"
 #include "server/line_edits.hpp"
+#include "server/root_tables.hpp"
 #include "server/rpl_area.hpp"
 #include "server/services.hpp"
 #include "server/shares.hpp"
@@ -37,7 +38,7 @@ std::string take_back(const Touched &touched, const UndoContext &context);
 using Entry = std::variant<MadeDirectory, MadeFile, NewTable, MadeRoot, FilledRoot, MadeShare, MadeBootLink,
                            ReplacedBootLink, MadeBootProgram, MadeRplFile, MadeRplLink, ReplacedRplLink,
                            AddedItem, AddedLine, ReplacedLine, WithdrawnShare, ResumedShare, RenamedPath,
-                           ResizedFile, RewrittenInRoot, MovedShare, InstalledPackages, Touched>;
+                           ResizedFile, RewrittenInRoot, MovedShare, InstalledPackages, MadeInRoot, Touched>;
 
 // Nothing: its kind is not known here, or its fields are not those of its kind.
 std::optional<Entry> read_any_entry(const Written &words);

@@ -48,6 +48,10 @@ const Description description{
          {"swap_size", Kind::size, "size of the swap file, which takes no room until it is used", false,
           "32m"},
          {"dumppath", Kind::path, "its dump file (default: none)"},
+         {"prepare", Kind::yes_no,
+          "give its root what it needs to run: lines of the mount table, hosts, its name, devices; what is "
+          "there stays",
+          false, "yes"},
          {"server", Kind::host, "this server's name, as the client is told (default: this host's name)"}},
     .outputs = {{"pathname", "the root that was shared"},
                 {"boot_program", "name of the boot program in /tftpboot, or /rplboot"},

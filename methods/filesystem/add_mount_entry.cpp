@@ -5,11 +5,11 @@
 #include <functional>
 #include <string>
 
+#include "base/beneath.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "hostadm/table_edit.hpp"
 #include "server/client_root.hpp"
-#include "server/confined.hpp"
 #include "server/failure.hpp"
 #include "server/mount_tables.hpp"
 #include "server/page.hpp"
@@ -79,15 +79,11 @@ int edit_of_others(const std::string &table, const std::function<int(const std::
     const hostadm::tables::FolderLock lock(folder.path());
     if (lock.status() != 0)
         return lock.status();
-    const Stage stage;
     const bool is_there = folder.status(name).has_value();
     const std::string before = is_there ? folder.read(name) : "";
-    if (is_there)
-        stage.files().write(name, before);
-    if (const int status = stage.run([&] { return add(std::string(Stage::nowhere) + "/" + name); });
-        status != 0)
+    std::string after = before;
+    if (const int status = edit_mount_table_copy(after, add); status != 0)
         return status;
-    const std::string after = stage.files().read(name);
     changed = !is_there || after != before;
     if (!is_there)
         folder.write(name, after);
