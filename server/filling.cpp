@@ -150,6 +150,9 @@ void make_root(method::Call &call, const std::string &root, const std::string &c
                const Identity &identity, const RootSource &source, Journal &journal) {
     prepare_filling(call, root, client, journal);
     fill(call, root, identity, source);
+}
+
+void root_is_filled(const std::string &root, const std::string &client) {
     flush_file_systems({root}); // or after a power cut its files would be there, and empty
     edit_table(root, line_of({root, client, true}));
 }

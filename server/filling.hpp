@@ -53,9 +53,11 @@ void prepare_filling(const method::Call &call, const std::string &root, const st
                      Journal &journal);
 
 // Makes and fills a root that is missing or empty, or that a run which was cut off has left. It stands in the table
-// until end_filling. Throws Failure.
+// as not whole until root_is_filled, and as whole until end_filling. Throws Failure.
 void make_root(method::Call &call, const std::string &root, const std::string &client,
                const Identity &identity, const RootSource &source, Journal &journal);
+// Returns when all of it is on the disk.
+void root_is_filled(const std::string &root, const std::string &client);
 
 // The roots of clients that are being added, or whose adding was cut off.
 struct Filling {

@@ -126,8 +126,10 @@ void provision(method::Call &call, const NewClient &client, Journal &journal, Re
     if (!root_is_whole)
         fill_new_root(call, client, journal, report);
     report.step("root", !root_is_whole, client.root);
-    if (!root_is_whole)
+    if (!root_is_whole) {
         patch_root(call, client, report);
+        root_is_filled(client.root, client.name);
+    }
 
     check_swap(client); // which may have come with the root
     check_dump(client);

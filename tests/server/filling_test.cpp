@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 
 } // namespace
 
-TEST(Filling, ARootIsNotWholeUntilItsFillingEnds) {
+TEST(Filling, ARootStandsInTheTableUntilItsFillingEnds) {
     tests::inside([] {
         EXPECT_FALSE(is_being_filled("/export/root/c1")) << "nobody has begun one";
         begin_filling("/export/root/c1", "c1");
@@ -29,6 +29,25 @@ TEST(Filling, ARootIsNotWholeUntilItsFillingEnds) {
         ASSERT_EQ(roots_being_filled().size(), 1u);
         EXPECT_EQ(roots_being_filled().front().client, "c2");
         end_filling("/export/root/c2");
+        end_filling("/export/root/c2");
+        EXPECT_THAT(roots_being_filled(), IsEmpty());
+    });
+}
+
+TEST(Filling, AWholeRootIsKnownToItsClientUntilAllOfThatIsThere) {
+    tests::inside([] {
+        fs::create_directories("/export/root/c1/etc");
+        begin_filling("/export/root/c1", "c1");
+        EXPECT_FALSE(is_filled_for("/export/root/c1", "c1"));
+        root_is_filled("/export/root/c1", "c1");
+        begin_filling("/export/root/c2", "c2");
+        EXPECT_FALSE(is_being_filled("/export/root/c1"));
+        EXPECT_TRUE(is_filled_for("/export/root/c1", "C1"));
+        EXPECT_FALSE(is_filled_for("/export/root/c1", "c2"));
+        EXPECT_FALSE(is_filled_for("/export/root/c2", "c2"));
+        EXPECT_EQ(roots_being_filled().size(), 2u);
+        end_filling("/export/root/c1");
+        EXPECT_FALSE(is_filled_for("/export/root/c1", "c1"));
         end_filling("/export/root/c2");
         EXPECT_THAT(roots_being_filled(), IsEmpty());
     });
