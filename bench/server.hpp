@@ -43,6 +43,7 @@ inline void make_server(std::int64_t clients) {
             name + " root=server1:/export/root/" + name + " swap=server1:/export/swap/" + name + "/swap\n";
         shares += "-  /export/root/" + name + "  rw=" + name + ",root=" + name + "  \"\"\n";
         table += "share -F nfs -o rw=" + name + ",root=" + name + " /export/root/" + name + "\n";
+        fs::create_directories("/export/root/" + name);
         fs::create_symlink("inetboot.kel4m.Quorvel_2.5", std::string("/tftpboot/") + digits);
         fs::create_symlink("inetboot.kel4m.Quorvel_2.5", std::string("/tftpboot/") + digits + ".KEL4M");
     }

@@ -8,6 +8,7 @@
 namespace {
 
 using namespace hostadm::server;
+using tests::inside;
 namespace fs = std::filesystem;
 
 void make_client(const std::string &root) {
@@ -18,7 +19,7 @@ void make_client(const std::string &root) {
 } // namespace
 
 TEST(ClientRoots, ArePathsOfBootparamsAndThoseInTheUsualPlace) {
-    tests::inside([] {
+    inside([] {
         make_client("/srv/c1");
         EXPECT_EQ(client_root_of("/srv/c1/etc/hosts"), "/srv/c1");
         EXPECT_EQ(client_root_of("/srv/./c1//etc/../etc/hosts"), "/srv/c1");
@@ -29,7 +30,7 @@ TEST(ClientRoots, ArePathsOfBootparamsAndThoseInTheUsualPlace) {
 }
 
 TEST(ClientRoots, AreFoundThroughTheServersOwnLinks) {
-    tests::inside([] {
+    inside([] {
         make_client("/srv/c1");
         fs::create_directory_symlink("/srv", "/disk");
         EXPECT_EQ(client_root_of("/disk/c1/etc"), "/disk/c1");
@@ -37,8 +38,22 @@ TEST(ClientRoots, AreFoundThroughTheServersOwnLinks) {
     });
 }
 
+TEST(ClientRoots, AreSeenWhenTheTableOrTheRootComesLater) {
+    inside([] {
+        make_client("/srv/c1");
+        EXPECT_EQ(client_root_of("/srv/c1/etc"), "/srv/c1");
+        EXPECT_EQ(client_root_of("/srv/c2/etc"), "");
+        tests::write("/etc/bootparams", "c1 root=server:/srv/c1\nc2 root=server:/srv/c2\n");
+        EXPECT_EQ(client_root_of("/srv/c2/etc"), "") << "there is none yet";
+        fs::create_directories("/srv/c2/etc");
+        EXPECT_EQ(client_root_of("/srv/c2/etc"), "/srv/c2");
+        fs::remove("/etc/bootparams");
+        EXPECT_EQ(client_root_of("/srv/c2/etc"), "");
+    });
+}
+
 TEST(ClientRoots, LinksOfTheClientLeadNoPathOut) {
-    tests::inside([] {
+    inside([] {
         make_client("/srv/c1");
         fs::create_directory_symlink("/etc", "/srv/c1/trap");
         EXPECT_EQ(path_on_server("/srv/c1/trap/passwd"), "/srv/c1/trap/passwd");
