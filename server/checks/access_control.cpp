@@ -83,10 +83,28 @@ bool names_daemon(const std::string &list, const std::string &daemon) {
     return false;
 }
 
-// The first line that means a daemon and a client, and whether it does so surely. 0: none.
-std::size_t line_for(const std::string &file, const std::string &daemon, const CheckedClient &client,
-                     Means &means) {
-    std::size_t number = 0, found = 0;
+// The first line that means a daemon and a client. An option of a line may turn it into its opposite.
+struct AccessLine {
+    std::size_t number = 0; // 0: there is none
+    Means means = Means::no;
+    bool denies = false;
+};
+
+// The words behind the second colon: options, parted by colons.
+bool has_option(const std::string &options, std::string_view wanted) {
+    for (std::size_t at = 0; at < options.size();) {
+        const std::size_t end = std::min(options.find(':', at), options.size());
+        if (base::lower_case(base::trimmed(std::string_view(options).substr(at, end - at))) == wanted)
+            return true;
+        at = end + 1;
+    }
+    return false;
+}
+
+AccessLine line_for(const std::string &file, const std::string &daemon, const CheckedClient &client,
+                    bool denies) {
+    AccessLine found;
+    std::size_t number = 0;
     std::string joined;
     std::size_t first = 0;
     base::for_each_line(file, [&](std::string_view line) {
@@ -101,52 +119,72 @@ std::size_t line_for(const std::string &file, const std::string &daemon, const C
         const std::string whole = std::move(joined);
         joined.clear();
         const std::size_t colon = whole.find(':');
-        if (found != 0 || whole.empty() || whole[0] == '#' || colon == whole.npos ||
+        if (found.number != 0 || whole.empty() || whole[0] == '#' || colon == whole.npos ||
             !names_daemon(whole.substr(0, colon), daemon))
             return;
         const std::size_t end = whole.find(':', colon + 1);
-        means = list_means(whole.substr(colon + 1, end == whole.npos ? end : end - colon - 1), client);
-        // An option may turn a line of either file into its opposite.
-        if (means != Means::no && end != whole.npos &&
-            base::lower_case(whole.substr(end)).find("deny") != whole.npos)
-            means = Means::maybe;
-        if (means != Means::no && end != whole.npos &&
-            base::lower_case(whole.substr(end)).find("allow") != whole.npos)
-            means = Means::maybe;
-        if (means != Means::no)
-            found = first;
+        const Means means =
+            list_means(whole.substr(colon + 1, end == whole.npos ? end : end - colon - 1), client);
+        if (means == Means::no)
+            return;
+        const std::string options = end == whole.npos ? "" : whole.substr(end + 1);
+        found = {first, means, has_option(options, "deny") || (denies && !has_option(options, "allow"))};
     });
     return found;
 }
 
+// The line that turns a client away; a number of 0: none does, or it cannot be told.
+struct Denial {
+    AccessLine line;
+    bool by_allowing_file = false;
+};
+Denial denial(const Snapshot &server, const std::string &daemon, const CheckedClient &client) {
+    AccessLine line = line_for(server.allowed_hosts, daemon, client, false);
+    const bool by_allowing_file = line.number != 0;
+    if (!by_allowing_file)
+        line = line_for(server.denied_hosts, daemon, client, true);
+    if (line.means != Means::yes || !line.denies)
+        return {};
+    return {line, by_allowing_file};
+}
+
 } // namespace
+
+bool is_denied(const Snapshot &server, const std::string &daemon, std::uint32_t address) {
+    CheckedClient self;
+    self.name = server.host_name;
+    self.address = ipv4_text(address);
+    self.number = address;
+    self.caller = {address, {base::lower_case(server.host_name)}};
+    constexpr unsigned loopback = 127;
+    if (address >> 24 == loopback)
+        self.caller.names = {"localhost"};
+    return denial(server, daemon, self).line.number != 0;
+}
 
 Findings access_control_of_client(const Snapshot &server, const CheckedClient &client) {
     Findings found;
     if (client.address.empty())
         return found;
-    const std::string &deny = server.denied_hosts, &allow = server.allowed_hosts;
-    if (deny.empty())
-        return found;
     const bool tftp = server.tftp.daemon != nullptr;
     for (const auto &[daemon, stage, runs] :
-         {std::tuple("in.tftpd", Stage::boot_program, tftp), std::tuple("rpcbind", Stage::name, true)}) {
-        Means means = Means::no;
-        if (!runs || line_for(allow, daemon, client, means) != 0)
+         {std::tuple("in.tftpd", Stage::boot_program, tftp), std::tuple("rpcbind", Stage::root, true)}) {
+        const auto [line, by_allowing_file] = runs ? denial(server, daemon, client) : Denial{};
+        if (line.number == 0)
             continue;
-        const std::size_t line = line_for(deny, daemon, client, means);
-        if (line == 0 || means != Means::yes)
-            continue;
-        found.push_back(
-            {.stage = stage,
-             .client = client.name,
-             .where = "/etc/hosts.deny:" + std::to_string(line),
-             .what = std::string(daemon) + " is denied to " + client.name,
-             .why =
-                 stage == Stage::name
-                     ? client.name + " gets no answer when it asks for its name, nor where the NFS server is"
-                     : client.name + " gets no boot program",
-             .repair = "printf '" + std::string(daemon) + ": " + client.address + "\\n' >>/etc/hosts.allow"});
+        const std::string place = std::to_string(line.number);
+        const std::string allowed = std::string(daemon) + ": " + client.address;
+        found.push_back({.stage = stage,
+                         .client = client.name,
+                         .where = (by_allowing_file ? "/etc/hosts.allow:" : "/etc/hosts.deny:") + place,
+                         .what = std::string(daemon) + " is denied to " + client.name,
+                         .why = stage == Stage::root
+                                    ? client.name + " gets no answer when it asks where the NFS server is"
+                                    : client.name + " gets no boot program",
+                         // The first line counts.
+                         .repair = by_allowing_file
+                                       ? "sed -i '" + place + "i " + allowed + "' /etc/hosts.allow"
+                                       : "printf '" + allowed + "\\n' >>/etc/hosts.allow"});
     }
     return found;
 }

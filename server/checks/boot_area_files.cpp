@@ -116,7 +116,8 @@ std::string target_path(const Snapshot &server, const std::string &name, const B
     const std::string &area = server.boot_area.path;
     if (!link.is_link)
         return area + "/" + name;
-    return link.target.starts_with('/') ? link.target : area + "/" + link.target;
+    return link.target.starts_with('/') ? link.target
+                                        : fs::path(area + "/" + link.target).lexically_normal().string();
 }
 
 void check_name(Findings &found, const Snapshot &server, const CheckedClient &client, const std::string &name,
@@ -175,6 +176,43 @@ void check_architecture(Findings &found, const Snapshot &server, const CheckedCl
                      .what = "the link leads to a program of another architecture, " + link.target,
                      .why = client.name + " loads a boot program that it cannot run",
                      .repair = make_link(server, name, right)});
+}
+
+bool has_link_of_same_client(const Snapshot &server, const CheckedClient &client, const std::string &name) {
+    for (auto at = server.boot_area.names.lower_bound(client.digits);
+         at != server.boot_area.names.end() && at->first.starts_with(client.digits); ++at)
+        if (at->first != name && at->second.is_link && at->second.file)
+            return true;
+    return false;
+}
+
+// A copy in the place of a link is not renewed with its program.
+void check_copy(Findings &found, const Snapshot &server, const CheckedClient &client, const std::string &name,
+                const BootName &copy) {
+    if (copy.is_link || !copy.file || !S_ISREG(copy.file->st_mode) || copy.file->st_size == 0)
+        return;
+    const std::string program = likely_program(server, client);
+    const auto known = server.boot_area.programs.find(program);
+    if (known == server.boot_area.programs.end() || known->second.st_ino == copy.file->st_ino)
+        return;
+    const std::string path = server.boot_area.path + "/" + name;
+    if (known->second.st_size == copy.file->st_size &&
+        contents(path) == contents(server.boot_area.path + "/" + program))
+        return;
+    // What belongs to no program that is laid out here may be a program of its own.
+    const std::string begins = contents(path);
+    const bool is_part = contents(server.boot_area.path + "/" + program).starts_with(begins);
+    if (!is_part && !has_link_of_same_client(server, client, name))
+        return;
+    found.push_back({.severity = is_part ? Severity::error : Severity::warning,
+                     .stage = Stage::boot_program,
+                     .client = client.name,
+                     .where = path,
+                     .what = is_part ? "it is a part of the boot program " + program + ", not a link to it"
+                                     : "it is a copy and differs from the boot program " + program +
+                                           ", to which the client's other link leads",
+                     .why = client.name + " loads another program than it should, or half of one",
+                     .repair = make_link(server, name, program)});
 }
 
 } // namespace
@@ -246,7 +284,8 @@ Findings boot_area_of_client(const Snapshot &server, const CheckedClient &client
     Findings found;
     const BootArea &area = server.boot_area;
     struct stat directory {};
-    if (client.digits.empty() || stat(area.path.c_str(), &directory) != 0 || !S_ISDIR(directory.st_mode))
+    if (client.digits.empty() || client.kind == ClientKind::rpl || stat(area.path.c_str(), &directory) != 0 ||
+        !S_ISDIR(directory.st_mode))
         return found;
     bool plain = false, with_architecture = false;
     std::string program, lower;
@@ -259,6 +298,7 @@ Findings boot_area_of_client(const Snapshot &server, const CheckedClient &client
             program = link.target;
         check_name(found, server, client, name, link);
         check_architecture(found, server, client, name, link);
+        check_copy(found, server, client, name, link);
     }
     const std::string low = base::lower_case(client.digits);
     if (const auto at = area.names.find(low); at != area.names.end() && low != client.digits)

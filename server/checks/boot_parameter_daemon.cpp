@@ -12,7 +12,7 @@ namespace hostadm::server {
 
 namespace {
 
-constexpr std::uint32_t program = 100026, version = 1;
+constexpr std::uint32_t program = 100026, version = 1, loopback = 0x7f000001;
 constexpr const char *nothing = "no client gets an answer when it asks for its name and its root";
 
 // An address of this server in a client's network.
@@ -38,14 +38,19 @@ Finding wrong(const Snapshot &server, const Daemon &daemon, const std::string &w
             .repair = "kill " + std::to_string(daemon.process.pid) + "; sleep 1; " + start(server)};
 }
 
-std::vector<const Daemon *> daemons(const Snapshot &server) {
-    return server.daemons.named({"rpc.bootparamd", "bootparamd"});
-}
-
 bool has_udp_port(const Daemon &daemon, std::uint16_t port) {
     return std::any_of(daemon.sockets.begin(), daemon.sockets.end(), [&](const Socket &socket) {
         return socket.kind == Socket::Kind::udp && socket.port == port;
     });
+}
+
+// The first is the one that clients are led to: of several the last started has taken over the registration.
+std::vector<const Daemon *> daemons(const Snapshot &server) {
+    auto running = server.daemons.named({"rpc.bootparamd", "bootparamd"});
+    if (const auto port = server.rpc.port_of(program, version, false))
+        std::stable_partition(running.begin(), running.end(),
+                              [&](const Daemon *one) { return has_udp_port(*one, *port); });
+    return running;
 }
 
 } // namespace
@@ -79,8 +84,8 @@ Findings boot_parameter_daemon_of_server(const Snapshot &server) {
         found.push_back(
             wrong(server, daemon,
                   "rpcbind has it at port " + std::to_string(*port) + ", where it does not listen"));
-    } else if (const Answer answer = ask_null_procedure(program, version, false, *port);
-               answer != Answer::answered) {
+    } else if (const Answer answer = server.live.null_procedure(program, version, false, *port);
+               answer != Answer::answered && !is_filtered_here(server, "udp", *port, loopback)) {
         found.push_back(wrong(server, daemon, "it does not answer"));
     }
     return found;

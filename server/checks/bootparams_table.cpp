@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <map>
 #include <set>
+#include <sys/stat.h>
 #include <system_error>
 
 #include "base/text.hpp"
@@ -69,21 +70,22 @@ std::string set_item(const CheckedClient &client, const std::string &key, const 
 
 // A server's name that the client can use: one with an address in the client's network.
 std::string good_server_name(const Snapshot &server, const CheckedClient &client) {
-    for (const KeyLine &line : server.hosts.lines)
-        if (line.is_ipv4() && !line.names.empty() && server.network.is_own(ipv4_number(line.value)) &&
-            ipv4_number(line.value) >> 24 != 127 &&
-            server.network.in_network_of(ipv4_number(line.value)) ==
-                server.network.in_network_of(client.number))
-            return line.names.front();
+    const Interface *interface = server.network.in_network_of(client.number);
+    if (interface == nullptr)
+        return {};
+    for (const Subnet &net : interface->addresses)
+        if (const auto lines = server.hosts.with_value(ipv4_value(ipv4_text(net.address))); !lines.empty())
+            return lines.front()->names.front();
     return {};
 }
 
 // The address of this server in a client's network, or any but the loopback's.
 std::string good_address(const Snapshot &server, const CheckedClient &client) {
-    const Interface *interface = server.network.in_network_of(client.number);
-    return interface == nullptr || interface->addresses.empty()
-               ? "ADDRESS"
-               : ipv4_text(interface->addresses.front().address);
+    if (const Interface *interface = server.network.in_network_of(client.number))
+        for (const Subnet &net : interface->addresses)
+            if (net.holds(client.number))
+                return ipv4_text(net.address);
+    return "ADDRESS";
 }
 
 // Whether the router that clients are told leads to this server's other networks.
@@ -95,6 +97,22 @@ bool has_router(const Snapshot &server, const CheckedClient &client) {
     const auto address = server.address_of(router.value_or(server.host_name));
     return address && server.network.in_network_of(*address) != nullptr &&
            server.network.in_network_of(*address) == server.network.in_network_of(client.number);
+}
+
+// The command, to be followed by another, that takes a server's name from the lines of addresses that clients cannot
+// reach it at.
+std::string take_name_from_wrong_lines(const Snapshot &server, const std::string &name) {
+    std::string edits;
+    for (const KeyLine *line : server.hosts.with_name(name)) {
+        if (!line->is_ipv4())
+            continue;
+        const std::uint32_t number = ipv4_number(line->value);
+        if (server.network.is_own(number) && number >> 24 != 127)
+            continue;
+        edits += (edits.empty() ? "" : ";") + std::to_string(line->line) +
+                 (line->names.size() == 1 ? std::string("d") : "s/[[:blank:]]" + name + "\\b//");
+    }
+    return edits.empty() ? "" : "sed -i '" + edits + "' " + server.hosts.file.path + " && ";
 }
 
 void check_server(Findings &found, const Snapshot &server, const CheckedClient &client, const BootItem &item,
@@ -116,13 +134,7 @@ void check_server(Findings &found, const Snapshot &server, const CheckedClient &
         return;
     }
     if (*address >> 24 == 127) {
-        std::string lines;
-        for (const KeyLine *line : server.hosts.with_name(item.server))
-            if (line->is_ipv4() && ipv4_number(line->value) >> 24 == 127)
-                lines = std::to_string(line->line);
-        const std::string remove = lines.empty() ? ""
-                                                 : "sed -i '" + lines + "s/[[:blank:]]" + item.server +
-                                                       "\\b//' " + server.hosts.file.path + " && ";
+        const std::string remove = take_name_from_wrong_lines(server, item.server);
         add_defect(found, server, client,
                    "the server of " + item.key + ", " + item.server + ", has the address " +
                        ipv4_text(*address) + " here",
@@ -147,7 +159,8 @@ void check_server(Findings &found, const Snapshot &server, const CheckedClient &
                            ipv4_text(*address) + ", which is none of this server's",
                        client.name + " would look for its " + item.key + " there, and it lies here",
                        name.empty() || name == item.server
-                           ? "hostadm run database/set_host hostname=" + item.server +
+                           ? take_name_from_wrong_lines(server, item.server) +
+                                 "hostadm run database/set_host hostname=" + item.server +
                                  " address=" + good_address(server, client)
                            : change,
                        Severity::error, stage);
@@ -183,6 +196,49 @@ void check_item(Findings &found, const Snapshot &server, const CheckedClient &cl
     check_server(found, server, client, item, stage);
 }
 
+// Gives a name of a shared file or directory one of its own.
+std::string separate(const Snapshot &server, const std::string &path, const struct stat &there) {
+    if (S_ISDIR(there.st_mode)) {
+        const Mount *mount = mount_of(server.mounts, path);
+        return mount != nullptr && mount->point == path ? "umount " + path
+                                                        : "cp -a " + path + "/. " + path + ".own && rm " +
+                                                              path + " && mv " + path + ".own " + path;
+    }
+    return "cp -a --sparse=always " + path + " " + path + ".own && mv " + path + ".own " + path;
+}
+
+// What a client that installs itself is told beside its root: directories that it mounts.
+void check_install(Findings &found, const Snapshot &server, const CheckedClient &client,
+                   const BootItem &item) {
+    const auto add = [&](const std::string &what, const std::string &repair) {
+        found.push_back({.stage = Stage::start,
+                         .client = client.name,
+                         .where = server.place_of(client),
+                         .what = what,
+                         .why = client.name + " starts and finds nothing to install",
+                         .repair = repair});
+    };
+    const std::string name = item.key + ", " + item.server + ":" + item.path;
+    std::error_code error;
+    if (!item.has_server || item.server.empty() || !item.path.starts_with('/')) {
+        add(item.text + " names no server and path", set_item(client, item.key, server.host_name, "PATH"));
+    } else if (!server.address_of(item.server)) {
+        add("the server of " + name + ", has no address here",
+            set_item(client, item.key, server.host_name, item.path));
+    } else if (server.is_this_server(item.server) && !fs::exists(item.path, error)) {
+        add("the " + name + ", is not there", set_item(client, item.key, item.server, "PATH"));
+    } else if (server.is_this_server(item.server) && fs::is_directory(item.path, error)) {
+        bool reads = false;
+        for (fs::path above = item.path; above.has_relative_path() && !reads; above = above.parent_path())
+            if (const auto share = server.shares.find(above); share != server.shares.end())
+                reads = access_by_options(share->second, client.caller).read;
+        const Export *exported = export_of(server.exports, item.path);
+        if (!reads && (exported == nullptr || !access_by_export(*exported, client.caller).read))
+            add("the " + name + ", is not shared to " + client.name,
+                "hostadm run filesystem/share pathname=" + item.path + " options=ro,anon=0");
+    }
+}
+
 } // namespace
 
 Findings bootparams_of_server(const Snapshot &server) {
@@ -197,6 +253,7 @@ Findings bootparams_of_server(const Snapshot &server) {
     Findings found = odd_line_ends(table);
     // Who uses which root, swap and dump.
     std::map<std::string, std::pair<std::string, std::string>> users;
+    std::map<std::pair<dev_t, ino_t>, std::pair<std::string, std::string>> users_of_file;
     for (const BootLine &line : table.lines) {
         const CheckedClient *client = server.client(line.name);
         if (line.name.find_first_of("=") != line.name.npos) {
@@ -246,6 +303,24 @@ Findings bootparams_of_server(const Snapshot &server) {
             const BootItem *item = line.item(key);
             if (item == nullptr || !item->path.starts_with('/'))
                 continue;
+            // One file may have two names, by links or mounts.
+            struct stat there {};
+            if (stat(item->path.c_str(), &there) == 0 && !users.contains(item->path)) {
+                const auto [other, first] =
+                    users_of_file.try_emplace({there.st_dev, there.st_ino}, line.name, key);
+                if (!first && base::lower_case(other->second.first) != base::lower_case(line.name) &&
+                    (std::string_view(key) == "root" || !S_ISDIR(there.st_mode)))
+                    found.push_back(
+                        {.severity = Severity::error,
+                         .stage = item->key == "root" ? Stage::root : Stage::swap,
+                         .client = line.name,
+                         .where = item->path,
+                         .what = "the " + std::string(key) + " of " + line.name + " and the " +
+                                 other->second.second + " of " + other->second.first +
+                                 " are the same, by a link or a mount",
+                         .why = "two clients that use one " + std::string(key) + " destroy each other's data",
+                         .repair = separate(server, item->path, there)});
+            }
             const auto [user, fresh] = users.try_emplace(item->path, line.name, key);
             // A directory may hold the swap files of many; the same root or file may not be used twice.
             std::error_code error;
@@ -297,9 +372,13 @@ Findings bootparams_of_client(const Snapshot &server, const CheckedClient &clien
     for (const char *key : {"root", "swap", "dump"})
         if (const BootItem *item = entry.item(key))
             check_item(found, server, client, *item);
+    for (const char *key : {"install", "install_config", "sysid_config"})
+        if (const BootItem *item = entry.item(key); item != nullptr && item->text.ends_with(item->path))
+            check_install(found, server, client, *item);
     // What boots from its own disk asks for other things.
-    const bool asks_for_root = entry.item("install") == nullptr && entry.item("boottype") == nullptr &&
-                               entry.item("ROOT") == nullptr && entry.item("Root") == nullptr;
+    const bool asks_for_root = client.kind != ClientKind::dataless && client.kind != ClientKind::diskfull &&
+                               client.kind != ClientKind::install && entry.item("ROOT") == nullptr &&
+                               entry.item("Root") == nullptr;
     if (entry.item("root") == nullptr && asks_for_root)
         add_defect(found, server, client, client.name + " has no root",
                    "rpc.bootparamd gives no answer when " + client.name + " asks for its root",

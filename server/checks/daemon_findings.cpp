@@ -28,7 +28,10 @@ std::optional<Finding> defect_of_daemon(const Wanted &wanted) {
     }
     if (daemon.stopped()) {
         finding.what = wanted.name + " is stopped and answers nobody";
-        finding.repair = "kill -CONT " + pid;
+        finding.repair = "kill -CONT";
+        for (const Daemon *one : wanted.found)
+            if (one->stopped())
+                finding.repair += " " + std::to_string(one->process.pid);
         return finding;
     }
     if (daemon.other_network) {

@@ -54,7 +54,7 @@ Findings disk_space_of_server(const Snapshot &server) {
                 "no client can write there, among them " + use.client, "mount -o remount,rw " + point);
             continue;
         }
-        const Room room = room_at(use.path);
+        const Room room = server.live.room_at(use.path);
         if (!room.known)
             continue;
         if (room.free_bytes < little)

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: MIT
 // The interfaces at which clients ask, and the ways back to them.
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <net/if.h>
 #include <set>
 
 #include "base/files.hpp"
+#include "base/program.hpp"
 #include "base/text.hpp"
 #include "server/checks/subjects.hpp"
 
@@ -50,6 +53,46 @@ int setting(const std::string &interface, const std::string &name) {
                     std::atoi(base::file_contents(folder + "all/" + name).c_str()));
 }
 
+// The number of a rule that forbids to send to an address, in the policy that stands above all tables of routes.
+std::string forbidding_rule(std::uint32_t address) {
+    const base::Answer answer =
+        base::run_and_listen({.words = {"ip", "-4", "rule", "list"}, .search = true, .time_limit = 2});
+    std::string number;
+    base::for_each_line(answer.output, [&](std::string_view line) {
+        // "PREF: from SOURCE [to DESTINATION] ... ACTION"
+        const auto words = base::words_of(line);
+        if (!number.empty() || words.size() < 4 ||
+            (words.back() != "prohibit" && words.back() != "unreachable" && words.back() != "blackhole"))
+            return;
+        const auto to = std::find(words.begin(), words.end(), "to");
+        if (to != words.end() && to + 1 != words.end()) {
+            const std::string network(to[1]);
+            const std::size_t slash = std::min(network.find('/'), network.size());
+            const std::string value = ipv4_value(network.substr(0, slash));
+            const int bits = slash == network.size() ? 32 : std::atoi(network.c_str() + slash + 1);
+            const std::uint32_t mask = bits <= 0 ? 0 : ~0u << (32 - std::min(bits, 32));
+            if (value.empty() || (ipv4_number(value) & mask) != (address & mask))
+                return;
+        }
+        number = words[0].substr(0, words[0].find(':'));
+    });
+    return number;
+}
+
+bool leads_elsewhere(const Snapshot &server, const CheckedClient &client, const Interface &interface,
+                     const Route &route) {
+    if (route.interface == interface.name)
+        return false;
+    // Two interfaces of one network are as good.
+    for (const Interface &other : server.network.interfaces)
+        if (other.name == route.interface)
+            for (const Subnet &net : other.addresses)
+                if (net.holds(client.number))
+                    return false;
+    // An address without a network, as with a provider's, is reached through a gateway.
+    return route.gateway == 0;
+}
+
 } // namespace
 
 Findings interfaces_of_server(const Snapshot &server) {
@@ -81,6 +124,9 @@ Findings interfaces_of_server(const Snapshot &server) {
             add("it answers no ARP request (arp_ignore)",
                 "sysctl -w net.ipv4.conf." + name + ".arp_ignore=0 net.ipv4.conf.all.arp_ignore=0",
                 "clients do not find this server after their reverse ARP");
+        if (const auto limit = server.network.throttled.find(name); limit != server.network.throttled.end())
+            add("what leaves at it is thrown away or held up: " + limit->second,
+                "tc qdisc del dev " + name + " root", "no boot program reaches a client at it");
         // Two that are alike answer each other's clients.
         for (const Interface &other : server.network.interfaces)
             for (const Subnet &net : other.addresses)
@@ -103,7 +149,7 @@ Findings interfaces_of_client(const Snapshot &server, const CheckedClient &clien
         return {no_network(server, client)};
     if ((interface->flags & IFF_UP) == 0)
         return {}; // told once, for all of its clients
-    const Way way = way_to(client.number);
+    const Way way = server.live.way_to(client.number);
     Finding finding{.stage = Stage::boot_program, .client = client.name, .where = "routes"};
     if (way.error != 0 && way.error != EPERM) {
         finding.what = "there is no way to " + client.address + ": " + std::strerror(way.error);
@@ -114,6 +160,20 @@ Findings interfaces_of_client(const Snapshot &server, const CheckedClient &clien
                 networks = ipv4_text(net.first()) + "/" + std::to_string(__builtin_popcount(net.mask)) +
                            " dev " + interface->name + " src " + ipv4_text(net.address);
         finding.repair = "ip route flush root " + client.address + "/32; ip route replace " + networks;
+        if (const std::string rule = forbidding_rule(client.number); !rule.empty()) {
+            finding.what += ", by the rule " + rule + " of the routes' policy (ip rule list)";
+            finding.repair = "ip rule del pref " + rule;
+        }
+        return {finding};
+    }
+    if (const Route *route = server.network.routes.towards(client.number);
+        route != nullptr && leads_elsewhere(server, client, *interface, *route)) {
+        finding.what = "the route to " + client.address + " leads to " + route->interface + ", and " +
+                       client.name + " is at " + interface->name;
+        finding.why = "no answer but the first, by reverse ARP, reaches " + client.name;
+        finding.repair = "ip route del " + client.address + " dev " + route->interface +
+                         " || ip route del $(ip route get " + client.address +
+                         " | head -n 1 | cut -d ' ' -f 1) dev " + route->interface;
         return {finding};
     }
     for (const Subnet &net : interface->addresses)

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
+#include <cstdlib>
 #include <ifaddrs.h>
 #include <memory>
 #include <net/if.h>
@@ -13,6 +15,7 @@
 
 #include "base/descriptor.hpp"
 #include "base/files.hpp"
+#include "base/program.hpp"
 #include "base/text.hpp"
 #include "server/checks/system_tables.hpp"
 
@@ -95,7 +98,69 @@ bool Network::is_own(std::uint32_t address) const {
 }
 
 Network read_network(const std::string &proc) {
-    return {read_interfaces(), read_neighbours(proc)};
+    const base::Answer qdiscs =
+        base::run_and_listen({.words = {"tc", "qdisc", "show"}, .search = true, .time_limit = 2});
+    return {read_interfaces(), read_neighbours(proc), read_routes(proc), parse_throttled(qdiscs.output)};
+}
+
+void Routes::add(std::uint32_t destination, std::uint32_t mask, Route route) {
+    // Of several the first has the smallest metric.
+    by_mask_[mask].try_emplace(destination & mask, std::move(route));
+}
+
+const Route *Routes::towards(std::uint32_t address) const {
+    for (const auto &[mask, routes] : by_mask_)
+        if (const auto found = routes.find(address & mask); found != routes.end())
+            return &found->second;
+    return nullptr;
+}
+
+// "INTERFACE DESTINATION GATEWAY FLAGS REFERENCES USE METRIC MASK ..." below a heading; addresses as the number that
+// their bytes make on this machine.
+Routes read_routes(const std::string &proc) {
+    Routes routes;
+    base::for_each_line(base::file_contents(proc + "/net/route"), [&](std::string_view line) {
+        const auto words = base::words_of(line);
+        if (words.size() < 8 || words[0] == "Iface")
+            return;
+        const auto number = [&](std::size_t column) {
+            std::uint32_t value = 0;
+            std::from_chars(words[column].data(), words[column].data() + words[column].size(), value, 16);
+            return ntohl(value);
+        };
+        constexpr std::uint32_t up = 1, reject = 0x200;
+        std::uint32_t flags = 0;
+        std::from_chars(words[3].data(), words[3].data() + words[3].size(), flags, 16);
+        if ((flags & up) != 0 && (flags & reject) == 0)
+            routes.add(number(1), number(7), {std::string(words[0]), number(2)});
+    });
+    return routes;
+}
+
+// What throws packets away, or lets none pass that is as large as a boot program's blocks. Nothing: none does.
+std::map<std::string, std::string> parse_throttled(std::string_view qdiscs) {
+    std::map<std::string, std::string> found;
+    base::for_each_line(qdiscs, [&](std::string_view line) {
+        // "qdisc KIND HANDLE dev INTERFACE root ... rate 1Kbit burst 10b ..."
+        const auto words = base::words_of(line);
+        const auto after = [&](std::string_view name) {
+            const auto at = std::find(words.begin(), words.end(), name);
+            return at == words.end() || at + 1 == words.end() ? std::string() : std::string(at[1]);
+        };
+        if (words.size() < 5 || words[3] != "dev")
+            return;
+        const std::string rate = after("rate"), burst = after("burst"), loss = after("loss");
+        // In the units that tc prints: "10b", "1Kb", "1600b"; "1Kbit", "800bit".
+        const bool slow = rate.ends_with("bit") && !rate.ends_with("Mbit") && !rate.ends_with("Gbit") &&
+                          (!rate.ends_with("Kbit") || std::atoi(rate.c_str()) < 64);
+        const bool narrow = burst.ends_with("b") && !burst.ends_with("Kb") && !burst.ends_with("Mb") &&
+                            std::atoi(burst.c_str()) < 600;
+        if ((words[1] == "tbf" && (slow || narrow)) ||
+            (words[1] == "netem" && std::atoi(loss.c_str()) >= 5) ||
+            ((words[1] == "pfifo" || words[1] == "bfifo") && after("limit").starts_with('0')))
+            found.emplace(words[4], line.substr(0, line.find_last_not_of(' ') + 1));
+    });
+    return found;
 }
 
 // A socket that is bound to a peer tells which way the kernel would take; nothing is sent.

@@ -61,9 +61,10 @@ void check_answers(Findings &found, const Snapshot &server, const std::vector<co
                                          : " is not registered with rpcbind, which was started anew since")));
         return;
     }
-    const Answer answer =
-        tcp ? ask_null_procedure(program, 3, true, *tcp) : ask_null_procedure(program, 3, false, *udp);
-    if (answer != Answer::answered)
+    const Answer answer = server.live.null_procedure(program, 3, tcp.has_value(), tcp ? *tcp : *udp);
+    constexpr std::uint32_t loopback = 0x7f000001;
+    if (answer != Answer::answered &&
+        !is_filtered_here(server, tcp ? "tcp" : "udp", tcp ? *tcp : *udp, loopback))
         found.push_back(
             wrong(server, running,
                   std::string(what) + " does not answer at port " + std::to_string(tcp ? *tcp : *udp)));

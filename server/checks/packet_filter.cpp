@@ -4,9 +4,12 @@
 #include <algorithm>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <unistd.h>
 
+#include "base/files.hpp"
 #include "base/program.hpp"
+#include "server/checks/iptables_rules.hpp"
 #include "server/checks/system_tables.hpp"
 
 namespace hostadm::server {
@@ -14,6 +17,8 @@ namespace hostadm::server {
 namespace {
 
 using Json = nlohmann::json;
+
+constexpr const char *iptables_in_nftables = "iptables-nft";
 
 enum class Truth { no, maybe, yes };
 
@@ -29,6 +34,7 @@ struct Chain {
     std::string family, table, name, hook, device, policy;
     int priority = 0;
     bool nat = false;
+    std::string command; // of iptables, that changes it; empty: nft
     std::vector<Json> rules;
 };
 
@@ -238,28 +244,56 @@ public:
 private:
     static std::string scope_of(const Chain &chain) { return chain.family + " " + chain.table + " "; }
     static std::string name_of(const Chain &chain) {
+        if (!chain.command.empty())
+            return "chain " + chain.name + " of " + chain.command;
         return "chain " + chain.name + " of the table " + chain.family + " " + chain.table;
+    }
+
+    // Between ports that are chosen anew each time only the client can be named.
+    bool is_between_chosen_ports() const {
+        return packet_.port == a_clients_port ? !packet_.established
+                                              : packet_.source_port == a_clients_port && packet_.established;
+    }
+
+    std::string iptables_words() const {
+        const bool in = packet_.direction == Packet::Direction::in;
+        if (is_between_chosen_ports())
+            return "-p " + packet_.protocol +
+                   (in ? " -s " + ipv4_text(packet_.source) : " -d " + ipv4_text(packet_.destination));
+        if (packet_.established)
+            return "-m conntrack --ctstate ESTABLISHED";
+        return "-p " + packet_.protocol + " --dport " + std::to_string(packet_.port);
     }
 
     Fate by_policy(const Chain &chain) {
         if (chain.policy != "drop")
             return Fate::passes;
-        std::string wanted =
-            packet_.protocol + " " +
-            (packet_.established && packet_.direction == Packet::Direction::out ? "sport " : "dport ") +
-            std::to_string(packet_.established && packet_.direction == Packet::Direction::out
-                               ? packet_.source_port
-                               : packet_.port);
-        if (packet_.established)
+        std::string wanted = packet_.protocol + " dport " + std::to_string(packet_.port);
+        if (is_between_chosen_ports())
+            wanted = packet_.direction == Packet::Direction::in
+                         ? "ip saddr " + ipv4_text(packet_.source) + " meta l4proto " + packet_.protocol
+                         : "ip daddr " + ipv4_text(packet_.destination) + " meta l4proto " + packet_.protocol;
+        else if (packet_.established)
             wanted = "ct state established";
         else if (packet_.port == 0)
             wanted = packet_.protocol == "arp" ? "" : "ether type " + packet_.protocol + " ";
+        if (!chain.command.empty()) {
+            dropped_ = {name_of(chain), "no rule there accepts such packets, and its policy is drop",
+                        chain.command + " -I " + chain.name + " " + iptables_words() + " -j ACCEPT"};
+            return Fate::dropped;
+        }
         dropped_ = {name_of(chain), "no rule there accepts such packets, and its policy is drop",
                     "nft insert rule " + scope_of(chain) + chain.name + " " + wanted + " accept"};
         return Fate::dropped;
     }
 
     Fate drop_by(const Chain &chain, const Json &rule, const char *how) {
+        if (!chain.command.empty()) {
+            const std::string words = rule.value("words", std::string());
+            dropped_ = {name_of(chain) + ": " + words, std::string("the rule ") + how + " such packets",
+                        chain.command + " -D " + words};
+            return Fate::dropped;
+        }
         const std::string handle = std::to_string(rule.value("handle", 0));
         dropped_ = {name_of(chain) + ", rule handle " + handle,
                     std::string("the rule ") + how + " such packets",
@@ -365,17 +399,38 @@ bool sees(const Chain &chain, const Packet &packet) {
 
 } // namespace
 
-PacketFilter parse_packet_filter(const std::string &json) {
-    const Json all = Json::parse(json, nullptr, false);
-    if (!all.is_object())
+namespace {
+
+// The tables that iptables keeps in nftables, in its own words; these are asked of iptables instead.
+bool is_table_of_iptables(const std::string &scope) {
+    static const std::set<std::string_view> tables = {"ip filter ", "ip nat ", "ip mangle ", "ip raw ",
+                                                      "ip security "};
+    return tables.contains(scope);
+}
+
+} // namespace
+
+PacketFilter parse_packet_filter(const std::string &json, const std::vector<SavedRules> &saved) {
+    Json all = Json::array();
+    if (const Json of_nftables = Json::parse(json, nullptr, false); of_nftables.is_object())
+        all = of_nftables.value("nftables", Json::array());
+    const bool without_its_tables = std::any_of(saved.begin(), saved.end(), [](const SavedRules &one) {
+        return one.command == iptables_in_nftables;
+    });
+    for (const SavedRules &one : saved)
+        for (Json &part : chains_of_iptables(one.text, one.command))
+            all.push_back(std::move(part));
+    if (all.empty())
         return {};
     auto rules = std::make_shared<PacketFilter::Rules>();
-    for (const Json &one : all.value("nftables", Json::array())) {
+    for (const Json &one : all) {
         if (!one.is_object() || one.empty())
             continue;
         const std::string kind = one.begin().key();
         const Json &object = one.begin().value();
         const std::string scope = text_in(object, "family") + " " + text_in(object, "table") + " ";
+        if (without_its_tables && is_table_of_iptables(scope))
+            continue;
         if (kind == "chain") {
             Chain &chain = rules->chains[scope + text_in(object, "name")];
             chain.family = text_in(object, "family");
@@ -384,6 +439,7 @@ PacketFilter parse_packet_filter(const std::string &json) {
             chain.hook = text_in(object, "hook");
             chain.device = text_in(object, "dev");
             chain.policy = text_in(object, "policy");
+            chain.command = text_in(object, "command");
             chain.nat = text_in(object, "type") == "nat";
             chain.priority =
                 object.contains("prio") && object["prio"].is_number() ? object["prio"].get<int>() : 0;
@@ -413,6 +469,17 @@ std::optional<Dropped> PacketFilter::drops(const Packet &packet) const {
     return std::nullopt;
 }
 
+namespace {
+
+void add_saved(std::vector<SavedRules> &saved, const std::string &command) {
+    base::Answer answer =
+        base::run_and_listen({.words = {"/usr/sbin/" + command + "-save"}, .time_limit = 2});
+    if (answer.ending.well())
+        saved.push_back({command, std::move(answer.output)});
+}
+
+} // namespace
+
 PacketFilter read_packet_filter() {
     PacketFilter filter;
     if (geteuid() != 0) {
@@ -421,13 +488,31 @@ PacketFilter read_packet_filter() {
     }
     const base::Answer answer =
         base::run_and_listen({.words = {"/usr/sbin/nft", "-j", "list", "ruleset"}, .time_limit = 2});
-    if (answer.ending.not_found())
-        return filter; // without nftables there are hardly any rules
-    if (!answer.ending.well()) {
+    if (!answer.ending.well() && !answer.ending.not_found()) {
         filter.unread = "nft " + base::in_words(answer.ending);
         return filter;
     }
-    return parse_packet_filter(answer.output);
+    std::vector<SavedRules> saved;
+    // It is asked only where it has rules: the question alone would make the kernel load its modules.
+    if (answer.output.find("\"xt\"") != std::string::npos)
+        add_saved(saved, iptables_in_nftables);
+    if (!base::file_contents("/proc/net/ip_tables_names").empty())
+        add_saved(saved, "iptables-legacy");
+    return parse_packet_filter(answer.output, saved);
+}
+
+PacketFilter read_packet_filter_at_boot() {
+    const auto is_enabled = [](const char *target) {
+        const std::string link = std::string("/etc/systemd/system/") + target + ".wants/nftables.service";
+        return access(link.c_str(), F_OK) == 0;
+    };
+    if (geteuid() != 0 || (!is_enabled("sysinit.target") && !is_enabled("multi-user.target")))
+        return {};
+    const base::Answer answer = base::run_and_listen(
+        {.words = {"/usr/bin/unshare", "--net", "/bin/sh", "-c",
+                   "/usr/sbin/nft -f /etc/nftables.conf && exec /usr/sbin/nft -j list ruleset"},
+         .time_limit = 2});
+    return answer.ending.well() ? parse_packet_filter(answer.output) : PacketFilter();
 }
 
 } // namespace hostadm::server

@@ -10,6 +10,9 @@
 
 namespace hostadm::server {
 
+// It stands for whatever port a client asks from.
+inline constexpr std::uint16_t a_clients_port = 1023;
+
 struct Packet {
     enum class Direction { in, out };
     Direction direction = Direction::in;
@@ -44,9 +47,17 @@ private:
     std::shared_ptr<const Rules> rules_;
 };
 
-// From the rules as nftables prints them for programs.
-PacketFilter parse_packet_filter(const std::string &json);
-// Asks nftables, if it is installed.
+// What the iptables-save of a command prints: iptables-nft, whose rules are kept by nftables, or iptables-legacy.
+struct SavedRules {
+    std::string command, text;
+};
+
+// From the rules as nftables prints them for programs, and those of iptables.
+PacketFilter parse_packet_filter(const std::string &json, const std::vector<SavedRules> &saved = {});
+// Asks nftables and iptables, as far as they are installed and have rules.
 PacketFilter read_packet_filter();
+// The rules that are loaded when this server boots, tried in a network of their own; none, when none are or when they
+// cannot be told from here.
+PacketFilter read_packet_filter_at_boot();
 
 } // namespace hostadm::server

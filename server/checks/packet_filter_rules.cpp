@@ -9,7 +9,7 @@ namespace hostadm::server {
 namespace {
 
 constexpr std::uint32_t bootparam_program = 100026, nfs_program = 100003, mount_program = 100005;
-constexpr std::uint16_t clients_port = 1023;
+constexpr std::uint16_t tftp_port = 69;
 
 struct Question {
     Packet packet;
@@ -31,11 +31,13 @@ std::vector<Question> questions(const Snapshot &server, const CheckedClient &cli
                          const std::string &what, bool broadcast = false) {
         Packet packet{
             Packet::Direction::in, protocol, interface.name, client.number, broadcast ? everyone : own,
-            clients_port,          port,     false,          broadcast};
+            a_clients_port,        port,     false,          broadcast};
         all.push_back({packet, stage, what, ""});
         const Packet answer{Packet::Direction::out, protocol, interface.name, own, client.number, port,
-                            clients_port,           true,     false};
-        all.push_back({answer, stage, "the answer to " + what, ""});
+                            a_clients_port,         true,     false};
+        // TFTP answers from a port of its own.
+        if (port != tftp_port)
+            all.push_back({answer, stage, "the answer to " + what, ""});
     };
     const Packet reverse{Packet::Direction::in, "rarp", interface.name, 0, 0, 0, 0, false, true};
     all.push_back({reverse, Stage::address, "reverse ARP", ""});
@@ -44,16 +46,16 @@ std::vector<Question> questions(const Snapshot &server, const CheckedClient &cli
     const Packet arp_answer{
         Packet::Direction::out, "arp", interface.name, own, client.number, 0, 0, false, false};
     all.push_back({arp_answer, Stage::boot_program, "ARP", ""});
-    ask("udp", 69, Stage::boot_program, "the question for its boot program (TFTP, port 69)");
+    ask("udp", tftp_port, Stage::boot_program, "the question for its boot program (TFTP, port 69)");
     // The file itself comes from, and is acknowledged to, ports that nobody knows before.
     constexpr std::uint16_t any_port = 40000;
-    all.push_back({{Packet::Direction::out, "udp", interface.name, own, client.number, any_port, clients_port,
-                    false, false},
+    all.push_back({{Packet::Direction::out, "udp", interface.name, own, client.number, any_port,
+                    a_clients_port, false, false},
                    Stage::boot_program,
                    "the boot program itself (TFTP)",
                    ""});
-    all.push_back({{Packet::Direction::in, "udp", interface.name, client.number, own, clients_port, any_port,
-                    true, false},
+    all.push_back({{Packet::Direction::in, "udp", interface.name, client.number, own, a_clients_port,
+                    any_port, true, false},
                    Stage::boot_program,
                    "what acknowledges the boot program (TFTP)",
                    ""});
@@ -71,23 +73,46 @@ std::vector<Question> questions(const Snapshot &server, const CheckedClient &cli
 
 } // namespace
 
+bool is_filtered_here(const Snapshot &server, const std::string &protocol, std::uint16_t port,
+                      std::uint32_t address) {
+    constexpr std::uint16_t any_port = 40000;
+    const Packet question{
+        Packet::Direction::in, protocol, "lo", address, address, any_port, port, false, false};
+    Packet leaves = question;
+    leaves.direction = Packet::Direction::out;
+    return server.filter.drops(question) || server.filter.drops(leaves);
+}
+
 Findings packet_filter_of_client(const Snapshot &server, const CheckedClient &client) {
     Findings found;
     const Interface *interface = server.network.in_network_of(client.number);
-    if (server.filter.empty() || interface == nullptr)
+    if (interface == nullptr || (server.filter.empty() && server.filter_at_boot.empty()))
         return found;
     // One rule may stop several steps: the first tells of it.
     std::set<std::string> told;
+    bool told_of_boot = false;
     for (const Question &question : questions(server, client, *interface)) {
         const auto dropped = server.filter.drops(question.packet);
-        if (!dropped || !told.insert(dropped->repair).second)
+        if (dropped && told.insert(dropped->repair).second)
+            found.push_back({.stage = question.stage,
+                             .client = client.name,
+                             .where = dropped->where,
+                             .what = "the packet filter drops " + question.what + ": " + dropped->what,
+                             .why = client.name + " gets no answer at this step",
+                             .repair = dropped->repair});
+        const auto later = server.filter_at_boot.drops(question.packet);
+        if (dropped || !later || told_of_boot)
             continue;
-        found.push_back({.stage = question.stage,
+        told_of_boot = true;
+        found.push_back({.severity = Severity::warning,
+                         .stage = Stage::reboot,
                          .client = client.name,
-                         .where = dropped->where,
-                         .what = "the packet filter drops " + question.what + ": " + dropped->what,
-                         .why = client.name + " gets no answer at this step",
-                         .repair = dropped->repair});
+                         .where = "/etc/nftables.conf",
+                         .what = later->where + ", as it is loaded at boot, drops " + question.what +
+                                 ", which passes now",
+                         .why = client.name + " gets no answer after this server has booted",
+                         .repair = "{ echo '#!/usr/sbin/nft -f'; echo 'flush ruleset'; nft list ruleset; } "
+                                   ">/etc/nftables.conf"});
     }
     return found;
 }

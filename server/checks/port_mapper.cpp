@@ -67,6 +67,17 @@ Findings port_mapper_of_server(const Snapshot &server) {
                               "a client that asks by TCP does not find the NFS server"));
     if (!found.empty())
         return found;
+    constexpr std::uint32_t loopback = 0x7f000001;
+    if (is_filtered_here(server, "tcp", mapper_port, loopback))
+        return found; // it could not be asked
+    if (server.rpc.mapper != RpcAnswers::Mapper::answered && is_denied(server, "rpcbind", loopback)) {
+        found.push_back(wrong(daemon, "it turns this server itself away",
+                              "no daemon that is started from now on can register with it"));
+        found.back().where = "/etc/hosts.deny";
+        found.back().repair = "sed -i '1i rpcbind: 127.0.0.1' /etc/hosts.allow 2>/dev/null || "
+                              "printf 'rpcbind: 127.0.0.1\\n' >>/etc/hosts.allow";
+        return found;
+    }
     if (server.rpc.mapper == RpcAnswers::Mapper::silent)
         found.push_back(wrong(daemon, "it does not answer"));
     else if (server.rpc.mapper == RpcAnswers::Mapper::refused)

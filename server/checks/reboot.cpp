@@ -255,6 +255,83 @@ void check_places(Findings &found, const Snapshot &server) {
     }
 }
 
+// What ifupdown gives the interfaces at boot.
+struct Configured {
+    std::string place; // of its first line
+    bool is_static = false, comes_up = false;
+    std::vector<std::string> addresses;
+};
+
+std::vector<std::string> network_files() {
+    std::vector<std::string> files{"/etc/network/interfaces"};
+    std::error_code error;
+    for (fs::directory_iterator entry("/etc/network/interfaces.d", error), end; !error && entry != end;
+         entry.increment(error))
+        files.push_back(entry->path());
+    return files;
+}
+
+std::map<std::string, Configured> configured_interfaces() {
+    std::map<std::string, Configured> all;
+    for (const std::string &file : network_files()) {
+        std::size_t number = 0;
+        Configured *current = nullptr;
+        base::for_each_line(base::file_contents(file), [&](std::string_view line) {
+            ++number;
+            const auto words = base::words_of(line.substr(0, line.find('#')));
+            if (words.empty())
+                return;
+            if (words[0] == "auto" || words[0].starts_with("allow-")) {
+                for (std::size_t i = 1; i < words.size(); ++i)
+                    all[std::string(words[i])].comes_up = true;
+                current = nullptr;
+            } else if (words[0] == "iface" && words.size() > 3) {
+                current = words[2] == "inet" ? &all[std::string(words[1])] : nullptr;
+                if (current != nullptr && current->place.empty())
+                    current->place = file + ":" + std::to_string(number);
+                if (current != nullptr)
+                    current->is_static = words[3] == "static";
+            } else if (words[0] == "mapping" || words[0] == "source" || words[0] == "source-directory") {
+                current = nullptr;
+            } else if (current != nullptr && words[0] == "address" && words.size() > 1) {
+                current->addresses.emplace_back(words[1].substr(0, words[1].find('/')));
+            }
+        });
+    }
+    return all;
+}
+
+// An interface that serves clients now and is set up otherwise at boot. What is not named there is set up by
+// something else.
+void check_interfaces(Findings &found, const Snapshot &server) {
+    std::set<std::string> told;
+    const auto configured = configured_interfaces();
+    for (const CheckedClient &client : server.clients) {
+        const Interface *interface = server.network.in_network_of(client.number);
+        const auto at_boot = interface == nullptr ? configured.end() : configured.find(interface->name);
+        if (at_boot == configured.end() || !at_boot->second.is_static || !told.insert(interface->name).second)
+            continue;
+        std::string now;
+        for (const Subnet &net : interface->addresses)
+            if (net.holds(client.number))
+                now = ipv4_text(net.address);
+        const auto &addresses = at_boot->second.addresses;
+        const std::size_t colon = at_boot->second.place.rfind(':');
+        const std::string file = at_boot->second.place.substr(0, colon);
+        if (std::find(addresses.begin(), addresses.end(), now) == addresses.end() && !addresses.empty())
+            found.push_back(lost(
+                at_boot->second.place,
+                interface->name + " has the address " + now + " now, and " + addresses.front() + " at boot",
+                "no client in the network of " + client.name + " is answered",
+                "sed -i '/^[[:blank:]]*address/s/" + addresses.front() + "/" + now + "/' " + file));
+        else if (!at_boot->second.comes_up)
+            found.push_back(lost(at_boot->second.place,
+                                 interface->name + " is up now, and not set up at boot",
+                                 "no client in the network of " + client.name + " is answered",
+                                 "sed -i '1i auto " + interface->name + "' " + file));
+    }
+}
+
 } // namespace
 
 Findings reboot_of_server(const Snapshot &server) {
@@ -265,6 +342,7 @@ Findings reboot_of_server(const Snapshot &server) {
     check_defaults(found, server);
     check_mounts(found, server);
     check_places(found, server);
+    check_interfaces(found, server);
     return found;
 }
 

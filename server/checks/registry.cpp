@@ -56,6 +56,8 @@ const std::vector<Check> &all_checks() {
          boot_area_of_server, boot_area_of_client},
         {"tftp", "the TFTP daemon: running, its options, its directory, whether it hands out a boot program",
          tftp_of_server, nullptr},
+        {"rpl", "rpld and /rplboot: running, links and programs of the clients that boot by RPL",
+         rpl_of_server, rpl_of_client},
         {"port-mapper", "rpcbind: running, whether it hears and hands on broadcasts, whether it answers",
          port_mapper_of_server, nullptr},
         {"boot-parameter-daemon", "rpc.bootparamd: running, registered, answering, its table and its router",

@@ -2,9 +2,12 @@
 // A client's root: what it needs of it to start. Everything in it is read as the client sees it, and can change
 // while it is read.
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <elf.h>
+#include <sys/sysmacros.h>
 
 #include "base/text.hpp"
 #include "server/checks/subjects.hpp"
@@ -71,6 +74,18 @@ private:
     }
 
     Findings empty() {
+        // Something that is mounted over it hides what lies there.
+        const Mount *mount = mount_of(server_.mounts, client_.root);
+        if (mount != nullptr && mount->point == client_.root) {
+            found_.push_back({.stage = Stage::root,
+                              .client = client_.name,
+                              .where = client_.root,
+                              .what = "an empty file system, " + mount->source + " of type " + mount->type +
+                                      ", is mounted over the root of " + client_.name,
+                              .why = client_.name + " finds none of its files",
+                              .repair = "umount " + client_.root});
+            return std::move(found_);
+        }
         found_.push_back({.stage = Stage::root,
                           .client = client_.name,
                           .where = client_.root,
@@ -149,6 +164,13 @@ private:
         if ((file->st_mode & 0111) == 0)
             return {"may not be executed", "chmod a+x " + full};
         const std::string head = view_.read(program, head_of_program).value_or("");
+        if (head.find_first_not_of('\0') == head.npos && !head.empty())
+            return {"holds nothing but zeros", copy};
+        if (is_text(head) && !head.starts_with("#!"))
+            return {"is a text that does not begin with #! and its interpreter", copy};
+        if (const std::string other = machine_of_shell();
+            depth == 0 && is_elf(head) && !other.empty() && machine_of(head) != other)
+            return {"is a program for another machine than the shell in the root", copy};
         const std::string interpreter = interpreter_of(head);
         constexpr int deepest = 3;
         if (interpreter.empty() || depth >= deepest)
@@ -159,6 +181,27 @@ private:
         const Defect inner = defect_of_program(interpreter.substr(1), depth + 1);
         return inner.what.empty() ? Defect{}
                                   : Defect{"needs " + interpreter + ", which " + inner.what, inner.repair};
+    }
+
+    static bool is_text(const std::string &head) {
+        return std::all_of(head.begin(), head.end(), [](const char c) {
+            return std::isspace(static_cast<unsigned char>(c)) != 0 ||
+                   (static_cast<unsigned char>(c) >= ' ' && c != 0x7f);
+        });
+    }
+    static bool is_elf(const std::string &head) {
+        return head.size() > EI_NIDENT + 4 && std::memcmp(head.data(), ELFMAG, SELFMAG) == 0;
+    }
+    // Word size, byte order and processor.
+    static std::string machine_of(const std::string &head) {
+        constexpr std::size_t machine = offsetof(Elf64_Ehdr, e_machine);
+        return head.substr(EI_CLASS, 2) + head.substr(machine, 2);
+    }
+    std::string machine_of_shell() const {
+        for (const char *shell : {"bin/sh", "usr/bin/sh"})
+            if (const std::string head = view_.read(shell, head_of_program).value_or(""); is_elf(head))
+                return machine_of(head);
+        return {};
     }
 
     // Of a script or of a program that loads its libraries; an absolute path, or nothing.
@@ -201,6 +244,8 @@ private:
             add("dev/console", "the console device is missing", why, make);
         else if (!S_ISCHR(device->st_mode))
             add("dev/console", "it is no device", why, make);
+        else if (device->st_rdev == makedev(1, 3))
+            add("dev/console", "it is the null device", why, make);
     }
 
     // "RESOURCE FSCK MOUNT-POINT TYPE PASS AT-BOOT OPTIONS", or of Linux "RESOURCE MOUNT-POINT TYPE OPTIONS ...".
@@ -219,14 +264,22 @@ private:
             std::size_t number = 0;
             base::for_each_line(*text,
                                 [&](std::string_view line) { mount_line(name, ++number, line, seven); });
+            if (!mounts_root_)
+                add(name, "it has no line for /",
+                    client_.name + " may not mount its root again for writing, nor find out where it is",
+                    add_line_for_root(name, seven));
             return;
         }
         if (view_.look("etc", false) && view_.look("sbin/init", false))
             add("etc/vfstab", "there is no mount table",
                 client_.name + " mounts nothing but its root, and perhaps not even that for writing",
-                "hostadm run filesystem/add_mount_entry vfstab=" + path("etc/vfstab") +
-                    " resource=" + resource() + " mountpt=/ fstype=nfs mntopts=rw",
-                Severity::warning);
+                add_line_for_root("etc/vfstab", true), Severity::warning);
+    }
+
+    std::string add_line_for_root(const std::string &name, bool seven) const {
+        return seven ? "hostadm run filesystem/add_mount_entry vfstab=" + path(name) +
+                           " resource=" + resource() + " mountpt=/ fstype=nfs mntopts=rw"
+                     : "printf '" + resource() + " / nfs rw 0 0\\n' >>" + path(name);
     }
 
     std::string resource() const {
@@ -241,6 +294,7 @@ private:
         const std::string where = name + ":" + std::to_string(number);
         const std::size_t wanted = seven ? 7 : 4;
         const bool is_nfs = words[0].find(":/") != words[0].npos;
+        mounts_root_ = mounts_root_ || (words.size() > (seven ? 2 : 1) && words[seven ? 2 : 1] == "/");
         if (words.size() < wanted) {
             add(where,
                 "the line has " + std::to_string(words.size()) + " columns, not " + std::to_string(wanted),
@@ -262,11 +316,17 @@ private:
         while (own.size() > 1 && own.ends_with('/'))
             own.pop_back();
         const std::string change = "sed -i '" + std::to_string(number) + "s|" + std::string(words[0]) + "|";
+        names_its_server_ = names_its_server_ || server == root->server;
         const auto number_of = [&](const std::string &host) { return server_.address_of(host); };
         const bool same_server = base::lower_case(server) == base::lower_case(root->server) ||
                                  (number_of(server) && number_of(server) == number_of(root->server)) ||
                                  server_.is_this_server(server);
         if (point == "/") {
+            if (const std::string type(words[seven ? 3 : 2]); !type.starts_with("nfs"))
+                add(where, "it mounts " + std::string(words[0]) + " as a file system of type " + type,
+                    client_.name + " cannot mount its root again",
+                    "sed -i '" + std::to_string(number) + "s/[[:blank:]]" + type +
+                        "\\([[:blank:]]\\|$\\)/\\tnfs\\1/' " + path(name));
             if (!same_server || remote != own)
                 add(where,
                     "it mounts / from " + std::string(words[0]) + ", and the root of " + client_.name +
@@ -319,6 +379,23 @@ private:
                 "hostadm run filesystem/share pathname=" + remote + " options=ro");
     }
 
+    void own_address(const KeyTable &table) {
+        const auto lines = table.with_name(client_.name);
+        if (client_.address.empty() || std::any_of(lines.begin(), lines.end(), [&](const KeyLine *line) {
+                return !line->is_ipv4() || ipv4_number(line->value) >> 24 == 127 ||
+                       ipv4_number(line->value) == client_.number;
+            }))
+            return;
+        if (!lines.empty())
+            add("etc/hosts:" + std::to_string(lines.front()->line),
+                client_.name + " has the address " + lines.front()->key + " there, and " + client_.address +
+                    " on this server",
+                client_.name + " sets up its interface with an address that nobody answers",
+                "sed -i '" + std::to_string(lines.front()->line) + "s/^[[:blank:]]*[^[:blank:]]*/" +
+                    client_.address + "/' " + path("etc/hosts"),
+                Severity::warning);
+    }
+
     // The client's own table may send it to another server than it was told.
     void hosts() {
         const auto text = view_.read("etc/hosts", largest_table);
@@ -326,8 +403,14 @@ private:
         if (!text || root == nullptr || !ipv4_value(root->server).empty())
             return;
         const KeyTable table = parse_hosts({"etc/hosts", 0, *text});
+        own_address(table);
         const auto lines = table.with_name(root->server);
         const auto right = server_.address_of(root->server);
+        if (lines.empty() && right && names_its_server_ && !view_.look("etc/resolv.conf"))
+            add("etc/hosts", "it does not have the server " + root->server,
+                client_.name + " does not find the server that its mount table names",
+                "hostadm run database/set_host table=" + path("etc/hosts") + " address=" + ipv4_text(*right) +
+                    " hostname=" + root->server);
         if (lines.empty() || !right)
             return;
         for (const KeyLine *line : lines)
@@ -348,6 +431,7 @@ private:
     const CheckedClient &client_;
     RootView view_;
     Findings found_;
+    bool mounts_root_ = false, names_its_server_ = false; // by its mount table
 };
 
 } // namespace

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "server/checks/snapshot.hpp"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <set>
@@ -18,6 +19,8 @@ namespace hostadm::server {
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr std::uint16_t tftp_port = 69;
 
 bool begins_with_digits(std::string_view name) {
     return name.size() >= 8 && name.substr(0, 8).find_first_not_of("0123456789abcdefABCDEF") == name.npos &&
@@ -50,9 +53,15 @@ CheckedClient make_client(const Snapshot &server, std::size_t place) {
         if (const auto lines = server.ethers.with_name(client.address); !lines.empty())
             client.ethernet = lines.front()->key;
     client.digits = address_digits(client.address);
+    std::string items;
+    for (const BootItem &item : entry.items)
+        items += item.text + " ";
+    client.kind = kind_of(items);
     client.caller = {client.number, {names.begin(), names.end()}};
     return client;
 }
+
+} // namespace
 
 void read_clients(Snapshot &server) {
     for (std::size_t place = 0; place < server.bootparams.lines.size(); ++place) {
@@ -73,6 +82,8 @@ void read_clients(Snapshot &server) {
             client.root = root->path;
     }
 }
+
+namespace {
 
 std::vector<BootShare> read_boot_shares(const std::string &table) {
     std::vector<BootShare> shares;
@@ -163,7 +174,18 @@ bool read_inetd_line(TftpService &tftp) {
 TftpService read_tftp(const DaemonTable &daemons) {
     TftpService tftp;
     if (const auto found = daemons.named({"in.tftpd", "tftpd", "atftpd"}); !found.empty()) {
-        tftp.daemon = found.front();
+        // One that is bound to an address is asked there before one that listens everywhere.
+        const auto bound = std::find_if(found.begin(), found.end(), [](const Daemon *one) {
+            return std::any_of(one->sockets.begin(), one->sockets.end(), [](const Socket &socket) {
+                return socket.kind == Socket::Kind::udp && socket.port == tftp_port && socket.address != 0 &&
+                       socket.address >> 24 != 127;
+            });
+        });
+        const auto listening = std::find_if(found.begin(), found.end(), [](const Daemon *one) {
+            return std::any_of(one->sockets.begin(), one->sockets.end(),
+                               [](const Socket &socket) { return socket.port == tftp_port; });
+        });
+        tftp.daemon = bound != found.end() ? *bound : listening != found.end() ? *listening : found.front();
         tftp.arguments = tftp.daemon->process.arguments;
     }
     const auto inetd = daemons.named({"inetd", "inetutils-inetd"});
@@ -214,7 +236,9 @@ TftpService read_tftp(const DaemonTable &daemons) {
 
 // Asks for the program of the first client that is to get one.
 std::optional<TftpQuestion> question_tftp(const Snapshot &server) {
-    if (server.tftp.daemon == nullptr || server.tftp.daemon->stopped() || server.tftp.daemon->defunct())
+    // Without a daemon that is known, whoever holds the port is asked.
+    if (server.tftp.daemon != nullptr ? server.tftp.daemon->stopped() || server.tftp.daemon->defunct()
+                                      : !server.daemons.is_open(Socket::Kind::udp, tftp_port, 0))
         return std::nullopt;
     for (const CheckedClient &client : server.clients) {
         const Interface *interface = server.network.in_network_of(client.number);
@@ -228,6 +252,23 @@ std::optional<TftpQuestion> question_tftp(const Snapshot &server) {
                                     ask_tftp(net.address, client.digits)};
     }
     return std::nullopt;
+}
+
+// The directory that is served; but where the clients' programs are, if that is another.
+BootArea served_area(const Snapshot &server) {
+    const bool confined = server.tftp.confined || server.tftp.daemon == nullptr;
+    if (!server.tftp.confined || server.tftp.directory.empty())
+        return read_boot_area(tftpboot, confined);
+    BootArea served = read_boot_area(server.tftp.directory, true);
+    const auto has_programs = [&](const BootArea &area) {
+        return std::any_of(server.clients.begin(), server.clients.end(), [&](const CheckedClient &client) {
+            return !client.digits.empty() && area.names.contains(client.digits);
+        });
+    };
+    if (has_programs(served))
+        return served;
+    BootArea usual = read_boot_area(tftpboot, true);
+    return has_programs(usual) ? usual : served;
 }
 
 } // namespace
@@ -303,13 +344,12 @@ Snapshot read_snapshot() {
     server.daemons = read_daemons();
     server.mounts = read_mounts();
     server.filter = read_packet_filter();
+    server.filter_at_boot = read_packet_filter_at_boot();
     read_clients(server);
     read_shares(server);
     read_exports(server);
     server.tftp = read_tftp(server.daemons);
-    server.boot_area = read_boot_area(
-        server.tftp.confined && !server.tftp.directory.empty() ? server.tftp.directory : tftpboot,
-        server.tftp.confined || server.tftp.daemon == nullptr);
+    server.boot_area = served_area(server);
     const auto mapper = server.daemons.named({"rpcbind", "portmap"});
     if (mapper.empty() || !mapper.front()->stopped())
         server.rpc = ask_port_mapper();

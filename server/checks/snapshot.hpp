@@ -18,6 +18,7 @@
 #include "server/checks/packet_filter.hpp"
 #include "server/checks/questions.hpp"
 #include "server/checks/system_tables.hpp"
+#include "server/client_kind.hpp"
 
 namespace hostadm::server {
 
@@ -31,6 +32,7 @@ struct CheckedClient {
     std::string digits;       // of the address, as the client asks TFTP for them
     std::string root;         // path of its root, if that is on this server
     Caller caller;            // the client, for access lists
+    ClientKind kind = ClientKind::unknown;
 };
 
 // A name in the boot area.
@@ -90,12 +92,13 @@ struct Snapshot {
     std::unordered_map<std::string, std::size_t> client_places; // by name in lower case
 
     BootArea boot_area;
+    std::string rpl_area = "/rplboot";
     TftpService tftp;
     std::optional<TftpQuestion> tftp_question; // nothing: there was nothing to ask for, or nobody to ask
     Network network;
     DaemonTable daemons;
     RpcAnswers rpc;
-    PacketFilter filter;
+    PacketFilter filter, filter_at_boot;
     std::vector<Mount> mounts;
 
     bool has_share_command = false;
@@ -104,6 +107,14 @@ struct Snapshot {
     std::unordered_map<std::string, std::size_t> boot_share_places; // the last line of a path that is made
     NfsServer nfs = NfsServer::none;                                // that runs, or else that is installed
     NfsSettings exports;                                            // of that one
+
+    // What is asked while the checks look: it may be answered otherwise where there is no such server.
+    struct Live {
+        Answer (*null_procedure)(std::uint32_t program, std::uint32_t version, bool tcp,
+                                 std::uint16_t port) = ask_null_procedure;
+        Way (*way_to)(std::uint32_t address) = server::way_to;
+        Room (*room_at)(const std::string &path) = server::room_at;
+    } live = {};
 
     const BootLine &entry_of(const CheckedClient &client) const { return bootparams.lines[client.entry]; }
     std::string place_of(const CheckedClient &client) const {
@@ -119,6 +130,8 @@ private:
     mutable std::unordered_map<std::string, std::optional<std::uint32_t>> known_addresses_;
 };
 
+// The clients, of the tables that were read.
+void read_clients(Snapshot &server);
 // Reads it all, and asks the daemons. What cannot be read is told by a check and not here.
 Snapshot read_snapshot();
 

@@ -11,6 +11,7 @@
 
 #include "base/descriptor.hpp"
 #include "base/files.hpp"
+#include "base/program.hpp"
 #include "base/text.hpp"
 #include "server/boot_area.hpp"
 #include "server/checks/daemon_findings.hpp"
@@ -185,7 +186,7 @@ void check_directory(Findings &found, const Snapshot &server) {
         return;
     // Another directory is as good, if the clients' programs are there.
     for (const CheckedClient &client : server.clients)
-        if (!client.digits.empty() && !server.boot_area.names.contains(client.digits) &&
+        if (!client.digits.empty() && !fs::exists(directory / client.digits, error) &&
             fs::is_symlink(fs::path(tftpboot) / client.digits, error)) {
             found.push_back(wrong(server, "it serves " + tftp.directory +
                                               ", and the clients' boot programs are in " + tftpboot));
@@ -206,6 +207,10 @@ void check_answer(Findings &found, const Snapshot &server) {
         return;
     const TftpQuestion &question = *server.tftp_question;
     const std::string asked = question.name + ", asked for at " + ipv4_text(question.address);
+    if (question.answer.answer == Answer::silent &&
+        (is_denied(server, "in.tftpd", question.address) ||
+         is_filtered_here(server, "udp", tftp_port, question.address)))
+        return; // the question never came to it, which is told where it is stopped
     if (question.answer.answer == Answer::silent)
         found.push_back(wrong(server, "it does not answer: " + asked));
     else if (question.answer.answer == Answer::refused)
@@ -217,6 +222,34 @@ void check_answer(Findings &found, const Snapshot &server) {
                                           " holds for " + question.name));
 }
 
+// "process N (NAME)" that holds the port; looked for among all processes, and only when something is wrong.
+std::string holder_of_port() {
+    const base::Answer answer =
+        base::run_and_listen({.words = {"ss", "-Hlunp", "sport = :69"}, .search = true, .time_limit = 2});
+    const std::size_t name = answer.output.find("((\""), end = answer.output.find('"', name + 3),
+                      pid = answer.output.find("pid=", end);
+    if (name == std::string::npos || end == std::string::npos || pid == std::string::npos)
+        return {};
+    return answer.output.substr(pid + 4, answer.output.find_first_not_of("0123456789", pid + 4) - pid - 4) +
+           " " + answer.output.substr(name + 3, end - name - 3);
+}
+
+// A program that is not known here may serve as well as another.
+Findings by_stranger(const Snapshot &server) {
+    if (!server.tftp_question || server.tftp_question->answer.answer == Answer::answered)
+        return {};
+    const std::string holder = holder_of_port(), pid = holder.substr(0, holder.find(' '));
+    return {
+        {.stage = Stage::boot_program,
+         .where = "port 69",
+         .what = "it is held by " +
+                 (holder.empty() ? "a program that is no TFTP daemon"
+                                 : "process " + pid + ", " + holder.substr(pid.size() + 1)) +
+                 ", which does not hand out " + server.tftp_question->name,
+         .why = nothing,
+         .repair = (holder.empty() ? "ss -lunp 'sport = :69'; " : "kill " + pid + "; sleep 1; ") + start}};
+}
+
 } // namespace
 
 Findings tftp_of_server(const Snapshot &server) {
@@ -224,12 +257,15 @@ Findings tftp_of_server(const Snapshot &server) {
         return {};
     const TftpService &tftp = server.tftp;
     if (tftp.daemon == nullptr) {
-        // Another program may serve: it is asked nothing.
         if (server.daemons.is_open(Socket::Kind::udp, tftp_port, 0))
-            return {};
+            return by_stranger(server);
         return {none_runs(server)};
     }
-    const Wanted wanted{.found = {tftp.daemon},
+    std::vector<const Daemon *> running{tftp.daemon};
+    for (const Daemon *other : server.daemons.named({"in.tftpd", "tftpd", "atftpd"}))
+        if (other != tftp.daemon)
+            running.push_back(other);
+    const Wanted wanted{.found = running,
                         .name = tftp.daemon->program,
                         .programs = {},
                         .package = {},

@@ -1,0 +1,329 @@
+// SPDX-License-Identifier: MIT
+// Each check by itself: silent where everything is right, and finding what is broken.
+#include <filesystem>
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <set>
+#include <sys/sysmacros.h>
+
+#include "checks/good_snapshot.hpp"
+
+using namespace hostadm::server;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using tests::GoodServer;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Fault {
+    const char *check, *title;
+    std::function<void(GoodServer &)> seed;
+    const char *says;
+};
+
+void PrintTo(const Fault &fault, std::ostream *stream) {
+    *stream << fault.title;
+}
+
+const std::string drop_everything =
+    R"({"nftables":[{"chain":{"family":"inet","table":"fw","name":"in","type":"filter","hook":"input",)"
+    R"("prio":0,"policy":"drop"}}]})";
+
+void make_rpl_client(GoodServer &good) {
+    good.set_bootparams("client1 root=server:" + good.root + " boottype=:rp\n");
+    good.snapshot.rpl_area = good.folder.path("rplboot");
+    for (const auto &[link, program] : {std::pair("080020AABB01.hw.com", "smc.com"),
+                                        {"080020AABB01.glue.com", "gluecode.com"},
+                                        {"080020AABB01.inetboot", "inetboot.i86pc.Quorvel_2.5"}}) {
+        good.folder.write(std::string("rplboot/") + program, "a program");
+        fs::create_symlink(program, good.snapshot.rpl_area + "/" + link);
+    }
+    Daemon daemon;
+    daemon.process.pid = 106;
+    daemon.program = daemon.process.short_name = "rpld";
+    daemon.process.arguments = {"rpld"};
+    good.snapshot.daemons.daemons.push_back(std::move(daemon));
+}
+
+const std::vector<Fault> faults = {
+    {"hosts-table", "the client has no line",
+     [](GoodServer &good) { good.set_hosts("192.168.1.1 server\n"); }, "client1 has no address"},
+    {"hosts-table", "the client's address is another machine's as well",
+     [](GoodServer &good) {
+         good.set_hosts("192.168.1.1 server\n192.168.1.10 printer\n192.168.1.10 client1\n");
+     },
+     "belongs to printer as well"},
+    {"ethers-table", "the client has no line", [](GoodServer &good) { good.set_ethers("# nobody\n"); },
+     "no line for client1"},
+    {"ethers-table", "the Ethernet address stands twice",
+     [](GoodServer &good) { good.set_ethers("8:0:20:aa:bb:1 server\n08:00:20:aa:bb:01 client1\n"); },
+     "stands twice"},
+    {"name-service", "ethers are looked up elsewhere",
+     [](GoodServer &good) { good.set_switch("hosts: files\nethers: nis\n"); }, "ethers are not looked up"},
+    {"interfaces", "the interface is down",
+     [](GoodServer &good) { good.snapshot.network.interfaces[1].flags = 0; }, "it is down"},
+    {"interfaces", "no interface is in the client's network",
+     [](GoodServer &good) { good.snapshot.network.interfaces[1].addresses.clear(); },
+     "in the network of client1"},
+    {"interfaces", "a route leads elsewhere",
+     [](GoodServer &good) {
+         good.snapshot.network.routes.add(0xc0a8010a, 0xffffffff, {"eth7", 0});
+     },
+     "leads to eth7"},
+    {"interfaces", "what leaves is held up",
+     [](GoodServer &good) {
+         good.snapshot.network.throttled =
+             parse_throttled("qdisc tbf 8001: dev srv0 root refcnt 2 rate 1Kbit burst 10b lat 80s\n");
+     },
+     "thrown away or held up"},
+    {"interfaces", "there is no way back",
+     [](GoodServer &good) { good.snapshot.live.way_to = [](std::uint32_t) {
+                                return Way{ENETUNREACH, 0};
+                            }; },
+     "there is no way to 192.168.1.10"},
+    {"reverse-arp", "the daemon does not run", [](GoodServer &good) { good.remove_daemon("in.rarpd"); },
+     "in.rarpd"},
+    {"reverse-arp", "the daemon has ended and is defunct",
+     [](GoodServer &good) { good.daemon("in.rarpd").process.state = 'Z'; }, "is defunct"},
+    {"reverse-arp", "the daemon serves another interface",
+     [](GoodServer &good) {
+         good.daemon("in.rarpd").process.arguments = {"in.rarpd", "eth7"};
+     },
+     "serves the interface eth7 only"},
+    {"boot-area", "the link is gone", [](GoodServer &good) { fs::remove(good.area + "/C0A8010A"); },
+     "there is no link C0A8010A"},
+    {"boot-area", "the link leads to nothing",
+     [](GoodServer &good) { fs::remove(good.area + "/inetboot.kel4m.Quorvel_2.5"); }, "is not there"},
+    {"boot-area", "half a copy stands in place of the link",
+     [](GoodServer &good) {
+         fs::remove(good.area + "/C0A8010A");
+         good.folder.write("tftpboot/C0A8010A", "a boot");
+     },
+     "a part of the boot program"},
+    {"tftp", "the daemon does not run",
+     [](GoodServer &good) {
+         good.remove_daemon("in.tftpd");
+         good.snapshot.daemons.sockets.clear();
+     },
+     "in.tftpd"},
+    {"tftp", "the daemon serves without confining itself",
+     [](GoodServer &good) { good.snapshot.tftp.confined = false; }, "without --secure"},
+    {"tftp", "another program holds the port",
+     [](GoodServer &good) {
+         good.remove_daemon("in.tftpd");
+         good.snapshot.tftp_question = TftpQuestion{"client1", "C0A8010A", 0xc0a80101, {}};
+     },
+     "does not hand out C0A8010A"},
+    {"rpl", "the daemon does not run",
+     [](GoodServer &good) {
+         make_rpl_client(good);
+         good.remove_daemon("rpld");
+     },
+     "rpld"},
+    {"rpl", "a link is missing",
+     [](GoodServer &good) {
+         make_rpl_client(good);
+         fs::remove(good.snapshot.rpl_area + "/080020AABB01.glue.com");
+     },
+     "the link is missing"},
+    {"rpl", "a link leads to nothing",
+     [](GoodServer &good) {
+         make_rpl_client(good);
+         fs::remove(good.snapshot.rpl_area + "/smc.com");
+     },
+     "which is not there"},
+    {"port-mapper", "the daemon does not hand on broadcasts",
+     [](GoodServer &good) {
+         good.daemon("rpcbind").process.arguments = {"rpcbind", "-w"};
+     },
+     "without -r"},
+    {"port-mapper", "the daemon does not answer",
+     [](GoodServer &good) { good.snapshot.rpc.mapper = RpcAnswers::Mapper::silent; }, "does not answer"},
+    {"port-mapper", "the daemon may not answer this server itself",
+     [](GoodServer &good) {
+         good.snapshot.rpc.mapper = RpcAnswers::Mapper::refused;
+         good.snapshot.denied_hosts = "ALL: ALL\n";
+     },
+     "turns this server itself away"},
+    {"boot-parameter-daemon", "the daemon has lost its registration",
+     [](GoodServer &good) { good.snapshot.rpc.registrations.clear(); }, "not registered"},
+    {"boot-parameter-daemon", "the daemon hangs",
+     [](GoodServer &good) {
+         good.snapshot.live.null_procedure = [](std::uint32_t, std::uint32_t, bool, std::uint16_t) {
+             return Answer::silent;
+         };
+     },
+     "does not answer"},
+    {"boot-parameter-daemon", "the router is each client itself",
+     [](GoodServer &good) {
+         good.daemon("rpc.bootparamd").process.arguments = {"rpc.bootparamd", "-r", "127.0.0.1"};
+     },
+     "each client itself"},
+    {"bootparams", "the root has no server",
+     [](GoodServer &good) { good.set_bootparams("client1 root=" + good.root + "\n"); }, "names no server"},
+    {"bootparams", "two clients have one swap file by a hard link",
+     [](GoodServer &good) {
+         const std::string other = good.folder.path("swap2");
+         fs::create_hard_link(good.swap, other);
+         good.set_bootparams("client1 root=server:" + good.root + " swap=server:" + good.swap +
+                             "\nclient2 root=server:/r2 swap=server:" + other + "\n");
+     },
+     "are the same, by a link"},
+    {"bootparams", "what is to be installed is not there",
+     [](GoodServer &good) {
+         good.set_bootparams("client1 root=server:" + good.root + " install=server:/nowhere/at/all\n");
+     },
+     "is not there"},
+    {"access-control", "TFTP is denied",
+     [](GoodServer &good) { good.snapshot.denied_hosts = "in.tftpd: 192.168.1.0/255.255.255.0\n"; },
+     "in.tftpd is denied to client1"},
+    {"access-control", "TFTP is denied by an option of the allowing file",
+     [](GoodServer &good) { good.snapshot.allowed_hosts = "in.tftpd: ALL: DENY\n"; },
+     "/etc/hosts.allow:1: in.tftpd is denied"},
+    {"packet-filter", "everything is dropped",
+     [](GoodServer &good) { good.snapshot.filter = parse_packet_filter(drop_everything); },
+     "the packet filter drops"},
+    {"packet-filter", "everything is dropped after the next boot",
+     [](GoodServer &good) { good.snapshot.filter_at_boot = parse_packet_filter(drop_everything); },
+     "as it is loaded at boot, drops"},
+    {"packet-filter", "iptables drops TFTP",
+     [](GoodServer &good) {
+         good.snapshot.filter = parse_packet_filter(
+             "", {{"iptables-legacy", "*filter\n:INPUT ACCEPT [0:0]\n-A INPUT -i srv+ -p udp -m udp "
+                                      "--dport 69 -m comment --comment \"no TFTP\" -j DROP\nCOMMIT\n"}});
+     },
+     "iptables-legacy -t filter"},
+    {"nfs-server", "the server does not run", [](GoodServer &good) { good.remove_daemon("ganesha.nfsd"); },
+     "ganesha.nfsd"},
+    {"nfs-server", "its settings leave the clients' version out",
+     [](GoodServer &good) { good.snapshot.exports.version3 = false; }, "leave version 3 of NFS out"},
+    {"nfs-server", "it is bound to another address",
+     [](GoodServer &good) { good.snapshot.exports.bound_to = "10.0.0.1"; }, "serves at 10.0.0.1 only"},
+    {"shares", "the root is not shared",
+     [](GoodServer &good) {
+         good.snapshot.shares.erase(good.root);
+         good.snapshot.exports.by_path.clear();
+     },
+     "the root of client1 is not shared"},
+    {"shares", "the root is shared for reading only",
+     [](GoodServer &good) { good.snapshot.shares[good.root] = "ro=client1,root=client1"; },
+     "for reading only"},
+    {"shares", "a line of the table is not understood",
+     [](GoodServer &good) {
+         good.snapshot.boot_shares.push_back({9, "", "", false, "no directory"});
+     },
+     "is not understood"},
+    {"exports", "the server was told otherwise",
+     [](GoodServer &good) { good.snapshot.exports.exports[0].clients[0].access.root = false; },
+     "without root access"},
+    {"exports", "the server was not told", [](GoodServer &good) { good.snapshot.exports.by_path.clear(); },
+     "was not told to export it"},
+    {"roots", "the root is missing", [](GoodServer &good) { fs::remove_all(good.root); }, "is missing"},
+    {"roots", "there is no first process", [](GoodServer &good) { fs::remove(good.root + "/sbin/init"); },
+     "there is no first process"},
+    {"roots", "the first process lacks its interpreter",
+     [](GoodServer &good) { fs::remove(good.root + "/bin/sh"); }, "needs /bin/sh"},
+    {"roots", "the first process is text",
+     [](GoodServer &good) { good.folder.write("export/root/client1/sbin/init", "exec /bin/sh\n"); },
+     "is a text"},
+    {"roots", "the first process holds zeros",
+     [](GoodServer &good) { good.folder.write("export/root/client1/sbin/init", std::string(999, '\0')); },
+     "nothing but zeros"},
+    {"roots", "the first process is for another machine",
+     [](GoodServer &good) {
+         good.folder.write("export/root/client1/sbin/init", std::string("\x7f"
+                                                                        "ELF\2\2") +
+                                                                std::string(100, '\0'));
+     },
+     "for another machine"},
+    {"roots", "the console is missing", [](GoodServer &good) { fs::create_directory(good.root + "/dev"); },
+     "the console device is missing"},
+    {"roots", "the mount table names another server's root",
+     [](GoodServer &good) {
+         good.folder.write("export/root/client1/etc/vfstab", "other:/export/root/x - / nfs - no rw\n");
+     },
+     "it mounts / from other:"},
+    {"roots", "the mount table does not mount the root",
+     [](GoodServer &good) {
+         good.folder.write("export/root/client1/etc/vfstab", "/proc - /proc proc - no -\n");
+     },
+     "has no line for /"},
+    {"roots", "the root is to be mounted as a disk",
+     [](GoodServer &good) {
+         good.folder.write("export/root/client1/etc/vfstab", "server:" + good.root + " - / ufs - no rw\n");
+     },
+     "of type ufs"},
+    {"roots", "its hosts table does not have its server",
+     [](GoodServer &good) { good.folder.write("export/root/client1/etc/hosts", "127.0.0.1 localhost\n"); },
+     "does not have the server server"},
+    {"roots", "its hosts table has another address for the client",
+     [](GoodServer &good) {
+         good.folder.write("export/root/client1/etc/hosts", "192.168.1.1 server\n192.168.1.99 client1\n");
+     },
+     "has the address 192.168.1.99 there"},
+    {"swap-files", "the swap file is missing", [](GoodServer &good) { fs::remove(good.swap); }, "is missing"},
+    {"swap-files", "everybody may read the swap file",
+     [](GoodServer &good) { fs::permissions(good.swap, fs::perms(0666)); }, "everybody may read"},
+    {"disk-space", "the file system is full",
+     [](GoodServer &good) {
+         good.snapshot.live.room_at = [](const std::string &) { return Room{0, true, true}; };
+     },
+     "is full"},
+    {"disk-space", "the file system has no inodes",
+     [](GoodServer &good) {
+         good.snapshot.live.room_at = [](const std::string &) { return Room{1 << 30, false, true}; };
+     },
+     "no inodes left"},
+    {"disk-space", "the file system is mounted read-only",
+     [](GoodServer &good) { good.snapshot.mounts[0].read_only = true; }, "read-only"},
+    {"reboot", "a table is kept where it is emptied",
+     [](GoodServer &good) { good.snapshot.hosts.file.path = good.folder.write("hosts", ""); },
+     "which is emptied at boot"},
+};
+
+class EachFault : public testing::TestWithParam<Fault> {};
+
+} // namespace
+
+// The folder of a test lies where things are emptied at boot, which is no fault of this server.
+TEST(GoodServer, NoCheckFindsAnything) {
+    GoodServer good;
+    for (const Check &check : all_checks()) {
+        if (check.name == "reboot")
+            good.snapshot.boot_area.path = "/usr";
+        EXPECT_THAT(good.found_by(check.name), IsEmpty()) << check.name;
+        if (check.name == "reboot")
+            good.read_again();
+    }
+}
+
+TEST(RplClient, NeedsNothingOfTheTftpArea) {
+    GoodServer good;
+    make_rpl_client(good);
+    for (const char *link : {"C0A8010A", "C0A8010A.KEL4M"})
+        fs::remove(good.area + "/" + link);
+    good.read_again();
+    for (const char *check : {"rpl", "boot-area"})
+        EXPECT_THAT(good.found_by(check), IsEmpty()) << check;
+}
+
+TEST(Faults, EveryCheckHasOne) {
+    std::set<std::string> with_fault;
+    for (const Fault &fault : faults)
+        with_fault.insert(fault.check);
+    for (const Check &check : all_checks())
+        EXPECT_THAT(with_fault, Contains(check.name));
+}
+
+TEST_P(EachFault, IsFoundByItsCheck) {
+    GoodServer good;
+    GetParam().seed(good);
+    good.read_again();
+    EXPECT_THAT(good.found_by(GetParam().check), Contains(HasSubstr(GetParam().says)));
+}
+
+INSTANTIATE_TEST_SUITE_P(Checks, EachFault, testing::ValuesIn(faults));
