@@ -56,7 +56,7 @@ good "with Ethernet addresses of other spellings" 'sed -i "s/08:00:20:aa:bb:01/8
 good "with an address in place of a name in the ethers table" 'sed -i "s/client1/192.168.1.10/" /etc/ethers'
 good "with other hosts in its tables" 'printf "192.168.1.50 printer\n192.168.1.51 terminal\n" >>/etc/hosts; printf "02:00:00:00:00:50 printer\n" >>/etc/ethers; ln -s inetboot.kel4m.Quorvel_2.5 /tftpboot/C0A80133'
 good "with a client that boots from another server" 'printf "192.168.1.60 elsewhere\n192.168.1.61 other\n" >>/etc/hosts; echo "02:00:00:00:00:61 other" >>/etc/ethers; for i in C0A8013D C0A8013D.KEL4M; do ln -s inetboot.kel4m.Quorvel_2.5 /tftpboot/$i; done; echo "other root=elsewhere:/net/root/other swap=elsewhere:/net/swap/other" >>/etc/bootparams'
-good "with several interfaces" 'ip link add lan2 type dummy && ip addr add 10.9.0.1/16 dev lan2 && ip link set lan2 up; ip link add lan3 type dummy; echo "10.9.0.1 server-lan2" >>/etc/hosts'
+good "with several interfaces" 'ip link add lan2 type veth peer name lan3 && ip addr add 10.9.0.1/16 dev lan2 && ip link set lan2 up; echo "10.9.0.1 server-lan2" >>/etc/hosts'
 good "with a packet filter that lets a boot pass" '
     nft add table inet fw
     nft add chain inet fw in "{ type filter hook input priority 0; policy drop; }"
@@ -74,6 +74,6 @@ good "with an export made by hand" '
     printf "EXPORT { Export_Id = 777; Path = /export/clients; Pseudo = /export/clients; Access_Type = RW; Squash = No_Root_Squash;\n Protocols = 3; SecType = sys; FSAL { Name = VFS; } }\n" >>/etc/ganesha/share.conf &&
     kill -HUP $(pgrep -x ganesha.nfsd)'
 good "with a Linux mount table in the root" 'rm /export/clients/one/etc/vfstab; printf "server:/export/clients/one / nfs rw 0 0\nproc /proc proc defaults 0 0\n" >/export/clients/one/etc/fstab; cp /export/clients/one/etc/fstab /tmp/x; printf "server:/export/clients/one - / nfs - no rw\n" >/export/clients/one/etc/vfstab'
-good "without a swap area in bootparams" 'sed -i "s,swap=server:/export/swap/client1/swap,swap=server:/export/swap/client1/swap boottype=:in term=:vt100," /etc/bootparams'
+good "with items in bootparams that only clients understand" 'sed -i "s,swap=server:/export/swap/client1/swap,swap=server:/export/swap/client1/swap rootopts=:rsize=8192 term=:vt100," /etc/bootparams'
 echo "$count good servers, $failed failed"
 [ "$failed" = 0 ]

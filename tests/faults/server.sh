@@ -39,6 +39,14 @@ make_tables() {
     printf 'hosts: files dns\nethers: db files\nrpc: db files\nservices: db files\npasswd: files\n' >/etc/nsswitch.conf
     : >/etc/ethers && : >/etc/bootparams
     # The NFS server cannot find files again on a layered file system.
+    # A change of a root is to be seen by the next client at once, not a minute later.
+    mkdir -p /etc/ganesha
+    cat >/etc/ganesha/share.conf <<'END'
+NFS_CORE_PARAM { Protocols = 3; Enable_NLM = false; Enable_RQUOTA = false; }
+NFSv4 { Graceless = true; }
+EXPORT_DEFAULTS { Attr_Expiration_Time = 0; }
+%include "/etc/ganesha/share-exports.conf"
+END
     mkdir -p /export /tftpboot && mount -t tmpfs -o mode=755 export /export || die "no /export"
 }
 # A small system: what a client needs to start.
