@@ -84,7 +84,7 @@ try() {
         [ -n "$repair" ] || break
         [ -z "${fill:-}" ] || repair=$(sed "$fill" <<<"$repair")
         bash -c "$repair" >>/tmp/repair.log 2>&1 </dev/null
-        soon settled
+        soonest settled
         findings && break
     done
     if [ "$(jq '.findings | length' /tmp/check.json)" != 0 ]; then fail "the repair leaves findings: $repair"; return; fi
@@ -95,15 +95,15 @@ try() {
     done
     [ -z "$stage_seen" ] || { fail "after the repair the boot fails at '$stage_seen'"; return; }
     # A repair may leave other words that mean the same: the next fault finds the tables as they were.
-    rm -rf /export/kept
+    rm -rf /export/kept /etc/hosts.allow /etc/hosts.deny
     mount -o remount,size=50% /export
     ip link del dummy0 2>/dev/null
     cp -a --remove-destination /var/good/etc/{hosts,ethers,bootparams,nsswitch.conf} /etc/
     printf 'ok      %s\n' "$title"
 }
 settled() { # what the repair started answers
-    if pgrep -x rpcbind; then rpcinfo -T udp 127.0.0.1 100000 2; fi
-    ! pgrep -x rpc.bootparamd || soon rpcinfo -T udp 127.0.0.1 100026 1
+    ! pgrep -x rpcbind || timeout 1 rpcinfo -T udp 127.0.0.1 100000 2 || return
+    ! pgrep -x rpc.bootparamd || timeout 1 rpcinfo -T udp 127.0.0.1 100026 1
 }
 
 install_hostadm >/tmp/install.log 2>&1 || { cat /tmp/install.log; exit 2; }

@@ -13,6 +13,11 @@ soon() { # at most 30 s, 10 ms apart
     for _ in $(seq 3000); do "$@" >/dev/null 2>&1 && return; sleep 0.01; done
     return 1
 }
+soonest() { # at most 1 s, and what it takes itself: what may never come
+    local _
+    for _ in $(seq 100); do "$@" >/dev/null 2>&1 && return; sleep 0.01; done
+    return 1
+}
 refused() { ! "$@"; }
 client() { nsenter --net=/run/netns/client timeout 20 "$@"; }
 
@@ -84,7 +89,9 @@ first_failure() {
     digits=$(printf '%02X%02X%02X%02X' ${own//./ })
     nsenter --net=/run/netns/client sh -ec "ip addr flush dev cli0; ip link set cli0 down
         ip link set cli0 address $3; ip link set cli0 up" || return
-    soon client sh -c 'ip -o link show cli0 | grep -q LOWER_UP'
+    # There is no carrier while the server's end is down.
+    ! ip -o link show srv0 | grep -q '[<,]UP[,>]' ||
+        soon nsenter --net=/run/netns/client sh -c 'ip -o link show cli0 | grep -q LOWER_UP'
     client boot_reverse_arp cli0 $patience 4 2>/dev/null | grep -q "address $own from" || { echo address; return; }
     nsenter --net=/run/netns/client ip addr add "$own/24" brd + dev cli0
     for told in "$digits" "$digits.KEL4M"; do
