@@ -32,6 +32,12 @@ bool is_of_a_daemon(std::string_view line) {
 DaemonLogs::DaemonLogs(const std::string &root) {
     for (const char *file : files)
         read_up_to_[root + file] = std::max(0LL, size_of(root + file));
+    // What a syslog writes into its files the journal has as well.
+    const bool has_syslog = std::any_of(files.begin(), files.end(), [&](const char *file) {
+        return std::string_view(file).find("ganesha") == std::string_view::npos && size_of(root + file) >= 0;
+    });
+    if (!has_syslog)
+        journal_.emplace();
 }
 
 std::vector<std::string> DaemonLogs::new_lines() {
@@ -51,6 +57,10 @@ std::vector<std::string> DaemonLogs::new_lines() {
                 lines.push_back(line);
         }
     }
+    if (journal_)
+        for (std::string &line : journal_->new_lines())
+            if (is_of_a_daemon(line))
+                lines.push_back(std::move(line));
     return lines;
 }
 
