@@ -40,18 +40,6 @@ private:
     char *current_; // a replacement lives as long as the process
 };
 
-Identity read_identity(Call &call) {
-    char *texts[4] = {};
-    if (const int missing = get_arch_strings(&texts[0], &texts[1], &texts[2], &texts[3]); missing != 0)
-        fail(Code::general, std::string(arch_xlate(missing)) + " is missing");
-    Identity identity{texts[0], texts[1], texts[2], texts[3]};
-    for (char *text : texts)
-        std::free(text);
-    call.progress("adding " + call.get("hostname") + ", a client of " + identity.implementation_arch +
-                  " with " + identity.os_name + " " + identity.os_version);
-    return identity;
-}
-
 void read_paths(Call &call, NewClient &client) {
     const auto &[inst_set, impl_arch, os_name, os_version] = client.identity;
     const std::string &name = client.name;
@@ -355,6 +343,18 @@ bool NewClient::mounts_usr() const {
     return !files.is_directory("usr") || files.names("usr").empty();
 }
 
+Identity read_identity(Call &call) {
+    char *texts[4] = {};
+    if (const int missing = get_arch_strings(&texts[0], &texts[1], &texts[2], &texts[3]); missing != 0)
+        fail(Code::general, std::string(arch_xlate(missing)) + " is missing");
+    Identity identity{texts[0], texts[1], texts[2], texts[3]};
+    for (char *text : texts)
+        std::free(text);
+    call.progress("adding " + call.get("hostname") + ", a client of " + identity.implementation_arch +
+                  " with " + identity.os_name + " " + identity.os_version);
+    return identity;
+}
+
 NewClient read_new_client(Call &call) {
     NewClient client;
     client.identity = read_identity(call);
@@ -393,10 +393,14 @@ void check_dump(const NewClient &client) {
         fail(Code::unusable, path + " is no plain file");
 }
 
-bool check_new_client(const Call &call, const NewClient &client) {
+void check_name_and_addresses(const Call &call, const NewClient &client) {
     check_addresses(call, client);
     check_table(hosts_table(), client.address, client.name);
     check_table(ethers_table(), client.ethernet, client.name);
+}
+
+bool check_new_client(const Call &call, const NewClient &client) {
+    check_name_and_addresses(call, client);
     check_other_clients(client);
     const bool known = check_entry(client);
     check_root(client, known);

@@ -54,9 +54,13 @@ std::uint64_t bytes_in(const std::string &size);
 void check_client_address(const std::string &address);
 void check_client_ethernet(const std::string &ethernet);
 
+// From the arguments of a method. Throws Failure when one is missing.
+Identity read_identity(method::Call &call);
 // From the arguments of a method. Throws Failure when the request makes no sense.
 NewClient read_new_client(method::Call &call);
 
+// Throws Failure when they are no client's, or another's.
+void check_name_and_addresses(const method::Call &call, const NewClient &client);
 // Everything that can be known before the first step. Whether the client is known with this data already.
 bool check_new_client(const method::Call &call, const NewClient &client);
 // These two files may also come with the root.

@@ -441,7 +441,7 @@ private:
         std::vector<std::string> missing = record_lines(now_);
         base::for_each_line(there, [&](std::string_view line) { std::erase(missing, line); });
         for (const std::string &line : missing)
-            journal_.note(AddedLine{file, line});
+            journal_.note(AddedLine{file, line + "\n"});
         const auto change = [&](std::string &text) {
             if (!text.empty() && !text.ends_with('\n') && !missing.empty())
                 text += '\n';

@@ -35,25 +35,6 @@ void make_rpl_area(method::Call &call, const NewClient &client, Journal &journal
     report.step("boot links", linked, names_of(rpl_links_of(key)));
 }
 
-void make_boot_area(method::Call &call, const NewClient &client, Journal &journal, Report &report) {
-    const std::string method = call.method();
-    call.progress("making the boot program and its links");
-    make_tftpboot_dir(method.c_str());
-    const BootAreaLock lock;
-    const std::string program = std::string(tftpboot) + "/" + client.boot_name;
-    const bool made = ensure_boot_program(lock, method, client.identity, client.boot_name,
-                                          client.boot_program_source(), journal);
-    if (!client.boot_program.empty() && !same_content(program, client.boot_program))
-        report.warn("boot program",
-                    program + " differs from " + client.boot_program +
-                        " and stays, since other clients may boot it; to replace it, remove it first");
-    report.step("boot program", made, program);
-    call.set("boot_program", client.boot_name);
-    const bool linked = ensure_boot_links(lock, method, client.address, client.identity.implementation_arch,
-                                          client.boot_name, journal);
-    report.step("boot links", linked, names_of(boot_links_of(client.address)));
-}
-
 void fill_new_root(method::Call &call, const NewClient &client, Journal &journal, Report &report) {
     const auto &[inst_set, impl_arch, os_name, os_version] = client.identity;
     // Packages are installed together with the catalogue, of which every root gets a copy.
@@ -90,7 +71,48 @@ void share_executables(method::Call &call, const NewClient &client, Journal &jou
                 path + " " + executables_share_options);
 }
 
-// A server whose daemons do not run is set up all the same: what is missing is told, with the way to mend it.
+// What is said to be done must survive a power cut.
+void flush(const NewClient &client) {
+    std::vector<std::string> written = {client.root, parent_of(client.swap),
+                                        client.kind == ClientKind::rpl ? rplboot : tftpboot, "/etc"};
+    if (!client.dump.empty())
+        written.push_back(parent_of(client.dump));
+    flush_file_systems(written);
+}
+
+} // namespace
+
+void make_boot_area(method::Call &call, const NewClient &client, Journal &journal, Report &report) {
+    const std::string method = call.method();
+    call.progress("making the boot program and its links");
+    make_tftpboot_dir(method.c_str());
+    const BootAreaLock lock;
+    const std::string program = std::string(tftpboot) + "/" + client.boot_name;
+    const bool made = ensure_boot_program(lock, method, client.identity, client.boot_name,
+                                          client.boot_program_source(), journal);
+    if (!client.boot_program.empty() && !same_content(program, client.boot_program))
+        report.warn("boot program",
+                    program + " differs from " + client.boot_program +
+                        " and stays, since other clients may boot it; to replace it, remove it first");
+    report.step("boot program", made, program);
+    call.set("boot_program", client.boot_name);
+    const bool linked = ensure_boot_links(lock, method, client.address, client.identity.implementation_arch,
+                                          client.boot_name, journal);
+    report.step("boot links", linked, names_of(boot_links_of(client.address)));
+}
+
+void enter_in_tables(method::Call &call, const NewClient &client, const std::vector<BootparamsItem> &items,
+                     Journal &journal, Report &report) {
+    call.progress(std::string("editing ") + bootparams_path);
+    const bool items_added = add_missing_items(client.name, items, journal);
+    report.step("bootparams", items_added, client.name + " " + client_items(client.name));
+    call.progress("editing the tables of hosts");
+    report.step("hosts", hosts_table().ensure(client.address, client.name, journal),
+                client.address + " " + client.name);
+    report.step("ethers", ethers_table().ensure(client.ethernet, client.name, journal),
+                client.ethernet + " " + client.name);
+}
+
 void look_after_daemons(method::Call &call, const NewClient &client, Report &report) {
     call.progress("looking after the daemons");
     if (const std::string started = ensure_reverse_arp(); !started.empty())
@@ -105,17 +127,6 @@ void look_after_daemons(method::Call &call, const NewClient &client, Report &rep
             report.warn(daemon.service, daemon.name + " runs " + daemon.note + "; " + daemon.advice);
     }
 }
-
-// What is said to be done must survive a power cut.
-void flush(const NewClient &client) {
-    std::vector<std::string> written = {client.root, parent_of(client.swap),
-                                        client.kind == ClientKind::rpl ? rplboot : tftpboot, "/etc"};
-    if (!client.dump.empty())
-        written.push_back(parent_of(client.dump));
-    flush_file_systems(written);
-}
-
-} // namespace
 
 void provision(method::Call &call, const NewClient &client, Journal &journal, Report &report) {
     const bool known = check_new_client(call, client);
@@ -153,15 +164,7 @@ void provision(method::Call &call, const NewClient &client, Journal &journal, Re
     const bool by_rpl = client.kind == ClientKind::rpl;
     (by_rpl ? make_rpl_area : make_boot_area)(call, client, journal, report);
 
-    call.progress(std::string("editing ") + bootparams_path);
-    const bool items_added = add_missing_items(client.name, client.items(), journal);
-    report.step("bootparams", items_added, client.name + " " + client_items(client.name));
-    call.progress("editing the tables of hosts");
-    report.step("hosts", hosts_table().ensure(client.address, client.name, journal),
-                client.address + " " + client.name);
-    report.step("ethers", ethers_table().ensure(client.ethernet, client.name, journal),
-                client.ethernet + " " + client.name);
-
+    enter_in_tables(call, client, client.items(), journal, report);
     look_after_daemons(call, client, report);
     for (const auto &[about, text] : warnings_about(client))
         report.warn(about, text);

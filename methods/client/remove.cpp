@@ -18,6 +18,7 @@
 #include "server/claims.hpp"
 #include "server/client_root.hpp"
 #include "server/clients.hpp"
+#include "server/common_shares.hpp"
 #include "server/disabling.hpp"
 #include "server/filling.hpp"
 #include "server/host_tables.hpp"
@@ -67,6 +68,7 @@ struct Leaving {
     std::string root, swap, dump;
     bool is_filled = true;        // or a run that was cut off has left the root
     std::set<std::string> shared; // paths
+    std::set<std::string> common; // those that it was installed from, with others perhaps
 };
 
 // The steps, as the journal has them.
@@ -93,6 +95,19 @@ std::set<std::string> shares_of(const Client &client) {
     return paths;
 }
 
+// Directories of this server that only this client is told to install from, and that were shared for such clients.
+std::set<std::string> common_shares_of(const Client &client) {
+    std::set<std::string> paths;
+    for (const char *key : {"install", "install_config"})
+        if (const std::string path = client.own_path(key); !path.empty() && is_common_share(path))
+            paths.insert(path);
+    for (const BootparamsClient &other : client_entries())
+        if (base::lower_case(other.name) != base::lower_case(client.name))
+            for (const char *key : {"install", "install_config"})
+                paths.erase(path_of_item(other.items, key));
+    return paths;
+}
+
 Leaving find_leaving(const std::string &hostname) {
     if (is_server_itself(hostname))
         fail(Code::taken, hostname + " is this server");
@@ -109,6 +124,7 @@ Leaving find_leaving(const std::string &hostname) {
             leaving.root = filling.root;
     }
     leaving.shared = shares_of(leaving.client);
+    leaving.common = common_shares_of(leaving.client);
     if (!leaving.client.own_path("root").empty())
         leaving.shared.insert(leaving.root);
     for (const std::string &path : {leaving.swap, leaving.dump})
@@ -207,6 +223,11 @@ std::vector<Step> plan(Call &call, const Leaving &leaving) {
     for (const std::string &path : leaving.shared)
         steps.push_back({"share", "the share of " + path,
                          [&call, &client, path] { return unshare(call, client, path); }});
+    for (const std::string &path : leaving.common)
+        steps.push_back({"share", "the share of " + path, [&call, path] {
+                             withdraw_common_share(call.method(), path);
+                             return Result{Result::done, path};
+                         }});
     if (!leaving.dump.empty() && purge)
         steps.push_back({"dump", leaving.dump, [&] { return remove_file(client, leaving.dump); }});
     if (!leaving.swap.empty())

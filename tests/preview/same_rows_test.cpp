@@ -158,6 +158,10 @@ const std::vector<std::string> invocations{
     "service/list",
     "service/show os_name=Quorvel os_version=2.5 instruction_set=kel4",
     "service/remove os_name=Quorvel os_version=2.5 instruction_set=kel4",
+    "client/add_install hostname=c4 address=10.1.2.8 ethernet=8:0:20:a:b:f server=server1 "
+    "install_hierarchy=/tree" +
+        identity,
+    "client/remove hostname=c4",
     "client/remove hostname=c1 purge=yes",
     "client/remove hostname=c1",
 };
