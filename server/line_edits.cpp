@@ -36,10 +36,10 @@ std::string changed_text(const std::string &table, std::string_view text, const 
     return result;
 }
 
-// Where a text holds these lines, from the start of one on.
+// Where a text holds these lines, from the start of one to the end of one.
 std::size_t find_lines(const std::string &text, const std::string &lines) {
     for (std::size_t at = text.find(lines); at != text.npos; at = text.find(lines, at + 1))
-        if (at == 0 || text[at - 1] == '\n')
+        if ((at == 0 || text[at - 1] == '\n') && (lines.ends_with('\n') || at + lines.size() == text.size()))
             return at;
     return text.npos;
 }

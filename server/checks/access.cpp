@@ -251,9 +251,11 @@ std::string plain_path(std::string path) {
 std::string unescaped(std::string_view text) {
     std::string plain;
     for (std::size_t at = 0; at < text.size(); ++at) {
-        if (text[at] == '\\' && at + 3 < text.size() &&
-            std::isdigit(static_cast<unsigned char>(text[at + 1])) != 0) {
-            plain += static_cast<char>(std::stoi(std::string(text.substr(at + 1, 3)), nullptr, 8));
+        const std::string_view digits = text.substr(at + 1, 3);
+        unsigned value = 0;
+        if (text[at] == '\\' && digits.size() == 3 &&
+            std::from_chars(digits.begin(), digits.end(), value, 8).ptr == digits.end() && value <= 0xff) {
+            plain += static_cast<char>(value);
             at += 3;
         } else if (text[at] != '"') {
             plain += text[at];

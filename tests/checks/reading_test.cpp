@@ -130,6 +130,8 @@ TEST(KernelExports, SeveralLinesOfAPathAllCount) {
     EXPECT_TRUE(access_by_export(*shared, client1).read);
     EXPECT_FALSE(access_by_export(*shared, client1).write);
     EXPECT_NE(export_of(settings, "/a b"), nullptr);
+    scratch.write("etab", "/a\\840b *(rw)\n/a\\04 *(rw)\n/a\\777 *(rw)\n");
+    EXPECT_EQ(read_exports_now(scratch.path("etab")).exports.size(), 3u) << "no octal numbers of a byte";
 }
 
 TEST(PacketFilter, ARuleThatDropsIsNamed) {

@@ -53,8 +53,10 @@ TEST_F(LineEdits, WithNothingToChangeTheTableIsNotTouched) {
 }
 
 TEST_F(LineEdits, ALastLineWithoutAnEndIsChangedToo) {
-    EXPECT_TRUE(change_lines(table_with("b"), capitals, journal));
-    EXPECT_EQ(now(), "B");
+    EXPECT_TRUE(change_lines(table_with("b\nb"), capitals, journal));
+    EXPECT_EQ(now(), "B\nB");
+    EXPECT_EQ(take_everything_back(), "");
+    EXPECT_EQ(now(), "b\nb");
 }
 
 TEST_F(LineEdits, ALineThatSomebodyElseChangedSinceStaysAndIsTold) {
