@@ -5,11 +5,14 @@
 #include <arpa/inet.h>
 #include <cctype>
 #include <netinet/ether.h>
+#include <utility>
 
 #include "base/text.hpp"
 #include "hostadm/table_edit.hpp"
 #include "server/failure.hpp"
 #include "server/files.hpp"
+#include "server/line_edits.hpp"
+#include "server/named_table.hpp"
 
 namespace hostadm::server {
 
@@ -111,27 +114,90 @@ HostTable::Added HostTable::add(const std::string &key, const std::string &name)
     return found;
 }
 
+bool HostTable::is_meant(std::string_view whole, const std::string &key, const std::string &name) const {
+    const Line line = parse(whole);
+    const std::optional<std::string> other = same_spelling(line.key);
+    return other && !line.names.empty() && (key.empty() || other == same_spelling(key)) &&
+           (name.empty() || same_name(line.names.front(), name));
+}
+
+std::vector<HostTable::Entry> HostTable::entries_in(std::string_view text) const {
+    std::vector<Entry> entries;
+    base::for_each_line(text, [&](std::string_view whole) {
+        const Line line = parse(whole);
+        if (!line.names.empty())
+            entries.push_back({std::string(line.key), {line.names.begin(), line.names.end()}});
+    });
+    return entries;
+}
+
+std::vector<HostTable::Entry> HostTable::entries_of(std::string_view text, const std::string &key,
+                                                    const std::string &name) const {
+    std::vector<Entry> entries;
+    base::for_each_line(text, [&](std::string_view whole) {
+        if (!is_meant(whole, key, name))
+            return;
+        const Line line = parse(whole);
+        entries.push_back({std::string(line.key), {line.names.begin(), line.names.end()}});
+    });
+    return entries;
+}
+
+std::string HostTable::without_entries(std::string_view text, const std::string &key,
+                                       const std::string &name) const {
+    return without_lines(text, [&](std::string_view line) { return is_meant(line, key, name); });
+}
+
+namespace {
+
+bool is_localhost(const std::string &name) {
+    return same_name(name, "localhost");
+}
+
+void check_removal(const HostTable &table, const std::vector<HostTable::Entry> &entries) {
+    for (const auto &[key, names] : entries)
+        if (std::any_of(names.begin(), names.end(), is_localhost))
+            fail(Code::table,
+                 "the line of " + key + " in " + table.path() +
+                     " holds the name localhost, without which this system does not work; edit it by hand");
+}
+
+// A name that stands in no line's first place is no reason to remove the line of another host.
+void check_is_no_alias(const HostTable &table, const std::string &text, const std::string &name) {
+    for (const auto &[key, names] : table.entries_in(text))
+        if (std::any_of(names.begin() + 1, names.end(),
+                        [&](const auto &other) { return same_name(other, name); }))
+            fail(Code::unusable, name + " is a further name of " + names.front() + " (" + key + ") in " +
+                                     table.path() +
+                                     "; set that line with the names that are to stay (database/set_host)");
+}
+
+} // namespace
+
+RemovedEntries remove_entries(const HostTable &table, const std::string &key, const std::string &name) {
+    const std::string text = read_named_table(table.path());
+    const auto entries = table.entries_of(text, key, name);
+    if (entries.empty() && !name.empty())
+        check_is_no_alias(table, text, name);
+    check_removal(table, entries);
+    RemovedEntries removed;
+    for (const auto &[other, names] : entries)
+        for (const std::string &one : names)
+            removed.names += (removed.names.empty() ? "" : " ") + one;
+    removed.changed = !entries.empty() && change_named_table(table.path(), [&](std::string &whole) {
+        whole = table.without_entries(whole, key, name);
+    });
+    if (!table.entries_of(read_named_table(table.path()), key, name).empty())
+        fail(Code::no_effect, table.path() + " has the line again; somebody else may be changing it");
+    return removed;
+}
+
 bool HostTable::remove(const std::string &name, const std::string &key) const {
-    const std::optional<std::string> wanted = key.empty() ? std::nullopt : same_spelling(key);
     bool removed = false;
     const int status = tables::edit_file(path_, [&](std::string &text) {
-        std::string rest;
-        removed = false;
-        std::string_view whole = text;
-        while (!whole.empty()) {
-            const std::size_t end = std::min(whole.find('\n'), whole.size() - 1) + 1;
-            const Line line = parse(whole.substr(0, end - (whole[end - 1] == '\n' ? 1 : 0)));
-            const std::optional<std::string> other = same_spelling(line.key);
-            const bool ours = other && (!wanted || other == wanted) && !line.names.empty() &&
-                              same_name(line.names.front(), name);
-            if (ours)
-                removed = true;
-            else
-                rest += whole.substr(0, end);
-            whole.remove_prefix(end);
-        }
-        if (removed)
-            text = std::move(rest);
+        std::string rest = without_entries(text, key, name);
+        removed = rest != text;
+        text = std::move(rest);
         return 0;
     });
     if (status != 0 && status != tables::no_such_line)

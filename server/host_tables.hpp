@@ -43,6 +43,19 @@ public:
     // unless it is empty). True when there were any.
     bool remove(const std::string &name, const std::string &key = {}) const;
 
+    // What the lines of a table of this kind say; of addresses those of IPv6, too.
+    struct Entry {
+        std::string key;
+        std::vector<std::string> names;
+    };
+    std::vector<Entry> entries_in(std::string_view text) const;
+    // The entries with this key, however it is spelled, and this first name; one that is empty counts as any. Only
+    // such as could be set here: no IPv6.
+    std::vector<Entry> entries_of(std::string_view text, const std::string &key,
+                                  const std::string &name) const;
+    // The text without them; all other lines keep every byte.
+    std::string without_entries(std::string_view text, const std::string &key, const std::string &name) const;
+
     // The key under which a name stands, looking at all names or at the first of each line only; empty: none.
     std::string key_of(std::string_view name, bool first_only = false) const;
     // The first name of the line that has this key, however it is spelled; empty: none.
@@ -52,12 +65,21 @@ public:
 
 private:
     std::optional<std::string> same_spelling(std::string_view key) const; // nothing: no key of this table
+    bool is_meant(std::string_view line, const std::string &key, const std::string &name) const;
     Added examine_text(std::string_view text, const std::string &key, const std::string &name) const;
     std::string read() const;
 
     Kind kind_;
     std::string path_;
 };
+
+// Removes entries of a table that may lie in a client's root, and looks that they are gone. Throws Failure, also when the
+// name localhost would go with a line, or when the name is only a further one of some line.
+struct RemovedEntries {
+    bool changed = false;
+    std::string names; // that were removed
+};
+RemovedEntries remove_entries(const HostTable &table, const std::string &key, const std::string &name);
 
 // A line as it was added, to whichever table.
 struct AddedLine {

@@ -46,6 +46,15 @@ std::size_t find_lines(const std::string &text, const std::string &lines) {
 
 } // namespace
 
+std::string without_lines(std::string_view text, const std::function<bool(std::string_view line)> &is_meant) {
+    std::string rest;
+    for_each_whole_line(text, [&](std::string_view line, std::string_view ending) {
+        if (!is_meant(line))
+            rest.append(line).append(ending);
+    });
+    return rest;
+}
+
 bool change_lines(const std::string &table, const LineChange &change, Journal &journal) {
     std::string text;
     std::vector<ReplacedLine> replaced;

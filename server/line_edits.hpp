@@ -24,6 +24,9 @@ std::string take_back(const ReplacedLine &replaced, const UndoContext &context);
 // What a line becomes; nothing: it stays.
 using LineChange = std::function<std::optional<std::string>(std::string_view line)>;
 
+// The text without the lines of which this is true.
+std::string without_lines(std::string_view text, const std::function<bool(std::string_view line)> &is_meant);
+
 // Changes lines (without their line breaks) of a table under its lock, all others keep every byte. False: there was
 // nothing to change, perhaps no table. Throws Failure.
 bool change_lines(const std::string &table, const LineChange &change, Journal &journal);

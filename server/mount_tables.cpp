@@ -1,16 +1,103 @@
 // SPDX-License-Identifier: MIT
 #include "server/mount_tables.hpp"
 
-#include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <system_error>
+#include <utility>
 
 #include "base/mounts.hpp"
 #include "base/text.hpp"
 #include "hostadm/table_edit.hpp"
 #include "server/confined.hpp"
+#include "server/line_edits.hpp"
 
 namespace hostadm::server {
+
+namespace {
+
+// Nothing: no line of a mount.
+std::optional<MountLine> mount_line(std::string_view line, MountLayout layout) {
+    const auto words = base::words_of(line);
+    if (words.size() < 3 || words[0].starts_with('#'))
+        return std::nullopt;
+    const auto column = [&](std::size_t at) { return std::string(at < words.size() ? words[at] : ""); };
+    if (layout == MountLayout::six_columns)
+        return MountLine{.resource = column(0),
+                         .fsckdev = "",
+                         .mount_point = column(1),
+                         .type = column(2),
+                         .options = column(3),
+                         .freq = column(4),
+                         .pass = column(5),
+                         .at_boot = ""};
+    return MountLine{.resource = column(0),
+                     .fsckdev = column(1),
+                     .mount_point = column(2),
+                     .type = column(3),
+                     .options = column(6),
+                     .freq = "",
+                     .pass = column(4),
+                     .at_boot = column(5)};
+}
+
+// A table has the host of HOST:PATH in lower case, whatever was given.
+std::string as_written(const std::string &resource) {
+    const std::size_t colon = resource.find(":/");
+    return colon == resource.npos ? resource
+                                  : base::lower_case(resource.substr(0, colon)) + resource.substr(colon);
+}
+
+bool is_meant(const std::optional<MountLine> &line, const std::string &resource,
+              const std::string &mount_point) {
+    return line && (resource.empty() || as_written(line->resource) == as_written(resource)) &&
+           (mount_point.empty() || line->mount_point == mount_point);
+}
+
+std::string real_path(const std::string &path) {
+    std::error_code error;
+    const std::string real = std::filesystem::weakly_canonical(path, error);
+    return error || path.empty() || path.front() != '/' ? path : real;
+}
+
+// What is on top there.
+std::optional<base::Mount> mount_at(const std::string &directory) {
+    const std::string point = real_path(directory);
+    std::optional<base::Mount> found;
+    for (base::Mount &mount : base::all_mounts())
+        if (mount.point == point)
+            found = std::move(mount);
+    return found;
+}
+
+} // namespace
+
+MountLayout mount_layout(const method::Call &call, const std::string &table) {
+    const bool six = call.given(mount_layout_argument.name) ? call.get(mount_layout_argument.name) != "vfstab"
+                                                            : base::last_component(table) == "fstab";
+    return six ? MountLayout::six_columns : MountLayout::seven_columns;
+}
+
+std::vector<MountLine> mount_lines(std::string_view text, MountLayout layout) {
+    return mount_lines_of(text, layout, "", "");
+}
+
+std::vector<MountLine> mount_lines_of(std::string_view text, MountLayout layout, const std::string &resource,
+                                      const std::string &mount_point) {
+    std::vector<MountLine> lines;
+    base::for_each_line(text, [&](std::string_view whole) {
+        if (auto line = mount_line(whole, layout); is_meant(line, resource, mount_point))
+            lines.push_back(std::move(*line));
+    });
+    return lines;
+}
+
+std::string without_mount_lines(std::string_view text, MountLayout layout, const std::string &resource,
+                                const std::string &mount_point) {
+    return without_lines(text, [&](std::string_view line) {
+        return is_meant(mount_line(line, layout), resource, mount_point);
+    });
+}
 
 std::string read_mount_table(const std::string &table) {
     std::string text;
@@ -29,7 +116,7 @@ bool has_mount_line(const std::string &text, const std::string &resource, const 
     return found;
 }
 
-int edit_mount_table_copy(std::string &text, const std::function<int(const std::string &table)> &edit) {
+int edit_table_copy(std::string &text, const std::function<int(const std::string &table)> &edit) {
     const std::string name = "table";
     const Stage stage;
     stage.files().write(name, text);
@@ -40,11 +127,13 @@ int edit_mount_table_copy(std::string &text, const std::function<int(const std::
 }
 
 bool is_mount_point(const std::string &directory) {
-    std::error_code error;
-    const std::string real = std::filesystem::weakly_canonical(directory, error);
-    const auto mounts = base::all_mounts();
-    return std::any_of(mounts.begin(), mounts.end(),
-                       [&](const base::Mount &mount) { return mount.point == (error ? directory : real); });
+    return mount_at(directory).has_value();
+}
+
+bool is_mounted_so(const std::string &resource, const std::string &directory, const std::string &options) {
+    const auto mount = mount_at(directory);
+    return mount && (mount->source == resource || real_path(mount->source) == real_path(resource)) &&
+           base::has_option(base::all_options(*mount), "ro") == base::has_option(options, "ro");
 }
 
 } // namespace hostadm::server

@@ -163,7 +163,7 @@ private:
                       [&](const MountLine &line) { return has_line(before, line, is_debian ? 1 : 2); });
         std::string after = before;
         if (!missing.empty()) {
-            const int status = edit_mount_table_copy(after, [&](const std::string &table) {
+            const int status = edit_table_copy(after, [&](const std::string &table) {
                 for (const MountLine &line : missing)
                     if (const int failed = add_line(table, line, layout_); failed != 0)
                         return failed;

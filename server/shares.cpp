@@ -19,6 +19,24 @@ namespace hostadm::server {
 
 namespace {
 
+// What stands behind "-d", up to the path, without its quotes.
+std::string description_in(std::string_view line) {
+    const std::size_t begin = line.find(" -d ");
+    if (begin == line.npos)
+        return "";
+    const std::string_view rest = base::trimmed(line.substr(begin + 4));
+    const std::string_view word = base::trimmed(rest.substr(0, rest.find_last_of(" \t")));
+    if (word.size() < 2 || word.front() != word.back() || (word.front() != '"' && word.front() != '\''))
+        return std::string(word);
+    std::string text;
+    for (std::size_t at = 1; at + 1 < word.size(); ++at) {
+        if (word.front() == '"' && word[at] == '\\' && at + 2 < word.size())
+            ++at;
+        text += word[at];
+    }
+    return text;
+}
+
 // A parent that is shared with the same options is as good as a share of its own.
 bool is_shared_now(const std::string &path, const std::string &options) {
     const auto shares = current_shares();
@@ -60,6 +78,21 @@ std::string read_share_table(const std::string &table) {
     return text;
 }
 
+std::string as_one_word(const std::string &text) {
+    constexpr char plain[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./:@%+,=-";
+    if (text.find_first_not_of(plain) == text.npos)
+        return text;
+    if (text.find('\'') == text.npos)
+        return "'" + text + "'";
+    std::string word = "\"";
+    for (const char character : text) {
+        if (std::string_view("\"\\$`").find(character) != std::string_view::npos)
+            word += '\\';
+        word += character;
+    }
+    return word + "\"";
+}
+
 std::string resolved_share_path(const std::string &path) {
     std::error_code error;
     const std::filesystem::path real = std::filesystem::canonical(path, error);
@@ -72,7 +105,7 @@ std::vector<TableShare> table_shares(const std::string &table) {
         const auto words = base::words_of(line);
         if (words.size() < 2 || (words.front() != "share" && words.front() != "#share"))
             return;
-        TableShare share{std::string(words.back()), "", words.front() == "#share"};
+        TableShare share{std::string(words.back()), "", words.front() == "#share", description_in(line)};
         for (std::size_t i = 1; i + 2 < words.size(); ++i)
             if (words[i] == "-o")
                 share.options = words[i + 1];

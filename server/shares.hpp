@@ -22,11 +22,14 @@ std::unordered_map<std::string, std::string> current_shares();
 struct TableShare {
     std::string path, options;
     bool failed = false; // a "#share" line
+    std::string description = {};
 };
 std::vector<TableShare> table_shares(const std::string &table = share_table);
 
 // The whole table; empty when there is none.
 std::string read_share_table(const std::string &table = share_table);
+// A description as one word for the shell, which reads it in the command and again in the table at each boot.
+std::string as_one_word(const std::string &text);
 // A path as the library resolves it before it shares it.
 std::string resolved_share_path(const std::string &path);
 

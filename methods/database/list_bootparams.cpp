@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Lists the boot parameters of all clients in one name service.
+// Lists the boot parameters of all clients, in one name service or in all that this server can ask.
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -21,11 +21,14 @@ const Description description{
     .purpose = "list the boot parameters of every client",
     .arguments = {{.name = "nameservice",
                    .kind = Kind::choice,
-                   .purpose = "where they are kept: /etc/bootparams, NIS or NIS+",
+                   .purpose =
+                       "where they are kept: /etc/bootparams, NIS or NIS+; or all that can be asked here",
                    .default_value = "ufs",
-                   .choices = {"ufs", "nis", "nis_plus"}}},
+                   .choices = {"ufs", "nis", "nis_plus", "all"}}},
+    .outputs = {{.name = "not_seen", .purpose = "of all: what could not be asked, and why"}},
     .columns = {{.name = "hostname", .purpose = "the client"},
-                {.name = "filesystems", .purpose = "its items, KEY=SERVER:PATH or KEY=VALUE"}},
+                {.name = "filesystems", .purpose = "its items, KEY=SERVER:PATH or KEY=VALUE"},
+                {.name = "source", .purpose = "of all: ufs, nis or nis_plus"}},
 };
 
 void add_rows(std::string_view table) {
@@ -51,25 +54,51 @@ Result run_command(const std::string &command) {
     return {pclose(stream), output};
 }
 
-int list_map(const std::string &command, const std::string &service) {
+// The text of a map, as its service's command prints it.
+std::string map_text(const std::string &command, const std::string &service) {
     const std::string program = command.substr(0, command.find(' '));
     const auto [status, output] = run_command(command);
     if (WIFEXITED(status) && WEXITSTATUS(status) == 127)
         fail(Code::missing_program,
              service + " needs the command " + program + ", which is not installed on this host");
     if (status != 0)
-        fail(Code::general, "\"" + command + "\" failed: " + output.substr(0, output.find('\n')));
-    add_rows(output);
-    return 0;
+        fail(Code::system, "\"" + command + "\" failed: " + output.substr(0, output.find('\n')));
+    return output;
+}
+
+struct Source {
+    const char *name;
+    std::string (*text)();
+};
+const Source sources[] = {{"ufs", read_bootparams_file},
+                          {"nis", [] { return map_text("ypcat -k bootparams", "NIS"); }},
+                          {"nis_plus", [] { return map_text("niscat bootparams.org_dir", "NIS+"); }}};
+
+// A service that this host does not take part in keeps nobody from seeing the others.
+void list_all(Call &call) {
+    std::string not_seen;
+    ManyRows rows;
+    for (const Source &source : sources) {
+        try {
+            for_each_client(source.text(), [&](std::string_view name, std::string_view items) {
+                rows.add({{"hostname", name}, {"filesystems", items}, {"source", source.name}});
+            });
+        } catch (const Failure &failure) {
+            if (source.text == read_bootparams_file)
+                throw;
+            not_seen += (not_seen.empty() ? "" : "; ") + std::string(failure.what());
+        }
+    }
+    call.set("not_seen", not_seen);
 }
 
 int work(Call &call) {
     const std::string service = call.get("nameservice");
-    if (service == "nis")
-        return list_map("ypcat -k bootparams", "NIS");
-    if (service == "nis_plus")
-        return list_map("niscat bootparams.org_dir", "NIS+");
-    add_rows(read_bootparams_file());
+    if (service == "all")
+        list_all(call);
+    for (const Source &source : sources)
+        if (service == source.name)
+            add_rows(source.text());
     return 0;
 }
 

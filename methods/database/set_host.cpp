@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <string>
+#include <vector>
 
 #include "base/text.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
-#include "hostadm/table_edit.hpp"
 #include "server/failure.hpp"
 #include "server/host_tables.hpp"
+#include "server/named_table.hpp"
 #include "server/page.hpp"
 
 namespace {
@@ -21,40 +22,57 @@ const Description description{
     .purpose = "give an address a name in the hosts table; the line of that address is replaced",
     .arguments = {{"address", Kind::address, "IPv4 address", true},
                   {"hostname", Kind::host, "its name", true},
-                  {"table", Kind::path, "the table to edit", false, "/etc/hosts"}},
+                  {"aliases", Kind::hosts, "further names"},
+                  {"table", Kind::path, "the table, for instance that of a client's root", false,
+                   "/etc/hosts"}},
     .outputs = {{"replaced", "the names that the address had before, if any"}, changed_output},
     .edits = {"table="},
 };
 
-// The names of the address in the table.
+std::string joined(const std::vector<std::string> &names) {
+    std::string text;
+    for (const std::string &name : names)
+        text += (text.empty() ? "" : " ") + name;
+    return text;
+}
+
 std::string names_of(const std::string &address, const std::string &table) {
-    std::string text, names;
-    hostadm::tables::read_file(table, text);
-    base::for_each_line(text, [&](std::string_view line) {
-        const std::string_view entry = base::trimmed(line.substr(0, line.find('#')));
-        if (names.empty() && base::first_word(entry) == address)
-            names = base::trimmed(entry.substr(address.size()));
-    });
+    const auto entries =
+        HostTable(HostTable::Kind::addresses, table).entries_of(read_named_table(table), address, "");
+    return entries.empty() ? "" : joined(entries.front().names);
+}
+
+std::string wanted_names(const Call &call) {
+    std::string names = call.get("hostname");
+    std::string aliases = call.get("aliases");
+    std::replace(aliases.begin(), aliases.end(), ',', ' ');
+    for (const std::string_view alias : base::words_of(aliases))
+        names.append(" ").append(alias);
     return names;
 }
 
+bool has_localhost(const std::string &names) {
+    const auto words = base::words_of(names);
+    return std::any_of(words.begin(), words.end(),
+                       [](std::string_view word) { return base::lower_case(word) == "localhost"; });
+}
+
 int work(Call &call) {
-    const std::string address = call.get("address"), name = call.get("hostname"), table = call.get("table");
+    const std::string address = call.get("address"), names = wanted_names(call), table = call.get("table");
     const std::string before = names_of(address, table);
-    const auto words = base::words_of(before);
-    if (base::lower_case(name) != "localhost" &&
-        std::find(words.begin(), words.end(), "localhost") != words.end())
+    if (has_localhost(before) && !has_localhost(names))
         fail(Code::table,
              "the line of " + address + " in " + table + " would lose the name localhost; edit it by hand");
-    const int status = set_hosts(table.c_str(), address.c_str(), name.c_str());
-    if (status != 0)
-        fail_edit(table, status);
-    if (const std::string after = names_of(address, table); after != name)
-        fail(Code::no_effect, address + " has the names \"" + after + "\" in " + table + ", not " + name +
+    if (before != names)
+        edit_named_table(table, [&](const std::string &path) {
+            return set_hosts(path.c_str(), address.c_str(), names.c_str());
+        });
+    if (const std::string after = names_of(address, table); after != names)
+        fail(Code::no_effect, address + " has the names \"" + after + "\" in " + table + ", not " + names +
                                   "; somebody else may be changing it");
-    if (!before.empty() && before != name)
+    if (!before.empty() && before != names)
         call.set("replaced", before);
-    tell_changed(call, before != name);
+    tell_changed(call, before != names);
     return 0;
 }
 

@@ -65,6 +65,15 @@ bool has_no_place(const std::filesystem::path &table, const std::string &mountpt
     return std::filesystem::status(above, failure).type() == std::filesystem::file_type::not_found;
 }
 
+// What is left to do when part of it, or all, is so already.
+std::string effect_left(const Call &call) {
+    const std::string effect = call.get("takeeffect"), resource = call.get("resource"),
+                      point = call.get("mountpt");
+    if (effect == "bootonly" || !is_mounted_so(resource, point, call.get("mntopts")))
+        return effect;
+    return effect == "nowonly" ? "" : "bootonly";
+}
+
 int work(Call &call) {
     if (!is_pass(call.get("fsckpass")))
         return call.refuse("the argument fsckpass is a number, or \"-\" for never");
@@ -73,7 +82,12 @@ int work(Call &call) {
     if (call.get("fstype") != "nfs" && !call.given("fsckdev"))
         return call.refuse(
             "the argument fsckdev is missing: name the device to check, or give fsckdev=- for none");
-    const bool now = call.get("takeeffect") != "bootonly", at_boot = call.get("takeeffect") != "nowonly";
+    const std::string effect = effect_left(call);
+    if (effect.empty()) {
+        tell_changed(call, false);
+        return 0;
+    }
+    const bool now = effect != "bootonly", at_boot = effect != "nowonly";
     const std::string resource = call.get("resource"), point = call.get("mountpt"),
                       table = call.get("vfstab");
     if (now)
@@ -85,7 +99,7 @@ int work(Call &call) {
     const int status = mount_filesystem(resource.c_str(), call.get("fsckdev").c_str(), point.c_str(),
                                         call.get("fstype").c_str(), call.get("fsckpass").c_str(),
                                         call.get("mountatboot").c_str(), call.get("mntopts").c_str(),
-                                        call.get("takeeffect").c_str(), table.c_str(), call.method().c_str());
+                                        effect.c_str(), table.c_str(), call.method().c_str());
     if (status != 0)
         return status;
     // The library takes silence for success, also that of a command that was killed.

@@ -44,22 +44,6 @@ const Description description{
     .shares = {"pathname="},
 };
 
-// As one word for the shell, which reads the description in the command and again in the table at each boot.
-std::string as_one_word(const std::string &text) {
-    constexpr char plain[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./:@%+,=-";
-    if (text.find_first_not_of(plain) == text.npos)
-        return text;
-    if (text.find('\'') == text.npos)
-        return "'" + text + "'";
-    std::string word = "\"";
-    for (const char character : text) {
-        if (std::string_view("\"\\$`").find(character) != std::string_view::npos)
-            word += '\\';
-        word += character;
-    }
-    return word + "\"";
-}
-
 int work(Call &call) {
     const Effect effect{call.get("takeeffect") != "bootonly", call.get("takeeffect") != "nowonly"};
     const bool force = call.get("force") == "yes";

@@ -35,11 +35,20 @@ const Description description{
 
 int work(Call &call) {
     constexpr int table_unchanged = 38;
-    const std::string point = call.get("mountpt"), effect = call.get("takeeffect"),
-                      table = call.get("vfstab");
-    const bool now = effect != "bootonly", at_boot = effect != "nowonly";
-    if (now)
+    const std::string point = call.get("mountpt"), table = call.get("vfstab");
+    std::string effect = call.get("takeeffect");
+    if (effect != "bootonly")
         require_command("/usr/sbin/umount", "unmounts file systems");
+    const bool is_mounted = is_mount_point(point),
+               has_line = has_mount_line(read_mount_table(table), "", point);
+    if ((effect == "bootonly" || !is_mounted) && (effect == "nowonly" || !has_line)) {
+        tell_changed(call, false);
+        return 0;
+    }
+    // The library takes a line that is missing for a failure.
+    if (effect == "nowandboot" && !has_line)
+        effect = "nowonly";
+    const bool now = effect != "bootonly", at_boot = effect != "nowonly";
     const WatchedCommands commands;
     const int status =
         unmount_filesystem(point.c_str(), effect.c_str(), table.c_str(), call.method().c_str());

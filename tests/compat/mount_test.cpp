@@ -143,12 +143,24 @@ TEST_F(Mounts, WholeWayFromTheCommand) {
     EXPECT_EQ(text_of(vfstab), "tmpfs\t-\t/mnt/x\ttmpfs\t2\tyes\trw\n");
     const Outcome again =
         sh(HOSTADM_COMMAND " run filesystem/mount resource=tmpfs mountpt=/mnt/x fstype=tmpfs fsckdev=-");
-    EXPECT_EQ(again.status, 1);
-    EXPECT_THAT(again.output, HasSubstr("something is mounted there already"));
+    EXPECT_EQ(again.status, 0);
+    EXPECT_EQ(again.output, "changed  no\n");
+    for (const char *other : {"resource=other fstype=tmpfs", "resource=tmpfs fstype=tmpfs mntopts=ro"}) {
+        const Outcome else_there =
+            sh(HOSTADM_COMMAND " run filesystem/mount mountpt=/mnt/x fsckdev=- takeeffect=nowonly " +
+               std::string(other));
+        EXPECT_EQ(else_there.status, 1) << other;
+        EXPECT_THAT(else_there.output, HasSubstr("something is mounted there already")) << other;
+    }
+    must("umount /mnt/x");
+    const Outcome once_more =
+        sh(HOSTADM_COMMAND " run filesystem/mount resource=tmpfs mountpt=/mnt/x fstype=tmpfs fsckdev=-");
+    EXPECT_EQ(once_more.output, "changed  yes\n") << "its line was there";
     const Outcome unmount = sh(HOSTADM_COMMAND " run filesystem/unmount mountpt=/mnt/x");
     EXPECT_EQ(unmount.status, 0) << unmount.output;
     EXPECT_EQ(mounted("/mnt/x"), "");
     EXPECT_EQ(text_of(vfstab), "");
+    EXPECT_EQ(sh(HOSTADM_COMMAND " run filesystem/unmount mountpt=/mnt/x").output, "changed  no\n");
 
     const Outcome failed =
         sh(HOSTADM_COMMAND " run filesystem/mount resource=tmpfs mountpt=/mnt/none fstype=tmpfs "

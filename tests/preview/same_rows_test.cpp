@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <string>
 #include <sys/wait.h>
 #include <vector>
@@ -30,6 +31,15 @@ shift $((OPTIND - 1))
 echo "-               $1   $opts   \"\"" >>$tab)";
 const std::string unshare_script = R"(shift 2
 sed -i "\\|   *$1  |d" /etc/dfs/sharetab)";
+
+// pkgadd, which notes a package in the records of the root that it was told.
+const std::string pkgadd_script = R"(
+root=/; dir=; pkg=
+while [ $# -gt 0 ]; do case $1 in
+-S) ;; -R) root=$2; shift;; -a) shift;; -d) dir=$2; shift;; *) pkg=$1;; esac; shift; done
+mkdir -p $root/var/sadm/pkg/$pkg && cp $dir/$pkg/pkginfo $root/var/sadm/pkg/$pkg/)";
+const std::string patch_script = R"([ -e $2/patched ] || echo patched >$2/patched)";
+constexpr const char *data = "/opt/KTVXmgrd/2.2", *patch_tool = "/opt/KTVXmgr/2.2/bin/drelpatch";
 
 int shell(const std::string &line) {
     const int status = std::system(line.c_str());
@@ -57,9 +67,23 @@ void forget_new_numbers(json &result) {
         result["outputs"].erase("pid");
 }
 
+// The methods of which a run changed something, and the same once more found everything so already.
+std::set<std::string> settled;
+
+void expect_nothing_left_to_do(const std::string &words, const json &run) {
+    if (run.value("status", "") != "done" || !run["outputs"].contains("changed"))
+        return;
+    const json again = result_of("run --json " + words);
+    EXPECT_EQ(again.value("status", ""), "done") << words << again.dump(1);
+    EXPECT_EQ(again["outputs"].value("changed", ""), "no") << words << again.dump(1);
+    if (run["outputs"]["changed"] == "yes")
+        settled.insert(words.substr(0, words.find(' ')));
+}
+
 // Whether it was done, as both say.
 bool is_done_as_previewed(const std::string &words) {
     json preview = result_of("preview --json " + words), run = result_of("run --json " + words);
+    expect_nothing_left_to_do(words, run);
     forget_new_numbers(preview);
     forget_new_numbers(run);
     EXPECT_EQ(preview.dump(1), run.dump(1)) << words;
@@ -94,6 +118,25 @@ void set_up_a_server() {
     write("/tree/usr/platform/kel4m/lib/fs/nfs/inetboot", "boot program");
     write("/dev-of-client/MAKEDEV", "#!/bin/sh\nmknod \"$1\" c 1 3\n");
     fs::permissions("/dev-of-client/MAKEDEV", fs::perms(0755));
+    write("/export/exec/MAKEDEV", "#!/bin/sh\n: >node-$1\n");
+    fs::permissions("/export/exec/MAKEDEV", fs::perms(0755));
+    fs::create_directories("/export/root/c3/devices");
+    for (const char *file : {"inetboot", "gluecode.com", "smc.com"})
+        write("/rpl/export/exec/kel4.Quorvel_2.5/platform/kel4m/lib/fs/nfs/" + std::string(file), file);
+    standin::place("/usr/sbin/pkgadd", {.script = pkgadd_script});
+    standin::place(patch_tool, {.script = patch_script});
+    for (const char *package :
+         {"5.X/KTVXqsvu", "5.X/KTVXqsvr", "5.X/KTVXqcu", "5.4/KTVXmgr5u", "5.4/KTVXmgr5r"})
+        for (const char *arch : {"i386", "kel4"})
+            write(std::string(data) + "/Packages/" + arch + "/" + package + "/pkginfo",
+                  "PKG=" + fs::path(package).filename().string() + "\nARCH=" + arch + "\nVERSION=1.0\n");
+    write(std::string(data) + "/etc/autoinstall/small/one", "one disk\n");
+    write(std::string(data) + "/etc/autoinstall/small/two", "two disks\n");
+    for (const auto &unit : fs::directory_iterator(UNITS))
+        fs::copy(unit.path(), "/usr/lib/systemd/system", fs::copy_options::overwrite_existing);
+    write("/etc/init.d/rarpd", "#!/bin/sh\n");
+    fs::create_directories("/var/sadm/system/admin/services");
+    write("/packages/KTVXx/pkginfo", "PKG=KTVXx\nARCH=i386\nVERSION=1.0\n");
     fs::create_directories("/export/shared");
     fs::create_directories("/export/root/c3/etc");
 }
@@ -116,15 +159,26 @@ const std::vector<std::string> invocations{
     "client/enable hostname=c1",
     "client/change hostname=c1 address=10.1.2.4",
     "client/change hostname=c1 address=10.1.2.3",
-    "client/add_cachelet hostname=c1 root=/export/root/c1 profile_set=/profiles profile=none",
+    "client/add_cachelet hostname=c1 root=/export/root/c1 profile_set=small profile=one",
     "client/add_diskless hostname=r1 address=10.1.2.8 ethernet=8:0:20:a:b:e server=server1 tree=/tree "
     "boot=rpl" +
         identity,
     "database/list_bootparams",
+    "database/list_bootparams nameservice=all",
     "database/set_bootparams client=c1 key=dump server=server1 path=/export/dump/c1",
     "database/remove_bootparams client=c1 key=dump",
     "database/set_host address=10.1.2.9 hostname=c9",
+    "database/list_hosts",
+    "database/remove_host address=10.1.2.9",
+    "database/set_ether ethernet=8:0:20:a:b:e hostname=c9",
+    "database/list_ethers",
+    "database/remove_ether hostname=c9",
     "filesystem/add_mount_entry resource=server1:/x mountpt=/x fstype=nfs mountatboot=yes",
+    "filesystem/list_mount_entries",
+    "filesystem/remove_mount_entry mountpt=/x",
+    "filesystem/set_share_entry pathname=/export/shared options=ro",
+    "filesystem/list_share_entries",
+    "filesystem/remove_share_entry pathname=/export/shared",
     "filesystem/share pathname=/export/shared options=ro takeeffect=nowandboot",
     "filesystem/share pathname=/export/shared options=ro takeeffect=nowandboot",
     "filesystem/list_shares",
@@ -139,15 +193,17 @@ const std::vector<std::string> invocations{
     "host/start_daemon path=/usr/lib/nfs/nfsd args='-a 16'",
     "host/start_daemon path=/usr/lib/nfs/nfsd args='$(reboot)'",
     "host/make_devices device=null directory=/dev-of-client",
+    "host/make_devices device=null directory=/export/root/c3/devices script=/export/exec/MAKEDEV",
     "host/ping_rpc host=localhost program=100000 timeout=1",
     "install/get_os_pathnames inst_set_arch=kel4 imp_arch=kel4m os_prod=Quorvel os_version=2.5 dirpath=/tree",
     "netboot/setup_tftpboot address=10.1.2.7 install_hierarchy=/tree" + identity,
     "netboot/cleanup_tftpboot address=10.1.2.7",
-    "netboot/setup_rplboot client_key=0800200A0B0C root_dir=/tree" + identity,
-    "netboot/cleanup_rplboot client_key=0800200A0B0C",
+    "netboot/setup_rplboot client_key=0800200A0B0D root_dir=/rpl" + identity,
+    "netboot/cleanup_rplboot client_key=0800200A0B0D",
     "cachelet/enable_cache root=/export/root/c1",
     "cachelet/disable_cache root=/export/root/c1",
-    "cachelet/set_disk_profile root=/export/root/c1 profile_set=/profiles profile=none",
+    "cachelet/enable_cache root=/export/root/c1",
+    "cachelet/set_disk_profile root=/export/root/c1 profile_set=small profile=two",
     "service/create_root rootpath=/export/root/c3 os_name=Quorvel os_version=4.1.3 sources=/tree",
     "service/apply_patches root=/export/root/c1",
     "service/find_in_patches file=/etc/motd",
@@ -164,7 +220,13 @@ const std::vector<std::string> invocations{
     "client/remove hostname=c4",
     "client/remove hostname=c1 purge=yes",
     "client/remove hostname=c1",
+    "service/remove os_name=Quorvel os_version=2.5 instruction_set=kel4",
 };
+
+json methods() {
+    shell(HOSTADM " list --json >/tmp/out");
+    return json::parse(content("/tmp/out"));
+}
 
 } // namespace
 
@@ -174,11 +236,22 @@ TEST(PreviewAndRun, SayTheSameOfEveryMethod) {
         << "most were refused, and little was compared";
 }
 
+TEST(PreviewAndRun, EveryMethodThatChangesSomethingIsSettledAfterOneRun) {
+    for (const auto &method : methods()) {
+        const std::string name = method.at("method");
+        shell(METHODS "/" + name + " --describe >/tmp/out");
+        const json told = json::parse(content("/tmp/out"), nullptr, false);
+        ASSERT_TRUE(told.is_object()) << name;
+        bool changes = false;
+        for (const char *effect : {"edits", "starts", "shares"})
+            changes = changes || (told.contains(effect) && !told[effect].empty());
+        EXPECT_TRUE(!changes || settled.count(name) != 0)
+            << name << " was not seen to change something, and then nothing";
+    }
+}
+
 TEST(PreviewAndRun, AreComparedForEveryMethod) {
-    for (const auto &method : json::parse([] {
-             shell(HOSTADM " list --json >/tmp/out");
-             return content("/tmp/out");
-         }())) {
+    for (const auto &method : methods()) {
         const std::string name = method.at("method");
         if (name == "host/check") // what it tells is about those daemons and that packet filter
             continue;

@@ -95,6 +95,23 @@ TEST_F(BootparamsMethods, ListsTheNameServices) {
     fs::remove("/usr/bin/niscat");
 }
 
+TEST_F(BootparamsMethods, ListsAllSourcesAtOnceAndNamesThem) {
+    write("c1 root=srv:/r\n");
+    standin::reset();
+    standin::place("/usr/bin/ypcat", {.output = "c1 root=master:/r\n"});
+    const Outcome run = hostadm("run database/list_bootparams nameservice=all");
+    fs::remove("/usr/bin/ypcat");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.output, "not_seen  NIS+ needs the command niscat, which is not installed on this host\n\n"
+                          "hostname  filesystems     source\n"
+                          "c1        root=srv:/r     ufs\n"
+                          "c1        root=master:/r  nis\n");
+    fs::remove(table);
+    fs::create_directory(table);
+    EXPECT_EQ(hostadm("run database/list_bootparams nameservice=all").status, 1)
+        << "the file is always asked";
+}
+
 TEST_F(BootparamsMethods, NameServiceWithoutItsCommandIsAnError) {
     for (const char *service : {"nis", "nis_plus"}) {
         const Outcome run = hostadm("run database/list_bootparams nameservice=" + std::string(service));

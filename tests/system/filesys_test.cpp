@@ -187,10 +187,13 @@ TEST_F(RealFilesys, UserUnmounts) {
     EXPECT_EQ(content(vfstab), vfstab_text.substr(0, vfstab_text.find("swap")));
 }
 
-TEST_F(RealFilesys, UserIsToldThatThereIsNoLine) {
-    const auto result = hostadm("run filesystem/unmount mountpt=/data");
-    EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.error, HasSubstr("there is no line for /data in /etc/vfstab"));
+TEST_F(RealFilesys, UserIsToldThatThereIsNothingToUnmount) {
+    for (const char *effect : {"nowandboot", "nowonly", "bootonly"}) {
+        const auto result = hostadm(std::string("run filesystem/unmount mountpt=/data takeeffect=") + effect);
+        EXPECT_EQ(result.status, 0) << result.error;
+        EXPECT_EQ(result.output, "changed  no\n");
+    }
+    EXPECT_THAT(standin::lines(), IsEmpty());
     EXPECT_EQ(content(vfstab), vfstab_text);
 }
 
