@@ -43,6 +43,8 @@ struct Parameters {
 };
 
 std::optional<Parameters> read_parameters(std::string_view text) {
+    if (base::words_of(text).size() > 4) // the library stops reading there
+        return std::nullopt;
     for (const int count : {4, 3}) {
         std::string value(text); // is taken apart in place
         adm_arg argument{"os_service", 9, static_cast<unsigned>(value.size()), value.data()};
