@@ -106,6 +106,9 @@ TEST(FileIdentities, TellFilesOfOneNameApart) {
 TEST(Flushing, NamesWhatCannotBeFlushed) {
     const tests::Scratch scratch;
     EXPECT_NO_THROW(flush_file_systems({scratch.path(), scratch.path()}));
-    EXPECT_THAT([&] { flush_file_systems({scratch.path("none")}); },
-                ThrowsMessage<Failure>(HasSubstr(scratch.path("none"))));
+    EXPECT_NO_THROW(flush_file_systems({scratch.path("none/below")}))
+        << "what was removed has a folder above it";
+    fs::create_symlink("none", scratch.path("link"));
+    EXPECT_THAT([&] { flush_file_systems({scratch.path("link")}); },
+                ThrowsMessage<Failure>(HasSubstr(scratch.path("link"))));
 }
