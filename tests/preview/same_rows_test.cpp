@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -46,11 +47,18 @@ int shell(const std::string &line) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// An answer is kept, to be held against the schema with all others.
+void keep_answer(const std::string &command, const json &answer) {
+    std::ofstream("/tmp/answers", std::ios::app)
+        << json{{"command", command}, {"answer", answer}}.dump() << '\n';
+}
+
 json result_of(const std::string &words) {
     const int status = shell(HOSTADM " " + words + " >/tmp/out 2>/tmp/err </dev/null");
     json result = json::parse(content("/tmp/out"), nullptr, false);
     if (!result.is_object())
         return {{"status", status}, {"said", content("/tmp/err")}};
+    keep_answer(words.substr(0, words.find(' ')), result);
     json kept{{"exit", status}};
     for (const char *part : {"status", "outputs", "rows", "errors", "reason", "half_done", "left_undone"})
         if (result.contains(part))
@@ -248,6 +256,16 @@ TEST(PreviewAndRun, EveryMethodThatChangesSomethingIsSettledAfterOneRun) {
         EXPECT_TRUE(!changes || settled.count(name) != 0)
             << name << " was not seen to change something, and then nothing";
     }
+}
+
+TEST(PreviewAndRun, AnswerAsTheSchemaSays) {
+    for (const char *command : {"status", "check", "list"}) {
+        EXPECT_EQ(shell(HOSTADM " " + std::string(command) + " --json >/tmp/out 2>/tmp/err") & ~1, 0);
+        keep_answer(command, json::parse(content("/tmp/out")));
+    }
+    EXPECT_EQ(shell(VALIDATE " " SCHEMA " </tmp/answers >/tmp/out 2>&1"), 0) << content("/tmp/out");
+    keep_answer("run", {{"method", "a/b"}, {"status", "perhaps"}});
+    EXPECT_EQ(shell(VALIDATE " " SCHEMA " </tmp/answers >/tmp/out 2>&1"), 1) << "any answer would do";
 }
 
 TEST(PreviewAndRun, AreComparedForEveryMethod) {
