@@ -82,6 +82,11 @@ void try_mount_of_table(Journey &journey, const TableMount &mount, const std::st
     const std::string resource = mount.server + ":" + mount.path;
     const std::string address = base::address_of_host(mount.server);
     const Started &daemon = journey.daemon(Service::nfs);
+    // A file that it swaps on, or dumps to, is tried as that.
+    struct stat here {};
+    if (is_own_address(journey.network, address) && stat(mount.path.c_str(), &here) == 0 &&
+        S_ISREG(here.st_mode))
+        return;
     if (address.empty() || !is_own_address(journey.network, address)) {
         journey.walked.not_tried.push_back(resource + ", which " + table + " of the client mounts on " +
                                            mount.mount_point + ": it is not on this server");
@@ -151,7 +156,17 @@ std::string defect_of_program(NfsDirectory &root, const std::string &path) {
 
 } // namespace
 
+namespace {
+
+constexpr const char *no_root_here = "its root is on its own disk";
+
+}
+
 StageEnd mount_root(Journey &journey) {
+    if (!journey.files.contains("root"))
+        return skipped(no_root_here);
+    if (journey.client.kind == server::ClientKind::cache_only)
+        journey.walked.not_tried.push_back("the cache on its own disk");
     const FileOfClient &root = journey.files.at("root");
     const Started &daemon = journey.daemon(Service::nfs);
     const std::string question = "mount " + root.path;
@@ -181,6 +196,8 @@ StageEnd mount_root(Journey &journey) {
 }
 
 StageEnd read_what_starts(Journey &journey) {
+    if (!journey.files.contains("root"))
+        return skipped(no_root_here);
     const BootingClient &client = journey.client;
     const FileOfClient &file = journey.files.at("root");
     const Started &daemon = journey.daemon(Service::nfs);
@@ -229,6 +246,8 @@ StageEnd read_what_starts(Journey &journey) {
 }
 
 StageEnd write_to_root(Journey &journey) {
+    if (!journey.files.contains("root"))
+        return skipped(no_root_here);
     const BootingClient &client = journey.client;
     const FileOfClient &file = journey.files.at("root");
     const Started &daemon = journey.daemon(Service::nfs);

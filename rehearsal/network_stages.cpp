@@ -154,6 +154,13 @@ std::string expected_program(const std::string &file) {
 
 StageEnd load_boot_program(Journey &journey) {
     const BootingClient &client = journey.client;
+    if (client.starts_from_own_disk())
+        return skipped("it starts from its own disk");
+    if (client.kind == server::ClientKind::rpl) {
+        journey.walked.not_tried.push_back("its boot program by RPL: nobody here speaks that but rpld; "
+                                           "its links in /rplboot are looked at instead");
+        return skipped("it loads its boot program by RPL");
+    }
     const Started &daemon = journey.daemon(Service::tftp);
     std::string detail;
     // The tables may give a client an address that only its line in the Ethernet table names.
@@ -274,7 +281,9 @@ StageEnd learn_parameters(Journey &journey) {
     const BootingClient &client = journey.client;
     const Started &daemon = journey.daemon(Service::boot_parameters);
     std::string detail;
-    if (client.item("root") == nullptr) {
+    if (client.item("root") == nullptr && client.starts_from_own_disk())
+        detail = "its root is on its own disk";
+    else if (client.item("root") == nullptr) {
         journey.find(Severity::error, Stage::parameters, "/etc/bootparams",
                      "the entry of " + client.name + " has no root=SERVER:PATH",
                      client.name + " finds no root",

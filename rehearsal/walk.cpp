@@ -11,6 +11,7 @@
 #include "rehearsal/stages.hpp"
 #include "server/boot_area.hpp"
 #include "server/bootparams.hpp"
+#include "server/checks/system_tables.hpp"
 #include "server/host_tables.hpp"
 
 namespace hostadm::rehearsal {
@@ -43,6 +44,18 @@ std::vector<server::BootparamsItem> items_of(const std::string &client) {
     return items;
 }
 
+// The Ethernet table may have a client by another of its names, or by its address.
+std::string ethernet_by_other_names(const BootingClient &client) {
+    const server::KeyTable ethers = server::parse_ethers(server::read_table("/etc/ethers"));
+    const server::KeyTable hosts = server::parse_hosts(server::read_table("/etc/hosts"));
+    for (const server::KeyLine *line : hosts.with_name(client.name))
+        for (const std::string &name : line->names)
+            if (const auto lines = ethers.with_name(name); !lines.empty())
+                return lines.front()->key;
+    const auto lines = ethers.with_name(client.address);
+    return lines.empty() ? "" : lines.front()->key;
+}
+
 } // namespace
 
 std::span<const BootStage> boot_stages() {
@@ -62,7 +75,10 @@ BootingClient read_client(const std::string &name) {
     client.address = server::hosts_table().key_of(client.name);
     if (client.address.empty())
         client.address = base::address_of_host(client.name);
+    if (client.ethernet.empty())
+        client.ethernet = ethernet_by_other_names(client);
     client.items = items_of(client.name);
+    client.kind = server::kind_of(server::client_items(client.name));
     if (const std::string digits = server::address_digits(client.address); !digits.empty()) {
         client.boot_files.push_back(digits);
         for (const server::BootLink &link : server::boot_links_of(client.address))

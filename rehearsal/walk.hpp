@@ -13,6 +13,7 @@
 #include "rehearsal/started_daemons.hpp"
 #include "server/bootparams_text.hpp"
 #include "server/checks/finding.hpp"
+#include "server/client_kind.hpp"
 
 namespace hostadm::rehearsal {
 
@@ -23,8 +24,12 @@ struct BootingClient {
     std::vector<std::string> boot_files; // names that TFTP must know: its digits, with and without suffix
 
     const server::BootparamsItem *item(std::string_view key) const;
+    server::ClientKind kind = server::ClientKind::unknown;
     // It only installs itself from here: its root is read and never written.
-    bool installs() const { return item("install") != nullptr; }
+    bool installs() const { return kind == server::ClientKind::install || item("install") != nullptr; }
+    bool starts_from_own_disk() const {
+        return kind == server::ClientKind::dataless || kind == server::ClientKind::diskfull;
+    }
 };
 BootingClient read_client(const std::string &name);
 

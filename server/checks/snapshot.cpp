@@ -276,9 +276,11 @@ BootArea served_area(const Snapshot &server) {
 BootArea read_boot_area(const std::string &path, bool confined) {
     BootArea area;
     area.path = path;
-    const RootView view(path);
-    area.error = view.error();
+    // The directory itself may be reached by a link, which the daemon follows before it confines itself.
     std::error_code error;
+    const fs::path real = fs::canonical(path, error);
+    const RootView view(error ? path : real.string());
+    area.error = view.error();
     for (fs::directory_iterator entry(path, error), end; !error && entry != end; entry.increment(error)) {
         const std::string name = entry->path().filename();
         struct stat own {

@@ -198,7 +198,9 @@ std::string first_block(const BootArea &area, const std::string &name) {
     const auto link = area.names.find(name);
     if (link == area.names.end())
         return {};
-    const RootView view(area.path);
+    std::error_code error;
+    const fs::path real = fs::canonical(area.path, error);
+    const RootView view(error ? area.path : real.string());
     return view.read(name, 512).value_or("");
 }
 
