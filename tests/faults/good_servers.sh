@@ -1,7 +1,7 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
 # good_servers.sh BUILD HERE: servers that are all in order, each in its own way. A client boots from each of them, and
-# `hostadm check` says nothing of any. Ends with "N good servers, N failed".
+# neither `hostadm check` nor `hostadm rehearse` says anything of any. Ends with "N good servers, N failed".
 set -u
 build=$1 here=$2
 # shellcheck source=tests/faults/server.sh
@@ -33,6 +33,9 @@ good() { # good TITLE [COMMAND]: after this change as well
     elif ! hostadm check >/tmp/check.out 2>&1; then
         failed=$((failed + 1))
         { echo "FAILED  $title: check finds"; cat /tmp/check.out; } | sed '2,$s/^/        /'
+    elif ! hostadm rehearse client1 >/tmp/rehearse.out 2>&1; then
+        failed=$((failed + 1))
+        { echo "FAILED  $title: the rehearsal finds"; cat /tmp/rehearse.out; } | sed '2,$s/^/        /'
     else
         echo "ok      $title"
     fi
@@ -75,5 +78,10 @@ good "with an export made by hand" '
     kill -HUP $(pgrep -x ganesha.nfsd)'
 good "with a Linux mount table in the root" 'rm /export/clients/one/etc/vfstab; printf "server:/export/clients/one / nfs rw 0 0\nproc /proc proc defaults 0 0\n" >/export/clients/one/etc/fstab; cp /export/clients/one/etc/fstab /tmp/x; printf "server:/export/clients/one - / nfs - no rw\n" >/export/clients/one/etc/vfstab'
 good "with items in bootparams that only clients understand" 'sed -i "s,swap=server:/export/swap/client1/swap,swap=server:/export/swap/client1/swap rootopts=:rsize=8192 term=:vt100," /etc/bootparams'
+good "with a client that installs itself" 'mkdir -p /srv/install && hostadm run filesystem/share pathname=/srv/install options=ro,anon=0 && sed -i "/^Client1/s,boottype=[^ ]*,boottype=:in install=server:/srv/install," /etc/bootparams'
+good "with a client that mounts through its own cache" 'sed -i "/^Client1/s,boottype=[^ ]* install=[^ ]*,boottype=:ca," /etc/bootparams'
+good "with its own tables reached by links" 'mkdir -p /etc/site && for i in hosts ethers bootparams; do mv /etc/$i /etc/site/ && ln -s site/$i /etc/$i; done'
+good "with a second name for itself at the loopback" 'sed -i "1a 127.0.1.1 loghost2.example.com loghost2" /etc/site/hosts'
+good "with the boot area behind a link" 'mkdir -p /srv && mv /tftpboot /srv/tftpboot && ln -s srv/tftpboot /tftpboot && restart in.tftpd in.tftpd --listen --ipv4 --secure /tftpboot'
 echo "$count good servers, $failed failed"
 [ "$failed" = 0 ]
