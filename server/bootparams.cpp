@@ -7,6 +7,7 @@
 #include "hostadm/table_edit.hpp"
 #include "server/failure.hpp"
 #include "server/files.hpp"
+#include "server/line_edits.hpp"
 
 namespace hostadm::server {
 
@@ -98,6 +99,22 @@ bool add_missing_items(const std::string &client, const std::vector<BootparamsIt
     for (const BootparamsItem &item : missing)
         journal.note(AddedItem{client, item.key, item.server + ":" + item.path});
     return set_client_items(client, missing);
+}
+
+bool change_item(const std::string &client, const BootparamsItem &item, Journal &journal) {
+    const std::string file = read_bootparams_file();
+    BootparamsReader reader(file);
+    for (BootparamsEntry entry; reader.next(entry);) {
+        if (entry.name() != client)
+            continue;
+        const std::string before = file.substr(entry.begin, entry.end - entry.begin);
+        std::string after = before;
+        if (!set_items(after, client, {item}))
+            return false;
+        replace_lines(bootparams_path, before, after, journal);
+        return true;
+    }
+    fail(Code::not_found, "there is no client " + client + " in " + bootparams_path + " any more");
 }
 
 std::string take_back(const AddedItem &added, const UndoContext &) {

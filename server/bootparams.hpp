@@ -36,6 +36,9 @@ bool set_client_items(const std::string &client, const std::vector<BootparamsIte
 bool remove_client_items(const std::string &client, const std::vector<std::string> &keys);
 bool remove_client_entry(const std::string &client);
 
+// Sets one item of an entry that is there, as a step of a run. False: it was so already.
+bool change_item(const std::string &client, const BootparamsItem &item, Journal &journal);
+
 struct AddedItem {
     static constexpr std::string_view kind = "added boot parameter";
     std::string client, key, value; // SERVER:PATH

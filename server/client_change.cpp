@@ -17,10 +17,12 @@
 #include "server/client_root.hpp"
 #include "server/disabling.hpp"
 #include "server/failure.hpp"
+#include "server/filling.hpp"
 #include "server/host_tables.hpp"
 #include "server/line_edits.hpp"
 #include "server/new_client.hpp"
 #include "server/roots.hpp"
+#include "server/rpl_area.hpp"
 #include "server/shares.hpp"
 
 namespace hostadm::server {
@@ -101,10 +103,47 @@ std::string with_key_changed(std::string_view line, const std::string &key) {
     return result;
 }
 
+// A disabled client's lines count as well.
 void check_free(const HostTable &table, const std::string &key, const Client &client) {
-    if (const std::string owner = table.name_of(key); !owner.empty() && !same_name(owner, client.name))
+    std::string owner = table.name_of(key);
+    if (owner.empty())
+        owner = disabled_name_of(table.path(), key);
+    if (!owner.empty() && !same_name(owner, client.name))
         fail(Code::taken, key + " belongs to " + owner + " in " + table.path());
 }
+
+// A program of that name that others may boot stays as it is.
+void check_program_place(const std::string &place, const std::string &program) {
+    if (exists(place) && !same_content(place, program))
+        fail(Code::taken, place + " is there already and differs from " + program +
+                              "; give the boot program another name");
+}
+
+// Whether a share with these options is open to the client, and to nobody else.
+bool is_open_to_alone(const std::string &options, const std::string &client) {
+    bool open = false, to_all = false;
+    for (std::size_t begin = 0; begin <= options.size();) {
+        const std::size_t end = std::min(options.find(',', begin), options.size());
+        const std::string word = options.substr(begin, end - begin);
+        open = open || word.starts_with("rw=") || word.starts_with("ro=");
+        to_all = to_all || word == "rw" || word == "ro";
+        begin = end + 1;
+    }
+    return open && !to_all && !names_others(options, client);
+}
+
+// The client whose root, swap or dump file lies at a path or below it, in words.
+std::string owner_of_path(const std::string &path) {
+    RealPaths real_paths;
+    for (const BootparamsClient &other : client_entries())
+        for (const char *key : {"root", "swap", "dump"})
+            if (const std::string theirs = path_of_item(other.items, key);
+                theirs.starts_with('/') && is_at_or_below(real_paths.of(theirs), path))
+                return ", as the " + std::string(key) + " of " + other.name;
+    return "";
+}
+
+} // namespace
 
 // Options of a share such as rw=a:b,root=a, with one host called otherwise.
 std::string options_with_name(const std::string &options, const std::string &from, const std::string &to) {
@@ -119,8 +158,6 @@ std::string options_with_name(const std::string &options, const std::string &fro
     }
     return result;
 }
-
-} // namespace
 
 std::string take_back(const RenamedPath &renamed, const UndoContext &) {
     const base::Beneath folder = folder_on_server(renamed.from);
@@ -195,6 +232,7 @@ ClientChange::ClientChange(const Client &client, const WantedChange &wanted)
     if (!wanted.ethernet.empty())
         new_.ethernet = wanted.ethernet;
     check();
+    check_collisions();
     plan_moves();
     new_.items = new_items();
 }
@@ -204,12 +242,36 @@ void ClientChange::check() const {
         check_client_address(wanted_.address);
     if (!wanted_.ethernet.empty())
         check_client_ethernet(wanted_.ethernet);
+    if (old_.disabled && moves_shares())
+        fail(Code::unusable, old_.name +
+                                 " is disabled, and its shares are kept as they were; enable it first "
+                                 "(client/enable)");
     if (is_server_itself(new_.name))
         fail(Code::taken, new_.name + " is this server");
-    if (old_.disabled && new_.name != old_.name)
-        fail(Code::unusable, old_.name +
-                                 " is disabled, and its shares are kept under that name; enable it first "
-                                 "(client/enable)");
+    if (const std::string root = old_.own_path("root"); !root.empty() && is_being_filled(root))
+        fail(Code::incomplete, root + " was filled only in part by a run that was cut off; add " + old_.name +
+                                   " once more, or remove it (client/remove), before it is changed");
+    if (!wanted_.server.empty() && base::address_of_host(wanted_.server).empty())
+        fail(Code::not_found,
+             "the server " + wanted_.server +
+                 " has no address here, so the client could not be told where its root is; add "
+                 "a line to /etc/hosts, or give another name");
+    std::error_code error;
+    if (!wanted_.boot_program.empty() && !fs::is_regular_file(wanted_.boot_program, error))
+        fail(Code::not_found, "there is no boot program " + wanted_.boot_program);
+    if (!wanted_.boot_program.empty() && old_.links.empty())
+        fail(Code::unusable, old_.name + " has no boot links, so nothing tells its architecture; add it once "
+                                         "more, with that boot program");
+    if (wanted_.swap_size && old_.own_path("swap").empty())
+        fail(Code::unusable, old_.name + " has no swap file on this server");
+    if (!wanted_.share_options.empty() && !is_open_to_alone(wanted_.share_options, new_.name))
+        refuse("share_options " + wanted_.share_options + " must open it to " + new_.name +
+               " and nobody else, such as " + share_options_of(new_.name));
+    if (!wanted_.share_options.empty() && shares().empty())
+        fail(Code::not_found, "nothing is shared for " + old_.name + " alone");
+}
+
+void ClientChange::check_collisions() const {
     if (!same_name(new_.name, old_.name)) {
         for (const BootparamsClient &other : client_entries())
             if (same_name(other.name, new_.name))
@@ -222,18 +284,6 @@ void ClientChange::check() const {
         check_free(hosts_table(), new_.address, old_);
     if (new_.ethernet != old_.ethernet)
         check_free(ethers_table(), new_.ethernet, old_);
-    if (!wanted_.server.empty() && base::address_of_host(wanted_.server).empty())
-        fail(Code::not_found,
-             "the server " + wanted_.server +
-                 " has no address here, so the client could not be told where its root is; add "
-                 "a line to /etc/hosts, or give another name");
-    std::error_code error;
-    if (!wanted_.boot_program.empty() && !fs::is_regular_file(wanted_.boot_program, error))
-        fail(Code::not_found, "there is no boot program " + wanted_.boot_program);
-    if (!wanted_.boot_program.empty() && old_.address.empty())
-        fail(Code::unusable, old_.name + " has no address in /etc/hosts, so it has no boot links");
-    if (wanted_.swap_size && old_.own_path("swap").empty())
-        fail(Code::unusable, old_.name + " has no swap file on this server");
 }
 
 // The root, and the folders of the swap and the dump file, where they bear the client's name.
@@ -251,7 +301,8 @@ void ClientChange::plan_moves() {
             continue;
         const std::string to = fs::path(named).parent_path() / new_.name;
         if (exists(to))
-            fail(Code::taken, to + " is there already, and " + named + " is to take that name");
+            fail(Code::taken,
+                 to + " is there already" + owner_of_path(to) + ", and " + named + " is to take that name");
         moves_.push_back({named, to});
     }
 }
@@ -292,7 +343,7 @@ std::vector<Claim> ClientChange::claims() const {
 
 void ClientChange::change_root_files(Journal &journal, Report &report) const {
     const std::string root = old_.own_path("root");
-    if (root.empty() || !exists(root))
+    if (root.empty() || !exists(root) || !has_own_root())
         return;
     std::vector<std::pair<std::string, std::string>> words;
     for (const Move &move : moves_)
@@ -403,21 +454,22 @@ void ClientChange::resize_swap(Journal &journal, Report &report) const {
     report.step("swap", before != *wanted_.swap_size, path);
 }
 
+std::string ClientChange::change_tftp_program(const BootAreaLock &lock, const std::string &method,
+                                              Journal &journal, Report &report) const {
+    if (wanted_.boot_program.empty())
+        return old_.boot_program();
+    const std::string program = name_of(wanted_.boot_program), place = std::string(tftpboot) + "/" + program;
+    check_program_place(place, wanted_.boot_program);
+    report.step("boot program",
+                ensure_boot_program(lock, method, {}, program, {wanted_.boot_program, ""}, journal), place);
+    return program;
+}
+
 void ClientChange::change_boot_area(const std::string &method, Journal &journal, Report &report) const {
     if (old_.links.empty() || (new_.address == old_.address && wanted_.boot_program.empty()))
         return;
     const BootAreaLock lock;
-    std::string program = old_.boot_program();
-    if (!wanted_.boot_program.empty()) {
-        program = fs::path(wanted_.boot_program).filename();
-        const std::string place = std::string(tftpboot) + "/" + program;
-        if (exists(place) && !same_content(place, wanted_.boot_program))
-            fail(Code::taken, place + " is there already and differs from " + wanted_.boot_program +
-                                  "; give the boot program another name");
-        report.step("boot program",
-                    ensure_boot_program(lock, method, {}, program, {wanted_.boot_program, ""}, journal),
-                    place);
-    }
+    const std::string program = change_tftp_program(lock, method, journal, report);
     if (new_.address != old_.address) {
         if (!boot_links_of(new_.address).empty())
             fail(Code::taken, "there are links of " + new_.address + " in " + tftpboot +
@@ -430,11 +482,37 @@ void ClientChange::change_boot_area(const std::string &method, Journal &journal,
     report.step("boot links", made || new_.address != old_.address, names_of(boot_links_of(new_.address)));
 }
 
+void ClientChange::change_rpl_area(const std::string &method, Journal &journal, Report &report) const {
+    const std::string before = rpl_key(old_.ethernet), after = rpl_key(new_.ethernet);
+    if (old_.links.empty() || (before == after && wanted_.boot_program.empty()))
+        return;
+    const RplAreaLock lock;
+    std::string program = old_.boot_program();
+    if (!wanted_.boot_program.empty()) {
+        program = name_of(wanted_.boot_program);
+        const std::string place = std::string(rplboot) + "/" + program;
+        check_program_place(place, wanted_.boot_program);
+        report.step("boot program",
+                    ensure_rpl_files(lock, {{place, "boot program", {wanted_.boot_program}}}, journal),
+                    place);
+    }
+    if (before != after) {
+        if (!rpl_links_of(after).empty())
+            fail(Code::taken, "there are links of " + after + " in " + rplboot +
+                                  " already; netboot/cleanup_rplboot removes them");
+        for (const BootLink &link : old_.links)
+            journal.note(ReplacedRplLink{link.name, link.target});
+        remove_rpl_links(lock, method, before);
+    }
+    const bool made = ensure_rpl_links(lock, method, after, program, journal);
+    report.step("boot links", made || before != after, names_of(rpl_links_of(after)));
+}
+
 std::vector<ClientChange::Shared> ClientChange::shares() const {
     std::vector<Shared> all;
     std::vector<std::string> paths;
     for (const char *key : {"root", "swap", "dump"})
-        if (const std::string path = old_.own_path(key); !path.empty())
+        if (const std::string path = old_.own_path(key); !path.empty() && has_own_root())
             paths.push_back(path == old_.own_path("root") ? path : share_path_of(path, old_.name));
     std::sort(paths.begin(), paths.end());
     paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
@@ -447,11 +525,22 @@ std::vector<ClientChange::Shared> ClientChange::shares() const {
     return all;
 }
 
+std::string ClientChange::new_options(const Shared &share) const {
+    if (!wanted_.share_options.empty())
+        return wanted_.share_options;
+    return share.options == share_options_of(old_.name)
+               ? share_options_of(new_.name)
+               : options_with_name(share.options, old_.name, new_.name);
+}
+
 void ClientChange::make(const std::string &method, Journal &journal, Report &report) const {
     const std::vector<Shared> shared = moves_shares() ? shares() : std::vector<Shared>();
     change_root_files(journal, report);
     resize_swap(journal, report);
     for (const Shared &share : shared) {
+        if (moved(share.path) == share.path && new_options(share) == share.options && share.now &&
+            share.at_boot)
+            continue;
         journal.note(MovedShare{share.path, share.options,
                                 !share.now       ? "bootonly"
                                 : !share.at_boot ? "nowonly"
@@ -461,15 +550,19 @@ void ClientChange::make(const std::string &method, Journal &journal, Report &rep
     move_paths(journal, report);
     for (const Shared &share : shared) {
         const std::string path = moved(share.path);
-        const std::string options = share.options == share_options_of(old_.name)
-                                        ? share_options_of(new_.name)
-                                        : options_with_name(share.options, old_.name, new_.name);
+        const std::string options = new_options(share);
         report.step("share", ensure_share(method, path, options, journal), path + " " + options);
     }
     change_tables(journal, report);
     change_bootparams(journal, report);
-    change_boot_area(method, journal, report);
-    std::vector<std::string> written = {"/etc", tftpboot};
+    const bool by_rpl = old_.kind() == ClientKind::rpl;
+    if (by_rpl)
+        change_rpl_area(method, journal, report);
+    else
+        change_boot_area(method, journal, report);
+    std::vector<std::string> written = {"/etc"};
+    if (const char *area = by_rpl ? rplboot : tftpboot; exists(area))
+        written.emplace_back(area);
     for (const char *key : {"root", "swap", "dump"})
         if (const std::string path = old_.own_path(key); !path.empty())
             written.push_back(parent_of(path));

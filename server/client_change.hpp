@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A client that gets another name, address, Ethernet address, server name, boot program or swap size: everything that
-// names the old value follows, in this server's tables, in the boot area, in the shares, and in the client's own root.
+// A client that gets another name, address, Ethernet address, server name, boot program, swap size or
+// share options: everything that names the old value follows, in this server's tables, in the boot area, in the shares, and in the client's own root.
 #pragma once
 
 #include <cstdint>
@@ -9,6 +9,7 @@
 #include <tuple>
 #include <vector>
 
+#include "server/boot_area.hpp"
 #include "server/claims.hpp"
 #include "server/clients.hpp"
 #include "server/files.hpp"
@@ -23,6 +24,7 @@ struct WantedChange {
     std::string name, address, ethernet, server;
     std::string boot_program; // a file of this server
     std::optional<std::uint64_t> swap_size;
+    std::string share_options; // of all that it mounts from here and nobody else does
 };
 
 struct RenamedPath {
@@ -80,10 +82,12 @@ private:
     };
 
     void check() const;
+    void check_collisions() const;
     void plan_moves();
     std::string moved(const std::string &path) const;
     std::string new_items() const;
-    bool moves_shares() const { return new_.name != old_.name; }
+    bool has_own_root() const { return old_.kind() != ClientKind::install; }
+    bool moves_shares() const { return new_.name != old_.name || !wanted_.share_options.empty(); }
 
     void change_root_files(Journal &journal, Report &report) const;
     void change_tables(Journal &journal, Report &report) const;
@@ -91,11 +95,15 @@ private:
     void move_paths(Journal &journal, Report &report) const;
     void resize_swap(Journal &journal, Report &report) const;
     void change_boot_area(const std::string &method, Journal &journal, Report &report) const;
+    void change_rpl_area(const std::string &method, Journal &journal, Report &report) const;
+    std::string change_tftp_program(const BootAreaLock &lock, const std::string &method, Journal &journal,
+                                    Report &report) const;
     struct Shared {
         std::string path, options;
         bool now, at_boot;
     };
     std::vector<Shared> shares() const;
+    std::string new_options(const Shared &share) const;
 
     Client old_;
     Client new_; // as it is to be
@@ -108,5 +116,8 @@ private:
 // True when there was anything to change. Throws Failure.
 bool change_words_in_root(const std::string &root,
                           const std::vector<std::pair<std::string, std::string>> &words, Journal &journal);
+
+// Options of a share such as rw=a:b,root=a, with one host called otherwise.
+std::string options_with_name(const std::string &options, const std::string &from, const std::string &to);
 
 } // namespace hostadm::server

@@ -72,9 +72,12 @@ void change_view(const std::string &root, int stage, const Confinement &how) {
         if (access(device, F_OK) == 0)
             shown.emplace_back(device, clone_of(device));
     for (const std::string &source : how.sources)
-        if (const std::string real = fs::weakly_canonical(source); is_temporary(real) && fs::exists(real)) {
+        if (const std::string real = fs::weakly_canonical(source);
+            (is_temporary(real) || how.sources_are_clients) && fs::exists(real)) {
             shown.emplace_back(real, clone_of(real));
-            set_attributes(shown.back().second.get(), "", MOUNT_ATTR_RDONLY | harmless | MOUNT_ATTR_NOEXEC);
+            set_attributes(shown.back().second.get(), "",
+                           MOUNT_ATTR_RDONLY | harmless | MOUNT_ATTR_NOEXEC |
+                               (how.sources_are_clients ? MOUNT_ATTR_NOSYMFOLLOW : 0));
         }
     Descriptor there = stage >= 0 ? Descriptor(fcntl(stage, F_DUPFD_CLOEXEC, 0)) : clone_of(root);
     set_attributes(there.get(), "",

@@ -19,6 +19,7 @@ struct Confinement {
     bool links_are_followed = false;
     bool programs_run = false;             // of the stage; never of a root
     std::vector<std::string> sources = {}; // directories to read from; only those below /tmp need to be told
+    bool sources_are_clients = false;      // then no link of theirs is followed; all of them are told
 };
 
 // Runs the work there and returns its status. What it changes in this process's memory is lost; errors that it

@@ -50,6 +50,8 @@ bool is_share_of(const TableShare &share, const Client &client, const std::set<s
 
 std::set<std::string> paths_of(const Client &client) {
     std::set<std::string> paths;
+    if (client.kind() == ClientKind::install) // its root is that of all who are installed from there
+        return paths;
     for (const char *key : {"root", "swap", "dump"})
         if (const std::string path = client.own_path(key); !path.empty())
             paths.insert(path == client.own_path("root") ? path : share_path_of(path, client.name));
@@ -102,6 +104,14 @@ std::string disabled_ethernet_of(const std::string &name) {
     const auto all = disabled_ethernets();
     const auto found = all.find(base::lower_case(name));
     return found == all.end() ? "" : found->second;
+}
+
+std::string disabled_name_of(const std::string &table, const std::string &key) {
+    const HostTable same_key = table == ethers_table().path() ? ethers_table() : hosts_table();
+    for (const std::string &line : disabled_lines(table))
+        if (const auto words = base::words_of(line); words.size() > 1 && same_key.is_same_key(words[0], key))
+            return std::string(words[1]);
+    return "";
 }
 
 std::string take_back(const WithdrawnShare &withdrawn, const UndoContext &context) {

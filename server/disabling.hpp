@@ -15,6 +15,8 @@ namespace hostadm::server {
 
 // The Ethernet address behind the mark under which a client stands; empty: it is not disabled.
 std::string disabled_ethernet_of(const std::string &name);
+// The client in whose marked line of a table this key stands, such as an Ethernet address; empty: none.
+std::string disabled_name_of(const std::string &table, const std::string &key);
 // All of them by name, in lower case.
 std::unordered_map<std::string, std::string> disabled_ethernets();
 

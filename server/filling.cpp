@@ -91,8 +91,9 @@ void fill(method::Call &call, const std::string &root, const Identity &identity,
         status = fill_root(call, root, identity.os_name, identity.os_version, source.packages);
     } else {
         call.progress("copying " + source.tree + " to " + root);
-        status = is_release_4 ? fill_root(call, root, identity.os_name, identity.os_version, {source.tree})
-                              : copy_tree(call, source.tree, root);
+        status = is_release_4 && !source.of_client
+                     ? fill_root(call, root, identity.os_name, identity.os_version, {source.tree})
+                     : copy_tree(call, source.tree, root, source.of_client);
     }
     if (status != 0)
         throw Recorded();

@@ -22,6 +22,7 @@ namespace hostadm::server {
 struct RootSource {
     std::string tree;                  // to copy
     std::vector<std::string> packages; // to install
+    bool of_client = false;            // the tree is a client's root, and changes while it is copied
 };
 
 struct MadeRoot {

@@ -70,6 +70,11 @@ std::optional<std::string> HostTable::same_spelling(std::string_view key) const 
     return std::string(reinterpret_cast<const char *>(&address), sizeof address);
 }
 
+bool HostTable::is_same_key(std::string_view one, std::string_view other) const {
+    const std::optional<std::string> first = same_spelling(one);
+    return first && first == same_spelling(other);
+}
+
 HostTable::Added HostTable::examine_text(std::string_view text, const std::string &key,
                                          const std::string &name) const {
     const std::optional<std::string> wanted = same_spelling(key);

@@ -60,6 +60,8 @@ public:
     std::string key_of(std::string_view name, bool first_only = false) const;
     // The first name of the line that has this key, however it is spelled; empty: none.
     std::string name_of(std::string_view key) const;
+    // Whether two keys mean the same, however they are spelled.
+    bool is_same_key(std::string_view one, std::string_view other) const;
     // First keys by name in lower case, for many look-ups. A table that does not exist is empty.
     std::unordered_map<std::string, std::string> keys_by_name() const;
 

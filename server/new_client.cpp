@@ -72,6 +72,9 @@ bool use_service(NewClient &client) {
 
 void read_source(Call &call, NewClient &client) {
     const bool from_tree = call.given("tree"), from_packages = call.given("packages");
+    client.adopted = call.get("root") == "adopt";
+    if (client.adopted && (from_tree || from_packages))
+        refuse("root=adopt takes the root as it is; give neither tree nor packages");
     if (from_tree && from_packages)
         refuse("give a tree or packages, not both");
     if (from_packages && client.identity.os_version.starts_with("4."))
@@ -82,7 +85,7 @@ void read_source(Call &call, NewClient &client) {
         client.source.packages = split_paths(call.get("packages"));
     if (call.given("install_hierarchy"))
         client.hierarchy = call.get("install_hierarchy");
-    if (from_tree || from_packages)
+    if (from_tree || from_packages || client.adopted)
         return;
     if (client.hierarchy.empty() && use_service(client))
         return;
@@ -99,22 +102,23 @@ void read_source(Call &call, NewClient &client) {
         client.source.tree = image.value();
 }
 
-void check_addresses(const Call &call, const NewClient &client) {
-    check_client_address(client.address);
-    if (is_server_itself(client.name))
-        fail(Code::taken, client.name + " is this server");
+void check_server(const Call &call, const NewClient &client) {
     if (call.given("server") && base::address_of_host(client.server).empty())
         fail(Code::not_found,
              "the server " + client.server +
                  " has no address here, so the client could not be told where its root is; add a line to "
                  "/etc/hosts, or give another name");
-    check_client_ethernet(client.ethernet);
 }
 
 void check_table(const HostTable &table, const std::string &key, const std::string &name) {
     const HostTable::Added found = table.examine(key, name);
     if (found.outcome == HostTable::Outcome::conflict)
-        fail(Code::taken, found.conflict);
+        fail(Code::taken, found.conflict + (client_items(client_name_as_written(name)).empty()
+                                                ? ""
+                                                : "; client/change gives a client another"));
+    if (const std::string owner = disabled_name_of(table.path(), key);
+        !owner.empty() && base::lower_case(owner) != base::lower_case(name))
+        fail(Code::taken, key + " belongs to " + owner + " in " + table.path() + ", which is disabled");
 }
 
 // Two clients must not share a file, and neither may reach the other's root through its own.
@@ -183,6 +187,23 @@ bool check_entry(const NewClient &client) {
     return known;
 }
 
+// It may have been a client's: no link in it counts for more than that client saw.
+void check_adopted_root(const NewClient &client) {
+    if (!exists(client.root))
+        fail(Code::not_found,
+             "there is no root " + client.root + " to adopt; leave out root=adopt, and it is made");
+    if (is_being_filled(client.root))
+        fail(Code::incomplete, client.root +
+                                   " was filled only in part by a run that was cut off; add the client "
+                                   "without root=adopt, which begins anew");
+    if (fs::is_symlink(client.root) || !is_directory(client.root))
+        return; // said in general
+    const base::Beneath files(client.root, base::Links::inside);
+    if (!files.is_directory("etc") || !files.is_directory("usr"))
+        fail(Code::unusable, client.root + " is no root file system that could be adopted: it lacks " +
+                                 (files.is_directory("etc") ? "usr" : "etc"));
+}
+
 void check_root(const NewClient &client, bool known) {
     if (is_near_server_root(client.root))
         fail(Code::unusable,
@@ -191,6 +212,8 @@ void check_root(const NewClient &client, bool known) {
         if (!file.empty() && is_at_or_below(client.root, file))
             fail(Code::unusable,
                  "the root " + client.root + " cannot lie at " + file + ", which is to be a file");
+    if (client.adopted)
+        check_adopted_root(client);
     if (!exists(client.root))
         return;
     if (fs::is_symlink(client.root))
@@ -198,10 +221,11 @@ void check_root(const NewClient &client, bool known) {
              client.root + " is a symbolic link; give the directory that it leads to as rootpath");
     if (!is_directory(client.root))
         fail(Code::unusable, client.root + " is no directory");
-    if (!known && !fs::is_empty(client.root) && !is_being_filled(client.root) &&
+    if (!known && !client.adopted && !fs::is_empty(client.root) && !is_being_filled(client.root) &&
         !is_filled_for(client.root, client.name))
         fail(Code::taken, client.root + " holds files already, and " + client.name +
-                              " does not boot from it; remove it or name another rootpath");
+                              " does not boot from it; remove it or name another rootpath, or take it "
+                              "as it is with root=adopt");
 }
 
 // What comes with packages is not there yet.
@@ -234,8 +258,13 @@ void check_source(const NewClient &client) {
     } else if (client.kind == ClientKind::rpl) {
         check_rpl_sources(client);
     } else if (!exists(std::string(tftpboot) + "/" + client.boot_name)) {
-        if (const std::string where = client.hierarchy.empty() ? client.source.tree : client.hierarchy;
-            !where.empty())
+        if (client.adopted && client.hierarchy.empty()) {
+            if (!boot_program_in(client.root, client.identity).is_open())
+                fail(Code::not_found, "there is no boot program for " + client.identity.implementation_arch +
+                                          " in " + client.root + " nor " + tftpboot + "/" + client.boot_name +
+                                          "; give boot_program or install_hierarchy");
+        } else if (const std::string where = client.hierarchy.empty() ? client.source.tree : client.hierarchy;
+                   !where.empty())
             find_os(where, client.identity);
     }
 }
@@ -292,17 +321,22 @@ std::vector<std::string> NewClient::shared_directories() const {
 }
 
 std::vector<BootparamsItem> NewClient::items() const {
-    std::vector<BootparamsItem> all = {{"root", server, root}, {"swap", server, swap}};
+    std::vector<BootparamsItem> all = {{"root", server, root}};
+    if (!swap.empty())
+        all.push_back({"swap", server, swap});
     if (!dump.empty())
         all.push_back({"dump", server, dump});
     all.push_back(boot_type_item(kind));
     if (const auto told = swap_size_item(swap_size))
         all.push_back(*told);
+    all.insert(all.end(), more_items.begin(), more_items.end());
     return all;
 }
 
 BootProgramSource NewClient::boot_program_source() const {
-    return {boot_program, !hierarchy.empty() ? hierarchy : !source.tree.empty() ? source.tree : root};
+    // A client's own root is not read by path.
+    const std::string made_of = adopted || source.of_client ? "" : source.tree.empty() ? root : source.tree;
+    return {boot_program, hierarchy.empty() ? made_of : hierarchy};
 }
 
 std::vector<RplFile> NewClient::rpl_sources() const {
@@ -321,10 +355,10 @@ std::vector<Claim> NewClient::claims() const {
     std::vector<Claim> all = {{Claim::Kind::name, name},
                               {Claim::Kind::address, address},
                               {Claim::Kind::ethernet, ethernet},
-                              {Claim::Kind::path, root},
-                              {Claim::Kind::path, swap}};
-    if (!dump.empty())
-        all.push_back({Claim::Kind::path, dump});
+                              {Claim::Kind::path, root}};
+    for (const std::string &file : {swap, dump})
+        if (!file.empty())
+            all.push_back({Claim::Kind::path, file});
     return all;
 }
 
@@ -394,7 +428,11 @@ void check_dump(const NewClient &client) {
 }
 
 void check_name_and_addresses(const Call &call, const NewClient &client) {
-    check_addresses(call, client);
+    check_server(call, client);
+    check_client_address(client.address);
+    if (is_server_itself(client.name))
+        fail(Code::taken, client.name + " is this server");
+    check_client_ethernet(client.ethernet);
     check_table(hosts_table(), client.address, client.name);
     check_table(ethers_table(), client.ethernet, client.name);
 }
@@ -404,7 +442,7 @@ bool check_new_client(const Call &call, const NewClient &client) {
     check_other_clients(client);
     const bool known = check_entry(client);
     check_root(client, known);
-    if (!known || !exists(client.root))
+    if (!known || !exists(client.root) || client.adopted)
         check_source(client);
     check_boot_program(client, known);
     check_swap(client);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "hostadm/method.hpp"
@@ -25,7 +26,7 @@ struct NewClient {
     ClientKind kind = ClientKind::diskless;
     std::string server; // this server's name, as the client is told
     Identity identity;
-    std::string root, swap, dump; // dump: empty for none
+    std::string root, swap, dump; // the latter two: empty for none
     std::uint64_t swap_size = 0;
     RootSource source;
     std::string hierarchy;          // holds the boot program
@@ -33,10 +34,16 @@ struct NewClient {
     std::string boot_name;          // its name in /tftpboot, or /rplboot
     std::optional<Service> service; // that it is made of
     bool prepare = false;           // its root gets the tables that it needs
+    bool adopted = false;           // its root is there already, and stays whatever becomes of the run
+    // Of a client that is made like another: what names that one in its root, what it is told beside the usual, and
+    // the options of its shares.
+    std::vector<std::pair<std::string, std::string>> words = {};
+    std::vector<BootparamsItem> more_items = {};
+    std::string options = {};
 
     // The directories that it mounts: its root, and those of its swap and dump files.
     std::vector<std::string> shared_directories() const;
-    std::string share_options() const { return share_options_of(name); }
+    std::string share_options() const { return options.empty() ? share_options_of(name) : options; }
     std::vector<BootparamsItem> items() const;
     BootProgramSource boot_program_source() const;
     // The same for a client that boots by RPL.

@@ -11,6 +11,7 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "base/beneath.hpp"
 #include "hostadm.h"
 #include "hostadm/platform.h"
 #include "server/failure.hpp"
@@ -108,6 +109,27 @@ bool is_tree(const std::string &directory) {
     return is_directory(directory + "/etc") || is_directory(directory + "/usr");
 }
 
+namespace {
+
+// Where a tree may hold its boot program.
+std::vector<std::string> places_in_tree(const Identity &identity) {
+    const std::string boot_part = "/lib/fs/nfs/inetboot", &impl_arch = identity.implementation_arch;
+    const std::string boot_name = make_boot_name(identity.os_version.c_str(), identity.os_name.c_str(),
+                                                 identity.instruction_set.c_str(), impl_arch.c_str());
+    return {"/boot/" + boot_name, "/usr/platform/" + impl_arch + boot_part,
+            "/platform/" + impl_arch + boot_part, "/usr" + boot_part, boot_part};
+}
+
+} // namespace
+
+base::Descriptor boot_program_in(const std::string &root, const Identity &identity) {
+    const base::Beneath files(root, base::Links::inside);
+    for (const std::string &place : places_in_tree(identity))
+        if (files.is_file(place))
+            return files.open_file(place);
+    return {};
+}
+
 OsPaths find_os(const std::string &hierarchy, const Identity &identity) {
     const auto &[inst_set, impl_arch, os_name, os_version] = identity;
     const std::string above = hierarchy == "/" ? "" : hierarchy;
@@ -124,13 +146,10 @@ OsPaths find_os(const std::string &hierarchy, const Identity &identity) {
                            impl_arch + " in the export area " + hierarchy)};
     }
     if (is_tree(hierarchy)) {
-        const std::string boot_name =
-            make_boot_name(os_version.c_str(), os_name.c_str(), inst_set.c_str(), impl_arch.c_str());
-        return {hierarchy,
-                first_file({above + "/boot/" + boot_name, above + "/usr/platform/" + impl_arch + boot_part,
-                            above + "/platform/" + impl_arch + boot_part, above + "/usr" + boot_part,
-                            above + boot_part},
-                           impl_arch + " in the tree " + hierarchy)};
+        std::vector<std::string> places;
+        for (const std::string &place : places_in_tree(identity))
+            places.push_back(above + place);
+        return {hierarchy, first_file(places, impl_arch + " in the tree " + hierarchy)};
     }
     fail(Code::unusable, hierarchy + " is no install hierarchy: it holds neither " + exec +
                              " nor a root file system (etc or usr)");

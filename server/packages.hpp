@@ -26,6 +26,8 @@
 #include <string>
 #include <vector>
 
+#include "base/descriptor.hpp"
+
 namespace hostadm::server {
 
 struct Identity {
@@ -39,6 +41,9 @@ struct OsPaths {
 
 // Throws Failure that says what is missing where.
 OsPaths find_os(const std::string &hierarchy, const Identity &identity);
+
+// The boot program of a root file system that may be a client's, whose links lead nowhere else; closed: there is none.
+base::Descriptor boot_program_in(const std::string &root, const Identity &identity);
 
 // Whether a directory holds packages: folders with a pkginfo file in them.
 bool holds_packages(const std::string &directory);

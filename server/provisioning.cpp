@@ -3,13 +3,17 @@
 
 #include <filesystem>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
+#include "base/beneath.hpp"
+#include "base/descriptor.hpp"
 #include "base/text.hpp"
 #include "hostadm.h"
 #include "server/boot_area.hpp"
 #include "server/bootparams.hpp"
 #include "server/catalogue.hpp"
+#include "server/client_change.hpp"
 #include "server/daemons.hpp"
 #include "server/failure.hpp"
 #include "server/files.hpp"
@@ -71,12 +75,31 @@ void share_executables(method::Call &call, const NewClient &client, Journal &jou
                 path + " " + executables_share_options);
 }
 
+void warn_about_adopted_root(const NewClient &client, Report &report) {
+    const base::Beneath files(client.root, base::Links::inside);
+    for (const char *program : {"sbin/init", "usr/sbin/init", "etc/init", "lib/systemd/systemd", "init"})
+        if (files.status(program))
+            return;
+    report.warn("root", client.root + " has no sbin/init, without which no client runs");
+}
+
+// What names the client in its root that it was copied from.
+void name_anew(const NewClient &client, Journal &journal, Report &report) {
+    report.step("files in its root", change_words_in_root(client.root, client.words, journal), client.root);
+    // Every machine makes its own, once it finds this empty.
+    constexpr const char *identity = "etc/machine-id";
+    const base::Beneath files(client.root, base::Links::inside);
+    if (files.is_file(identity))
+        files.rewrite(identity, "");
+}
+
 // What is said to be done must survive a power cut.
 void flush(const NewClient &client) {
-    std::vector<std::string> written = {client.root, parent_of(client.swap),
-                                        client.kind == ClientKind::rpl ? rplboot : tftpboot, "/etc"};
-    if (!client.dump.empty())
-        written.push_back(parent_of(client.dump));
+    std::vector<std::string> written = {client.root, client.kind == ClientKind::rpl ? rplboot : tftpboot,
+                                        "/etc"};
+    for (const std::string &file : {client.swap, client.dump})
+        if (!file.empty())
+            written.push_back(parent_of(file));
     flush_file_systems(written);
 }
 
@@ -88,8 +111,13 @@ void make_boot_area(method::Call &call, const NewClient &client, Journal &journa
     make_tftpboot_dir(method.c_str());
     const BootAreaLock lock;
     const std::string program = std::string(tftpboot) + "/" + client.boot_name;
-    const bool made = ensure_boot_program(lock, method, client.identity, client.boot_name,
-                                          client.boot_program_source(), journal);
+    BootProgramSource source = client.boot_program_source();
+    base::Descriptor from_root;
+    if (source.file.empty() && source.hierarchy.empty()) {
+        from_root = boot_program_in(client.root, client.identity);
+        source.file = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(from_root.get());
+    }
+    const bool made = ensure_boot_program(lock, method, client.identity, client.boot_name, source, journal);
     if (!client.boot_program.empty() && !same_content(program, client.boot_program))
         report.warn("boot program",
                     program + " differs from " + client.boot_program +
@@ -134,17 +162,23 @@ void provision(method::Call &call, const NewClient &client, Journal &journal, Re
 
     const bool root_is_whole = (known || is_filled_for(client.root, client.name)) && exists(client.root) &&
                                !std::filesystem::is_empty(client.root) && !is_being_filled(client.root);
-    if (!root_is_whole)
+    const bool is_filled = !root_is_whole && !client.adopted;
+    if (client.adopted)
+        warn_about_adopted_root(client, report);
+    if (is_filled)
         fill_new_root(call, client, journal, report);
-    report.step("root", !root_is_whole, client.root);
-    if (!root_is_whole) {
+    report.step("root", is_filled, client.root);
+    if (is_filled && !client.source.of_client)
         patch_root(call, client, report);
+    if (is_filled)
         root_is_filled(client.root, client.name);
-    }
+    if (!known && !client.words.empty())
+        name_anew(client, journal, report);
 
     check_swap(client); // which may have come with the root
     check_dump(client);
-    report.step("swap", make_sparse_file(client.swap, client.swap_size, journal), client.swap);
+    if (!client.swap.empty())
+        report.step("swap", make_sparse_file(client.swap, client.swap_size, journal), client.swap);
     if (!client.dump.empty())
         report.step("dump", make_sparse_file(client.dump, 0, journal), client.dump);
 

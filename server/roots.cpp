@@ -116,7 +116,7 @@ int fill_root(method::Call &call, const std::string &root, const std::string &os
         (status < 0 ? "the package tool's settings cannot be written to /tmp" : std::strerror(status)));
 }
 
-int copy_tree(method::Call &call, const std::string &tree, const std::string &root) {
+int copy_tree(method::Call &call, const std::string &tree, const std::string &root, bool of_client) {
     // What stands in the way is removed, never written to: it may be a fifo that nobody reads.
     const std::string command = "/bin/cp -a --remove-destination " + (tree == "/" ? "" : tree) + "/. " + root;
     const auto copy = [&] {
@@ -125,7 +125,7 @@ int copy_tree(method::Call &call, const std::string &tree, const std::string &ro
             forget_words_of_success();
         return status;
     };
-    if (run_confined(root, copy, {.sources = {tree}}) != 0)
+    if (run_confined(root, copy, {.sources = {tree}, .sources_are_clients = of_client}) != 0)
         return call.fail("cannot copy " + tree + " to " + root);
     Beneath(root).flush();
     return 0;

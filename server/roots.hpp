@@ -20,8 +20,9 @@ int fill_root(method::Call &call, const std::string &root, const std::string &os
               const std::string &os_version, const std::vector<std::string> &sources);
 
 // Copies a tree, whatever its release, into an existing root: modes, owners, times, links, devices and holes
-// stay as they are. 0, or 1 with the failure recorded.
-int copy_tree(method::Call &call, const std::string &tree, const std::string &root);
+// stay as they are. 0, or 1 with the failure recorded. A tree that is a client's may change meanwhile: none of its links
+// is followed.
+int copy_tree(method::Call &call, const std::string &tree, const std::string &root, bool of_client = false);
 
 // Installs packages of a directory into the area of an OS service, with this base directory in it. 0, or 1 with the
 // failure recorded.

@@ -42,6 +42,12 @@ const Description description{
           "no such service, and its boot program (default for the program: the tree, or the client's new "
           "root)"},
          {"boot_program", Kind::path, "the boot program itself, if the install hierarchy does not hold it"},
+         {"root",
+          Kind::choice,
+          "adopt: take the root that is there as it is",
+          false,
+          "new",
+          {"new", "adopt"}},
          {"boot", Kind::choice, "how it asks for its boot program", false, "tftp", {"tftp", "rpl"}},
          {"rootpath", Kind::path, "the client's root (default /export/root/HOSTNAME)"},
          {"swappath", Kind::path, "its swap file (default /export/swap/HOSTNAME/swap)"},
@@ -91,7 +97,7 @@ int work(Call &call) {
     if (done)
         return 0;
     if (!transaction.did_anything() && !call.given("tree") && !call.given("packages") &&
-        !call.given("install_hierarchy") &&
+        call.get("root") != "adopt" && !call.given("install_hierarchy") &&
         !find_service(call.get("os_name"), call.get("os_version"),
                       base::lower_case(call.get("instruction_set"))))
         call.fail("where the operating system lies was not said, and this server keeps no such service: give "

@@ -20,19 +20,24 @@ using namespace hostadm::server;
 const Description description{
     .name = "client/change",
     .purpose =
-        "give a client another name, address, Ethernet address, server name, boot program or swap size",
+        "give a client another name, address, Ethernet address, server name, boot program, swap size or "
+        "share options",
     .arguments = {{"hostname", Kind::host, "the client's name", true},
                   {"new_hostname", Kind::host, "the name that it is to have"},
                   {"address", Kind::address, "the IPv4 address that it is to have"},
                   {"ethernet", Kind::ethernet, "its new Ethernet address"},
                   {"server", Kind::host, "this server's name, as the client is to be told"},
                   {"boot_program", Kind::path, "the file that it is to boot"},
-                  {"swap_size", Kind::size, "the size that its swap file is to have"}},
+                  {"swap_size", Kind::size, "the size that its swap file is to have"},
+                  {"share_options", Kind::options,
+                   "the options with which all that is its own is to be shared"}},
     .outputs = {changed_output},
     .columns = {{"step", "what was looked after"},
                 {"result", "done or unchanged"},
                 {"detail", "what stands there now"}},
-    .edits = {"/tftpboot", "/etc/bootparams", "/etc/hosts", "/etc/ethers", "the client's swap file"},
+    .edits = {"/tftpboot", "/etc/bootparams", "/etc/hosts", "/etc/ethers", "/etc/dfs/dfstab", "/rplboot",
+              "the client's swap file"},
+    .shares = {"the client's directories"},
 };
 
 WantedChange wanted(const Call &call) {
@@ -41,7 +46,8 @@ WantedChange wanted(const Call &call) {
                         .ethernet = call.get("ethernet"),
                         .server = call.get("server"),
                         .boot_program = call.get("boot_program"),
-                        .swap_size = {}};
+                        .swap_size = {},
+                        .share_options = call.get("share_options")};
     if (call.given("swap_size"))
         change.swap_size = bytes_in(call.get("swap_size"));
     return change;
@@ -68,11 +74,12 @@ int change(Call &call, Claims &claims, Journal &journal) {
 int work(Call &call) {
     if (geteuid() != 0)
         fail(Code::not_root, "only root may change a client");
-    const auto names = {"new_hostname", "address", "ethernet", "server", "boot_program", "swap_size"};
+    const auto names = {"new_hostname", "address",   "ethernet",     "server",
+                        "boot_program", "swap_size", "share_options"};
     if (std::none_of(names.begin(), names.end(), [&](const char *name) { return call.given(name); }))
         return call.refuse(
-            "nothing was said to change: give new_hostname, address, ethernet, server, boot_program "
-            "or swap_size");
+            "nothing was said to change: give new_hostname, address, ethernet, server, boot_program, "
+            "swap_size or share_options");
     Claims claims(call.method(), call.get("hostname"), {});
     Transaction transaction(call, call.get("hostname"));
     if (transaction.run([&] { return change(call, claims, transaction.journal()); }))

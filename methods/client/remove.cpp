@@ -95,15 +95,16 @@ std::set<std::string> shares_of(const Client &client) {
     return paths;
 }
 
-// Directories of this server that only this client is told to install from, and that were shared for such clients.
+// Directories of this server that only this client is told to install or to run from, and that were shared for such
+// clients.
 std::set<std::string> common_shares_of(const Client &client) {
     std::set<std::string> paths;
-    for (const char *key : {"install", "install_config"})
+    for (const char *key : {"install", "install_config", "exec"})
         if (const std::string path = client.own_path(key); !path.empty() && is_common_share(path))
             paths.insert(path);
     for (const BootparamsClient &other : client_entries())
         if (base::lower_case(other.name) != base::lower_case(client.name))
-            for (const char *key : {"install", "install_config"})
+            for (const char *key : {"install", "install_config", "exec"})
                 paths.erase(path_of_item(other.items, key));
     return paths;
 }
@@ -113,7 +114,9 @@ Leaving find_leaving(const std::string &hostname) {
         fail(Code::taken, hostname + " is this server");
     Leaving leaving;
     leaving.client = find_client(hostname);
-    leaving.root = leaving.client.own_path("root");
+    // The root of a client that is being installed is that of all who are installed from there.
+    if (leaving.client.kind() != ClientKind::install)
+        leaving.root = leaving.client.own_path("root");
     leaving.swap = leaving.client.own_path("swap");
     leaving.dump = leaving.client.own_path("dump");
     for (const Filling &filling : roots_being_filled()) {
@@ -125,7 +128,7 @@ Leaving find_leaving(const std::string &hostname) {
     }
     leaving.shared = shares_of(leaving.client);
     leaving.common = common_shares_of(leaving.client);
-    if (!leaving.client.own_path("root").empty())
+    if (!leaving.root.empty() && leaving.root == leaving.client.own_path("root"))
         leaving.shared.insert(leaving.root);
     for (const std::string &path : {leaving.swap, leaving.dump})
         if (!path.empty())
@@ -252,7 +255,9 @@ void say_what_stays(Call &call, const Leaving &leaving, Report &report) {
     for (const auto &[step, path] :
          {std::pair("dump", leaving.dump), {"swap", leaving.swap}, {"root", leaving.root}})
         if (const std::string item = leaving.client.item(step); path.empty() && !item.empty())
-            report.kept(step, item + " is not on this server");
+            report.kept(step,
+                        item + (leaving.client.own_path(step).empty() ? " is not on this server"
+                                                                      : " is what it was installed from"));
     if (call.get("purge") == "yes")
         return;
     if (!leaving.is_filled)

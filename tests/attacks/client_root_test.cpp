@@ -102,6 +102,9 @@ protected:
             fs::create_directories(own + "/" + name);
         fs::permissions(own + "/passwd", fs::perms::owner_read);
         write(data + "/etc/autoinstall/small/one", "one disk\n");
+        write("/var/sadm/pkg/KTVXqsvu/pkginfo", "ARCH=i386\n");
+        write("/var/sadm/pkg/KTVXqsvr/pkginfo", "ARCH=i386\n");
+        write("/etc/bootparams", "c1 root=localhost:" + root + "\n");
         fresh_root();
         before_ = state_of(own);
     }

@@ -167,7 +167,13 @@ const std::vector<std::string> invocations{
     "client/enable hostname=c1",
     "client/change hostname=c1 address=10.1.2.4",
     "client/change hostname=c1 address=10.1.2.3",
+    "client/add_dataless hostname=d1 address=10.1.2.6 ethernet=8:0:20:a:c:1 server=server1 "
+    "execpath=/export/shared instruction_set=kel4 os_name=Quorvel os_version=2.5",
+    "client/remove hostname=d1",
+    "client/copy hostname=c1 new_hostname=c4 address=10.1.2.5 ethernet=8:0:20:a:b:f",
+    "client/change hostname=c4 share_options=rw=c4,root=c4,anon=0",
     "client/add_cachelet hostname=c1 root=/export/root/c1 profile_set=small profile=one",
+    "client/remove_cachelet hostname=c1",
     "client/add_diskless hostname=r1 address=10.1.2.8 ethernet=8:0:20:a:b:e server=server1 tree=/tree "
     "boot=rpl" +
         identity,

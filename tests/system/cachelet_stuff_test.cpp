@@ -426,6 +426,9 @@ protected:
         CacheletSystem::SetUp();
         if (IsSkipped())
             return;
+        write("/var/sadm/pkg/KTVXqsvu/pkginfo", "ARCH=i386\n");
+        write("/var/sadm/pkg/KTVXqsvr/pkginfo", "ARCH=i386\n");
+        write("/etc/bootparams", "c1 root=localhost:/export/root/c1\n");
         write("/export/root/c1/etc/vfstab", table);
         write(data + "/etc/autoinstall/small/one", "one disk\n");
         write(data + "/etc/autoinstall/small/two", "two disks\n");
@@ -552,16 +555,80 @@ TEST_F(CacheOnlyClient, ProfileIsSetAndChecked) {
 TEST_F(CacheOnlyClient, SecondRunChangesNothing) {
     const Ran first = hostadm(add);
     EXPECT_EQ(first.status, 0);
-    EXPECT_THAT(first.output, HasSubstr("cached mounts  done"));
-    EXPECT_THAT(first.output, HasSubstr("disk profile   done"));
+    EXPECT_THAT(first.output, HasSubstr("cached mounts    done"));
+    EXPECT_THAT(first.output, HasSubstr("disk profile     done"));
     struct stat before = {}, after = {};
     stat("/export/root/c1/etc/vfstab", &before);
     const Ran second = hostadm(add);
     EXPECT_EQ(second.status, 0);
-    EXPECT_THAT(second.output, HasSubstr("cached mounts  unchanged"));
-    EXPECT_THAT(second.output, HasSubstr("disk profile   unchanged"));
+    EXPECT_THAT(second.output, HasSubstr("cached mounts    unchanged"));
+    EXPECT_THAT(second.output, HasSubstr("disk profile     unchanged"));
     stat("/export/root/c1/etc/vfstab", &after);
     EXPECT_EQ(before.st_ino, after.st_ino);
+}
+
+TEST_F(CacheOnlyClient, IsToldAndListedAsOne) {
+    EXPECT_EQ(hostadm(add).status, 0);
+    EXPECT_EQ(content("/etc/bootparams"), "c1 root=localhost:/export/root/c1 boottype=:ca\n");
+    EXPECT_THAT(hostadm("run client/list").output, HasSubstr("cache-only"));
+}
+
+TEST_F(CacheOnlyClient, OneRequestTakesAllOfItBack) {
+    const std::string before = snapshot();
+    EXPECT_EQ(hostadm(add).status, 0);
+    const Ran removed = hostadm("run client/remove_cachelet hostname=c1");
+    EXPECT_EQ(removed.status, 0) << removed.output;
+    EXPECT_THAT(removed.output, HasSubstr("changed  yes"));
+    EXPECT_EQ(content("/export/root/c1/etc/vfstab"), table);
+    EXPECT_FALSE(fs::exists("/export/root/c1/.autoinstall"));
+    EXPECT_FALSE(fs::exists("/export/root/c1/etc/fs/cachefs"));
+    EXPECT_EQ(content("/etc/bootparams"), "c1 root=localhost:/export/root/c1 boottype=:di\n");
+    EXPECT_THAT(hostadm("run client/remove_cachelet hostname=c1").output, HasSubstr("changed  no"));
+    fs::remove_all("/export/root/c1/etc/fs");
+    EXPECT_EQ(snapshot(), before);
+}
+
+TEST_F(CacheOnlyClient, TakingBackLeavesOtherProfilesAlone) {
+    EXPECT_EQ(hostadm(add).status, 0);
+    write("/export/root/c1/.autoinstall/mine", "mine\n");
+    EXPECT_EQ(hostadm("run client/remove_cachelet hostname=c1").status, 0);
+    EXPECT_EQ(content("/export/root/c1/.autoinstall/mine"), "mine\n");
+    EXPECT_FALSE(fs::exists("/export/root/c1/.autoinstall/one"));
+}
+
+TEST_F(CacheOnlyClient, TakingBackThatFailsLeavesItAsItWas) {
+    EXPECT_EQ(hostadm(add).status, 0);
+    const std::string before = snapshot();
+    write("/usr/sbin/mv", "#!/bin/sh\nexit 1\n");
+    fs::permissions("/usr/sbin/mv", fs::perms(0755));
+    EXPECT_EQ(hostadm_slow("run client/remove_cachelet hostname=c1").status, 1);
+    EXPECT_EQ(snapshot(), before);
+    EXPECT_THAT(content("/etc/bootparams"), HasSubstr("boottype=:ca"));
+}
+
+TEST_F(CacheOnlyClient, MustBeADisklessClientOfThisServer) {
+    const std::string before = snapshot();
+    const std::string nobody = "run client/add_cachelet hostname=nobody profile_set=small profile=one";
+    EXPECT_THAT(hostadm(nobody).output, HasSubstr("there is no client nobody"));
+    EXPECT_THAT(hostadm(add + " root=/export/root/other").output, HasSubstr("is not the root of c1"));
+    write("/etc/bootparams", "c1 root=elsewhere.invalid:/export/root/c1\n");
+    EXPECT_THAT(hostadm(add).output, HasSubstr("is not on this server"));
+    write("/etc/bootparams", "c1 install=localhost:/export/install boottype=:in\n");
+    EXPECT_THAT(hostadm(add).output, HasSubstr("of the kind install"));
+    EXPECT_EQ(snapshot(), before);
+}
+
+TEST_F(CacheOnlyClient, NeedsAServerThatIsPrepared) {
+    fs::remove_all("/var/sadm/pkg/KTVXqsvr");
+    const std::string before = snapshot();
+    const Ran refused = hostadm(add + " setup=no");
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(refused.output, HasSubstr("hostadm run service/setup_cachelet_server prepares it"));
+    const Ran without_package = hostadm(add);
+    EXPECT_EQ(without_package.status, 1);
+    EXPECT_THAT(without_package.output, HasSubstr("(error 96)"));
+    EXPECT_EQ(snapshot(), before);
+    EXPECT_EQ(content("/etc/bootparams"), "c1 root=localhost:/export/root/c1\n");
 }
 
 TEST_F(CacheOnlyClient, MissingProfileChangesNothing) {

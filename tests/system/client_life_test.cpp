@@ -295,6 +295,236 @@ TEST_F(ClientLife, EveryListTellsItsKind) {
     EXPECT_EQ(nlohmann::json::parse(hostadm("status --json").output).at("clients")[0].at("disabled"), "yes");
 }
 
+// ---- another one like it ----
+
+const std::string copy_words =
+    "client/copy hostname=c1 new_hostname=c2 address=10.1.2.4 ethernet=8:0:20:a:b:d";
+
+TEST_F(ClientLife, ACopyIsAClientLikeTheOther) {
+    write("/export/root/c1/etc/machine-id", "0123456789abcdef\n");
+    fs::create_symlink("nowhere", "/export/root/c1/etc/link");
+    changed("client/change hostname=c1 share_options=rw=c1,root=c1,anon=0");
+    EXPECT_EQ(changed(copy_words), "yes");
+    EXPECT_THAT(content("/etc/bootparams"),
+                HasSubstr("\nc2 root=server1:/export/root/c2 swap=server1:/export/swap/c2/swap boottype=:di "
+                          "swapsize=:1\n"));
+    EXPECT_THAT(content("/etc/hosts"), HasSubstr("10.1.2.4\tc2\n"));
+    EXPECT_THAT(content("/etc/ethers"), HasSubstr("08:00:20:0a:0b:0d\tc2\n"));
+    EXPECT_THAT(content("/etc/dfs/sharetab"), AllOf(HasSubstr("/export/root/c2  rw=c2,root=c2,anon=0"),
+                                                    HasSubstr("/export/swap/c2  rw=c2,root=c2,anon=0")));
+    EXPECT_EQ(fs::read_symlink("/tftpboot/0A010204"), "inetboot.kel4m.Quorvel_2.5");
+    EXPECT_EQ(fs::file_size("/export/swap/c2/swap"), 1U << 20U);
+    EXPECT_EQ(content("/export/root/c2/etc/nodename"), "c2\n");
+    EXPECT_THAT(content("/export/root/c2/etc/hosts"), HasSubstr("10.1.2.4  c2 c2.lab # me"));
+    EXPECT_THAT(content("/export/root/c2/etc/vfstab"), HasSubstr("server1:/export/root/c2 - / "));
+    EXPECT_EQ(content("/export/root/c2/etc/machine-id"), "");
+    EXPECT_EQ(fs::read_symlink("/export/root/c2/etc/link"), "nowhere");
+    EXPECT_EQ(content("/export/root/c1/etc/nodename"), "c1\n");
+    EXPECT_EQ(answer("client/show hostname=c2").at("outputs").at("boot_links"), "yes");
+    EXPECT_EQ(changed(copy_words), "no");
+}
+
+TEST_F(ClientLife, NothingOutsideTheRootIsCopied) {
+    write("/secret/file", "the server's own");
+    fs::remove_all("/export/root/c1/usr/share");
+    fs::create_symlink("/secret", "/export/root/c1/usr/share");
+    fs::create_symlink("/secret/file", "/export/root/c1/etc/motd");
+    EXPECT_EQ(changed(copy_words), "yes");
+    EXPECT_EQ(fs::read_symlink("/export/root/c2/etc/motd"), "/secret/file");
+    EXPECT_EQ(fs::read_symlink("/export/root/c2/usr/share"), "/secret");
+}
+
+TEST_F(ClientLife, RemovedItsCopyLeavesEverythingAsItWas) {
+    const std::string before = whole();
+    EXPECT_EQ(changed(copy_words), "yes");
+    EXPECT_EQ(changed("client/remove hostname=c2 purge=yes"), "yes");
+    EXPECT_EQ(whole(), before);
+    EXPECT_FALSE(fs::exists("/export/root/c2"));
+}
+
+TEST_F(ClientLife, ACopyThatFailsIsTakenBackWhole) {
+    write("/complain-share-export-root-c2", "");
+    const std::string before = whole();
+    const Outcome run = hostadm("run " + copy_words);
+    fs::remove("/complain-share-export-root-c2");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.output, HasSubstr("everything that was done for c2 has been taken back"));
+    EXPECT_EQ(whole(), before);
+    EXPECT_FALSE(fs::exists("/export/root/c2"));
+    EXPECT_FALSE(fs::exists("/export/swap/c2"));
+}
+
+TEST_F(ClientLife, ACopyThatMeetsAnotherClientNamesIt) {
+    added("c2", "10.1.2.4", "8:0:20:a:b:d");
+    changed("client/disable hostname=c2");
+    const std::string before = whole();
+    for (const auto &[words, named] :
+         {std::pair("new_hostname=c3 address=10.1.2.4 ethernet=8:0:20:a:b:e", "10.1.2.4 belongs to c2"),
+          {"new_hostname=c3 address=10.1.2.5 ethernet=8:0:20:a:b:d", "belongs to c2"},
+          {"new_hostname=c2 address=10.1.2.5 ethernet=8:0:20:a:b:e", "c2"}}) {
+        const Outcome run = hostadm(std::string("run client/copy hostname=c1 ") + words);
+        EXPECT_EQ(run.status, 1) << words << run.output;
+        EXPECT_THAT(run.output, HasSubstr(named));
+    }
+    EXPECT_EQ(
+        hostadm("run client/copy hostname=nobody new_hostname=c3 address=10.1.2.5 ethernet=8:0:20:a:b:e")
+            .status,
+        1);
+    EXPECT_EQ(whole(), before);
+}
+
+// ---- a root that is there already ----
+
+TEST_F(ClientLife, ARootThatIsThereIsAdopted) {
+    changed("client/remove hostname=c1");
+    fs::remove("/tftpboot/inetboot.kel4m.Quorvel_2.5");
+    const std::string before = tables();
+    write("/export/root/c1/etc/mine", "mine");
+    std::string words = "client/add_diskless hostname=c1 address=10.1.2.3 ethernet=8:0:20:a:b:c" + identity;
+    const Outcome foreign = hostadm("run " + words);
+    EXPECT_EQ(foreign.status, 1);
+    EXPECT_THAT(foreign.output, HasSubstr("take it as it is with root=adopt"));
+    words.replace(words.find(" tree=/tree"), 11, "");
+    EXPECT_EQ(changed(words + " root=adopt"), "yes");
+    EXPECT_EQ(content("/export/root/c1/etc/mine"), "mine");
+    EXPECT_EQ(content("/tftpboot/0A010203"), "boot program") << "which lay in the root";
+    EXPECT_EQ(changed(words + " root=adopt"), "no");
+    EXPECT_EQ(changed("client/remove hostname=c1"), "yes");
+    EXPECT_EQ(tables(), before);
+}
+
+TEST_F(ClientLife, AnAdoptedRootStaysWhenTheRunFails) {
+    changed("client/remove hostname=c1");
+    write("/complain-share-export-root-c1", "");
+    const std::string before = tables();
+    const Outcome run =
+        hostadm("run client/add_diskless hostname=c1 address=10.1.2.3 ethernet=8:0:20:a:b:c "
+                "instruction_set=kel4 implementation_arch=kel4m os_name=Quorvel os_version=2.5 "
+                "server=server1 root=adopt");
+    fs::remove("/complain-share-export-root-c1");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(content("/export/root/c1/etc/nodename"), "c1\n");
+    EXPECT_EQ(tables(), before);
+}
+
+TEST_F(ClientLife, LinksInAnAdoptedRootLendItNoBootProgram) {
+    changed("client/remove hostname=c1");
+    fs::remove("/tftpboot/inetboot.kel4m.Quorvel_2.5");
+    write("/secret/inetboot", "the server's own");
+    fs::remove_all("/export/root/c1/usr/platform");
+    fs::create_directories("/export/root/c1/usr/lib/fs/nfs");
+    fs::create_symlink("/secret/inetboot", "/export/root/c1/usr/lib/fs/nfs/inetboot");
+    const Outcome run =
+        hostadm("run client/add_diskless hostname=c1 address=10.1.2.3 ethernet=8:0:20:a:b:c "
+                "instruction_set=kel4 implementation_arch=kel4m os_name=Quorvel os_version=2.5 "
+                "server=server1 root=adopt");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.output, HasSubstr("there is no boot program for kel4m"));
+    EXPECT_FALSE(fs::exists("/tftpboot/inetboot.kel4m.Quorvel_2.5"));
+}
+
+TEST_F(ClientLife, WhatIsNoRootIsNotAdopted) {
+    added("c2", "10.1.2.4", "8:0:20:a:b:d");
+    changed("client/remove hostname=c1 purge=yes");
+    fs::create_directories("/export/root/c1/etc");
+    fs::create_directories("/export/root/empty");
+    const std::string words = "run client/add_diskless hostname=c1 address=10.1.2.3 ethernet=8:0:20:a:b:c "
+                              "instruction_set=kel4 implementation_arch=kel4m os_name=Quorvel os_version=2.5 "
+                              "server=server1 root=adopt rootpath=";
+    for (const auto &[path, said] : {std::pair("/export/root/c1", "it lacks usr"),
+                                     {"/export/root/none", "no root /export/root/none to adopt"},
+                                     {"/export/root/c2", "is the root of c2"},
+                                     {"/export/root/c2/usr", "lies in the root of c2"}}) {
+        const Outcome run = hostadm(words + path);
+        EXPECT_EQ(run.status, 1) << path;
+        EXPECT_THAT(run.output, HasSubstr(said));
+    }
+    EXPECT_EQ(hostadm(words + "/export/root/c1 tree=/tree").status, 2);
+}
+
+// ---- changes ----
+
+TEST_F(ClientLife, EveryArgumentOfAChangeIsFollowedOnAnAdoptedRoot) {
+    changed("client/remove hostname=c1");
+    std::string words = "client/add_diskless hostname=c1 address=10.1.2.3 ethernet=8:0:20:a:b:c" + identity;
+    words.replace(words.find(" tree=/tree"), 11, " root=adopt");
+    EXPECT_EQ(changed(words), "yes");
+    write("/other/special.boot", "another program");
+    const std::string change = "client/change hostname=c1 new_hostname=new address=10.1.2.9 "
+                               "ethernet=8:0:20:a:b:ff server=server2 boot_program=/other/special.boot "
+                               "swap_size=2m share_options=rw=new,root=new,anon=0";
+    EXPECT_EQ(changed(change), "yes");
+    EXPECT_EQ(links(), "0A010209->special.boot\n0A010209.KEL4M->special.boot\n");
+    EXPECT_THAT(content("/etc/bootparams"),
+                HasSubstr("new root=server2:/export/root/new swap=server2:/export/swap/new/swap boottype=:di "
+                          "swapsize=:2\n"));
+    EXPECT_THAT(content("/etc/dfs/dfstab"),
+                AllOf(HasSubstr("rw=new,root=new,anon=0 /export/root/new"), Not(HasSubstr("c1"))));
+    EXPECT_EQ(content("/export/root/new/etc/nodename"), "new\n");
+    EXPECT_EQ(changed(change), "no");
+}
+
+TEST_F(ClientLife, OtherShareOptionsTakeTheirPlaceInBothTables) {
+    EXPECT_EQ(changed("client/change hostname=c1 share_options=rw=c1,root=c1,anon=0"), "yes");
+    EXPECT_THAT(content("/etc/dfs/sharetab"), AllOf(HasSubstr("/export/root/c1  rw=c1,root=c1,anon=0"),
+                                                    HasSubstr("/export/swap/c1  rw=c1,root=c1,anon=0")));
+    EXPECT_THAT(content("/etc/dfs/dfstab"), Not(HasSubstr("root=c1 /")));
+    EXPECT_EQ(changed("client/change hostname=c1 share_options=rw=c1,root=c1,anon=0"), "no");
+    const std::string before = whole();
+    for (const char *options : {"rw", "rw,root=c1", "root=c1", "rw=c1:c2,root=c1", "rw=c2"}) {
+        const Outcome run = hostadm(std::string("run client/change hostname=c1 share_options=") + options);
+        EXPECT_EQ(run.status, 2) << run.output;
+        EXPECT_THAT(run.output, HasSubstr("to c1 and nobody else"));
+    }
+    EXPECT_EQ(whole(), before);
+}
+
+TEST_F(ClientLife, AChangeMeetsADisabledClientToo) {
+    added("c2", "10.1.2.4", "8:0:20:a:b:d");
+    changed("client/disable hostname=c2");
+    const Outcome run = hostadm("run client/change hostname=c1 ethernet=8:0:20:a:b:d");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.output, HasSubstr("belongs to c2"));
+}
+
+TEST_F(ClientLife, AChangeThatMeetsAnothersPathNamesIt) {
+    added("c2", "10.1.2.4", "8:0:20:a:b:d", " rootpath=/export/root/new");
+    const Outcome run = hostadm("run client/change hostname=c1 new_hostname=new");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.output, HasSubstr("/export/root/new is there already, as the root of c2"));
+}
+
+TEST_F(ClientLife, WhatWasFilledInPartIsNeitherChangedNorCopied) {
+    write("/var/lib/hostadm/filling", "/export/root/c1\tc1\n");
+    for (const std::string &words : {std::string("client/change hostname=c1 address=10.1.2.9"), copy_words}) {
+        const Outcome run = hostadm("run " + words);
+        EXPECT_EQ(run.status, 1);
+        EXPECT_THAT(run.output, AllOf(HasSubstr("filled only in part"), HasSubstr("(error 119)")));
+    }
+    fs::remove("/var/lib/hostadm/filling");
+}
+
+TEST_F(ClientLife, ANewAddressOfAKnownClientIsRefusedWithTheWayOn) {
+    const Outcome run =
+        hostadm("run client/add_diskless hostname=c1 address=10.1.2.3 ethernet=8:0:20:a:b:ee" + identity);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.output, HasSubstr("client/change gives a client another"));
+}
+
+TEST_F(ClientLife, ThatBootsByRplTakesItsLinksToItsNewEthernetAddress) {
+    added("r1", "10.1.2.9", "8:0:20:1:2:3", " boot=rpl");
+    write("/other/special.boot", "another program");
+    const std::string change =
+        "client/change hostname=r1 ethernet=8:0:20:1:2:ff boot_program=/other/special.boot";
+    EXPECT_EQ(changed(change), "yes");
+    EXPECT_EQ(rpl_links(), "0800200102FF.hw.com->./smc.com\n0800200102FF.glue.com->./gluecode.com\n"
+                           "0800200102FF.inetboot->special.boot\n");
+    EXPECT_EQ(content("/rplboot/special.boot"), "another program");
+    EXPECT_EQ(changed(change), "no");
+}
+
+// ---- kinds ----
+
 const std::string rpl_links_of_r1 = "080020010203.hw.com->./smc.com\n080020010203.glue.com->./gluecode.com\n"
                                     "080020010203.inetboot->inetboot.kel4m.Quorvel_2.5\n";
 
@@ -344,6 +574,70 @@ TEST_F(ClientLife, AFailureTakesItsRplLinksAway) {
     EXPECT_EQ(rpl_links(), "");
     EXPECT_FALSE(fs::exists("/rplboot/smc.com"));
     EXPECT_FALSE(fs::exists("/export/root/r1"));
+}
+
+const std::string dataless_words = "client/add_dataless hostname=d1 address=10.1.2.9 ethernet=8:0:20:a:b:e "
+                                   "instruction_set=kel4 os_name=Quorvel os_version=2.5 server=server1 "
+                                   "execpath=/export/exec/usr";
+
+TEST_F(ClientLife, ADatalessClientHasItsExecutablesFromHere) {
+    fs::create_directories("/export/exec/usr");
+    const std::string before = tables();
+    EXPECT_EQ(changed(dataless_words), "yes");
+    EXPECT_THAT(content("/etc/bootparams"), HasSubstr("d1 exec=server1:/export/exec/usr boottype=:da\n"));
+    EXPECT_THAT(content("/etc/dfs/dfstab"), HasSubstr("share -F nfs -o ro /export/exec/usr\n"));
+    EXPECT_THAT(content("/etc/ethers"), HasSubstr("08:00:20:0a:0b:0e\td1\n"));
+    EXPECT_EQ(answer("client/show hostname=d1").at("outputs").at("kind"), "dataless");
+    EXPECT_EQ(changed(dataless_words), "no");
+    EXPECT_EQ(changed("client/disable hostname=d1"), "yes");
+    EXPECT_EQ(changed("client/enable hostname=d1"), "yes");
+    EXPECT_EQ(changed("client/change hostname=d1 new_hostname=d2 address=10.1.2.8"), "yes");
+    EXPECT_EQ(changed("client/remove hostname=d2"), "yes");
+    EXPECT_EQ(tables(), before);
+}
+
+TEST_F(ClientLife, ExecutablesStaySharedAsLongAsADatalessClientMountsThem) {
+    fs::create_directories("/export/exec/usr");
+    EXPECT_EQ(changed(dataless_words), "yes");
+    std::string second = dataless_words;
+    second.replace(second.find("d1"), 2, "d2").replace(second.find("10.1.2.9"), 8, "10.1.2.8");
+    second.replace(second.find("a:b:e"), 5, "a:b:f");
+    EXPECT_EQ(changed(second), "yes");
+    EXPECT_EQ(changed("client/remove hostname=d1"), "yes");
+    EXPECT_THAT(content("/etc/dfs/dfstab"), HasSubstr("/export/exec/usr"));
+    EXPECT_EQ(changed("client/remove hostname=d2"), "yes");
+    EXPECT_THAT(content("/etc/dfs/dfstab"), Not(HasSubstr("/export/exec/usr")));
+}
+
+TEST_F(ClientLife, ADatalessClientThatCannotBeAddedLeavesNothing) {
+    const std::string before = whole();
+    std::string without_path = dataless_words;
+    without_path.resize(without_path.find(" execpath"));
+    for (const auto &[words, said] :
+         {std::pair(dataless_words, "there is no directory /export/exec/usr"),
+          {without_path, "this server keeps no executables of Quorvel 2.5 for kel4"},
+          {without_path + " execpath=/export/root/c1/usr", "lies in the root of a client"},
+          {without_path + " execpath=/export", "too near to the root"}}) {
+        const Outcome run = hostadm("run " + words);
+        EXPECT_EQ(run.status, 1) << words;
+        EXPECT_THAT(run.output, HasSubstr(said));
+    }
+    EXPECT_EQ(whole(), before);
+}
+
+TEST_F(ClientLife, WhatAClientWasInstalledFromIsNoneOfItsOwn) {
+    write("/export/install/etc/motd", "system");
+    write("/etc/bootparams",
+          "inst root=localhost:/export/install install=localhost:/export/install boottype=:in\n");
+    write("/etc/dfs/dfstab", "share -F nfs -o ro /export/install\n");
+    changed("client/disable hostname=inst");
+    EXPECT_EQ(content("/etc/dfs/dfstab"), "share -F nfs -o ro /export/install\n");
+    const Outcome removed = hostadm("run client/remove hostname=inst purge=yes");
+    EXPECT_EQ(removed.status, 0) << removed.output;
+    EXPECT_THAT(removed.output, HasSubstr("is what it was installed from"));
+    EXPECT_EQ(content("/export/install/etc/motd"), "system");
+    EXPECT_EQ(content("/etc/dfs/dfstab"), "share -F nfs -o ro /export/install\n");
+    EXPECT_EQ(content("/etc/bootparams"), "");
 }
 
 TEST_F(ClientLife, OfAnotherKindItIsNotAddedOnceMore) {

@@ -279,6 +279,9 @@ protected:
         fs::remove_all(root);
         write(table, plain);
         chmod(table.c_str(), 0640);
+        write("/var/sadm/pkg/KTVXqsvu/pkginfo", "ARCH=i386\n");
+        write("/var/sadm/pkg/KTVXqsvr/pkginfo", "ARCH=i386\n");
+        write("/etc/bootparams", "c1 root=localhost:/client\n");
         write("/opt/KTVXmgrd/2.2/etc/autoinstall/small/one", "one disk\n");
         for (const std::string &name : edits())
             fs::remove(name);
