@@ -217,7 +217,7 @@ bool ensure_boot_program(const BootAreaLock &, const std::string &method, const 
             open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
         if (!made.is_open())
             fail_errno("cannot make " + fresh);
-        journal.note(MadeFile{fresh, identity_of(fresh).value_or(FileIdentity{})});
+        journal.note_made(MadeFile{fresh, identity_of(fresh).value_or(FileIdentity{})});
     }
     if (copyfile(fresh.c_str(), file.c_str()) != 0 || chmod(fresh.c_str(), 0644) != 0)
         cannot_copy();

@@ -46,7 +46,7 @@ bool make_directory(const std::string &path, Journal &journal) {
     const base::Beneath folder = folder_on_server(path);
     if (mkdirat(folder.descriptor(), name_of(path).c_str(), 0755) != 0)
         return false;
-    journal.note(MadeDirectory{path, identity_of(path).value_or(FileIdentity{})});
+    journal.note_made(MadeDirectory{path, identity_of(path).value_or(FileIdentity{})});
     return true;
 }
 
@@ -106,7 +106,7 @@ base::Descriptor make_new_file(const std::string &path, mode_t mode, Journal &jo
                                  O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
     if (!file.is_open())
         fail_errno("cannot make " + path);
-    journal.note(MadeFile{path, identity_of(file).value_or(FileIdentity{})});
+    journal.note_made(MadeFile{path, identity_of(file).value_or(FileIdentity{})});
     return file;
 }
 

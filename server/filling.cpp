@@ -75,7 +75,7 @@ void prepare(const std::string &root, Journal &journal) {
         const Uninterrupted uninterrupted;
         if (mkdir(root.c_str(), 0755) != 0)
             fail_errno("cannot make " + root);
-        journal.note(MadeRoot{root, identity_of(root).value_or(FileIdentity{})});
+        journal.note_made(MadeRoot{root, identity_of(root).value_or(FileIdentity{})});
         before.st_mode = 0755;
     }
     // Or every copied directory would inherit its set-group-ID bit.

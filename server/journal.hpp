@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "base/descriptor.hpp"
+#include "server/undo_context.hpp"
 
 namespace hostadm::server {
 
@@ -48,6 +49,15 @@ class Journal {
 public:
     Journal(); // throws Failure
     template <typename Entry> void note(const Entry &entry) { append(written(entry)); }
+    // Of something that is there already. What cannot be noted could not be taken back later, so it is at once.
+    template <typename Entry> void note_made(const Entry &entry) {
+        try {
+            note(entry);
+        } catch (...) {
+            take_back(entry, UndoContext{});
+            throw;
+        }
+    }
     // Throws Failure. A field may hold any byte.
     void append(const Written &entry);
     std::vector<Written> entries() const;

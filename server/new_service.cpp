@@ -362,7 +362,7 @@ private:
                 make_directories(folder, journal_);
                 if (!copy_whole(file, place))
                     fail(Code::system, "cannot copy the boot program " + file + " to " + place);
-                journal_.note(MadeFile{place, identity_of(place).value_or(FileIdentity{})});
+                journal_.note_made(MadeFile{place, identity_of(place).value_or(FileIdentity{})});
                 now_.boot_programs.emplace_back(implementation, place);
             }
             report_.step("boot program", !is_there, place);

@@ -70,7 +70,12 @@ void copy_missing(const RplFile &file, Journal &journal) {
     const Uninterrupted uninterrupted;
     if (!copy_whole(source, file.copy))
         fail(Code::system, "cannot copy " + source + " to " + file.copy);
-    journal.note(MadeRplFile{file.copy, identity_of(file.copy).value_or(FileIdentity{})});
+    try {
+        journal.note(MadeRplFile{file.copy, identity_of(file.copy).value_or(FileIdentity{})});
+    } catch (...) {
+        unlink(file.copy.c_str());
+        throw;
+    }
 }
 
 const std::string &made_area() {

@@ -3,8 +3,12 @@
 #include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <variant>
 
+#include "../support/scratch.hpp"
+#include "server/failure.hpp"
+#include "server/files.hpp"
 #include "server/journal.hpp"
 #include "server/transaction.hpp"
 
@@ -56,6 +60,22 @@ TEST(Journals, ReadAnEntryAsWhatItIsAndAsNothingElse) {
     EXPECT_FALSE(read_any_entry({"made directory", "/a", "1", "2"})) << "a field is missing";
     EXPECT_FALSE(read_any_entry({"made directory", "/a", "1", "2", "x"})) << "a number is none";
     EXPECT_FALSE(read_any_entry({}));
+}
+
+TEST(Journals, WhatCannotBeNotedIsTakenBackAtOnce) {
+    const tests::Scratch scratch;
+    Journal journal;
+    const std::string path = scratch.path("made");
+    ASSERT_TRUE(std::filesystem::create_directory(path));
+    const Ending ending = run_apart([&] {
+        const rlimit none{0, 0};
+        setrlimit(RLIMIT_FSIZE, &none);
+        std::signal(SIGXFSZ, SIG_IGN);
+        EXPECT_THROW(journal.note_made(MadeDirectory{path, identity_of(path).value()}), Failure);
+        return testing::Test::HasFailure() ? 1 : 0;
+    });
+    EXPECT_TRUE(ending.done);
+    EXPECT_FALSE(std::filesystem::exists(path));
 }
 
 TEST(Uninterrupted, ASignalWaitsUntilTheEntryIsNoted) {
