@@ -170,11 +170,12 @@ const std::vector<std::string> invocations{
     "client/add_dataless hostname=d1 address=10.1.2.6 ethernet=8:0:20:a:c:1 server=server1 "
     "execpath=/export/shared instruction_set=kel4 os_name=Quorvel os_version=2.5",
     "client/remove hostname=d1",
-    "client/copy hostname=c1 new_hostname=c4 address=10.1.2.5 ethernet=8:0:20:a:b:f",
-    "client/change hostname=c4 share_options=rw=c4,root=c4,anon=0",
+    "client/copy hostname=c1 new_hostname=c5 address=10.1.2.5 ethernet=8:0:20:a:c:2",
+    "client/change hostname=c5 share_options=rw=c5,root=c5,anon=0",
+    "service/setup_cachelet_server",
     "client/add_cachelet hostname=c1 root=/export/root/c1 profile_set=small profile=one",
     "client/remove_cachelet hostname=c1",
-    "client/add_diskless hostname=r1 address=10.1.2.8 ethernet=8:0:20:a:b:e server=server1 tree=/tree "
+    "client/add_diskless hostname=r1 address=10.1.2.14 ethernet=8:0:20:a:b:e server=server1 tree=/tree "
     "boot=rpl" +
         identity,
     "database/list_bootparams",
@@ -221,7 +222,6 @@ const std::vector<std::string> invocations{
     "service/create_root rootpath=/export/root/c3 os_name=Quorvel os_version=4.1.3 sources=/tree",
     "service/apply_patches root=/export/root/c1",
     "service/find_in_patches file=/etc/motd",
-    "service/setup_cachelet_server",
     "service/setup_cachelet_service release=2.4",
     "service/add_template_package package_dir=/packages package=KTVXx release=2.4",
     "service/add tree=/tree" + identity,
@@ -232,6 +232,8 @@ const std::vector<std::string> invocations{
     "install_hierarchy=/tree" +
         identity,
     "client/remove hostname=c4",
+    "client/remove hostname=c5 purge=yes",
+    "client/remove hostname=r1 purge=yes",
     "client/remove hostname=c1 purge=yes",
     "client/remove hostname=c1",
     "service/remove os_name=Quorvel os_version=2.5 instruction_set=kel4",
