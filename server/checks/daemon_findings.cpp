@@ -11,6 +11,11 @@ std::optional<Finding> defect_of_daemon(const Wanted &wanted) {
     const bool installed = std::any_of(wanted.programs.begin(), wanted.programs.end(),
                                        [](const auto &path) { return access(path.c_str(), X_OK) == 0; });
     if (wanted.found.empty() && !installed) {
+        if (wanted.package.empty()) {
+            finding.what = wanted.name + " is not installed, and Debian has no package of it";
+            finding.repair = "install -m 755 PROGRAM " + wanted.programs.front() + " && " + wanted.start;
+            return finding;
+        }
         finding.what = wanted.name + " is not installed (package " + wanted.package + ")";
         finding.repair = "apt-get install " + wanted.package + " && " + wanted.start;
         return finding;

@@ -26,7 +26,7 @@ Findings rpl_of_server(const Snapshot &server) {
     const Wanted wanted{.found = server.daemons.named({"rpld"}),
                         .name = "rpld",
                         .programs = {"/usr/sbin/rpld"},
-                        .package = "rpld",
+                        .package = {},
                         .stage = Stage::boot_program,
                         .why = "no client that asks for its boot program by RPL gets it, among them " +
                                client->name,

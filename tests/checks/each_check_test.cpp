@@ -8,6 +8,7 @@
 #include <sys/sysmacros.h>
 
 #include "checks/good_snapshot.hpp"
+#include "server/checks/daemon_findings.hpp"
 
 using namespace hostadm::server;
 using testing::Contains;
@@ -319,11 +320,34 @@ TEST(Faults, EveryCheckHasOne) {
         EXPECT_THAT(with_fault, Contains(check.name));
 }
 
+TEST(Daemons, ThatAreNotInstalledAreToldWithTheirPackage) {
+    Wanted wanted{.found = {},
+                  .name = "in.tftpd",
+                  .programs = {"/none/in.tftpd"},
+                  .package = "tftpd-hpa",
+                  .stage = Stage::boot_program,
+                  .why = "no client gets its boot program",
+                  .start = "service tftpd-hpa start"};
+    const auto missing = defect_of_daemon(wanted);
+    ASSERT_TRUE(missing);
+    EXPECT_THAT(missing->what, HasSubstr("not installed (package tftpd-hpa)"));
+    EXPECT_EQ(missing->repair, "apt-get install tftpd-hpa && service tftpd-hpa start");
+    wanted.package.clear();
+    EXPECT_THAT(defect_of_daemon(wanted)->what, HasSubstr("Debian has no package"));
+    wanted.programs = {"/bin/sh"};
+    EXPECT_THAT(defect_of_daemon(wanted)->what, HasSubstr("does not run"));
+}
+
 TEST_P(EachFault, IsFoundByItsCheck) {
     GoodServer good;
     GetParam().seed(good);
     good.read_again();
     EXPECT_THAT(good.found_by(GetParam().check), Contains(HasSubstr(GetParam().says)));
+    for (const Finding &finding : check(good.snapshot)) {
+        EXPECT_NE(finding.where, "") << finding.what;
+        EXPECT_NE(finding.why, "") << finding.what;
+        EXPECT_NE(finding.repair, "") << finding.what;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Checks, EachFault, testing::ValuesIn(faults));

@@ -1087,6 +1087,20 @@ TEST_F(Client, IsInTheStatusOfTheServer) {
         0);
 }
 
+TEST_F(Client, StatusTellsHowManyFindingsThereAre) {
+    ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
+    const Ran check = run("check --json"), status = run("status --json");
+    EXPECT_EQ(check.status, 1) << "no TFTP daemon runs here";
+    const auto count = check.results.at("findings").size();
+    EXPECT_GT(count, 0u);
+    EXPECT_EQ(status.results.at("findings"), count);
+    EXPECT_EQ(status.status, 0);
+    EXPECT_EQ(std::system((hostadm() + " status | grep -q '^" + std::to_string(count) +
+                           " findings\\?; `hostadm check` tells'")
+                              .c_str()),
+              0);
+}
+
 TEST_F(Client, StatusOfAServerWithoutClientsIsEmptyNotAnError) {
     for (const char *path : {"/etc/bootparams", "/etc/ethers", "/etc/dfs", "/etc/vfstab"})
         fs::remove_all(path);
