@@ -440,3 +440,82 @@ TEST_F(ServiceLife, CutOffItIsLaidOutAnewByTheNextRun) {
 }
 
 } // namespace
+
+namespace {
+
+// A step of a server's life, and what stands in its way the first time: a folder where nothing can be written.
+struct Step {
+    std::string words;
+    const char *obstacle;
+    bool is_taken_back = true; // what a removal has taken away stays away
+};
+
+void make_read_only(const char *folder) {
+    ASSERT_EQ(mount(folder, folder, nullptr, MS_BIND, nullptr), 0) << folder;
+    ASSERT_EQ(mount(nullptr, folder, nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr), 0) << folder;
+}
+
+void live_through(const Step &step) {
+    SCOPED_TRACE(step.words);
+    const std::string before = snapshot();
+    make_read_only(step.obstacle);
+    EXPECT_NE(refused(step.words), "") << "a failure has its reason";
+    ASSERT_EQ(umount2(step.obstacle, MNT_DETACH), 0);
+    if (step.is_taken_back) {
+        EXPECT_EQ(snapshot(), before);
+    }
+    ASSERT_EQ(changed(step.words), "yes");
+    if (!step.words.starts_with("client/change")) { // of a client that has another name by now
+        EXPECT_EQ(changed(step.words), "no");
+    }
+}
+
+std::string client(const std::string &name, int number) {
+    return " hostname=" + name + " server=server1 address=10.1.2." + std::to_string(number) +
+           " ethernet=8:0:20:1:2:" + std::to_string(number);
+}
+
+} // namespace
+
+TEST_F(ServiceLife, WithClientsOfAllKindsEachStepFailingOnceLeavesNothing) {
+    make_export_area();
+    for (const char *module : {"gluecode.com", "smc.com"})
+        write(std::string("/tree/usr/platform/kel4m/lib/fs/nfs/") + module, module);
+    fs::create_directories("/rplboot");
+    const std::string before = snapshot();
+    const std::string identity = " implementation_arch=kel4m" + service;
+    const std::vector<Step> steps = {
+        {"service/add tree=/tree implementation_arch=kel4m" + service, "/tftpboot"},
+        {"client/add_diskless swap_size=1m" + client("c1", 11) + identity, "/etc"},
+        {"client/add_diskless boot=rpl swap_size=1m" + client("c2", 12) + identity, "/etc"},
+        {"client/add_dataless" + client("c3", 13) + service, "/etc"},
+        {"client/add_install install_hierarchy=/cd" + client("c4", 14) + identity, "/etc"},
+        {"client/copy hostname=c1 new_hostname=c5 address=10.1.2.15 ethernet=8:0:20:1:2:15", "/etc"},
+        {"client/change hostname=c1 address=10.1.2.21 ethernet=8:0:20:1:2:21", "/etc"},
+        {"client/change hostname=c1 new_hostname=renamed", "/etc"},
+        {"client/disable hostname=renamed", "/etc"},
+        {"client/enable hostname=renamed", "/etc"},
+        {"client/remove purge=yes hostname=renamed", "/etc", false},
+        {"client/remove purge=yes hostname=c5", "/etc", false},
+        {"client/remove purge=yes hostname=c4", "/etc", false},
+        {"client/remove purge=yes hostname=c3", "/etc", false},
+        {"client/remove purge=yes hostname=c2", "/etc", false},
+        {"service/remove" + service, "/tftpboot", false}};
+    for (const Step &step : steps) {
+        if (step.words.starts_with("client/remove purge=yes hostname=renamed")) {
+            std::string kinds;
+            const json list = answer("client/list");
+            for (const json &row : list.at("rows"))
+                kinds += row.value("name", "") + " " + row.value("kind", "") + ", ";
+            EXPECT_THAT(kinds,
+                        AllOf(HasSubstr("renamed diskless"), HasSubstr("c2 rpl"), HasSubstr("c3 dataless"),
+                              HasSubstr("c4 install"), HasSubstr("c5 diskless")));
+            EXPECT_THAT(refused("service/remove" + service), HasSubstr("c3"));
+        }
+        live_through(step);
+        if (HasFatalFailure())
+            return;
+    }
+    fs::remove_all("/rplboot");
+    EXPECT_EQ(snapshot(), before);
+}
