@@ -94,7 +94,10 @@ Findings reverse_arp_of_client(const Snapshot &server, const CheckedClient &clie
             return [&]() -> Findings {
                 const auto folder = daemon->value_of('b');
                 const std::string directory = folder.value_or("/tftpboot");
-                if (daemon->has_flag('e') || client.digits.empty() || !folder)
+                // That a client that boots by TFTP lacks its links is told of the boot area.
+                const bool needs_links =
+                    client.kind != ClientKind::rpl && client.kind != ClientKind::dataless;
+                if (daemon->has_flag('e') || client.digits.empty() || (!folder && needs_links))
                     return {};
                 std::error_code error;
                 for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
@@ -107,7 +110,9 @@ Findings reverse_arp_of_client(const Snapshot &server, const CheckedClient &clie
                          .what = "it looks for boot programs in " + directory +
                                  ", where none is laid out for " + client.name,
                          .why = client.name + " gets no answer when it asks for its address",
-                         .repair = restart(*daemon)}};
+                         .repair = needs_links ? restart(*daemon)
+                                               : "kill " + std::to_string(daemon->process.pid) +
+                                                     " && /usr/sbin/in.rarpd -ae"}};
             }();
         wrong = name;
     }

@@ -11,7 +11,7 @@ export PATH=/usr/local/bin:/usr/local/sbin:/usr/sbin:/usr/bin:/sbin:/bin
 
 server=192.168.1.1
 patience=250 # milliseconds that silence is waited for; answers come within 20
-passed=0 failed=0
+passed=0 failed=0 boots=0
 die() { echo "boot test cannot run: $*"; exit 2; }
 
 # check TITLE COMMAND...: passes when COMMAND succeeds.
@@ -135,10 +135,11 @@ boots() { # boots NAME ADDRESS ETHERNET MOTD: every stage answers
     check "$name: its root can be mounted and listed" soon says " etc" client nfs-ls "$root"
     check "$name: a file of its root" says "$4" client nfs-cat "$root/etc/motd"
     check "$name: a file that only root may read" says "for root only" client nfs-cat "$root/etc/shadow"
-    check "$name: writes as root" client nfs-cp /export/bootprog "$root/var/written"
+    written=var/written.$2.${3##*:}.$((++boots))
+    check "$name: writes as root" client nfs-cp /export/bootprog "$root/$written"
     check "$name: what it wrote is there, as root's" \
-        says "0 0" stat -c '%u %g' "/export/root/$name/var/written"
-    check "$name: and whole" cmp /export/bootprog "/export/root/$name/var/written"
+        says "0 0" stat -c '%u %g' "/export/root/$name/$written"
+    check "$name: and whole" cmp /export/bootprog "/export/root/$name/$written"
     check "$name: its swap area can be mounted" soon says " swap" client nfs-ls "nfs://$server/export/swap/$name"
 }
 
@@ -248,6 +249,76 @@ gets_nothing "client1, removed" client1 192.168.1.10 08:00:20:aa:bb:01 /export/r
 gets_nothing "client2, removed" client2 192.168.1.11 08:00:20:aa:bb:02 /export/root/client2
 check "client1 is added once more" add client1 192.168.1.10 08:00:20:aa:bb:01 tree=/export/tree
 boots client1 192.168.1.10 08:00:20:aa:bb:01 'from the tree'
+
+change() { hostadm run client/change "$@"; }
+other() { # other NAME NUMBER: the words that name another client
+    echo "hostname=$1 address=192.168.1.$2 ethernet=08:00:20:aa:bb:$2 instruction_set=kel4 os_name=Quorvel" \
+        "os_version=2.5 server=server"
+}
+
+check "client1 is given other addresses" change hostname=client1 address=192.168.1.20 ethernet=08:00:20:aa:bb:20
+boots client1 192.168.1.20 08:00:20:aa:bb:20 'from the tree'
+gets_nothing "client1 with its old addresses" nobody 192.168.1.10 08:00:20:aa:bb:01 /export/root/client1
+check "client1 is renamed" change hostname=client1 new_hostname=client9
+boots client9 192.168.1.20 08:00:20:aa:bb:20 'from the tree'
+
+check "client9 is disabled" hostadm run client/disable hostname=client9
+plug_in 08:00:20:aa:bb:20
+check "client9, disabled: no address by reverse ARP" refused_with "^status 1: no answer" client reverse_arp cli0 $patience 1
+take_address 192.168.1.20
+check "client9, disabled: no root by NFS" refused_with "MNT3ERR_(ACCES|NOENT)" client nfs-ls nfs://$server/export/root/client9
+check "client9 is enabled" hostadm run client/enable hostname=client9
+boots client9 192.168.1.20 08:00:20:aa:bb:20 'from the tree'
+
+check "client8 is made like it" hostadm run client/copy hostname=client9 new_hostname=client8 address=192.168.1.30 \
+    ethernet=08:00:20:aa:bb:30
+boots client8 192.168.1.30 08:00:20:aa:bb:30 'from the tree'
+
+# Clients of other kinds, as far as each goes by itself. Debian's daemon answers those without a boot program by TFTP only
+# when it is told to.
+check "the reverse-address daemon answers every client" sh -c 'pkill -x in.rarpd; pkill -x rarpd; /usr/sbin/in.rarpd -ae'
+starts() { # starts NAME NUMBER: what every kind needs first
+    plug_in "08:00:20:aa:bb:$2"
+    check "$1: reverse ARP gives the address" \
+        says "address 192.168.1.$2 from server $server" client reverse_arp cli0 $patience 20
+    take_address "192.168.1.$2"
+    check "$1: whoami, by broadcast" says "name $1 " client bootparams -b 192.168.1.255 whoami "192.168.1.$2"
+}
+mkdir -p /export/usr/bin && echo 'an executable' >/export/usr/bin/tool
+# shellcheck disable=SC2046 # words are meant to be split
+check "a dataless client is added" hostadm run client/add_dataless $(other dataless 40) execpath=/export/usr
+starts dataless 40
+check "dataless: getfile tells its executables" \
+    says "address $server path /export/usr" client bootparams $server getfile dataless exec
+check "dataless: it reads them" soon says "an executable" client nfs-cat nfs://$server/export/usr/bin/tool
+check "dataless: it cannot change them" refused client nfs-cp /export/bootprog nfs://$server/export/usr/bin/tool
+
+mkdir -p /export/cd/images && echo 'an image' >/export/cd/images/first
+# shellcheck disable=SC2046
+check "an install client is added" hostadm run client/add_install $(other installed 41) implementation_arch=kel4m \
+    install_hierarchy=/export/cd boot_program=/export/bootprog
+starts installed 41
+check "installed: TFTP gives the boot program" fetch C0A80129
+check "installed: getfile tells what it is installed from" \
+    says "address $server path /export/cd" client bootparams $server getfile installed install
+check "installed: it reads that" soon says "an image" client nfs-cat nfs://$server/export/cd/images/first
+
+mkdir -p /export/rpl/platform/kel4m/lib/fs/nfs && for file in inetboot gluecode.com smc.com; do
+    cp /export/bootprog /export/rpl/platform/kel4m/lib/fs/nfs/$file
+done
+# shellcheck disable=SC2046
+check "a client that boots by RPL is added" hostadm run client/add_diskless $(other loaded 42) implementation_arch=kel4m \
+    swap_size=1m tree=/export/tree install_hierarchy=/export/rpl boot=rpl boot_program=/export/bootprog
+starts loaded 42
+for link in hw.com glue.com inetboot; do
+    check "loaded: the RPL daemon finds its $link" cmp /export/bootprog "/rplboot/080020AABB42.$link"
+done
+check "loaded: getfile root" says "path /export/root/loaded" client bootparams $server getfile loaded root
+check "loaded: a file of its root" soon says "from the tree" client nfs-cat nfs://$server/export/root/loaded/etc/motd
+
+for name in client9 client8 dataless installed loaded; do
+    check "$name is removed" hostadm run client/remove hostname=$name purge=yes
+done
 
 echo "$passed passed, $failed failed"
 [ $failed = 0 ]

@@ -269,6 +269,14 @@ const std::vector<Fault> faults = {
     {"swap-files", "the swap file is missing", [](GoodServer &good) { fs::remove(good.swap); }, "is missing"},
     {"swap-files", "everybody may read the swap file",
      [](GoodServer &good) { fs::permissions(good.swap, fs::perms(0666)); }, "everybody may read"},
+    {"reverse-arp", "a client without a boot program by TFTP gets no answer",
+     [](GoodServer &good) {
+         make_rpl_client(good);
+         for (const char *link : {"C0A8010A", "C0A8010A.KEL4M"})
+             fs::remove(good.area + "/" + link);
+         good.daemon("in.rarpd").process.arguments = {"in.rarpd", "-a", "-b", good.area};
+     },
+     "none is laid out for client1"},
     {"disk-space", "the file system is full",
      [](GoodServer &good) {
          good.snapshot.live.room_at = [](const std::string &) { return Room{0, true, true}; };
