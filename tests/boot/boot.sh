@@ -274,6 +274,20 @@ check "client8 is made like it" hostadm run client/copy hostname=client9 new_hos
     ethernet=08:00:20:aa:bb:30
 boots client8 192.168.1.30 08:00:20:aa:bb:30 'from the tree'
 
+mkdir -p /opt/KTVXmgrd/2.2/etc/autoinstall/small && echo 'install_type initial' >/opt/KTVXmgrd/2.2/etc/autoinstall/small/one
+mkdir -p /export/root/client8/etc/fs/cachefs /tmp/empty
+for package in KTVXqsvu KTVXqsvr; do
+    pkgmk -r /tmp/empty -d /opt/KTVXmgrd/2.2/Packages/i386/5.X $package ARCH=i386 VERSION=5.5 >/tmp/pkgmk.log 2>&1 ||
+        die "no package $package: $(cat /tmp/pkgmk.log)"
+done
+check "client8 becomes a cache-only client" \
+    hostadm run client/add_cachelet hostname=client8 profile_set=small profile=one
+boots client8 192.168.1.30 08:00:20:aa:bb:30 'from the tree'
+check "client8: its table tells it to use its cache" \
+    says disconnectable client nfs-cat nfs://$server/export/root/client8/etc/vfstab
+check "client8 is a diskless client again" hostadm run client/remove_cachelet hostname=client8
+boots client8 192.168.1.30 08:00:20:aa:bb:30 'from the tree'
+
 # Clients of other kinds, as far as each goes by itself. Debian's daemon answers those without a boot program by TFTP only
 # when it is told to.
 check "the reverse-address daemon answers every client" sh -c 'pkill -x in.rarpd; pkill -x rarpd; /usr/sbin/in.rarpd -ae'
