@@ -16,7 +16,7 @@ struct Wanted {
     std::vector<const Daemon *> found; // by its names
     std::string name;                  // as it is called here
     std::vector<std::string> programs; // where it is when it is installed
-    std::string package; // empty: Debian has none
+    std::string package;               // empty: Debian has none
     Stage stage = Stage::address;
     std::string why;   // what clients miss without it
     std::string start; // the command that starts it
