@@ -87,8 +87,9 @@ void check_lines(const std::string &root, const std::string &text, bool (*is_goo
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);)
         if (!line.starts_with('#') && !is_good(line))
-            throw Failure("nothing was changed: " + table_of(root) + " has the line \"" + line +
-                          "\", whose seventh and last column is not its mount options; mend it first");
+            throw Failure(Code::table,
+                          "nothing was changed: " + table_of(root) + " has the line \"" + line +
+                              "\", whose seventh and last column is not its mount options; mend it first");
 }
 
 // What the library's edit makes of the table; the client's own is not touched. Nothing: it did not come to be.
@@ -102,12 +103,13 @@ std::string edited(const std::string &root, const std::string &before, int (*edi
 }
 
 [[noreturn]] void fail_unmoved(const std::string &root) {
-    throw Failure("the new table could not be moved over " + table_of(root));
+    throw Failure(Code::system, "the new table could not be moved over " + table_of(root));
 }
 
 [[noreturn]] void fail_changed(const std::string &root) {
-    throw Failure(table_of(root) +
-                  " is not as it should be after the edit; somebody else may be changing it");
+    throw Failure(Code::no_effect,
+                  table_of(root) +
+                      " is not as it should be after the edit; somebody else may be changing it");
 }
 
 // What is in a directory, for an error that says what there would have been.
@@ -142,14 +144,14 @@ std::vector<CachedMount> cached_mounts(std::string_view table) {
 
 void check_client_root(const std::string &root) {
     if (const std::string defect = defect_of_root(root); !defect.empty())
-        throw Failure(defect);
+        throw Failure(Code::unusable, defect);
     for (const char *below : {"/etc/vfstab", "/etc/fs/cachefs", "/.autoinstall"})
         if (const std::string way_out = way_out_of_root(root, below); !way_out.empty())
-            throw Failure(way_out);
+            throw Failure(Code::unusable, way_out);
     const auto found = files_of(root).status(table);
     if (!found || !S_ISREG(found->st_mode))
-        throw Failure(table_of(root) + (found ? " is no file" : " does not exist") + ", so " + root +
-                      " is no client's root yet");
+        throw Failure(Code::unusable, table_of(root) + (found ? " is no file" : " does not exist") + ", so " +
+                                          root + " is no client's root yet");
 }
 
 std::string read_client_table(const std::string &root) {
@@ -164,7 +166,8 @@ bool enable_cached_mounts(const std::string &root) {
     const std::string before = read_client_table(root);
     const std::vector<CachedMount> mounts = cached_mounts(before);
     if (mounts.empty())
-        throw Failure(table_of(root) + " has no line for /, /usr or /usr/openwin: there is nothing to cache");
+        throw Failure(Code::unusable,
+                      table_of(root) + " has no line for /, /usr or /usr/openwin: there is nothing to cache");
     if (is_switched_on(mounts) && has_cache_directory(root))
         return false;
     check_lines(root, before, may_be_extended);
@@ -215,11 +218,11 @@ void check_install_profile(const std::string &set, const std::string &profile) {
         throw Refusal("profile: " + profile + " is no name of a profile" +
                       (profile == "profile" ? "; the link to it is called so" : ""));
     if (!fs::is_directory(profiles + "/" + set, error))
-        throw Failure("there is no set of profiles " + profiles + "/" + set +
-                      "; there are: " + names_in(profiles));
+        throw Failure(Code::not_found, "there is no set of profiles " + profiles + "/" + set +
+                                           "; there are: " + names_in(profiles));
     if (!fs::is_regular_file(profiles + "/" + set + "/" + profile, error))
-        throw Failure("there is no profile " + profile + " in " + profiles + "/" + set +
-                      "; there are: " + names_in(profiles + "/" + set));
+        throw Failure(Code::not_found, "there is no profile " + profile + " in " + profiles + "/" + set +
+                                           "; there are: " + names_in(profiles + "/" + set));
 }
 
 bool set_install_profile(const std::string &method, const std::string &root, const std::string &set,
@@ -237,8 +240,9 @@ bool set_install_profile(const std::string &method, const std::string &root, con
     if (is_in_place(files))
         return false;
     if (const auto there = files.status(copy); there && !S_ISREG(there->st_mode))
-        throw Failure(root + "/" + copy + (S_ISLNK(there->st_mode) ? " is a link" : " is no file") +
-                      ", where the profile is to be; remove it");
+        throw Failure(Code::unusable, root + "/" + copy +
+                                          (S_ISLNK(there->st_mode) ? " is a link" : " is no file") +
+                                          ", where the profile is to be; remove it");
 
     const Stage stage(root);
     {
@@ -249,14 +253,14 @@ bool set_install_profile(const std::string &method, const std::string &root, con
             throw Recorded();
     }
     if (!is_in_place(stage.files()))
-        throw Failure("the profile " + profile + " could not be copied");
+        throw Failure(Code::no_effect, "the profile " + profile + " could not be copied");
     files.make_directory(profile_folder, {.mode = 0755});
     files.write(copy, stage.files().read(copy));
     files.make_link(profile, link);
     files.flush();
     if (!is_in_place(files))
-        throw Failure("the profile was copied, but " + root + "/" + link +
-                      " does not lead to it; remove what is in its way");
+        throw Failure(Code::no_effect, "the profile was copied, but " + root + "/" + link +
+                                           " does not lead to it; remove what is in its way");
     return true;
 }
 

@@ -28,7 +28,6 @@ enum class Code {
 class Failure : public std::runtime_error {
 public:
     Failure(Code code, const std::string &text) : std::runtime_error(text), code_(code) {}
-    explicit Failure(const std::string &text) : Failure(Code::general, text) {}
     Code code() const { return code_; }
 
 private:
@@ -38,13 +37,13 @@ private:
 // An argument that is of no use on any server, whatever is there.
 class Refusal : public Failure {
 public:
-    using Failure::Failure;
+    explicit Refusal(const std::string &text) : Failure(Code::general, text) {}
 };
 
 // A failure that the library has recorded already.
 class Recorded : public Failure {
 public:
-    Recorded() : Failure("the library has recorded why") {}
+    Recorded() : Failure(Code::general, "the library has recorded why") {}
 };
 
 [[noreturn]] void fail(Code code, const std::string &text);

@@ -187,15 +187,27 @@ std::vector<SpooledPackage> packages_in(const std::string &directory) {
     return all;
 }
 
-bool is_package_recorded(const std::string &arch, const std::string &release, const std::string &package) {
-    const std::string minor = minor_of(release);
-    const fs::path root = minor == minor_of(server_release()) ? "/" : "/export/Quorvel_2." + minor;
+namespace {
+
+bool is_recorded_in(const fs::path &root, const std::string &arch, const std::string &package) {
     for (const fs::path &entry : entries_of(root / "var/sadm/pkg"))
         if (entry.filename().string().starts_with(package))
             for (const std::string &line : lines_of(entry / "pkginfo"))
                 if (line.find("ARCH=" + arch) != line.npos)
                     return true;
     return false;
+}
+
+} // namespace
+
+bool is_package_recorded(const std::string &arch, const std::string &release, const std::string &package) {
+    const std::string minor = minor_of(release), area = "/export/Quorvel_2." + minor;
+    if (minor != minor_of(server_release()))
+        return is_recorded_in(area, arch, package);
+    // The library looks on this server itself for a package of its own release, but installs that of another
+    // architecture in the service's area, each time.
+    return is_recorded_in("/", arch, package) ||
+           (arch != server_architecture() && is_recorded_in(area, arch, package));
 }
 
 TemplateRecord::TemplateRecord(std::string package_dir, std::string package, std::string arch,

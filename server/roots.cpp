@@ -16,6 +16,7 @@
 #include "base/mounts.hpp"
 #include "hostadm.h"
 #include "server/confined.hpp"
+#include "server/failure.hpp"
 
 namespace hostadm::server {
 
@@ -55,6 +56,10 @@ std::string mount_below(const std::string &directory) {
     return mounts.empty() ? "" : mounts.front().point;
 }
 
+int fail_with(method::Call &call, Code code, const std::string &text) {
+    return call.fail(text, static_cast<int>(code));
+}
+
 } // namespace
 
 std::vector<std::string> split_paths(const std::string &list) {
@@ -77,11 +82,14 @@ int fill_root(method::Call &call, const std::string &root, const std::string &os
     // Without these the library would copy whatever the process's own directory is, or say only "not found".
     for (const std::string &source : sources)
         if (std::error_code error; source.front() != '/' || !fs::is_directory(source, error))
-            return call.fail("there is no directory " + source + " to fill the root from");
+            return fail_with(call, Code::not_found,
+                             "there is no directory " + source + " to fill the root from");
     if (copy && access("/usr/bin/cpio", X_OK) != 0)
-        return call.fail("/usr/bin/cpio, which copies the root of a 4.x release, is missing (package cpio)");
+        return fail_with(call, Code::missing_program,
+                         "/usr/bin/cpio, which copies the root of a 4.x release, is missing (package cpio)");
     if (!copy && access("/usr/sbin/pkgadd", X_OK) != 0)
-        return call.fail("/usr/sbin/pkgadd, which installs packages, is missing");
+        return fail_with(call, Code::missing_program,
+                         "/usr/sbin/pkgadd, which installs packages, is missing");
 
     std::deque<package_source> list;
     for (auto source = sources.rbegin(); source != sources.rend(); ++source)
@@ -108,12 +116,14 @@ int fill_root(method::Call &call, const std::string &root, const std::string &os
         return 0;
     }
     if (status == 1) {
-        call.fail("cannot fill " + root + " from " + (copy ? "its tree" : "its packages"));
+        fail_with(call, Code::system,
+                  "cannot fill " + root + " from " + (copy ? "its tree" : "its packages"));
         return Beneath(root).names().empty() ? 1 : 2;
     }
-    return call.fail(
+    return fail_with(
+        call, Code::system,
         "cannot prepare " + root + ": " +
-        (status < 0 ? "the package tool's settings cannot be written to /tmp" : std::strerror(status)));
+            (status < 0 ? "the package tool's settings cannot be written to /tmp" : std::strerror(status)));
 }
 
 int copy_tree(method::Call &call, const std::string &tree, const std::string &root, bool of_client) {
@@ -126,7 +136,7 @@ int copy_tree(method::Call &call, const std::string &tree, const std::string &ro
         return status;
     };
     if (run_confined(root, copy, {.sources = {tree}, .sources_are_clients = of_client}) != 0)
-        return call.fail("cannot copy " + tree + " to " + root);
+        return fail_with(call, Code::system, "cannot copy " + tree + " to " + root);
     Beneath(root).flush();
     return 0;
 }
@@ -134,7 +144,8 @@ int copy_tree(method::Call &call, const std::string &tree, const std::string &ro
 int install_in_area(method::Call &call, const std::string &area, const std::string &base,
                     const std::string &directory, const std::vector<std::string> &packages) {
     if (access("/usr/sbin/pkgadd", X_OK) != 0)
-        return call.fail("/usr/sbin/pkgadd, which installs packages, is missing");
+        return fail_with(call, Code::missing_program,
+                         "/usr/sbin/pkgadd, which installs packages, is missing");
     const auto install = [&] {
         const CommandsAreInterrupted guard;
         std::string command =
@@ -147,7 +158,7 @@ int install_in_area(method::Call &call, const std::string &area, const std::stri
         return status; // the admin file goes with the /tmp of this process
     };
     if (run_confined(area, install, {.links_are_followed = true, .sources = {directory}}) != 0)
-        return call.fail("cannot install the packages of " + directory + " in " + area);
+        return fail_with(call, Code::system, "cannot install the packages of " + directory + " in " + area);
     Beneath(area).flush();
     return 0;
 }

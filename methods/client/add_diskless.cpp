@@ -101,7 +101,8 @@ int work(Call &call) {
         !find_service(call.get("os_name"), call.get("os_version"),
                       base::lower_case(call.get("instruction_set"))))
         call.fail("where the operating system lies was not said, and this server keeps no such service: give "
-                  "tree, packages or install_hierarchy, or add the service (service/add)");
+                  "tree, packages or install_hierarchy, or add the service (service/add)",
+                  static_cast<int>(Code::not_found));
     transaction.take_back();
     return 1;
 }

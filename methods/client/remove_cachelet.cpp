@@ -57,14 +57,15 @@ int switch_back(Call &call, const Client &client, const base::Beneath &root, con
     const std::string path = client.own_path("root");
     call.progress("switching the mounts of " + path + " off its cache");
     Report report;
+    // First, because folders that go with what follows are not put back.
+    const bool kind_changed = client.kind() == ClientKind::cache_only &&
+                              change_item(client.name, boot_type_item(ClientKind::diskless), journal);
+    report.step("bootparams", kind_changed, client.name + " " + client_items(client.name));
     announce(journal, paths_of_mounts());
     const bool mounts_changed = disable_cached_mounts(path);
     report.step("cached mounts", mounts_changed, told(cached_mounts(read_client_table(path))));
     announce(journal, paths_of_profile(profile));
     report.step("disk profile", remove_profile(root, profile), path + "/" + folder);
-    const bool kind_changed = client.kind() == ClientKind::cache_only &&
-                              change_item(client.name, boot_type_item(ClientKind::diskless), journal);
-    report.step("bootparams", kind_changed, client.name + " " + client_items(client.name));
     root.flush();
     report.tell(call);
     return 0;

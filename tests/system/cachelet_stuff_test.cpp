@@ -665,7 +665,7 @@ TEST_F(CacheOnlyClient, NeitherTableNorDirectoryIsAFailureWithItsReason) {
     const Ran ran = hostadm_slow("run cachelet/enable_cache root=/export/root/c1");
     EXPECT_EQ(ran.status, 1);
     EXPECT_EQ(ran.output, "hostadm: cachelet/enable_cache: the new table could not be moved over "
-                          "/export/root/c1/etc/vfstab (error 100)\n");
+                          "/export/root/c1/etc/vfstab (error 117)\n");
 }
 
 TEST_F(CacheOnlyClient, TableThatIsNoFileOrHiddenIsToldSo) {

@@ -482,6 +482,16 @@ TEST_F(ServiceLife, WithClientsOfAllKindsEachStepFailingOnceLeavesNothing) {
     for (const char *module : {"gluecode.com", "smc.com"})
         write(std::string("/tree/usr/platform/kel4m/lib/fs/nfs/") + module, module);
     fs::create_directories("/rplboot");
+    write("/tree/etc/vfstab", "/proc - /proc proc - no -\n");
+    // What cache-only clients need of the server stays when they have gone, so it is there before.
+    const std::string data = "/opt/KTVXmgrd/2.2";
+    write(data + "/etc/autoinstall/small/one", "install_type initial\n");
+    for (const char *package : {"KTVXqsvu", "KTVXqsvr"})
+        shell(std::string(PKGMK) + " -r /build/usr -d " + data + "/Packages/i386/5.X " + package +
+              " ARCH=i386 VERSION=5.5");
+    shell(std::string(PKGMK) + " -r /build/usr -d " + data +
+          "/Packages/kel4/5.X KTVXqcu ARCH=kel4 VERSION=5.5");
+    ASSERT_EQ(changed("service/setup_cachelet_server"), "yes");
     const std::string before = snapshot();
     const std::string identity = " implementation_arch=kel4m" + service;
     const std::vector<Step> steps = {
@@ -493,6 +503,9 @@ TEST_F(ServiceLife, WithClientsOfAllKindsEachStepFailingOnceLeavesNothing) {
         {"client/copy hostname=c1 new_hostname=c5 address=10.1.2.15 ethernet=8:0:20:1:2:15", "/etc"},
         {"client/change hostname=c1 address=10.1.2.21 ethernet=8:0:20:1:2:21", "/etc"},
         {"client/change hostname=c1 new_hostname=renamed", "/etc"},
+        // The packages that it installs for its service stay.
+        {"client/add_cachelet hostname=renamed profile_set=small profile=one", "/etc", false},
+        {"client/remove_cachelet hostname=renamed", "/etc"},
         {"client/disable hostname=renamed", "/etc"},
         {"client/enable hostname=renamed", "/etc"},
         {"client/remove purge=yes hostname=renamed", "/etc", false},
