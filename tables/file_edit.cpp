@@ -96,6 +96,20 @@ private:
     std::string path_;
 };
 
+// Another editor who has made the folder may give up and take it away again before it is opened here.
+Descriptor open_or_make_folder(const std::string &path, NewFolder *new_folder) {
+    constexpr int most_tries = 100; // a link that leads nowhere is never made
+    for (int tries = 1;; ++tries) {
+        try {
+            return open_folder(path);
+        } catch (const Failure &failure) {
+            if (failure.status != -ENOENT || new_folder == nullptr || tries == most_tries)
+                throw;
+        }
+        new_folder->make(path);
+    }
+}
+
 Place find_place(std::string path, NewFolder *new_folder) {
     constexpr int most_links = 40;
     for (int links = 0; links <= most_links; ++links) {
@@ -103,14 +117,7 @@ Place find_place(std::string path, NewFolder *new_folder) {
         Place place{{}, {}, folder_of(path, slash), path.substr(slash + 1)};
         if (place.name.empty() || place.name == "." || place.name == "..")
             throw Failure{-EISDIR};
-        try {
-            place.folder = open_folder(place.folder_path);
-        } catch (const Failure &failure) {
-            if (failure.status != -ENOENT || new_folder == nullptr)
-                throw;
-            new_folder->make(place.folder_path);
-            place.folder = open_folder(place.folder_path);
-        }
+        place.folder = open_or_make_folder(place.folder_path, new_folder);
         const std::optional<std::string> target = link_target(place.folder.get(), place.name);
         if (!target)
             return place;

@@ -219,7 +219,7 @@ TEST_F(Lock, EditorsWhoMakeTheSameFolderMeetInIt) {
 }
 
 TEST_F(Lock, EditorWhoGivesUpLeavesOthersTheFolder) {
-    for (int round = 0; round < 20; ++round) {
+    for (int round = 0; round < 200; ++round) {
         const auto file = path("new") + "/table";
         std::thread giving_up([&] {
             EXPECT_EQ(edit_file(file, [](std::string &) { return -EPROTO; }, {.create = true}), -EPROTO);
