@@ -21,7 +21,7 @@ void run(benchmark::State &state, const std::string &command) {
 
 void check_rows(std::int64_t clients) {
     bench::make_server(clients);
-    const std::string count = std::string(HOSTADM) + " status | grep -c ' kel4m .* yes  *yes$'";
+    const std::string count = std::string(HOSTADM) + " status | grep -c ' kel4m .* yes  *yes  *no$'";
     std::FILE *stream = popen(count.c_str(), "r");
     long long found = -1;
     if (stream == nullptr || std::fscanf(stream, "%lld", &found) != 1 || pclose(stream) != 0 ||
