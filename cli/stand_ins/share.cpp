@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // preview-share LIST share|unshare WORDS...: what these commands would make of the list of the live system's shares, in
 // a preview. By the rules of the real ones.
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
