@@ -132,6 +132,13 @@ bool Transaction::run(const std::function<int()> &work) {
     return ending.done;
 }
 
+int Transaction::run_whole(const std::function<int()> &work) {
+    if (run(work))
+        return 0;
+    take_back();
+    return 1;
+}
+
 void Transaction::take_back() {
     const std::vector<Written> entries = journal_.entries();
     if (entries.empty())

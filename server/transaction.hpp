@@ -69,6 +69,8 @@ public:
 
     // Runs the work apart. True: it is done. Otherwise the failure is recorded, but nothing taken back yet.
     bool run(const std::function<int()> &work);
+    // Runs the work apart, and takes back what it did when it fails. The method's status: 0 when it is done, otherwise 1.
+    int run_whole(const std::function<int()> &work);
     // Takes back what the journal holds, the latest first. Says on standard error that all is back, or what is
     // left half done; an entry that nobody can read is left.
     void take_back();

@@ -85,10 +85,7 @@ int work(Call &call) {
 
     const base::Beneath root(wanted.root, base::Links::inside);
     Transaction transaction(call, wanted.client.name, remember(root, wanted.profile));
-    if (transaction.run([&] { return switch_over(call, wanted, transaction.journal()); }))
-        return 0;
-    transaction.take_back();
-    return 1;
+    return transaction.run_whole([&] { return switch_over(call, wanted, transaction.journal()); });
 }
 
 } // namespace

@@ -123,10 +123,7 @@ int work(Call &call) {
         fail(Code::not_root, "only root may add a client");
     Claims claims(call.method(), call.get("hostname"), {{Claim::Kind::name, call.get("hostname")}});
     Transaction transaction(call, call.get("hostname"));
-    if (transaction.run([&] { return add(call, claims, transaction.journal()); }))
-        return 0;
-    transaction.take_back();
-    return 1;
+    return transaction.run_whole([&] { return add(call, claims, transaction.journal()); });
 }
 
 } // namespace

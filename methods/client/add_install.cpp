@@ -49,7 +49,7 @@ int work(Call &call) {
         fail(Code::not_root, "only root may add a client");
     Claims claims(call.method(), call.get("hostname"), {{Claim::Kind::name, call.get("hostname")}});
     Transaction transaction(call, call.get("hostname"));
-    const bool done = transaction.run([&] {
+    return transaction.run_whole([&] {
         require_command("/usr/sbin/share", "shares directories");
         const InstallClient wanted = read_install_client(call);
         claims.add(wanted.claims());
@@ -58,10 +58,6 @@ int work(Call &call) {
         report.tell(call);
         return 0;
     });
-    if (done)
-        return 0;
-    transaction.take_back();
-    return 1;
 }
 
 } // namespace

@@ -82,10 +82,7 @@ int work(Call &call) {
             "swap_size or share_options");
     Claims claims(call.method(), call.get("hostname"), {});
     Transaction transaction(call, call.get("hostname"));
-    if (transaction.run([&] { return change(call, claims, transaction.journal()); }))
-        return 0;
-    transaction.take_back();
-    return 1;
+    return transaction.run_whole([&] { return change(call, claims, transaction.journal()); });
 }
 
 } // namespace

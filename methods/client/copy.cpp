@@ -56,10 +56,7 @@ int work(Call &call) {
     const std::string name = call.get("new_hostname");
     Claims claims(call.method(), name, {});
     Transaction transaction(call, name);
-    if (transaction.run([&] { return copy(call, claims, transaction.journal()); }))
-        return 0;
-    transaction.take_back();
-    return 1;
+    return transaction.run_whole([&] { return copy(call, claims, transaction.journal()); });
 }
 
 } // namespace

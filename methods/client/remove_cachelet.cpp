@@ -82,10 +82,8 @@ int work(Call &call) {
     const base::Beneath root(path, base::Links::inside);
     const std::string profile = profile_in(root);
     Transaction transaction(call, client.name, remember(root, profile));
-    if (transaction.run([&] { return switch_back(call, client, root, profile, transaction.journal()); }))
-        return 0;
-    transaction.take_back();
-    return 1;
+    return transaction.run_whole(
+        [&] { return switch_back(call, client, root, profile, transaction.journal()); });
 }
 
 } // namespace

@@ -48,10 +48,7 @@ inline int run_switching(int argc, char **argv, const Switching &switching) {
         const server::Claims claims(call.method(), call.get("hostname"),
                                     {{server::Claim::Kind::name, call.get("hostname")}});
         server::Transaction transaction(call, call.get("hostname"));
-        if (transaction.run([&] { return switch_client(call, switching, transaction.journal()); }))
-            return 0;
-        transaction.take_back();
-        return 1;
+        return transaction.run_whole([&] { return switch_client(call, switching, transaction.journal()); });
     });
 }
 

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "hostadm/method.hpp"
-#include "server/host_tables.hpp"
-#include "server/page.hpp"
+#include "methods/database/removing.hpp"
 
 namespace {
 
@@ -19,20 +17,10 @@ const Description description{
     .edits = {"table="},
 };
 
-int work(Call &call) {
-    const std::string ethernet = call.get("ethernet"), name = call.get("hostname");
-    if (ethernet.empty() && name.empty())
-        return call.refuse("say which line: give ethernet, hostname or both");
-    const HostTable table(HostTable::Kind::ethernets, call.get("table"));
-    const RemovedEntries removed = remove_entries(table, ethernet, name);
-    if (removed.changed)
-        call.set("removed", removed.names);
-    tell_changed(call, removed.changed);
-    return 0;
-}
-
 } // namespace
 
 int main(int argc, char **argv) {
-    return run_page(argc, argv, description, work);
+    return hostadm::server::run_page(argc, argv, description, [](Call &call) {
+        return hostadm::remove_lines(call, hostadm::server::HostTable::Kind::ethernets, "ethernet");
+    });
 }

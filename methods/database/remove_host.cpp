@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "hostadm/method.hpp"
-#include "server/host_tables.hpp"
-#include "server/page.hpp"
+#include "methods/database/removing.hpp"
 
 namespace {
 
@@ -19,20 +17,10 @@ const Description description{
     .edits = {"table="},
 };
 
-int work(Call &call) {
-    const std::string address = call.get("address"), name = call.get("hostname");
-    if (address.empty() && name.empty())
-        return call.refuse("say which line: give address, hostname or both");
-    const HostTable table(HostTable::Kind::addresses, call.get("table"));
-    const RemovedEntries removed = remove_entries(table, address, name);
-    if (removed.changed)
-        call.set("removed", removed.names);
-    tell_changed(call, removed.changed);
-    return 0;
-}
-
 } // namespace
 
 int main(int argc, char **argv) {
-    return run_page(argc, argv, description, work);
+    return hostadm::server::run_page(argc, argv, description, [](Call &call) {
+        return hostadm::remove_lines(call, hostadm::server::HostTable::Kind::addresses, "address");
+    });
 }

@@ -50,7 +50,7 @@ int work(Call &call) {
         call.get("os_name") + " " + call.get("os_version") + " for " + call.get("instruction_set");
     Claims claims(call.method(), subject, {});
     Transaction transaction(call, subject);
-    const bool done = transaction.run([&] {
+    return transaction.run_whole([&] {
         const NewService wanted = read_new_service(call);
         const ServiceLock lock(wanted.service, ServiceLock::For::change);
         claims.add(wanted.claims());
@@ -60,10 +60,6 @@ int work(Call &call) {
         report.tell(call);
         return 0;
     });
-    if (done)
-        return 0;
-    transaction.take_back();
-    return 1;
 }
 
 } // namespace
