@@ -50,8 +50,8 @@ struct Variable {
 
 constexpr std::array handed_on {
     Variable{"LANG", is_name}, Variable{"LC_ALL", is_name}, Variable{"LC_CTYPE", is_name},
-        Variable{"LC_MESSAGES", is_name}, Variable{"TERM", is_name}, Variable{"TZ", is_zone},
-        Variable{"COLUMNS", is_name}, Variable{"HOSTADM_SANDBOX", is_name},
+        Variable{"LC_MESSAGES", is_name}, Variable{"LANGUAGE", are_names}, Variable{"TERM", is_name},
+        Variable{"TZ", is_zone}, Variable{"COLUMNS", is_name}, Variable{"HOSTADM_SANDBOX", is_name},
 #if defined(__SANITIZE_ADDRESS__)
         // A build that looks for its own mistakes is told how.
         Variable{"ASAN_OPTIONS", [](std::string_view) { return true; }},
@@ -76,9 +76,7 @@ std::vector<std::string> clean_environment() {
 void drop_ways_to_foreign_texts() {
     for (const char *name : ways_to_files)
         unsetenv(name);
-    std::vector<Variable> checked(handed_on.begin(), handed_on.end());
-    checked.push_back({"LANGUAGE", are_names});
-    for (const Variable &variable : checked)
+    for (const Variable &variable : handed_on)
         if (const char *value = std::getenv(variable.name); value != nullptr && !variable.is_fit(value))
             unsetenv(variable.name);
 }

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 // hostadm: runs methods, previews them, shows the server's state.
-#include <clocale>
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "base/environment.hpp"
 #include "base/nearest.hpp"
+#include "base/translation.hpp"
 #include "cli/commands.hpp"
 #include "cli/output.hpp"
 
@@ -91,9 +90,7 @@ int hostadm_main(int argc, char **argv) {
 
 int main(int argc, char **argv) {
     open_standard_descriptors();
-    hostadm::base::drop_ways_to_foreign_texts();
-    std::setlocale(LC_CTYPE, "");
-    std::setlocale(LC_MESSAGES, "");
+    hostadm::base::speak_the_users_language();
     try {
         return hostadm_main(argc, argv);
     } catch (const std::exception &failure) {

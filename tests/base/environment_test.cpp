@@ -18,7 +18,7 @@ TEST(CleanEnvironment, HasTheSystemsPathAndOnlyHarmlessWords) {
     setenv("LC_ALL", "C.UTF-8", 1);
     setenv("LANG", "../../tmp/catalogue", 1);
     setenv("LC_MESSAGES", "/tmp/catalogue", 1);
-    setenv("LANGUAGE", "xx", 1);
+    setenv("LANGUAGE", "de:../../tmp/catalogue", 1);
     setenv("IFS", "x", 1);
     setenv("LD_PRELOAD_OF_TEST", "x", 1);
     const auto variables = clean_environment();
@@ -29,6 +29,12 @@ TEST(CleanEnvironment, HasTheSystemsPathAndOnlyHarmlessWords) {
     EXPECT_EQ(std::count_if(variables.begin(), variables.end(),
                             [](const std::string &variable) { return variable.starts_with("PATH="); }),
               1);
+}
+
+TEST(CleanEnvironment, HandsOnTheLanguagesOfTheUser) {
+    setenv("LANGUAGE", "de_AT:de", 1);
+    EXPECT_THAT(clean_environment(), Contains("LANGUAGE=de_AT:de"));
+    unsetenv("LANGUAGE");
 }
 
 TEST(CleanEnvironment, HandsOnNoTimeZoneThatIsAFile) {
