@@ -5,10 +5,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/vfs.h>
+#include <unistd.h>
 
 #include "base/boundary.hpp"
 #include "base/descriptor.hpp"
@@ -76,11 +78,26 @@ bool read_process(int directory_fd, struct sysv_psinfo &info) {
 
 namespace {
 
-bool is_on_proc(int fd) {
+// "/proc/1", whatever the file system that is mounted there.
+bool names_a_process(std::string_view path) {
+    constexpr std::string_view table = "/proc/";
+    return path.starts_with(table) && path.size() > table.size() &&
+           path.find_first_not_of("0123456789", table.size()) == path.npos;
+}
+
+std::string path_of(int fd) {
+    char path[PATH_MAX];
+    const std::string link = "/proc/self/fd/" + std::to_string(fd);
+    const ssize_t size = readlink(link.c_str(), path, sizeof path);
+    return {path, size < 0 ? 0 : static_cast<std::size_t>(size)};
+}
+
+// A preview lays what may be seen of a live process over its folder of /proc, where nobody but root mounts anything.
+bool is_in_process_table(int fd) {
     struct statfs file_system;
     if (fstatfs(fd, &file_system) != 0)
         return false;
-    if (file_system.f_type == PROC_SUPER_MAGIC)
+    if (file_system.f_type == PROC_SUPER_MAGIC || names_a_process(path_of(fd)))
         return true;
     errno = EINVAL;
     return false;
@@ -93,12 +110,9 @@ int as_psinfo_error(int process_fd, int error) {
         return EINVAL;
     if (error != ENOENT)
         return error;
-    char path[32];
-    const std::string link = "/proc/self/fd/" + std::to_string(process_fd);
-    const ssize_t size = readlink(link.c_str(), path, sizeof path);
-    const std::string_view target(path, size < 0 ? 0 : static_cast<std::size_t>(size));
-    const std::size_t name = target.rfind('/') + 1;
-    return name < target.size() && target[name] >= '1' && target[name] <= '9' ? ESRCH : EINVAL;
+    const std::string path = path_of(process_fd);
+    const std::size_t name = path.rfind('/') + 1;
+    return name < path.size() && path[name] >= '1' && path[name] <= '9' ? ESRCH : EINVAL;
 }
 
 } // namespace
@@ -110,7 +124,7 @@ int sysv_psinfo(int process_fd, struct sysv_psinfo *info) {
             return -1;
         }
         struct sysv_psinfo found {};
-        if (!is_on_proc(process_fd))
+        if (!is_in_process_table(process_fd))
             return -1;
         if (!hostadm::platform::read_process(process_fd, found)) {
             errno = as_psinfo_error(process_fd, errno);

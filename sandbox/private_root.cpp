@@ -10,8 +10,10 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <system_error>
+#include <utility>
 
 #include "sandbox/mount_table.hpp"
+#include "sandbox/shown_processes.hpp"
 #include "sandbox/tree.hpp"
 
 namespace hostadm::sandbox {
@@ -116,8 +118,9 @@ void make_read_only(const std::string &target, unsigned long flags = 0) {
 
 class RootBuilder {
 public:
-    RootBuilder(const Options &options, const RootListener &listener)
-        : options_(options), listener_(listener) {}
+    RootBuilder(const Options &options, Descriptor processes, const RootListener &listener)
+        : options_(options), listener_(listener), processes_(std::move(processes)),
+          has_closed_processes_(processes_.is_open()) {}
 
     void build() {
         areas_ = areas_of_this_system();
@@ -144,6 +147,8 @@ public:
                 make_directories(root.get(), clone.place);
             attach(clone, root.get());
         }
+        if (has_closed_processes_)
+            show_names_of_processes("root/proc", "processes");
         if (options_.live_processes)
             make_read_only("root/proc", MS_NOSUID | MS_NODEV | MS_NOEXEC);
         areas_.clear();
@@ -164,7 +169,8 @@ private:
             if (access(device, F_OK) == 0)
                 clones_.push_back({device, clone_tree(device, 0)});
         if (options_.live_processes)
-            clones_.push_back({"/proc", clone_tree("/proc", 0)});
+            clones_.push_back(
+                {"/proc", has_closed_processes_ ? std::move(processes_) : clone_tree("/proc", 0)});
         for (const std::string &bind : options_.binds) {
             const std::unique_ptr<char, decltype(&std::free)> real(realpath(bind.c_str(), nullptr),
                                                                    &std::free);
@@ -326,6 +332,8 @@ private:
 
     const Options &options_;
     const RootListener &listener_;
+    Descriptor processes_;
+    bool has_closed_processes_;
     std::vector<Area> areas_;
     std::vector<Clone> clones_;
     std::vector<Descriptor> seeds_;
@@ -343,7 +351,8 @@ void bring_up_loopback() {
 
 } // namespace
 
-void enter_private_root(const Options &options, const LiveNetwork &network, const RootListener &listener) {
+void enter_private_root(const Options &options, const LiveNetwork &network, Descriptor processes,
+                        const RootListener &listener) {
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
         fail("cut the mounts off from the running system's");
     if (options.live_network)
@@ -352,7 +361,7 @@ void enter_private_root(const Options &options, const LiveNetwork &network, cons
         bring_up_loopback();
     if (!options.host_name.empty() && sethostname(options.host_name.c_str(), options.host_name.size()) != 0)
         fail("set the host name " + options.host_name);
-    RootBuilder(options, listener).build();
+    RootBuilder(options, std::move(processes), listener).build();
 }
 
 } // namespace hostadm::sandbox

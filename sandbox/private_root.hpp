@@ -26,7 +26,8 @@ struct RootListener {
 };
 
 // Makes the root and enters it. The calling process is alone in new namespaces of its own;
-// the network is what it saw before. Throws Error.
-void enter_private_root(const Options &options, const LiveNetwork &network, const RootListener &listener);
+// the network is what it saw before, and so are the processes, where they are shown and closed. Throws Error.
+void enter_private_root(const Options &options, const LiveNetwork &network, Descriptor processes,
+                        const RootListener &listener);
 
 } // namespace hostadm::sandbox

@@ -15,6 +15,7 @@
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <utility>
 
 #include "hostadm/sandbox.hpp"
 #include "sandbox/changes.hpp"
@@ -22,6 +23,7 @@
 #include "sandbox/confinement.hpp"
 #include "sandbox/device_nodes.hpp"
 #include "sandbox/private_root.hpp"
+#include "sandbox/shown_processes.hpp"
 #include "sandbox/tree.hpp"
 
 namespace hostadm::sandbox {
@@ -178,7 +180,7 @@ bool caller_has_gone(int socket) {
     return poll(&state, 1, 0) > 0 && (state.revents & (POLLHUP | POLLERR)) != 0;
 }
 
-[[noreturn]] void be_first_process(const Options &options, const LiveNetwork &network,
+[[noreturn]] void be_first_process(const Options &options, const LiveNetwork &network, Descriptor processes,
                                    const HeldSignals &signals, int socket) {
     // The kernel ends this process with its caller, and with this one everything in its process namespace.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -198,7 +200,7 @@ bool caller_has_gone(int socket) {
         listener.on_read_only = [&](const std::string &point) {
             send(socket, {Message::Kind::read_only, 0, point, {}});
         };
-        enter_private_root(options, network, listener);
+        enter_private_root(options, network, std::move(processes), listener);
         send(socket, {Message::Kind::ended, run_to_its_end(options, directory, signals, socket), {}, {}});
     } catch (const Error &error) {
         send(socket, {Message::Kind::setup_failed, error.code().value(), step_of(error), {}});
@@ -213,6 +215,7 @@ pid_t start_first_process(const Options &options, const HeldSignals &signals, co
     constexpr unsigned long namespaces =
         CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWUTS | CLONE_NEWIPC;
     const LiveNetwork network = options.live_network ? LiveNetwork::seen() : LiveNetwork();
+    Descriptor processes = options.live_processes && options.confined ? closed_processes() : Descriptor();
     std::fflush(nullptr); // or the child would write the caller's buffers once more
     const pid_t id =
         static_cast<pid_t>(syscall(SYS_clone, namespaces | SIGCHLD, nullptr, nullptr, nullptr, nullptr));
@@ -223,7 +226,7 @@ pid_t start_first_process(const Options &options, const HeldSignals &signals, co
     }
     if (id == 0) {
         close(callers_end.get());
-        be_first_process(options, network, signals, socket);
+        be_first_process(options, network, std::move(processes), signals, socket);
     }
     return id;
 }

@@ -35,14 +35,13 @@
 // A confined command is root in a user name space of its own: its rights are those over files and over its
 // own processes and mounts. It holds against one that
 // - goes to the running system through /proc/ID/root, ID/cwd, ID/fd or ID/mem of its processes, enters one of
-// their
-//   name spaces, traces one or signals one;
+//   their name spaces, traces one or signals one;
 // - opens files by their number, makes a device node or a mount of its own to open a disk, or makes a mount
-// writable
-//   that it found read-only;
+//   writable that it found read-only;
 // - sets the clock, reads or clears the kernel's log, loads a module, changes the kernel's settings, restarts
-// the
-//   machine or turns swap space on or off;
+//   the machine or turns swap space on or off;
+// - looks what the running system's processes do: it sees their numbers, owners, names and states, by which it
+//   tells whether a daemon runs, and of root's daemons the words that they were started with (Linux 5.8);
 // - types into the terminal that it was started from;
 // - talks to anybody over the network, or changes the network.
 // It does not hold against one that uses a fault of the kernel, that fills the memory or takes the time of

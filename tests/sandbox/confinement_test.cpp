@@ -92,6 +92,49 @@ TEST(Confined, DoesNotLeaveThroughAProcessOfTheRunningSystem) {
     }
 }
 
+TEST(Confined, SeesOfTheRunningSystemsProcessesOnlyWhetherDaemonsRun) {
+    for (const uid_t user : {0u, 65534u}) {
+        const Victim victim(user);
+        expect_refused([&]() -> std::string {
+            const std::string stat = tests::content(victim.path("stat"));
+            if (!stat.starts_with(std::to_string(victim.process()) + " (sandbox_confine) "))
+                return "not tell whether a daemon runs: " + stat;
+            for (const char *way : {"status", "maps", "limits", "cgroup", "mountinfo", "task", "net/tcp",
+                                    "io", "sessionid", "oom_score", "wchan"})
+                if (access(victim.path(way).c_str(), F_OK) == 0)
+                    return std::string("see ") + way + " of a live process";
+            if (const int file = open(victim.path("comm").c_str(), O_WRONLY); file >= 0)
+                return "rename a live process";
+            if (umount2(victim.path("").c_str(), MNT_DETACH) == 0)
+                return "take down what covers a live process";
+            // Its own stay open to it.
+            if (tests::content("/proc/self/status").empty())
+                return "not see itself";
+            return "";
+        });
+    }
+}
+
+TEST(Confined, SeesOfASessionsCommandOnlyItsName) {
+    const pid_t session = fork();
+    if (session == 0) {
+        if (setgid(65534) == 0 && setuid(65534) == 0)
+            execl("/bin/sleep", "sleep", "86399", nullptr);
+        _exit(1);
+    }
+    const std::string words = "/proc/" + std::to_string(session) + "/cmdline";
+    while (tests::content(words) != std::string("sleep\0"
+                                                "86399\0",
+                                                12))
+        usleep(1'000);
+    expect_refused([&]() -> std::string {
+        const std::string seen = tests::content(words);
+        return seen == std::string("sleep\0", 6) ? "" : "see \"" + seen + "\"";
+    });
+    kill(session, SIGKILL);
+    waitpid(session, nullptr, 0);
+}
+
 TEST(Confined, EntersNoNameSpaceOfTheRunningSystem) {
     const int mounts = open("/proc/self/ns/mnt", O_RDONLY);
     ASSERT_GE(mounts, 0);
