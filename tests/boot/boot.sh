@@ -1,11 +1,21 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
-# boot.sh BUILD: two diskless clients are added with hostadm, boot over the wire step by step from the real daemons,
-# and are removed again. Run by "run" in a throwaway root. Its network namespace is the server; a second one, "client",
-# joined to it by a virtual cable, is whichever client is switched on.
+# boot.sh BUILD | --installed PROGRAMS: two diskless clients are added with hostadm, boot over the wire step by step from
+# the real daemons, and are removed again. Run by "run" in a throwaway root, or in one where hostadm is installed already,
+# with what plays the client in PROGRAMS. Its network namespace is the server; a second one, "client", joined to it by a
+# virtual cable, is whichever client is switched on.
 # Ends with "N passed, N failed"; exit status 0 only if nothing failed.
 set -u
-build=$1
+case $1 in
+--installed)
+    programs=$2
+    install_hostadm() { hostadm-names take; }
+    ;;
+*)
+    build=$1 programs=$1/bin
+    install_hostadm() { cmake --install "$build" && cmake --install "$build" --component compat && ldconfig; }
+    ;;
+esac
 [ "${HOSTADM_SANDBOX:-}" = 1 ] || { echo "run this with in-sandbox: it installs into /usr"; exit 2; }
 export PATH=/usr/local/bin:/usr/local/sbin:/usr/sbin:/usr/bin:/sbin:/bin
 
@@ -55,7 +65,7 @@ client() { nsenter --net=/run/netns/client timeout 30 "$@"; }
 # ---- the machine room ----------------------------------------------------------------------------------------
 
 prepare() {
-    cmake --install "$build" && cmake --install "$build" --component compat && ldconfig || die "no installation"
+    install_hostadm || die "no installation"
     ip netns add client &&
         ip link add srv0 type veth peer name cli0 netns client &&
         ip addr add $server/24 brd + dev srv0 && ip link set srv0 up &&
@@ -200,7 +210,7 @@ nfs_processes() { pgrep -x ganesha.nfsd; }
 prepare >/tmp/prepare.log 2>&1 || { cat /tmp/prepare.log; exit 2; }
 PATH=$PATH:/run/boot-programs
 mkdir /run/boot-programs
-for program in reverse_arp bootparams; do ln -s "$build/bin/boot_$program" /run/boot-programs/$program; done
+for program in reverse_arp bootparams; do ln -s "$programs/boot_$program" /run/boot-programs/$program; done
 make_operating_system
 start_debian_daemons
 
