@@ -19,7 +19,10 @@ namespace hostadm::server {
 // Which file it is, whatever its name: its number is used again after it, its time of birth is not.
 struct FileIdentity {
     std::uint64_t device = 0, inode = 0, born = 0;
-    bool operator==(const FileIdentity &) const = default;
+    // A disk may be another device after a boot. Where it does not know when files were made, they are told apart by it.
+    bool operator==(const FileIdentity &other) const {
+        return inode == other.inode && born == other.born && (born != 0 || device == other.device);
+    }
 };
 std::optional<FileIdentity> identity_of(const std::string &path); // of a link itself
 std::optional<FileIdentity> identity_of(const base::Descriptor &file);

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <string_view>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include "server/failure.hpp"
 #include "server/transaction.hpp"
@@ -73,12 +74,18 @@ void Journal::append(const Written &entry) {
     for (const std::string &field : entry)
         text += counted(field.size()) + field;
     // The offset is shared with the process that reads.
-    if (!base::write_all(file_.get(), text))
+    const bool kept = base::write_all(file_.get(), text) &&
+                      (lasts_ != Lasts::beyond_the_machine || fdatasync(file_.get()) == 0);
+    if (!kept)
         fail_errno("cannot keep a journal");
 }
 
 std::vector<Written> Journal::entries() const {
-    const std::optional<std::string> text = base::read_whole(file_.get());
+    return read_entries(file_);
+}
+
+std::vector<Written> read_entries(const base::Descriptor &file) {
+    const std::optional<std::string> text = base::read_whole(file.get());
     if (!text)
         fail_errno("cannot read the journal");
     std::vector<Written> entries;

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "base/descriptor.hpp"
@@ -47,7 +48,10 @@ template <typename Entry> std::optional<Entry> read_entry(const Written &words) 
 
 class Journal {
 public:
-    Journal(); // throws Failure
+    enum class Lasts { as_long_as_a_process, beyond_the_machine };
+    // Of one's own, or in a file that is read from its start. Throws Failure.
+    Journal();
+    Journal(base::Descriptor file, Lasts lasts) : file_(std::move(file)), lasts_(lasts) {}
     template <typename Entry> void note(const Entry &entry) { append(written(entry)); }
     // Of something that is there already. What cannot be noted could not be taken back later, so it is at once.
     template <typename Entry> void note_made(const Entry &entry) {
@@ -64,7 +68,11 @@ public:
 
 private:
     base::Descriptor file_;
+    Lasts lasts_ = Lasts::as_long_as_a_process;
 };
+
+// All entries of a file. Throws Failure.
+std::vector<Written> read_entries(const base::Descriptor &file);
 
 // While it lives no interruption comes between something that is made and its entry in the journal.
 class Uninterrupted {

@@ -2,6 +2,9 @@
 #include "server/page.hpp"
 
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include "server/broken_runs.hpp"
 
 namespace hostadm::server {
 
@@ -24,8 +27,13 @@ int guarded(method::Call &call, const std::function<int()> &work) try {
 int run_page(int argc, char **argv, const method::Description &description,
              const std::function<int(method::Call &)> &work) {
     umask(022);
-    return method::run(argc, argv, description,
-                       [&](method::Call &call) { return guarded(call, [&] { return work(call); }); });
+    return method::run(argc, argv, description, [&](method::Call &call) {
+        return guarded(call, [&] {
+            if (!description.edits.empty() && geteuid() == 0)
+                take_back_broken_runs(call);
+            return work(call);
+        });
+    });
 }
 
 } // namespace hostadm::server

@@ -16,7 +16,8 @@ void tell_changed(method::Call &call, bool changed);
 // Does the work, and records a failure with its code. Gives the method's status.
 int guarded(method::Call &call, const std::function<int()> &work);
 
-// The main() of a page: method::run, with failures recorded, and files made with the usual modes.
+// The main() of a page: method::run, with failures recorded, and files made with the usual modes. One that edits anything
+// takes back first what a run that was cut off has left.
 int run_page(int argc, char **argv, const method::Description &description,
              const std::function<int(method::Call &)> &work);
 

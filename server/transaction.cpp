@@ -125,6 +125,11 @@ Ending run_apart(const std::function<int()> &work) {
 Transaction::Transaction(method::Call &call, std::string subject, std::vector<Remembered> state)
     : call_(call), subject_(std::move(subject)), context_{call.method(), std::move(state)} {}
 
+Transaction::Transaction(method::Call &call, std::string subject, const Kept &kept)
+    : call_(call), subject_(std::move(subject)), context_{call.method(), {}},
+      file_(std::in_place, kept.method, subject_),
+      journal_(file_->descriptor(), Journal::Lasts::beyond_the_machine) {}
+
 bool Transaction::run(const std::function<int()> &work) {
     const Ending ending = run_apart([&] { return guarded(call_, work); });
     if (!ending.reason.empty())
@@ -133,10 +138,12 @@ bool Transaction::run(const std::function<int()> &work) {
 }
 
 int Transaction::run_whole(const std::function<int()> &work) {
-    if (run(work))
-        return 0;
-    take_back();
-    return 1;
+    const bool done = run(work);
+    if (!done)
+        take_back();
+    if (file_)
+        file_->forget();
+    return done ? 0 : 1;
 }
 
 void Transaction::take_back() {
@@ -144,17 +151,21 @@ void Transaction::take_back() {
     if (entries.empty())
         return;
     call_.progress("taking back what was done");
-    bool whole = true;
-    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-        const std::string left = server::take_back(*entry, context_);
-        if (left.empty())
-            continue;
-        call_.left_undone("could not be taken back: " + left);
-        whole = false;
-    }
-    if (whole)
+    if (take_back_entries(call_, entries, context_))
         std::fprintf(stderr, "%s: everything that was done for %s has been taken back\n",
                      call_.method().c_str(), subject_.c_str());
+}
+
+bool take_back_entries(method::Call &call, const std::vector<Written> &entries, const UndoContext &context) {
+    bool whole = true;
+    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
+        const std::string left = take_back(*entry, context);
+        if (left.empty())
+            continue;
+        call.left_undone("could not be taken back: " + left);
+        whole = false;
+    }
+    return whole;
 }
 
 } // namespace hostadm::server

@@ -5,12 +5,15 @@
 
 #include <csignal>
 #include <functional>
+#include <optional>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "hostadm/method.hpp"
 #include "server/boot_area.hpp"
 #include "server/bootparams.hpp"
+#include "server/broken_runs.hpp"
 #include "server/client_change.hpp"
 #include "server/disabling.hpp"
 #include "server/files.hpp"
@@ -35,10 +38,11 @@ struct Touched {
 std::string take_back(const Touched &touched, const UndoContext &context);
 
 // Every kind of entry that can be taken back.
-using Entry = std::variant<MadeDirectory, MadeFile, NewTable, MadeRoot, FilledRoot, MadeShare, MadeBootLink,
-                           ReplacedBootLink, MadeBootProgram, MadeRplFile, MadeRplLink, ReplacedRplLink,
-                           AddedItem, AddedLine, ReplacedLine, WithdrawnShare, ResumedShare, RenamedPath,
-                           ResizedFile, RewrittenInRoot, MovedShare, InstalledPackages, MadeInRoot, Touched>;
+using Entry =
+    std::variant<MadeDirectory, MadeFile, NewTable, MadeRoot, FilledRoot, MadeShare, MadeBootLink,
+                 ReplacedBootLink, MadeBootProgram, MadeRplFile, MadeRplLink, ReplacedRplLink, AddedItem,
+                 AddedLine, BegunRun, Claimed, ReplacedLine, WithdrawnShare, ResumedShare, RenamedPath,
+                 ResizedFile, RewrittenInRoot, MovedShare, InstalledPackages, MadeInRoot, Touched>;
 
 // Nothing: its kind is not known here, or its fields are not those of its kind.
 std::optional<Entry> read_any_entry(const Written &words);
@@ -63,6 +67,11 @@ class Transaction {
 public:
     // What it is done for, such as the client's name, and what stands at the paths that it may touch.
     Transaction(method::Call &call, std::string subject, std::vector<Remembered> state = {});
+    // One of which also a power cut leaves nothing half done (server/broken_runs.hpp).
+    struct Kept {
+        std::string method; // with its class
+    };
+    Transaction(method::Call &call, std::string subject, const Kept &kept);
 
     Journal &journal() { return journal_; }
     bool did_anything() const { return !journal_.entries().empty(); }
@@ -79,7 +88,11 @@ private:
     method::Call &call_;
     std::string subject_;
     UndoContext context_;
+    std::optional<KeptFile> file_;
     Journal journal_;
 };
+
+// Takes back the entries, the latest first. Tells what had to stay; true when nothing had to.
+bool take_back_entries(method::Call &call, const std::vector<Written> &entries, const UndoContext &context);
 
 } // namespace hostadm::server

@@ -66,6 +66,7 @@ int change(Call &call, Claims &claims, Journal &journal) {
         client = known_client(client.name); // says that there is none
     const ClientChange change(client, asked);
     claims.add(change.claims());
+    note_claims(journal, change.claims());
     change.make(call.method(), journal, report);
     report.tell(call);
     return 0;
@@ -81,7 +82,8 @@ int work(Call &call) {
             "nothing was said to change: give new_hostname, address, ethernet, server, boot_program, "
             "swap_size or share_options");
     Claims claims(call.method(), call.get("hostname"), {});
-    Transaction transaction(call, call.get("hostname"));
+    // Cut off in the middle, it would leave tables that name the client in two ways.
+    Transaction transaction(call, call.get("hostname"), Transaction::Kept{description.name});
     return transaction.run_whole([&] { return change(call, claims, transaction.journal()); });
 }
 

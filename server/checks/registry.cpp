@@ -83,6 +83,7 @@ const std::vector<Check> &all_checks() {
          nullptr},
         {"reboot", "what this server would lose by booting: services, options, mounts", reboot_of_server,
          nullptr},
+        {"broken-runs", "work on clients that was cut off in the middle", broken_runs_of_server, nullptr},
     };
     return checks;
 }

@@ -345,6 +345,8 @@ Snapshot read_snapshot() {
     server.network = read_network();
     server.daemons = read_daemons();
     server.mounts = read_mounts();
+    if (server.privileged)
+        server.broken_runs = broken_runs();
     server.filter = read_packet_filter();
     server.filter_at_boot = read_packet_filter_at_boot();
     read_clients(server);

@@ -11,6 +11,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "server/broken_runs.hpp"
 #include "server/checks/access.hpp"
 #include "server/checks/daemon_table.hpp"
 #include "server/checks/file_systems.hpp"
@@ -100,6 +101,7 @@ struct Snapshot {
     RpcAnswers rpc;
     PacketFilter filter, filter_at_boot;
     std::vector<Mount> mounts;
+    std::vector<BrokenRun> broken_runs;
 
     bool has_share_command = false;
     std::unordered_map<std::string, std::string> shares; // options by path, now

@@ -44,5 +44,6 @@ Findings roots_of_client(const Snapshot &server, const CheckedClient &client);
 Findings swap_files_of_client(const Snapshot &server, const CheckedClient &client);
 Findings disk_space_of_server(const Snapshot &server);
 Findings reboot_of_server(const Snapshot &server);
+Findings broken_runs_of_server(const Snapshot &server);
 
 } // namespace hostadm::server

@@ -266,6 +266,12 @@ const std::vector<Fault> faults = {
          good.folder.write("export/root/client1/etc/hosts", "192.168.1.1 server\n192.168.1.99 client1\n");
      },
      "has the address 192.168.1.99 there"},
+    {"broken-runs", "a change was cut off",
+     [](GoodServer &good) {
+         good.snapshot.broken_runs.push_back(
+             {"/var/lib/hostadm/unfinished/a", "client/change", "client1", {}});
+     },
+     "client/change of client1 was cut off in the middle"},
     {"swap-files", "the swap file is missing", [](GoodServer &good) { fs::remove(good.swap); }, "is missing"},
     {"swap-files", "everybody may read the swap file",
      [](GoodServer &good) { fs::permissions(good.swap, fs::perms(0666)); }, "everybody may read"},
