@@ -6,6 +6,7 @@
 #include <array>
 #include <ifaddrs.h>
 #include <memory>
+#include <net/if.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <optional>
@@ -54,15 +55,25 @@ std::optional<Address> parse_address(std::string_view text) {
     return std::nullopt;
 }
 
-template <typename Fits> bool any_interface(Fits fits) {
+using Interfaces = std::unique_ptr<ifaddrs, decltype(&freeifaddrs)>;
+
+Interfaces all_interfaces() {
     ifaddrs *list = nullptr;
     if (getifaddrs(&list) != 0)
-        return false;
-    const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(list, &freeifaddrs);
-    for (const ifaddrs *interface = list; interface != nullptr; interface = interface->ifa_next)
+        list = nullptr;
+    return {list, &freeifaddrs};
+}
+
+template <typename Fits> bool any_interface(Fits fits) {
+    const Interfaces all = all_interfaces();
+    for (const ifaddrs *interface = all.get(); interface != nullptr; interface = interface->ifa_next)
         if (interface->ifa_addr != nullptr && fits(*interface))
             return true;
     return false;
+}
+
+std::uint32_t number_in(const sockaddr *address) {
+    return ntohl(reinterpret_cast<const sockaddr_in *>(address)->sin_addr.s_addr);
 }
 
 bool is_loopback(const Address &address) {
@@ -148,10 +159,20 @@ bool is_in_own_network(std::string_view address) {
     return any_interface([&](const ifaddrs &interface) {
         if (interface.ifa_addr->sa_family != AF_INET || interface.ifa_netmask == nullptr)
             return false;
-        const auto own = reinterpret_cast<const sockaddr_in *>(interface.ifa_addr)->sin_addr.s_addr;
-        const auto mask = reinterpret_cast<const sockaddr_in *>(interface.ifa_netmask)->sin_addr.s_addr;
-        return (own & mask) == (wanted.s_addr & mask);
+        const std::uint32_t mask = number_in(interface.ifa_netmask);
+        return (number_in(interface.ifa_addr) & mask) == (ntohl(wanted.s_addr) & mask);
     });
+}
+
+std::vector<OwnNetwork> own_networks() {
+    std::vector<OwnNetwork> networks;
+    const Interfaces all = all_interfaces();
+    for (const ifaddrs *interface = all.get(); interface != nullptr; interface = interface->ifa_next)
+        if (interface->ifa_addr != nullptr && interface->ifa_addr->sa_family == AF_INET &&
+            interface->ifa_netmask != nullptr && (interface->ifa_flags & IFF_LOOPBACK) == 0)
+            networks.push_back(
+                {interface->ifa_name, number_in(interface->ifa_addr), number_in(interface->ifa_netmask)});
+    return networks;
 }
 
 std::string address_of_host(const std::string &name) {

@@ -14,6 +14,7 @@
 #include "hostadm.h"
 #include "server/boot_area.hpp"
 #include "server/bootparams.hpp"
+#include "server/client_address.hpp"
 #include "server/client_root.hpp"
 #include "server/disabling.hpp"
 #include "server/failure.hpp"
@@ -237,9 +238,27 @@ ClientChange::ClientChange(const Client &client, const WantedChange &wanted)
     new_.items = new_items();
 }
 
+namespace {
+
+void check_swap_grows(const std::string &path, std::uint64_t size) {
+    struct stat now {};
+    if (lstat(path.c_str(), &now) != 0 || static_cast<std::uint64_t>(now.st_size) != size)
+        check_swap_size(path, size);
+}
+
+} // namespace
+
+void ClientChange::check_address() const {
+    const std::vector<base::OwnNetwork> networks = base::own_networks();
+    check_client_address(wanted_.address, networks);
+    // One that was told another name of this server may live behind a router.
+    if (wanted_.address != old_.address && wanted_.server.empty() && old_server_ == base::own_host_name())
+        check_in_own_network(wanted_.address, networks);
+}
+
 void ClientChange::check() const {
     if (!wanted_.address.empty())
-        check_client_address(wanted_.address);
+        check_address();
     if (!wanted_.ethernet.empty())
         check_client_ethernet(wanted_.ethernet);
     if (old_.disabled && moves_shares())
@@ -264,6 +283,8 @@ void ClientChange::check() const {
                                          "more, with that boot program");
     if (wanted_.swap_size && old_.own_path("swap").empty())
         fail(Code::unusable, old_.name + " has no swap file on this server");
+    if (wanted_.swap_size)
+        check_swap_grows(old_.own_path("swap"), *wanted_.swap_size);
     if (!wanted_.share_options.empty() && !is_open_to_alone(wanted_.share_options, new_.name))
         refuse("share_options " + wanted_.share_options + " must open it to " + new_.name +
                " and nobody else, such as " + share_options_of(new_.name));

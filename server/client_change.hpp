@@ -82,6 +82,7 @@ private:
     };
 
     void check() const;
+    void check_address() const;
     void check_collisions() const;
     void plan_moves();
     std::string moved(const std::string &path) const;

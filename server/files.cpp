@@ -139,11 +139,16 @@ void note_new_table(const std::string &path, Journal &journal) {
         journal.note(NewTable{path});
 }
 
+std::string nearest_existing(std::string path) {
+    while (path != "/" && !exists(path))
+        path = parent_of(path);
+    return path;
+}
+
 void flush_file_systems(const std::vector<std::string> &paths) {
     std::set<std::uint64_t> flushed;
-    for (std::string path : paths) {
-        while (path != "/" && !exists(path))
-            path = parent_of(path);
+    for (const std::string &wanted : paths) {
+        const std::string path = nearest_existing(wanted);
         const base::Descriptor place(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
         if (!place.is_open())
             fail_errno("cannot flush " + path);

@@ -32,6 +32,8 @@ std::optional<FileIdentity> identity_in(const base::Beneath &folder, const std::
 bool exists(const std::string &path);
 bool is_directory(const std::string &path);
 std::string parent_of(const std::string &path);
+// The path itself or the lowest folder above it that is there.
+std::string nearest_existing(std::string path);
 
 struct MadeDirectory {
     static constexpr std::string_view kind = "made directory";

@@ -1,19 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include "server/new_client.hpp"
 
-#include <arpa/inet.h>
 #include <charconv>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <netinet/ether.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <system_error>
 
 #include "base/beneath.hpp"
 #include "base/text.hpp"
 #include "base/this_host.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
+#include "server/client_address.hpp"
 #include "server/client_root.hpp"
 #include "server/disabling.hpp"
 #include "server/failure.hpp"
@@ -108,6 +109,14 @@ void check_server(const Call &call, const NewClient &client) {
              "the server " + client.server +
                  " has no address here, so the client could not be told where its root is; add a line to "
                  "/etc/hosts, or give another name");
+}
+
+// One that is added already, or that was told another name of this server, may live behind a router.
+void check_address(const Call &call, const NewClient &client) {
+    const std::vector<base::OwnNetwork> networks = base::own_networks();
+    check_client_address(client.address, networks);
+    if (!call.given("server") && client.server == base::own_host_name() && client_items(client.name).empty())
+        check_in_own_network(client.address, networks);
 }
 
 void check_table(const HostTable &table, const std::string &key, const std::string &name) {
@@ -294,20 +303,36 @@ std::uint64_t bytes_in(const std::string &size) {
     return count << shift;
 }
 
-void check_client_address(const std::string &text) {
-    const in_addr_t address = ntohl(inet_addr(text.c_str()));
-    if (address >> 24 == 0 || address >> 24 == 127 || address >> 28 >= 14)
-        refuse(text + " is no address of a host");
-    if (base::is_own_address(text))
-        fail(Code::taken, text + " is an address of this server");
+void check_swap_size(const NewClient &client) {
+    if (!client.swap.empty() && !exists(client.swap))
+        check_swap_size(client.swap, client.swap_size);
 }
 
-void check_client_ethernet(const std::string &text) {
-    const ether_addr *ethernet = ether_aton(text.c_str());
-    constexpr std::uint8_t nobody[6] = {};
-    if (ethernet == nullptr || (ethernet->ether_addr_octet[0] & 1) != 0 ||
-        std::memcmp(ethernet->ether_addr_octet, nobody, sizeof nobody) == 0)
-        refuse(text + " is no Ethernet address of a single host");
+void check_swap_size(const std::string &path, std::uint64_t size) {
+    constexpr std::uint64_t least = 40 << 10; // ten pages; nothing smaller can be made a swap area
+    if (size < least)
+        refuse(base::tr(
+            "a swap file of {1} bytes is of no use to a client, which needs 40k at least; give a swap_size "
+            "such as 32m",
+            size));
+    const std::string folder = nearest_existing(parent_of(path));
+    struct statfs file_system {};
+    // What an overlay says is the room of its upper layer, such as that of a preview.
+    if (statfs(folder.c_str(), &file_system) != 0 || file_system.f_type == OVERLAYFS_SUPER_MAGIC ||
+        file_system.f_blocks == 0)
+        return;
+    struct stat there {};
+    const std::uint64_t taken =
+        lstat(path.c_str(), &there) == 0 ? static_cast<std::uint64_t>(there.st_blocks) * 512 : 0;
+    const auto room = taken + static_cast<std::uint64_t>(file_system.f_bavail) *
+                                  static_cast<std::uint64_t>(file_system.f_frsize);
+    if (size > room)
+        fail(Code::system, base::tr("a swap file of {1} bytes is larger than the {2} bytes that are free at "
+                                    "{3}; although it takes no "
+                                    "room until it is used, the client could never use it up; give a smaller "
+                                    "swap_size, or a swappath "
+                                    "on a larger disk",
+                                    size, room, folder));
 }
 
 std::vector<std::string> NewClient::shared_directories() const {
@@ -429,7 +454,7 @@ void check_dump(const NewClient &client) {
 
 void check_name_and_addresses(const Call &call, const NewClient &client) {
     check_server(call, client);
-    check_client_address(client.address);
+    check_address(call, client);
     if (is_server_itself(client.name))
         fail(Code::taken, client.name + " is this server");
     check_client_ethernet(client.ethernet);
@@ -446,6 +471,9 @@ bool check_new_client(const Call &call, const NewClient &client) {
         check_source(client);
     check_boot_program(client, known);
     check_swap(client);
+    // A size that nobody asked for is looked at when the file is made.
+    if (call.get("swap_size") != default_swap_size)
+        check_swap_size(client);
     check_dump(client);
     return known;
 }

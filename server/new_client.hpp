@@ -55,11 +55,13 @@ struct NewClient {
     bool mounts_usr() const; // once its root is filled
 };
 
+inline constexpr const char *default_swap_size = "32m";
 // The bytes that a text such as 32m means. Throws Refusal.
 std::uint64_t bytes_in(const std::string &size);
-// Throws Failure when an IPv4 or an Ethernet address can be no client's.
-void check_client_address(const std::string &address);
-void check_client_ethernet(const std::string &ethernet);
+// Throws Failure when a swap file is too small to be one, or larger than what is free where it is to lie. It takes no room
+// until it is used; then it has to find it.
+void check_swap_size(const std::string &path, std::uint64_t size);
+void check_swap_size(const NewClient &client); // unless the file is there
 
 // From the arguments of a method. Throws Failure when one is missing.
 Identity read_identity(method::Call &call);

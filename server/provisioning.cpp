@@ -176,6 +176,7 @@ void provision(method::Call &call, const NewClient &client, Journal &journal, Re
         name_anew(client, journal, report);
 
     check_swap(client); // which may have come with the root
+    check_swap_size(client);
     check_dump(client);
     if (!client.swap.empty())
         report.step("swap", make_sparse_file(client.swap, client.swap_size, journal), client.swap);

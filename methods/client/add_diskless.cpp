@@ -51,8 +51,9 @@ const Description description{
          {"boot", Kind::choice, "how it asks for its boot program", false, "tftp", {"tftp", "rpl"}},
          {"rootpath", Kind::path, "the client's root (default /export/root/HOSTNAME)"},
          {"swappath", Kind::path, "its swap file (default /export/swap/HOSTNAME/swap)"},
-         {"swap_size", Kind::size, "size of the swap file, which takes no room until it is used", false,
-          "32m"},
+         {"swap_size", Kind::size,
+          "size of the swap file, which takes no room until it is used, but must fit", false,
+          default_swap_size},
          {"dumppath", Kind::path, "its dump file (default: none)"},
          {"prepare", Kind::yes_no,
           "give its root what it needs to run: lines of the mount table, hosts, its name, devices; what is "

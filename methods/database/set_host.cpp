@@ -6,6 +6,8 @@
 #include "base/text.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
+#include "server/bootparams.hpp"
+#include "server/client_address.hpp"
 #include "server/failure.hpp"
 #include "server/host_tables.hpp"
 #include "server/named_table.hpp"
@@ -57,8 +59,22 @@ bool has_localhost(const std::string &names) {
                        [](std::string_view word) { return base::lower_case(word) == "localhost"; });
 }
 
+// Any host may stand in the table; a client must be one that this server can serve.
+void check_address(const std::string &address, const std::string &names) {
+    const auto words = base::words_of(names);
+    const bool is_clients = std::any_of(words.begin(), words.end(), [](std::string_view name) {
+        return !client_items(std::string(name)).empty();
+    });
+    if (is_clients)
+        check_client_address(address);
+    else
+        check_is_a_hosts(address, base::own_networks());
+}
+
 int work(Call &call) {
     const std::string address = call.get("address"), names = wanted_names(call), table = call.get("table");
+    if (table == hosts_table().path())
+        check_address(address, names);
     const std::string before = names_of(address, table);
     if (has_localhost(before) && !has_localhost(names))
         fail(Code::table,

@@ -34,6 +34,22 @@ TEST(OwnNetwork, HoldsTheAddressesBesideOurs) {
     EXPECT_FALSE(is_in_own_network("nonsense"));
 }
 
+TEST(OwnNetworks, AreThoseOfAllInterfacesButTheLoopback) {
+    for (const OwnNetwork &network : own_networks()) {
+        EXPECT_NE(network.interface, "lo");
+        EXPECT_TRUE(network.holds(network.address));
+        EXPECT_TRUE(network.holds(network.first()));
+        EXPECT_TRUE(network.holds(network.last()));
+        EXPECT_FALSE(network.holds(0x7f000001));
+    }
+    const OwnNetwork office{"eth0", 0xc0a80101, 0xffffff00}, line{"ppp0", 0x0a000105, 0xfffffffe};
+    EXPECT_EQ(office.first(), 0xc0a80100);
+    EXPECT_EQ(office.last(), 0xc0a801ff);
+    EXPECT_FALSE(office.holds(0xc0a80201));
+    EXPECT_TRUE(office.has_addresses_of_its_own());
+    EXPECT_FALSE(line.has_addresses_of_its_own());
+}
+
 TEST(AddressOfHost, IsADottedOneOrNothing) {
     EXPECT_EQ(address_of_host("127.0.0.5"), "127.0.0.5");
     EXPECT_EQ(address_of_host("no..name"), "");
