@@ -3,8 +3,9 @@
 
 #include <algorithm>
 #include <array>
-#include <initializer_list>
+#include <string_view>
 #include <unistd.h>
+#include <vector>
 
 #include "base/files.hpp"
 #include "base/processes.hpp"
@@ -18,6 +19,9 @@ namespace {
 
 constexpr const char *rpl_daemon = "/usr/sbin/rpld";
 
+const std::vector<std::string_view> nfs_daemons = {"ganesha.nfsd", "nfsd"},
+                                    mount_daemons = {"rpc.mountd", "mountd", "ganesha.nfsd"};
+
 // The name that a process goes by in its command line, which adapters may have changed.
 std::string program_of(const base::Process &process) {
     const std::string path = process.arguments.empty() ? "" : process.arguments.front();
@@ -25,7 +29,7 @@ std::string program_of(const base::Process &process) {
 }
 
 const base::Process *find(const std::vector<base::Process> &processes,
-                          std::initializer_list<std::string_view> programs) {
+                          const std::vector<std::string_view> &programs) {
     for (const std::string_view program : programs)
         for (const base::Process &process : processes)
             if (program_of(process) == program || process.short_name == program)
@@ -105,14 +109,14 @@ std::vector<BootDaemon> boot_daemons(const std::string &proc, const std::string 
         daemon_for("boot parameters", find(processes, {"rpc.bootparamd", "bootparamd"}), "rpc.bootparamd",
                    "rpc.bootparamd -r ROUTER, after rpcbind (package bootparamd)");
 
-    const base::Process *nfsd = find(processes, {"ganesha.nfsd", "nfsd"});
+    const base::Process *nfsd = find(processes, nfs_daemons);
     BootDaemon nfs = daemon_for(
         "NFS", nfsd, "nfsd",
         "hostadm run host/start_daemon path=/usr/lib/nfs/nfsd (packages nfs-ganesha and nfs-ganesha-vfs)");
     if (nfsd != nullptr && nfsd->arguments.empty())
         nfs.note = "in the kernel";
     BootDaemon mount =
-        daemon_for("NFS mounts", find(processes, {"rpc.mountd", "mountd", "ganesha.nfsd"}), "mountd",
+        daemon_for("NFS mounts", find(processes, mount_daemons), "mountd",
                    "hostadm run host/start_daemon path=/usr/lib/nfs/mountd (the same packages)");
 
     std::vector<BootDaemon> daemons = {rarp, tftp, rpc, bootparams, nfs, mount};
@@ -152,6 +156,18 @@ std::optional<int> running_program(const std::string &name) {
     for (const base::Process &process : base::live_processes())
         if (is_started_as(process, name) || bears_name(process, name))
             return process.pid;
+    return std::nullopt;
+}
+
+std::optional<ServingProcess> serving_process(const std::string &daemon) {
+    const std::vector<base::Process> processes = base::live_processes();
+    const base::Process *process = daemon == "mountd" ? find(processes, mount_daemons)
+                                   : daemon == "nfsd" ? find(processes, nfs_daemons)
+                                                      : nullptr;
+    if (process != nullptr)
+        return ServingProcess{process->short_name, process->pid};
+    if (const auto pid = running_program(daemon))
+        return ServingProcess{daemon, *pid};
     return std::nullopt;
 }
 

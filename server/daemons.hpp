@@ -34,4 +34,12 @@ std::string ensure_rpl();
 // the way.
 std::optional<int> running_program(const std::string &name);
 
+// The live process that does a daemon's work, whatever it is called: nfs-ganesha is mountd as well as nfsd, and the kernel's
+// mount daemon is called rpc.mountd.
+struct ServingProcess {
+    std::string name;
+    int pid = 0;
+};
+std::optional<ServingProcess> serving_process(const std::string &daemon);
+
 } // namespace hostadm::server

@@ -11,6 +11,7 @@
 #include "server/failure.hpp"
 #include "server/host_tables.hpp"
 #include "server/line_edits.hpp"
+#include "server/nfs_server.hpp"
 #include "server/roots.hpp"
 #include "server/shares.hpp"
 
@@ -84,6 +85,7 @@ std::string withdraw_now(const std::string &method, const std::string &path) {
 }
 
 std::string share_now(const std::string &method, const std::string &path, const std::string &options) {
+    ensure_nfs_server();
     if (sharefs(nullptr, options.c_str(), nullptr, path.c_str(), now_only, method.c_str(), 0) != 0 ||
         !share_state(path).now)
         return path + ", which is not shared";

@@ -13,6 +13,7 @@
 #include "server/adapters.hpp"
 #include "server/failure.hpp"
 #include "server/files.hpp"
+#include "server/nfs_server.hpp"
 #include "server/watched_commands.hpp"
 
 namespace hostadm::server {
@@ -168,6 +169,7 @@ bool ensure_share(const std::string &method, const std::string &path, const std:
     note_new_table(share_table, journal);
     if (!before.now && !before.at_boot)
         journal.note(MadeShare{path, options});
+    ensure_nfs_server();
     const WatchedCommands commands;
     if (sharefs(nullptr, options.c_str(), nullptr, path.c_str(), nullptr, method.c_str(), 0) != 0)
         throw Recorded();

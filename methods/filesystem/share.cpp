@@ -4,6 +4,7 @@
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/adapters.hpp"
+#include "server/nfs_server.hpp"
 #include "server/page.hpp"
 #include "server/shares.hpp"
 #include "server/watched_commands.hpp"
@@ -53,6 +54,8 @@ int work(Call &call) {
                       path = resolved_share_path(call.get("pathname"));
     const bool was_shared = is_in_share_list(path, options);
     const std::string table = read_share_table();
+    if (effect.now)
+        ensure_nfs_server();
     const WatchedCommands commands;
     const int status =
         sharefs(call.get("fstype").c_str(), options.c_str(), words.c_str(), call.get("pathname").c_str(),

@@ -7,13 +7,16 @@
 #include <thread>
 #include <unistd.h>
 
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/daemons.hpp"
+#include "server/nfs_server.hpp"
 #include "server/page.hpp"
 
 namespace {
 
+using namespace hostadm;
 using namespace hostadm::method;
 using namespace hostadm::server;
 
@@ -27,28 +30,60 @@ const Description description{
                   {.name = "args",
                    .kind = Kind::words,
                    .purpose = "its arguments; in.rarpd and rpld always get -a instead"}},
-    .outputs = {{"state",
-                 "started, or running already; or that it was not seen running, as when it ended at once"},
-                {"pid", "its process id, when it is seen running"},
-                changed_output},
+    .outputs =
+        {{"state",
+          "started, or running already; not registered, when it runs and no client finds it; or that it was "
+          "not seen running, as when it ended at once"},
+         {"pid", "the process id of what does its work, when that is seen running"},
+         {"served_by", "the program that does its work, where that has another name"},
+         {"advice", "what to do where no client finds it"},
+         changed_output},
     .starts = {"path="},
 };
 
-// A daemon needs a moment to come up, and to leave the shell that started it; one that cannot work ends a
-// moment after it was first seen.
-std::optional<int> wait_for(const std::string &name) {
-    using std::chrono::milliseconds;
-    constexpr int tries = 20;
-    constexpr milliseconds pause(50), settling(300);
-    for (int i = 0; i < tries; ++i) {
-        if (running_program(name)) {
-            std::this_thread::sleep_for(settling);
-            if (const auto pid = running_program(name))
-                return pid;
-        }
-        std::this_thread::sleep_for(pause);
+using std::chrono::milliseconds;
+
+template <typename Condition> bool comes_true(milliseconds patience, Condition condition) {
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= end)
+            return false;
+        std::this_thread::sleep_for(milliseconds(50));
     }
-    return std::nullopt;
+    return true;
+}
+
+// A daemon needs a moment to come up, and to leave the shell that started it; one that cannot work ends a
+// moment after it was first seen. One that serves by RPC has come up when clients can find it.
+std::optional<ServingProcess> wait_for(const std::string &name) {
+    constexpr milliseconds coming(1000), settling(300), registering(10'000);
+    if (!comes_true(coming, [&] { return serving_process(name).has_value(); }))
+        return std::nullopt;
+    std::this_thread::sleep_for(settling);
+    comes_true(registering, [&] { return is_registered(name) != Registered::no || !serving_process(name); });
+    return serving_process(name);
+}
+
+// What runs and is found by nobody does not serve.
+void tell(Call &call, const std::string &state, const std::string &name, const ServingProcess &process) {
+    call.set("state", state);
+    call.set("pid", std::to_string(process.pid));
+    if (process.name != name)
+        call.set("served_by", process.name);
+    const Registered registered = is_registered(name);
+    if (registered == Registered::no) {
+        call.set("state", "not registered");
+        call.set(
+            "advice",
+            base::tr(
+                "rpcbind does not know of it, so that no client finds it, as when rpcbind was started after "
+                "it; stop it, and start it again"));
+    } else if (registered == Registered::no_mapper) {
+        call.set(
+            "advice",
+            base::tr("rpcbind does not answer, so that no client finds it; start rpcbind, then stop this "
+                     "daemon, and start it again"));
+    }
 }
 
 bool is_program(const std::string &path) {
@@ -61,9 +96,8 @@ int work(Call &call) {
     const std::string name = path.substr(path.rfind('/') + 1);
     if (!is_program(path))
         fail(Code::missing_program, "there is no program " + path + " to start; is its package installed?");
-    if (const auto pid = running_program(name)) {
-        call.set("state", "running already");
-        call.set("pid", std::to_string(*pid));
+    if (const auto process = serving_process(name)) {
+        tell(call, "running already", name, *process);
         tell_changed(call, false);
         return 0;
     }
@@ -71,11 +105,12 @@ int work(Call &call) {
         fail(Code::system, "cannot start " + path +
                                ": no process can be made; the system is out of memory or of "
                                "processes");
-    const auto pid = wait_for(name);
-    call.set("state", pid ? "started" : "started, but not seen running");
-    if (pid)
-        call.set("pid", std::to_string(*pid));
-    tell_changed(call, pid.has_value());
+    const auto process = wait_for(name);
+    if (process)
+        tell(call, "started", name, *process);
+    else
+        call.set("state", "started, but not seen running");
+    tell_changed(call, process.has_value());
     return 0;
 }
 

@@ -317,6 +317,27 @@ TEST_F(RealDaemons, UserIsToldOfAMissingProgram) {
     }
 }
 
+TEST_F(RealDaemons, AreStartedOnceForWhatIsShared) {
+    standin::place("/usr/sbin/share");
+    std::filesystem::create_directories("/export/shared");
+    for (int i = 0; i < 2; ++i) {
+        const auto shared = hostadm("run filesystem/share pathname=/export/shared takeeffect=nowonly");
+        EXPECT_EQ(shared.status, 0) << shared.error;
+    }
+    EXPECT_EQ(only_call("/usr/lib/nfs/mountd").arguments, (std::vector<std::string>{"/usr/lib/nfs/mountd"}));
+    EXPECT_EQ(only_call("/usr/lib/nfs/nfsd").arguments,
+              (std::vector<std::string>{"/usr/lib/nfs/nfsd", "-a", "16"}));
+}
+
+TEST_F(RealDaemons, UserIsToldWhenNoClientFindsADaemon) {
+    const auto run = hostadm("run host/start_daemon path=/usr/lib/nfs/mountd");
+    only_call("/usr/lib/nfs/mountd");
+    EXPECT_THAT(run.output, HasSubstr("started"));
+    EXPECT_THAT(run.output, HasSubstr("rpcbind does not answer, so that no client finds it"));
+    EXPECT_THAT(hostadm("run host/start_daemon path=/usr/sbin/rpld").output,
+                testing::Not(HasSubstr("rpcbind")));
+}
+
 TEST_F(RealDaemons, PreviewSeesADaemonThatRuns) {
     setenv("ASAN_OPTIONS", "detect_leaks=0", 1); // a previewed method sees the live processes, not itself
     const Running daemon("/usr/lib/nfs/nfsd", {"/usr/lib/nfs/nfsd", "-a", "16"});
