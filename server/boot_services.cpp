@@ -5,13 +5,21 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <stdexcept>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 #include "base/files.hpp"
 #include "base/program.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
+#include "server/boot_area.hpp"
+#include "server/client_kind.hpp"
+#include "server/clients.hpp"
+#include "server/files.hpp"
+#include "server/pc_area.hpp"
 
 namespace hostadm::server {
 
@@ -32,39 +40,83 @@ struct Item {
     std::string path;
     std::string content; // the target of a link, or the text of a file
     bool is_link = false;
+    bool is_folder = false;
 };
 
 [[noreturn]] void fail(const std::string &what, int error) {
     throw std::runtime_error("cannot " + what + ": " + std::strerror(error));
 }
 
-bool exists(const std::string &path) {
+bool is_installed(const std::string &unit) {
+    return exists(units + unit) || exists("/lib/systemd/system/" + unit);
+}
+
+bool is_masked(const std::string &unit) {
     std::error_code error;
-    return fs::symlink_status(path, error).type() != fs::file_type::not_found;
+    return fs::read_symlink(settings + unit, error) == "/dev/null" && !error;
+}
+
+// Its own service of the DHCP server, of which some packages have none, or one that is not to be used.
+std::string dhcp_service() {
+    return is_installed("dnsmasq.service") && !is_masked("dnsmasq.service") ? "dnsmasq" : "hostadm-dnsmasq";
+}
+
+// Those that have no boot program here, which the reverse-address daemon else asks for.
+bool has_clients_without_boot_links() {
+    const std::vector<Client> clients = all_clients();
+    return std::any_of(clients.begin(), clients.end(), [](const Client &client) {
+        return client.kind() == ClientKind::dataless || client.kind() == ClientKind::rpl;
+    });
+}
+
+std::vector<std::string> wanted_services() {
+    std::vector<std::string> wanted(std::begin(services), std::end(services));
+    if (exists(dhcp_settings_path))
+        wanted.push_back(dhcp_service());
+    return wanted;
+}
+
+std::vector<std::string> services_in_the_way() {
+    std::vector<std::string> found;
+    for (const std::string service : others)
+        if (is_installed(service + ".service") || exists("/etc/init.d/" + service))
+            found.push_back(service);
+    return found;
 }
 
 std::vector<Item> wanted_items(const std::string &router) {
-    std::vector<Item> items;
-    for (const std::string service : services)
+    std::vector<Item> items{{tftpboot, "", false, true}};
+    for (const std::string &service : wanted_services())
         items.push_back({settings + "multi-user.target.wants/" + service + ".service",
                          units + service + ".service", true});
-    for (const std::string service : others)
-        if (exists(units + service + ".service") || exists("/lib/systemd/system/" + service + ".service") ||
-            exists("/etc/init.d/" + service))
-            items.push_back({settings + service + ".service", "/dev/null", true});
+    for (const std::string &service : services_in_the_way())
+        items.push_back({settings + service + ".service", "/dev/null", true});
     // Without -r rpcbind hands no broadcasts on.
     items.push_back({settings + "rpcbind.service.d/hostadm.conf",
                      "[Service]\nExecStart=\nExecStart=/usr/sbin/rpcbind -f -w -r $OPTIONS\n"});
+    if (has_clients_without_boot_links())
+        items.push_back({settings + "hostadm-rarpd.service.d/hostadm.conf",
+                         "[Service]\nExecStart=\nExecStart=/usr/sbin/in.rarpd -ae\n"});
     if (!router.empty())
         items.push_back({settings + "hostadm-bootparamd.service.d/router.conf",
                          "[Service]\nEnvironment=\"ROUTER_WORDS=-r " + router + "\"\n"});
     return items;
 }
 
+// Whose links name the unit by another of its paths serve as well, such as those that systemctl makes.
+bool leads_to_same_unit(const Item &item, const std::string &target) {
+    return target == item.content || (item.content != "/dev/null" && target.ends_with(".service") &&
+                                      fs::path(target).filename() == fs::path(item.content).filename());
+}
+
 bool is_in_place(const Item &item) {
     std::error_code error;
-    if (item.is_link)
-        return fs::read_symlink(item.path, error) == item.content && !error;
+    if (item.is_folder)
+        return fs::is_directory(item.path, error);
+    if (item.is_link) {
+        const std::string target = fs::read_symlink(item.path, error);
+        return !error && leads_to_same_unit(item, target);
+    }
     const base::FileText present = base::read_file(item.path);
     return present && !fs::is_symlink(item.path, error) && present.text == item.content;
 }
@@ -96,6 +148,8 @@ std::string in_one_line(const std::string &text) {
 }
 
 std::string line_of(const Item &item) {
+    if (item.is_folder)
+        return "d " + item.path;
     return (item.is_link ? "l " : "f ") + item.path + " " + in_one_line(item.content);
 }
 
@@ -135,7 +189,9 @@ void make_directory(const std::string &path) {
 void put(const Item &item) {
     for (const std::string &directory : missing_directories(item.path))
         make_directory(directory);
-    if (!item.is_link) {
+    if (item.is_folder) {
+        make_directory(item.path);
+    } else if (!item.is_link) {
         if (const int error = base::write_file(item.path, item.content); error != 0)
             fail("write " + item.path, error);
     } else if (symlink(item.content.c_str(), item.path.c_str()) != 0) {
@@ -144,11 +200,17 @@ void put(const Item &item) {
 }
 
 void require_units() {
-    for (const std::string service : services)
-        if (!exists(units + service + ".service"))
+    for (const std::string &service : wanted_services()) {
+        if (is_masked(service + ".service"))
+            throw std::runtime_error(service +
+                                     ".service is masked, so that it never starts; take that back first: "
+                                     "systemctl unmask " +
+                                     service);
+        if (!is_installed(service + ".service"))
             throw std::runtime_error(
                 "there is no " + units + service +
                 ".service; install the adapters: cmake --install build --component compat");
+    }
 }
 
 std::vector<std::string>::iterator find_path(std::vector<std::string> &record, const std::string &path) {
@@ -201,7 +263,9 @@ BootServicesChange enable_boot_services(const std::string &router) {
         const bool is_ours = recorded != record.end() && is_as_recorded(*recorded);
         if (exists(item.path) && !is_ours)
             throw std::runtime_error(item.path + " is there already and is not what this needs (" +
-                                     (item.is_link ? "a link to " + item.content : "settings of its own") +
+                                     (item.is_link     ? "a link to " + item.content
+                                      : item.is_folder ? "a folder"
+                                                       : "settings of its own") +
                                      "); move it away first");
         for (const std::string &directory : missing_directories(item.path))
             note("d " + directory);
@@ -246,14 +310,48 @@ BootServicesChange disable_boot_services() {
     return change;
 }
 
-void reload_services() {
-    if (!exists("/run/systemd/system"))
-        return;
-    const base::Ending ending =
-        base::run({.words = {"/usr/bin/systemctl", "daemon-reload"}, .time_limit = 60});
+namespace {
+
+void systemctl(std::vector<std::string> words) {
+    words.insert(words.begin(), "/usr/bin/systemctl");
+    const std::string command = base::joined(words, " ");
+    const base::Ending ending = base::run({.words = std::move(words), .time_limit = 120});
     if (!ending.well())
-        throw std::runtime_error("systemctl daemon-reload " + base::in_words(ending) +
-                                 "; the services are changed, and count from the next start of this server");
+        throw std::runtime_error(
+            base::tr("{1} {2}; the services are switched on, and count from the next start of this "
+                     "server; systemctl status tells what is wrong",
+                     command, base::in_words(ending)));
+}
+
+} // namespace
+
+bool has_service_manager() {
+    return exists("/run/systemd/system");
+}
+
+void reload_services() {
+    if (has_service_manager())
+        systemctl({"daemon-reload"});
+}
+
+std::vector<std::string> start_services(const BootServicesChange &change) {
+    for (const std::string &service : services_in_the_way())
+        systemctl({"stop", service + ".service"});
+    std::vector<std::string> wanted = wanted_services(), restarted{"restart"}, started{"start"};
+    wanted.insert(wanted.begin(), "rpcbind");
+    for (const std::string &service : wanted) {
+        const std::string own_settings = settings + service + ".service.d/";
+        const bool has_new =
+            std::any_of(change.paths.begin(), change.paths.end(),
+                        [&](const std::string &path) { return path.starts_with(own_settings); });
+        (has_new ? restarted : started).push_back(service + ".service");
+    }
+    for (const auto &words : {restarted, started})
+        if (words.size() > 1)
+            systemctl(words);
+    for (std::string &service : wanted)
+        service += ".service";
+    return wanted;
 }
 
 } // namespace hostadm::server

@@ -18,7 +18,11 @@ struct BootServicesChange {
 BootServicesChange enable_boot_services(const std::string &router);
 BootServicesChange disable_boot_services();
 
+bool has_service_manager();
 // Makes a service manager that runs here see it.
 void reload_services();
+// Has it stop Debian's own services of these daemons, and start those that are switched on; those that run already only
+// where the change gave them other settings. The names of all.
+std::vector<std::string> start_services(const BootServicesChange &change);
 
 } // namespace hostadm::server

@@ -10,6 +10,7 @@
 #include "base/files.hpp"
 #include "base/text.hpp"
 #include "server/checks/subjects.hpp"
+#include "server/pc_area.hpp"
 #include "server/roots.hpp"
 
 namespace hostadm::server {
@@ -20,13 +21,18 @@ namespace {
 
 enum class AtBoot { unknown, started, disabled, masked };
 
+bool is_masked(const std::string &service) {
+    std::error_code error;
+    const std::string own = "/etc/systemd/system/" + service + ".service";
+    return fs::is_symlink(own, error) && fs::read_symlink(own, error) == "/dev/null";
+}
+
 // A unit or start script of one of these names.
 AtBoot state_of(const std::vector<std::string> &services) {
     bool known = false, started = false, masked = false;
     std::error_code error;
     for (const std::string &service : services) {
-        const std::string own = "/etc/systemd/system/" + service + ".service";
-        const bool shut = fs::is_symlink(own, error) && fs::read_symlink(own, error) == "/dev/null";
+        const bool shut = is_masked(service);
         masked = masked || shut;
         for (const std::string folder :
              {"/etc/systemd/system/", "/usr/lib/systemd/system/", "/lib/systemd/system/", "/etc/init.d/"})
@@ -64,11 +70,54 @@ struct Service {
 
 const std::vector<Service> services{
     {"reverse ARP", {"in.rarpd", "rarpd"}, {"rarpd", "in.rarpd", "hostadm-rarpd"}},
-    {"TFTP", {"in.tftpd", "inetd"}, {"tftpd-hpa", "openbsd-inetd", "inetutils-inetd", "tftpd"}},
+    {"TFTP",
+     {"in.tftpd", "inetd"},
+     {"tftpd-hpa", "openbsd-inetd", "inetutils-inetd", "tftpd", "hostadm-tftpd"}},
     {"the RPC port mapper", {"rpcbind"}, {"rpcbind"}},
-    {"boot parameters", {"rpc.bootparamd"}, {"bootparamd"}},
+    {"boot parameters", {"rpc.bootparamd"}, {"bootparamd", "hostadm-bootparamd"}},
     {"NFS", {"ganesha.nfsd", "nfsd"}, {"hostadm-nfsd", "nfs-ganesha", "nfs-server", "nfs-kernel-server"}},
 };
+// Where PCs are set up.
+const Service dhcp{"DHCP", {"dnsmasq"}, {"dnsmasq", "hostadm-dnsmasq"}};
+
+// The request that switches all of it on, where the services are there that it switches on.
+std::string switch_on(const Service &service) {
+    for (const std::string &name : service.services)
+        if (name.starts_with("hostadm-") && fs::exists("/usr/lib/systemd/system/" + name + ".service") &&
+            !is_masked(name))
+            return "hostadm run host/enable_boot_services";
+    return "systemctl unmask " + service.services.front() + "; systemctl enable " + service.services.front();
+}
+
+// The text of a service's unit with all its settings, in the order in which they count.
+std::string unit_text(const std::string &service) {
+    std::string text;
+    std::error_code error;
+    for (const std::string folder :
+         {"/etc/systemd/system/", "/usr/lib/systemd/system/", "/lib/systemd/system/"})
+        if (const std::string path = folder + service + ".service"; fs::is_regular_file(path, error)) {
+            text = base::file_contents(path);
+            break;
+        }
+    std::set<std::string> settings;
+    for (fs::directory_iterator entry("/etc/systemd/system/" + service + ".service.d", error), end;
+         !error && entry != end; entry.increment(error))
+        settings.insert(entry->path());
+    for (const std::string &path : settings)
+        text += "\n" + base::file_contents(path);
+    return text;
+}
+
+// What the service manager starts for a service; empty: nothing is known.
+std::string command_at_boot(const std::string &service) {
+    std::string command;
+    base::for_each_line(unit_text(service), [&](std::string_view line) {
+        constexpr std::string_view key = "ExecStart=";
+        if (line.starts_with(key) && line.size() > key.size())
+            command = line.substr(key.size());
+    });
+    return command;
+}
 
 bool runs(const Snapshot &server, const Service &service) {
     return std::any_of(
@@ -117,7 +166,7 @@ void check_defaults(Findings &found, const Snapshot &server) {
     const auto mapper = server.daemons.named({"rpcbind"});
     const auto options = setting("/etc/default/rpcbind", "OPTIONS");
     if (!mapper.empty() && mapper.front()->has_flag('r') && options && !has_flag(*options, 'r') &&
-        state_of({"rpcbind"}) == AtBoot::started)
+        !has_flag(command_at_boot("rpcbind"), 'r') && state_of({"rpcbind"}) == AtBoot::started)
         found.push_back(lost("/etc/default/rpcbind",
                              "rpcbind runs with -r now, and is started without it at boot",
                              "no client gets an answer when it asks for its name",
@@ -143,10 +192,35 @@ void check_defaults(Findings &found, const Snapshot &server) {
     }
 }
 
+// A daemon that was started by hand with other options than its service has.
+void check_commands(Findings &found, const Snapshot &server) {
+    const auto rarpd = server.daemons.named({"in.rarpd"});
+    const bool needs_no_links =
+        std::any_of(server.clients.begin(), server.clients.end(), [](const CheckedClient &client) {
+            return client.kind == ClientKind::dataless || client.kind == ClientKind::rpl;
+        });
+    if (needs_no_links && !rarpd.empty() && rarpd.front()->has_flag('e') &&
+        state_of({"hostadm-rarpd"}) == AtBoot::started && !has_flag(command_at_boot("hostadm-rarpd"), 'e'))
+        found.push_back(lost("hostadm-rarpd", "in.rarpd runs with -e now, and is started without it at boot",
+                             "no dataless client, and none that boots by RPL, gets its address",
+                             "hostadm run host/enable_boot_services"));
+    const auto bootparamd = server.daemons.named({"rpc.bootparamd"});
+    const auto router = bootparamd.empty() ? std::nullopt : bootparamd.front()->value_of('r');
+    if (router && *router != "127.0.0.1" && state_of({"hostadm-bootparamd"}) == AtBoot::started &&
+        unit_text("hostadm-bootparamd").find("-r " + *router) == std::string::npos)
+        found.push_back(lost("hostadm-bootparamd",
+                             "rpc.bootparamd tells clients the router " + *router + " now, and not at boot",
+                             "clients are told another router, or none,",
+                             "hostadm run host/enable_boot_services router=" + *router));
+}
+
 // Only where something of all this is started at boot can it be told what is missing there.
 void check_services(Findings &found, const Snapshot &server) {
     const bool by_services = access("/run/systemd/system", F_OK) == 0;
-    for (const Service &service : services) {
+    std::vector<Service> wanted = services;
+    if (std::error_code error; fs::exists(dhcp_settings_path, error))
+        wanted.push_back(dhcp);
+    for (const Service &service : wanted) {
         const AtBoot state = state_of(service.services);
         if (!runs(server, service))
             continue;
@@ -155,9 +229,7 @@ void check_services(Findings &found, const Snapshot &server) {
             found.push_back(lost(service.services.front(),
                                  service.what + " is served now, and " +
                                      (state == AtBoot::masked ? "masked" : "not started") + " at boot",
-                                 "no client is served",
-                                 "systemctl unmask " + service.services.front() + "; systemctl enable " +
-                                     service.services.front()));
+                                 "no client is served", switch_on(service)));
     }
     const AtBoot shares = state_of({"hostadm-shareall"});
     if (!server.boot_share_places.empty() &&
@@ -165,8 +237,7 @@ void check_services(Findings &found, const Snapshot &server) {
         found.push_back(lost("hostadm-shareall",
                              "/etc/dfs/dfstab is not read at boot: the service is " +
                                  std::string(shares == AtBoot::masked ? "masked" : "disabled"),
-                             "nothing is shared",
-                             "systemctl unmask hostadm-shareall; systemctl enable hostadm-shareall"));
+                             "nothing is shared", switch_on({"", {}, {"hostadm-shareall"}})));
 }
 
 // What is mounted below clients' files now, and not mounted by the tables at boot.
@@ -340,6 +411,7 @@ Findings reboot_of_server(const Snapshot &server) {
         return found;
     check_services(found, server);
     check_defaults(found, server);
+    check_commands(found, server);
     check_mounts(found, server);
     check_places(found, server);
     check_interfaces(found, server);

@@ -50,7 +50,7 @@ reset() {
     mount -o remount,rw /export 2>/dev/null
     chattr -i /etc/hosts 2>/dev/null
     # shellcheck disable=SC2086
-    rm -rf $everything /etc/hosts.deny /etc/hosts.allow /etc/inetd.conf /export/root/client? /export/swap/client? /etc/fstab /etc/vfstab /etc/systemd/system/*.service /export/kept
+    rm -rf $everything /etc/hosts.deny /etc/hosts.allow /etc/inetd.conf /export/root/client? /export/swap/client? /etc/fstab /etc/vfstab /etc/systemd/system/*.service /etc/systemd/system/*.service.d /etc/systemd/system/*/hostadm-* /var/lib/hostadm/boot_services /export/kept
     ip link del dummy0 2>/dev/null
     cp -a /var/good/. /
     nft flush ruleset 2>/dev/null

@@ -83,5 +83,6 @@ good "with a client that mounts through its own cache" 'sed -i "/^Client1/s,boot
 good "with its own tables reached by links" 'mkdir -p /etc/site && for i in hosts ethers bootparams; do mv /etc/$i /etc/site/ && ln -s site/$i /etc/$i; done'
 good "with a second name for itself at the loopback" 'sed -i "1a 127.0.1.1 loghost2.example.com loghost2" /etc/site/hosts'
 good "with the boot area behind a link" 'mkdir -p /srv && mv /tftpboot /srv/tftpboot && ln -s srv/tftpboot /tftpboot && restart in.tftpd in.tftpd --listen --ipv4 --secure /tftpboot'
+good "with all that a boot needs switched on for its start" 'hostadm run host/enable_boot_services router=192.168.1.1'
 echo "$count good servers, $failed failed"
 [ "$failed" = 0 ]

@@ -11,9 +11,11 @@
 namespace {
 
 using namespace hostadm::server;
+using testing::AllOf;
 using testing::Contains;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using tests::inside;
 namespace fs = std::filesystem;
 
@@ -85,6 +87,77 @@ TEST(BootServices, SettingsOfTheAdministratorAreNotReplaced) {
         tests::write(router_setting, "[Service]\n");
         const auto before = all_settings();
         EXPECT_THROW(enable_boot_services("10.0.0.1"), std::runtime_error);
+        EXPECT_EQ(all_settings(), before);
+    });
+}
+
+TEST(BootServices, TheDhcpServerIsAmongThemWherePCsAreSetUp) {
+    inside([] {
+        install_units();
+        tests::write("/etc/dnsmasq.d/hostadm.conf", "");
+        tests::write("/usr/lib/systemd/system/hostadm-dnsmasq.service", "[Service]\n");
+        const std::string own = settings + "multi-user.target.wants/hostadm-dnsmasq.service",
+                          packaged = settings + "multi-user.target.wants/dnsmasq.service";
+        fs::remove("/usr/lib/systemd/system/dnsmasq.service");
+        EXPECT_THAT(enable_boot_services("").paths, Contains(own));
+        disable_boot_services();
+        tests::write("/usr/lib/systemd/system/dnsmasq.service", "[Service]\n");
+        EXPECT_THAT(enable_boot_services("").paths, AllOf(Contains(packaged), Not(Contains(own))));
+        disable_boot_services();
+        fs::create_directories(settings);
+        fs::create_symlink("/dev/null", settings + "dnsmasq.service");
+        EXPECT_THAT(enable_boot_services("").paths, Contains(own)) << "the administrator wants no other";
+    });
+}
+
+TEST(BootServices, ClientsWithoutABootProgramGetTheirAddressesToo) {
+    inside([] {
+        install_units();
+        const std::string rarpd = settings + "hostadm-rarpd.service.d/hostadm.conf";
+        tests::write("/etc/bootparams", "c1 root=localhost:/export/root/c1 boottype=:di\n");
+        EXPECT_THAT(enable_boot_services("").paths, Not(Contains(rarpd)));
+        tests::write("/etc/bootparams", "d1 exec=localhost:/export/usr boottype=:da\n");
+        EXPECT_THAT(enable_boot_services("").paths, testing::ElementsAre(rarpd));
+        EXPECT_THAT(tests::content(rarpd), HasSubstr("in.rarpd -ae\n"));
+        EXPECT_THAT(disable_boot_services().left, IsEmpty());
+        EXPECT_FALSE(fs::exists(rarpd));
+    });
+}
+
+TEST(BootServices, TheFolderOfBootProgramsIsMadeAndTakenBackWhileItIsEmpty) {
+    inside([] {
+        install_units();
+        fs::remove_all("/tftpboot");
+        enable_boot_services("");
+        EXPECT_TRUE(fs::is_directory("/tftpboot"));
+        disable_boot_services();
+        EXPECT_FALSE(fs::exists("/tftpboot"));
+        enable_boot_services("");
+        tests::write("/tftpboot/program", "x");
+        EXPECT_THAT(disable_boot_services().left, IsEmpty());
+        EXPECT_TRUE(fs::exists("/tftpboot/program"));
+    });
+}
+
+TEST(BootServices, LinksThatTheServiceManagerMadeServeAsWell) {
+    inside([] {
+        install_units();
+        fs::create_directories(settings + "multi-user.target.wants");
+        const std::string link = settings + "multi-user.target.wants/hostadm-nfsd.service";
+        fs::create_symlink("/lib/systemd/system/hostadm-nfsd.service", link);
+        EXPECT_THAT(enable_boot_services("").paths, Not(Contains(link)));
+        disable_boot_services();
+        EXPECT_TRUE(fs::is_symlink(link)) << "it was there before";
+    });
+}
+
+TEST(BootServices, WhatIsMaskedCannotBeSwitchedOn) {
+    inside([] {
+        install_units();
+        fs::create_directories(settings);
+        fs::create_symlink("/dev/null", settings + "hostadm-rarpd.service");
+        const auto before = all_settings();
+        EXPECT_THROW(enable_boot_services(""), std::runtime_error);
         EXPECT_EQ(all_settings(), before);
     });
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "support/run_method.hpp"
+#include "support/standin.hpp"
 #include "support/text_files.hpp"
 
 namespace {
@@ -139,6 +140,33 @@ TEST_F(BootServices, WithoutTheAdaptersItSaysWhatToInstall) {
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.output, HasSubstr("cmake --install build --component compat"));
     EXPECT_EQ(everything(), before_);
+}
+
+TEST_F(BootServices, StartNowWhereAServiceManagerRuns) {
+    fs::remove_all("/run/systemd/system");
+    const Outcome without = hostadm("run host/enable_boot_services now=yes");
+    EXPECT_EQ(without.status, 1);
+    EXPECT_THAT(without.output, HasSubstr("no service manager"));
+    EXPECT_EQ(everything(), before_);
+    fs::create_directories("/run/systemd/system");
+    standin::reset();
+    standin::place("/usr/bin/systemctl");
+    expect_done("enable_boot_services now=yes", "yes");
+    EXPECT_THAT(
+        standin::lines(),
+        testing::ElementsAre("/usr/bin/systemctl daemon-reload", "/usr/bin/systemctl stop rarpd.service",
+                             "/usr/bin/systemctl restart rpcbind.service",
+                             "/usr/bin/systemctl start hostadm-shareall.service hostadm-nfsd.service "
+                             "hostadm-rarpd.service hostadm-bootparamd.service hostadm-tftpd.service"));
+    standin::reset();
+    expect_done("enable_boot_services router=192.168.1.1 now=yes", "yes");
+    EXPECT_THAT(standin::lines(), testing::Contains("/usr/bin/systemctl restart hostadm-bootparamd.service"))
+        << "and nothing else, since it runs";
+    standin::place("/usr/bin/systemctl", {.error = "Job failed.\n", .status = 1});
+    const Outcome failed = hostadm("run host/enable_boot_services now=yes");
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_THAT(failed.output, HasSubstr("systemctl stop rarpd.service"));
+    fs::remove_all("/run/systemd/system");
 }
 
 TEST_F(BootServices, PreviewShowsTheLinksAndMakesNone) {
