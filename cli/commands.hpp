@@ -36,12 +36,15 @@ void add_generate(CLI::App &app, Work &chosen);
 struct Invocation {
     std::string method;             // CLASS/NAME, or NAME where that is unique
     std::vector<std::string> words; // NAME=VALUE
+    std::string from = {};          // a file with further arguments; "-": standard input
     std::string host;               // empty: here
     bool json = false;
 };
 
-// Adds the method and its NAME=VALUE words, and --json, to a subcommand.
+// Adds the method and its NAME=VALUE words, --from and --json, to a subcommand.
 void add_invocation(CLI::App &command, Invocation &invocation);
+// Puts the arguments in the file of --from behind the words. Throws what is wrong with it as a wrong usage.
+void take_words_from_file(Invocation &invocation);
 
 // Lists the checks of `hostadm check`, for `hostadm help checks`.
 int help_checks();

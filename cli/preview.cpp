@@ -264,7 +264,10 @@ void add_preview(CLI::App &app, Work &chosen) {
         ->check(CLI::Validator(quotes_defect, ""))
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    command->callback([&chosen] { chosen = [] { return preview_or_say_why_not(asked); }; });
+    command->callback([&chosen] {
+        take_words_from_file(asked.invocation);
+        chosen = [] { return preview_or_say_why_not(asked); };
+    });
     command->footer(
         "The method runs for real, but in a throwaway root over this system. Commands that mount, share, "
         "start or signal something are noted instead of run. The method sees the processes and the network "

@@ -1,8 +1,13 @@
 // SPDX-License-Identifier: MIT
 // hostadm run: runs a method and shows what came out.
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
+#include "base/descriptor.hpp"
 #include "base/program.hpp"
 #include "cli/commands.hpp"
 #include "cli/output.hpp"
@@ -143,7 +148,32 @@ void add_invocation(CLI::App &command, Invocation &invocation) {
         ->required();
     command.add_option("arguments", invocation.words, "`hostadm help CLASS/METHOD` shows them")
         ->option_text("NAME=VALUE");
+    command
+        .add_option("--from", invocation.from,
+                    "take further arguments from a file that holds a JSON object {\"NAME\": VALUE}; - is the "
+                    "standard input")
+        ->type_name("FILE");
     command.add_flag("--json", invocation.json, "print the results as JSON");
+}
+
+void take_words_from_file(Invocation &invocation) {
+    if (invocation.from.empty())
+        return;
+    const bool is_standard_input = invocation.from == "-";
+    const base::Descriptor file(is_standard_input ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+                                                  : open(invocation.from.c_str(), O_RDONLY | O_CLOEXEC));
+    const auto text = file.is_open() ? base::read_stream(file.get()) : std::nullopt;
+    if (!text)
+        throw CLI::ValidationError("--from", "the arguments cannot be read from " +
+                                                 printable(invocation.from) + ": " + std::strerror(errno));
+    const auto arguments = framework::parse_arguments(*text);
+    if (!arguments)
+        throw CLI::ValidationError("--from",
+                                   printable(invocation.from) +
+                                       " holds no JSON object {\"NAME\": VALUE} of texts, numbers and "
+                                       "truth values");
+    for (const auto &[name, value] : *arguments)
+        invocation.words.push_back(std::string(name).append("=").append(value));
 }
 
 Outcome perform(const Invocation &invocation) {
@@ -187,7 +217,10 @@ void add_run(CLI::App &app, Work &chosen) {
                                     : "";
             },
             ""));
-    command->callback([&chosen] { chosen = [] { return run(invocation); }; });
+    command->callback([&chosen] {
+        take_words_from_file(invocation);
+        chosen = [] { return run(invocation); };
+    });
 }
 
 } // namespace hostadm::cli

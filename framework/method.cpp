@@ -123,7 +123,7 @@ int run(int argc, char **argv, const Description &description, const std::functi
     std::setlocale(LC_MESSAGES, "");
     const std::string_view option = argc > 1 ? argv[1] : "";
     if (option == "--describe") {
-        std::puts(framework::to_json(description).dump(2).c_str());
+        std::puts(framework::to_text(description).c_str());
         return done;
     }
     if (option == "--help") {

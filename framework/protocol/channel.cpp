@@ -45,22 +45,36 @@ std::string to_text(const Request &request) {
     return text.dump();
 }
 
+namespace {
+
+std::optional<Values> arguments_of(const Json &object) {
+    if (!object.is_object())
+        return std::nullopt;
+    Values arguments;
+    for (const auto &[name, value] : object.items()) {
+        auto bytes = from_json(value);
+        if (!bytes)
+            return std::nullopt;
+        arguments.emplace_back(name, std::move(*bytes));
+    }
+    return arguments;
+}
+
+} // namespace
+
+std::optional<Values> parse_arguments(std::string_view text) {
+    return arguments_of(parse_json(text));
+}
+
 std::optional<Request> parse_request(std::string_view text) {
     const Json parsed = parse_json(text);
     if (!parsed.is_object() || parsed.value("hostadm", Json()) != 1)
         return std::nullopt;
     const Json method = parsed.value("method", Json());
-    const Json arguments = parsed.value("arguments", Json());
-    if (!method.is_string() || !arguments.is_object())
+    auto arguments = arguments_of(parsed.value("arguments", Json()));
+    if (!method.is_string() || !arguments)
         return std::nullopt;
-    Request request{method.get<std::string>(), {}};
-    for (const auto &[name, value] : arguments.items()) {
-        auto bytes = from_json(value);
-        if (!bytes)
-            return std::nullopt;
-        request.arguments.emplace_back(name, std::move(*bytes));
-    }
-    return request;
+    return Request{method.get<std::string>(), std::move(*arguments)};
 }
 
 int sealed_file(std::string_view text) {

@@ -234,6 +234,10 @@ Json to_json(const Description &description) {
     return json;
 }
 
+std::string to_text(const Description &description) {
+    return to_json(description).dump(2);
+}
+
 std::variant<Description, std::string> parse_description(std::string_view text) {
     const Json json = parse_json(text);
     if (json.is_discarded())

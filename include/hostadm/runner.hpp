@@ -159,6 +159,8 @@ std::variant<method::Description, std::string> describe(const std::string &name)
 // What it does, its arguments, kinds and defaults, its outputs and columns, and what it touches, for a person
 // to read. Lines are broken so that they take no more columns than said; 0: they are not.
 std::string help_text(const method::Description &description, std::size_t columns = 0);
+// The same for a program: the JSON object that the method itself prints when it is started with --describe.
+std::string to_text(const method::Description &description);
 
 std::string_view kind_name(method::Kind kind);
 // What a value of the argument must be, to be said after "must be".
@@ -175,6 +177,8 @@ Outcome perform(std::string_view method_class, std::string_view name, Request re
 
 // A request as another host sends it; nothing for what is none.
 std::optional<Request> parse_request(std::string_view text);
+// Its arguments alone, a JSON object {NAME: VALUE}; nothing for what is none.
+std::optional<Values> parse_arguments(std::string_view text);
 
 // An outcome as text, and out of it. A text that breaks off has no status: nothing.
 std::string to_text(const Outcome &outcome);

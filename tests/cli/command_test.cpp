@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What a user of the command sees: output, errors and exit status.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -89,6 +90,37 @@ TEST(RunCommand, AlignsByWhatIsSeen) {
 TEST(RunCommand, ShowsNothingThatSteersATerminal) {
     expect(hostadm("run test/plain \"bytes=$(printf 'a\\033[2Jb\\nc\\377')\""), 0,
            "bytes  a\\x1b[2Jb\\nc\\xff\n", "");
+}
+
+TEST(RunCommand, TakesArgumentsFromAFile) {
+    expect(shell("echo '{\"text\": \"a=b\", \"times\": 2}' | hostadm run test/echo --from -"), 0,
+           "said  a=ba=b\n", "");
+    const tests::Scratch scratch;
+    tests::write(scratch.path("arguments"), R"({"text": {"base64": "w6Q="}})");
+    expect(hostadm("run test/echo times=2 --from " + scratch.path("arguments")), 0, "said  ää\n", "");
+}
+
+TEST(RunCommand, TakesFromAFileWhatNoCommandLineCarries) {
+    expect(shell("{ printf '{\"bytes\": \"'; head -c 3000000 /dev/zero | tr '\\0' x; printf '\"}'; } |"
+                 "hostadm run test/plain --from - | wc -c"),
+           0, "3000008\n", "");
+    expect(
+        shell(R"(echo '{"text": "a\u0000b"}' | hostadm run test/echo --from -)"), 2, "",
+        "hostadm: test/echo: the argument text cannot be \"a?b\"; it must be text on one line, at most 65535 "
+        "characters (error 102)\n");
+}
+
+TEST(RunCommand, RefusesAFileWithoutArguments) {
+    expect(shell("hostadm run test/echo --from /nonexistent"), 2, "",
+           "hostadm: --from: the arguments cannot be read from /nonexistent: No such file or directory; "
+           "`hostadm run --help` shows how it is used\n");
+    for (const char *text : {"", "[]", "7", "{", R"({"text": ["a"]})", R"({"text": null})"})
+        expect(
+            shell(std::string("echo '") + text + "' | hostadm run test/echo --from -"), 2, "",
+            "hostadm: --from: - holds no JSON object {\"NAME\": VALUE} of texts, numbers and truth values; "
+            "`hostadm run --help` shows how it is used\n");
+    expect(shell(R"(echo '{"text": "a"}' | hostadm run test/echo text=b --from -)"), 2, "",
+           "hostadm: test/echo: the argument text is given twice (error 102)\n");
 }
 
 TEST(RunCommand, PrintsJson) {
@@ -369,8 +401,34 @@ TEST(ListCommand, ShowsALineForEachMethod) {
 }
 
 TEST(ListCommand, PrintsJson) {
-    EXPECT_EQ(Json::parse(hostadm("list --json other").out),
-              Json::array({Json{{"method", "other/echo"}, {"purpose", "the other echo"}}}));
+    EXPECT_EQ(Json::parse(hostadm("list --json other").out), Json::array({Json{{"method", "other/echo"},
+                                                                               {"purpose", "the other echo"},
+                                                                               {"arguments", Json::array()},
+                                                                               {"outputs", Json::array()},
+                                                                               {"columns", Json::array()}}}));
+}
+
+TEST(ListCommand, PrintsWhatEachMethodTakesAsJson) {
+    const Json all = Json::parse(hostadm("list --json test").out);
+    const auto called = [&all](const char *name) {
+        return *std::find_if(all.begin(), all.end(),
+                             [name](const Json &method) { return method["method"] == name; });
+    };
+    EXPECT_EQ(called("test/failing_description")["purpose"],
+              "(asked to describe itself, it ended with exit status 4)");
+    const Json echo = called("test/echo");
+    EXPECT_EQ(echo["arguments"][1], (Json{{"name", "times"},
+                                          {"kind", "number"},
+                                          {"purpose", "how often"},
+                                          {"required", false},
+                                          {"default", "1"}}));
+    EXPECT_EQ(echo["outputs"],
+              Json::array(
+                  {Json{{"name", "said"}, {"purpose", "the text, as often as wanted"}, {"required", true}}}));
+    EXPECT_EQ(Json::parse(hostadm("help --json test/echo").out), echo);
+    EXPECT_EQ(hostadm("help --json test").out, hostadm("list --json test").out);
+    expect_refused("help --json run",
+                   "run: there is no method run; `hostadm list` shows them all (error 102)");
 }
 
 TEST(ListCommand, RefusesAnUnknownClass) {
