@@ -208,7 +208,8 @@ private:
                     files.push_back("/etc/" + name);
         for (const std::string &file : files) {
             const std::string text = text_of(file), before(base::trimmed(text.substr(0, text.find('\n'))));
-            if (before.empty())
+            // A tree that was made on this server may have taken over its name.
+            if (before.empty() || base::is_this_host(before, base::Lookup::hosts_table))
                 report_.step("host name", put(file, client_.name + "\n"), client_.root + file);
             else if (base::lower_case(before) == base::lower_case(client_.name))
                 report_.step("host name", false, client_.root + file);

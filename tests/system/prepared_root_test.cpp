@@ -9,6 +9,7 @@
 #include <string>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
 #include <vector>
 
 #include "support/run_method.hpp"
@@ -104,6 +105,17 @@ TEST_F(PreparedRoot, OfDebianNamesItsFileSystemsItsHostsItselfAndHasDevices) {
     EXPECT_TRUE(S_ISCHR(device.st_mode));
     EXPECT_EQ(device.st_rdev, makedev(1, 3));
     EXPECT_EQ(device.st_mode & 07777, 0666U);
+}
+
+TEST_F(PreparedRoot, LosesTheNameOfTheServerThatItsTreeWasMadeOn) {
+    char server[256];
+    ASSERT_EQ(gethostname(server, sizeof server), 0);
+    for (const std::string &name : {std::string(server), std::string("localhost")}) {
+        fs::remove_all("/export");
+        write("/tree/etc/hostname", name + "\n");
+        added();
+        EXPECT_EQ(content(root + "/etc/hostname"), "c1\n") << name;
+    }
 }
 
 TEST_F(PreparedRoot, IsUnchangedByASecondRun) {
