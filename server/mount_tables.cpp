@@ -9,8 +9,10 @@
 #include "base/mounts.hpp"
 #include "base/text.hpp"
 #include "hostadm/table_edit.hpp"
+#include "server/client_root.hpp"
 #include "server/confined.hpp"
 #include "server/line_edits.hpp"
+#include "server/named_table.hpp"
 
 namespace hostadm::server {
 
@@ -100,6 +102,8 @@ std::string without_mount_lines(std::string_view text, MountLayout layout, const
 }
 
 std::string read_mount_table(const std::string &table) {
+    if (!client_root_of(table).empty())
+        return read_named_table(table);
     std::string text;
     tables::read_file(table, text); // one that cannot be read is told by its edit
     return text;

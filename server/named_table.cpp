@@ -93,6 +93,19 @@ bool edit_named_table(const std::string &table, const Edit &edit) {
     return changed;
 }
 
+int operate_on_named_table(
+    const std::string &table, const std::string &effect,
+    const std::function<int(const std::string &effect, const std::string &path)> &operate) {
+    if (effect == "nowonly" || client_root_of(table).empty())
+        return operate(effect, table);
+    if (effect == "nowandboot")
+        if (const int status = operate("nowonly", table); status != 0)
+            return status;
+    edit_named_table(table,
+                     [&](const std::string &path) { return operate("bootonly", path) == 0 ? 0 : -EIO; });
+    return 0;
+}
+
 bool change_named_table(const std::string &table, const std::function<void(std::string &text)> &change) {
     return edit_named_table(table, [&](const std::string &path) {
         const int status = tables::edit_file(path, [&](std::string &text) {

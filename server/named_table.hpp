@@ -16,7 +16,14 @@ std::string read_named_table(const std::string &table);
 // then takes the table's place. False: it was so already. Throws Failure.
 bool edit_named_table(const std::string &table, const std::function<int(const std::string &path)> &edit);
 
-// The same for an edit of the text.
+// A library operation that has one effect now and one at boot, on a table that it edits by its path. In a client's root the
+// table's part is done on a copy, after the other. `operate` is told the effect: nowonly, bootonly or nowandboot. Its
+// status. Throws Failure.
+int operate_on_named_table(
+    const std::string &table, const std::string &effect,
+    const std::function<int(const std::string &effect, const std::string &path)> &operate);
+
+// An edit of the text, as edit_named_table does it.
 bool change_named_table(const std::string &table, const std::function<void(std::string &text)> &change);
 
 } // namespace hostadm::server

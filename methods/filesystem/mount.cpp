@@ -9,6 +9,7 @@
 #include "hostadm/method.hpp"
 #include "server/adapters.hpp"
 #include "server/mount_tables.hpp"
+#include "server/named_table.hpp"
 #include "server/page.hpp"
 #include "server/watched_commands.hpp"
 
@@ -96,10 +97,13 @@ int work(Call &call) {
         fail_edit(table, -ENOENT);
     const std::string before = read_mount_table(table);
     const WatchedCommands commands;
-    const int status = mount_filesystem(resource.c_str(), call.get("fsckdev").c_str(), point.c_str(),
-                                        call.get("fstype").c_str(), call.get("fsckpass").c_str(),
-                                        call.get("mountatboot").c_str(), call.get("mntopts").c_str(),
-                                        effect.c_str(), table.c_str(), call.method().c_str());
+    const int status =
+        operate_on_named_table(table, effect, [&](const std::string &when, const std::string &path) {
+            return mount_filesystem(resource.c_str(), call.get("fsckdev").c_str(), point.c_str(),
+                                    call.get("fstype").c_str(), call.get("fsckpass").c_str(),
+                                    call.get("mountatboot").c_str(), call.get("mntopts").c_str(),
+                                    when.c_str(), path.c_str(), call.method().c_str());
+        });
     if (status != 0)
         return status;
     // The library takes silence for success, also that of a command that was killed.

@@ -3,6 +3,7 @@
 #include "hostadm/method.hpp"
 #include "server/adapters.hpp"
 #include "server/mount_tables.hpp"
+#include "server/named_table.hpp"
 #include "server/page.hpp"
 #include "server/watched_commands.hpp"
 
@@ -51,7 +52,9 @@ int work(Call &call) {
     const bool now = effect != "bootonly", at_boot = effect != "nowonly";
     const WatchedCommands commands;
     const int status =
-        unmount_filesystem(point.c_str(), effect.c_str(), table.c_str(), call.method().c_str());
+        operate_on_named_table(table, effect, [&](const std::string &when, const std::string &path) {
+            return unmount_filesystem(point.c_str(), when.c_str(), path.c_str(), call.method().c_str());
+        });
     if (status == table_unchanged && now)
         call.left_undone(point + " has been unmounted; " + table + " is as it was");
     if (status != 0)

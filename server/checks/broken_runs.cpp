@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Work on a client that the power cut off, or somebody killed.
 
-#include "base/translation.hpp"
 #include "server/broken_runs.hpp"
+
+#include "base/translation.hpp"
 #include "server/checks/subjects.hpp"
 
 namespace hostadm::server {

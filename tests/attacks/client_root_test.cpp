@@ -215,13 +215,24 @@ TEST_F(ClientRoot, MountTableThatBecomesALinkWhileALineIsAdded) {
     at_every_moment(add, {"vfstab", root, "etc"}, [] { lay_link(root + "/etc", own); });
 }
 
+TEST_F(ClientRoot, MountTableThatBecomesALinkWhileAMountIsMadeForTheNextBoot) {
+    const std::string add = "filesystem/mount resource=srv:/x mountpt=/x fstype=nfs takeeffect=bootonly "
+                            "vfstab=" +
+                            root + "/etc/vfstab";
+    at_every_moment(add, {"vfstab"}, [] { lay_link(root + "/etc/vfstab", own + "/vfstab"); });
+}
+
 TEST_F(ClientRoot, MountTableThatIsALinkIsNotEdited) {
     fs::remove(root + "/etc/vfstab");
     fs::create_symlink(own + "/vfstab", root + "/etc/vfstab");
-    const tests::Outcome ran =
-        run("filesystem/add_mount_entry resource=srv:/x vfstab=" + root + "/etc/vfstab");
-    EXPECT_EQ(ran.status, 1);
-    EXPECT_EQ(state_of(own), before_);
+    for (const char *method : {"add_mount_entry resource=srv:/x",
+                               "mount resource=srv:/x mountpt=/x fstype=nfs takeeffect=bootonly",
+                               "unmount mountpt=/x takeeffect=bootonly"}) {
+        const tests::Outcome ran =
+            run(std::string("filesystem/") + method + " vfstab=" + root + "/etc/vfstab");
+        EXPECT_EQ(ran.status, 1) << method;
+        EXPECT_EQ(state_of(own), before_) << method;
+    }
 }
 
 class FilledRoot : public ClientRoot {

@@ -62,9 +62,8 @@ TEST_F(BrokenRuns, AreTakenBackByTheNextRun) {
     ASSERT_THAT(broken_runs(folder_), SizeIs(1));
     EXPECT_EQ(broken_runs(folder_).front().method, "client/change");
     EXPECT_EQ(broken_runs(folder_).front().subject, "c1");
-    EXPECT_EQ(take_back(),
-              "test: client/change of c1 was cut off; all that it had done has been taken "
-              "back\n");
+    EXPECT_EQ(take_back(), "test: client/change of c1 was cut off; all that it had done has been taken "
+                           "back\n");
     EXPECT_EQ(tests::content(table_), "10.0.0.1 c1\n10.0.0.2 c2\n");
     EXPECT_THAT(broken_runs(folder_), IsEmpty());
     EXPECT_FALSE(std::filesystem::exists(scratch_.path("lib"))) << "a folder for nothing does not stay";

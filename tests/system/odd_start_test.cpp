@@ -96,6 +96,42 @@ TEST_F(OddStart, WithoutStandardDescriptorsAFailureChangesNothing) {
     }
 }
 
+TEST_F(OddStart, WhereFilesMustNotGrowNoTableIsHalfWritten) {
+    const std::string before = everything();
+    for (const char *limit : {"0", "1"}) // in half kilobytes or kilobytes, whatever the shell counts in
+        for (const std::string &job :
+             {std::string("filesystem/add_mount_entry resource=srv:/x mountpt=/x"),
+              std::string("database/set_host address=10.1.2.4 hostname=c2"),
+              std::string("database/set_bootparams hostname=c2 parameters=root=server1:/export/root/c2")}) {
+            // More than the limit, so that a table's copy cannot be whole.
+            for (const char *table : {"/etc/vfstab", "/etc/hosts", "/etc/bootparams"})
+                write(table, content(table) + "# " + std::string(2000, '-') + "\n");
+            const std::string large = everything();
+            EXPECT_NE(
+                run("ulimit -f " + std::string(limit) + "; " + program + job + " </dev/null >/said 2>&1"), 0)
+                << job;
+            EXPECT_EQ(everything(), large) << job;
+            prepare();
+        }
+    EXPECT_EQ(everything(), before);
+}
+
+TEST_F(OddStart, UnderAnOddMaskFilesHaveTheirUsualModes) {
+    for (const char *mask : {"0777", "000"}) {
+        prepare();
+        ASSERT_EQ(run("umask " + std::string(mask) + "; " + program +
+                      "client/add_diskless hostname=c1 address=10.1.2.3 ethernet=8:0:20:a:b:c "
+                      "instruction_set=kel4 implementation_arch=kel4m os_name=Quorvel os_version=2.5 "
+                      "server=server1 tree=/tree swap_size=64k </dev/null >/said 2>&1"),
+                  0)
+            << content("/said");
+        EXPECT_EQ(fs::status("/export/swap/c1").permissions(), fs::perms(0755)) << mask;
+        EXPECT_EQ(fs::status("/export/root/c1").permissions(), fs::perms(0755)) << mask;
+        for (const auto &file : fs::directory_iterator("/export/swap/c1"))
+            EXPECT_EQ(fs::status(file.path()).permissions() & fs::perms(0777), fs::perms(0600)) << mask;
+    }
+}
+
 TEST_F(OddStart, NoCatalogueOfTheEnvironmentIsOpened) {
     // Whatever of these the C library took, it would look for a file there.
     const std::string environment =
