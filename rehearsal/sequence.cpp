@@ -63,9 +63,9 @@ std::string sequence_graph(const Rehearsed &rehearsed) {
         if (std::find(names.begin(), names.end(), exchange.to) == names.end())
             names.push_back(exchange.to);
     const std::size_t rows = 2 * walked.exchanges.size() + 1;
-    std::string text = "digraph boot {\n  splines=line; nodesep=2.2; ranksep=0.25;\n"
-                       "  node [shape=point, width=0.01, fontname=Helvetica, fontsize=10];\n"
-                       "  edge [fontname=Helvetica, fontsize=9];\n" +
+    std::string text = "digraph boot {\n  splines=line; nodesep=0.7; ranksep=0.3;\n"
+                       "  node [shape=point, width=0.01, fontname=Helvetica, fontsize=12];\n"
+                       "  edge [fontname=Helvetica, fontsize=11];\n" +
                        life_lines(names, rows);
     std::size_t row = 0;
     for (const Exchange &exchange : walked.exchanges) {
