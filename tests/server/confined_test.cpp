@@ -2,8 +2,12 @@
 #include <cerrno>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <memory>
+#include <seccomp.h>
 #include <stdexcept>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include "../support/inside.hpp"
 #include "../support/text_files.hpp"
@@ -48,6 +52,28 @@ TEST(Confined, NothingElseCanBeWritten) {
                   0);
         EXPECT_EQ(tests::content("/etc/secret"), "the server's own");
         EXPECT_FALSE(fs::exists("/export/root/c2/new"));
+    });
+}
+
+TEST(Confined, OnAKernelWithoutLandlockNothingElseCanBeWrittenEither) {
+    inside([] {
+        make_root();
+        fs::create_symlink("/etc/secret", std::string(root) + "/etc/link");
+        fs::create_directories("/export/root/c2");
+        const std::unique_ptr<void, decltype(&seccomp_release)> filter(seccomp_init(SCMP_ACT_ALLOW),
+                                                                       &seccomp_release);
+        ASSERT_EQ(seccomp_rule_add(filter.get(), SCMP_ACT_ERRNO(ENOSYS), SYS_landlock_create_ruleset, 0), 0);
+        ASSERT_EQ(seccomp_load(filter.get()), 0);
+        ASSERT_EQ(syscall(SYS_landlock_create_ruleset, nullptr, 0, 1), -1);
+        EXPECT_EQ(run_confined(root,
+                               [] {
+                                   const std::string below = std::string(root) + "/etc/";
+                                   return can_write("/etc/secret") || can_write("/export/root/c2/new") ||
+                                          can_write("/var/tmp/new") || can_write(below + "link") ||
+                                          !can_write(below + "new");
+                               }),
+                  0);
+        EXPECT_EQ(tests::content("/etc/secret"), "the server's own");
     });
 }
 
