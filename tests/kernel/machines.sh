@@ -6,8 +6,13 @@
 : "${build:?}" "${here:?}"
 export PATH=/usr/local/bin:/usr/local/sbin:/usr/sbin:/usr/bin:/sbin:/bin
 server=192.168.1.1
-limit=${KERNEL_BOOT_LIMIT:-90}  # seconds that one boot may take; 4 to 20 are usual
-width=${KERNEL_BOOT_WIDTH:-3}   # machines that are on at the same time
+# To talk to us, to end, and to bear an emulator that loses ticks.
+kernel_words="console=ttyS0 panic=-1 quiet no_timer_check"
+shopt -s extglob
+limit=${KERNEL_BOOT_LIMIT:-240} # seconds that one boot may take; 4 to 20 are usual
+width=3   # machines that are on at the same time
+memory=256 # MB of each
+until='MARKER .* boot |NETBOOT [^ ]* FAILED|Kernel panic|grub> ' # what a console says last
 consoles=/tmp/consoles wire=/tmp/wire
 passed=0 failed=0
 now() { echo $((${EPOCHREALTIME/[.,]/} / 1000)); }
@@ -88,26 +93,35 @@ X
     chmod 755 $tree/etc/init.d/rcS
 }
 
-# make_initramfs FILE: from the unpacked kernel package. Debian's own tools for it are not asked for: their "ip=rarp"
-# sends nothing.
+# A real operating system's tree brings its kernel, and an initramfs that can boot over the network.
+add_kernel() {
+    mkdir /export/tree/boot && cp "$kernel" /export/tree/boot/vmlinuz && make_initramfs /tmp/pc.img &&
+        gzip -1 </tmp/pc.img >/export/tree/boot/initrd.img
+}
+
+# make_initramfs FILE [PROGRAM]...: from the unpacked kernel package, with these programs of the build. Debian's own tools
+# for it are not asked for: their "ip=rarp" sends nothing.
 make_initramfs() {
-    local d=/tmp/initramfs version n=100 module file program library
+    local file=$1 d version n=100 module object program library
+    shift
+    d=$(mktemp -d)
+    chmod 755 "$d"
     version=${kernel##*/vmlinuz-}
     depmod -b /kernel "$version" 2>/dev/null
-    mkdir -p $d/{bin,dev,proc,sys,tmp,newroot,etc,run,m} && cp "$(command -v busybox)" $d/bin/ && ln -s busybox $d/bin/sh
+    mkdir -p "$d"/{bin,dev,proc,sys,tmp,newroot,etc,run,m} && cp "$(command -v busybox)" "$d/bin/" && ln -s busybox "$d/bin/sh"
     for module in virtio_pci virtio_net nfsv3; do
-        for file in $(modprobe -d /kernel -S "$version" --show-depends -a $module | awk '$1 == "insmod" { print $2 }'); do
-            ls $d/m/*-"${file##*/}" >/dev/null 2>&1 || cp "$file" $d/m/$((n++))-"${file##*/}"
+        for object in $(modprobe -d /kernel -S "$version" --show-depends -a $module | awk '$1 == "insmod" { print $2 }'); do
+            ls "$d"/m/*-"${object##*/}" >/dev/null 2>&1 || cp "$object" "$d/m/$((n++))-${object##*/}"
         done
     done
-    for program in boot_reverse_arp boot_bootparams; do
-        cp "$build/bin/$program" $d/bin/ && for library in $(ldd "$build/bin/$program" | grep -o '/[^ ]*'); do
-            mkdir -p $d"${library%/*}" && cp -Ln "$library" $d"$library"
+    for program; do
+        cp "$build/bin/$program" "$d/bin/" && for library in $(ldd "$build/bin/$program" | grep -o '/[^ ]*'); do
+            mkdir -p "$d${library%/*}" && cp -Ln "$library" "$d$library"
         done
     done
-    cp /etc/netconfig $d/etc/ && cp "$here/init" $d/init && chmod 755 $d/init
-    mknod $d/dev/console c 5 1 && mknod $d/dev/null c 1 3
-    (cd $d && find . | cpio -o -H newc --quiet) >"$1" || die "no initramfs"
+    cp /etc/netconfig "$d/etc/" && cp "$here/init" "$d/init" && chmod 755 "$d/init"
+    mknod "$d/dev/console" c 5 1 && mknod "$d/dev/null" c 1 3
+    (cd "$d" && find . | cpio -o -H newc --quiet) >"$file" || die "no initramfs"
 }
 
 start_daemons() {
@@ -115,6 +129,15 @@ start_daemons() {
     rpc.bootparamd -r $server && mkdir -p /tftpboot && in.tftpd --listen --ipv4 --secure /tftpboot || die "no daemons"
     hostadm run host/start_daemon path=/usr/lib/nfs/mountd && hostadm run host/start_daemon path=/usr/lib/nfs/nfsd args="-a 16"
     soon rpcinfo -T udp $server 100003 3 && soon rpcinfo -T udp 127.0.0.1 100026 1 || die "the daemons do not answer"
+}
+
+# add NAME NUMBER [WORD]...: a client of the tree
+add() {
+    local name=$1 number=$2
+    shift 2
+    hostadm run client/add_diskless hostname="$name" address="192.168.1.$number" ethernet="$(ethernet "$number")" \
+        instruction_set=kel4 implementation_arch="${architecture:-kel4m}" os_name=Quorvel os_version="${version:-2.5}" \
+        tree=/export/tree swap_size=1m server=server "$@"
 }
 
 # ---- a machine ---------------------------------------------------------------------------------------------------
@@ -134,7 +157,7 @@ plug_in() {
 }
 
 # power_on NAME UNTIL WORD...: an emulated machine, until its console says UNTIL, it switches itself off or the time is
-# up. Each line of its console, $consoles/NAME, begins with the milliseconds since the machine was switched on; the
+# up; or until the command in off_when, looked at while the console is silent, succeeds. Each line of its console, $consoles/NAME, begins with the milliseconds since the machine was switched on; the
 # first tells when that was. The processor is always emulated: a /dev/kvm that opens may still be unable to run an
 # ordinary kernel.
 power_on() {
@@ -150,7 +173,9 @@ power_on() {
             IFS= read -r -t 0.2 -u "$out" part
             status=$?
             line+=${part//$'\r'/}
-            if [[ $line =~ $until ]] || { ((status)) && ((status <= 128)); }; then
+            [[ $line != *$'\e'* ]] || line=${line//$'\e['*([0-9;?=])[A-Za-z]/} # how a screen is drawn
+            if [[ $line =~ $until ]] || { ((status)) && ((status <= 128)); } ||
+                { ((status)) && ${off_when:-false} >/dev/null 2>&1; }; then
                 echo "$(($(now) - begin)) $line"
                 break
             fi
@@ -160,6 +185,7 @@ power_on() {
     kill $machine 2>/dev/null
     wait $machine 2>/dev/null
     exec {out}<&-
+    echo "$(($(now) - begin)) switched off" >>"$consoles/$name"
 }
 # side_by_side COMMAND...: in the background, once fewer than "width" others run.
 side_by_side() {
@@ -184,6 +210,50 @@ old_way() {
     local name=$1
     shift
     plug_in "$@"
-    side_by_side power_on "$name" 'MARKER .* boot |FAILED|Kernel panic' -m 256 "${plugged[@]}" \
-        -kernel "$kernel" -initrd /tmp/initrd.img -append "console=ttyS0 panic=-1 quiet boot=old"
+    side_by_side power_on "$name" "$until" -m "$memory" "${plugged[@]}" \
+        -kernel "$kernel" -initrd /tmp/initrd.img -append "$kernel_words boot=old"
+}
+
+# ---- its boot, the way of today's PCs --------------------------------------------------------------------------------
+
+# What the emulator's own firmware needs of the DHCP server, so as not to wait 16 s for a router and 3 s for a second
+# DHCP server; and a log that tells whom it refuses.
+please_the_firmware() {
+    mkdir -p /etc/dnsmasq.d /var/lib/misc
+    cat >/etc/dnsmasq.d/emulator.conf <<'X'
+enable-ra
+dhcp-range=fd00:1::,ra-only
+dhcp-option=encap:175,176,1b
+log-facility=/tmp/dnsmasq.log
+X
+}
+# pc NAME NUMBER BIOS|UEFI: a PC without a disk, from its firmware on; what the boot loader cannot do ends at its prompt.
+pc() {
+    local name=$1 number=$2 firmware=$3
+    plug_in "$number"
+    if [ "$firmware" = UEFI ]; then # by itself, not by a program on the network card
+        plugged[3]+=,romfile=
+        plugged+=(-bios /usr/share/ovmf/OVMF.fd)
+    fi
+    side_by_side patiently "$name" "$until" -m "$memory" -machine "pc,graphics=off" "${plugged[@]}"
+}
+# On a busy machine the boot loader may lose its patience with TFTP: once more, as its user would.
+patiently() {
+    power_on "$@"
+    ! told "$1" "error: timeout reading" >/dev/null || power_on "$@"
+}
+# The DHCP server has looked at what this machine asks, and has nothing for it.
+ignored() { grep -q "DHCPDISCOVER(br0) $(ethernet "$1") no address available" /tmp/dnsmasq.log; }
+
+# menu NUMBER WHAT: what a PC's menu gives the boot loader as "linux" or "initrd"
+menu() {
+    sed -n "s,^ *$2 *([^)]*)/,,p" "/tftpboot/grub/grub.cfg-$(printf 'C0A801%02X' "$1")"
+}
+# pc_directly NAME NUMBER: the same kernel and initramfs with the words of its menu, without firmware and boot loader.
+pc_directly() {
+    local file words
+    plug_in "$2"
+    read -r file words <<<"$(menu "$2" linux)"
+    side_by_side power_on "$1" "$until" -m "$memory" "${plugged[@]}" \
+        -kernel "/tftpboot/$file" -initrd "/tftpboot/$(menu "$2" initrd)" -append "$words"
 }
