@@ -1291,20 +1291,22 @@ class _HostEnableBootServicesAnswer(Answer):
 
 class _HostEnableBootServices:
     """let everything that clients boot from start with this server: reverse ARP, TFTP, boot parameters,
-    shares, NFS"""
+    shares, NFS, and DHCP where PCs are set up"""
 
     description: Description
     def __call__(
         self,
         *,
         router: str | IPv4Address | None = ...,
+        now: bool | Literal["yes", "no"] | None = ...,
     ) -> _HostEnableBootServicesAnswer:
         """let everything that clients boot from start with this server: reverse ARP, TFTP, boot parameters,
-        shares, NFS"""
+        shares, NFS, and DHCP where PCs are set up"""
     def preview(
         self,
         *,
         router: str | IPv4Address | None = ...,
+        now: bool | Literal["yes", "no"] | None = ...,
     ) -> Preview[_HostEnableBootServicesAnswer]:
         """What the run would answer, change and call."""
 
@@ -1375,6 +1377,10 @@ class _HostStartDaemonAnswer(Answer):
     def state(self) -> str: ...
     @property
     def pid(self) -> str: ...
+    @property
+    def served_by(self) -> str: ...
+    @property
+    def advice(self) -> str: ...
 
 class _HostStartDaemon:
     """start a daemon in the background, unless it runs"""
