@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <vector>
 
 #include "hostadm/method.hpp"
 #include "server/failure.hpp"
@@ -12,6 +13,21 @@ namespace hostadm::server {
 // The output of a method that changes something.
 inline const method::Field changed_output{"changed", "yes, or no when everything was so already"};
 void tell_changed(method::Call &call, bool changed);
+
+// Where a shell finds what to complete the arguments of many pages with.
+inline const std::vector<method::Source> client_values{{"hostname", "client/list", "name"}};
+inline const std::vector<method::Source> service_values{
+    {"os_name", "service/list", "os_name"},
+    {"os_version", "service/list", "os_version"},
+    {"instruction_set", "service/list", "instruction_set"}};
+inline const std::vector<method::Source> new_client_values{
+    {"hostname", "database/list_hosts", "hostname"},
+    {"hostname", "database/list_ethers", "hostname"},
+    {"address", "database/list_hosts", "address"},
+    {"ethernet", "database/list_ethers", "ethernet"},
+    {"os_name", "service/list", "os_name"},
+    {"os_version", "service/list", "os_version"},
+    {"instruction_set", "service/list", "instruction_set"}};
 
 // Does the work, and records a failure with its code. Gives the method's status.
 int guarded(method::Call &call, const std::function<int()> &work);

@@ -15,6 +15,7 @@ using method::Argument;
 using method::Description;
 using method::Field;
 using method::Kind;
+using method::Source;
 
 Json to_json(const Argument &argument) {
     Json json = {{"name", argument.name},
@@ -61,6 +62,8 @@ public:
         read.edits = texts(json, "edits");
         read.starts = texts(json, "starts");
         read.shares = texts(json, "shares");
+        for (const Json &item : list(json, "values"))
+            read.values.push_back(source(item));
         return read;
     }
 
@@ -102,6 +105,11 @@ private:
         if (!is_name(read))
             throw "\"" + read + "\" is no name";
         return read;
+    }
+    static Source source(const Json &json) {
+        if (!json.is_object())
+            throw std::string("\"values\" holds something else than objects");
+        return {text(json, "argument"), text(json, "method"), text(json, "column")};
     }
     static Field field(const Json &json) {
         return {name(json), optional_text(json, "purpose"), truth(json, "required")};
@@ -231,6 +239,9 @@ Json to_json(const Description &description) {
           std::pair("shares", &description.shares)})
         if (!list->empty())
             json[key] = *list;
+    for (const Source &source : description.values)
+        json["values"].push_back(
+            {{"argument", source.argument}, {"method", source.method}, {"column", source.column}});
     return json;
 }
 

@@ -6,7 +6,8 @@
 //                     "choices": [TEXT]}],
 //      "outputs": [{"name": NAME, "purpose": TEXT, "required": false}],
 //      "columns": [{"name": NAME, "purpose": TEXT}],
-//      "edits": [TEXT], "starts": [TEXT], "shares": [TEXT]}
+//      "edits": [TEXT], "starts": [TEXT], "shares": [TEXT],
+//      "values": [{"argument": NAME, "method": "CLASS/NAME", "column": NAME}]}
 //
 // Everything but the names, "kind" and the purposes may be left out.
 #pragma once

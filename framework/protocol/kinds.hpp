@@ -13,8 +13,6 @@ namespace hostadm::framework {
 
 std::optional<method::Kind> kind_called(std::string_view name);
 
-bool is_accepted(const method::Argument &argument, std::string_view value);
-
 // The one spelling in which values are handed on:
 // Ethernet addresses as 08:00:20:0a:0b:0c, others as they are.
 std::string one_spelling(method::Kind kind, std::string_view value);

@@ -227,7 +227,7 @@ std::variant<method::Description, std::string> describe(const std::string &name)
 
 Outcome perform_here(Request request) {
     const std::string path = path_of(request.method);
-    base::Program program{.words = {path}, .fresh_start = true};
+    base::Program program{.words = {path}, .time_limit = request.time_limit, .fresh_start = true};
     // What a caller has in the environment is none of the method's business, least of all what a shell, a
     // linker or a translation makes of it.
     program.environment = base::clean_environment();

@@ -2,7 +2,7 @@
 //
 // Writing a method in C++: describe it once, and the framework checks its
 // arguments, prints its help and its manual page (`hostadm generate PREFIX/share`
-// writes the pages and the shell's completion anew), and hands its results back.
+// writes the pages anew), lets the shell complete its arguments, and hands its results back.
 //
 //     #include <hostadm.h>
 //     #include <hostadm/method.hpp>
@@ -79,6 +79,15 @@ struct Field {
     bool required = false; // an output without which the run has failed
 };
 
+// Where a shell finds values to complete an argument with: in a column of the rows of a method that changes
+// nothing. What was typed before narrows them: the method gets the arguments that it takes too, and of its rows
+// those count that agree with the others, if there are such.
+struct Source {
+    std::string argument;
+    std::string method; // CLASS/NAME
+    std::string column;
+};
+
 struct Description {
     std::string name; // CLASS/NAME
     std::string purpose = {};
@@ -90,6 +99,7 @@ struct Description {
     std::vector<std::string> edits = {};  // files and directories that it changes
     std::vector<std::string> starts = {}; // programs that it leaves running
     std::vector<std::string> shares = {}; // directories that it shares or withdraws
+    std::vector<Source> values = {};      // one argument may have several
 };
 
 // The code of an error that a method records in its own words; it is no entry of the message table.

@@ -28,6 +28,7 @@ using Values = std::vector<std::pair<std::string, std::string>>;
 struct Request {
     std::string method; // CLASS/NAME
     Values arguments;
+    int time_limit = 0; // seconds, then a run on this host is cut off; 0: none
 
     const std::string *find(std::string_view name) const;
 };
@@ -165,6 +166,7 @@ std::string to_text(const method::Description &description);
 std::string_view kind_name(method::Kind kind);
 // What a value of the argument must be, to be said after "must be".
 std::string accepted(const method::Argument &argument);
+bool is_accepted(const method::Argument &argument, std::string_view value);
 // What an argument, an output or a column may be called.
 bool is_name(std::string_view name);
 

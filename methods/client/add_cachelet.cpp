@@ -43,6 +43,7 @@ const Description description{
                 {"result", "done or unchanged"},
                 {"detail", "what stands there now"}},
     .edits = {"root=", "/export", "/etc/bootparams", "/var/sadm"},
+    .values = client_values,
 };
 
 struct CacheClient {

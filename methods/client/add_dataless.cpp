@@ -50,6 +50,7 @@ const Description description{
     .edits = {"/etc/bootparams", "/etc/hosts", "/etc/ethers", "/etc/dfs/dfstab"},
     .starts = {"/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd", "/usr/sbin/in.rarpd"},
     .shares = {"execpath="},
+    .values = new_client_values,
 };
 
 bool belongs_to_service(const std::string &path) {

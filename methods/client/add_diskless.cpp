@@ -72,6 +72,7 @@ const Description description{
               "/etc/dfs/dfstab"},
     .starts = {"/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd", "/usr/sbin/in.rarpd", "/usr/sbin/rpld"},
     .shares = {"rootpath="},
+    .values = new_client_values,
 };
 
 int provision(Call &call, const NewClient &client, Journal &journal) {

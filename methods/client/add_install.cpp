@@ -42,6 +42,7 @@ const Description description{
     .edits = {"/tftpboot", "/etc/bootparams", "/etc/hosts", "/etc/ethers", "/etc/dfs/dfstab"},
     .starts = {"/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd", "/usr/sbin/in.rarpd"},
     .shares = {"install_hierarchy=", "install_config="},
+    .values = new_client_values,
 };
 
 int work(Call &call) {

@@ -38,6 +38,7 @@ const Description description{
     .edits = {"/tftpboot", "/etc/bootparams", "/etc/hosts", "/etc/ethers", "/etc/dfs/dfstab", "/rplboot",
               "the client's swap file"},
     .shares = {"the client's directories"},
+    .values = client_values,
 };
 
 WantedChange wanted(const Call &call) {

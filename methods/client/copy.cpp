@@ -35,6 +35,7 @@ const Description description{
               "/etc/dfs/dfstab"},
     .starts = {"/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd", "/usr/sbin/in.rarpd", "/usr/sbin/rpld"},
     .shares = {"the new client's directories"},
+    .values = client_values,
 };
 
 int copy(Call &call, Claims &claims, Journal &journal) {

@@ -49,6 +49,7 @@ const Description description{
     .edits = {"/export", "/tftpboot", "/rplboot", "/etc/bootparams", "/etc/hosts", "/etc/ethers",
               "/etc/dfs/dfstab"},
     .shares = {"the client's root"},
+    .values = client_values,
 };
 
 struct Result {

@@ -29,6 +29,7 @@ const Description description{
                 {"result", "done or unchanged"},
                 {"detail", "what stands there now"}},
     .edits = {"/export", "/etc/bootparams"},
+    .values = client_values,
 };
 
 constexpr const char *folder = ".autoinstall", *link = ".autoinstall/profile";

@@ -36,6 +36,7 @@ const Description description{
                 {"bootparams", "all its items"},
                 {"disabled", "is it kept from booting (client/disable)?"}},
     .columns = {{"link", "name in /tftpboot"}, {"target", "what it leads to"}, {"whole", "is that there?"}},
+    .values = client_values,
 };
 
 int work(Call &call) {

@@ -41,6 +41,7 @@ inline int run_switching(int argc, char **argv, const Switching &switching) {
                     {"detail", "what stands there now"}},
         .edits = {"/etc/ethers", "/etc/dfs/dfstab"},
         .shares = {"the client's directories"},
+        .values = server::client_values,
     };
     return server::run_page(argc, argv, description, [&](method::Call &call) {
         if (geteuid() != 0)

@@ -22,6 +22,7 @@ const Description description{
                   edited_nameservice},
     .outputs = {changed_output},
     .edits = {"/etc/bootparams"},
+    .values = {{"client", "database/list_bootparams", "hostname"}},
 };
 
 int work(Call &call) {

@@ -15,6 +15,8 @@ const Description description{
                   {"table", Kind::path, "the table", false, "/etc/ethers"}},
     .outputs = {{"removed", "whose it was"}, changed_output},
     .edits = {"table="},
+    .values = {{"hostname", "database/list_ethers", "hostname"},
+               {"ethernet", "database/list_ethers", "ethernet"}},
 };
 
 } // namespace

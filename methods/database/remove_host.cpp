@@ -15,6 +15,8 @@ const Description description{
                    "/etc/hosts"}},
     .outputs = {{"removed", "the names that went with the line"}, changed_output},
     .edits = {"table="},
+    .values = {{"hostname", "database/list_hosts", "hostname"},
+               {"address", "database/list_hosts", "address"}},
 };
 
 } // namespace

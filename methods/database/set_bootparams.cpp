@@ -31,6 +31,7 @@ const Description description{
                   edited_nameservice},
     .outputs = {changed_output},
     .edits = {"/etc/bootparams"},
+    .values = {{"client", "database/list_bootparams", "hostname"}},
 };
 
 // What is to be set, or why the arguments do not fit together.

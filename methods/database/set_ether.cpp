@@ -22,6 +22,9 @@ const Description description{
                   {"table", Kind::path, "the table", false, "/etc/ethers"}},
     .outputs = {{"replaced", "whose it was before, if anybody's"}, changed_output},
     .edits = {"table="},
+    .values = {{"hostname", "database/list_ethers", "hostname"},
+               {"ethernet", "database/list_ethers", "ethernet"},
+               {"hostname", "database/list_hosts", "hostname"}},
 };
 
 std::vector<HostTable::Entry> entries_of(const HostTable &table, const std::string &ethernet,

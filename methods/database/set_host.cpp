@@ -29,6 +29,8 @@ const Description description{
                    "/etc/hosts"}},
     .outputs = {{"replaced", "the names that the address had before, if any"}, changed_output},
     .edits = {"table="},
+    .values = {{"hostname", "database/list_hosts", "hostname"},
+               {"address", "database/list_hosts", "address"}},
 };
 
 std::string joined(const std::vector<std::string> &names) {

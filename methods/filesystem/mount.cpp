@@ -50,6 +50,8 @@ const Description description{
           .default_value = "/etc/vfstab"}},
     .outputs = {changed_output},
     .edits = {"vfstab=", "mountpt="},
+    .values = {{"resource", "filesystem/list_mount_entries", "resource"},
+               {"mountpt", "filesystem/list_mount_entries", "mountpt"}},
 };
 
 bool is_pass(const std::string &text) {

@@ -27,6 +27,8 @@ const Description description{
                    .default_value = mount_table}},
     .outputs = {changed_output},
     .edits = {"vfstab="},
+    .values = {{"resource", "filesystem/list_mount_entries", "resource"},
+               {"mountpt", "filesystem/list_mount_entries", "mountpt"}},
 };
 
 // A device may stand in a table many times, such as that of temporary file systems.

@@ -24,6 +24,7 @@ const Description description{
     .arguments = {{.name = "pathname", .kind = Kind::path, .purpose = "the directory", .required = true}},
     .outputs = {{"pathname", "the directory, without links and dots"}, changed_output},
     .edits = {share_table},
+    .values = {{"pathname", "filesystem/list_share_entries", "path"}},
 };
 
 // The comments that force=yes of filesystem/share leaves: the library leaves them for ever.

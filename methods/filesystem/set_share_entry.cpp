@@ -24,6 +24,7 @@ const Description description{
                   {.name = "description", .kind = Kind::text, .purpose = "words about the share"}},
     .outputs = {{"pathname", "the directory, without links and dots"}, changed_output},
     .edits = {share_table},
+    .values = {{"pathname", "filesystem/list_share_entries", "path"}},
 };
 
 int work(Call &call) {

@@ -43,6 +43,7 @@ const Description description{
     .edits = {"/etc/dfs/dfstab"},
     .starts = {"/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd"},
     .shares = {"pathname="},
+    .values = {{"pathname", "filesystem/list_share_entries", "path"}},
 };
 
 int work(Call &call) {

@@ -32,6 +32,7 @@ const Description description{
                    .default_value = "/etc/vfstab"}},
     .outputs = {changed_output},
     .edits = {"vfstab="},
+    .values = {{"mountpt", "filesystem/list_mount_entries", "mountpt"}},
 };
 
 int work(Call &call) {

@@ -35,6 +35,8 @@ const Description description{
     .outputs = {{"pathname", "the directory, without links and dots: what was withdrawn"}, changed_output},
     .edits = {"/etc/dfs/dfstab"},
     .shares = {"pathname="},
+    .values = {{"pathname", "filesystem/list_shares", "path"},
+               {"pathname", "filesystem/list_share_entries", "path"}},
 };
 
 // The share list is needed to tell whether a client is the only one.

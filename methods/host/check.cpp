@@ -36,6 +36,7 @@ const Description description{
          {"repair", "the command that mends it"},
          {"check", "the check that found it"},
          {"looks_at", "of the list of checks: what it looks at"}},
+    .values = {{"clients", "client/list", "name"}},
 };
 
 void list_checks() {

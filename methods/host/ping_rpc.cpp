@@ -32,6 +32,7 @@ const Description description{
           .default_value = "5"}},
     .outputs = {{"state", "answers, silent, mapper_silent, unknown_host or failed"},
                 {"program", "the program's number"}},
+    .values = {{"host", "database/list_hosts", "hostname"}},
 };
 
 // A whole decimal number, or nothing when it is no number or too large.

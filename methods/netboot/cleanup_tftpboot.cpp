@@ -15,6 +15,7 @@ const Description description{
     .arguments = {{"address", Kind::address, "the client's IPv4 address", true}},
     .outputs = {changed_output},
     .edits = {"/tftpboot"},
+    .values = {{"address", "client/list", "address"}},
 };
 
 int work(Call &call) {

@@ -33,6 +33,7 @@ const Description description{
                    "/"}},
     .outputs = {{"boot_program", "name of the boot program in /rplboot"}, changed_output},
     .edits = {"/rplboot"},
+    .values = service_values,
 };
 
 // The first of the client's links that leads to no file; empty: none.

@@ -25,6 +25,10 @@ const Description description{
                   {"host", Kind::host, "host that holds the install hierarchy (default: this one)"}},
     .outputs = {{"boot_program", "name of the boot program in /tftpboot"}, changed_output},
     .edits = {"/tftpboot"},
+    .values = {{"address", "client/list", "address"},
+               {"os_name", "service/list", "os_name"},
+               {"os_version", "service/list", "os_version"},
+               {"instruction_set", "service/list", "instruction_set"}},
 };
 
 // What there is of the client's links when they could not be made.

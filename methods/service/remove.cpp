@@ -31,6 +31,7 @@ const Description description{
     .edits = {"/export", "/tftpboot", "/var/sadm/system/admin/services", "/var/sadm/softinfo", patch_store,
               "/etc/dfs/dfstab"},
     .shares = {"the service's executables"},
+    .values = service_values,
 };
 
 int remove(Call &call, Claims &claims, Journal &journal) {

@@ -25,6 +25,7 @@ const Description description{
                 {"name", "of the package, the architecture or the patch"},
                 {"place", "where it lies"},
                 {"there", "yes or no"}},
+    .values = service_values,
 };
 
 void tell(Call &call, const std::string &part, const std::string &name, const std::string &place) {
