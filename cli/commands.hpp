@@ -28,8 +28,10 @@ void add_check(CLI::App &app, Work &chosen);
 void add_rehearse(CLI::App &app, Work &chosen);
 void add_watch(CLI::App &app, Work &chosen);
 void add_arg(CLI::App &app, Work &chosen);
-// Hidden ones: the far end of `run --host`, and what writes manual pages and completions at build time.
+// Hidden ones: the far end of `run --host`, what the shell asks when a user types, and what writes the manual
+// pages at build time.
 void add_serve(CLI::App &app, Work &chosen);
+void add_complete(CLI::App &app, Work &chosen);
 void add_generate(CLI::App &app, Work &chosen);
 
 // A run as the user asked for it: for `run` and for `preview`.

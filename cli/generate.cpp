@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// hostadm generate: writes the manual pages and the completion of the shell from the methods' descriptions.
+// hostadm generate: writes the manual pages from the methods' descriptions.
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "cli/commands.hpp"
+#include "cli/options.hpp"
 #include "cli/output.hpp"
 
 namespace hostadm::cli {
@@ -102,35 +103,6 @@ std::string method_page(const Description &description) {
             item("1", "The method failed; standard error says why.") +
             item("2", "An argument was refused, and nothing was changed.");
     return text + ".SH SEE ALSO\n.BR hostadm (1)\n";
-}
-
-// The commands that are not for hostadm's own use.
-std::vector<const CLI::App *> commands_of(const CLI::App &app) {
-    return app.get_subcommands([](const CLI::App *command) { return !command->get_group().empty(); });
-}
-
-bool takes_value(const CLI::Option &option) {
-    return option.get_items_expected_max() > 0;
-}
-
-bool is_repeated(const CLI::Option &option) {
-    return option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll ||
-           option.get_expected_max() > 1;
-}
-
-// Its long options, but for the help that every command has.
-std::vector<const CLI::Option *> options_of(const CLI::App &command) {
-    return command.get_options([&](const CLI::Option *option) {
-        return option->nonpositional() && option != command.get_help_ptr();
-    });
-}
-
-std::vector<const CLI::Option *> positionals_of(const CLI::App &command) {
-    return command.get_options([](const CLI::Option *option) { return option->get_positional(); });
-}
-
-std::string long_name(const CLI::Option &option) {
-    return "--" + option.get_lnames().front();
 }
 
 std::string synopsis(const CLI::App &command) {
@@ -275,106 +247,6 @@ std::string command_page(const CLI::App &app, const std::vector<Description> &me
     return text;
 }
 
-// Words that stand in the completion script in single quotes.
-std::string words(const std::vector<std::string> &list) {
-    std::string text;
-    for (const std::string &word : list)
-        if (word.find_first_of("' \t\n\\\"$`") == word.npos)
-            text += (text.empty() ? "" : " ") + word;
-    return text;
-}
-
-std::string completion(const CLI::App &app, const std::vector<Description> &descriptions) {
-    std::vector<std::string> commands, with_value;
-    std::string options;
-    for (const CLI::App *command : commands_of(app)) {
-        commands.push_back(command->get_name());
-        std::vector<std::string> offered;
-        for (const CLI::App *verb : commands_of(*command))
-            offered.push_back(verb->get_name());
-        for (const CLI::Option *option : options_of(*command)) {
-            offered.push_back(long_name(*option));
-            if (takes_value(*option))
-                with_value.push_back(long_name(*option));
-        }
-        offered.push_back("--help");
-        options += "    " + command->get_name() + ") words='" + words(offered) + "' ;;\n";
-    }
-    std::vector<std::string> methods;
-    std::string arguments;
-    std::string values;
-    for (const Description &description : descriptions) {
-        methods.push_back(description.name);
-        std::vector<std::string> names;
-        for (const Argument &argument : description.arguments) {
-            names.push_back(argument.name + "=");
-            std::vector<std::string> choices = argument.choices;
-            if (argument.kind == method::Kind::yes_no)
-                choices = {"yes", "no"};
-            const std::string key = "    " + description.name + ":" + argument.name + ") ";
-            if (!choices.empty())
-                values += key + "words='" + words(choices) + "' ;;\n";
-            else if (argument.kind == method::Kind::path || argument.kind == method::Kind::device)
-                values += key + "files=yes ;;\n";
-        }
-        arguments += "    " + description.name + ") words='" + words(names) + "' ;;\n";
-    }
-    return "# bash completion for hostadm; made from its options and the descriptions of its methods\n\n"
-           "_hostadm_options() {\n    case $1 in\n" +
-           options +
-           "    esac\n}\n\n"
-           "_hostadm_arguments() {\n    case $1 in\n" +
-           arguments + "    esac\n}\n\n_hostadm_values() {\n    case $1 in\n" + values + "    esac\n}\n" + R"(
-_hostadm() {
-    local methods=')" +
-           words(methods) + R"('
-    # A word may have been taken apart at "=": put it together again.
-    local line=${COMP_LINE:0:COMP_POINT} current words='' files=''
-    current=${line##*[[:space:]]}
-    local -a before
-    read -r -a before <<<"${line%"$current"}"
-    local command=${before[1]-} method='' word
-    for word in "${before[@]:2}"; do
-        [[ -z $method && $word == */* ]] && method=$word
-    done
-    COMPREPLY=()
-    [[ -n $command ]] && _hostadm_options "$command"
-    local options=$words
-    if [[ -z $command ]]; then
-        words=')" +
-           words(commands) + R"( --help --version'
-    elif [[ ' )" +
-           words(with_value) + R"( ' == *" ${before[-1]} "* ]]; then
-        words=''
-        [[ ${before[-1]} == --then ]] && words='list help run status'
-        [[ ${before[-1]} == --host ]] && mapfile -t COMPREPLY < <(compgen -A hostname -- "$current")
-    elif [[ $command == list ]]; then
-        words="$(printf '%s\n' $methods | cut -d/ -f1 | sort -u) $options"
-    elif [[ $command != @(help|run|preview) ]]; then
-        words=$options
-    elif [[ -z $method ]]; then
-        words="$methods $options"
-    elif [[ $command == help ]]; then
-        return
-    elif [[ $current == *=* ]]; then
-        words=''
-        _hostadm_values "$method:${current%%=*}"
-        current=${current#*=}
-        [[ -n $files ]] && mapfile -t COMPREPLY < <(compgen -f -- "$current")
-    else
-        _hostadm_arguments "$method"
-        words+=" $options"
-        compopt -o nospace 2>/dev/null
-    fi
-    [[ -n $words ]] && mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
-    # Only what follows the last "=" is replaced on the command line.
-    return 0
-}
-
-complete -F _hostadm hostadm
-)";
-}
-
 void write(const std::filesystem::path &path, const std::string &text) {
     std::filesystem::create_directories(path.parent_path());
     std::ofstream file(path, std::ios::binary);
@@ -411,7 +283,6 @@ int generate(const CLI::App &app, const std::filesystem::path &share) {
     write(share / "man/man1/hostadm.1", command_page(app, descriptions));
     for (const Description &description : descriptions)
         write(share / "man/man8" / (page_name(description.name) + ".8"), method_page(description));
-    write(share / "bash-completion/completions/hostadm", completion(app, descriptions));
     return status;
 }
 
@@ -419,7 +290,7 @@ int generate(const CLI::App &app, const std::filesystem::path &share) {
 
 void add_generate(CLI::App &app, Work &chosen) {
     static std::string share;
-    CLI::App *command = app.add_subcommand("generate", "write manual pages and completion")->group("");
+    CLI::App *command = app.add_subcommand("generate", "write the manual pages")->group("");
     command->add_option("share", share, "the folder to write to")->required();
     command->callback([&] { chosen = [&app] { return generate(app, share); }; });
 }

@@ -64,7 +64,7 @@ int hostadm_main(int argc, char **argv) {
     app.set_help_flag("-h,--help", "print this help");
     Work chosen;
     for (const auto add : {add_list, add_help, add_run, add_preview, add_status, add_check, add_rehearse,
-                           add_watch, add_arg, add_serve, add_generate})
+                           add_watch, add_arg, add_serve, add_complete, add_generate})
         add(app, chosen);
     app.footer("Exit status: 0 done, 1 the method failed, 2 wrong usage or invalid argument.\n"
                "`hostadm COMMAND --help` says more about a command.");

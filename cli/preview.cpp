@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
-#include <optional>
 #include <stdexcept>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -15,6 +14,7 @@
 #include "cli/output.hpp"
 #include "cli/preview_report.hpp"
 #include "cli/preview_stand_ins.hpp"
+#include "cli/shell_words.hpp"
 #include "hostadm/sandbox.hpp"
 
 namespace hostadm::cli {
@@ -34,41 +34,13 @@ struct PreviewOptions {
     std::vector<std::string> then; // hostadm's words, to be run in the same root afterwards
 };
 
-// The words of a line, quoted as in a shell; nothing when a quote is not closed.
-std::optional<std::vector<std::string>> words_of(const std::string &line) {
-    std::vector<std::string> words;
-    char quote = 0;
-    bool in_word = false;
-    for (std::size_t at = 0; at < line.size(); ++at) {
-        const char c = line[at];
-        if (quote == 0 && (c == ' ' || c == '\t' || c == '\n')) {
-            in_word = false;
-            continue;
-        }
-        if (!in_word)
-            words.emplace_back();
-        in_word = true;
-        const bool escapes = c == '\\' && at + 1 < line.size() &&
-                             (quote == 0 || (quote == '"' && std::strchr("\"\\$`", line[at + 1]) != nullptr));
-        if (escapes)
-            words.back() += line[++at];
-        else if (c == quote)
-            quote = 0;
-        else if (quote == 0 && (c == '\'' || c == '"'))
-            quote = c;
-        else
-            words.back() += c;
-    }
-    return quote == 0 ? std::optional(words) : std::nullopt;
-}
-
 std::string quotes_defect(const std::string &line) {
-    return words_of(line) ? "" : "a quote is not closed in: " + printable(line);
+    return shell_words(line).quote == 0 ? "" : "a quote is not closed in: " + printable(line);
 }
 
 // Runs this program again, in the same root, and keeps what it says.
 bool run_then(const std::string &line, const std::string &program, int output) {
-    std::vector<std::string> command = words_of(line).value_or(std::vector<std::string>());
+    std::vector<std::string> command = shell_words(line).words;
     command.insert(command.begin(), program);
     base::write_all(output, "\n== hostadm " + line + '\n');
     const base::Ending ending =

@@ -7,7 +7,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <memory>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -559,7 +558,7 @@ TEST(ServeCommand, EndsTheMethodWhenTheConnectionIsGone) {
 }
 
 // The methods of the product describe themselves soundly,
-// and every one has its manual page and its completion.
+// and every one has its manual page.
 TEST(Descriptions, MakeManualPagesThatRender) {
     const std::string share = BUILD_ROOT "/share";
     const std::string methods = shell(BUILD_ROOT "/bin/hostadm list --json").out;
@@ -588,55 +587,23 @@ TEST(Descriptions, MakePagesAgainBesideThoseOfOthers) {
     EXPECT_TRUE(std::filesystem::exists(scratch.path("share/man/man8/hostadm-test-echo.8")));
 }
 
-class Completion : public testing::Test {
-protected:
-    static void SetUpTestSuite() {
-        scratch = std::make_unique<tests::Scratch>();
-        shell("hostadm generate " + scratch->path("share"));
-    }
-    static void TearDownTestSuite() { scratch.reset(); }
-    // What the shell offers behind a command line.
-    static std::string offered(const std::string &line) {
-        const std::string script =
-            scratch->write("script", ". \"$1\"\nCOMP_LINE=$2 COMP_POINT=${#2}\n_hostadm\n"
-                                     "printf '%s ' \"${COMPREPLY[@]}\"\n");
-        return shell("bash " + script + " " + scratch->path("share/bash-completion/completions/hostadm") +
-                     " '" + line + "'")
-            .out;
-    }
-    static std::unique_ptr<tests::Scratch> scratch;
-};
-std::unique_ptr<tests::Scratch> Completion::scratch;
-
-TEST_F(Completion, OffersWhatCanFollow) {
-    EXPECT_EQ(offered("hostadm pre"), "preview ");
-    EXPECT_EQ(offered("hostadm run test/ec"), "test/echo ");
-    EXPECT_EQ(offered("hostadm list ot"), "other ");
-    EXPECT_EQ(offered("hostadm run test/echo t"), "text= times= ");
-    EXPECT_EQ(offered("hostadm run test/echo text=x ro"), "rows= ");
-    EXPECT_EQ(offered("hostadm run test/echo rows="), "yes no ");
-    EXPECT_EQ(offered("hostadm run test/kinds choice=gr"), "green ");
-    EXPECT_EQ(offered("hostadm run test/kinds path=/et"), "/etc ");
-    EXPECT_EQ(offered("hostadm arg u"), "undone ");
-    EXPECT_EQ(offered("hostadm run test/echo --j"), "--json ");
-    EXPECT_EQ(offered("hostadm preview --then st"), "status ");
-    EXPECT_EQ(offered("hostadm preview --time-limit t"), " ");
-    EXPECT_EQ(offered("hostadm run --host localhost test/echo te"), "text= ");
-}
-
 // The words of a text that begin with two dashes.
 std::set<std::string> options_in(const std::string &text) {
     static const std::regex option("--[a-z][a-z-]*");
     return {std::sregex_token_iterator(text.begin(), text.end(), option), std::sregex_token_iterator()};
 }
 
-TEST_F(Completion, AndTheManualPageKnowEveryOption) {
+TEST(Descriptions, AndTheCompletionAndTheManualPageKnowEveryOption) {
+    const tests::Scratch scratch;
+    shell("hostadm generate " + scratch.path("share"));
     const std::string page =
-        shell("MANWIDTH=200 LC_ALL=C man -l " + scratch->path("share/man/man1/hostadm.1") + " | col -b").out;
-    for (const char *command : {"list", "help", "run", "preview", "status", "arg"}) {
+        shell("MANWIDTH=200 LC_ALL=C man -l " + scratch.path("share/man/man1/hostadm.1") + " | col -b").out;
+    for (const char *command :
+         {"list", "help", "run", "preview", "status", "check", "rehearse", "watch", "arg"}) {
         const std::set<std::string> known = options_in(hostadm(std::string(command) + " --help").out);
         EXPECT_THAT(known, testing::Contains("--help")) << command;
-        EXPECT_EQ(options_in(offered("hostadm " + std::string(command) + " --")), known) << command;
+        EXPECT_EQ(options_in(hostadm("complete zsh hostadm " + std::string(command) + " --").out), known)
+            << command;
         const std::size_t synopsis = page.find(std::string("hostadm ") + command);
         ASSERT_NE(synopsis, page.npos) << command;
         std::set<std::string> told =
