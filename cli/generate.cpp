@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 // hostadm generate: writes the manual pages from the methods' descriptions.
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <sstream>
 #include <stdexcept>
 
 #include "cli/commands.hpp"
@@ -18,6 +20,7 @@ namespace {
 using method::Argument;
 using method::Description;
 using method::Field;
+using method::Kind;
 
 // Text for a manual page: what the formatter would take for its own is made plain.
 std::string roff(std::string_view text) {
@@ -43,9 +46,43 @@ std::string page_name(const std::string &method) {
     return name;
 }
 
-std::string heading(const std::string &name, int section) {
-    return ".TH " + roff(name) + " " + std::to_string(section) +
-           " \"\" \"hostadm " HOSTADM_VERSION "\" \"hostadm\"\n";
+std::string heading(std::string name, int section) {
+    for (char &c : name)
+        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return ".TH " + name + " " + std::to_string(section) +
+           " " HOSTADM_DATE " \"hostadm " HOSTADM_VERSION "\" \"hostadm\"\n";
+}
+
+// Where a line of text is broken: behind a sentence, or before it is too long.
+std::size_t break_of(std::string_view line) {
+    constexpr std::size_t longest = 78;
+    const auto begins_sentence = [&](std::size_t at) { return line[at] >= 'A' && line[at] <= 'Z'; };
+    for (std::size_t at = line.find(". "); at < longest && at + 2 < line.size(); at = line.find(". ", at + 1))
+        if (begins_sentence(at + 2))
+            return at + 1;
+    if (line.size() <= longest)
+        return line.npos;
+    const std::size_t blank = line.rfind(' ', longest);
+    return blank == line.npos ? line.find(' ') : blank;
+}
+
+// A page with its texts, but not its examples, in short lines of a sentence or less.
+std::string in_short_lines(const std::string &page) {
+    std::string all;
+    bool is_example = false;
+    std::istringstream lines(page);
+    for (std::string line; std::getline(lines, line);) {
+        is_example = (is_example && !line.starts_with(".EE")) || line.starts_with(".EX");
+        const bool is_text = !is_example && !line.starts_with('.');
+        for (std::size_t end; is_text && (end = break_of(line)) != line.npos;) {
+            all += line.substr(0, end) + "\n";
+            line.erase(0, end + 1);
+            if (line.starts_with('.') || line.starts_with('\''))
+                line.insert(0, "\\&");
+        }
+        all += line + "\n";
+    }
+    return all;
 }
 
 std::string item(const std::string &term, const std::string &text) {
@@ -86,6 +123,94 @@ std::string touched(const Description &description) {
     return text.empty() ? "" : ".SH WHAT IT TOUCHES\n" + text;
 }
 
+// A value as it may be typed.
+std::string example_value(const Argument &argument) {
+    static const std::map<std::string, const char *> by_name{
+        {"hostname", "client1"},
+        {"client", "client1"},
+        {"clients", "client1,client2"},
+        {"new_hostname", "client2"},
+        {"instruction_set", "kel4"},
+        {"inst_set_arch", "kel4"},
+        {"implementation_arch", "kel4m"},
+        {"imp_arch", "kel4m"},
+        {"os_name", "Quorvel"},
+        {"os_prod", "Quorvel"},
+        {"pathname", "/export/share"},
+        {"resource", "server2:/export/share"},
+        {"mountpt", "/mnt"},
+        {"mntopts", "ro"},
+        {"root", "/export/root/client1"},
+        {"rootpath", "/export/root/client1"},
+        {"table", "/export/root/client1/etc/hosts"},
+        {"items", "swapsize=:32"},
+        {"program", "mountd"},
+        {"device", "console"},
+        {"args", "-a"},
+    };
+    static const std::map<Kind, const char *> by_kind{
+        {Kind::host, "server2"},
+        {Kind::hosts, "client1,client2"},
+        {Kind::address, "192.0.2.17"},
+        {Kind::ethernet, "8:0:20:1:2:3"},
+        {Kind::path, "/export/install"},
+        {Kind::device, "/dev/sda1"},
+        {Kind::options, "rw=client1"},
+        {Kind::release, "2.5"},
+        {Kind::word, "base"},
+        {Kind::number, "5"},
+        {Kind::size, "64m"},
+        {Kind::yes_no, "yes"},
+        {Kind::text, "\"a few words\""},
+        {Kind::words, "-a"},
+    };
+    if (!argument.choices.empty())
+        return argument.choices.back();
+    const auto named = by_name.find(argument.name);
+    if (named != by_name.end() && framework::is_accepted(argument, named->second))
+        return named->second;
+    const auto found = by_kind.find(argument.kind);
+    return found == by_kind.end() ? "" : found->second;
+}
+
+// A command line in an example, in lines that end in a backslash.
+std::string example(const std::string &command, const std::vector<std::string> &words) {
+    std::string text = ".EX\n", line = command;
+    for (const std::string &word : words) {
+        if (line.size() + word.size() > 66) {
+            text += roff(line) + " \\e\n";
+            line = "   ";
+        }
+        line += " " + word;
+    }
+    return text + roff(line) + "\n.EE\n";
+}
+
+// What must be given; where nothing must, what one of several would be.
+std::vector<std::string> example_words(const Description &description) {
+    std::vector<std::string> words;
+    for (const Argument &argument : description.arguments)
+        if (argument.required)
+            words.push_back(argument.name + "=" + example_value(argument));
+    for (const Argument &argument : description.arguments)
+        if (words.empty() && !description.edits.empty() && argument.default_value.empty())
+            words.push_back(argument.name + "=" + example_value(argument));
+    return words;
+}
+
+std::string examples(const Description &description) {
+    const std::vector<std::string> words = example_words(description);
+    std::string text = ".SH EXAMPLES\n";
+    if (!description.edits.empty() || !description.shares.empty())
+        text += "See what it would change, and let it do that:\n.PP\n" +
+                example("hostadm preview " + description.name, words) + ".PP\n";
+    text += example("hostadm run " + description.name, words);
+    if (!description.columns.empty() && description.edits.empty())
+        text += ".PP\nThe same for a program to read:\n.PP\n" +
+                example("hostadm run --json " + description.name, words);
+    return text;
+}
+
 std::string method_page(const Description &description) {
     std::string text = heading(page_name(description.name), 8);
     text += ".SH NAME\n" + roff(page_name(description.name)) + " \\- " + roff(description.purpose) + "\n";
@@ -102,7 +227,7 @@ std::string method_page(const Description &description) {
     text += ".SH EXIT STATUS\n" + item("0", "Done.") +
             item("1", "The method failed; standard error says why.") +
             item("2", "An argument was refused, and nothing was changed.");
-    return text + ".SH SEE ALSO\n.BR hostadm (1)\n";
+    return text + examples(description) + ".SH SEE ALSO\n.BR hostadm (1)\n";
 }
 
 std::string synopsis(const CLI::App &command) {
@@ -128,7 +253,9 @@ std::string synopsis(const CLI::App &command) {
 const std::map<std::string, const char *> descriptions_of_commands{
     {"list", R"(Lists the methods, a line each, all or those of one class.
 )"},
-    {"help", R"(Says what a method does and which arguments it takes, or which methods a class has.
+    {"help",
+     R"(Says what a method does and which arguments it takes, which methods a class has, how a command is used, or what is
+to know of a topic: clients, services, booting, checks or exit\-status.
 )"},
     {"run",
      R"(Runs a method. Its arguments are checked before anything is done. Outputs are printed as lines of a name and a value,
@@ -203,17 +330,49 @@ A method is an executable file in the folder of its class. Asked with
 .B \-\-describe
 it prints its description as JSON:
 .PP
-.nf
-{"name": "host/greet", "purpose": "greet a host",
- "arguments": [{"name": "host", "kind": "host", "purpose": "whom", "required": true},
-               {"name": "how", "kind": "choice", "choices": ["hello", "bye"], "default": "hello"}],
- "outputs": [{"name": "greeting", "purpose": "what was said", "required": true}],
- "columns": []}
-.fi
+.EX
+{"name": "host/greet", "purpose": "greet a host", "arguments": [
+   {"name": "host", "kind": "host", "required": true},
+   {"name": "how", "kind": "choice",
+    "choices": ["hello", "bye"], "default": "hello"}],
+ "outputs": [{"name": "greeting", "purpose": "what was said"}]}
+.EE
 .PP
 Otherwise it does its work and ends with status 0, or records an error and ends with another. What it prints goes to
 standard error; its results are what it returns with
 .BR "hostadm arg" .
+)";
+
+constexpr const char *examples_of_commands = R"(.SH EXAMPLES
+See what a server serves, and what is wrong there:
+.PP
+.EX
+hostadm status
+hostadm check
+.EE
+.PP
+Add a client whose files lie ready in a tree; first look at what that changes:
+.PP
+.EX
+hostadm preview client/add_diskless hostname=client1 \e
+    address=192.0.2.17 ethernet=8:0:20:1:2:3 instruction_set=kel4 \e
+    implementation_arch=kel4m os_name=Quorvel os_version=2.5 \e
+    tree=/export/install/tree
+.EE
+.PP
+Let it boot on a virtual cable, and tell what it asks when it boots for real:
+.PP
+.EX
+hostadm rehearse client1
+hostadm watch client1
+.EE
+.PP
+Learn what a method takes, and read on:
+.PP
+.EX
+hostadm help client/remove
+hostadm help booting
+.EE
 )";
 
 std::string command_page(const CLI::App &app, const std::vector<Description> &methods) {
@@ -240,6 +399,7 @@ std::string command_page(const CLI::App &app, const std::vector<Description> &me
     text += ".SH EXIT STATUS\n" + item("0", "Done.") + item("1", "The method failed.") +
             item("2", "Wrong usage or an invalid argument; nothing was changed.");
     text += ".PP\nErrors go to standard error as\n.IR \"hostadm: METHOD: TEXT (error CODE)\" .\n";
+    text += examples_of_commands;
     text += ".SH FILES\n.TP\n.I LIBEXEC/hostadm/methods/CLASS/NAME\nThe methods.\n.SH SEE ALSO\n";
     for (std::size_t at = 0; at < methods.size(); ++at)
         text +=
@@ -280,9 +440,10 @@ int generate(const CLI::App &app, const std::filesystem::path &share) {
         descriptions.back().name = name;
     }
     remove_pages(share / "man/man8");
-    write(share / "man/man1/hostadm.1", command_page(app, descriptions));
+    write(share / "man/man1/hostadm.1", in_short_lines(command_page(app, descriptions)));
     for (const Description &description : descriptions)
-        write(share / "man/man8" / (page_name(description.name) + ".8"), method_page(description));
+        write(share / "man/man8" / (page_name(description.name) + ".8"),
+              in_short_lines(method_page(description)));
     return status;
 }
 
