@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // hostadm check: what is wrong on this server. The method host/check finds it; here it is laid out.
+#include "base/columns.hpp"
 #include "cli/commands.hpp"
 #include "cli/output.hpp"
 
@@ -96,7 +97,7 @@ int help_checks() {
     Table table({"CHECK", "LOOKS AT"});
     for (const Row row : outcome.answer.rows)
         table.add({field(row, "check"), field(row, "looks_at")});
-    print(table.text());
+    print(table.text(base::columns_of_reader()));
     return done;
 }
 

@@ -48,6 +48,9 @@ void add_invocation(CLI::App &command, Invocation &invocation);
 // Puts the arguments in the file of --from behind the words. Throws what is wrong with it as a wrong usage.
 void take_words_from_file(Invocation &invocation);
 
+// Tells of a command, topic, class or method; of the whole when the subject is empty.
+int help(const CLI::App &app, const std::string &subject, bool json = false);
+
 // Lists the checks of `hostadm check`, for `hostadm help checks`.
 int help_checks();
 

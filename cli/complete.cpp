@@ -15,11 +15,13 @@
 #include <unistd.h>
 
 #include "base/descriptor.hpp"
+#include "base/translation.hpp"
 #include "cli/commands.hpp"
 #include "cli/completion_values.hpp"
 #include "cli/options.hpp"
 #include "cli/output.hpp"
 #include "cli/shell_words.hpp"
+#include "cli/topics.hpp"
 
 namespace hostadm::cli {
 
@@ -108,7 +110,8 @@ void offer_subjects(Offers &offers, const CLI::App &app) {
     offer_commands(offers, app);
     offer_classes(offers);
     offer_methods(offers);
-    offers.add("checks", "what hostadm check looks at");
+    for (const Topic &topic : topics())
+        offers.add(topic.name, base::tr(topic.title));
 }
 
 void offer_clients(Offers &offers) {
@@ -121,6 +124,8 @@ void offer_for(Offers &offers, const CLI::App &app, const CLI::App &command, con
         {{"list", "class"}, [&] { offer_classes(offers); }},
         {{"help", "method"}, [&] { offer_subjects(offers, app); }},
         {{"run", "--host"}, [&] { offer_column(offers, "database/list_hosts", "hostname"); }},
+        {{"run", "--from"}, [&] { offer_files(offers); }},
+        {{"preview", "--from"}, [&] { offer_files(offers); }},
         {{"preview", "--then"}, [&] { offer_commands(offers, app); }},
         {{"check", "clients"}, [&] { offer_clients(offers); }},
         {{"rehearse", "client"}, [&] { offer_clients(offers); }},

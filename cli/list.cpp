@@ -3,8 +3,12 @@
 #include <algorithm>
 
 #include "base/columns.hpp"
+#include "base/nearest.hpp"
+#include "base/translation.hpp"
 #include "cli/commands.hpp"
+#include "cli/options.hpp"
 #include "cli/output.hpp"
+#include "cli/topics.hpp"
 
 namespace hostadm::cli {
 
@@ -47,53 +51,71 @@ void print_list(const std::vector<std::string> &methods, bool json) {
     print(table.text(base::columns_of_reader()));
 }
 
+std::vector<std::string> classes() {
+    std::vector<std::string> all;
+    for (const std::string &method : framework::list_methods())
+        if (const std::string one = method.substr(0, method.find('/')); all.empty() || all.back() != one)
+            all.push_back(one);
+    return all;
+}
+
+int refuse_class(const std::string &wanted) {
+    std::string all;
+    for (const std::string &one : classes())
+        all += (all.empty() ? "" : ", ") + one;
+    const std::string meant = base::nearest(classes(), wanted);
+    print_error(wanted,
+                !meant.empty() ? base::tr("there is no such class; did you mean {1}?", meant)
+                : all.empty()  ? base::tr("there is no such class")
+                               : base::tr("there is no such class; there are {1}", all),
+                framework::invalid_argument);
+    return usage;
+}
+
 int list(const std::string &wanted, bool json) {
     std::vector<std::string> methods;
-    std::string classes;
-    for (const std::string &method : framework::list_methods()) {
-        const std::string method_class = method.substr(0, method.find('/'));
-        if (wanted.empty() || wanted == method_class)
+    for (const std::string &method : framework::list_methods())
+        if (wanted.empty() || wanted == method.substr(0, method.find('/')))
             methods.push_back(method);
-        if (!classes.ends_with(method_class))
-            classes += (classes.empty() ? "" : ", ") + method_class;
-    }
-    if (!wanted.empty() && methods.empty()) {
-        print_error(wanted, "there is no such class" + (classes.empty() ? "" : "; there are " + classes),
-                    framework::invalid_argument);
-        return usage;
-    }
+    if (!wanted.empty() && methods.empty())
+        return refuse_class(wanted);
     print_list(methods, json);
     for (const std::string &path : framework::hidden_methods())
         print_error(path, "note: it is not used, since hostadm has a method of that name; call it otherwise");
     return done;
 }
 
-bool is_class(const std::string &word) {
-    const auto methods = framework::list_methods();
-    return std::any_of(methods.begin(), methods.end(),
-                       [&](const std::string &method) { return method.starts_with(word + "/"); });
+std::string list_of_topics() {
+    std::string text = "\n" + std::string(base::tr("Topics (hostadm help TOPIC):")) + "\n";
+    for (const Topic &topic : topics())
+        text +=
+            base::with_hanging_text("  " + std::string(topic.name) + std::string(13 - topic.name.size(), ' '),
+                                    base::tr(topic.title), base::columns_of_reader()) +
+            "\n";
+    return text;
 }
 
-int help(CLI::App &app, const std::string &subject, bool json) {
-    if (subject.empty() && json)
-        return list("", json);
-    if (subject.empty()) {
-        // app.help() would be that of the subcommand given, which is this one.
-        print(app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal));
-        return done;
-    }
-    if (subject == "checks" && !json)
-        return help_checks();
-    for (const CLI::App *command :
-         app.get_subcommands([&](const CLI::App *one) { return !json && one->check_name(subject); })) {
-        print(command->help(app.get_name()));
-        return done;
-    }
+// Of what is no method, the one that was meant.
+std::string nearest_subject(const CLI::App &app, const std::string &subject) {
+    std::vector<std::string> names;
+    for (const CLI::App *command : commands_of(app))
+        names.push_back(command->get_name());
+    for (const Topic &topic : topics())
+        names.emplace_back(topic.name);
+    for (const std::string &one : classes())
+        names.push_back(one);
+    return base::nearest(names, subject);
+}
+
+int help_method(const std::string &subject, const std::string &meant, bool json) {
     const auto found = framework::find_method("", subject);
-    if (std::holds_alternative<framework::Unknown>(found) && is_class(subject))
-        return list(subject, json);
     if (const auto *unknown = std::get_if<framework::Unknown>(&found)) {
-        print_error(subject, unknown->reason, framework::invalid_argument);
+        print_error(
+            subject,
+            meant.empty()
+                ? unknown->reason
+                : base::tr("there is no such command, topic, class or method; did you mean {1}?", meant),
+            framework::invalid_argument);
         return usage;
     }
     const auto described = framework::describe(std::get<std::string>(found));
@@ -110,6 +132,34 @@ int help(CLI::App &app, const std::string &subject, bool json) {
 
 } // namespace
 
+int help(const CLI::App &app, const std::string &subject, bool json) {
+    if (subject.empty() && json)
+        return list("", json);
+    if (subject.empty()) {
+        // app.help() would be that of the subcommand given, which is this one.
+        print(app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal));
+        print(list_of_topics());
+        return done;
+    }
+    for (const CLI::App *command :
+         app.get_subcommands([&](const CLI::App *one) { return !json && one->check_name(subject); })) {
+        print(command->help(app.get_name()));
+        return done;
+    }
+    if (const Topic *topic = json ? nullptr : find_topic(subject)) {
+        print(text_of(*topic, base::columns_of_reader()));
+        if (subject != "checks")
+            return done;
+        print("\n");
+        return help_checks();
+    }
+    const std::vector<std::string> all = classes();
+    if (std::find(all.begin(), all.end(), subject) != all.end() &&
+        std::holds_alternative<framework::Unknown>(framework::find_method("", subject)))
+        return list(subject, json);
+    return help_method(subject, subject.find('/') == subject.npos ? nearest_subject(app, subject) : "", json);
+}
+
 void add_list(CLI::App &app, Work &chosen) {
     static std::string method_class;
     static bool json;
@@ -122,9 +172,9 @@ void add_list(CLI::App &app, Work &chosen) {
 void add_help(CLI::App &app, Work &chosen) {
     static std::string subject;
     static bool json;
-    CLI::App *command = app.add_subcommand("help", "say what a method does and what it takes");
-    command->add_option("method", subject, "a method, the methods of a class, a subcommand, or \"checks\"")
-        ->option_text("CLASS/METHOD");
+    CLI::App *command =
+        app.add_subcommand("help", "say what a method does and takes, or what is to know of a topic");
+    command->add_option("method", subject, "a method, a class, a command or a topic")->option_text("SUBJECT");
     command->add_flag("--json", json, "print what a method, or each of a class, says of itself as JSON");
     command->callback([&] { chosen = [&app] { return help(app, subject, json); }; });
 }

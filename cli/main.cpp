@@ -1,13 +1,19 @@
 // SPDX-License-Identifier: MIT
 // hostadm: runs methods, previews them, shows the server's state.
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
+#include <memory>
+#include <string>
 #include <unistd.h>
+#include <vector>
 
 #include "base/nearest.hpp"
 #include "base/translation.hpp"
 #include "cli/commands.hpp"
+#include "cli/narrow_help.hpp"
+#include "cli/options.hpp"
 #include "cli/output.hpp"
 
 namespace {
@@ -32,18 +38,44 @@ std::string nearest_command(const CLI::App &app, const std::string &word) {
     return word.starts_with('-') ? "" : hostadm::base::nearest(names, word);
 }
 
-int refuse(const CLI::App &app, const std::string &first_word, const std::string &what) {
+// The option that was meant by the first of the words that the command does not know.
+std::string nearest_option(const CLI::App &command, const std::vector<std::string> &words) {
+    std::vector<std::string> names{"--help"};
+    for (const CLI::Option *option : options_of(command))
+        names.push_back(long_name(*option));
+    for (const std::string &word : words) {
+        const std::string name = word.substr(0, word.find('='));
+        if (name.starts_with("--") && std::find(names.begin(), names.end(), name) == names.end())
+            return hostadm::base::nearest(names, name);
+    }
+    return "";
+}
+
+int refuse(const CLI::App &app, const std::vector<std::string> &words, const std::string &what) {
     const auto commands = app.get_subcommands();
-    const std::string meant = commands.empty() ? nearest_command(app, first_word) : "";
+    const std::string first_word = words.empty() ? "" : words.front();
+    const std::string meant =
+        commands.empty() ? nearest_command(app, first_word) : nearest_option(*commands.front(), words);
     if (commands.empty() &&
         std::holds_alternative<std::string>(hostadm::framework::find_method("", first_word)))
         print_error("", first_word + " is a method; `hostadm run " + first_word + " NAME=VALUE...` runs it");
-    else if (!meant.empty())
+    else if (commands.empty() && !meant.empty())
         print_error("", "there is no command " + printable(first_word) + "; did you mean " + meant + "?");
+    else if (!meant.empty())
+        print_error("", what + "; did you mean " + meant + "?");
     else
         print_error("", what + "; `hostadm " + (commands.empty() ? "" : commands.front()->get_name() + " ") +
                             "--help` shows how it is used");
     return usage;
+}
+
+// Who asks a command that runs a method for help, and names the method, wants that of the method.
+int help_asked(const CLI::App &app, const CLI::Success &asked) {
+    const auto commands = app.get_subcommands();
+    const CLI::Option *method = commands.empty() ? nullptr : commands.front()->get_option_no_throw("method");
+    if (method != nullptr && commands.front()->get_name() != "help" && !method->results().empty())
+        return help(app, method->results().front());
+    return commands.empty() ? help(app, "") : app.exit(asked);
 }
 
 // A file that this program opens must not become its standard output by accident. What is printed where there
@@ -60,6 +92,7 @@ void open_standard_descriptors() {
 int hostadm_main(int argc, char **argv) {
     CLI::App app("Keeps the network-boot side of a server in order.", "hostadm");
     app.set_version_flag("--version", "hostadm " HOSTADM_VERSION);
+    app.formatter(std::make_shared<NarrowHelp>());
     app.require_subcommand(0, 1);
     app.set_help_flag("-h,--help", "print this help");
     Work chosen;
@@ -70,15 +103,15 @@ int hostadm_main(int argc, char **argv) {
                "`hostadm COMMAND --help` says more about a command.");
     try {
         app.parse(argc, argv);
+    } catch (const CLI::CallForHelp &asked) {
+        return flushed(help_asked(app, asked));
     } catch (const CLI::Success &asked) {
         return flushed(app.exit(asked));
     } catch (const CLI::ParseError &wrong) {
-        return refuse(app, argc > 1 ? argv[1] : "", wrong.what());
+        return refuse(app, std::vector<std::string>(argv + std::min(argc, 1), argv + argc), wrong.what());
     }
-    if (!chosen) {
-        print(app.help());
-        return flushed(done);
-    }
+    if (!chosen)
+        return flushed(help(app, ""));
     const int status = chosen();
     // Who runs a method once more because its results were lost must know that it was done.
     return status == done && app.got_subcommand("run")

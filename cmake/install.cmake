@@ -29,7 +29,7 @@ endforeach()
 
 hostadm_find_libraries_from(${CMAKE_INSTALL_FULL_LIBEXECDIR}/hostadm hostadm_rehearse hostadm_watch)
 
-install(FILES ${PROJECT_SOURCE_DIR}/docs/methods-in-shell.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 # ---- headers, libraries, package files ----
 

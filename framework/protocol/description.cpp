@@ -202,6 +202,11 @@ std::string instead_of(const Description &description, const std::string &wanted
     return names.empty() ? "; it takes none" : "; it takes " + all;
 }
 
+std::string meant_choice(const Argument &argument, const std::string &wanted) {
+    const std::string meant = argument.kind == Kind::choice ? base::nearest(argument.choices, wanted) : "";
+    return meant.empty() ? "" : "; did you mean " + meant + "?";
+}
+
 // All arguments that are required and not given. There is at least one.
 std::string missing_text(const Description &description, const Request &request) {
     std::vector<const Argument *> missing;
@@ -302,7 +307,7 @@ std::optional<std::string> check(const Description &description, Request &reques
         }
         if (!is_accepted(argument, given->second))
             return "the argument " + argument.name + " cannot be " + shown(given->second) + "; it must be " +
-                   accepted(argument);
+                   accepted(argument) + meant_choice(argument, given->second);
         given->second = one_spelling(argument.kind, given->second);
     }
     return std::nullopt;

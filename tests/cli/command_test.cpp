@@ -474,6 +474,70 @@ TEST(HelpCommand, IsThereForEveryCommand) {
     expect(hostadm("--version"), 0, "hostadm 1.0.0\n", "");
 }
 
+TEST(HelpCommand, TellsOfATopic) {
+    const std::string whole = hostadm("help").out;
+    for (const char *topic : {"clients", "services", "booting", "checks", "exit-status"}) {
+        const Seen seen = hostadm(std::string("help ") + topic);
+        EXPECT_THAT(seen.out, StartsWith(std::string(topic) + ": ")) << topic;
+        EXPECT_THAT(whole, HasSubstr(std::string("\n  ") + topic + " ")) << "the list of topics";
+        EXPECT_THAT(hostadm("complete zsh hostadm help " + std::string(topic)).out, HasSubstr(topic));
+    }
+    EXPECT_EQ(hostadm("help clients").status, 0);
+}
+
+TEST(HelpCommand, NamesOnlyMethodsThatThereAre) {
+    const std::string methods = shell(BUILD_ROOT "/bin/hostadm list").out;
+    static const std::regex method("[a-z]+/[a-z_]+");
+    for (const char *topic : {"clients", "services", "booting", "checks", "exit-status"}) {
+        const std::string text = hostadm(std::string("help ") + topic).out;
+        for (std::sregex_token_iterator word(text.begin(), text.end(), method), end; word != end; ++word)
+            if (word->str().find("etc") == std::string::npos)
+                EXPECT_THAT(methods, HasSubstr("\n" + word->str() + " ")) << topic;
+    }
+}
+
+TEST(HelpCommand, SaysWhatWasMeant) {
+    expect_refused(
+        "help cleints",
+        "cleints: there is no such command, topic, class or method; did you mean clients? (error 102)");
+    expect_refused(
+        "help bootng",
+        "bootng: there is no such command, topic, class or method; did you mean booting? (error 102)");
+    expect_refused(
+        "help prevew",
+        "prevew: there is no such command, topic, class or method; did you mean preview? (error 102)");
+    expect_refused("list tset", "tset: there is no such class; did you mean test? (error 102)");
+    EXPECT_THAT(hostadm("run --jsn test/echo").err, EndsWith("; did you mean --json?\n"));
+    EXPECT_THAT(hostadm("run test/kinds choice=gren").err,
+                EndsWith("it must be red, green or blue; did you mean green? (error 102)\n"));
+}
+
+TEST(HelpCommand, OfAMethodIsShownWhereItIsToRun) {
+    for (const char *words : {"run test/echo --help", "preview --help test/echo", "run test/echo text=x -h"})
+        EXPECT_EQ(hostadm(words).out, hostadm("help test/echo").out) << words;
+}
+
+// Every text that `hostadm help` and --help show in the real installation.
+TEST(HelpCommand, FitsATerminalOf80Columns) {
+    const auto narrow = [](const std::string &words) {
+        const Seen seen =
+            shell(std::string("LC_ALL=C.UTF-8 COLUMNS=80 " BUILD_ROOT "/bin/hostadm ").append(words));
+        EXPECT_EQ(seen.status, 0) << words << seen.err;
+        EXPECT_NE(seen.out, "") << words;
+        std::istringstream lines(seen.out);
+        for (std::string line; std::getline(lines, line);)
+            EXPECT_LE(line.size(), 80u) << words << ": " << line;
+    };
+    for (const char *words :
+         {"help", "list", "help clients", "help services", "help booting", "help checks", "help exit-status"})
+        narrow(words);
+    for (const char *command :
+         {"list", "help", "run", "preview", "status", "check", "rehearse", "watch", "arg"})
+        narrow(std::string(command) + " --help");
+    for (const Json &method : Json::parse(shell(BUILD_ROOT "/bin/hostadm list --json").out))
+        narrow("help " + method["method"].get<std::string>());
+}
+
 TEST(ArgCommand, IsRefusedOutsideAMethod) {
     for (const char *words :
          {"arg get a", "arg set a b", "arg row a=b", "arg error 1 text", "arg undone text"})
@@ -575,6 +639,24 @@ TEST(Descriptions, MakeManualPagesThatRender) {
     const Seen shown = shell("LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -l " + share + "/man/man1/hostadm.1");
     EXPECT_EQ(shown.err, "");
     EXPECT_THAT(shown.out, HasSubstr("hostadm - keep the network-boot side of a server in order"));
+}
+
+// The words of an example are what the method takes.
+TEST(Descriptions, MakeExamplesThatAreAccepted) {
+    for (const Json &entry : Json::parse(shell(BUILD_ROOT "/bin/hostadm list --json").out)) {
+        const std::string method = entry["method"];
+        std::string page = method;
+        page[page.find('/')] = '-';
+        const std::string shown =
+            shell("LC_ALL=C MANWIDTH=80 man -l " BUILD_ROOT "/share/man/man8/hostadm-" + page +
+                  ".8 | col -b | sed -n '/^EXAMPLES/,/^SEE/p' | sed ':a;/\\\\$/{N;s/\\\\\\n *//;ba}'")
+                .out;
+        EXPECT_THAT(shown, HasSubstr("hostadm run " + method)) << method;
+        const std::string help = shell(BUILD_ROOT "/bin/hostadm help " + method).out;
+        static const std::regex word("([a-z_]+)=");
+        for (std::sregex_iterator one(shown.begin(), shown.end(), word), end; one != end; ++one)
+            EXPECT_THAT(help, HasSubstr((*one)[1].str() + "=")) << method;
+    }
 }
 
 TEST(Descriptions, MakePagesAgainBesideThoseOfOthers) {
