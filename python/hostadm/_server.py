@@ -5,6 +5,7 @@ from __future__ import annotations
 import base64
 import json
 import keyword
+import re
 import threading
 from collections.abc import Iterable, Iterator, Mapping
 from typing import TYPE_CHECKING, Any, Protocol, cast
@@ -104,7 +105,8 @@ def _plain_or_bytes(text: str) -> str | dict[str, str]:
 
 def _without_frame(said: str, method: str) -> str:
     """What the command said of a method, without what it says of everything."""
-    return said.removeprefix(f"hostadm: {method}: ").removesuffix(f" (error {INVALID_ARGUMENT})")
+    # The word before the code is that of the reader's language.
+    return re.sub(rf" \([^()]* {INVALID_ARGUMENT}\)$", "", said.removeprefix(f"hostadm: {method}: "))
 
 
 _USAGE = 2  # the command's exit status when it was asked for what there is not
