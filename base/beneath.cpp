@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "base/extended_attributes.hpp"
+#include "base/translation.hpp"
 
 namespace hostadm::base {
 
@@ -38,9 +39,9 @@ DirectoryStream entries_of(Descriptor directory) {
 std::string in_words(int error) {
     switch (error) {
     case ELOOP:
-        return "a symbolic link stands there or leads there";
+        return base::tr("a symbolic link stands there or leads there");
     case EXDEV:
-        return "it leads out of the directory, or something is mounted there";
+        return base::tr("it leads out of the directory, or something is mounted there");
     default:
         return std::strerror(error);
     }
@@ -49,18 +50,18 @@ std::string in_words(int error) {
 std::string kind_of(mode_t mode) {
     switch (mode & S_IFMT) {
     case S_IFLNK:
-        return "a symbolic link";
+        return base::tr("a symbolic link");
     case S_IFDIR:
-        return "a directory";
+        return tr("a directory");
     case S_IFIFO:
-        return "a fifo";
+        return tr("a fifo");
     case S_IFSOCK:
-        return "a socket";
+        return tr("a socket");
     case S_IFBLK:
     case S_IFCHR:
-        return "a device";
+        return tr("a device");
     default:
-        return "no regular file";
+        return base::tr("no regular file");
     }
 }
 
@@ -226,7 +227,8 @@ Beneath::Beneath(const std::string &directory, Links links)
         path_.pop_back();
     if (!directory_.is_open()) {
         const int error = errno;
-        throw BeneathError("cannot open the directory " + directory + ": " + std::strerror(error), error);
+        throw BeneathError(base::tr("cannot open the directory {1}: {2}", directory, std::strerror(error)),
+                           error);
     }
 }
 
@@ -240,8 +242,8 @@ std::string Beneath::path_of(std::string_view below) const {
     return below.empty() || below == "." ? path_ : (path_ == "/" ? "" : path_) + "/" + std::string(below);
 }
 
-void Beneath::fail(const std::string &what, std::string_view below, int error) const {
-    throw BeneathError("cannot " + what + " " + path_of(below) + ": " + in_words(error), error);
+void Beneath::fail(const char *what, std::string_view below, int error) const {
+    throw BeneathError(tr(what, path_of(below)) + ": " + in_words(error), error);
 }
 
 // Not open if it fails; throws for nothing but a path that is none.
@@ -274,12 +276,12 @@ Beneath::Place Beneath::place_of(std::string_view below, const char *what) const
 }
 
 std::optional<struct stat> Beneath::status(std::string_view below) const {
-    const Descriptor entry = open(below, O_PATH, "look at");
+    const Descriptor entry = open(below, O_PATH, base::translatable("cannot look at {1}"));
     struct stat status {};
     if (entry.is_open() && fstat(entry.get(), &status) == 0)
         return status;
     if (errno != ENOENT && errno != ENOTDIR)
-        fail("look at", below, errno);
+        fail(base::translatable("cannot look at {1}"), below, errno);
     return std::nullopt;
 }
 
@@ -295,16 +297,20 @@ bool Beneath::is_file(std::string_view below) const {
 
 // Looked at before it is opened: to open a device alone may do something.
 Descriptor Beneath::open_file(std::string_view below, int access) const {
-    const char *const what = access == O_RDONLY ? "read" : "write";
+    const char *const what =
+        access == O_RDONLY ? base::translatable("cannot read {1}") : base::translatable("cannot write {1}");
     const Descriptor place = open(below, O_PATH, what);
     struct stat status {};
     if (!place.is_open() || fstat(place.get(), &status) != 0)
         fail(what, below, errno);
     if (!S_ISREG(status.st_mode))
-        throw BeneathError(std::string("cannot ") + what + " " + path_of(below) + ": it is " +
-                               kind_of(status.st_mode) + ", and only a regular file is " +
-                               (access == O_RDONLY ? "read" : "written") + " there",
-                           EINVAL);
+        throw BeneathError(
+            access == O_RDONLY
+                ? base::tr("cannot read {1}: it is {2}, and only a regular file is read there",
+                           path_of(below), kind_of(status.st_mode))
+                : base::tr("cannot write {1}: it is {2}, and only a regular file is written there",
+                           path_of(below), kind_of(status.st_mode)),
+            EINVAL);
     Descriptor file(::open(own_path(place.get()).c_str(), access | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!file.is_open())
         fail(what, below, errno);
@@ -320,37 +326,39 @@ std::string Beneath::read(std::string_view below, std::size_t limit) const {
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0)
-            fail("read", below, errno);
+            fail(base::translatable("cannot read {1}"), below, errno);
         if (got == 0)
             return text;
         text.append(piece, static_cast<std::size_t>(got));
         if (text.size() > limit)
-            throw BeneathError("cannot read " + path_of(below) + ": it is larger than " +
-                                   std::to_string(limit) + " bytes, which such a file never is",
-                               EFBIG);
+            throw BeneathError(
+                base::tr("cannot read {1}: it is larger than {2} bytes, which such a file never is",
+                         path_of(below), limit),
+                EFBIG);
     }
 }
 
 std::string Beneath::link_target(std::string_view below) const {
-    const Descriptor link = open(below, O_PATH, "read the link");
+    const Descriptor link = open(below, O_PATH, base::translatable("cannot read the link {1}"));
     std::string target(PATH_MAX, '\0');
     const ssize_t size = link.is_open() ? readlinkat(link.get(), "", target.data(), target.size()) : -1;
     if (size < 0)
-        fail("read the link", below, errno);
+        fail(base::translatable("cannot read the link {1}"), below, errno);
     target.resize(static_cast<std::size_t>(size));
     return target;
 }
 
 std::vector<std::string> Beneath::names(std::string_view below) const {
-    const DirectoryStream entries = entries_of(open(below, O_RDONLY | O_DIRECTORY, "list"));
+    const DirectoryStream entries =
+        entries_of(open(below, O_RDONLY | O_DIRECTORY, base::translatable("cannot list {1}")));
     if (!entries)
-        fail("list", below, errno);
+        fail(base::translatable("cannot list {1}"), below, errno);
     std::vector<std::string> names;
     for (;;) {
         errno = 0;
         const dirent *entry = readdir(entries.get());
         if (entry == nullptr && errno != 0)
-            fail("list", below, errno);
+            fail(base::translatable("cannot list {1}"), below, errno);
         if (entry == nullptr)
             break;
         if (!is_dot_name(entry->d_name))
@@ -362,9 +370,10 @@ std::vector<std::string> Beneath::names(std::string_view below) const {
 
 Beneath Beneath::directory(std::string_view below) const {
     // With links inside, those of the directory below are still meant within this one; so it takes none.
-    Descriptor found = open(below, O_RDONLY | O_DIRECTORY, "open the directory");
+    Descriptor found =
+        open(below, O_RDONLY | O_DIRECTORY, base::translatable("cannot open the directory {1}"));
     if (!found.is_open())
-        fail("open the directory", below, errno);
+        fail(base::translatable("cannot open the directory {1}"), below, errno);
     return {std::move(found), path_of(below), Links::refused};
 }
 
@@ -377,9 +386,10 @@ void Beneath::write(std::string_view below, std::string_view text, Attributes at
 void Beneath::rewrite(std::string_view below, std::string_view text) const {
     const auto before = status(below);
     if (!before || !S_ISREG(before->st_mode))
-        throw BeneathError("cannot write " + path_of(below) + ": " +
-                               (before ? "it is " + kind_of(before->st_mode) : in_words(ENOENT)),
-                           before ? EINVAL : ENOENT);
+        throw BeneathError(
+            before ? base::tr("cannot write {1}: it is {2}", path_of(below), kind_of(before->st_mode))
+                   : base::tr("cannot write {1}: {2}", path_of(below), in_words(ENOENT)),
+            before ? EINVAL : ENOENT);
     const Descriptor old = open_file(below);
     NewFile file(*this, below);
     file.write(text);
@@ -387,7 +397,7 @@ void Beneath::rewrite(std::string_view below, std::string_view text) const {
 }
 
 bool Beneath::make_directory(std::string_view below, Attributes attributes) const {
-    constexpr const char *what = "make the directory";
+    constexpr const char *what = base::translatable("cannot make the directory {1}");
     const Place place = place_of(below, what);
     if (!place.parent.is_open())
         fail(what, below, errno);
@@ -446,12 +456,12 @@ void Beneath::put_in_place(std::string_view below, const char *what,
 }
 
 void Beneath::make_link(const std::string &target, std::string_view below) const {
-    put_in_place(below, "make the link",
+    put_in_place(below, base::translatable("cannot make the link {1}"),
                  [&](int parent, const char *name) { return symlinkat(target.c_str(), parent, name); });
 }
 
 void Beneath::make_node(std::string_view below, Attributes attributes, dev_t device) const {
-    constexpr const char *what = "make the device node";
+    constexpr const char *what = base::translatable("cannot make the device node {1}");
     put_in_place(below, what, [&](int parent, const char *name) {
         if (mknodat(parent, name, attributes.mode & S_IFMT, device) != 0)
             return -1;
@@ -469,7 +479,7 @@ void Beneath::make_node(std::string_view below, Attributes attributes, dev_t dev
 }
 
 void Beneath::set_attributes(std::string_view below, Attributes attributes) const {
-    constexpr const char *what = "set the owner and mode of";
+    constexpr const char *what = base::translatable("cannot set the owner and mode of {1}");
     const Descriptor entry = open(below, O_PATH, what);
     struct stat status {};
     if (!entry.is_open() || fstat(entry.get(), &status) != 0)
@@ -481,29 +491,29 @@ void Beneath::set_attributes(std::string_view below, Attributes attributes) cons
 }
 
 void Beneath::rename(std::string_view from, std::string_view to, unsigned flags) const {
-    const Place source = place_of(from, "rename");
+    const Place source = place_of(from, base::translatable("cannot rename {1}"));
     if (!source.parent.is_open())
-        fail("rename", from, errno);
-    const Place target = place_of(to, "rename to");
+        fail(base::translatable("cannot rename {1}"), from, errno);
+    const Place target = place_of(to, base::translatable("cannot rename something to {1}"));
     if (!target.parent.is_open() || renameat2(source.parent.get(), source.name.c_str(), target.parent.get(),
                                               target.name.c_str(), flags) != 0)
-        throw BeneathError("cannot rename " + path_of(from) + " to " + path_of(to) + ": " + in_words(errno),
-                           errno);
+        throw BeneathError(
+            base::tr("cannot rename {1} to {2}: {3}", path_of(from), path_of(to), in_words(errno)), errno);
 }
 
 bool Beneath::remove(std::string_view below) const {
-    const Place place = place_of(below, "remove");
+    const Place place = place_of(below, base::translatable("cannot remove {1}"));
     if (place.parent.is_open() && unlinkat(place.parent.get(), place.name.c_str(), 0) == 0)
         return true;
     if (errno == EISDIR && unlinkat(place.parent.get(), place.name.c_str(), AT_REMOVEDIR) == 0)
         return true;
     if (errno != ENOENT && errno != ENOTDIR)
-        fail("remove", below, errno);
+        fail(base::translatable("cannot remove {1}"), below, errno);
     return false;
 }
 
 bool Beneath::remove_tree(std::string_view below) const {
-    constexpr const char *what = "remove";
+    constexpr const char *what = base::translatable("cannot remove {1}");
     const Place place = place_of(below, what);
     int error = 0;
     for (int i = 0; i < tries; ++i) {
@@ -530,18 +540,19 @@ bool Beneath::remove_tree(std::string_view below) const {
 void Beneath::remove_contents() const {
     Removal removal(directory_.get());
     if (const int error = removal.contents(); error != 0)
-        fail("remove", removal.where(), error);
+        fail(base::translatable("cannot remove {1}"), removal.where(), error);
 }
 
 void Beneath::flush() const {
     if (syncfs(directory_.get()) != 0)
-        fail("flush", ".", errno);
+        fail(base::translatable("cannot flush {1}"), ".", errno);
 }
 
 NewFile::NewFile(const Beneath &directory, std::string_view below)
-    : directory_(directory), below_(below), place_(directory.place_of(below, "write")) {
+    : directory_(directory), below_(below),
+      place_(directory.place_of(below, base::translatable("cannot write {1}"))) {
     if (!place_.parent.is_open())
-        directory_.fail("write", below_, errno);
+        directory_.fail(base::translatable("cannot write {1}"), below_, errno);
     const int parent = place_.parent.get();
     aside_ = aside_of(place_.name);
     file_ = make_locked(parent, aside_.c_str());
@@ -554,7 +565,7 @@ NewFile::NewFile(const Beneath &directory, std::string_view below)
         file_ = make_locked(parent, aside_.c_str());
     }
     if (!file_.is_open())
-        directory_.fail("write", below_, errno);
+        directory_.fail(base::translatable("cannot write {1}"), below_, errno);
     is_aside_ = true;
 }
 
@@ -565,7 +576,7 @@ NewFile::~NewFile() {
 
 void NewFile::write(std::string_view text) {
     if (!write_all(file_.get(), text))
-        directory_.fail("write", below_, errno);
+        directory_.fail(base::translatable("cannot write {1}"), below_, errno);
 }
 
 void NewFile::take_place(Attributes attributes, bool flushed, int like) {
@@ -574,13 +585,13 @@ void NewFile::take_place(Attributes attributes, bool flushed, int like) {
     if (error == 0 && like >= 0)
         error = copy_extended_attributes(like, file_.get());
     if (error != 0)
-        directory_.fail("write", below_, error);
+        directory_.fail(base::translatable("cannot write {1}"), below_, error);
     if ((flushed && fsync(file_.get()) != 0) ||
         renameat(place_.parent.get(), aside_.c_str(), place_.parent.get(), place_.name.c_str()) != 0)
-        directory_.fail("write", below_, errno);
+        directory_.fail(base::translatable("cannot write {1}"), below_, errno);
     is_aside_ = false;
     if (flushed && fsync(place_.parent.get()) != 0)
-        directory_.fail("write", below_, errno);
+        directory_.fail(base::translatable("cannot write {1}"), below_, errno);
 }
 
 } // namespace hostadm::base

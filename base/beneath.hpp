@@ -97,7 +97,7 @@ private:
         std::string name;
     };
 
-    [[noreturn]] void fail(const std::string &what, std::string_view below, int error) const;
+    [[noreturn]] void fail(const char *what, std::string_view below, int error) const;
     Descriptor open(std::string_view below, std::uint64_t flags, const char *what) const;
     Place place_of(std::string_view below, const char *what) const;
     void put_in_place(std::string_view below, const char *what,

@@ -40,6 +40,10 @@ std::size_t width(std::string_view text) {
     return columns;
 }
 
+std::string padded(std::string_view text, std::size_t columns) {
+    return std::string(text) + std::string(columns - std::min(columns, width(text)), ' ');
+}
+
 std::size_t columns_of_reader() {
     std::size_t columns = 0;
     if (const char *said = std::getenv("COLUMNS"); said != nullptr) {

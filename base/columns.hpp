@@ -11,6 +11,9 @@ namespace hostadm::base {
 // How many columns of a terminal a text takes.
 std::size_t width(std::string_view text);
 
+// The text with blanks behind it, so that it takes these columns at least.
+std::string padded(std::string_view text, std::size_t columns);
+
 // How many columns a reader's lines have: as COLUMNS says, or the terminal, or else 80.
 std::size_t columns_of_reader();
 

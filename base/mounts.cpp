@@ -11,6 +11,7 @@
 #include <system_error>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 
 namespace hostadm::base {
 
@@ -45,7 +46,8 @@ private:
     Library() : handle_(dlopen("libmount.so.1", RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE)) {
         if (handle_ == nullptr)
             fail(ELIBACC,
-                 "libmount.so.1, which reads the table of mounts, cannot be loaded (package libmount1)");
+                 base::tr(
+                     "libmount.so.1, which reads the table of mounts, cannot be loaded (package libmount1)"));
         find(new_table_from_file, "mnt_new_table_from_file");
         find(unref_table, "mnt_unref_table");
         find(new_iter, "mnt_new_iter");
@@ -63,7 +65,7 @@ private:
     template <typename Function> void find(Function &function, const char *name) {
         function = reinterpret_cast<Function>(dlsym(handle_, name));
         if (function == nullptr)
-            fail(ELIBBAD, std::string("libmount.so.1 has no ") + name);
+            fail(ELIBBAD, base::tr("libmount.so.1 has no {1}", name));
     }
 
     void *handle_;
@@ -85,7 +87,7 @@ std::vector<Mount> all_mounts(const std::string &table) {
     const std::unique_ptr<libmnt_iter, decltype(&mnt_free_iter)> place(library.new_iter(MNT_ITER_FORWARD),
                                                                        library.free_iter);
     if (read == nullptr || place == nullptr)
-        fail(errno != 0 ? errno : EINVAL, "the table of mounts, " + table + ", cannot be read");
+        fail(errno != 0 ? errno : EINVAL, base::tr("the table of mounts, {1}, cannot be read", table));
     std::vector<Mount> mounts;
     libmnt_fs *mount = nullptr;
     while (library.table_next_fs(read.get(), place.get(), &mount) == 0)

@@ -23,6 +23,7 @@
 
 #include "base/descriptor.hpp"
 #include "base/environment.hpp"
+#include "base/translation.hpp"
 
 namespace hostadm::base {
 
@@ -384,13 +385,12 @@ SignalsPassedOn::~SignalsPassedOn() {
 
 std::string in_words(const Ending &ending) {
     if (ending.start_error != 0)
-        return std::string("could not be started: ") + std::strerror(ending.start_error);
+        return base::tr("could not be started: {1}", std::strerror(ending.start_error));
     if (ending.timed_out)
-        return "did not end in time and was killed";
+        return base::tr("did not end in time and was killed");
     if (ending.signal != 0)
-        return "was killed by signal " + std::to_string(ending.signal) + " (" + strsignal(ending.signal) +
-               ")";
-    return "ended with exit status " + std::to_string(ending.exit_status);
+        return base::tr("was killed by signal {1} ({2})", ending.signal, strsignal(ending.signal));
+    return base::tr("ended with exit status {1}", ending.exit_status);
 }
 
 } // namespace hostadm::base

@@ -5,6 +5,7 @@
 #include <charconv>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 
 namespace hostadm::base {
 namespace {
@@ -23,9 +24,9 @@ bool is_client(std::string_view word) {
 void append_clients(std::vector<std::string> &clients, std::string_view option, std::string_view list) {
     for (const std::string_view client : split(list, ':')) {
         if (!is_client(client))
-            throw ShareRefused("option " + std::string(option) + "=: \"" + std::string(client) +
-                               "\" is no client: give host names, addresses, .DOMAIN or @NETWORK/BITS, "
-                               "separated by \":\"");
+            throw ShareRefused(base::tr("option {1}=: \"{2}\" is no client: give host names, addresses, "
+                                        ".DOMAIN or @NETWORK/BITS, separated by \":\"",
+                                        option, client));
         clients.emplace_back(client);
     }
 }
@@ -34,7 +35,7 @@ unsigned parse_anonymous(std::string_view value) {
     unsigned user = 0;
     const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), user);
     if (error != std::errc() || end != value.data() + value.size())
-        throw ShareRefused("option anon: \"" + std::string(value) + "\" is no user number");
+        throw ShareRefused(base::tr("option anon: \"{1}\" is no user number", value));
     return user;
 }
 
@@ -66,11 +67,10 @@ ShareOptions parse_share_options(std::string_view text) {
         else if (name == "anon")
             options.anonymous = parse_anonymous(value);
         else if (word != "sec=sys")
-            throw ShareRefused("unknown option \"" + std::string(word) + "\"; known are " +
-                               std::string(known));
+            throw ShareRefused(base::tr("unknown option \"{1}\"; known are {2}", word, known));
     }
     if (write_all && read_all)
-        throw ShareRefused("options rw and ro exclude each other");
+        throw ShareRefused(base::tr("options rw and ro exclude each other"));
     if (read_all)
         options.everyone = Access::read;
     else if (!write_all && (!options.writers.empty() || !options.readers.empty()))

@@ -12,6 +12,8 @@
 #include <sys/stat.h>
 #include <utility>
 
+#include "base/translation.hpp"
+
 namespace hostadm::base {
 namespace {
 
@@ -73,7 +75,7 @@ ShareRequest parse_share_words(std::vector<std::string> words, const char *lette
             break;
         const bool allowed = letter == 'h' || std::strchr(letters, letter) != nullptr;
         if (letter == '?' || letter == ':' || !allowed)
-            throw ShareUsage("unknown option or missing value; try --help");
+            throw ShareUsage(base::tr("unknown option or missing value; try --help"));
         if (letter == 'F')
             request.type = optarg;
         else if (letter == 'o')
@@ -88,15 +90,15 @@ ShareRequest parse_share_words(std::vector<std::string> words, const char *lette
     for (auto index = static_cast<std::size_t>(optind); index < words.size(); ++index)
         request.operands.emplace_back(arguments[index]);
     if (request.type != "nfs")
-        throw ShareUsage("unknown file system type \"" + request.type + "\"; only nfs can be shared");
+        throw ShareUsage(base::tr("unknown file system type \"{1}\"; only nfs can be shared", request.type));
     return request;
 }
 
 Share wanted_share(const ShareRequest &request, bool files_too) {
     if (request.operands.size() != 1)
-        throw ShareUsage("give one directory; a path or description with blanks must be quoted");
+        throw ShareUsage(base::tr("give one directory; a path or description with blanks must be quoted"));
     if (request.operands[0].empty() || request.operands[0][0] != '/')
-        throw ShareRefused(request.operands[0] + ": not an absolute path");
+        throw ShareRefused(base::tr("{1}: not an absolute path", request.operands[0]));
     const auto path = resolved(request.operands[0]);
     if (!path)
         refuse_with_errno(request.operands[0]);
@@ -104,20 +106,23 @@ Share wanted_share(const ShareRequest &request, bool files_too) {
     if (stat(path->c_str(), &info) != 0)
         refuse_with_errno(*path);
     if (!S_ISDIR(info.st_mode) && !(S_ISREG(info.st_mode) && files_too))
-        throw ShareRefused(*path +
-                           (S_ISREG(info.st_mode)
-                                ? ": the NFS server shares directories only; share the directory of this file"
-                                : ": not a directory"));
+        throw ShareRefused(
+            S_ISREG(info.st_mode)
+                ? base::tr("{1}: the NFS server shares directories only; share the directory of this file",
+                           *path)
+                : base::tr("{1}: not a directory", *path));
     // The list of shares, the tables and the server's file are all split at blanks; complaints at parentheses.
     if (has_blank_or_control(*path, false) || path->find_first_of("\"'();{}#,=\\") != std::string::npos)
-        throw ShareRefused(*path + ": a share cannot have a blank or one of \"'();{}#,=\\ in its path");
+        throw ShareRefused(
+            base::tr("{1}: a share cannot have a blank or one of \"'();{}#,=\\ in its path", *path));
     if (has_blank_or_control(request.description, true))
-        throw ShareRefused("the description contains a control character");
+        throw ShareRefused(base::tr("the description contains a control character"));
     parse_share_options(request.options);
     return {*path, request.options, request.description};
 }
 
 // The kind of the neighbour comes first: whoever reads the complaint looks for that word, which the path may hold.
+// It is a program that looks, so these two are not translated, nor is that something is not shared.
 void check_neighbours(const std::vector<Share> &shares, const std::string &path) {
     for (const Share &other : shares) {
         if (is_below(other.path, path) && same_file_system(other.path, path))
@@ -145,7 +150,7 @@ void put_share(std::vector<Share> &shares, Share share) {
 
 void withdraw_share(std::vector<Share> &shares, const ShareRequest &request) {
     if (request.operands.size() != 1)
-        throw ShareUsage("give one directory");
+        throw ShareUsage(base::tr("give one directory"));
     const std::string &path = request.operands[0];
     if (remove_share(shares, path))
         return;

@@ -71,8 +71,13 @@ const char *plural(unsigned long count, const char *one, const char *many) {
 
 void speak_the_users_language() {
     drop_ways_to_foreign_texts();
+    find_catalogue();
     std::setlocale(LC_CTYPE, "");
     std::setlocale(LC_MESSAGES, "");
+    // All catalogues are loaded now: later this process may be in a root that others write to.
+    constexpr const char *in_no_catalogue = "\1";
+    for (const char *each : {domain, "system_msgs", "libc"})
+        dgettext(each, in_no_catalogue);
 }
 
 } // namespace hostadm::base
