@@ -9,6 +9,7 @@
 #include <string>
 
 #include "base/boundary.hpp"
+#include "base/translation.hpp"
 #include "framework/protocol/answer.hpp"
 #include "framework/protocol/channel.hpp"
 #include "hostadm/framework.h"
@@ -71,7 +72,7 @@ int adm_err_cleanup(adm_error *where, int state) {
             return EINVAL;
         // The mark belongs to a method's answer; a single record has none.
         if (where == nullptr && !append_answer(mark_line(state)) && state == ADM_DIRTY)
-            std::fputs("a change is left half done\n", stderr);
+            std::fprintf(stderr, "%s\n", base::tr("a change is left half done"));
         return 0;
     });
 }

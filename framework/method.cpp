@@ -3,12 +3,12 @@
 #include "hostadm/method.hpp"
 
 #include <algorithm>
-#include <clocale>
 #include <cstdio>
 #include <exception>
 #include <stdexcept>
 #include <unistd.h>
 
+#include "base/translation.hpp"
 #include "framework/protocol/answer.hpp"
 #include "framework/protocol/channel.hpp"
 #include "framework/protocol/description.hpp"
@@ -45,7 +45,7 @@ bool promises_kept(const Description &description) {
     const auto answer = framework::read_answer();
     const auto missing = framework::missing_output(description, framework::parse_answer(answer.value_or("")));
     if (missing)
-        Call(description).fail("it did not return the output " + *missing, framework::cannot_run);
+        Call(description).fail(base::tr("it did not return the output {1}", *missing), framework::cannot_run);
     return !missing;
 }
 
@@ -73,8 +73,7 @@ bool Call::given(std::string_view name) const {
 
 void Call::set(std::string_view name, std::string_view value) {
     if (!framework::is_name(name) || !append_answer(framework::output_line(name, value)))
-        throw std::runtime_error("it could not return the output \"" + std::string(name) +
-                                 "\"; is that a name?");
+        throw std::runtime_error(base::tr("it could not return the output \"{1}\"; is that a name?", name));
 }
 
 void Call::row(std::initializer_list<std::pair<std::string_view, std::string_view>> fields) {
@@ -118,9 +117,7 @@ void ManyRows::add(std::initializer_list<std::pair<std::string_view, std::string
 }
 
 int run(int argc, char **argv, const Description &description, const std::function<int(Call &)> &work) {
-    // Texts are translated; numbers and times that are read or written are those of the C locale.
-    std::setlocale(LC_CTYPE, "");
-    std::setlocale(LC_MESSAGES, "");
+    base::speak_the_users_language();
     const std::string_view option = argc > 1 ? argv[1] : "";
     if (option == "--describe") {
         std::puts(framework::to_text(description).c_str());
@@ -132,7 +129,8 @@ int run(int argc, char **argv, const Description &description, const std::functi
     }
     auto request = framework::read_request();
     if (!request) {
-        std::fprintf(stderr, "%s: run it with: hostadm run %s\n", argv[0], description.name.c_str());
+        std::fprintf(stderr, "%s: %s\n", argv[0],
+                     base::tr("run it with: hostadm run {1}", description.name).c_str());
         return invalid;
     }
     if (const auto wrong = framework::check(description, *request)) {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "base/boundary.hpp"
+#include "base/translation.hpp"
 #include "framework/handle.hpp"
 #include "framework/runner/perform.hpp"
 #include "hostadm/framework.h"
@@ -67,7 +68,8 @@ ErrorRecord failure_of(const Outcome &outcome) {
     if (outcome.status == Outcome::Status::invalid)
         return {invalid_argument, outcome.reason};
     if (outcome.answer.errors.empty())
-        return {cannot_run, outcome.reason.empty() ? "it failed without saying why" : outcome.reason};
+        return {cannot_run,
+                outcome.reason.empty() ? base::tr("it failed without saying why") : outcome.reason};
     const ErrorRecord &last = outcome.answer.errors.back();
     return {last.code, outcome.reason.empty() ? last.text : outcome.reason + "; " + last.text};
 }
@@ -97,7 +99,8 @@ extern "C" int adm_perf_method(const char *method, adm_args *input, adm_args **o
         const Options options = read_options(list);
         Outcome outcome;
         if (method == nullptr || !options.known)
-            outcome.reason = method == nullptr ? "no method was named" : "an option is not known";
+            outcome.reason =
+                method == nullptr ? base::tr("no method was named") : base::tr("an option is not known");
         else
             outcome = perform(options.method_class, method, request_for("", input), options.host);
         if (output != nullptr)

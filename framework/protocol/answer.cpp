@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "base/translation.hpp"
 #include "framework/protocol/bytes.hpp"
 
 namespace hostadm::framework {
@@ -192,10 +193,10 @@ Answer parse_answer(std::string_view text) {
         // An object is taken even when the newline behind it is missing: it is whole by itself.
         const bool taken = line.empty() || take(answer, line);
         if (!taken && answer.defect.empty())
-            answer.defect = newline == text.npos
-                                ? "its answer breaks off in the middle of a line: " + excerpt(line)
-                                : "line " + std::to_string(number) +
-                                      " of its answer cannot be understood: " + excerpt(line);
+            answer.defect =
+                newline == text.npos
+                    ? base::tr("its answer breaks off in the middle of a line: {1}", excerpt(line))
+                    : base::tr("line {1} of its answer cannot be understood: {2}", number, excerpt(line));
         text.remove_prefix(newline == text.npos ? text.size() : newline + 1);
     }
     return answer;

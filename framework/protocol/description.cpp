@@ -5,6 +5,7 @@
 
 #include "base/columns.hpp"
 #include "base/nearest.hpp"
+#include "base/translation.hpp"
 #include "framework/protocol/kinds.hpp"
 
 namespace hostadm::framework {
@@ -44,7 +45,7 @@ class Parser {
 public:
     Description description(const Json &json) const {
         if (!json.is_object())
-            throw std::string("it is no JSON object");
+            throw std::string(base::tr("it is no JSON object"));
         Description read;
         read.name = text(json, "name");
         read.purpose = text(json, "purpose");
@@ -52,7 +53,7 @@ public:
             Argument next = argument(item);
             if (std::any_of(read.arguments.begin(), read.arguments.end(),
                             [&next](const Argument &earlier) { return earlier.name == next.name; }))
-                throw "it has two arguments " + next.name;
+                throw base::tr("it has two arguments {1}", next.name);
             read.arguments.push_back(std::move(next));
         }
         for (const Json &item : list(json, "outputs"))
@@ -71,7 +72,7 @@ private:
     static std::string text(const Json &json, const char *key) {
         const auto found = json.find(key);
         if (found == json.end() || !found->is_string())
-            throw std::string("\"") + key + "\" is missing or no text";
+            throw base::tr("\"{1}\" is missing or no text", key);
         return found->get<std::string>();
     }
     static std::string optional_text(const Json &json, const char *key) {
@@ -80,35 +81,35 @@ private:
     static bool truth(const Json &json, const char *key) {
         const auto found = json.find(key);
         if (found != json.end() && !found->is_boolean())
-            throw std::string("\"") + key + "\" is neither true nor false";
+            throw base::tr("\"{1}\" is neither true nor false", key);
         return found != json.end() && found->get<bool>();
     }
     static Json list(const Json &json, const char *key) {
         const auto found = json.find(key);
         if (found != json.end() && !found->is_array())
-            throw std::string("\"") + key + "\" is no list";
+            throw base::tr("\"{1}\" is no list", key);
         return found == json.end() ? Json::array() : *found;
     }
     static std::vector<std::string> texts(const Json &json, const char *key) {
         std::vector<std::string> read;
         for (const Json &item : list(json, key)) {
             if (!item.is_string())
-                throw std::string("\"") + key + "\" holds something else than texts";
+                throw base::tr("\"{1}\" holds something else than texts", key);
             read.push_back(item.get<std::string>());
         }
         return read;
     }
     static std::string name(const Json &json) {
         if (!json.is_object())
-            throw std::string("a list holds something else than objects");
+            throw std::string(base::tr("a list holds something else than objects"));
         std::string read = text(json, "name");
         if (!is_name(read))
-            throw "\"" + read + "\" is no name";
+            throw base::tr("\"{1}\" is no name", read);
         return read;
     }
     static Source source(const Json &json) {
         if (!json.is_object())
-            throw std::string("\"values\" holds something else than objects");
+            throw base::tr("\"{1}\" holds something else than objects", "values");
         return {text(json, "argument"), text(json, "method"), text(json, "column")};
     }
     static Field field(const Json &json) {
@@ -119,21 +120,21 @@ private:
         const std::string kind = text(json, "kind");
         const auto known = kind_called(kind);
         if (!known)
-            throw "argument " + read.name + " is of the unknown kind \"" + kind + "\"";
+            throw base::tr("argument {1} is of the unknown kind \"{2}\"", read.name, kind);
         read.kind = *known;
         read.purpose = optional_text(json, "purpose");
         read.required = truth(json, "required");
         read.default_value = optional_text(json, "default");
         for (const Json &choice : list(json, "choices")) {
             if (!choice.is_string())
-                throw "a choice of argument " + read.name + " is no text";
+                throw base::tr("a choice of argument {1} is no text", read.name);
             read.choices.push_back(choice.get<std::string>());
         }
         if (read.kind == method::Kind::choice && read.choices.empty())
-            throw "argument " + read.name + " has no \"choices\"";
+            throw base::tr("argument {1} has no \"choices\"", read.name);
         if (!read.default_value.empty() && !is_accepted(read, read.default_value))
-            throw "the default of argument " + read.name + " cannot be \"" + read.default_value +
-                "\"; it must be " + accepted(read);
+            throw base::tr("the default of argument {1} cannot be \"{2}\"; it must be {3}", read.name,
+                           read.default_value, accepted(read));
         return read;
     }
 };
@@ -152,16 +153,16 @@ std::string definitions(const std::vector<std::pair<std::string, std::string>> &
 }
 
 std::string meaning(const Argument &argument) {
-    return argument.purpose + (argument.purpose.empty() ? "" : "; ") + accepted(argument);
+    return base::tr(argument.purpose.c_str()) + std::string(argument.purpose.empty() ? "" : "; ") +
+           accepted(argument);
 }
 
 std::string explained(const Argument &argument) {
-    std::string text = meaning(argument);
+    const std::string text = meaning(argument);
     if (argument.required)
-        text += " (required)";
-    else if (!argument.default_value.empty())
-        text += " (default: " + argument.default_value + ")";
-    return text;
+        return base::tr("{1} (required)", text);
+    return argument.default_value.empty() ? text
+                                          : base::tr("{1} (default: {2})", text, argument.default_value);
 }
 
 std::string section(const std::string &title, const std::vector<Field> &fields, std::size_t columns) {
@@ -169,28 +170,37 @@ std::string section(const std::string &title, const std::vector<Field> &fields, 
         return "";
     std::vector<std::pair<std::string, std::string>> lines;
     for (const Field &field : fields)
-        lines.emplace_back(field.name, field.purpose);
+        lines.emplace_back(field.name, base::tr(field.purpose.c_str()));
     return "\n" + title + "\n" + definitions(lines, columns);
 }
 
 // What a method touches; "NAME=" is said in words.
 std::string touched(const Description &description, std::size_t columns) {
     std::vector<std::pair<std::string, std::string>> lines;
-    for (const auto &[verb, list] :
-         {std::pair("edits", &description.edits), std::pair("starts", &description.starts),
-          std::pair("shares", &description.shares)}) {
+    for (const auto &[verb, list] : {std::pair(base::tr("edits"), &description.edits),
+                                     std::pair(base::tr("starts"), &description.starts),
+                                     std::pair(base::tr("shares"), &description.shares)}) {
         std::string all;
         for (const std::string &item : *list)
             all += (all.empty() ? "" : ", ") +
-                   (item.ends_with('=') ? "what " + item.substr(0, item.size() - 1) + " names" : item);
+                   (item.ends_with('=') ? base::tr("what {1} names", item.substr(0, item.size() - 1)) : item);
         if (!all.empty())
             lines.emplace_back(verb, all);
     }
-    return lines.empty() ? "" : "\nIt touches:\n" + definitions(lines, columns);
+    return lines.empty() ? ""
+                         : std::string("\n") + base::tr("It touches:") + "\n" + definitions(lines, columns);
+}
+
+// A value as it may be shown in one line of an error.
+std::string shown(std::string_view value) {
+    std::string text;
+    for (const char c : value.substr(0, 60))
+        text += static_cast<unsigned char>(c) < ' ' || c == 0x7f ? '?' : c;
+    return "\"" + text + (value.size() > 60 ? "..." : "") + "\"";
 }
 
 // What to give instead of an argument that there is not.
-std::string instead_of(const Description &description, const std::string &wanted) {
+std::string unknown_argument(const Description &description, const std::string &wanted) {
     std::vector<std::string> names;
     std::string all;
     for (const Argument &argument : description.arguments) {
@@ -198,13 +208,18 @@ std::string instead_of(const Description &description, const std::string &wanted
         all += (all.empty() ? "" : ", ") + argument.name;
     }
     if (const std::string meant = base::nearest(names, wanted); !meant.empty())
-        return "; did you mean " + meant + "?";
-    return names.empty() ? "; it takes none" : "; it takes " + all;
+        return base::tr("there is no argument {1}; did you mean {2}?", shown(wanted), meant);
+    return names.empty() ? base::tr("there is no argument {1}; it takes none", shown(wanted))
+                         : base::tr("there is no argument {1}; it takes {2}", shown(wanted), all);
 }
 
-std::string meant_choice(const Argument &argument, const std::string &wanted) {
-    const std::string meant = argument.kind == Kind::choice ? base::nearest(argument.choices, wanted) : "";
-    return meant.empty() ? "" : "; did you mean " + meant + "?";
+std::string refused_value(const Argument &argument, const std::string &value) {
+    const std::string meant = argument.kind == Kind::choice ? base::nearest(argument.choices, value) : "";
+    if (!meant.empty())
+        return base::tr("the argument {1} cannot be {2}; it must be {3}; did you mean {4}?", argument.name,
+                        shown(value), accepted(argument), meant);
+    return base::tr("the argument {1} cannot be {2}; it must be {3}", argument.name, shown(value),
+                    accepted(argument));
 }
 
 // All arguments that are required and not given. There is at least one.
@@ -216,19 +231,12 @@ std::string missing_text(const Description &description, const Request &request)
             missing.push_back(&argument);
     }
     if (missing.size() == 1)
-        return "the argument " + missing[0]->name + " is missing; it must be " + accepted(*missing[0]);
-    std::string text = std::to_string(missing.size()) + " arguments are missing:";
+        return base::tr("the argument {1} is missing; it must be {2}", missing[0]->name,
+                        accepted(*missing[0]));
+    std::string text = base::tr_n(missing.size(), "{1} argument is missing:", "{1} arguments are missing:");
     for (const Argument *argument : missing)
         text += "\n" + argument->name + ": " + meaning(*argument);
     return text;
-}
-
-// A value as it may be shown in one line of an error.
-std::string shown(std::string_view value) {
-    std::string text;
-    for (const char c : value.substr(0, 60))
-        text += static_cast<unsigned char>(c) < ' ' || c == 0x7f ? '?' : c;
-    return "\"" + text + (value.size() > 60 ? "..." : "") + "\"";
 }
 
 } // namespace
@@ -257,7 +265,7 @@ std::string to_text(const Description &description) {
 std::variant<Description, std::string> parse_description(std::string_view text) {
     const Json json = parse_json(text);
     if (json.is_discarded())
-        return "it is no JSON";
+        return base::tr("it is no JSON");
     try {
         return Parser().description(json);
     } catch (const std::string &defect) {
@@ -271,26 +279,28 @@ std::string help_text(const Description &description, std::size_t columns) {
         const std::string word = argument.name + "=" + std::string(kind_name(argument.kind));
         usage += (usage.empty() ? "" : " ") + (argument.required ? word : "[" + word + "]");
     }
-    std::string text =
-        base::with_hanging_text("", description.name + ": " + description.purpose, columns) + "\n\n";
-    const std::string command = "Usage: hostadm run " + description.name;
+    std::string text = base::with_hanging_text(
+                           "", description.name + ": " + base::tr(description.purpose.c_str()), columns) +
+                       "\n\n";
+    const std::string command = base::tr("Usage: hostadm run {1}", description.name);
     text += usage.empty() ? command : base::with_hanging_text(command + " ", usage, columns);
     text += "\n";
     if (!description.arguments.empty()) {
         std::vector<std::pair<std::string, std::string>> lines;
         for (const Argument &argument : description.arguments)
             lines.emplace_back(argument.name, explained(argument));
-        text += "\nArguments:\n" + definitions(lines, columns);
+        text += std::string("\n") + base::tr("Arguments:") + "\n" + definitions(lines, columns);
     }
-    return text + section("Outputs:", description.outputs, columns) +
-           section("Columns of its rows:", description.columns, columns) + touched(description, columns);
+    return text + section(base::tr("Outputs:"), description.outputs, columns) +
+           section(base::tr("Columns of its rows:"), description.columns, columns) +
+           touched(description, columns);
 }
 
 std::optional<std::string> check(const Description &description, Request &request) {
     for (const auto &[name, value] : request.arguments)
         if (std::none_of(description.arguments.begin(), description.arguments.end(),
                          [&name = name](const Argument &argument) { return argument.name == name; }))
-            return "there is no argument " + shown(name) + instead_of(description, name);
+            return unknown_argument(description, name);
     for (const Argument &argument : description.arguments) {
         const auto given = std::find_if(request.arguments.begin(), request.arguments.end(),
                                         [&](const auto &one) { return one.first == argument.name; });
@@ -306,8 +316,7 @@ std::optional<std::string> check(const Description &description, Request &reques
             continue;
         }
         if (!is_accepted(argument, given->second))
-            return "the argument " + argument.name + " cannot be " + shown(given->second) + "; it must be " +
-                   accepted(argument) + meant_choice(argument, given->second);
+            return refused_value(argument, given->second);
         given->second = one_spelling(argument.kind, given->second);
     }
     return std::nullopt;

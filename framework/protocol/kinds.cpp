@@ -8,6 +8,8 @@
 #include <limits.h>
 #include <vector>
 
+#include "base/translation.hpp"
+
 namespace hostadm::framework {
 
 namespace {
@@ -21,34 +23,36 @@ constexpr std::size_t longest_word = 4095;
 struct KindOf {
     Kind kind;
     std::string_view name;
-    std::string_view accepted;
+    const char *accepted;
 };
 
 constexpr std::array kinds{
     KindOf{Kind::host, "host",
-           "a host name of letters, digits, \"-\", \"_\" and \".\", beginning with a letter or digit, at "
-           "most 255 "
-           "characters"},
-    KindOf{Kind::hosts, "hosts", "host names separated by blanks or commas"},
-    KindOf{Kind::address, "address", "an IPv4 address such as 192.168.1.7"},
-    KindOf{Kind::ethernet, "ethernet",
-           "an Ethernet address such as 8:0:20:1:2:3, 08-00-20-01-02-03, 0800.2001.0203 or 080020010203"},
+           base::translatable("a host name of letters, digits, \"-\", \"_\" and \".\", beginning with a "
+                              "letter or digit, at most 255 characters")},
+    KindOf{Kind::hosts, "hosts", base::translatable("host names separated by blanks or commas")},
+    KindOf{Kind::address, "address", base::translatable("an IPv4 address such as 192.168.1.7")},
+    KindOf{
+        Kind::ethernet, "ethernet",
+        base::translatable(
+            "an Ethernet address such as 8:0:20:1:2:3, 08-00-20-01-02-03, 0800.2001.0203 or 080020010203")},
     KindOf{Kind::path, "path",
-           "an absolute path without blanks, \"..\" or characters that the shell takes apart, at most 4095 "
-           "characters"},
-    KindOf{Kind::device, "device", "an absolute path, HOST:/PATH, a word, or \"-\""},
+           base::translatable("an absolute path without blanks, \"..\" or characters that the shell takes "
+                              "apart, at most 4095 characters")},
+    KindOf{Kind::device, "device", base::translatable("an absolute path, HOST:/PATH, a word, or \"-\"")},
     KindOf{Kind::options, "options",
-           "a list of options such as rw=client1,anon=0, of letters, digits and = , . _ : @ / + % -, not "
-           "beginning with \"-\""},
-    KindOf{Kind::release, "release", "a release number such as 2.5 or 4.1.3"},
-    KindOf{Kind::word, "word", "one word of letters, digits and + - _ . : , @ %, not beginning with \"-\""},
-    KindOf{Kind::number, "number", "a decimal number, not negative"},
-    KindOf{Kind::size, "size", "a number of bytes, with k, m or g behind it if wanted"},
-    KindOf{Kind::choice, "choice", "one of its choices"},
-    KindOf{Kind::yes_no, "yes_no", "yes or no"},
-    KindOf{Kind::text, "text", "text on one line, at most 65535 characters"},
+           base::translatable("a list of options such as rw=client1,anon=0, of letters, digits and = , . _ : "
+                              "@ / + % -, not beginning with \"-\"")},
+    KindOf{Kind::release, "release", base::translatable("a release number such as 2.5 or 4.1.3")},
+    KindOf{Kind::word, "word",
+           base::translatable("one word of letters, digits and + - _ . : , @ %, not beginning with \"-\"")},
+    KindOf{Kind::number, "number", base::translatable("a decimal number, not negative")},
+    KindOf{Kind::size, "size", base::translatable("a number of bytes, with k, m or g behind it if wanted")},
+    KindOf{Kind::choice, "choice", base::translatable("one of its choices")},
+    KindOf{Kind::yes_no, "yes_no", base::translatable("yes or no")},
+    KindOf{Kind::text, "text", base::translatable("text on one line, at most 65535 characters")},
     KindOf{Kind::words, "words",
-           "words of letters, digits and + - _ . : , @ % / =, with blanks between them"},
+           base::translatable("words of letters, digits and + - _ . : , @ % / =, with blanks between them")},
 };
 
 const KindOf &entry(Kind kind) {
@@ -193,10 +197,13 @@ std::optional<Kind> kind_called(std::string_view name) {
 
 std::string accepted(const Argument &argument) {
     if (argument.kind != Kind::choice)
-        return std::string(entry(argument.kind).accepted);
+        return base::tr(entry(argument.kind).accepted);
     std::string text;
     for (std::size_t at = 0; at < argument.choices.size(); ++at)
-        text += (at == 0 ? "" : at + 1 < argument.choices.size() ? ", " : " or ") + argument.choices[at];
+        if (at > 0 && at + 1 == argument.choices.size())
+            text = base::tr("{1} or {2}", text, argument.choices[at]);
+        else
+            text += (at == 0 ? "" : ", ") + argument.choices[at];
     return text;
 }
 

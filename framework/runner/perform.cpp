@@ -16,6 +16,7 @@
 #include "base/owners.hpp"
 #include "base/program.hpp"
 #include "base/this_host.hpp"
+#include "base/translation.hpp"
 #include "framework/protocol/answer.hpp"
 #include "framework/protocol/description.hpp"
 #include "framework/protocol/kinds.hpp"
@@ -77,7 +78,7 @@ bool is_script(const std::string &path) {
            start[1] == '!';
 }
 
-std::string suggestion(const std::vector<std::string> &methods, const std::string &wanted) {
+std::string unknown_method(const std::vector<std::string> &methods, const std::string &wanted) {
     std::vector<std::string> names;
     for (const std::string &method : methods)
         names.push_back(method.substr(method.find('/') + 1));
@@ -86,8 +87,9 @@ std::string suggestion(const std::vector<std::string> &methods, const std::strin
     const std::string name = meant.empty() ? base::nearest(names, wanted.substr(wanted.find('/') + 1)) : "";
     for (std::size_t at = 0; at < names.size() && !name.empty(); ++at)
         if (names[at] == name)
-            meant += (meant.empty() ? "" : " or ") + methods[at];
-    return meant.empty() ? "; `hostadm list` shows them all" : "; did you mean " + meant + "?";
+            meant = meant.empty() ? methods[at] : base::tr("{1} or {2}", meant, methods[at]);
+    return meant.empty() ? base::tr("there is no method {1}; `hostadm list` shows them all", wanted)
+                         : base::tr("there is no method {1}; did you mean {2}?", wanted, meant);
 }
 
 base::Descriptor answer_file() {
@@ -106,13 +108,13 @@ Outcome judge(Answer answer, const base::Ending &ending,
               const std::optional<method::Description> &description) {
     Outcome outcome{Status::failed, std::move(answer), ""};
     if (ending.start_error == EACCES)
-        outcome.reason = "it is not executable, or you may not run it; is root needed?";
+        outcome.reason = base::tr("it is not executable, or you may not run it; is root needed?");
     else if (ending.start_error == ENOEXEC)
-        outcome.reason = "it is no program that this host can run";
+        outcome.reason = base::tr("it is no program that this host can run");
     else if (ending.start_error != 0)
-        outcome.reason = "it " + base::in_words(ending);
+        outcome.reason = base::tr("it {1}", base::in_words(ending));
     else if (ending.signal != 0) {
-        outcome.reason = "it " + base::in_words(ending);
+        outcome.reason = base::tr("it {1}", base::in_words(ending));
         outcome.answer.dirty = true; // it could not say how far it had come
     } else if (outcome.answer.invalid) {
         outcome.status = Status::invalid;
@@ -122,12 +124,12 @@ Outcome judge(Answer answer, const base::Ending &ending,
     else if (ending.exit_status != 0) {
         // Having recorded why, a method may end with any status.
         if (outcome.answer.errors.empty())
-            outcome.reason = "it " + base::in_words(ending) + " and recorded no error";
+            outcome.reason = base::tr("it {1} and recorded no error", base::in_words(ending));
     } else if (outcome.answer.begun && !outcome.answer.ended) {
-        outcome.reason = "it ended before its work was done";
+        outcome.reason = base::tr("it ended before its work was done");
         outcome.answer.dirty = true;
     } else if (const auto missing = description ? missing_output(*description, outcome.answer) : std::nullopt)
-        outcome.reason = "it did not return the output " + *missing;
+        outcome.reason = base::tr("it did not return the output {1}", *missing);
     else
         outcome.status = Status::done;
     return outcome;
@@ -139,7 +141,7 @@ Outcome perform_there(const Request &request, const std::string &host) {
     const base::Descriptor input(sealed_file(to_text(request)));
     const base::Descriptor output = answer_file();
     if (!input.is_open() || !output.is_open())
-        return failed(std::string("no memory file for its arguments: ") + std::strerror(errno));
+        return failed(base::tr("no memory file for its arguments: {1}", std::strerror(errno)));
     const base::Ending ending =
         base::run({.words = {"ssh", "-o", "BatchMode=yes", "--", host, "hostadm", "serve"},
                    .search = true,
@@ -148,8 +150,8 @@ Outcome perform_there(const Request &request, const std::string &host) {
     if (auto outcome = parse_outcome(text))
         return std::move(*outcome);
     return {Status::failed, parse_answer(text),
-            "ssh to " + host + " " + base::in_words(ending) +
-                "; does ssh log in there without a password, and is hostadm installed?"};
+            base::tr("ssh to {1} {2}; does ssh log in there without a password, and is hostadm installed?",
+                     host, base::in_words(ending))};
 }
 
 } // namespace
@@ -188,22 +190,22 @@ std::variant<std::string, Unknown> find_method(std::string_view method_class, st
             if (!method.ends_with("/" + wanted))
                 continue;
             if (!found.empty())
-                return Unknown{"there are several methods " + wanted + ": " + found + " and " + method +
-                               "; give the class too"};
+                return Unknown{base::tr("there are several methods {1}: {2} and {3}; give the class too",
+                                        wanted, found, method)};
             found = method;
         }
         if (!found.empty())
             return found;
     }
     if (methods.empty())
-        return Unknown{"there are no methods in " + layout().method_folders.front()};
-    return Unknown{"there is no method " + wanted + suggestion(methods, wanted)};
+        return Unknown{base::tr("there are no methods in {1}", layout().method_folders.front())};
+    return Unknown{unknown_method(methods, wanted)};
 }
 
 std::variant<method::Description, std::string> describe(const std::string &name) {
     const base::Descriptor output(memfd_create("hostadm-description", MFD_CLOEXEC));
     if (!output.is_open())
-        return std::string("no memory file for its description: ") + std::strerror(errno);
+        return base::tr("no memory file for its description: {1}", std::strerror(errno));
     const base::Ending ending = base::run({.words = {path_of(name), "--describe"},
                                            .descriptors = {{STDOUT_FILENO, output.get()}},
                                            .path_prefix = layout().programs,
@@ -213,13 +215,13 @@ std::variant<method::Description, std::string> describe(const std::string &name)
                                            .environment = base::clean_environment()});
     struct stat printed {};
     if (fstat(output.get(), &printed) == 0 && printed.st_size >= off_t{describe_size_limit})
-        return std::string("asked to describe itself, it prints more than a megabyte");
+        return base::tr("asked to describe itself, it prints more than a megabyte");
     if (!ending.well())
-        return "asked to describe itself, it " + base::in_words(ending);
+        return base::tr("asked to describe itself, it {1}", base::in_words(ending));
     const auto text = base::read_whole(output.get());
     auto parsed = parse_description(text.value_or(""));
     if (const auto *defect = std::get_if<std::string>(&parsed))
-        return "its description of itself cannot be used: " + *defect;
+        return base::tr("its description of itself cannot be used: {1}", *defect);
     // It is run by the name of its file, whatever name a copy of another has kept.
     std::get<method::Description>(parsed).name = name;
     return parsed;
@@ -244,14 +246,14 @@ Outcome perform_here(Request request) {
     const base::Descriptor input(sealed_file(to_text(request)));
     const base::Descriptor output = answer_file();
     if (!input.is_open() || !output.is_open())
-        return failed(std::string("no memory file for its arguments: ") + std::strerror(errno));
+        return failed(base::tr("no memory file for its arguments: {1}", std::strerror(errno)));
     // What a method prints is for people, like what it says on standard error; results go to the answer.
     program.descriptors = {
         {STDOUT_FILENO, STDERR_FILENO}, {request_descriptor, input.get()}, {answer_descriptor, output.get()}};
     const base::Ending ending = base::run(program);
     const base::MemoryFileText answer(output.get());
     if (answer.error() != 0)
-        return failed(std::string("its answer cannot be read: ") + std::strerror(answer.error()));
+        return failed(base::tr("its answer cannot be read: {1}", std::strerror(answer.error())));
     return judge(parse_answer(answer.text()), ending, description);
 }
 
@@ -262,7 +264,7 @@ Outcome perform(std::string_view method_class, std::string_view name, Request re
     if (!host.empty() && !is_accepted(host_argument, host))
         return {Status::invalid,
                 {},
-                "the host cannot be \"" + host + "\"; it must be " + accepted(host_argument)};
+                base::tr("the host cannot be \"{1}\"; it must be {2}", host, accepted(host_argument))};
     if (!base::is_this_host(host, base::Lookup::name_services, base::EmptyName::is_this_host))
         return perform_there(request, host);
     auto found = find_method(method_class, name);
