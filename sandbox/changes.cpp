@@ -12,6 +12,7 @@
 #include <sys/xattr.h>
 #include <tuple>
 
+#include "base/translation.hpp"
 #include "sandbox/mount_table.hpp"
 #include "sandbox/tree.hpp"
 
@@ -31,7 +32,7 @@ Descriptor open_in_layer(const Descriptor &layer, const std::string &path, int f
 Descriptor open_directory(const Descriptor &layer, const std::string &path) {
     Descriptor directory = open_in_layer(layer, path, O_RDONLY | O_DIRECTORY);
     if (!directory.is_open())
-        fail("open /" + path + " among the changes");
+        fail(base::tr("open /{1} among the changes", path));
     return directory;
 }
 
@@ -123,7 +124,7 @@ private:
         for (const std::string &name : entries_of(directory.get())) {
             struct stat status;
             if (fstatat(directory.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
-                fail("look at /" + joined(path, name) + " among the changes");
+                fail(base::tr("look at /{1} among the changes", joined(path, name)));
             const std::string entry = joined(path, name);
             if (is_whiteout(status) || !S_ISDIR(status.st_mode))
                 compare_tree(entry);

@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "base/translation.hpp"
 #include "sandbox/device_nodes.hpp"
 #include "sandbox/tree.hpp"
 
@@ -40,12 +41,12 @@ void give_up_the_systems_rights() {
     const Descriptor processes = own_processes();
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
-        fail("make a channel");
+        fail(base::tr("make a channel"));
     const Descriptor reader(ends[0]);
     Descriptor writer(ends[1]);
     const pid_t process = getpid(), helper = fork();
     if (helper < 0)
-        fail("start a process");
+        fail(base::tr("start a process"));
     if (helper == 0) {
         // Only who still has the system's rights may say who is who.
         writer.reset();
@@ -61,7 +62,7 @@ void give_up_the_systems_rights() {
     }
     errno = error != 0 ? error : WIFEXITED(status) ? WEXITSTATUS(status) : EINTR;
     if (errno != 0)
-        fail("make a user name space (see the setting user.max_user_namespaces)");
+        fail(base::tr("make a user name space (see the setting user.max_user_namespaces)"));
 }
 
 // Calls that reach other name spaces, other processes, the kernel or the clock. Most of them would fail for
@@ -107,7 +108,7 @@ void require(int status) {
     if (status >= 0)
         return;
     errno = -status;
-    fail("refuse system calls");
+    fail(base::tr("refuse system calls"));
 }
 
 // Calls that make a device node wait for an answer from whoever listens there.
@@ -115,7 +116,7 @@ Descriptor refuse_calls() {
     const std::unique_ptr<void, Release> filter(seccomp_init(SCMP_ACT_ALLOW));
     if (!filter) {
         errno = ENOMEM;
-        fail("refuse system calls");
+        fail(base::tr("refuse system calls"));
     }
     // The same calls by the numbers of the other kinds of programs that this kernel runs.
     if (seccomp_arch_native() == SCMP_ARCH_X86_64)
@@ -145,7 +146,7 @@ Descriptor refuse_calls() {
 
 Descriptor confine() {
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
-        fail("give up getting more rights");
+        fail(base::tr("give up getting more rights"));
     give_up_the_systems_rights();
     return refuse_calls();
 }

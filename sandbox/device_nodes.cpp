@@ -18,6 +18,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "base/translation.hpp"
 #include "sandbox/tree.hpp"
 
 namespace hostadm::sandbox {
@@ -153,10 +154,10 @@ int make(const seccomp_notif &request, int requests) {
 Descriptor own_processes() {
     const Descriptor context(fsopen("proc", FSOPEN_CLOEXEC));
     if (!context.is_open() || fsconfig(context.get(), FSCONFIG_CMD_CREATE, nullptr, nullptr, 0) != 0)
-        fail("look at the private processes");
+        fail(base::tr("look at the private processes"));
     Descriptor processes(fsmount(context.get(), FSMOUNT_CLOEXEC, 0));
     if (!processes.is_open())
-        fail("look at the private processes");
+        fail(base::tr("look at the private processes"));
     return processes;
 }
 

@@ -13,6 +13,7 @@
 #include <sys/socket.h>
 
 #include "base/descriptor.hpp"
+#include "base/translation.hpp"
 #include "sandbox/tree.hpp"
 
 namespace hostadm::sandbox {
@@ -61,7 +62,7 @@ class Kernel {
 public:
     Kernel() : socket_(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE)) {
         if (!socket_.is_open())
-            fail("ask the kernel about the network");
+            fail(base::tr("ask the kernel about the network"));
     }
 
     // All messages of an answer, one behind the other.
@@ -79,7 +80,7 @@ public:
                     return messages;
                 if (one->nlmsg_type == NLMSG_ERROR) {
                     errno = -static_cast<const nlmsgerr *>(NLMSG_DATA(one))->error;
-                    fail("ask the kernel about the network");
+                    fail(base::tr("ask the kernel about the network"));
                 }
                 const char *begin = reinterpret_cast<const char *>(one);
                 messages.insert(messages.end(), begin, begin + NLMSG_ALIGN(one->nlmsg_len));
@@ -100,13 +101,13 @@ public:
 private:
     void send(const std::vector<char> &message) const {
         if (::send(socket_.get(), message.data(), message.size(), 0) != static_cast<ssize_t>(message.size()))
-            fail("talk to the kernel about the network");
+            fail(base::tr("talk to the kernel about the network"));
     }
     std::vector<char> receive() const {
         std::vector<char> piece(1 << 17);
         const ssize_t size = recv(socket_.get(), piece.data(), piece.size(), 0);
         if (size <= 0)
-            fail("hear the kernel about the network");
+            fail(base::tr("hear the kernel about the network"));
         piece.resize(static_cast<std::size_t>(size));
         return piece;
     }
@@ -165,7 +166,7 @@ void set_up(const Kernel &kernel, int index) {
     head.ifi_flags = head.ifi_change = IFF_UP;
     Request request(RTM_NEWLINK, NLM_F_ACK, head);
     if ((errno = kernel.change(request)) != 0)
-        fail("bring up the loopback interface");
+        fail(base::tr("bring up the loopback interface"));
 }
 
 } // namespace

@@ -12,6 +12,7 @@
 #include <system_error>
 #include <utility>
 
+#include "base/translation.hpp"
 #include "sandbox/mount_table.hpp"
 #include "sandbox/shown_processes.hpp"
 #include "sandbox/tree.hpp"
@@ -57,7 +58,7 @@ std::vector<base::Mount> mounts_of_this_system() try {
     return base::all_mounts();
 } catch (const std::system_error &error) {
     errno = error.code().value();
-    fail("read the table of mounts");
+    fail(base::tr("read the table of mounts"));
 }
 
 // The file systems that are to be seen, the root first. A mount that another one hides is none of them.
@@ -81,7 +82,7 @@ std::vector<Area> areas_of_this_system() {
     }
     if (areas.empty() || areas.front().mount.point != "/") {
         errno = ENOENT;
-        fail("find the root file system in /proc/self/mountinfo");
+        fail(base::tr("find the root file system in /proc/self/mountinfo"));
     }
     return areas;
 }
@@ -89,31 +90,31 @@ std::vector<Area> areas_of_this_system() {
 Descriptor clone_tree(const std::string &path, unsigned int flags) {
     Descriptor tree(open_tree(AT_FDCWD, path.c_str(), OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | flags));
     if (!tree.is_open())
-        fail("clone the mount of " + path);
+        fail(base::tr("clone the mount of {1}", path));
     return tree;
 }
 
 void make_directory(const std::string &path) {
     if (mkdir(path.c_str(), 0755) != 0)
-        fail("make the directory " + path + " of the stage");
+        fail(base::tr("make the directory {1} of the stage", path));
 }
 
 void mount_at(const char *what, const char *type, const std::string &target, unsigned long flags,
               const std::string &options) {
     if (mount(what, target.c_str(), type, flags, options.c_str()) != 0)
-        fail(std::string("mount ") + type + " on " + target);
+        fail(base::tr("mount {1} on {2}", type, target));
 }
 
 void attach(const Clone &clone, int root) {
     const Descriptor target = open_inside(root, clone.place, O_PATH);
     if (!target.is_open() || move_mount(clone.tree.get(), "", target.get(), "",
                                         MOVE_MOUNT_F_EMPTY_PATH | MOVE_MOUNT_T_EMPTY_PATH) != 0)
-        fail("bind " + clone.place);
+        fail(base::tr("bind {1}", clone.place));
 }
 
 void make_read_only(const std::string &target, unsigned long flags = 0) {
     if (mount(nullptr, target.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY | flags, nullptr) != 0)
-        fail("make " + target + " read-only");
+        fail(base::tr("make {1} read-only", target));
 }
 
 class RootBuilder {
@@ -127,14 +128,14 @@ public:
         clone_shared_parts();
         mount_at("hostadm-sandbox", "tmpfs", stage, 0, "mode=0755");
         if (chdir(stage) != 0)
-            fail("enter the stage");
+            fail(base::tr("enter the stage"));
         make_directory("layers");
         make_directory("root");
         if (has_something_to_place()) {
             mount_areas("placed", false);
             place_files();
             if (umount2("root", MNT_DETACH) != 0)
-                fail("take down the first layer");
+                fail(base::tr("take down the first layer"));
             has_placed_ = true;
         }
         mount_areas("written", true);
@@ -175,13 +176,13 @@ private:
             const std::unique_ptr<char, decltype(&std::free)> real(realpath(bind.c_str(), nullptr),
                                                                    &std::free);
             if (!real)
-                fail("bind " + bind);
+                fail(base::tr("bind {1}", bind));
             clones_.push_back({real.get(), clone_tree(real.get(), AT_RECURSIVE)});
         }
         for (const std::string &seed : options_.seeds) {
             seeds_.emplace_back(open(seed.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
             if (!seeds_.back().is_open())
-                fail("open the seed directory " + seed);
+                fail(base::tr("open the seed directory {1}", seed));
         }
     }
 
@@ -203,7 +204,7 @@ private:
         if (fstat(area.lower.get(), &status) != 0 ||
             chown(directory.c_str(), status.st_uid, status.st_gid) != 0 ||
             chmod(directory.c_str(), status.st_mode & 07777) != 0)
-            fail("take over the attributes of " + area.mount.point);
+            fail(base::tr("take over the attributes of {1}", area.mount.point));
         const timespec times[2] = {status.st_atim, status.st_mtim};
         utimensat(AT_FDCWD, directory.c_str(), times, 0);
     }
@@ -230,10 +231,10 @@ private:
         if (area.layered && layered_with(",index=off"))
             return;
         if (area.mount.point == "/")
-            fail("layer a private copy over /");
+            fail(base::tr("layer a private copy over /"));
         area.layered = false;
         if (mount(area.lower.path().c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0)
-            fail("show " + area.mount.point);
+            fail(base::tr("show {1}", area.mount.point));
         make_read_only(target, MS_NODEV);
         if (final && listener_.on_read_only)
             listener_.on_read_only(area.mount.point);
@@ -246,7 +247,7 @@ private:
                 continue;
             const Descriptor file(open(area.lower.path().c_str(), O_RDONLY | O_CLOEXEC));
             if (!file.is_open())
-                fail("read " + area.mount.point);
+                fail(base::tr("read {1}", area.mount.point));
             replace_with_copy(file.get(), root.get(), area.mount.point);
         }
         for (const Descriptor &seed : seeds_)
@@ -266,7 +267,7 @@ private:
         layers.merged = Descriptor(open(merged.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         layers.found = found_before(area);
         if (!layers.written.is_open() || !layers.merged.is_open() || !layers.found.is_open())
-            fail("open the layers of " + area.mount.point);
+            fail(base::tr("open the layers of {1}", area.mount.point));
         listener_.on_layers(std::move(layers));
     }
 
@@ -305,14 +306,14 @@ private:
                           keys = "root/proc/sysrq-trigger";
         if (access(settings.c_str(), F_OK) == 0) {
             if (mount(settings.c_str(), settings.c_str(), nullptr, MS_BIND, nullptr) != 0)
-                fail("bind " + settings);
+                fail(base::tr("bind {1}", settings));
             if (mount(network.c_str(), network.c_str(), nullptr, MS_BIND, nullptr) != 0)
-                fail("bind " + network);
+                fail(base::tr("bind {1}", network));
             make_read_only(settings, MS_NOSUID | MS_NODEV | MS_NOEXEC);
         }
         if (access(keys.c_str(), F_OK) == 0) {
             if (mount(keys.c_str(), keys.c_str(), nullptr, MS_BIND, nullptr) != 0)
-                fail("bind " + keys);
+                fail(base::tr("bind {1}", keys));
             make_read_only(keys, MS_NOSUID | MS_NODEV | MS_NOEXEC);
         }
     }
@@ -321,13 +322,13 @@ private:
     // only the private one is left in this mount namespace.
     static void enter() {
         if (chdir("root") != 0)
-            fail("enter the private root");
+            fail(base::tr("enter the private root"));
         if (syscall(SYS_pivot_root, ".", ".") != 0)
-            fail("make the private root the root");
+            fail(base::tr("make the private root the root"));
         if (umount2(".", MNT_DETACH) != 0)
-            fail("leave the running system's root");
+            fail(base::tr("leave the running system's root"));
         if (chdir("/") != 0)
-            fail("enter the private root");
+            fail(base::tr("enter the private root"));
     }
 
     const Options &options_;
@@ -346,7 +347,7 @@ void bring_up_loopback() {
     std::string("lo").copy(request.ifr_name, sizeof request.ifr_name - 1);
     request.ifr_flags = IFF_UP;
     if (!socket_fd.is_open() || ioctl(socket_fd.get(), SIOCSIFFLAGS, &request) != 0)
-        fail("bring up the loopback interface");
+        fail(base::tr("bring up the loopback interface"));
 }
 
 } // namespace
@@ -354,13 +355,13 @@ void bring_up_loopback() {
 void enter_private_root(const Options &options, const LiveNetwork &network, Descriptor processes,
                         const RootListener &listener) {
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-        fail("cut the mounts off from the running system's");
+        fail(base::tr("cut the mounts off from the running system's"));
     if (options.live_network)
         network.rebuild();
     else
         bring_up_loopback();
     if (!options.host_name.empty() && sethostname(options.host_name.c_str(), options.host_name.size()) != 0)
-        fail("set the host name " + options.host_name);
+        fail(base::tr("set the host name {1}", options.host_name));
     RootBuilder(options, std::move(processes), listener).build();
 }
 

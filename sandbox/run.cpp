@@ -17,6 +17,7 @@
 #include <sys/wait.h>
 #include <utility>
 
+#include "base/translation.hpp"
 #include "hostadm/sandbox.hpp"
 #include "sandbox/changes.hpp"
 #include "sandbox/channel.hpp"
@@ -101,7 +102,7 @@ void confine_or_end(int socket, int first_process) {
         Message message{Message::Kind::confined, 0, {}, {}};
         message.descriptors.push_back(confine());
         if (!send(first_process, message))
-            fail("hand over the requests for device nodes");
+            fail(base::tr("hand over the requests for device nodes"));
     } catch (const Error &error) {
         send(socket, {Message::Kind::command_failed, error.code().value(), step_of(error), {}});
         _exit(1);
@@ -131,7 +132,7 @@ void confine_or_end(int socket, int first_process) {
         arguments.push_back(const_cast<char *>(argument.c_str()));
     arguments.push_back(nullptr);
     execvp(arguments[0], arguments.data());
-    send(socket, {Message::Kind::command_failed, errno, "start " + options.command[0], {}});
+    send(socket, {Message::Kind::command_failed, errno, base::tr("start {1}", options.command[0]), {}});
     _exit(127);
 }
 
@@ -159,12 +160,12 @@ int run_to_its_end(const Options &options, const std::string &directory, const H
                    int socket) {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0)
-        fail("make a channel");
+        fail(base::tr("make a channel"));
     const Descriptor ours(ends[0]);
     Descriptor theirs(ends[1]);
     const pid_t command = fork();
     if (command < 0)
-        fail("start a process");
+        fail(base::tr("start a process"));
     if (command == 0)
         run_command(options, directory, signals, socket, theirs.get());
     theirs.reset();
@@ -195,7 +196,7 @@ bool caller_has_gone(int socket) {
             message.descriptors.push_back(std::move(layers.merged));
             message.descriptors.push_back(std::move(layers.found));
             if (!send(socket, message))
-                fail("hand over the layers of " + layers.mount_point);
+                fail(base::tr("hand over the layers of {1}", layers.mount_point));
         };
         listener.on_read_only = [&](const std::string &point) {
             send(socket, {Message::Kind::read_only, 0, point, {}});
@@ -222,7 +223,8 @@ pid_t start_first_process(const Options &options, const HeldSignals &signals, co
     if (id < 0) {
         const int error = errno;
         throw Error(Error::Kind::unavailable, error,
-                    error == EPERM ? "a private root can only be made by root" : "make a private root");
+                    error == EPERM ? base::tr("a private root can only be made by root")
+                                   : base::tr("make a private root"));
     }
     if (id == 0) {
         close(callers_end.get());
@@ -286,7 +288,7 @@ void attend(const Options &options, const HeldSignals &signals, int socket, Repo
         std::array<pollfd, 2> events = {{{socket, POLLIN, 0}, {signals.descriptor(), POLLIN, 0}}};
         const int ready = poll(events.data(), events.size(), time_left(options, start));
         if (ready < 0 && errno != EINTR)
-            throw Error(Error::Kind::setup, errno, "wait for the command");
+            throw Error(Error::Kind::setup, errno, base::tr("wait for the command"));
         if (ready == 0) {
             report.outcome.timed_out = true;
             report.outcome.exit_status = status_timed_out;
@@ -312,10 +314,10 @@ void attend(const Options &options, const HeldSignals &signals, int socket, Repo
 
 Outcome run(const Options &options) {
     if (options.command.empty() && !options.work)
-        throw Error(Error::Kind::command, EINVAL, "run nothing");
+        throw Error(Error::Kind::command, EINVAL, base::tr("run nothing"));
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0)
-        throw Error(Error::Kind::setup, errno, "make a channel");
+        throw Error(Error::Kind::setup, errno, base::tr("make a channel"));
     const Descriptor ours(ends[0]);
     Descriptor theirs(ends[1]);
     Report report;

@@ -12,6 +12,7 @@
 #include "base/files.hpp"
 #include "base/processes.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "sandbox/tree.hpp"
 
 namespace hostadm::sandbox {
@@ -58,7 +59,7 @@ std::string shown_words(const base::Process &process, bool has_terminal) {
 void keep(const std::string &path, const std::string &text) {
     const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0444));
     if (!file.is_open() || !base::write_all(file.get(), text))
-        fail("keep " + path);
+        fail(base::tr("keep {1}", path));
 }
 
 } // namespace
@@ -76,7 +77,7 @@ Descriptor closed_processes() {
 void show_names_of_processes(const std::string &proc, const std::string &folder) {
     // What is bound from a mount that is read-only is so too.
     if (mkdir(folder.c_str(), 0755) != 0)
-        fail("make " + folder);
+        fail(base::tr("make {1}", folder));
     const std::vector<base::Process> processes = base::all_processes("/proc");
     std::vector<std::string> kept;
     for (const base::Process &process : processes) {
@@ -86,7 +87,7 @@ void show_names_of_processes(const std::string &proc, const std::string &folder)
             continue; // it has ended
         if (mkdir(place.c_str(), 0555) != 0 ||
             chown(place.c_str(), process.owner, static_cast<gid_t>(-1)) != 0)
-            fail("make " + place);
+            fail(base::tr("make {1}", place));
         keep(place + "/stat", line.shown);
         keep(place + "/comm", process.short_name + "\n");
         keep(place + "/cmdline", shown_words(process, line.has_terminal));
@@ -95,12 +96,12 @@ void show_names_of_processes(const std::string &proc, const std::string &folder)
     if (mount(folder.c_str(), folder.c_str(), nullptr, MS_BIND, nullptr) != 0 ||
         mount(nullptr, folder.c_str(), nullptr,
               MS_REMOUNT | MS_BIND | MS_RDONLY | MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0)
-        fail("make " + folder + " read-only");
+        fail(base::tr("make {1} read-only", folder));
     for (const std::string &number : kept)
         if (mount((folder + "/" + number).c_str(), (proc + "/" + number).c_str(), nullptr, MS_BIND,
                   nullptr) != 0 &&
             errno != ENOENT) // it has ended
-            fail("show a process");
+            fail(base::tr("show a process"));
 }
 
 } // namespace hostadm::sandbox

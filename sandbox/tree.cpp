@@ -10,6 +10,7 @@
 #include <sys/syscall.h>
 
 #include "base/owners.hpp"
+#include "base/translation.hpp"
 
 namespace hostadm::sandbox {
 
@@ -28,7 +29,7 @@ void write_all(int fd, const char *data, std::size_t size, const std::string &pa
     while (size > 0) {
         const ssize_t written = write(fd, data, size);
         if (written < 0)
-            fail("write " + path);
+            fail(base::tr("write {1}", path));
         data += written;
         size -= static_cast<std::size_t>(written);
     }
@@ -39,10 +40,10 @@ Descriptor fresh_file(int root, const std::string &path) {
     const auto [directory, name] = split(path);
     const Descriptor parent = make_directories(root, directory);
     if (unlinkat(parent.get(), name.c_str(), 0) != 0 && errno != ENOENT)
-        fail("replace " + path);
+        fail(base::tr("replace {1}", path));
     Descriptor file(openat(parent.get(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!file.is_open())
-        fail("make " + path);
+        fail(base::tr("make {1}", path));
     return file;
 }
 
@@ -50,7 +51,7 @@ void take_over_attributes(int fd, const struct stat &status, const std::string &
     const timespec times[2] = {status.st_atim, status.st_mtim};
     if (fchown(fd, status.st_uid, status.st_gid) != 0 || fchmod(fd, status.st_mode & 07777) != 0 ||
         futimens(fd, times) != 0)
-        fail("set owner, mode and times of " + path);
+        fail(base::tr("set owner, mode and times of {1}", path));
 }
 
 void copy_content(int source, int target, const std::string &path) {
@@ -59,20 +60,20 @@ void copy_content(int source, int target, const std::string &path) {
     while ((size = read(source, buffer.data(), buffer.size())) > 0)
         write_all(target, buffer.data(), static_cast<std::size_t>(size), path);
     if (size < 0)
-        fail("read " + path);
+        fail(base::tr("read {1}", path));
 }
 
 void copy_link(int directory, const std::string &name, int root, const std::string &path) {
     std::array<char, 4096> target;
     const ssize_t size = readlinkat(directory, name.c_str(), target.data(), target.size() - 1);
     if (size < 0)
-        fail("read the link " + path);
+        fail(base::tr("read the link {1}", path));
     target[static_cast<std::size_t>(size)] = '\0';
     const auto [parent_path, base] = split(path);
     const Descriptor parent = make_directories(root, parent_path);
     if ((unlinkat(parent.get(), base.c_str(), 0) != 0 && errno != ENOENT) ||
         symlinkat(target.data(), parent.get(), base.c_str()) != 0)
-        fail("make the link " + path);
+        fail(base::tr("make the link {1}", path));
 }
 
 void copy_directory(int source, const struct stat &status, int root, const std::string &path) {
@@ -88,18 +89,18 @@ void copy_directory(int source, const struct stat &status, int root, const std::
 void copy_entry(int directory, const std::string &name, int root, const std::string &path) {
     struct stat status;
     if (fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
-        fail("look at " + path);
+        fail(base::tr("look at {1}", path));
     if (S_ISLNK(status.st_mode)) {
         copy_link(directory, name, root, path);
         return;
     }
     if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
         errno = EINVAL;
-        fail("copy the special file " + path);
+        fail(base::tr("copy the special file {1}", path));
     }
     const Descriptor source(openat(directory, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     if (!source.is_open())
-        fail("open " + path);
+        fail(base::tr("open {1}", path));
     if (S_ISDIR(status.st_mode))
         copy_directory(source.get(), status, root, path);
     else
@@ -124,14 +125,14 @@ Descriptor make_directories(int root, const std::string &path) {
     if (directory.is_open())
         return directory;
     if (errno != ENOENT || path == "/" || path.empty())
-        fail("open " + path);
+        fail(base::tr("open {1}", path));
     const auto [parent_path, name] = split(path);
     const Descriptor parent = make_directories(root, parent_path);
     if (mkdirat(parent.get(), name.c_str(), 0755) != 0)
-        fail("make the directory " + path);
+        fail(base::tr("make the directory {1}", path));
     directory = open_inside(root, path, O_RDONLY | O_DIRECTORY);
     if (!directory.is_open())
-        fail("open " + path);
+        fail(base::tr("open {1}", path));
     return directory;
 }
 
@@ -139,7 +140,7 @@ std::vector<std::string> entries_of(int directory) {
     Descriptor own(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const base::Directory stream(own.is_open() ? fdopendir(own.get()) : nullptr);
     if (!stream)
-        fail("open a directory");
+        fail(base::tr("open a directory"));
     own.release();
     std::vector<std::string> names;
     errno = 0;
@@ -149,7 +150,7 @@ std::vector<std::string> entries_of(int directory) {
             names.push_back(name);
     }
     if (errno != 0)
-        fail("read a directory");
+        fail(base::tr("read a directory"));
     std::sort(names.begin(), names.end());
     return names;
 }
@@ -162,7 +163,7 @@ void copy_over(int source, int root, const std::string &path) {
 void replace_with_copy(int source, int root, const std::string &path) {
     struct stat status;
     if (fstat(source, &status) != 0)
-        fail("look at " + path);
+        fail(base::tr("look at {1}", path));
     const Descriptor target = fresh_file(root, path);
     copy_content(source, target.get(), path);
     take_over_attributes(target.get(), status, path);
@@ -172,7 +173,7 @@ void place(const PlacedFile &file, int root) {
     const Descriptor target = fresh_file(root, file.path);
     write_all(target.get(), file.content.data(), file.content.size(), file.path);
     if (fchmod(target.get(), file.mode) != 0)
-        fail("set the mode of " + file.path);
+        fail(base::tr("set the mode of {1}", file.path));
 }
 
 } // namespace hostadm::sandbox
