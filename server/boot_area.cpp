@@ -19,6 +19,7 @@
 #include "base/descriptor.hpp"
 #include "base/owners.hpp"
 #include "base/this_host.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "server/failure.hpp"
 #include "server/silenced_errors.hpp"
@@ -100,7 +101,7 @@ bool is_empty_file(const std::string &path) {
 void flush(const std::string &path) {
     const base::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!file.is_open() || fsync(file.get()) != 0)
-        fail_errno("cannot write " + path);
+        fail_errno(base::tr("cannot write {1}", path));
 }
 
 } // namespace
@@ -155,12 +156,12 @@ std::string boot_links_state(const std::string &digits, const BootLinks &links) 
     if (links.empty())
         return "no";
     if (links.front().name != digits)
-        return "no " + digits;
+        return base::tr("no {1}", digits);
     if (links.size() == 1)
-        return "no " + digits + ".ARCH";
+        return base::tr("no {1}.ARCH", digits);
     for (const BootLink &link : links)
         if (!link.whole)
-            return link.name + " leads nowhere";
+            return base::tr("{1} leads nowhere", link.name);
     return "yes";
 }
 
@@ -174,9 +175,9 @@ BootAreaLock::BootAreaLock() : lock_(tftpboot) {
     const std::string place = tftpboot;
     if (lock_.status() == tables::table_locked)
         fail(Code::busy,
-             "somebody else has been at work in " + place + " for half a minute; try again later");
+             base::tr("somebody else has been at work in {1} for half a minute; try again later", place));
     if (lock_.status() != 0)
-        fail(Code::system, "cannot lock " + place + ": " + std::strerror(-lock_.status()));
+        fail(Code::system, base::tr("cannot lock {1}: {2}", place, std::strerror(-lock_.status())));
 }
 
 bool same_content(const std::string &one, const std::string &other) {
@@ -209,14 +210,14 @@ bool ensure_boot_program(const BootAreaLock &, const std::string &method, const 
     unlink(fresh.c_str()); // of a run that was cut off; nobody else is here, by the lock
     const auto cannot_copy = [&] {
         unlink(fresh.c_str());
-        fail(Code::system, "cannot copy the boot program " + file + " to " + tftpboot);
+        fail(Code::system, base::tr("cannot copy the boot program {1} to {2}", file, tftpboot));
     };
     {
         const Uninterrupted uninterrupted;
         const base::Descriptor made(
             open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
         if (!made.is_open())
-            fail_errno("cannot make " + fresh);
+            fail_errno(base::tr("cannot make {1}", fresh));
         journal.note_made(MadeFile{fresh, identity_of(fresh).value_or(FileIdentity{})});
     }
     if (copyfile(fresh.c_str(), file.c_str()) != 0 || chmod(fresh.c_str(), 0644) != 0)
@@ -227,7 +228,7 @@ bool ensure_boot_program(const BootAreaLock &, const std::string &method, const 
     flush(fresh);
     journal.note(MadeBootProgram{program, identity_of(fresh).value_or(FileIdentity{})});
     if (rename(fresh.c_str(), program.c_str()) != 0)
-        fail_errno("cannot put " + program + " in place");
+        fail_errno(base::tr("cannot put {1} in place", program));
     flush(tftpboot);
     return true;
 }
@@ -275,7 +276,7 @@ bool ensure_boot_links(const BootAreaLock &, const std::string &method, const st
         return false;
     for (const BootLink &old : boot_links_of(address)) {
         if (old.target.empty())
-            fail(Code::unusable, path_of(old.name) + " is no link; remove it first");
+            fail(Code::unusable, base::tr("{1} is no link; remove it first", path_of(old.name)));
         journal.note(ReplacedBootLink{old.name, old.target});
     }
     for (const std::string &name : {digits, digits + "." + suffix})
@@ -286,9 +287,9 @@ bool ensure_boot_links(const BootAreaLock &, const std::string &method, const st
     }
     // An old link that could not be removed stays, and counts as made.
     if (!in_place())
-        fail(Code::no_effect,
-             "cannot make the links of " + address + " in " + tftpboot + " to " + boot_name +
-                 "; is it read-only or not yours to write, or something else in their place?");
+        fail(Code::no_effect, base::tr("cannot make the links of {1} in {2} to {3}; is it read-only or not "
+                                       "yours to write, or something else in their place?",
+                                       address, tftpboot, boot_name));
     flush(tftpboot);
     return true;
 }
@@ -302,7 +303,7 @@ BootLinks remove_boot_links(const BootAreaLock &, const std::string &method, con
         cleanup_tftpboot_dir(method.c_str(), address.c_str());
     }
     if (!boot_links_of(address).empty())
-        fail(Code::no_effect, "cannot remove the links of " + address + " from " + tftpboot);
+        fail(Code::no_effect, base::tr("cannot remove the links of {1} from {2}", address, tftpboot));
     flush(tftpboot);
     return there;
 }
@@ -321,7 +322,7 @@ std::string take_back(const ReplacedBootLink &replaced, const UndoContext &) {
     const std::string path = path_of(replaced.name);
     return symlink(replaced.target.c_str(), path.c_str()) == 0 || errno == EEXIST
                ? ""
-               : complaint("without its link " + path);
+               : complaint(base::tr("without its link {1}", path));
 }
 
 std::string take_back(const MadeBootProgram &made, const UndoContext &) {

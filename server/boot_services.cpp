@@ -44,7 +44,7 @@ struct Item {
 };
 
 [[noreturn]] void fail(const std::string &what, int error) {
-    throw std::runtime_error("cannot " + what + ": " + std::strerror(error));
+    throw std::runtime_error(what + ": " + std::strerror(error));
 }
 
 bool is_installed(const std::string &unit) {
@@ -125,7 +125,7 @@ bool is_in_place(const Item &item) {
 std::vector<std::string> read_record() {
     const base::FileText text = base::read_file(record_path);
     if (!text && !text.is_missing())
-        fail("read " + record_path, text.error);
+        fail(base::tr("cannot read {1}", record_path), text.error);
     std::vector<std::string> lines;
     base::for_each_line(text.text, [&](std::string_view line) { lines.emplace_back(line); });
     return lines;
@@ -176,14 +176,14 @@ void write_record(const std::vector<std::string> &lines) {
     for (const std::string &line : lines)
         text += line + "\n";
     if (const int error = base::write_file(record_path, text); error != 0)
-        fail("write " + record_path, error);
+        fail(base::tr("cannot write {1}", record_path), error);
 }
 
 void make_directory(const std::string &path) {
     std::error_code error;
     fs::create_directory(path, error);
     if (error)
-        fail("make " + path, error.value());
+        fail(base::tr("cannot make {1}", path), error.value());
 }
 
 void put(const Item &item) {
@@ -193,23 +193,22 @@ void put(const Item &item) {
         make_directory(item.path);
     } else if (!item.is_link) {
         if (const int error = base::write_file(item.path, item.content); error != 0)
-            fail("write " + item.path, error);
+            fail(base::tr("cannot write {1}", item.path), error);
     } else if (symlink(item.content.c_str(), item.path.c_str()) != 0) {
-        fail("make the link " + item.path, errno);
+        fail(base::tr("cannot make the link {1}", item.path), errno);
     }
 }
 
 void require_units() {
     for (const std::string &service : wanted_services()) {
         if (is_masked(service + ".service"))
-            throw std::runtime_error(service +
-                                     ".service is masked, so that it never starts; take that back first: "
-                                     "systemctl unmask " +
-                                     service);
+            throw std::runtime_error(base::tr(
+                "{1}.service is masked, so that it never starts; take that back first: systemctl unmask {1}",
+                service));
         if (!is_installed(service + ".service"))
-            throw std::runtime_error(
-                "there is no " + units + service +
-                ".service; install the adapters: cmake --install build --component compat");
+            throw std::runtime_error(base::tr(
+                "there is no {1}{2}.service; install the adapters: cmake --install build --component compat",
+                units, service));
     }
 }
 
@@ -229,7 +228,7 @@ BootServicesChange take_back(const std::vector<std::string> &record) {
             if (!is_as_recorded(*line))
                 change.left.push_back(path);
             else if (unlink(path.c_str()) != 0)
-                fail("remove " + path, errno);
+                fail(base::tr("cannot remove {1}", path), errno);
             else
                 change.paths.push_back(path);
         }
@@ -262,11 +261,17 @@ BootServicesChange enable_boot_services(const std::string &router) {
         const auto recorded = find_path(record, item.path);
         const bool is_ours = recorded != record.end() && is_as_recorded(*recorded);
         if (exists(item.path) && !is_ours)
-            throw std::runtime_error(item.path + " is there already and is not what this needs (" +
-                                     (item.is_link     ? "a link to " + item.content
-                                      : item.is_folder ? "a folder"
-                                                       : "settings of its own") +
-                                     "); move it away first");
+            throw std::runtime_error(
+                item.is_link ? base::tr("{1} is there already and is not what this needs (a link to {2}); "
+                                        "move it away first",
+                                        item.path, item.content)
+                : item.is_folder
+                    ? base::tr(
+                          "{1} is there already and is not what this needs (a folder); move it away first",
+                          item.path)
+                    : base::tr("{1} is there already and is not what this needs (settings of its own); move "
+                               "it away first",
+                               item.path));
         for (const std::string &directory : missing_directories(item.path))
             note("d " + directory);
         note(line_of(item));
@@ -305,7 +310,7 @@ BootServicesChange disable_boot_services() {
         (line.starts_with("d ") && record_path.starts_with(path_in(line) + "/") ? own : rest).push_back(line);
     BootServicesChange change = take_back(rest);
     if (unlink(record_path.c_str()) != 0)
-        fail("remove " + record_path, errno);
+        fail(base::tr("cannot remove {1}", record_path), errno);
     take_back(own);
     return change;
 }

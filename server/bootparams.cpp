@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm/table_edit.hpp"
 #include "server/failure.hpp"
 #include "server/files.hpp"
@@ -114,7 +115,7 @@ bool change_item(const std::string &client, const BootparamsItem &item, Journal 
         replace_lines(bootparams_path, before, after, journal);
         return true;
     }
-    fail(Code::not_found, "there is no client " + client + " in " + bootparams_path + " any more");
+    fail(Code::not_found, base::tr("there is no client {1} in {2} any more", client, bootparams_path));
 }
 
 std::string take_back(const AddedItem &added, const UndoContext &) {

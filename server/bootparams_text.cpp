@@ -7,6 +7,7 @@
 #include "base/bootparams.hpp"
 #include "base/owners.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "server/failure.hpp"
 
@@ -98,7 +99,7 @@ bool find_entry(std::string_view file, const std::string &client, BootparamsEntr
         if (entry.name() != client)
             continue;
         if (entry.text.find('\0') != entry.text.npos)
-            fail(Code::table, "the entry of " + client + " holds a NUL; correct it by hand");
+            fail(Code::table, base::tr("the entry of {1} holds a NUL; correct it by hand", client));
         return true;
     }
     return false;
@@ -174,18 +175,18 @@ bool is_shells(char c, std::string_view value) {
 
 std::string defect_of(const BootparamsItem &item) {
     if (!is_name(item.key))
-        return "the key \"" + item.key + "\" must be made of letters, digits, \"_\", \"-\" and \".\"";
+        return base::tr("the key \"{1}\" must be made of letters, digits, \"_\", \"-\" and \".\"", item.key);
     if (!item.server.empty() && !is_name(item.server))
-        return "the server of " + item.key + " must be a host name, not \"" + item.server + "\"";
+        return base::tr("the server of {1} must be a host name, not \"{2}\"", item.key, item.server);
     if (item.server.empty() && item.path.empty())
-        return item.key + " needs a path or a value; database/remove_bootparams removes it";
+        return base::tr("{1} needs a path or a value; database/remove_bootparams removes it", item.key);
     for (const char c : item.path)
         if (static_cast<unsigned char>(c) <= ' ' || c == 0x7f || c == ':' || is_shells(c, item.path))
-            return "the path of " + item.key +
-                   " must not hold blanks, colons, backslashes or other characters that the shell takes "
-                   "apart";
+            return base::tr("the path of {1} must not hold blanks, colons, backslashes or other characters "
+                            "that the shell takes apart",
+                            item.key);
     if ((item.path + "/").find("/../") != std::string::npos)
-        return "the path of " + item.key + " must not hold \"..\"";
+        return base::tr("the path of {1} must not hold \"..\"", item.key);
     return "";
 }
 
@@ -194,12 +195,12 @@ std::variant<std::vector<BootparamsItem>, std::string> parse_items(std::string_v
     for (const std::string_view word : base::words_of(text)) {
         const auto parts = base::split_item(word);
         if (!parts)
-            return std::string(word) + " is no item; items are given as KEY=SERVER:PATH or KEY=VALUE";
+            return base::tr("{1} is no item; items are given as KEY=SERVER:PATH or KEY=VALUE", word);
         BootparamsItem item{std::string(parts->key), std::string(parts->server), std::string(parts->path)};
         if (std::string defect = defect_of(item); !defect.empty())
             return defect;
         if (std::any_of(items.begin(), items.end(), [&](const auto &other) { return other.key == item.key; }))
-            return "the key " + item.key + " is given twice";
+            return base::tr("the key {1} is given twice", item.key);
         items.push_back(std::move(item));
     }
     return items;

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <utility>
 
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "server/confined.hpp"
 #include "server/failure.hpp"
@@ -88,8 +89,9 @@ void check_lines(const std::string &root, const std::string &text, bool (*is_goo
     for (std::string line; std::getline(lines, line);)
         if (!line.starts_with('#') && !is_good(line))
             throw Failure(Code::table,
-                          "nothing was changed: " + table_of(root) + " has the line \"" + line +
-                              "\", whose seventh and last column is not its mount options; mend it first");
+                          base::tr("nothing was changed: {1} has the line \"{2}\", whose seventh and last "
+                                   "column is not its mount options; mend it first",
+                                   table_of(root), line));
 }
 
 // What the library's edit makes of the table; the client's own is not touched. Nothing: it did not come to be.
@@ -103,13 +105,13 @@ std::string edited(const std::string &root, const std::string &before, int (*edi
 }
 
 [[noreturn]] void fail_unmoved(const std::string &root) {
-    throw Failure(Code::system, "the new table could not be moved over " + table_of(root));
+    throw Failure(Code::system, base::tr("the new table could not be moved over {1}", table_of(root)));
 }
 
 [[noreturn]] void fail_changed(const std::string &root) {
     throw Failure(Code::no_effect,
-                  table_of(root) +
-                      " is not as it should be after the edit; somebody else may be changing it");
+                  base::tr("{1} is not as it should be after the edit; somebody else may be changing it",
+                           table_of(root)));
 }
 
 // What is in a directory, for an error that says what there would have been.
@@ -150,8 +152,10 @@ void check_client_root(const std::string &root) {
             throw Failure(Code::unusable, way_out);
     const auto found = files_of(root).status(table);
     if (!found || !S_ISREG(found->st_mode))
-        throw Failure(Code::unusable, table_of(root) + (found ? " is no file" : " does not exist") + ", so " +
-                                          root + " is no client's root yet");
+        throw Failure(
+            Code::unusable,
+            found ? base::tr("{1} is no file, so {2} is no client's root yet", table_of(root), root)
+                  : base::tr("{1} does not exist, so {2} is no client's root yet", table_of(root), root));
 }
 
 std::string read_client_table(const std::string &root) {
@@ -167,7 +171,8 @@ bool enable_cached_mounts(const std::string &root) {
     const std::vector<CachedMount> mounts = cached_mounts(before);
     if (mounts.empty())
         throw Failure(Code::unusable,
-                      table_of(root) + " has no line for /, /usr or /usr/openwin: there is nothing to cache");
+                      base::tr("{1} has no line for /, /usr or /usr/openwin: there is nothing to cache",
+                               table_of(root)));
     if (is_switched_on(mounts) && has_cache_directory(root))
         return false;
     check_lines(root, before, may_be_extended);
@@ -213,16 +218,18 @@ bool disable_cached_mounts(const std::string &root) {
 void check_install_profile(const std::string &set, const std::string &profile) {
     std::error_code error;
     if (set == "." || set == "..")
-        throw Refusal("profile_set: " + set + " is no name of a set of profiles");
+        throw Refusal(base::tr("profile_set: {1} is no name of a set of profiles", set));
     if (profile == "." || profile == ".." || profile == "profile")
-        throw Refusal("profile: " + profile + " is no name of a profile" +
-                      (profile == "profile" ? "; the link to it is called so" : ""));
+        throw Refusal(
+            profile == "profile"
+                ? base::tr("profile: {1} is no name of a profile; the link to it is called so", profile)
+                : base::tr("profile: {1} is no name of a profile", profile));
     if (!fs::is_directory(profiles + "/" + set, error))
-        throw Failure(Code::not_found, "there is no set of profiles " + profiles + "/" + set +
-                                           "; there are: " + names_in(profiles));
+        throw Failure(Code::not_found, base::tr("there is no set of profiles {1}/{2}; there are: {3}",
+                                                profiles, set, names_in(profiles)));
     if (!fs::is_regular_file(profiles + "/" + set + "/" + profile, error))
-        throw Failure(Code::not_found, "there is no profile " + profile + " in " + profiles + "/" + set +
-                                           "; there are: " + names_in(profiles + "/" + set));
+        throw Failure(Code::not_found, base::tr("there is no profile {1} in {2}/{3}; there are: {4}", profile,
+                                                profiles, set, names_in(profiles + "/" + set)));
 }
 
 bool set_install_profile(const std::string &method, const std::string &root, const std::string &set,
@@ -240,9 +247,11 @@ bool set_install_profile(const std::string &method, const std::string &root, con
     if (is_in_place(files))
         return false;
     if (const auto there = files.status(copy); there && !S_ISREG(there->st_mode))
-        throw Failure(Code::unusable, root + "/" + copy +
-                                          (S_ISLNK(there->st_mode) ? " is a link" : " is no file") +
-                                          ", where the profile is to be; remove it");
+        throw Failure(
+            Code::unusable,
+            S_ISLNK(there->st_mode)
+                ? base::tr("{1}/{2} is a link, where the profile is to be; remove it", root, copy)
+                : base::tr("{1}/{2} is no file, where the profile is to be; remove it", root, copy));
 
     const Stage stage(root);
     {
@@ -253,14 +262,16 @@ bool set_install_profile(const std::string &method, const std::string &root, con
             throw Recorded();
     }
     if (!is_in_place(stage.files()))
-        throw Failure(Code::no_effect, "the profile " + profile + " could not be copied");
+        throw Failure(Code::no_effect, base::tr("the profile {1} could not be copied", profile));
     files.make_directory(profile_folder, {.mode = 0755});
     files.write(copy, stage.files().read(copy));
     files.make_link(profile, link);
     files.flush();
     if (!is_in_place(files))
-        throw Failure(Code::no_effect, "the profile was copied, but " + root + "/" + link +
-                                           " does not lead to it; remove what is in its way");
+        throw Failure(
+            Code::no_effect,
+            base::tr("the profile was copied, but {1}/{2} does not lead to it; remove what is in its way",
+                     root, link));
     return true;
 }
 

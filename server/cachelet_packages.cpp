@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "server/failure.hpp"
 #include "server/packages.hpp"
@@ -41,8 +42,8 @@ std::string set_up_service(const Service &service) {
 void ensure_cachelet_packages(const method::Call &call, const Client &client, bool install, Report &report) {
     const bool had_server = server_has_all();
     if (!had_server && !install)
-        fail(Code::unusable, "this server is not prepared for cache-only clients; hostadm run "
-                             "service/setup_cachelet_server prepares it, or setup=yes");
+        fail(Code::unusable, base::tr("this server is not prepared for cache-only clients; hostadm run "
+                                      "service/setup_cachelet_server prepares it, or setup=yes"));
     if (!had_server && setup_as_cachelet_server(call.method().c_str()) != 0)
         throw Recorded();
     report.step("server packages", !had_server, "KTVXqsvu, KTVXqsvr");
@@ -53,9 +54,9 @@ void ensure_cachelet_packages(const method::Call &call, const Client &client, bo
     const bool had_service = is_package_recorded(service->instruction_set, service->os_version, "KTVXqcu");
     // That of 2.4 takes templates too, which is a request of its own.
     if (!had_service && (!install || service->os_version == "2.4"))
-        fail(Code::unusable, "the service " + service->title() +
-                                 " is not prepared for cache-only clients; hostadm run " +
-                                 set_up_service(*service) + " prepares it");
+        fail(Code::unusable,
+             base::tr("the service {1} is not prepared for cache-only clients; hostadm run {2} prepares it",
+                      service->title(), set_up_service(*service)));
     if (!had_service && setup_cachelet_service(call.method().c_str(), service->instruction_set.c_str(),
                                                service->os_version.c_str()) != 0)
         throw Recorded();

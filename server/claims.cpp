@@ -16,6 +16,7 @@
 
 #include "base/private_folder.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/failure.hpp"
 #include "server/roots.hpp"
 
@@ -33,16 +34,18 @@ base::Descriptor locked(const std::string &path) {
     for (const std::string &place : {fs::path(path).parent_path().string(), path}) {
         folder = base::private_folder(place);
         if (!folder.is_open())
-            fail(Code::system, "cannot keep locks in " + place + ": " + std::strerror(errno) +
-                                   (errno == EPERM ? "; it must be root's own" : ""));
+            fail(Code::system, errno == EPERM
+                                   ? base::tr("cannot keep locks in {1}: {2}; it must be root's own", place,
+                                              std::strerror(errno))
+                                   : base::tr("cannot keep locks in {1}: {2}", place, std::strerror(errno)));
     }
     constexpr auto patience = std::chrono::seconds(30);
     const auto end = std::chrono::steady_clock::now() + patience;
     while (flock(folder.get(), LOCK_EX | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK && errno != EINTR)
-            fail_errno("cannot lock " + path);
+            fail_errno(base::tr("cannot lock {1}", path));
         if (std::chrono::steady_clock::now() > end)
-            fail(Code::busy, path + " has been locked for half a minute; try again later");
+            fail(Code::busy, base::tr("{1} has been locked for half a minute; try again later", path));
         usleep(2'000);
     }
     return folder;
@@ -110,10 +113,15 @@ bool collide(const Claim &wanted, const std::string &kind, const std::string &va
 }
 
 [[noreturn]] void fail_claimed(const Claim &wanted, const std::string &value, const Held &holder) {
-    const std::string who = "somebody else is working on " + holder.subject + " at the moment (" +
-                            holder.run + ", process " + holder.process + ")";
-    fail(Code::busy,
-         who + (wanted.kind == Claim::Kind::name ? "" : " and has " + value) + "; try again when it is done");
+    if (wanted.kind == Claim::Kind::name)
+        fail(
+            Code::busy,
+            base::tr(
+                "somebody else is working on {1} at the moment ({2}, process {3}); try again when it is done",
+                holder.subject, holder.run, holder.process));
+    fail(Code::busy, base::tr("somebody else is working on {1} at the moment ({2}, process {3}) and has {4}; "
+                              "try again when it is done",
+                              holder.subject, holder.run, holder.process, value));
 }
 
 // What the run behind a file holds; nothing: it is over, and its file goes.
@@ -142,7 +150,7 @@ void check_others(const std::string &folder, const std::vector<Claim> &wanted, c
                     fail_claimed(claim, value, *held);
     }
     if (error)
-        fail(Code::system, "cannot look through " + folder + ": " + error.message());
+        fail(Code::system, base::tr("cannot look through {1}: {2}", folder, error.message()));
 }
 
 } // namespace
@@ -163,7 +171,7 @@ Claims::Claims(const std::string &run, const std::string &subject, const std::ve
     path_ = folder_ + "/" + number + "." + std::to_string(std::random_device()());
     file_ = base::Descriptor(open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!file_.is_open() || flock(file_.get(), LOCK_EX | LOCK_NB) != 0)
-        fail_errno("cannot make " + path_);
+        fail_errno(base::tr("cannot make {1}", path_));
     write(run + "\t" + number + "\t" + subject + "\n", wanted);
 }
 
@@ -179,7 +187,7 @@ void Claims::write(std::string text, const std::vector<Claim> &wanted) {
     for (const Claim &claim : wanted)
         text += std::string(name_of(claim.kind)) + "\t" + canonical(claim) + "\n";
     if (!base::write_all(file_.get(), text))
-        fail_errno("cannot write " + path_);
+        fail_errno(base::tr("cannot write {1}", path_));
 }
 
 Claims::~Claims() {

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <netinet/ether.h>
 
+#include "base/translation.hpp"
 #include "server/failure.hpp"
 
 namespace hostadm::server {
@@ -27,8 +28,8 @@ std::string text_of(std::uint32_t address) {
 }
 
 std::string in_words(const base::OwnNetwork &network) {
-    return text_of(network.first()) + "/" + std::to_string(std::popcount(network.mask)) + " of " +
-           network.interface;
+    return base::tr("{1}/{2} of {3}", text_of(network.first()), std::popcount(network.mask),
+                    network.interface);
 }
 
 std::string in_words(const std::vector<base::OwnNetwork> &networks) {
@@ -45,27 +46,39 @@ void check_is_a_hosts(const std::string &text, const std::vector<base::OwnNetwor
     for (const base::OwnNetwork &network : networks) {
         if (!network.has_addresses_of_its_own() || (address != network.first() && address != network.last()))
             continue;
-        const char *const whose = address == network.first() ? " is the address of the network "
-                                                             : " is the broadcast address of the network ";
-        fail(Code::unusable, text + whose + in_words(network) + ", and no host's; give one from " +
-                                 text_of(network.first() + 1) + " to " + text_of(network.last() - 1));
+        const std::string from = text_of(network.first() + 1), to = text_of(network.last() - 1);
+        fail(Code::unusable,
+             address == network.first()
+                 ? base::tr("{1} is the address of the network {2}, and no host's; give one from {3} to {4}",
+                            text, in_words(network), from, to)
+                 : base::tr("{1} is the broadcast address of the network {2}, and no host's; give one from "
+                            "{3} to {4}",
+                            text, in_words(network), from, to));
     }
 }
 
 void check_client_address(const std::string &text, const std::vector<base::OwnNetwork> &networks) {
     const std::uint32_t address = number_of(text);
-    const std::string no_host = text + " is no address of a host in a network, but ";
+
     if (address >> 24 == 0)
-        refuse(no_host + "says that there is none yet; give the client's own address");
+        refuse(base::tr("{1} is no address of a host in a network, but says that there is none yet; give the "
+                        "client's own address",
+                        text));
     if (address >> 24 == 127)
-        refuse(no_host + "each host's own (loopback); give the address that others reach the client by");
+        refuse(base::tr("{1} is no address of a host in a network, but each host's own (loopback); give the "
+                        "address that others reach the client by",
+                        text));
     if (address >> 28 == 14)
-        refuse(no_host + "a group's (multicast); give the client's own address");
+        refuse(base::tr("{1} is no address of a host in a network, but a group's (multicast); give the "
+                        "client's own address",
+                        text));
     if (address >> 28 == 15)
-        refuse(no_host + "reserved or everybody's; give the client's own address");
+        refuse(base::tr("{1} is no address of a host in a network, but reserved or everybody's; give the "
+                        "client's own address",
+                        text));
     check_is_a_hosts(text, networks);
     if (base::is_own_address(text))
-        fail(Code::taken, text + " is an address of this server");
+        fail(Code::taken, base::tr("{1} is an address of this server", text));
 }
 
 void check_client_address(const std::string &address) {
@@ -77,10 +90,10 @@ void check_in_own_network(const std::string &text, const std::vector<base::OwnNe
     if (networks.empty() || std::any_of(networks.begin(), networks.end(),
                                         [&](const auto &network) { return network.holds(address); }))
         return;
-    fail(Code::unusable, text + " is in no network of this server (" + in_words(networks) +
-                             "), so a client there is neither heard nor answered; give an address of such a "
-                             "network, or say with "
-                             "server= by which name clients of that network reach this server");
+    fail(Code::unusable, base::tr("{1} is in no network of this server ({2}), so a client there is neither "
+                                  "heard nor answered; give an address of such a network, or say with "
+                                  "server= by which name clients of that network reach this server",
+                                  text, in_words(networks)));
 }
 
 void check_client_ethernet(const std::string &text) {
@@ -88,7 +101,7 @@ void check_client_ethernet(const std::string &text) {
     constexpr std::uint8_t nobody[6] = {};
     if (ethernet == nullptr || (ethernet->ether_addr_octet[0] & 1) != 0 ||
         std::memcmp(ethernet->ether_addr_octet, nobody, sizeof nobody) == 0)
-        refuse(text + " is no Ethernet address of a single host");
+        refuse(base::tr("{1} is no Ethernet address of a single host", text));
 }
 
 } // namespace hostadm::server

@@ -11,6 +11,7 @@
 #include "base/beneath.hpp"
 #include "base/text.hpp"
 #include "base/this_host.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "server/boot_area.hpp"
 #include "server/bootparams.hpp"
@@ -110,14 +111,15 @@ void check_free(const HostTable &table, const std::string &key, const Client &cl
     if (owner.empty())
         owner = disabled_name_of(table.path(), key);
     if (!owner.empty() && !same_name(owner, client.name))
-        fail(Code::taken, key + " belongs to " + owner + " in " + table.path());
+        fail(Code::taken, base::tr("{1} belongs to {2} in {3}", key, owner, table.path()));
 }
 
 // A program of that name that others may boot stays as it is.
 void check_program_place(const std::string &place, const std::string &program) {
     if (exists(place) && !same_content(place, program))
-        fail(Code::taken, place + " is there already and differs from " + program +
-                              "; give the boot program another name");
+        fail(Code::taken,
+             base::tr("{1} is there already and differs from {2}; give the boot program another name", place,
+                      program));
 }
 
 // Whether a share with these options is open to the client, and to nobody else.
@@ -140,7 +142,7 @@ std::string owner_of_path(const std::string &path) {
         for (const char *key : {"root", "swap", "dump"})
             if (const std::string theirs = path_of_item(other.items, key);
                 theirs.starts_with('/') && is_at_or_below(real_paths.of(theirs), path))
-                return ", as the " + std::string(key) + " of " + other.name;
+                return base::tr(", as the {1} of {2}", key, other.name);
     return "";
 }
 
@@ -166,7 +168,7 @@ std::string take_back(const RenamedPath &renamed, const UndoContext &) {
     if (folder.status(from))
         return "";
     if (identity_in(folder, to) != renamed.identity)
-        return renamed.to + ", which was " + renamed.from;
+        return base::tr("{1}, which was {2}", renamed.to, renamed.from);
     folder.rename(to, from, RENAME_NOREPLACE);
     return "";
 }
@@ -180,7 +182,7 @@ std::string take_back(const ResizedFile &resized, const UndoContext &) {
     if (identity_of(file) != resized.identity)
         return "";
     const bool restored = ftruncate(file.get(), static_cast<off_t>(resized.before)) == 0;
-    return restored ? "" : "the size of " + resized.path;
+    return restored ? "" : base::tr("the size of {1}", resized.path);
 }
 
 std::string take_back(const MovedShare &moved, const UndoContext &context) {
@@ -190,7 +192,7 @@ std::string take_back(const MovedShare &moved, const UndoContext &context) {
     return sharefs(nullptr, moved.options.c_str(), nullptr, moved.path.c_str(), moved.effect.c_str(),
                    context.method.c_str(), 0) == 0
                ? ""
-               : "the share of " + moved.path;
+               : base::tr("the share of {1}", moved.path);
 }
 
 std::string take_back(const RewrittenInRoot &rewritten, const UndoContext &) try {
@@ -219,7 +221,7 @@ bool change_words_in_root(const std::string &path,
     }
     return changed;
 } catch (const base::BeneathError &error) {
-    fail(Code::unusable, std::string(error.what()) + "; nothing of the client has been changed");
+    fail(Code::unusable, base::tr("{1}; nothing of the client has been changed", error.what()));
 }
 
 ClientChange::ClientChange(const Client &client, const WantedChange &wanted)
@@ -262,44 +264,46 @@ void ClientChange::check() const {
     if (!wanted_.ethernet.empty())
         check_client_ethernet(wanted_.ethernet);
     if (old_.disabled && moves_shares())
-        fail(Code::unusable, old_.name +
-                                 " is disabled, and its shares are kept as they were; enable it first "
-                                 "(client/enable)");
+        fail(
+            Code::unusable,
+            base::tr("{1} is disabled, and its shares are kept as they were; enable it first (client/enable)",
+                     old_.name));
     if (is_server_itself(new_.name))
-        fail(Code::taken, new_.name + " is this server");
+        fail(Code::taken, base::tr("{1} is this server", new_.name));
     if (const std::string root = old_.own_path("root"); !root.empty() && is_being_filled(root))
-        fail(Code::incomplete, root + " was filled only in part by a run that was cut off; add " + old_.name +
-                                   " once more, or remove it (client/remove), before it is changed");
+        fail(Code::incomplete, base::tr("{1} was filled only in part by a run that was cut off; add {2} once "
+                                        "more, or remove it (client/remove), before it is changed",
+                                        root, old_.name));
     if (!wanted_.server.empty() && base::address_of_host(wanted_.server).empty())
-        fail(Code::not_found,
-             "the server " + wanted_.server +
-                 " has no address here, so the client could not be told where its root is; add "
-                 "a line to /etc/hosts, or give another name");
+        fail(Code::not_found, base::tr("the server {1} has no address here, so the client could not be told "
+                                       "where its root is; add a line to /etc/hosts, or give another name",
+                                       wanted_.server));
     std::error_code error;
     if (!wanted_.boot_program.empty() && !fs::is_regular_file(wanted_.boot_program, error))
-        fail(Code::not_found, "there is no boot program " + wanted_.boot_program);
+        fail(Code::not_found, base::tr("there is no boot program {1}", wanted_.boot_program));
     if (!wanted_.boot_program.empty() && old_.links.empty())
-        fail(Code::unusable, old_.name + " has no boot links, so nothing tells its architecture; add it once "
-                                         "more, with that boot program");
+        fail(Code::unusable, base::tr("{1} has no boot links, so nothing tells its architecture; add it once "
+                                      "more, with that boot program",
+                                      old_.name));
     if (wanted_.swap_size && old_.own_path("swap").empty())
-        fail(Code::unusable, old_.name + " has no swap file on this server");
+        fail(Code::unusable, base::tr("{1} has no swap file on this server", old_.name));
     if (wanted_.swap_size)
         check_swap_grows(old_.own_path("swap"), *wanted_.swap_size);
     if (!wanted_.share_options.empty() && !is_open_to_alone(wanted_.share_options, new_.name))
-        refuse("share_options " + wanted_.share_options + " must open it to " + new_.name +
-               " and nobody else, such as " + share_options_of(new_.name));
+        refuse(base::tr("share_options {1} must open it to {2} and nobody else, such as {3}",
+                        wanted_.share_options, new_.name, share_options_of(new_.name)));
     if (!wanted_.share_options.empty() && shares().empty())
-        fail(Code::not_found, "nothing is shared for " + old_.name + " alone");
+        fail(Code::not_found, base::tr("nothing is shared for {1} alone", old_.name));
 }
 
 void ClientChange::check_collisions() const {
     if (!same_name(new_.name, old_.name)) {
         for (const BootparamsClient &other : client_entries())
             if (same_name(other.name, new_.name))
-                fail(Code::taken, new_.name + " is a client already");
+                fail(Code::taken, base::tr("{1} is a client already", new_.name));
         for (const HostTable &table : {hosts_table(), ethers_table()})
             if (const std::string key = table.key_of(new_.name); !key.empty())
-                fail(Code::taken, new_.name + " has " + key + " in " + table.path() + " already");
+                fail(Code::taken, base::tr("{1} has {2} in {3} already", new_.name, key, table.path()));
     }
     if (new_.address != old_.address)
         check_free(hosts_table(), new_.address, old_);
@@ -322,8 +326,8 @@ void ClientChange::plan_moves() {
             continue;
         const std::string to = fs::path(named).parent_path() / new_.name;
         if (exists(to))
-            fail(Code::taken,
-                 to + " is there already" + owner_of_path(to) + ", and " + named + " is to take that name");
+            fail(Code::taken, base::tr("{1} is there already{2}, and {3} is to take that name", to,
+                                       owner_of_path(to), named));
         moves_.push_back({named, to});
     }
 }
@@ -445,7 +449,7 @@ void ClientChange::change_bootparams(Journal &journal, Report &report) const {
         report.step("bootparams", true, new_.name + " " + new_.items);
         return;
     }
-    fail(Code::not_found, "there is no client " + old_.name + " in " + bootparams_path + " any more");
+    fail(Code::not_found, base::tr("there is no client {1} in {2} any more", old_.name, bootparams_path));
 }
 
 void ClientChange::move_paths(Journal &journal, Report &report) const {
@@ -454,7 +458,7 @@ void ClientChange::move_paths(Journal &journal, Report &report) const {
         const std::string from = name_of(move.from);
         journal.note(RenamedPath{move.from, move.to, identity_in(folder, from).value_or(FileIdentity{})});
         folder.rename(from, name_of(move.to), RENAME_NOREPLACE);
-        report.step("path", true, move.to + ", which was " + move.from);
+        report.step("path", true, base::tr("{1}, which was {2}", move.to, move.from));
     }
 }
 
@@ -465,12 +469,12 @@ void ClientChange::resize_swap(Journal &journal, Report &report) const {
     const base::Descriptor opened = folder_on_server(path).open_file(name_of(path), O_WRONLY);
     struct stat file {};
     if (fstat(opened.get(), &file) != 0)
-        fail_errno("cannot look at the swap file " + path);
+        fail_errno(base::tr("cannot look at the swap file {1}", path));
     const auto before = static_cast<std::uint64_t>(file.st_size);
     if (before != *wanted_.swap_size) {
         journal.note(ResizedFile{path, before, identity_of(opened).value_or(FileIdentity{})});
         if (ftruncate(opened.get(), static_cast<off_t>(*wanted_.swap_size)) != 0)
-            fail_errno("cannot make " + path + " " + std::to_string(*wanted_.swap_size) + " bytes long");
+            fail_errno(base::tr("cannot make {1} {2} bytes long", path, *wanted_.swap_size));
     }
     report.step("swap", before != *wanted_.swap_size, path);
 }
@@ -493,8 +497,9 @@ void ClientChange::change_boot_area(const std::string &method, Journal &journal,
     const std::string program = change_tftp_program(lock, method, journal, report);
     if (new_.address != old_.address) {
         if (!boot_links_of(new_.address).empty())
-            fail(Code::taken, "there are links of " + new_.address + " in " + tftpboot +
-                                  " already; netboot/cleanup_tftpboot removes them");
+            fail(Code::taken,
+                 base::tr("there are links of {1} in {2} already; netboot/cleanup_tftpboot removes them",
+                          new_.address, tftpboot));
         for (const BootLink &link : old_.links)
             journal.note(ReplacedBootLink{link.name, link.target});
         remove_boot_links(lock, method, old_.address);
@@ -519,8 +524,9 @@ void ClientChange::change_rpl_area(const std::string &method, Journal &journal, 
     }
     if (before != after) {
         if (!rpl_links_of(after).empty())
-            fail(Code::taken, "there are links of " + after + " in " + rplboot +
-                                  " already; netboot/cleanup_rplboot removes them");
+            fail(Code::taken,
+                 base::tr("there are links of {1} in {2} already; netboot/cleanup_rplboot removes them",
+                          after, rplboot));
         for (const BootLink &link : old_.links)
             journal.note(ReplacedRplLink{link.name, link.target});
         remove_rpl_links(lock, method, before);

@@ -10,6 +10,7 @@
 #include <variant>
 #include <vector>
 
+#include "base/translation.hpp"
 #include "server/client_change.hpp"
 #include "server/client_root.hpp"
 #include "server/failure.hpp"
@@ -45,7 +46,7 @@ std::uint64_t size_of(const std::string &path) {
 std::vector<BootparamsItem> further_items(const Client &old) {
     auto parsed = parse_items(old.items);
     if (const std::string *defect = std::get_if<std::string>(&parsed))
-        fail(Code::table, "the entry of " + old.name + " in " + bootparams_path + ": " + *defect);
+        fail(Code::table, base::tr("the entry of {1} in {2}: {3}", old.name, bootparams_path, *defect));
     auto items = std::get<std::vector<BootparamsItem>>(std::move(parsed));
     constexpr std::array<std::string_view, 5> own = {"root", "swap", "dump", "boottype", "swapsize"};
     std::erase_if(items, [&](const BootparamsItem &item) {
@@ -64,8 +65,9 @@ std::string options_for(const Client &old, const std::string &name) {
 Identity identity_of_client(const Client &old) {
     const std::string program = old.boot_program(), architecture = old.architecture();
     if (program.empty() || !old.links.front().whole || architecture.empty())
-        fail(Code::unusable, old.name + " has no boot program that the new client could boot (boot links: " +
-                                 old.boot_links() + ")");
+        fail(Code::unusable,
+             base::tr("{1} has no boot program that the new client could boot (boot links: {2})", old.name,
+                      old.boot_links()));
     // inetboot.ARCH.NAME_VERSION; the program is there, so only the release counts, for what the root is like.
     const std::size_t underline = program.rfind('_');
     return {"", architecture, "", underline == program.npos ? "" : program.substr(underline + 1)};
@@ -73,13 +75,15 @@ Identity identity_of_client(const Client &old) {
 
 void check(const Client &old, const std::string &root) {
     if (old.kind() == ClientKind::install || root.empty())
-        fail(Code::unusable, old.name + ", of the kind " + name_of(old.kind()) +
-                                 ", has no root of its own on this server that could be copied");
+        fail(Code::unusable,
+             base::tr("{1}, of the kind {2}, has no root of its own on this server that could be copied",
+                      old.name, name_of(old.kind())));
     if (!is_directory(root))
-        fail(Code::not_found, "there is no root " + root + " of " + old.name + " to copy");
+        fail(Code::not_found, base::tr("there is no root {1} of {2} to copy", root, old.name));
     if (is_being_filled(root))
-        fail(Code::incomplete, root + " was filled only in part by a run that was cut off; add " + old.name +
-                                   " once more before it is copied");
+        fail(Code::incomplete, base::tr("{1} was filled only in part by a run that was cut off; add {2} once "
+                                        "more before it is copied",
+                                        root, old.name));
 }
 
 } // namespace

@@ -11,6 +11,7 @@
 
 #include "base/text.hpp"
 #include "base/this_host.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/platform.h"
 #include "server/bootparams.hpp"
@@ -30,14 +31,15 @@ namespace {
 void check_sources() {
     const sysv_nsw_config *config = sysv_nsw_getconfig("bootparams");
     if (config == nullptr)
-        fail(Code::table,
-             std::string("/etc/nsswitch.conf cannot be read: ") + std::strerror(errno) +
-                 "; it names the sources of bootparams, and a line \"bootparams: files\" will do");
+        fail(Code::table, base::tr("/etc/nsswitch.conf cannot be read: {1}; it names the sources of "
+                                   "bootparams, and a line \"bootparams: files\" will do",
+                                   std::strerror(errno)));
     for (const sysv_nsw_lookup *lookup = config->lookups; lookup != nullptr; lookup = lookup->next) {
         const std::string source = lookup->service;
         if (source != "files" && source != "nis" && source != "nisplus")
-            fail(Code::table, "/etc/nsswitch.conf names the source \"" + source +
-                                  "\" for bootparams; only files, nis and nisplus can be listed");
+            fail(Code::table, base::tr("/etc/nsswitch.conf names the source \"{1}\" for bootparams; only "
+                                       "files, nis and nisplus can be listed",
+                                       source));
         if (source == "files" && access(bootparams_path, R_OK) != 0 && errno != ENOENT)
             fail_reading(bootparams_path, -errno);
         if (std::error_code error; source == "files" && std::filesystem::is_directory(bootparams_path, error))
@@ -88,9 +90,9 @@ std::string Client::boot_links() const {
     if (kind() == ClientKind::rpl)
         return rpl_links_state(rpl_key(ethernet), links);
     if (kind() == ClientKind::dataless && links.empty())
-        return "boots from its disk";
+        return base::tr("boots from its disk");
     const std::string digits = address_digits(address);
-    return digits.empty() ? "no address" : boot_links_state(digits, links);
+    return digits.empty() ? base::tr("no address") : boot_links_state(digits, links);
 }
 
 std::string Client::architecture() const {
@@ -126,8 +128,9 @@ Client find_client(const std::string &name) {
 Client known_client(const std::string &name) {
     Client client = find_client(name);
     if (client.items.empty())
-        fail(Code::not_found, "there is no client " + client.name + " in " + bootparams_path +
-                                  "; hostadm run client/list tells which there are");
+        fail(Code::not_found,
+             base::tr("there is no client {1} in {2}; hostadm run client/list tells which there are",
+                      client.name, bootparams_path));
     return client;
 }
 
@@ -197,8 +200,9 @@ void check_root_is_its_own(const Client &client, const std::string &root) {
         if (other.name == client.name || theirs.empty())
             continue;
         if (is_at_or_below(theirs, root) || is_at_or_below(root, theirs))
-            fail(Code::taken, "the root " + root + " and that of " + other.name + ", " + theirs +
-                                  ", lie in one another; neither is removed");
+            fail(Code::taken,
+                 base::tr("the root {1} and that of {2}, {3}, lie in one another; neither is removed", root,
+                          other.name, theirs));
     }
 }
 

@@ -23,6 +23,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "base/translation.hpp"
 #include "server/roots.hpp"
 
 namespace hostadm::server {
@@ -43,7 +44,7 @@ constexpr std::uint64_t harmless = MOUNT_ATTR_NOSUID | MOUNT_ATTR_NODEV;
 Descriptor clone_of(const std::string &path) {
     Descriptor clone(open_tree(AT_FDCWD, path.c_str(), OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_RECURSIVE));
     if (!clone.is_open())
-        fail("cannot bind " + path);
+        fail(base::tr("cannot bind {1}", path));
     return clone;
 }
 
@@ -51,12 +52,13 @@ void set_attributes(int mount, const char *path, std::uint64_t attributes) {
     mount_attr attribute{};
     attribute.attr_set = attributes;
     if (mount_setattr(mount, path, AT_RECURSIVE | AT_EMPTY_PATH, &attribute, sizeof attribute) != 0)
-        fail(std::string("cannot restrict the mount of ") + (*path == '\0' ? "the root" : path));
+        fail(*path == '\0' ? base::tr("cannot restrict the mount of the root")
+                           : base::tr("cannot restrict the mount of {1}", path));
 }
 
 void attach(const Descriptor &mount, const std::string &path) {
     if (move_mount(mount.get(), "", AT_FDCWD, path.c_str(), MOVE_MOUNT_F_EMPTY_PATH) != 0)
-        fail("cannot bind " + path);
+        fail(base::tr("cannot bind {1}", path));
 }
 
 bool is_temporary(const std::string &path) {
@@ -66,7 +68,7 @@ bool is_temporary(const std::string &path) {
 // What the process sees. `stage` takes the root's place if it is open.
 void change_view(const std::string &root, int stage, const Confinement &how) {
     if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-        fail("cannot make a view of the file systems of its own");
+        fail(base::tr("cannot make a view of the file systems of its own"));
     std::vector<std::pair<std::string, Descriptor>> shown; // again, over what hides or restricts it
     for (const char *device : {null_device, "/dev/zero", "/dev/random", "/dev/urandom"})
         if (access(device, F_OK) == 0)
@@ -87,7 +89,7 @@ void change_view(const std::string &root, int stage, const Confinement &how) {
     set_attributes(AT_FDCWD, "/", MOUNT_ATTR_RDONLY | MOUNT_ATTR_NODEV);
     if (mount("tmpfs", temporary, "tmpfs", MS_NOSUID | MS_NODEV | MS_NOEXEC | MS_NOSYMFOLLOW, "mode=0700") !=
         0)
-        fail("cannot make a /tmp of its own");
+        fail(base::tr("cannot make a /tmp of its own"));
     shown.emplace_back(root, std::move(there));
     for (const auto &[path, mount] : shown) {
         if (is_temporary(path))
@@ -95,7 +97,7 @@ void change_view(const std::string &root, int stage, const Confinement &how) {
         attach(mount, path);
     }
     if (chdir("/") != 0 || setenv("TMPDIR", temporary, 1) != 0)
-        fail("cannot enter the view");
+        fail(base::tr("cannot enter the view"));
 }
 
 // Of the newer kernels, which the headers need not know.
@@ -107,7 +109,7 @@ void allow(int rules, const std::string &path, std::uint64_t access) {
     rule.allowed_access = access;
     rule.parent_fd = place.get();
     if (!place.is_open() || syscall(SYS_landlock_add_rule, rules, LANDLOCK_RULE_PATH_BENEATH, &rule, 0) != 0)
-        fail("cannot allow writes to " + path);
+        fail(base::tr("cannot allow writes to {1}", path));
 }
 
 // A kernel without Landlock has the view alone.
@@ -130,12 +132,12 @@ void limit_writes(const std::string &root) {
     const Descriptor rules(
         static_cast<int>(syscall(SYS_landlock_create_ruleset, &attribute, sizeof attribute, 0)));
     if (!rules.is_open())
-        fail("cannot limit where it writes");
+        fail(base::tr("cannot limit where it writes"));
     allow(rules.get(), root, writes);
     allow(rules.get(), temporary, writes);
     allow(rules.get(), null_device, files);
     if (syscall(SYS_landlock_restrict_self, rules.get(), 0) != 0)
-        fail("cannot limit where it writes");
+        fail(base::tr("cannot limit where it writes"));
 }
 
 // Only what it takes to fill a root: nothing that would undo the view.
@@ -150,7 +152,7 @@ void drop_capabilities() {
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct sets[2]{};
     if (syscall(SYS_capget, &header, sets) != 0)
-        fail("cannot tell its capabilities");
+        fail(base::tr("cannot tell its capabilities"));
     for (unsigned half = 0; half < 2; ++half) {
         const auto mask = static_cast<std::uint32_t>(kept >> 32U * half);
         sets[half].effective &= mask;
@@ -158,7 +160,7 @@ void drop_capabilities() {
         sets[half].inheritable = 0;
     }
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || syscall(SYS_capset, &header, sets) != 0)
-        fail("cannot give up its capabilities");
+        fail(base::tr("cannot give up its capabilities"));
 }
 
 // What the child says at its end.
@@ -177,8 +179,8 @@ struct Report {
             limit_writes(root);
             drop_capabilities();
         } catch (const std::exception &failure) {
-            throw std::runtime_error("the work in " + root +
-                                     " cannot be shut in there, so nothing was done: " + failure.what());
+            throw std::runtime_error(base::tr(
+                "the work in {1} cannot be shut in there, so nothing was done: {2}", root, failure.what()));
         }
         report.status = work();
         report.is_status = true;
@@ -234,7 +236,7 @@ int run_in_child(const std::string &path, int stage, const std::function<int()> 
     const std::string root = fs::weakly_canonical(path);
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
-        fail("cannot start the work in " + root);
+        fail(base::tr("cannot start the work in {1}", root));
     const Descriptor answer(ends[0]);
     Descriptor told(ends[1]);
     const SignalsWait wait;
@@ -242,7 +244,7 @@ int run_in_child(const std::string &path, int stage, const std::function<int()> 
     const pid_t parent = getpid();
     const pid_t child = fork();
     if (child < 0)
-        fail("cannot start the work in " + root);
+        fail(base::tr("cannot start the work in {1}", root));
     if (child == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (getppid() != parent)
@@ -261,7 +263,7 @@ int run_in_child(const std::string &path, int stage, const std::function<int()> 
         // Some operations of the library end the process once they have recorded why.
         if (WIFEXITED(status) && WEXITSTATUS(status) != 0)
             return WEXITSTATUS(status);
-        throw std::runtime_error("the work in " + root + " broke off");
+        throw std::runtime_error(base::tr("the work in {1} broke off", root));
     }
     if (!report.is_status)
         throw std::runtime_error(report.text);
@@ -272,17 +274,17 @@ Descriptor memory_file_system() {
     const Descriptor context(fsopen("tmpfs", FSOPEN_CLOEXEC));
     if (!context.is_open() || fsconfig(context.get(), FSCONFIG_SET_STRING, "mode", "0755", 0) != 0 ||
         fsconfig(context.get(), FSCONFIG_CMD_CREATE, nullptr, nullptr, 0) != 0)
-        fail("cannot make a file system in memory");
+        fail(base::tr("cannot make a file system in memory"));
     Descriptor mount(fsmount(context.get(), FSMOUNT_CLOEXEC, MOUNT_ATTR_NOSUID | MOUNT_ATTR_NODEV));
     if (!mount.is_open())
-        fail("cannot make a file system in memory");
+        fail(base::tr("cannot make a file system in memory"));
     return mount;
 }
 
 Descriptor top_of(const Descriptor &mount) {
     Descriptor top(openat(mount.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!top.is_open())
-        fail("cannot open a file system in memory");
+        fail(base::tr("cannot open a file system in memory"));
     return top;
 }
 

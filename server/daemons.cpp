@@ -10,6 +10,7 @@
 #include "base/files.hpp"
 #include "base/processes.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "server/rpl_area.hpp"
 
@@ -92,39 +93,44 @@ std::vector<BootDaemon> boot_daemons(const std::string &proc, const std::string 
     BootDaemon rarp = daemon_for("reverse ARP", find(processes, {"in.rarpd", "rarpd"}), "in.rarpd",
                                  "hostadm run host/start_daemon path=/usr/sbin/in.rarpd");
 
-    BootDaemon tftp = daemon_for("TFTP", find(processes, {"in.tftpd", "tftpd", "atftpd"}), "in.tftpd",
-                                 "in.tftpd --listen --ipv4 --secure /tftpboot (package tftpd-hpa)");
+    BootDaemon tftp =
+        daemon_for("TFTP", find(processes, {"in.tftpd", "tftpd", "atftpd"}), "in.tftpd",
+                   base::tr("{1} (package {2})", "in.tftpd --listen --ipv4 --secure /tftpboot", "tftpd-hpa"));
     const base::Process *inetd = find(processes, {"inetd", "inetutils-inetd", "xinetd"});
     if (!tftp.running && inetd != nullptr && inetd_serves(inetd_table, "tftp"))
-        tftp = {"TFTP", inetd->short_name, true, inetd->pid, "on demand"};
+        tftp = {"TFTP", inetd->short_name, true, inetd->pid, base::tr("on demand")};
 
     const base::Process *mapper = find(processes, {"rpcbind", "portmap"});
-    BootDaemon rpc = daemon_for("RPC port mapper", mapper, "rpcbind", "rpcbind -r (package rpcbind)");
+    BootDaemon rpc = daemon_for("RPC port mapper", mapper, "rpcbind",
+                                base::tr("{1} (package {2})", "rpcbind -r", "rpcbind"));
     if (mapper != nullptr && mapper->short_name == "rpcbind" && !has_option(*mapper, 'r')) {
-        rpc.note = "without remote calls: a client that asks for its name by broadcast gets no answer";
-        rpc.advice = "start it with -r (OPTIONS=\"-w -r\" in /etc/default/rpcbind)";
+        rpc.note =
+            base::tr("without remote calls: a client that asks for its name by broadcast gets no answer");
+        rpc.advice = base::tr("start it with -r (OPTIONS=\"-w -r\" in /etc/default/rpcbind)");
     }
 
     BootDaemon bootparams =
         daemon_for("boot parameters", find(processes, {"rpc.bootparamd", "bootparamd"}), "rpc.bootparamd",
-                   "rpc.bootparamd -r ROUTER, after rpcbind (package bootparamd)");
+                   base::tr("{1}, after rpcbind (package {2})", "rpc.bootparamd -r ROUTER", "bootparamd"));
 
     const base::Process *nfsd = find(processes, nfs_daemons);
-    BootDaemon nfs = daemon_for(
-        "NFS", nfsd, "nfsd",
-        "hostadm run host/start_daemon path=/usr/lib/nfs/nfsd (packages nfs-ganesha and nfs-ganesha-vfs)");
+    BootDaemon nfs = daemon_for("NFS", nfsd, "nfsd",
+                                base::tr("{1} (packages {2} and {3})",
+                                         "hostadm run host/start_daemon path=/usr/lib/nfs/nfsd",
+                                         "nfs-ganesha", "nfs-ganesha-vfs"));
     if (nfsd != nullptr && nfsd->arguments.empty())
-        nfs.note = "in the kernel";
-    BootDaemon mount =
-        daemon_for("NFS mounts", find(processes, mount_daemons), "mountd",
-                   "hostadm run host/start_daemon path=/usr/lib/nfs/mountd (the same packages)");
+        nfs.note = base::tr("in the kernel");
+    BootDaemon mount = daemon_for(
+        "NFS mounts", find(processes, mount_daemons), "mountd",
+        base::tr("{1} (the same packages)", "hostadm run host/start_daemon path=/usr/lib/nfs/mountd"));
 
     std::vector<BootDaemon> daemons = {rarp, tftp, rpc, bootparams, nfs, mount};
     const base::Process *rpl = find(processes, {"rpld"});
     if (rpl != nullptr || has_rpl_clients())
-        daemons.push_back(daemon_for("RPL", rpl, "rpld",
-                                     std::string("hostadm run host/start_daemon path=") + rpl_daemon +
-                                         ", once a remote-program-load daemon is installed there"));
+        daemons.push_back(
+            daemon_for("RPL", rpl, "rpld",
+                       base::tr("{1}, once a remote-program-load daemon is installed there",
+                                std::string("hostadm run host/start_daemon path=") + rpl_daemon)));
     return daemons;
 }
 

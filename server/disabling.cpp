@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/table_edit.hpp"
 #include "server/failure.hpp"
@@ -80,7 +81,7 @@ constexpr const char *now_only = "nowonly";
 
 std::string withdraw_now(const std::string &method, const std::string &path) {
     if (unsharefs(nullptr, path.c_str(), nullptr, now_only, method.c_str()) != 0 || share_state(path).now)
-        return "the share of " + path + ", which is still there";
+        return base::tr("the share of {1}, which is still there", path);
     return "";
 }
 
@@ -88,7 +89,7 @@ std::string share_now(const std::string &method, const std::string &path, const 
     ensure_nfs_server();
     if (sharefs(nullptr, options.c_str(), nullptr, path.c_str(), now_only, method.c_str(), 0) != 0 ||
         !share_state(path).now)
-        return path + ", which is not shared";
+        return base::tr("{1}, which is not shared", path);
     return "";
 }
 
@@ -152,7 +153,7 @@ void disable_client(const std::string &method, const Client &client, Journal &jo
             continue;
         journal.note(WithdrawnShare{path, options});
         if (const std::string left = withdraw_now(method, path); !left.empty())
-            fail(Code::no_effect, "cannot withdraw " + left);
+            fail(Code::no_effect, base::tr("cannot withdraw {1}", left));
         report.step("share", true, path);
     }
 }
@@ -186,7 +187,7 @@ void enable_client(const std::string &method, const Client &client, Journal &jou
             continue;
         journal.note(ResumedShare{share.path});
         if (const std::string left = share_now(method, share.path, share.options); !left.empty())
-            fail(Code::no_effect, "cannot share " + left);
+            fail(Code::no_effect, base::tr("cannot share {1}", left));
         report.step("share", true, share.path + " " + share.options);
     }
 }

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/translation.hpp"
 #include "hostadm/table_edit.hpp"
 
 namespace hostadm::server {
@@ -23,14 +24,16 @@ void refuse(const std::string &text) {
 std::string edit_failure(const std::string &table, int status) {
     switch (status) {
     case tables::table_locked:
-        return table + " is locked by another editor; nothing was changed, try again when it is done";
+        return base::tr("{1} is locked by another editor; nothing was changed, try again when it is done",
+                        table);
     case -EBUSY:
-        return table + " is a mount point and cannot be replaced; edit the file that is mounted there";
+        return base::tr("{1} is a mount point and cannot be replaced; edit the file that is mounted there",
+                        table);
     case -EACCES:
     case -EPERM:
-        return table + " cannot be changed: " + std::strerror(-status) + "; is root needed?";
+        return base::tr("{1} cannot be changed: {2}; is root needed?", table, std::strerror(-status));
     default:
-        return table + " cannot be changed: " + std::strerror(-status);
+        return base::tr("{1} cannot be changed: {2}", table, std::strerror(-status));
     }
 }
 
@@ -39,7 +42,7 @@ void fail_edit(const std::string &table, int status) {
 }
 
 void fail_reading(const std::string &table, int status) {
-    throw Failure(Code::table, table + " cannot be read: " + std::strerror(-status));
+    throw Failure(Code::table, base::tr("{1} cannot be read: {2}", table, std::strerror(-status)));
 }
 
 } // namespace hostadm::server

@@ -13,6 +13,7 @@
 
 #include "base/beneath.hpp"
 #include "base/descriptor.hpp"
+#include "base/translation.hpp"
 #include "hostadm/table_edit.hpp"
 #include "server/client_root.hpp"
 #include "server/failure.hpp"
@@ -90,11 +91,11 @@ void make_directories(const std::string &path, Journal &journal) {
         for (auto directory = missing.rbegin(); made && directory != missing.rend(); ++directory) {
             made = make_directory(*directory, journal) || (errno == EEXIST && is_directory(*directory));
             if (!made && errno != ENOENT)
-                fail_errno("cannot make " + *directory);
+                fail_errno(base::tr("cannot make {1}", *directory));
         }
     }
     if (!is_directory(path))
-        fail(Code::system, "cannot make " + path + ": no such directory");
+        fail(Code::system, base::tr("cannot make {1}: no such directory", path));
 }
 
 namespace {
@@ -105,7 +106,7 @@ base::Descriptor make_new_file(const std::string &path, mode_t mode, Journal &jo
     base::Descriptor file(openat(folder.descriptor(), name_of(path).c_str(),
                                  O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
     if (!file.is_open())
-        fail_errno("cannot make " + path);
+        fail_errno(base::tr("cannot make {1}", path));
     journal.note_made(MadeFile{path, identity_of(file).value_or(FileIdentity{})});
     return file;
 }
@@ -118,9 +119,9 @@ bool make_sparse_file(const std::string &path, std::uint64_t size, Journal &jour
     make_directories(parent_of(path), journal);
     const base::Descriptor file = make_new_file(path, 0600, journal);
     if (ftruncate(file.get(), static_cast<off_t>(size)) != 0)
-        fail_errno("cannot make " + path + " " + std::to_string(size) + " bytes long");
+        fail_errno(base::tr("cannot make {1} {2} bytes long", path, size));
     if (fsync(file.get()) != 0)
-        fail_errno("cannot write " + path);
+        fail_errno(base::tr("cannot write {1}", path));
     return true;
 }
 
@@ -130,7 +131,7 @@ bool make_text_file(const std::string &path, const std::string &text, Journal &j
     make_directories(parent_of(path), journal);
     const base::Descriptor file = make_new_file(path, 0644, journal);
     if (!base::write_all(file.get(), text) || fsync(file.get()) != 0)
-        fail_errno("cannot write " + path);
+        fail_errno(base::tr("cannot write {1}", path));
     return true;
 }
 
@@ -151,12 +152,12 @@ void flush_file_systems(const std::vector<std::string> &paths) {
         const std::string path = nearest_existing(wanted);
         const base::Descriptor place(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
         if (!place.is_open())
-            fail_errno("cannot flush " + path);
+            fail_errno(base::tr("cannot flush {1}", path));
         struct stat state {};
         if (fstat(place.get(), &state) == 0 && !flushed.insert(state.st_dev).second)
             continue;
         if (syncfs(place.get()) != 0)
-            fail_errno("not everything could be written to the disk that holds " + path);
+            fail_errno(base::tr("not everything could be written to the disk that holds {1}", path));
     }
 }
 
@@ -192,7 +193,7 @@ std::string take_back(const NewTable &table, const UndoContext &) {
     if (stat(table.path.c_str(), &file) != 0 || file.st_size != 0)
         return "";
     if (lock.status() != 0)
-        return "the empty table " + table.path + " (its folder is locked)";
+        return base::tr("the empty table {1} (its folder is locked)", table.path);
     return unlink(table.path.c_str()) == 0 || errno == ENOENT ? "" : complaint(table.path);
 }
 

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm/table_edit.hpp"
 #include "server/failure.hpp"
 #include "server/roots.hpp"
@@ -74,23 +75,23 @@ void prepare(const std::string &root, Journal &journal) {
         make_directories(parent_of(root), journal);
         const Uninterrupted uninterrupted;
         if (mkdir(root.c_str(), 0755) != 0)
-            fail_errno("cannot make " + root);
+            fail_errno(base::tr("cannot make {1}", root));
         journal.note_made(MadeRoot{root, identity_of(root).value_or(FileIdentity{})});
         before.st_mode = 0755;
     }
     // Or every copied directory would inherit its set-group-ID bit.
     if (chmod(root.c_str(), before.st_mode & 01777) != 0)
-        fail_errno("cannot set the mode of " + root);
+        fail_errno(base::tr("cannot set the mode of {1}", root));
 }
 
 void fill(method::Call &call, const std::string &root, const Identity &identity, const RootSource &source) {
     int status = 0;
     const bool is_release_4 = identity.os_version.starts_with("4.");
     if (source.tree.empty()) {
-        call.progress("installing packages in " + root);
+        call.progress(base::tr("installing packages in {1}", root));
         status = fill_root(call, root, identity.os_name, identity.os_version, source.packages);
     } else {
-        call.progress("copying " + source.tree + " to " + root);
+        call.progress(base::tr("copying {1} to {2}", source.tree, root));
         status = is_release_4 && !source.of_client
                      ? fill_root(call, root, identity.os_name, identity.os_version, {source.tree})
                      : copy_tree(call, source.tree, root, source.of_client);
@@ -98,7 +99,7 @@ void fill(method::Call &call, const std::string &root, const Identity &identity,
     if (status != 0)
         throw Recorded();
     if (fs::is_empty(root))
-        fail(Code::no_effect, root + " is empty, although it was filled without a complaint");
+        fail(Code::no_effect, base::tr("{1} is empty, although it was filled without a complaint", root));
 }
 
 } // namespace
@@ -140,7 +141,7 @@ void end_filling(const std::string &root) {
 void prepare_filling(const method::Call &call, const std::string &root, const std::string &owner,
                      Journal &journal) {
     if (is_being_filled(root) && exists(root)) {
-        call.progress("removing what a run that was cut off has left in " + root);
+        call.progress(base::tr("removing what a run that was cut off has left in {1}", root));
         remove_tree(root);
     }
     prepare(root, journal);
@@ -173,7 +174,7 @@ std::string take_back(const FilledRoot &filled, const UndoContext &) {
     const bool restored =
         chown(filled.path.c_str(), static_cast<uid_t>(filled.owner), static_cast<gid_t>(filled.group)) == 0 &&
         chmod(filled.path.c_str(), static_cast<mode_t>(filled.mode)) == 0;
-    return restored ? "" : "the owner and mode of " + filled.path + " (" + std::strerror(errno) + ")";
+    return restored ? "" : base::tr("the owner and mode of {1} ({2})", filled.path, std::strerror(errno));
 }
 
 } // namespace hostadm::server

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm/table_edit.hpp"
 #include "server/failure.hpp"
 #include "server/files.hpp"
@@ -88,11 +89,10 @@ HostTable::Added HostTable::examine_text(std::string_view text, const std::strin
         if (named && other == wanted)
             found = {Outcome::present};
         else if (named)
-            found = {Outcome::conflict,
-                     name + " has " + std::string(line.key) + " in " + path_ + ", not " + key};
+            found = {Outcome::conflict, base::tr("{1} has {2} in {3}, not {4}", name, line.key, path_, key)};
         else if (other == wanted)
             found = {Outcome::conflict,
-                     key + " belongs to " + std::string(line.names.front()) + " in " + path_};
+                     base::tr("{1} belongs to {2} in {3}", key, line.names.front(), path_)};
     });
     return found;
 }
@@ -162,9 +162,9 @@ bool is_localhost(const std::string &name) {
 void check_removal(const HostTable &table, const std::vector<HostTable::Entry> &entries) {
     for (const auto &[key, names] : entries)
         if (std::any_of(names.begin(), names.end(), is_localhost))
-            fail(Code::table,
-                 "the line of " + key + " in " + table.path() +
-                     " holds the name localhost, without which this system does not work; edit it by hand");
+            fail(Code::table, base::tr("the line of {1} in {2} holds the name localhost, without which this "
+                                       "system does not work; edit it by hand",
+                                       key, table.path()));
 }
 
 // A name that stands in no line's first place is no reason to remove the line of another host.
@@ -172,9 +172,9 @@ void check_is_no_alias(const HostTable &table, const std::string &text, const st
     for (const auto &[key, names] : table.entries_in(text))
         if (std::any_of(names.begin() + 1, names.end(),
                         [&](const auto &other) { return same_name(other, name); }))
-            fail(Code::unusable, name + " is a further name of " + names.front() + " (" + key + ") in " +
-                                     table.path() +
-                                     "; set that line with the names that are to stay (database/set_host)");
+            fail(Code::unusable, base::tr("{1} is a further name of {2} ({3}) in {4}; set that line with the "
+                                          "names that are to stay (database/set_host)",
+                                          name, names.front(), key, table.path()));
 }
 
 } // namespace
@@ -193,7 +193,8 @@ RemovedEntries remove_entries(const HostTable &table, const std::string &key, co
         whole = table.without_entries(whole, key, name);
     });
     if (!table.entries_of(read_named_table(table.path()), key, name).empty())
-        fail(Code::no_effect, table.path() + " has the line again; somebody else may be changing it");
+        fail(Code::no_effect,
+             base::tr("{1} has the line again; somebody else may be changing it", table.path()));
     return removed;
 }
 

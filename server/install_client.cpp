@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "base/this_host.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "server/bootparams.hpp"
 #include "server/client_kind.hpp"
@@ -23,33 +24,37 @@ void check_install_client(const method::Call &call, const InstallClient &wanted)
     const NewClient &client = wanted.client;
     check_name_and_addresses(call, client);
     if (!disabled_ethernet_of(client.name).empty())
-        fail(Code::taken,
-             client.name + " is a client already, and disabled; client/enable lets it boot again");
+        fail(Code::taken, base::tr("{1} is a client already, and disabled; client/enable lets it boot again",
+                                   client.name));
     for (const std::string &directory : wanted.shared_directories())
         if (!is_directory(directory))
             fail(Code::not_found,
-                 directory + " is no directory; name one that the client can be installed from");
+                 base::tr("{1} is no directory; name one that the client can be installed from", directory));
     if (!client.boot_program.empty()) {
         if (std::error_code error; !std::filesystem::is_regular_file(client.boot_program, error))
-            fail(Code::not_found, "there is no boot program " + client.boot_program);
+            fail(Code::not_found, base::tr("there is no boot program {1}", client.boot_program));
     } else if (!exists(std::string(tftpboot) + "/" + client.boot_name)) {
         find_os(client.hierarchy, client.identity);
     }
     const std::string items = client_items(client.name);
     for (const char *key : {"root", "swap", "dump", "exec", "kvm"})
         if (const std::string item = item_of(items, key); !item.empty())
-            fail(Code::taken, client.name + " is a client already, with " + key + "=" + item + " in " +
-                                  bootparams_path + "; remove it first (client/remove)");
+            fail(Code::taken,
+                 base::tr("{1} is a client already, with {2}={3} in {4}; remove it first (client/remove)",
+                          client.name, key, item, bootparams_path));
     for (const BootparamsItem &item : wanted.items()) {
         const std::string there = item_of(items, item.key), ours = item.server + ":" + item.path;
         if (!there.empty() && value_of_item(items, item.key) != item.path)
-            fail(Code::taken, client.name + " is a client already, with " + item.key + "=" + there + " in " +
-                                  bootparams_path + ", not " + ours + "; remove it first (client/remove)");
+            fail(Code::taken,
+                 base::tr(
+                     "{1} is a client already, with {2}={3} in {4}, not {5}; remove it first (client/remove)",
+                     client.name, item.key, there, bootparams_path, ours));
     }
     for (const BootLink &link : boot_links_of(client.address))
         if (!link.target.empty() && link.target != client.boot_name)
-            fail(Code::taken, client.address + " boots " + link.target + " already, not " + client.boot_name +
-                                  "; remove that client first (client/remove)");
+            fail(Code::taken,
+                 base::tr("{1} boots {2} already, not {3}; remove that client first (client/remove)",
+                          client.address, link.target, client.boot_name));
 }
 
 } // namespace
@@ -94,7 +99,7 @@ InstallClient read_install_client(method::Call &call) {
     wanted.share_options = call.get("share_options");
     for (const std::string &directory : wanted.shared_directories())
         if (directory == "/")
-            refuse("this server's own root is nothing to install from, and is not shared");
+            refuse(base::tr("this server's own root is nothing to install from, and is not shared"));
     return wanted;
 }
 
@@ -102,7 +107,7 @@ void provision(method::Call &call, const InstallClient &wanted, Journal &journal
     const NewClient &client = wanted.client;
     check_install_client(call, wanted);
     for (const std::string &path : wanted.shared_directories()) {
-        call.progress("sharing " + path);
+        call.progress(base::tr("sharing {1}", path));
         report.step("share", ensure_common_share(call.method(), path, wanted.share_options, journal),
                     path + " " + wanted.share_options);
     }

@@ -6,6 +6,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "base/translation.hpp"
 #include "server/failure.hpp"
 #include "server/transaction.hpp"
 
@@ -66,7 +67,7 @@ bool read_field(const std::string &text, std::uint64_t &value) {
 
 Journal::Journal() : file_(memfd_create("journal", MFD_CLOEXEC)) {
     if (!file_.is_open())
-        fail_errno("cannot keep a journal");
+        fail_errno(base::tr("cannot keep a journal"));
 }
 
 void Journal::append(const Written &entry) {
@@ -77,7 +78,7 @@ void Journal::append(const Written &entry) {
     const bool kept = base::write_all(file_.get(), text) &&
                       (lasts_ != Lasts::beyond_the_machine || fdatasync(file_.get()) == 0);
     if (!kept)
-        fail_errno("cannot keep a journal");
+        fail_errno(base::tr("cannot keep a journal"));
 }
 
 std::vector<Written> Journal::entries() const {
@@ -87,7 +88,7 @@ std::vector<Written> Journal::entries() const {
 std::vector<Written> read_entries(const base::Descriptor &file) {
     const std::optional<std::string> text = base::read_whole(file.get());
     if (!text)
-        fail_errno("cannot read the journal");
+        fail_errno(base::tr("cannot read the journal"));
     std::vector<Written> entries;
     for (std::string_view rest = *text; !rest.empty();)
         entries.push_back(take_entry(rest));

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm/table_edit.hpp"
 #include "server/failure.hpp"
 
@@ -88,7 +89,7 @@ std::string take_back(const ReplacedLine &replaced, const UndoContext &) {
     });
     if (status != 0)
         return edit_failure(replaced.table, status);
-    return found ? "" : "a line of " + replaced.table + " that somebody else has changed since";
+    return found ? "" : base::tr("a line of {1} that somebody else has changed since", replaced.table);
 }
 
 void replace_lines(const std::string &table, const std::string &before, const std::string &after,
@@ -105,7 +106,7 @@ void replace_lines(const std::string &table, const std::string &before, const st
     if (status != 0)
         fail_edit(table, status);
     if (!found)
-        fail(Code::table, "somebody else has changed " + table + " at the same time; try again");
+        fail(Code::table, base::tr("somebody else has changed {1} at the same time; try again", table));
 }
 
 std::optional<std::string_view> disabled_line(std::string_view line) {

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "server/failure.hpp"
 
@@ -17,12 +18,11 @@ inline const method::Argument edited_nameservice{
     .default_value = "ufs",
     .choices = {"ufs", "nis", "nis_plus"}};
 
-// Refuses the call where they are kept elsewhere: what it was to do, in one word, has to be done there.
-inline void check_nameservice(const method::Call &call, const std::string &work) {
+// Refuses the call where they are kept elsewhere.
+inline void check_nameservice(const method::Call &call) {
     if (call.get(edited_nameservice.name) != "ufs")
-        refuse("the nameservice can only be ufs here; NIS maps are made from the files of their master "
-               "server: " +
-               work + " it there and rebuild the map");
+        refuse(base::tr("the nameservice can only be ufs here; NIS maps are made from the files of their "
+                        "master server: do it there and rebuild the map"));
 }
 
 } // namespace hostadm::server

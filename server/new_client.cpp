@@ -46,7 +46,7 @@ void read_paths(Call &call, NewClient &client) {
     const std::string &name = client.name;
     for (const char *argument : {"rootpath", "swappath", "dumppath"})
         if (call.given(argument) && call.get(argument).find_first_not_of('/') == std::string::npos)
-            refuse(std::string("the argument ") + argument + " cannot be \"/\"; it must be a path below it");
+            refuse(base::tr("the argument {1} cannot be \"/\"; it must be a path below it", argument));
     PathArgument boot(""), root(call.given("rootpath") ? call.get("rootpath") : "/export/root/" + name),
         swap(call.given("swappath") ? call.get("swappath") : "/export/swap/" + name + "/swap"),
         dump(call.get("dumppath"));
@@ -75,11 +75,11 @@ void read_source(Call &call, NewClient &client) {
     const bool from_tree = call.given("tree"), from_packages = call.given("packages");
     client.adopted = call.get("root") == "adopt";
     if (client.adopted && (from_tree || from_packages))
-        refuse("root=adopt takes the root as it is; give neither tree nor packages");
+        refuse(base::tr("root=adopt takes the root as it is; give neither tree nor packages"));
     if (from_tree && from_packages)
-        refuse("give a tree or packages, not both");
+        refuse(base::tr("give a tree or packages, not both"));
     if (from_packages && client.identity.os_version.starts_with("4."))
-        refuse("a 4.x release has no packages; give the tree that its root is copied from");
+        refuse(base::tr("a 4.x release has no packages; give the tree that its root is copied from"));
     if (from_tree)
         client.source.tree = split_paths(call.get("tree")).front();
     if (from_packages)
@@ -105,10 +105,9 @@ void read_source(Call &call, NewClient &client) {
 
 void check_server(const Call &call, const NewClient &client) {
     if (call.given("server") && base::address_of_host(client.server).empty())
-        fail(Code::not_found,
-             "the server " + client.server +
-                 " has no address here, so the client could not be told where its root is; add a line to "
-                 "/etc/hosts, or give another name");
+        fail(Code::not_found, base::tr("the server {1} has no address here, so the client could not be told "
+                                       "where its root is; add a line to /etc/hosts, or give another name",
+                                       client.server));
 }
 
 // One that is added already, or that was told another name of this server, may live behind a router.
@@ -122,12 +121,12 @@ void check_address(const Call &call, const NewClient &client) {
 void check_table(const HostTable &table, const std::string &key, const std::string &name) {
     const HostTable::Added found = table.examine(key, name);
     if (found.outcome == HostTable::Outcome::conflict)
-        fail(Code::taken, found.conflict + (client_items(client_name_as_written(name)).empty()
-                                                ? ""
-                                                : "; client/change gives a client another"));
+        fail(Code::taken, client_items(client_name_as_written(name)).empty()
+                              ? found.conflict
+                              : base::tr("{1}; client/change gives a client another", found.conflict));
     if (const std::string owner = disabled_name_of(table.path(), key);
         !owner.empty() && base::lower_case(owner) != base::lower_case(name))
-        fail(Code::taken, key + " belongs to " + owner + " in " + table.path() + ", which is disabled");
+        fail(Code::taken, base::tr("{1} belongs to {2} in {3}, which is disabled", key, owner, table.path()));
 }
 
 // Two clients must not share a file, and neither may reach the other's root through its own.
@@ -139,12 +138,13 @@ void check_other_client(const NewClient &client, const BootparamsClient &other, 
         const std::string theirs = real_paths.of(item);
         for (const std::string &ours : {client.root, client.swap, client.dump}) {
             if (ours == theirs)
-                fail(Code::taken, ours + " is the " + key + " of " + other.name);
+                fail(Code::taken, base::tr("{1} is the {2} of {3}", ours, key, other.name));
             if (key == "root" && !ours.empty() && is_at_or_below(ours, theirs))
-                fail(Code::taken, ours + " lies in the root of " + other.name);
+                fail(Code::taken, base::tr("{1} lies in the root of {2}", ours, other.name));
         }
         if (is_at_or_below(theirs, client.root))
-            fail(Code::taken, client.root + " holds the " + key + " of " + other.name + ", " + theirs);
+            fail(Code::taken,
+                 base::tr("{1} holds the {2} of {3}, {4}", client.root, key, other.name, theirs));
     }
 }
 
@@ -154,12 +154,13 @@ void check_other_clients(const NewClient &client) {
         if (base::lower_case(other.name) == base::lower_case(client.name) &&
             !disabled_ethernet_of(other.name).empty())
             fail(Code::taken,
-                 client.name + " is a client already, and disabled; client/enable lets it boot again");
+                 base::tr("{1} is a client already, and disabled; client/enable lets it boot again",
+                          client.name));
         if (base::lower_case(other.name) != base::lower_case(client.name))
             check_other_client(client, other, real_paths);
         else if (other.name != client.name)
-            fail(Code::taken,
-                 client.name + " is a client already, written " + other.name + " in /etc/bootparams");
+            fail(Code::taken, base::tr("{1} is a client already, written {2} in /etc/bootparams", client.name,
+                                       other.name));
     }
 }
 
@@ -183,16 +184,21 @@ bool check_entry(const NewClient &client) {
         const std::string there = item_of(items, key);
         const std::string ours = path.empty() ? "" : client.server + ":" + path;
         if (!there.empty() && !is_same_item(there, ours))
-            fail(Code::taken, client.name + " is a client already, with " + key + "=" + there +
-                                  " in /etc/bootparams" + (ours.empty() ? "" : ", not " + ours) +
-                                  "; remove it first (client/remove)");
+            fail(Code::taken, ours.empty()
+                                  ? base::tr("{1} is a client already, with {2}={3} in /etc/bootparams; "
+                                             "remove it first (client/remove)",
+                                             client.name, key, there)
+                                  : base::tr("{1} is a client already, with {2}={3} in /etc/bootparams, not "
+                                             "{4}; remove it first (client/remove)",
+                                             client.name, key, there, ours));
     }
     const bool known = !item_of(items, "root").empty();
     // A diskless client may have got a cache since.
     if (const ClientKind there = kind_of(items);
         known && there != client.kind && there != ClientKind::cache_only)
-        fail(Code::taken, client.name + " is a client already, of the kind " + name_of(there) +
-                              "; remove it first (client/remove)");
+        fail(Code::taken,
+             base::tr("{1} is a client already, of the kind {2}; remove it first (client/remove)",
+                      client.name, name_of(there)));
     return known;
 }
 
@@ -200,41 +206,45 @@ bool check_entry(const NewClient &client) {
 void check_adopted_root(const NewClient &client) {
     if (!exists(client.root))
         fail(Code::not_found,
-             "there is no root " + client.root + " to adopt; leave out root=adopt, and it is made");
+             base::tr("there is no root {1} to adopt; leave out root=adopt, and it is made", client.root));
     if (is_being_filled(client.root))
-        fail(Code::incomplete, client.root +
-                                   " was filled only in part by a run that was cut off; add the client "
-                                   "without root=adopt, which begins anew");
+        fail(Code::incomplete, base::tr("{1} was filled only in part by a run that was cut off; add the "
+                                        "client without root=adopt, which begins anew",
+                                        client.root));
     if (fs::is_symlink(client.root) || !is_directory(client.root))
         return; // said in general
     const base::Beneath files(client.root, base::Links::inside);
     if (!files.is_directory("etc") || !files.is_directory("usr"))
-        fail(Code::unusable, client.root + " is no root file system that could be adopted: it lacks " +
-                                 (files.is_directory("etc") ? "usr" : "etc"));
+        fail(Code::unusable,
+             files.is_directory("etc")
+                 ? base::tr("{1} is no root file system that could be adopted: it lacks usr", client.root)
+                 : base::tr("{1} is no root file system that could be adopted: it lacks etc", client.root));
 }
 
 void check_root(const NewClient &client, bool known) {
     if (is_near_server_root(client.root))
         fail(Code::unusable,
-             client.root + " is too near to the root of this server; name a rootpath that lies deeper");
+             base::tr("{1} is too near to the root of this server; name a rootpath that lies deeper",
+                      client.root));
     for (const std::string &file : {client.swap, client.dump})
         if (!file.empty() && is_at_or_below(client.root, file))
             fail(Code::unusable,
-                 "the root " + client.root + " cannot lie at " + file + ", which is to be a file");
+                 base::tr("the root {1} cannot lie at {2}, which is to be a file", client.root, file));
     if (client.adopted)
         check_adopted_root(client);
     if (!exists(client.root))
         return;
     if (fs::is_symlink(client.root))
-        fail(Code::unusable,
-             client.root + " is a symbolic link; give the directory that it leads to as rootpath");
+        fail(
+            Code::unusable,
+            base::tr("{1} is a symbolic link; give the directory that it leads to as rootpath", client.root));
     if (!is_directory(client.root))
-        fail(Code::unusable, client.root + " is no directory");
+        fail(Code::unusable, base::tr("{1} is no directory", client.root));
     if (!known && !client.adopted && !fs::is_empty(client.root) && !is_being_filled(client.root) &&
         !is_filled_for(client.root, client.name))
-        fail(Code::taken, client.root + " holds files already, and " + client.name +
-                              " does not boot from it; remove it or name another rootpath, or take it "
-                              "as it is with root=adopt");
+        fail(Code::taken, base::tr("{1} holds files already, and {2} does not boot from it; remove it or "
+                                   "name another rootpath, or take it as it is with root=adopt",
+                                   client.root, client.name));
 }
 
 // What comes with packages is not there yet.
@@ -252,26 +262,29 @@ void check_source(const NewClient &client) {
         sources.push_back(client.source.tree);
     for (const std::string &source : sources) {
         if (!is_directory(source))
-            fail(Code::not_found, "there is no operating system at " + source + ": no such directory");
+            fail(Code::not_found, base::tr("there is no operating system at {1}: no such directory", source));
         if (const std::string defect = defect_of_source(client.root, source); !defect.empty())
             fail(Code::unusable, defect);
     }
     if (!client.source.tree.empty() && !is_tree(client.source.tree))
-        fail(Code::unusable, client.source.tree + " is no root file system: it holds neither etc nor usr");
+        fail(Code::unusable,
+             base::tr("{1} is no root file system: it holds neither etc nor usr", client.source.tree));
     for (const std::string &directory : client.source.packages)
         if (!holds_packages(directory))
-            fail(Code::unusable, directory + " holds no packages (folders with a pkginfo file in them)");
+            fail(Code::unusable,
+                 base::tr("{1} holds no packages (folders with a pkginfo file in them)", directory));
     if (!client.boot_program.empty()) {
         if (std::error_code error; !fs::is_regular_file(client.boot_program, error))
-            fail(Code::not_found, "there is no boot program " + client.boot_program);
+            fail(Code::not_found, base::tr("there is no boot program {1}", client.boot_program));
     } else if (client.kind == ClientKind::rpl) {
         check_rpl_sources(client);
     } else if (!exists(std::string(tftpboot) + "/" + client.boot_name)) {
         if (client.adopted && client.hierarchy.empty()) {
             if (!boot_program_in(client.root, client.identity).is_open())
-                fail(Code::not_found, "there is no boot program for " + client.identity.implementation_arch +
-                                          " in " + client.root + " nor " + tftpboot + "/" + client.boot_name +
-                                          "; give boot_program or install_hierarchy");
+                fail(Code::not_found,
+                     base::tr("there is no boot program for {1} in {2} nor {3}/{4}; give boot_program or "
+                              "install_hierarchy",
+                              client.identity.implementation_arch, client.root, tftpboot, client.boot_name));
         } else if (const std::string where = client.hierarchy.empty() ? client.source.tree : client.hierarchy;
                    !where.empty())
             find_os(where, client.identity);
@@ -284,8 +297,9 @@ void check_boot_program(const NewClient &client, bool known) {
         return;
     for (const BootLink &link : boot_links_of(client.address))
         if (!link.target.empty() && link.target != client.boot_name)
-            fail(Code::taken, client.name + " is a client already and boots " + link.target + ", not " +
-                                  client.boot_name + "; remove it first (client/remove)");
+            fail(Code::taken,
+                 base::tr("{1} is a client already and boots {2}, not {3}; remove it first (client/remove)",
+                          client.name, link.target, client.boot_name));
 }
 
 } // namespace
@@ -297,9 +311,9 @@ std::uint64_t bytes_in(const std::string &size) {
     const int shift = unit == "k" ? 10 : unit == "m" ? 20 : unit == "g" ? 30 : 0;
     constexpr std::uint64_t largest = 1ull << 62;
     if (count == 0)
-        refuse("a swap file of " + size + " bytes is of no use; give a swap_size such as 32m");
+        refuse(base::tr("a swap file of {1} bytes is of no use; give a swap_size such as 32m", size));
     if (count > largest >> shift)
-        refuse("a swap file of " + size + " is more than any file can hold");
+        refuse(base::tr("a swap file of {1} is more than any file can hold", size));
     return count << shift;
 }
 
@@ -405,12 +419,12 @@ bool NewClient::mounts_usr() const {
 Identity read_identity(Call &call) {
     char *texts[4] = {};
     if (const int missing = get_arch_strings(&texts[0], &texts[1], &texts[2], &texts[3]); missing != 0)
-        fail(Code::general, std::string(arch_xlate(missing)) + " is missing");
+        fail(Code::general, base::tr("{1} is missing", arch_xlate(missing)));
     Identity identity{texts[0], texts[1], texts[2], texts[3]};
     for (char *text : texts)
         std::free(text);
-    call.progress("adding " + call.get("hostname") + ", a client of " + identity.implementation_arch +
-                  " with " + identity.os_name + " " + identity.os_version);
+    call.progress(base::tr("adding {1}, a client of {2} with {3} {4}", call.get("hostname"),
+                           identity.implementation_arch, identity.os_name, identity.os_version));
     return identity;
 }
 
@@ -439,24 +453,25 @@ void check_swap(const NewClient &client) {
     if (lstat(path.c_str(), &file) != 0)
         return;
     if (!S_ISREG(file.st_mode))
-        fail(Code::unusable, path + " is no plain file");
+        fail(Code::unusable, base::tr("{1} is no plain file", path));
     if (static_cast<std::uint64_t>(file.st_size) != size)
-        fail(Code::taken, path + " has " + std::to_string(file.st_size) + " bytes already, not " +
-                              std::to_string(size) + "; give that swap_size or remove the file");
+        fail(Code::taken,
+             base::tr("{1} has {2} bytes already, not {3}; give that swap_size or remove the file", path,
+                      file.st_size, size));
 }
 
 // A dump file may hold a dump by now.
 void check_dump(const NewClient &client) {
     const std::string &path = client.dump;
     if (std::error_code error; exists(path) && !fs::is_regular_file(fs::symlink_status(path, error)))
-        fail(Code::unusable, path + " is no plain file");
+        fail(Code::unusable, base::tr("{1} is no plain file", path));
 }
 
 void check_name_and_addresses(const Call &call, const NewClient &client) {
     check_server(call, client);
     check_address(call, client);
     if (is_server_itself(client.name))
-        fail(Code::taken, client.name + " is this server");
+        fail(Code::taken, base::tr("{1} is this server", client.name));
     check_client_ethernet(client.ethernet);
     check_table(hosts_table(), client.address, client.name);
     check_table(ethers_table(), client.ethernet, client.name);
@@ -483,21 +498,23 @@ std::vector<Warning> warnings_about(const NewClient &client) {
     const std::string told = base::address_of_host(client.server);
     if (told.empty())
         all.push_back(
-            {"server", "the name " + client.server +
-                           " has no address here, so the client cannot be told where its root is; add "
-                           "a line to /etc/hosts, or give another server name"});
+            {"server", base::tr("the name {1} has no address here, so the client cannot be told where its "
+                                "root is; add a line to /etc/hosts, or give another server name",
+                                client.server)});
     else if (told.starts_with("127."))
-        all.push_back({"server", client.server + " has the address " + told +
-                                     " here, which the client would be told and cannot reach; give it this "
-                                     "server's real address in /etc/hosts, or give another server name"});
-    else if (!base::is_own_address(told))
         all.push_back(
-            {"server", client.server + " has the address " + told +
-                           " here, which is none of this server's own; the client would look for its "
-                           "root there"});
+            {"server",
+             base::tr("{1} has the address {2} here, which the client would be told and cannot reach; give "
+                      "it this server's real address in /etc/hosts, or give another server name",
+                      client.server, told)});
+    else if (!base::is_own_address(told))
+        all.push_back({"server", base::tr("{1} has the address {2} here, which is none of this server's own; "
+                                          "the client would look for its root there",
+                                          client.server, told)});
     if (!base::is_in_own_network(client.address))
-        all.push_back({"address", "no interface of this server is in the network of " + client.address +
-                                      ", so reverse ARP and broadcasts from there will not be answered"});
+        all.push_back({"address", base::tr("no interface of this server is in the network of {1}, so reverse "
+                                           "ARP and broadcasts from there will not be answered",
+                                           client.address)});
     return all;
 }
 

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/table_edit.hpp"
 #include "server/boot_area.hpp"
@@ -77,7 +78,7 @@ void choose_boot_programs(NewService &wanted, const std::string &architecture, c
     const auto own = all.find(architecture), common = all.find(all_implementations);
     if (own == all.end() && common == all.end() && !where.empty())
         fail(Code::not_found,
-             "no boot program for " + architecture + " in " + where + "; name it with boot_program");
+             base::tr("no boot program for {1} in {2}; name it with boot_program", architecture, where));
     const auto kept = own != all.end() ? own : common;
     if (kept != all.end())
         all = {{kept->first, kept->second}};
@@ -96,24 +97,25 @@ bool is_for(const SpooledPackage &package, const std::string &instruction_set) {
 
 void take_packages(NewService &wanted, const std::string &directory) {
     if (!holds_packages(directory))
-        fail(Code::unusable, directory + " holds no packages (folders with a pkginfo file in them)");
+        fail(Code::unusable,
+             base::tr("{1} holds no packages (folders with a pkginfo file in them)", directory));
     PackagesToTake taken{directory, {}};
     for (const SpooledPackage &package : packages_in(directory)) {
         if (!is_for(package, wanted.service.instruction_set)) {
-            wanted.left_out.push_back(package.name + " (for " + package.architecture + ")");
+            wanted.left_out.push_back(base::tr("{1} (for {2})", package.name, package.architecture));
             continue;
         }
         constexpr const char *plain =
             "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789+-_.:@%=";
         if (package.version.empty() || package.version.find_first_not_of(plain) != std::string::npos)
-            fail(Code::unusable,
-                 "the package " + directory + "/" + package.name +
-                     " tells no VERSION in its pkginfo that can be part of a directory's name");
+            fail(Code::unusable, base::tr("the package {1}/{2} tells no VERSION in its pkginfo that can be "
+                                          "part of a directory's name",
+                                          directory, package.name));
         for (const PackagesToTake &other : wanted.packages)
             for (const SpooledPackage &twin : other.packages)
                 if (twin.name == package.name)
-                    fail(Code::unusable, package.name + " lies in " + other.directory + " and in " +
-                                             directory + "; leave out one of the two");
+                    fail(Code::unusable, base::tr("{1} lies in {2} and in {3}; leave out one of the two",
+                                                  package.name, other.directory, directory));
         taken.packages.push_back(package);
     }
     if (!taken.packages.empty())
@@ -132,8 +134,10 @@ void read_hierarchy(NewService &wanted, const std::string &hierarchy) {
     const std::string exec = above + service.exec_directory();
     if (!is_directory(exec)) {
         if (!is_tree(hierarchy))
-            fail(Code::unusable, hierarchy + " is no install hierarchy: it holds neither " + exec +
-                                     " nor a root file system (etc or usr)");
+            fail(Code::unusable,
+                 base::tr(
+                     "{1} is no install hierarchy: it holds neither {2} nor a root file system (etc or usr)",
+                     hierarchy, exec));
         wanted.tree = hierarchy;
         return;
     }
@@ -152,7 +156,7 @@ void read_hierarchy(NewService &wanted, const std::string &hierarchy) {
 
 void check_directory(const std::string &path) {
     if (!is_directory(path))
-        fail(Code::not_found, "there is no operating system at " + path + ": no such directory");
+        fail(Code::not_found, base::tr("there is no operating system at {1}: no such directory", path));
 }
 
 void read_source(const Call &call, NewService &wanted) {
@@ -168,17 +172,18 @@ void read_source(const Call &call, NewService &wanted) {
         read_hierarchy(wanted, split_paths(call.get("install_hierarchy")).front());
     }
     if (wanted.tree.empty() && wanted.packages.empty())
-        fail(Code::not_found, "there is no package for " + service.instruction_set + " in " + service.source +
-                                  "; they are for others: " + wanted.left_out.front());
+        fail(Code::not_found, base::tr("there is no package for {1} in {2}; they are for others: {3}",
+                                       service.instruction_set, service.source, wanted.left_out.front()));
     if (wanted.tree.empty())
         return;
     check_directory(wanted.tree);
     if (!is_tree(wanted.tree))
-        fail(Code::unusable, wanted.tree + " is no root file system: it holds neither etc nor usr");
+        fail(Code::unusable,
+             base::tr("{1} is no root file system: it holds neither etc nor usr", wanted.tree));
     for (const std::string &place : {service.area(), service.template_place("root", service.os_version)})
         if (const std::string defect = defect_of_source(place, wanted.tree); !defect.empty())
             fail(Code::unusable,
-                 "the place " + place + " and the tree " + wanted.tree + " lie in one another");
+                 base::tr("the place {1} and the tree {2} lie in one another", place, wanted.tree));
     if (wanted.executables.empty() && is_directory(wanted.tree + "/usr"))
         wanted.executables = wanted.tree + "/usr";
     for (const auto &[implementation, file] : boot_programs_in(wanted.tree, service))
@@ -192,7 +197,7 @@ void read_boot_program(const Call &call, NewService &wanted) {
     } else {
         const std::string file = call.get("boot_program");
         if (!is_file(file))
-            fail(Code::not_found, "there is no boot program " + file);
+            fail(Code::not_found, base::tr("there is no boot program {1}", file));
         wanted.boot_programs = {{architecture.empty() ? all_implementations : architecture, file}};
     }
     auto &architectures = wanted.service.architectures;
@@ -209,14 +214,15 @@ void read_boot_program(const Call &call, NewService &wanted) {
 // What is laid out already stays as it is: only a further boot program may come.
 void check_known(const NewService &wanted, const Service &known) {
     if (known.source != wanted.service.source)
-        fail(Code::taken, "the service " + known.title() + " is there already, made of " + known.source +
-                              "; remove it first (service/remove)");
+        fail(Code::taken,
+             base::tr("the service {1} is there already, made of {2}; remove it first (service/remove)",
+                      known.title(), known.source));
 }
 
 // Where the pieces of a service are to lie nobody else's may.
 void check_place(const std::string &path) {
     if (exists(path) && !is_being_filled(path))
-        fail(Code::taken, path + " is there already and belongs to no service; remove it first");
+        fail(Code::taken, base::tr("{1} is there already and belongs to no service; remove it first", path));
 }
 
 class Layout {
@@ -247,7 +253,7 @@ private:
     }
 
     void copy(const std::string &from, const std::string &to) {
-        call_.progress("copying " + from + " to " + to);
+        call_.progress(base::tr("copying {1} to {2}", from, to));
         if (copy_tree(call_, from, to) != 0)
             throw Recorded();
     }
@@ -300,15 +306,15 @@ private:
             for (const SpooledPackage &package : taken.packages)
                 if (is_of_usr(package))
                     names.push_back(package.name);
-            call_.progress("installing packages in " + now_.executables_place());
+            call_.progress(base::tr("installing packages in {1}", now_.executables_place()));
             if (!names.empty() &&
                 install_in_area(call_, now_.area(), now_.executables_base(), taken.directory, names) != 0)
                 throw Recorded();
         }
         if (fs::is_empty(now_.executables_place()))
             fail(Code::no_effect,
-                 now_.executables_place() +
-                     " is empty, although packages were installed there without a complaint");
+                 base::tr("{1} is empty, although packages were installed there without a complaint",
+                          now_.executables_place()));
     }
 
     void make_executables() {
@@ -347,7 +353,7 @@ private:
             if (!now_.executables.empty() &&
                 symlink(("../../" + now_.directory_name() + now_.executables_base()).c_str(),
                         (exec + "/usr").c_str()) != 0)
-                fail_errno("cannot make " + exec + "/usr");
+                fail_errno(base::tr("cannot make {1}/usr", exec));
         }
         for (const auto &[implementation, file] : wanted_.boot_programs) {
             const std::string folder =
@@ -356,20 +362,23 @@ private:
             const std::string place = folder + "/inetboot";
             const bool is_there = exists(place);
             if (is_there && !same_content(place, file))
-                fail(Code::taken, place + " is another boot program than " + file +
-                                      "; remove the service first (service/remove)");
+                fail(Code::taken,
+                     base::tr(
+                         "{1} is another boot program than {2}; remove the service first (service/remove)",
+                         place, file));
             if (!is_there) {
                 make_directories(folder, journal_);
                 if (!copy_whole(file, place))
-                    fail(Code::system, "cannot copy the boot program " + file + " to " + place);
+                    fail(Code::system, base::tr("cannot copy the boot program {1} to {2}", file, place));
                 journal_.note_made(MadeFile{place, identity_of(place).value_or(FileIdentity{})});
                 now_.boot_programs.emplace_back(implementation, place);
             }
             report_.step("boot program", !is_there, place);
         }
         if (now_.boot_programs.empty())
-            report_.warn("boot program",
-                         "none was found; clients get that of their new root, or name it with boot_program");
+            report_.warn(
+                "boot program",
+                base::tr("none was found; clients get that of their new root, or name it with boot_program"));
     }
 
     void take_patches() {
@@ -402,9 +411,9 @@ private:
                 name, {file, ""}, journal_);
             report_.step("boot program", made, place);
             if (!made && !same_content(place, file))
-                report_.warn("boot program", place + " differs from " + file +
-                                                 " and stays, since clients may boot it; to replace it, "
-                                                 "remove it first");
+                report_.warn("boot program", base::tr("{1} differs from {2} and stays, since clients may "
+                                                      "boot it; to replace it, remove it first",
+                                                      place, file));
         }
     }
 
@@ -456,7 +465,7 @@ private:
 
     void tell_left_out() {
         for (const std::string &package : wanted_.left_out)
-            report_.kept("package", package + " was left out");
+            report_.kept("package", base::tr("{1} was left out", package));
     }
 
     Call &call_;
@@ -551,9 +560,10 @@ NewService read_new_service(const Call &call) {
     const int sources = (call.given("tree") ? 1 : 0) + (call.given("packages") ? 1 : 0) +
                         (call.given("install_hierarchy") ? 1 : 0);
     if (sources != 1)
-        refuse("say where the operating system comes from: one of tree, packages and install_hierarchy");
+        refuse(base::tr(
+            "say where the operating system comes from: one of tree, packages and install_hierarchy"));
     if (call.given("packages") && service.os_version.starts_with("4."))
-        refuse("a 4.x release has no packages; give the tree that its roots are copied from");
+        refuse(base::tr("a 4.x release has no packages; give the tree that its roots are copied from"));
     for (const char *argument : {"tree", "packages", "install_hierarchy"})
         if (call.given(argument))
             service.source = call.get(argument);
@@ -570,8 +580,8 @@ NewService read_new_service(const Call &call) {
         wanted.patches = call.get("patches");
     if (std::error_code error;
         exists(service.record_file()) && !fs::is_regular_file(service.record_file(), error))
-        fail(Code::table,
-             service.record_file() + ", which is to record the service, is no file; remove it first");
+        fail(Code::table, base::tr("{1}, which is to record the service, is no file; remove it first",
+                                   service.record_file()));
     if (!wanted.is_known)
         check_places(wanted);
     return wanted;
@@ -584,17 +594,18 @@ void lay_out(Call &call, const NewService &wanted, Journal &journal, Report &rep
     const auto now =
         find_service(wanted.service.os_name, wanted.service.os_version, wanted.service.instruction_set);
     if (!now)
-        fail(Code::no_effect, wanted.service.record_file() + " does not tell of the service");
+        fail(Code::no_effect, base::tr("{1} does not tell of the service", wanted.service.record_file()));
 }
 
 void check_nobody_uses(const Service &service) {
     if (const std::vector<std::string> clients = clients_of(service); !clients.empty())
-        fail(Code::taken, "the service " + service.title() + " is used by " + base::joined(clients) +
-                              "; remove these clients first (client/remove)");
+        fail(Code::taken,
+             base::tr("the service {1} is used by {2}; remove these clients first (client/remove)",
+                      service.title(), base::joined(clients)));
     for (const auto &[path, options] : current_shares())
         if (service.holds(path) && (path != service.executables || options != executables_share_options))
             fail(Code::taken,
-                 path + " is shared with " + options + "; unshare it first (filesystem/unshare)");
+                 base::tr("{1} is shared with {2}; unshare it first (filesystem/unshare)", path, options));
 }
 
 void remove_service(Call &call, const Service &service, Report &report) {
@@ -607,21 +618,21 @@ void remove_service(Call &call, const Service &service, Report &report) {
     for (auto made = service.made.rbegin(); made != service.made.rend(); ++made) {
         if (const auto other = other_user_of(*made, service)) {
             hand_on(*made, *other);
-            report.kept("keeps", made->path + ", which " + other->title() + " needs");
+            report.kept("keeps", base::tr("{1}, which {2} needs", made->path, other->title()));
             continue;
         }
         if (made->kind == MadeForService::Kind::directory) {
             directories.push_back(*made);
             continue;
         }
-        call.progress("removing " + made->path);
+        call.progress(base::tr("removing {1}", made->path));
         report.step("remove", remove_made(*made), made->path);
     }
     if (is_directory(service.area()))
         forget_installed(service.area(), service.executables_base());
     for (const std::string &place : service.templates)
         if (exists(place) && !service.made_itself(place))
-            report.kept("template", place + " was not made with the service, and stays");
+            report.kept("template", base::tr("{1} was not made with the service, and stays", place));
     // The deepest first.
     std::sort(directories.begin(), directories.end(),
               [](const MadeForService &one, const MadeForService &other) {
@@ -631,7 +642,7 @@ void remove_service(Call &call, const Service &service, Report &report) {
     report.step("record", true, service.record_file());
     for (const MadeForService &made : directories)
         if (!remove_made(made) && exists(made.path))
-            report.kept("directory", made.path + " holds something else by now, and stays");
+            report.kept("directory", base::tr("{1} holds something else by now, and stays", made.path));
 }
 
 } // namespace hostadm::server

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "base/beneath.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/platform.h"
 #include "server/failure.hpp"
@@ -39,7 +40,7 @@ std::string first_file(const std::vector<std::string> &candidates, const std::st
             return candidate;
         tried += (tried.empty() ? "" : ", ") + candidate;
     }
-    fail(Code::not_found, "no boot program for " + what + "; looked for " + tried);
+    fail(Code::not_found, base::tr("no boot program for {1}; looked for {2}", what, tried));
 }
 
 const fs::path templates = "/export/root/templates";
@@ -134,7 +135,7 @@ OsPaths find_os(const std::string &hierarchy, const Identity &identity) {
     const auto &[inst_set, impl_arch, os_name, os_version] = identity;
     const std::string above = hierarchy == "/" ? "" : hierarchy;
     if (!is_directory(hierarchy))
-        fail(Code::not_found, hierarchy + " is not a directory");
+        fail(Code::not_found, base::tr("{1} is not a directory", hierarchy));
 
     const std::string system = os_name + "_" + os_version;
     const std::string boot_part = "/lib/fs/nfs/inetboot";
@@ -143,16 +144,17 @@ OsPaths find_os(const std::string &hierarchy, const Identity &identity) {
         const std::string roots = above + "/export/root/templates/" + system;
         return {is_directory(roots) ? roots : exec,
                 first_file({exec + "/platform/" + impl_arch + boot_part, exec + boot_part},
-                           impl_arch + " in the export area " + hierarchy)};
+                           base::tr("{1} in the export area {2}", impl_arch, hierarchy))};
     }
     if (is_tree(hierarchy)) {
         std::vector<std::string> places;
         for (const std::string &place : places_in_tree(identity))
             places.push_back(above + place);
-        return {hierarchy, first_file(places, impl_arch + " in the tree " + hierarchy)};
+        return {hierarchy, first_file(places, base::tr("{1} in the tree {2}", impl_arch, hierarchy))};
     }
-    fail(Code::unusable, hierarchy + " is no install hierarchy: it holds neither " + exec +
-                             " nor a root file system (etc or usr)");
+    fail(Code::unusable,
+         base::tr("{1} is no install hierarchy: it holds neither {2} nor a root file system (etc or usr)",
+                  hierarchy, exec));
 }
 
 std::string server_architecture() {
@@ -252,7 +254,7 @@ std::vector<std::string> TemplateRecord::also_replaced() const {
         replaces = true;
         const bool is_of_old_template = line.find(":" + (folder / (package_ + "_")).string()) != line.npos;
         if (!is_of_old_template && !line.starts_with(root))
-            others.push_back("the line \"" + line + "\" of " + file_);
+            others.push_back(base::tr("the line \"{1}\" of {2}", line, file_));
     }
     if (!replaces)
         return {};
@@ -260,7 +262,7 @@ std::vector<std::string> TemplateRecord::also_replaced() const {
         const std::string name = entry.filename();
         if (name.starts_with(package_) && name.find(arch_, package_.size()) != name.npos &&
             !(name.starts_with(package_ + "_") && name.ends_with("_" + arch_ + ".all")))
-            others.push_back("the template " + entry.string());
+            others.push_back(base::tr("the template {1}", entry.string()));
     }
     return others;
 }
@@ -268,17 +270,19 @@ std::vector<std::string> TemplateRecord::also_replaced() const {
 std::string TemplateRecord::obstacle() const {
     constexpr const char *plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789+-_.:,@%=";
     if (version_is_cut_)
-        return "the line VERSION in the pkginfo of " + package_ +
-               " does not end with a newline; add one behind it";
+        return base::tr(
+            "the line VERSION in the pkginfo of {1} does not end with a newline; add one behind it",
+            package_);
     if (version_.find_first_not_of(plain) != version_.npos ||
         fs::path(template_).filename().native().size() > NAME_MAX)
-        return "the version " + version_ + " in the pkginfo of " + package_ +
-               " cannot be part of a directory's name";
+        return base::tr("the version {1} in the pkginfo of {2} cannot be part of a directory's name",
+                        version_, package_);
     if (is_recorded())
         return "";
     if (const auto others = also_replaced(); !others.empty())
-        return "to replace the older version of " + package_ + " would remove " + others.front() +
-               " as well, which belongs to another package; rename one of the two";
+        return base::tr("to replace the older version of {1} would remove {2} as well, which belongs to "
+                        "another package; rename one of the two",
+                        package_, others.front());
     return "";
 }
 

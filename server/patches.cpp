@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "base/beneath.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "server/confined.hpp"
 #include "server/failure.hpp"
@@ -51,10 +52,10 @@ bool has_patch_tool() {
 }
 
 bool apply_stored_patches(const method::Call &call, const std::string &root) {
-    call.progress("applying patches to " + root);
+    call.progress(base::tr("applying patches to {1}", root));
     // Patches are packages of a kind, and may rightly lead through links of the root.
     if (run_confined(root, [&] { return apply_patches(root.c_str()); }, {.links_are_followed = true}) != 0) {
-        call.fail("cannot apply the patches to " + root,
+        call.fail(base::tr("cannot apply the patches to {1}", root),
                   static_cast<int>(Code::system)); // the tool may have failed without a word
         return false;
     }

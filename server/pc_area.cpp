@@ -12,6 +12,7 @@
 #include <system_error>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/boot_area.hpp"
 
 namespace hostadm::server {
@@ -36,8 +37,8 @@ PcNetwork network_of(const ifaddrs &interface) {
 std::vector<PcNetwork> networks_of_this_host() {
     ifaddrs *list = nullptr;
     if (getifaddrs(&list) != 0)
-        throw std::runtime_error(std::string("the network interfaces cannot be read: ") +
-                                 std::strerror(errno));
+        throw std::runtime_error(
+            base::tr("the network interfaces cannot be read: {1}", std::strerror(errno)));
     const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(list, freeifaddrs);
     std::vector<PcNetwork> networks;
     for (const ifaddrs *one = list; one != nullptr; one = one->ifa_next) {
@@ -83,14 +84,16 @@ std::vector<PcNetwork> pc_networks(const std::vector<std::string> &interfaces, c
         const auto found = std::find_if(all.begin(), all.end(),
                                         [&](const PcNetwork &network) { return network.interface == name; });
         if (found == all.end())
-            throw std::runtime_error("the interface " + name +
-                                     " is not there, is down, or has no IPv4 address; see `ip -4 address`");
+            throw std::runtime_error(base::tr(
+                "the interface {1} is not there, is down, or has no IPv4 address; see `ip -4 address`",
+                name));
         chosen.push_back(*found);
     }
     if (interfaces.empty())
         chosen = std::move(all);
     if (chosen.empty())
-        throw std::runtime_error("no interface of this server has an IPv4 address, so no PC can be answered");
+        throw std::runtime_error(
+            base::tr("no interface of this server has an IPv4 address, so no PC can be answered"));
     for (PcNetwork &network : chosen)
         network.router = router;
     return chosen;

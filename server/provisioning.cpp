@@ -9,6 +9,7 @@
 #include "base/beneath.hpp"
 #include "base/descriptor.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "server/boot_area.hpp"
 #include "server/bootparams.hpp"
@@ -29,7 +30,7 @@ namespace hostadm::server {
 namespace {
 
 void make_rpl_area(method::Call &call, const NewClient &client, Journal &journal, Report &report) {
-    call.progress("making the RPL boot program and its links");
+    call.progress(base::tr("making the RPL boot program and its links"));
     const RplAreaLock lock;
     const std::string key = rpl_key(client.ethernet);
     report.step("boot program", ensure_rpl_files(lock, client.rpl_sources(), journal),
@@ -55,14 +56,14 @@ void patch_root(method::Call &call, const NewClient &client, Report &report) {
     if (patches.empty())
         return;
     if (!has_patch_tool()) {
-        report.warn("patches",
-                    patches + " for " + architecture + " were not applied, since " + patch_tool +
-                        " is missing; install it, and run service/apply_patches root=" + client.root);
+        report.warn("patches", base::tr("{1} for {2} were not applied, since {3} is missing; install it, and "
+                                        "run service/apply_patches root={4}",
+                                        patches, architecture, patch_tool, client.root));
         return;
     }
     if (!apply_stored_patches(call, client.root))
         throw Recorded();
-    report.step("patches", true, patches + " for " + architecture);
+    report.step("patches", true, base::tr("{1} for {2}", patches, architecture));
 }
 
 // Where packages are executables of the service, clients mount these.
@@ -70,7 +71,7 @@ void share_executables(method::Call &call, const NewClient &client, Journal &jou
     if (!client.mounts_usr())
         return;
     const std::string &path = client.service->executables;
-    call.progress("sharing " + path);
+    call.progress(base::tr("sharing {1}", path));
     report.step("share", ensure_share(call.method(), path, executables_share_options, journal),
                 path + " " + executables_share_options);
 }
@@ -80,7 +81,7 @@ void warn_about_adopted_root(const NewClient &client, Report &report) {
     for (const char *program : {"sbin/init", "usr/sbin/init", "etc/init", "lib/systemd/systemd", "init"})
         if (files.status(program))
             return;
-    report.warn("root", client.root + " has no sbin/init, without which no client runs");
+    report.warn("root", base::tr("{1} has no sbin/init, without which no client runs", client.root));
 }
 
 // What names the client in its root that it was copied from.
@@ -107,7 +108,7 @@ void flush(const NewClient &client) {
 
 void make_boot_area(method::Call &call, const NewClient &client, Journal &journal, Report &report) {
     const std::string method = call.method();
-    call.progress("making the boot program and its links");
+    call.progress(base::tr("making the boot program and its links"));
     make_tftpboot_dir(method.c_str());
     const BootAreaLock lock;
     const std::string program = std::string(tftpboot) + "/" + client.boot_name;
@@ -119,9 +120,9 @@ void make_boot_area(method::Call &call, const NewClient &client, Journal &journa
     }
     const bool made = ensure_boot_program(lock, method, client.identity, client.boot_name, source, journal);
     if (!client.boot_program.empty() && !same_content(program, client.boot_program))
-        report.warn("boot program",
-                    program + " differs from " + client.boot_program +
-                        " and stays, since other clients may boot it; to replace it, remove it first");
+        report.warn("boot program", base::tr("{1} differs from {2} and stays, since other clients may boot "
+                                             "it; to replace it, remove it first",
+                                             program, client.boot_program));
     report.step("boot program", made, program);
     call.set("boot_program", client.boot_name);
     const bool linked = ensure_boot_links(lock, method, client.address, client.identity.implementation_arch,
@@ -131,10 +132,10 @@ void make_boot_area(method::Call &call, const NewClient &client, Journal &journa
 
 void enter_in_tables(method::Call &call, const NewClient &client, const std::vector<BootparamsItem> &items,
                      Journal &journal, Report &report) {
-    call.progress(std::string("editing ") + bootparams_path);
+    call.progress(base::tr("editing {1}", bootparams_path));
     const bool items_added = add_missing_items(client.name, items, journal);
     report.step("bootparams", items_added, client.name + " " + client_items(client.name));
-    call.progress("editing the tables of hosts");
+    call.progress(base::tr("editing the tables of hosts"));
     report.step("hosts", hosts_table().ensure(client.address, client.name, journal),
                 client.address + " " + client.name);
     report.step("ethers", ethers_table().ensure(client.ethernet, client.name, journal),
@@ -142,7 +143,7 @@ void enter_in_tables(method::Call &call, const NewClient &client, const std::vec
 }
 
 void look_after_daemons(method::Call &call, const NewClient &client, Report &report) {
-    call.progress("looking after the daemons");
+    call.progress(base::tr("looking after the daemons"));
     if (const std::string started = ensure_reverse_arp(); !started.empty())
         report.step("reverse ARP", true, started);
     if (client.kind == ClientKind::rpl)
@@ -150,9 +151,11 @@ void look_after_daemons(method::Call &call, const NewClient &client, Report &rep
             report.step("RPL", true, started);
     for (const BootDaemon &daemon : boot_daemons()) {
         if (!daemon.running)
-            report.warn(daemon.service, daemon.name + " does not run; start it: " + daemon.advice);
+            report.warn(daemon.service,
+                        base::tr("{1} does not run; start it: {2}", daemon.name, daemon.advice));
         else if (!daemon.advice.empty())
-            report.warn(daemon.service, daemon.name + " runs " + daemon.note + "; " + daemon.advice);
+            report.warn(daemon.service,
+                        base::tr("{1} runs {2}; {3}", daemon.name, daemon.note, daemon.advice));
     }
 }
 
@@ -184,12 +187,12 @@ void provision(method::Call &call, const NewClient &client, Journal &journal, Re
         report.step("dump", make_sparse_file(client.dump, 0, journal), client.dump);
 
     if (client.prepare) {
-        call.progress("preparing the tables in " + client.root);
+        call.progress(base::tr("preparing the tables in {1}", client.root));
         prepare_root(client, journal, report);
     }
 
     for (const std::string &path : client.shared_directories()) {
-        call.progress("sharing " + path);
+        call.progress(base::tr("sharing {1}", path));
         const std::string options = client.share_options();
         report.step("share", ensure_share(method, path, options, journal), path + " " + options);
     }

@@ -10,6 +10,7 @@
 #include "base/beneath.hpp"
 #include "base/text.hpp"
 #include "base/this_host.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "server/client_change.hpp"
 #include "server/failure.hpp"
@@ -120,8 +121,9 @@ public:
 
     void make() {
         if (layout_ == Layout::unknown) {
-            report_.warn("root", "neither a System V nor a Debian-like tree is in " + client_.root +
-                                     "; its mount table, hosts, name and devices are left to you");
+            report_.warn("root", base::tr("neither a System V nor a Debian-like tree is in {1}; its mount "
+                                          "table, hosts, name and devices are left to you",
+                                          client_.root));
             return;
         }
         make_mount_table();
@@ -214,7 +216,7 @@ private:
             else if (base::lower_case(before) == base::lower_case(client_.name))
                 report_.step("host name", false, client_.root + file);
             else
-                report_.kept("host name", client_.root + file + " says " + before + ", and stays");
+                report_.kept("host name", base::tr("{1}{2} says {3}, and stays", client_.root, file, before));
         }
     }
 
@@ -264,7 +266,7 @@ void prepare_root(const NewClient &client, Journal &journal, Report &report) try
     Preparation(client, journal, report).make();
 } catch (const base::BeneathError &failure) {
     fail(Code::unusable,
-         std::string(failure.what()) + "; with prepare=no the tables of the client's root are left alone");
+         base::tr("{1}; with prepare=no the tables of the client's root are left alone", failure.what()));
 }
 
 } // namespace hostadm::server

@@ -14,6 +14,7 @@
 #include "base/beneath.hpp"
 #include "base/folder_lock.hpp"
 #include "base/mounts.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "server/confined.hpp"
 #include "server/failure.hpp"
@@ -83,13 +84,14 @@ int fill_root(method::Call &call, const std::string &root, const std::string &os
     for (const std::string &source : sources)
         if (std::error_code error; source.front() != '/' || !fs::is_directory(source, error))
             return fail_with(call, Code::not_found,
-                             "there is no directory " + source + " to fill the root from");
+                             base::tr("there is no directory {1} to fill the root from", source));
     if (copy && access("/usr/bin/cpio", X_OK) != 0)
-        return fail_with(call, Code::missing_program,
-                         "/usr/bin/cpio, which copies the root of a 4.x release, is missing (package cpio)");
+        return fail_with(
+            call, Code::missing_program,
+            base::tr("/usr/bin/cpio, which copies the root of a 4.x release, is missing (package cpio)"));
     if (!copy && access("/usr/sbin/pkgadd", X_OK) != 0)
         return fail_with(call, Code::missing_program,
-                         "/usr/sbin/pkgadd, which installs packages, is missing");
+                         base::tr("/usr/sbin/pkgadd, which installs packages, is missing"));
 
     std::deque<package_source> list;
     for (auto source = sources.rbegin(); source != sources.rend(); ++source)
@@ -117,13 +119,15 @@ int fill_root(method::Call &call, const std::string &root, const std::string &os
     }
     if (status == 1) {
         fail_with(call, Code::system,
-                  "cannot fill " + root + " from " + (copy ? "its tree" : "its packages"));
+                  copy ? base::tr("cannot fill {1} from its tree", root)
+                       : base::tr("cannot fill {1} from its packages", root));
         return Beneath(root).names().empty() ? 1 : 2;
     }
     return fail_with(
         call, Code::system,
-        "cannot prepare " + root + ": " +
-            (status < 0 ? "the package tool's settings cannot be written to /tmp" : std::strerror(status)));
+        status < 0
+            ? base::tr("cannot prepare {1}: the package tool's settings cannot be written to /tmp", root)
+            : base::tr("cannot prepare {1}: {2}", root, std::strerror(status)));
 }
 
 int copy_tree(method::Call &call, const std::string &tree, const std::string &root, bool of_client) {
@@ -136,7 +140,7 @@ int copy_tree(method::Call &call, const std::string &tree, const std::string &ro
         return status;
     };
     if (run_confined(root, copy, {.sources = {tree}, .sources_are_clients = of_client}) != 0)
-        return fail_with(call, Code::system, "cannot copy " + tree + " to " + root);
+        return fail_with(call, Code::system, base::tr("cannot copy {1} to {2}", tree, root));
     Beneath(root).flush();
     return 0;
 }
@@ -145,7 +149,7 @@ int install_in_area(method::Call &call, const std::string &area, const std::stri
                     const std::string &directory, const std::vector<std::string> &packages) {
     if (access("/usr/sbin/pkgadd", X_OK) != 0)
         return fail_with(call, Code::missing_program,
-                         "/usr/sbin/pkgadd, which installs packages, is missing");
+                         base::tr("/usr/sbin/pkgadd, which installs packages, is missing"));
     const auto install = [&] {
         const CommandsAreInterrupted guard;
         std::string command =
@@ -158,7 +162,8 @@ int install_in_area(method::Call &call, const std::string &area, const std::stri
         return status; // the admin file goes with the /tmp of this process
     };
     if (run_confined(area, install, {.links_are_followed = true, .sources = {directory}}) != 0)
-        return fail_with(call, Code::system, "cannot install the packages of " + directory + " in " + area);
+        return fail_with(call, Code::system,
+                         base::tr("cannot install the packages of {1} in {2}", directory, area));
     Beneath(area).flush();
     return 0;
 }
@@ -203,14 +208,15 @@ bool is_at_or_below(const std::string &path, const std::string &directory) {
 std::string defect_of_root(const std::string &root) {
     std::error_code error;
     if (!fs::is_directory(root, error))
-        return root + " is no directory; give the client's root directory on this server";
-    return fs::equivalent(root, "/", error) ? root + " is this server's own root, not a client's" : "";
+        return base::tr("{1} is no directory; give the client's root directory on this server", root);
+    return fs::equivalent(root, "/", error) ? base::tr("{1} is this server's own root, not a client's", root)
+                                            : "";
 }
 
 std::string defect_of_deep_root(const std::string &root) {
     const std::string defect = defect_of_root(root);
     return defect.empty() && is_near_server_root(fs::canonical(root))
-               ? root + " is too near to the root of this server"
+               ? base::tr("{1} is too near to the root of this server", root)
                : defect;
 }
 
@@ -219,9 +225,10 @@ std::string defect_of_source(const std::string &root, const std::string &source)
     const std::string into = fs::weakly_canonical(root, error);
     const std::string from = error ? "" : fs::weakly_canonical(source, error).string();
     if (error)
-        return "cannot tell whether " + root + " and " + source + " lie in one another: " + error.message();
+        return base::tr("cannot tell whether {1} and {2} lie in one another: {3}", root, source,
+                        error.message());
     return is_at_or_below(into, from) || is_at_or_below(from, into)
-               ? "the root " + root + " and its source " + source + " lie in one another"
+               ? base::tr("the root {1} and its source {2} lie in one another", root, source)
                : "";
 }
 
@@ -229,11 +236,11 @@ std::string way_out_of_root(const std::string &root, const std::string &below) {
     std::error_code error;
     const fs::path place = fs::weakly_canonical(root + below, error);
     if (error)
-        return "cannot look at " + root + below + ": " + error.message();
+        return base::tr("cannot look at {1}{2}: {3}", root, below, error.message());
     if (is_at_or_below(place, fs::canonical(root)))
         return "";
-    return root + below + " leads out of the client's root, to " + place.string() +
-           "; make the link there a relative one";
+    return base::tr("{1}{2} leads out of the client's root, to {3}; make the link there a relative one", root,
+                    below, place.string());
 }
 
 bool is_near_server_root(const std::string &directory) {
@@ -245,11 +252,11 @@ void remove_tree(const std::string &directory) {
     std::error_code error;
     const fs::path path = fs::weakly_canonical(directory, error);
     if (error || path != fs::path(directory).lexically_normal())
-        throw std::runtime_error(directory + " is reached through a symbolic link");
+        throw std::runtime_error(base::tr("{1} is reached through a symbolic link", directory));
     if (is_near_server_root(directory))
-        throw std::runtime_error(directory + " is too near to the root of this server");
+        throw std::runtime_error(base::tr("{1} is too near to the root of this server", directory));
     if (const std::string mounted = mount_below(directory); !mounted.empty())
-        throw std::runtime_error("something is mounted at " + mounted);
+        throw std::runtime_error(base::tr("something is mounted at {1}", mounted));
     Beneath("/").remove_tree(path.native());
 }
 

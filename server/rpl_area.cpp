@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "base/descriptor.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "server/failure.hpp"
 #include "server/silenced_errors.hpp"
@@ -49,7 +50,7 @@ bool is_empty_file(const std::string &path) {
 void flush_area() {
     const base::Descriptor folder(open(rplboot, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder.is_open() || fsync(folder.get()) != 0)
-        fail_errno(std::string("cannot write ") + rplboot);
+        fail_errno(base::tr("cannot write {1}", rplboot));
 }
 
 std::string complaint(const std::string &what) {
@@ -69,7 +70,7 @@ void copy_missing(const RplFile &file, Journal &journal) {
         fail_without_source(file);
     const Uninterrupted uninterrupted;
     if (!copy_whole(source, file.copy))
-        fail(Code::system, "cannot copy " + source + " to " + file.copy);
+        fail(Code::system, base::tr("cannot copy {1} to {2}", source, file.copy));
     try {
         journal.note(MadeRplFile{file.copy, identity_of(file.copy).value_or(FileIdentity{})});
     } catch (...) {
@@ -122,9 +123,9 @@ std::string rpl_links_state(const std::string &key, const BootLinks &links) {
         const auto link = std::find_if(links.begin(), links.end(),
                                        [&](const BootLink &one) { return one.name == key + suffix; });
         if (link == links.end())
-            return "no " + key + suffix;
+            return base::tr("no {1}", key + suffix);
         if (!link->whole)
-            return link->name + " leads nowhere";
+            return base::tr("{1} leads nowhere", link->name);
     }
     return "yes";
 }
@@ -148,9 +149,9 @@ RplAreaLock::RplAreaLock() : lock_(made_area()) {
     const std::string place = rplboot;
     if (lock_.status() == tables::table_locked)
         fail(Code::busy,
-             "somebody else has been at work in " + place + " for half a minute; try again later");
+             base::tr("somebody else has been at work in {1} for half a minute; try again later", place));
     if (lock_.status() != 0)
-        fail(Code::system, "cannot lock " + place + ": " + std::strerror(-lock_.status()));
+        fail(Code::system, base::tr("cannot lock {1}: {2}", place, std::strerror(-lock_.status())));
 }
 
 std::string RplFile::source() const {
@@ -164,7 +165,7 @@ std::string missing_source(const RplFile &file) {
     std::string places;
     for (const std::string &candidate : file.candidates)
         places += (places.empty() ? "" : ", ") + candidate;
-    return "there is no " + file.name + " to make " + file.copy + " of; looked for " + places;
+    return base::tr("there is no {1} to make {2} of; looked for {3}", file.name, file.copy, places);
 }
 
 void fail_without_source(const RplFile &file) {
@@ -219,7 +220,7 @@ bool ensure_rpl_links(const RplAreaLock &, const std::string &method, const std:
         return false;
     for (const BootLink &old : rpl_links_of(key)) {
         if (old.target.empty())
-            fail(Code::unusable, path_of(old.name) + " is no link; remove it first");
+            fail(Code::unusable, base::tr("{1} is no link; remove it first", path_of(old.name)));
         journal.note(ReplacedRplLink{old.name, old.target});
     }
     for (const auto &[suffix, target] : {std::pair<std::string, std::string>(".hw.com", "./smc.com"),
@@ -231,9 +232,9 @@ bool ensure_rpl_links(const RplAreaLock &, const std::string &method, const std:
         add_rplboot_dir_client(method.c_str(), boot_name.c_str(), key.c_str());
     }
     if (!in_place())
-        fail(Code::no_effect,
-             "cannot make the links of " + key + " in " + rplboot +
-                 "; is it read-only or not yours to write, or something else in their place?");
+        fail(Code::no_effect, base::tr("cannot make the links of {1} in {2}; is it read-only or not yours to "
+                                       "write, or something else in their place?",
+                                       key, rplboot));
     flush_area();
     return true;
 }
@@ -243,14 +244,15 @@ BootLinks remove_rpl_links(const RplAreaLock &, const std::string &method, const
     if (there.empty()) // rm would complain of it
         return there;
     if (const auto others = others_with_key(key); !others.empty())
-        fail(Code::unusable, path_of(others.front()) + " begins like the links of " + key +
-                                 " and would be removed with them; give it another name");
+        fail(Code::unusable,
+             base::tr("{1} begins like the links of {2} and would be removed with them; give it another name",
+                      path_of(others.front()), key));
     {
         const SilencedErrors silence;
         cleanup_rplboot_dir(method.c_str(), key.c_str());
     }
     if (!rpl_links_of(key).empty())
-        fail(Code::no_effect, "cannot remove the links of " + key + " from " + rplboot);
+        fail(Code::no_effect, base::tr("cannot remove the links of {1} from {2}", key, rplboot));
     flush_area();
     return there;
 }
@@ -269,7 +271,7 @@ std::string take_back(const ReplacedRplLink &replaced, const UndoContext &) {
     const std::string path = path_of(replaced.name);
     return symlink(replaced.target.c_str(), path.c_str()) == 0 || errno == EEXIST
                ? ""
-               : complaint("without its link " + path);
+               : complaint(base::tr("without its link {1}", path));
 }
 
 std::string take_back(const MadeRplFile &made, const UndoContext &) {

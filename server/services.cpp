@@ -12,6 +12,7 @@
 #include "base/beneath.hpp"
 #include "base/private_folder.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/table_edit.hpp"
 #include "server/bootparams.hpp"
@@ -231,7 +232,7 @@ std::vector<Service> all_services() {
         if (std::error_code ignored; entry->is_regular_file(ignored))
             files.push_back(entry->path());
     if (error && error != std::errc::no_such_file_or_directory)
-        fail(Code::table, "cannot look through " + folder + ": " + error.message());
+        fail(Code::table, base::tr("cannot look through {1}: {2}", folder, error.message()));
     std::sort(files.begin(), files.end());
     std::vector<Service> all;
     for (const std::string &file : files) {
@@ -328,8 +329,9 @@ void check_service_names(const std::string &os_name, const std::string &instruct
                                           {"instruction_set", instruction_set},
                                           {"implementation_arch", implementation_arch}})
         if (value.find_first_not_of(plain) != value.npos || value.starts_with('.') || value.starts_with('-'))
-            refuse(std::string(argument) + ": \"" + value +
-                   "\" cannot be part of a directory's name; letters, digits and + - _ . only");
+            refuse(base::tr(
+                "{1}: \"{2}\" cannot be part of a directory's name; letters, digits and + - _ . only",
+                argument, value));
 }
 
 ServiceLock::ServiceLock(const Service &service, For use) {
@@ -338,22 +340,23 @@ ServiceLock::ServiceLock(const Service &service, For use) {
     if (place.is_open())
         place = base::private_folder(folder);
     if (!place.is_open())
-        fail_errno("cannot keep locks in " + folder);
+        fail_errno(base::tr("cannot keep locks in {1}", folder));
     const std::string name = service.directory_name() + "." + service.instruction_set;
     file_ =
         base::Descriptor(openat(place.get(), name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!file_.is_open())
-        fail_errno("cannot make " + folder + "/" + name);
+        fail_errno(base::tr("cannot make {1}/{2}", folder, name));
     if (flock(file_.get(), (use == For::client ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0)
         return;
     if (errno != EWOULDBLOCK)
-        fail_errno("cannot lock " + folder + "/" + name);
+        fail_errno(base::tr("cannot lock {1}/{2}", folder, name));
     fail(Code::busy,
          use == For::client
-             ? "the service " + service.title() +
-                   " is being added or removed at the moment; try again when it is done"
-             : "a client of the service " + service.title() +
-                   " is being added, or the service changed, at the moment; try again when it is done");
+             ? base::tr("the service {1} is being added or removed at the moment; try again when it is done",
+                        service.title())
+             : base::tr("a client of the service {1} is being added, or the service changed, at the moment; "
+                        "try again when it is done",
+                        service.title()));
 }
 
 void forget_installed(const std::string &area, const std::string &base_directory) {

@@ -8,6 +8,7 @@
 
 #include "base/files.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/table_edit.hpp"
 #include "server/adapters.hpp"
@@ -55,8 +56,8 @@ bool is_in_share_table(const std::string &path) {
 
 void check_options(const std::string &where, const std::string &there, const std::string &wanted) {
     if (there != wanted)
-        fail(Code::taken, where + " already, with " + there + " and not " + wanted +
-                              "; unshare it first (filesystem/unshare)");
+        fail(Code::taken, base::tr("{1} already, with {2} and not {3}; unshare it first (filesystem/unshare)",
+                                   where, there, wanted));
 }
 
 } // namespace
@@ -161,9 +162,9 @@ bool ensure_share(const std::string &method, const std::string &path, const std:
                   Journal &journal) {
     const ShareState before = share_state(path);
     if (before.at_boot)
-        check_options(path + " is in " + share_table, before.options_at_boot, options);
+        check_options(base::tr("{1} is in {2}", path, share_table), before.options_at_boot, options);
     if (before.now)
-        check_options(path + " is shared", before.options_now, options);
+        check_options(base::tr("{1} is shared", path), before.options_now, options);
     if (before.now && before.at_boot)
         return false;
     note_new_table(share_table, journal);
@@ -179,26 +180,30 @@ bool ensure_share(const std::string &method, const std::string &path, const std:
 
 void check_shared(const std::string &path, const std::string &options, Effect effect, bool killed) {
     if (effect.now && killed && !is_shared_now(path, options))
-        fail(Code::no_effect, path +
-                                  " is not shared: /usr/sbin/share ended without a word and without effect; "
-                                  "was it killed?");
+        fail(Code::no_effect,
+             base::tr(
+                 "{1} is not shared: /usr/sbin/share ended without a word and without effect; was it killed?",
+                 path));
     if (effect.at_boot && !is_in_share_table(path))
-        fail(Code::no_effect, path + " is not in " + share_table + ", although it was written there");
+        fail(Code::no_effect,
+             base::tr("{1} is not in {2}, although it was written there", path, share_table));
 }
 
 void check_withdrawn(const std::string &path, Effect effect, bool killed) {
     if (effect.now && killed && current_shares().count(path) != 0)
-        fail(Code::no_effect, path + " is still shared: /usr/sbin/unshare ended without a word and without "
-                                     "effect; was it killed?");
+        fail(Code::no_effect, base::tr("{1} is still shared: /usr/sbin/unshare ended without a word and "
+                                       "without effect; was it killed?",
+                                       path));
     if (effect.at_boot && is_in_share_table(path))
-        fail(Code::no_effect, path + " is still in " + share_table + ", although its line was removed");
+        fail(Code::no_effect,
+             base::tr("{1} is still in {2}, although its line was removed", path, share_table));
 }
 
 void withdraw_share(const std::string &method, const std::string &path) {
-    require_command("/usr/sbin/unshare", "withdraws shares");
+    require_command("/usr/sbin/unshare", base::tr("withdraws shares"));
     const WatchedCommands commands;
     if (unsharefs(nullptr, path.c_str(), nullptr, nullptr, method.c_str()) != 0)
-        fail(Code::general, "cannot withdraw the share of " + path);
+        fail(Code::general, base::tr("cannot withdraw the share of {1}", path));
     check_withdrawn(path, {}, commands.any_was_killed());
 }
 
@@ -210,7 +215,7 @@ std::string take_back(const MadeShare &made, const UndoContext &context) {
         return "";
     const WatchedCommands commands;
     if (unsharefs(nullptr, made.path.c_str(), nullptr, nullptr, context.method.c_str()) != 0)
-        return "the share of " + made.path;
+        return base::tr("the share of {1}", made.path);
     check_withdrawn(made.path, {}, commands.any_was_killed());
     return "";
 }

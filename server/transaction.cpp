@@ -10,6 +10,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "base/translation.hpp"
 #include "server/failure.hpp"
 #include "server/page.hpp"
 
@@ -31,7 +32,7 @@ constexpr timespec grace{5, 0}; // for commands that clean up after themselves
 
 std::string name_of(int signal) {
     const char *name = sigabbrev_np(signal);
-    return name == nullptr ? "signal " + std::to_string(signal) : std::string("SIG") + name;
+    return name == nullptr ? base::tr("signal {1}", signal) : std::string("SIG") + name;
 }
 
 // Commands that the worker leaves behind must be gone before anything is taken back. They have become
@@ -73,7 +74,8 @@ std::optional<Entry> read_any_entry(const Written &words) {
 std::string take_back(const Written &words, const UndoContext &context) try {
     const std::optional<Entry> entry = read_any_entry(words);
     if (!entry)
-        return "a step that this version does not know (" + (words.empty() ? "" : words.front()) + ")";
+        return words.empty() ? base::tr("a step that this version does not know ()")
+                             : base::tr("a step that this version does not know ({1})", words.front());
     return std::visit([&](const auto &known) { return take_back(known, context); }, *entry);
 } catch (const std::exception &failure) {
     return failure.what();
@@ -83,7 +85,7 @@ std::string take_back(const Touched &touched, const UndoContext &context) {
     const auto known =
         std::find_if(context.state.begin(), context.state.end(),
                      [&](const Remembered &remembered) { return remembered.path() == touched.path; });
-    return known == context.state.end() ? "what stood at " + touched.path + " is not known"
+    return known == context.state.end() ? base::tr("what stood at {1} is not known", touched.path)
                                         : known->put_back();
 }
 
@@ -97,7 +99,7 @@ Ending run_apart(const std::function<int()> &work) {
     std::fflush(nullptr);
     const pid_t worker = fork();
     if (worker < 0)
-        return {.done = false, .reason = std::string("cannot start a process: ") + std::strerror(errno)};
+        return {.done = false, .reason = base::tr("cannot start a process: {1}", std::strerror(errno))};
     if (worker == 0)
         become_worker(awaited, work);
     setpgid(worker, worker);
@@ -116,9 +118,9 @@ Ending run_apart(const std::function<int()> &work) {
         return {.done = true};
     end_group(worker);
     if (interruption != 0)
-        return {.done = false, .reason = "interrupted (" + name_of(interruption) + ")"};
+        return {.done = false, .reason = base::tr("interrupted ({1})", name_of(interruption))};
     if (WIFSIGNALED(status))
-        return {.done = false, .reason = "ended by " + name_of(WTERMSIG(status))};
+        return {.done = false, .reason = base::tr("ended by {1}", name_of(WTERMSIG(status)))};
     return {};
 }
 
@@ -150,10 +152,10 @@ void Transaction::take_back() {
     const std::vector<Written> entries = journal_.entries();
     if (entries.empty())
         return;
-    call_.progress("taking back what was done");
+    call_.progress(base::tr("taking back what was done"));
     if (take_back_entries(call_, entries, context_))
-        std::fprintf(stderr, "%s: everything that was done for %s has been taken back\n",
-                     call_.method().c_str(), subject_.c_str());
+        std::fprintf(stderr, "%s: %s\n", call_.method().c_str(),
+                     base::tr("everything that was done for {1} has been taken back", subject_).c_str());
 }
 
 bool take_back_entries(method::Call &call, const std::vector<Written> &entries, const UndoContext &context) {
@@ -162,7 +164,7 @@ bool take_back_entries(method::Call &call, const std::vector<Written> &entries, 
         const std::string left = take_back(*entry, context);
         if (left.empty())
             continue;
-        call.left_undone("could not be taken back: " + left);
+        call.left_undone(base::tr("could not be taken back: {1}", left));
         whole = false;
     }
     return whole;

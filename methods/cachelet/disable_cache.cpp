@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "server/cached_mounts.hpp"
 #include "server/page.hpp"
@@ -34,7 +35,7 @@ int work(Call &call) {
     const std::string root = call.get("root");
     check_client_root(root);
     const std::vector<CachedMount> before = cached_mounts(read_client_table(root));
-    call.progress("switching the mounts of " + root + " off its cache");
+    call.progress(hostadm::base::tr("switching the mounts of {1} off its cache", root));
     const bool changed = disable_cached_mounts(root);
     call.set("result", changed ? "done" : "unchanged");
     tell_changed(call, changed);

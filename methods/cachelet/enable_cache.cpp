@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "server/cached_mounts.hpp"
 #include "server/page.hpp"
@@ -23,7 +24,7 @@ const Description description{
 int work(Call &call) {
     const std::string root = call.get("root");
     check_client_root(root);
-    call.progress("switching the mounts of " + root + " to its cache");
+    call.progress(hostadm::base::tr("switching the mounts of {1} to its cache", root));
     const bool changed = enable_cached_mounts(root);
     call.set("result", changed ? "done" : "unchanged");
     tell_changed(call, changed);

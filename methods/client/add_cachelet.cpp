@@ -3,6 +3,7 @@
 #include <string>
 
 #include "base/beneath.hpp"
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "methods/client/cachelet.hpp"
 #include "server/bootparams.hpp"
@@ -53,15 +54,15 @@ struct CacheClient {
 
 int switch_over(Call &call, const CacheClient &wanted, Journal &journal) {
     Report report;
-    call.progress("looking after the packages that serve cache-only clients");
+    call.progress(base::tr("looking after the packages that serve cache-only clients"));
     ensure_cachelet_packages(call, wanted.client, call.get("setup") == "yes", report);
 
-    call.progress("switching the mounts of " + wanted.root + " to its cache");
+    call.progress(base::tr("switching the mounts of {1} to its cache", wanted.root));
     announce(journal, paths_of_mounts());
     const bool mounts_changed = enable_cached_mounts(wanted.root);
     report.step("cached mounts", mounts_changed, told(cached_mounts(read_client_table(wanted.root))));
 
-    call.progress("copying the disk profile " + wanted.profile);
+    call.progress(base::tr("copying the disk profile {1}", wanted.profile));
     announce(journal, paths_of_profile(wanted.profile));
     const bool profile_changed =
         set_install_profile(call.method(), wanted.root, wanted.profile_set, wanted.profile);

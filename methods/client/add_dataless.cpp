@@ -8,6 +8,7 @@
 
 #include "base/text.hpp"
 #include "base/this_host.hpp"
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "server/adapters.hpp"
 #include "server/bootparams.hpp"
@@ -65,9 +66,10 @@ std::string executables(const Call &call) {
     const auto service = find_service(call.get("os_name"), call.get("os_version"),
                                       base::lower_case(call.get("instruction_set")));
     if (!service || service->executables.empty())
-        fail(Code::not_found, "this server keeps no executables of " + call.get("os_name") + " " +
-                                  call.get("os_version") + " for " + call.get("instruction_set") +
-                                  "; give execpath, or add the service (service/add)");
+        fail(Code::not_found,
+             base::tr("this server keeps no executables of {1} {2} for {3}; give execpath, or add the "
+                      "service (service/add)",
+                      call.get("os_name"), call.get("os_version"), call.get("instruction_set")));
     return service->executables;
 }
 
@@ -75,23 +77,24 @@ void check(const Call &call, const NewClient &client, const std::string &path) {
     check_name_and_addresses(call, client);
     const Client there = find_client(client.name);
     if (there.disabled)
-        fail(Code::taken,
-             client.name + " is a client already, and disabled; client/enable lets it boot again");
+        fail(Code::taken, base::tr("{1} is a client already, and disabled; client/enable lets it boot again",
+                                   client.name));
     if (const std::string item = there.item("exec");
         !there.items.empty() &&
         (there.kind() != ClientKind::dataless || (!item.empty() && there.path("exec") != path)))
-        fail(Code::taken, client.name + " is a client already, of the kind " + name_of(there.kind()) +
-                              ", with " + there.items + "; remove it first (client/remove)");
+        fail(Code::taken,
+             base::tr("{1} is a client already, of the kind {2}, with {3}; remove it first (client/remove)",
+                      client.name, name_of(there.kind()), there.items));
     if (!is_directory(path))
-        fail(Code::not_found, "there is no directory " + path + " of executables");
+        fail(Code::not_found, base::tr("there is no directory {1} of executables", path));
     if (is_near_server_root(path))
-        fail(Code::unusable, path + " is too near to the root of this server");
+        fail(Code::unusable, base::tr("{1} is too near to the root of this server", path));
     if (const std::string root = client_root_of(path); !root.empty())
-        fail(Code::unusable, path + " lies in the root of a client, " + root);
+        fail(Code::unusable, base::tr("{1} lies in the root of a client, {2}", path, root));
 }
 
 int add(Call &call, Claims &claims, Journal &journal) {
-    require_command("/usr/sbin/share", "shares directories");
+    require_command("/usr/sbin/share", base::tr("shares directories"));
     NewClient client;
     client.name = call.get("hostname");
     client.address = call.get("address");
@@ -103,7 +106,7 @@ int add(Call &call, Claims &claims, Journal &journal) {
     check(call, client, path);
 
     Report report;
-    call.progress("sharing " + path);
+    call.progress(base::tr("sharing {1}", path));
     // Those of a service are withdrawn with it, others with the last client that runs from there.
     const auto share = belongs_to_service(path) ? ensure_share : ensure_common_share;
     report.step("share", share(call.method(), path, executables_share_options, journal),
@@ -121,7 +124,7 @@ int add(Call &call, Claims &claims, Journal &journal) {
 
 int work(Call &call) {
     if (geteuid() != 0)
-        fail(Code::not_root, "only root may add a client");
+        fail(Code::not_root, base::tr("only root may add a client"));
     Claims claims(call.method(), call.get("hostname"), {{Claim::Kind::name, call.get("hostname")}});
     Transaction transaction(call, call.get("hostname"));
     return transaction.run_whole([&] { return add(call, claims, transaction.journal()); });

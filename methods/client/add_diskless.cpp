@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "server/adapters.hpp"
 #include "server/claims.hpp"
@@ -84,11 +85,11 @@ int provision(Call &call, const NewClient &client, Journal &journal) {
 
 int work(Call &call) {
     if (geteuid() != 0)
-        fail(Code::not_root, "only root may add a client");
+        fail(Code::not_root, base::tr("only root may add a client"));
     Claims claims(call.method(), call.get("hostname"), {{Claim::Kind::name, call.get("hostname")}});
     Transaction transaction(call, call.get("hostname"));
     const bool done = transaction.run([&] {
-        require_command("/usr/sbin/share", "shares directories");
+        require_command("/usr/sbin/share", base::tr("shares directories"));
         const NewClient client = read_new_client(call);
         std::optional<ServiceLock> service;
         if (client.service)
@@ -102,9 +103,10 @@ int work(Call &call) {
         call.get("root") != "adopt" && !call.given("install_hierarchy") &&
         !find_service(call.get("os_name"), call.get("os_version"),
                       base::lower_case(call.get("instruction_set"))))
-        call.fail("where the operating system lies was not said, and this server keeps no such service: give "
-                  "tree, packages or install_hierarchy, or add the service (service/add)",
-                  static_cast<int>(Code::not_found));
+        call.fail(
+            base::tr("where the operating system lies was not said, and this server keeps no such service: "
+                     "give tree, packages or install_hierarchy, or add the service (service/add)"),
+            static_cast<int>(Code::not_found));
     transaction.take_back();
     return 1;
 }

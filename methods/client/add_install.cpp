@@ -3,6 +3,7 @@
 // leaves half done is taken back.
 #include <unistd.h>
 
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "server/adapters.hpp"
 #include "server/claims.hpp"
@@ -47,11 +48,11 @@ const Description description{
 
 int work(Call &call) {
     if (geteuid() != 0)
-        fail(Code::not_root, "only root may add a client");
+        fail(Code::not_root, base::tr("only root may add a client"));
     Claims claims(call.method(), call.get("hostname"), {{Claim::Kind::name, call.get("hostname")}});
     Transaction transaction(call, call.get("hostname"));
     return transaction.run_whole([&] {
-        require_command("/usr/sbin/share", "shares directories");
+        require_command("/usr/sbin/share", base::tr("shares directories"));
         const InstallClient wanted = read_install_client(call);
         claims.add(wanted.claims());
         Report report;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/beneath.hpp"
+#include "base/translation.hpp"
 #include "server/cached_mounts.hpp"
 #include "server/clients.hpp"
 #include "server/failure.hpp"
@@ -20,15 +21,15 @@ namespace hostadm {
 inline server::Client cacheable_client(const std::string &name, const std::string &root) {
     server::Client client = server::known_client(name);
     if (client.kind() != server::ClientKind::diskless && client.kind() != server::ClientKind::cache_only)
-        server::fail(server::Code::unusable, client.name + " is a client of the kind " +
-                                                 name_of(client.kind()) +
-                                                 "; only a diskless one can be made cache-only");
-    if (client.own_path("root").empty())
         server::fail(server::Code::unusable,
-                     "the root of " + client.name + ", " + client.item("root") + ", is not on this server");
+                     base::tr("{1} is a client of the kind {2}; only a diskless one can be made cache-only",
+                              client.name, name_of(client.kind())));
+    if (client.own_path("root").empty())
+        server::fail(server::Code::unusable, base::tr("the root of {1}, {2}, is not on this server",
+                                                      client.name, client.item("root")));
     if (!root.empty() && server::real_path_of(root) != client.own_path("root"))
-        server::fail(server::Code::taken,
-                     root + " is not the root of " + client.name + ", which is " + client.own_path("root"));
+        server::fail(server::Code::taken, base::tr("{1} is not the root of {2}, which is {3}", root,
+                                                   client.name, client.own_path("root")));
     return client;
 }
 

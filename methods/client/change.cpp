@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "server/client_change.hpp"
 #include "server/new_client.hpp"
@@ -75,13 +76,12 @@ int change(Call &call, Claims &claims, Journal &journal) {
 
 int work(Call &call) {
     if (geteuid() != 0)
-        fail(Code::not_root, "only root may change a client");
+        fail(Code::not_root, base::tr("only root may change a client"));
     const auto names = {"new_hostname", "address",   "ethernet",     "server",
                         "boot_program", "swap_size", "share_options"};
     if (std::none_of(names.begin(), names.end(), [&](const char *name) { return call.given(name); }))
-        return call.refuse(
-            "nothing was said to change: give new_hostname, address, ethernet, server, boot_program, "
-            "swap_size or share_options");
+        return call.refuse(base::tr("nothing was said to change: give new_hostname, address, ethernet, "
+                                    "server, boot_program, swap_size or share_options"));
     Claims claims(call.method(), call.get("hostname"), {});
     // Cut off in the middle, it would leave tables that name the client in two ways.
     Transaction transaction(call, call.get("hostname"), Transaction::Kept{description.name});

@@ -2,6 +2,7 @@
 // A new client like one that is there, root and all; what a failure leaves half done is taken back.
 #include <unistd.h>
 
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "server/adapters.hpp"
 #include "server/claims.hpp"
@@ -39,7 +40,7 @@ const Description description{
 };
 
 int copy(Call &call, Claims &claims, Journal &journal) {
-    require_command("/usr/sbin/share", "shares directories");
+    require_command("/usr/sbin/share", base::tr("shares directories"));
     const Client old = known_client(call.get("hostname"));
     const NewClient client =
         copy_of(old, call.get("new_hostname"), call.get("address"), call.get("ethernet"));
@@ -53,7 +54,7 @@ int copy(Call &call, Claims &claims, Journal &journal) {
 
 int work(Call &call) {
     if (geteuid() != 0)
-        fail(Code::not_root, "only root may copy a client");
+        fail(Code::not_root, base::tr("only root may copy a client"));
     const std::string name = call.get("new_hostname");
     Claims claims(call.method(), name, {});
     Transaction transaction(call, name);

@@ -12,6 +12,7 @@
 
 #include "base/beneath.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/bootparams.hpp"
@@ -112,7 +113,7 @@ std::set<std::string> common_shares_of(const Client &client) {
 
 Leaving find_leaving(const std::string &hostname) {
     if (is_server_itself(hostname))
-        fail(Code::taken, hostname + " is this server");
+        fail(Code::taken, base::tr("{1} is this server", hostname));
     Leaving leaving;
     leaving.client = find_client(hostname);
     // The root of a client that is being installed is that of all who are installed from there.
@@ -166,7 +167,7 @@ Result unshare(Call &call, const Client &client, const std::string &path) {
         return {Result::unchanged, path};
     for (const std::string &options : {share.options_now, share.options_at_boot})
         if (names_others(options, client.name))
-            return {Result::kept, path + " is shared with others too, with " + options};
+            return {Result::kept, base::tr("{1} is shared with others too, with {2}", path, options)};
     withdraw_share(call.method(), path);
     return {Result::done, path};
 }
@@ -201,7 +202,8 @@ Result remove_line(const HostTable &table, const std::string &key, const std::st
         return forget_disabled(name) ? Result{Result::done, key} : Result{Result::unchanged, "none"};
     if (table.remove(name))
         return {Result::done, key};
-    return {Result::kept, key + " in " + table.path() + ": " + name + " is only another name of that host"};
+    return {Result::kept,
+            base::tr("{1} in {2}: {3} is only another name of that host", key, table.path(), name)};
 }
 
 // While its entry is there, the next run finds what a power cut has brought back.
@@ -219,16 +221,16 @@ std::vector<Step> plan(Call &call, const Leaving &leaving) {
     const bool purge = call.get("purge") == "yes";
     std::vector<Step> steps;
     steps.push_back(
-        {"boot links",
-         "the links of " + name + " in " + (client.kind() == ClientKind::rpl ? rplboot : tftpboot),
+        {base::tr("boot links"),
+         base::tr("the links of {1} in {2}", name, (client.kind() == ClientKind::rpl ? rplboot : tftpboot)),
          [&] { return remove_links(call, client); }});
-    steps.push_back({"ethers", "the line of " + name + " in /etc/ethers",
+    steps.push_back({"ethers", base::tr("the line of {1} in /etc/ethers", name),
                      [&] { return remove_line(ethers_table(), client.ethernet, name); }});
     for (const std::string &path : leaving.shared)
-        steps.push_back({"share", "the share of " + path,
+        steps.push_back({"share", base::tr("the share of {1}", path),
                          [&call, &client, path] { return unshare(call, client, path); }});
     for (const std::string &path : leaving.common)
-        steps.push_back({"share", "the share of " + path, [&call, path] {
+        steps.push_back({"share", base::tr("the share of {1}", path), [&call, path] {
                              withdraw_common_share(call.method(), path);
                              return Result{Result::done, path};
                          }});
@@ -238,14 +240,14 @@ std::vector<Step> plan(Call &call, const Leaving &leaving) {
         steps.push_back({"swap", leaving.swap, [&] { return remove_file(client, leaving.swap); }});
     if (!leaving.root.empty() && purge)
         steps.push_back({"root", leaving.root, [&] {
-                             call.progress("removing " + leaving.root);
+                             call.progress(base::tr("removing {1}", leaving.root));
                              return remove_root(leaving);
                          }});
-    steps.push_back({"hosts", "the line of " + name + " in /etc/hosts", [&] {
+    steps.push_back({"hosts", base::tr("the line of {1} in /etc/hosts", name), [&] {
                          flush(leaving);
                          return remove_line(hosts_table(), client.address, name);
                      }});
-    steps.push_back({"bootparams", "the entry of " + name + " in /etc/bootparams", [&] {
+    steps.push_back({"bootparams", base::tr("the entry of {1} in /etc/bootparams", name), [&] {
                          return remove_client_entry(name) ? Result{Result::done, client.items}
                                                           : Result{Result::unchanged, "none"};
                      }});
@@ -256,18 +258,20 @@ void say_what_stays(Call &call, const Leaving &leaving, Report &report) {
     for (const auto &[step, path] :
          {std::pair("dump", leaving.dump), {"swap", leaving.swap}, {"root", leaving.root}})
         if (const std::string item = leaving.client.item(step); path.empty() && !item.empty())
-            report.kept(step,
-                        item + (leaving.client.own_path(step).empty() ? " is not on this server"
-                                                                      : " is what it was installed from"));
+            report.kept(step, leaving.client.own_path(step).empty()
+                                  ? base::tr("{1} is not on this server", item)
+                                  : base::tr("{1} is what it was installed from", item));
     if (call.get("purge") == "yes")
         return;
     if (!leaving.is_filled)
-        report.kept("root",
-                    leaving.root + " was left by a run that was cut off, and stays without purge=yes");
+        report.kept("root", base::tr("{1} was left by a run that was cut off, and stays without purge=yes",
+                                     leaving.root));
     else if (exists(leaving.root))
-        report.kept("root", leaving.root + " stays without purge=yes; from now on it is removed by hand");
+        report.kept("root",
+                    base::tr("{1} stays without purge=yes; from now on it is removed by hand", leaving.root));
     if (exists(leaving.dump))
-        report.kept("dump", leaving.dump + " stays without purge=yes; from now on it is removed by hand");
+        report.kept("dump",
+                    base::tr("{1} stays without purge=yes; from now on it is removed by hand", leaving.dump));
 }
 
 void take(Report &report, const std::string &step, const Result &result) {
@@ -284,7 +288,7 @@ int remove(Call &call, Claims &claims, Journal &journal) {
     Report report;
     // A line in the hosts table alone makes nobody a client.
     if (client.items.empty() && client.ethernet.empty() && leaving.shared.empty() && leaving.is_filled) {
-        report.step("client", false, "there is no client " + client.name);
+        report.step("client", false, base::tr("there is no client {1}", client.name));
         report.tell(call);
         return 0;
     }
@@ -294,7 +298,7 @@ int remove(Call &call, Claims &claims, Journal &journal) {
     for (const Step &step : steps)
         journal.note(Planned{step.what});
     for (const Step &step : steps) {
-        call.progress("removing " + step.what);
+        call.progress(base::tr("removing {1}", step.what));
         take(report, step.name, step.work());
         journal.note(Finished{step.what});
     }
@@ -313,13 +317,13 @@ void say_what_is_left(Call &call, const Journal &journal) {
             if (const auto done = finished.find(step->what); done != finished.end())
                 finished.erase(done);
             else
-                call.left_undone("still there: " + step->what);
+                call.left_undone(base::tr("still there: {1}", step->what));
         }
 }
 
 int work(Call &call) {
     if (geteuid() != 0)
-        fail(Code::not_root, "only root may remove a client");
+        fail(Code::not_root, base::tr("only root may remove a client"));
     Claims claims(call.method(), call.get("hostname"), {{Claim::Kind::name, call.get("hostname")}});
     Transaction transaction(call, call.get("hostname"));
     if (transaction.run([&] { return remove(call, claims, transaction.journal()); }))

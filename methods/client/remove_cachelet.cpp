@@ -3,6 +3,7 @@
 #include <string>
 
 #include "base/beneath.hpp"
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "methods/client/cachelet.hpp"
 #include "server/bootparams.hpp"
@@ -56,7 +57,7 @@ bool remove_profile(const base::Beneath &root, const std::string &profile) {
 int switch_back(Call &call, const Client &client, const base::Beneath &root, const std::string &profile,
                 Journal &journal) {
     const std::string path = client.own_path("root");
-    call.progress("switching the mounts of " + path + " off its cache");
+    call.progress(base::tr("switching the mounts of {1} off its cache", path));
     Report report;
     // First, because folders that go with what follows are not put back.
     const bool kind_changed = client.kind() == ClientKind::cache_only &&

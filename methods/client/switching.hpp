@@ -5,6 +5,7 @@
 #include <string>
 #include <unistd.h>
 
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "server/claims.hpp"
 #include "server/clients.hpp"
@@ -45,7 +46,9 @@ inline int run_switching(int argc, char **argv, const Switching &switching) {
     };
     return server::run_page(argc, argv, description, [&](method::Call &call) {
         if (geteuid() != 0)
-            server::fail(server::Code::not_root, "only root may " + switching.verb + " a client");
+            server::fail(server::Code::not_root, switching.verb == "enable"
+                                                     ? base::tr("only root may enable a client")
+                                                     : base::tr("only root may disable a client"));
         const server::Claims claims(call.method(), call.get("hostname"),
                                     {{server::Claim::Kind::name, call.get("hostname")}});
         server::Transaction transaction(call, call.get("hostname"));

@@ -7,6 +7,7 @@
 #include <string>
 #include <sys/wait.h>
 
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "server/bootparams.hpp"
 #include "server/page.hpp"
@@ -60,7 +61,8 @@ std::string map_text(const std::string &command, const std::string &service) {
     const auto [status, output] = run_command(command);
     if (WIFEXITED(status) && WEXITSTATUS(status) == 127)
         fail(Code::missing_program,
-             service + " needs the command " + program + ", which is not installed on this host");
+             hostadm::base::tr("{1} needs the command {2}, which is not installed on this host", service,
+                               program));
     if (status != 0)
         fail(Code::system, "\"" + command + "\" failed: " + output.substr(0, output.find('\n')));
     return output;

@@ -26,7 +26,7 @@ const Description description{
 };
 
 int work(Call &call) {
-    check_nameservice(call, "remove");
+    check_nameservice(call);
     const std::string client = call.get("client");
     const bool changed =
         call.given("key") ? remove_client_items(client, {call.get("key")}) : remove_client_entry(client);

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "server/host_tables.hpp"
 #include "server/page.hpp"
@@ -14,7 +15,7 @@ namespace hostadm {
 inline int remove_lines(method::Call &call, server::HostTable::Kind kind, const std::string &key) {
     const std::string value = call.get(key), name = call.get("hostname");
     if (value.empty() && name.empty())
-        return call.refuse("say which line: give " + key + ", hostname or both");
+        return call.refuse(base::tr("say which line: give {1}, hostname or both", key));
     const server::HostTable table(kind, call.get("table"));
     const server::RemovedEntries removed = server::remove_entries(table, value, name);
     if (removed.changed)

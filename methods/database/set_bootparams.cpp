@@ -4,6 +4,7 @@
 #include <variant>
 #include <vector>
 
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "server/bootparams.hpp"
 #include "server/nameservice.hpp"
@@ -38,11 +39,11 @@ const Description description{
 std::variant<std::vector<BootparamsItem>, std::string> requested_items(const Call &call) {
     const bool single = call.given("key") || call.given("server") || call.given("path");
     if (single && call.given("items"))
-        return "items takes the place of key, server and path; give one or the other";
+        return hostadm::base::tr("items takes the place of key, server and path; give one or the other");
     if (call.given("items"))
         return parse_items(call.get("items"));
     if (!call.given("key"))
-        return "there is nothing to set; give key with server and path, or items";
+        return hostadm::base::tr("there is nothing to set; give key with server and path, or items");
     BootparamsItem item{call.get("key"), call.get("server"), call.get("path")};
     if (std::string defect = defect_of(item); !defect.empty())
         return defect;
@@ -50,13 +51,13 @@ std::variant<std::vector<BootparamsItem>, std::string> requested_items(const Cal
 }
 
 int work(Call &call) {
-    check_nameservice(call, "set");
+    check_nameservice(call);
     const auto requested = requested_items(call);
     if (const auto *defect = std::get_if<std::string>(&requested))
         return call.refuse(*defect);
     const auto &items = std::get<std::vector<BootparamsItem>>(requested);
     if (items.empty())
-        return call.refuse("items names nothing to set");
+        return call.refuse(hostadm::base::tr("items names nothing to set"));
 
     const bool changed = set_client_items(call.get("client"), items);
     tell_changed(call, changed);

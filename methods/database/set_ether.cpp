@@ -2,6 +2,7 @@
 #include <string>
 #include <vector>
 
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/failure.hpp"
@@ -36,9 +37,10 @@ std::vector<HostTable::Entry> entries_of(const HostTable &table, const std::stri
 void check_name(const HostTable &table, const std::string &ethernet, const std::string &name) {
     for (const auto &[other, names] : entries_of(table, "", name))
         if (entries_of(table, ethernet, name).empty())
-            fail(Code::taken, name + " has " + other + " in " + table.path() +
-                                  "; remove that first (database/remove_ether), or give the client its new "
-                                  "address with client/change");
+            fail(Code::taken,
+                 hostadm::base::tr("{1} has {2} in {3}; remove that first (database/remove_ether), or "
+                                   "give the client its new address with client/change",
+                                   name, other, table.path()));
 }
 
 int work(Call &call) {
@@ -54,8 +56,8 @@ int work(Call &call) {
             return set_hosts(file.c_str(), key.c_str(), name.c_str());
         });
     if (entries_of(table, ethernet, name).empty())
-        fail(Code::no_effect,
-             ethernet + " is not " + name + "'s in " + path + "; somebody else may be changing it");
+        fail(Code::no_effect, hostadm::base::tr("{1} is not {2}'s in {3}; somebody else may be changing it",
+                                                ethernet, name, path));
     if (!is_so && !before.empty())
         call.set("replaced", before.front().names.front());
     tell_changed(call, !is_so);

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/bootparams.hpp"
@@ -79,15 +80,16 @@ int work(Call &call) {
         check_address(address, names);
     const std::string before = names_of(address, table);
     if (has_localhost(before) && !has_localhost(names))
-        fail(Code::table,
-             "the line of " + address + " in " + table + " would lose the name localhost; edit it by hand");
+        fail(Code::table, base::tr("the line of {1} in {2} would lose the name localhost; edit it by hand",
+                                   address, table));
     if (before != names)
         edit_named_table(table, [&](const std::string &path) {
             return set_hosts(path.c_str(), address.c_str(), names.c_str());
         });
     if (const std::string after = names_of(address, table); after != names)
-        fail(Code::no_effect, address + " has the names \"" + after + "\" in " + table + ", not " + names +
-                                  "; somebody else may be changing it");
+        fail(Code::no_effect,
+             base::tr("{1} has the names \"{2}\" in {3}, not {4}; somebody else may be changing it", address,
+                      after, table, names));
     if (!before.empty() && before != names)
         call.set("replaced", before);
     tell_changed(call, before != names);

@@ -2,6 +2,7 @@
 // Sets a line of a mount table. Nothing is mounted.
 #include <string>
 
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/mount_tables.hpp"
@@ -50,13 +51,15 @@ int add_six_columns(const Call &call, const std::string &table, char *resource) 
 
 int work(Call &call) {
     if (call.get("resource") == "-")
-        return call.refuse("the argument resource cannot be \"-\"; name a device, or HOST:/PATH");
+        return call.refuse(
+            hostadm::base::tr("the argument resource cannot be \"-\"; name a device, or HOST:/PATH"));
     const std::string table = call.get("vfstab");
     const bool six_columns = mount_layout(call, table) == MountLayout::six_columns;
     if (six_columns && (call.given("fsckdev") || call.given("mountatboot")))
-        return call.refuse("a table of six columns has no columns fsckdev and mountatboot; leave them out");
+        return call.refuse(hostadm::base::tr(
+            "a table of six columns has no columns fsckdev and mountatboot; leave them out"));
     if (!six_columns && call.given("freq"))
-        return call.refuse("freq is a column of layout=fstab only; leave it out");
+        return call.refuse(hostadm::base::tr("freq is a column of layout=fstab only; leave it out"));
     tell_changed(call, edit_named_table(table, [&](const std::string &path) {
                      std::string resource = call.get("resource");
                      return six_columns ? add_six_columns(call, path, resource.data())

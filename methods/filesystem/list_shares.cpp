@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <string>
 
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/adapters.hpp"
@@ -18,7 +19,7 @@ const Description description{
 };
 
 int work(Call &) {
-    require_command("/usr/sbin/share", "knows the shares");
+    require_command("/usr/sbin/share", hostadm::base::tr("knows the shares"));
     get_sharefs_ents();
     ManyRows rows;
     for (const sharefs_entry *entry = sfs_top; entry != nullptr; entry = entry->next)

@@ -5,6 +5,7 @@
 #include <string>
 #include <system_error>
 
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/adapters.hpp"
@@ -79,12 +80,13 @@ std::string effect_left(const Call &call) {
 
 int work(Call &call) {
     if (!is_pass(call.get("fsckpass")))
-        return call.refuse("the argument fsckpass is a number, or \"-\" for never");
+        return call.refuse(hostadm::base::tr("the argument fsckpass is a number, or \"-\" for never"));
     if (call.get("resource") == "-")
-        return call.refuse("the argument resource cannot be \"-\"; name a device, or HOST:/PATH");
-    if (call.get("fstype") != "nfs" && !call.given("fsckdev"))
         return call.refuse(
-            "the argument fsckdev is missing: name the device to check, or give fsckdev=- for none");
+            hostadm::base::tr("the argument resource cannot be \"-\"; name a device, or HOST:/PATH"));
+    if (call.get("fstype") != "nfs" && !call.given("fsckdev"))
+        return call.refuse(hostadm::base::tr(
+            "the argument fsckdev is missing: name the device to check, or give fsckdev=- for none"));
     const std::string effect = effect_left(call);
     if (effect.empty()) {
         tell_changed(call, false);
@@ -94,7 +96,7 @@ int work(Call &call) {
     const std::string resource = call.get("resource"), point = call.get("mountpt"),
                       table = call.get("vfstab");
     if (now)
-        require_command("/usr/sbin/mount", "mounts file systems");
+        require_command("/usr/sbin/mount", hostadm::base::tr("mounts file systems"));
     if (at_boot && has_no_place(table, point))
         fail_edit(table, -ENOENT);
     const std::string before = read_mount_table(table);
@@ -111,11 +113,13 @@ int work(Call &call) {
     // The library takes silence for success, also that of a command that was killed.
     if (now && commands.any_was_killed() && !is_mount_point(point))
         fail(Code::no_effect,
-             resource + " is not mounted on " + point +
-                 ": /usr/sbin/mount ended without a word and without effect; was it killed?");
+             hostadm::base::tr("{1} is not mounted on {2}: /usr/sbin/mount ended without a word and "
+                               "without effect; was it killed?",
+                               resource, point));
     const std::string after = read_mount_table(table);
     if (at_boot && !has_mount_line(after, resource, ""))
-        fail(Code::no_effect, table + " has no line for " + resource + ", although it was written there");
+        fail(Code::no_effect,
+             hostadm::base::tr("{1} has no line for {2}, although it was written there", table, resource));
     tell_changed(call, now || after != before);
     return 0;
 }

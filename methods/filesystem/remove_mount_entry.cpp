@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "server/mount_tables.hpp"
 #include "server/named_table.hpp"
@@ -37,9 +38,10 @@ void check_unique(const std::vector<MountLine> &lines, const std::string &table)
         return;
     std::string which;
     for (const MountLine &line : lines)
-        which += (which.empty() ? "" : ", ") + line.resource + " on " + line.mount_point;
-    fail(Code::unusable, table + " has " + std::to_string(lines.size()) + " such lines (" + which +
-                             "); say which by resource and mountpt");
+        which +=
+            (which.empty() ? "" : ", ") + hostadm::base::tr("{1} on {2}", line.resource, line.mount_point);
+    fail(Code::unusable, hostadm::base::tr("{1} has {2} such lines ({3}); say which by resource and mountpt",
+                                           table, lines.size(), which));
 }
 
 int work(Call &call) {
@@ -47,7 +49,7 @@ int work(Call &call) {
                       table = call.get("vfstab");
     const MountLayout layout = mount_layout(call, table);
     if (resource.empty() && point.empty())
-        return call.refuse("say which line: give resource, mountpt or both");
+        return call.refuse(hostadm::base::tr("say which line: give resource, mountpt or both"));
     const auto lines = mount_lines_of(read_named_table(table), layout, resource, point);
     if (resource.empty() || point.empty())
         check_unique(lines, table);
@@ -55,7 +57,8 @@ int work(Call &call) {
         text = without_mount_lines(text, layout, resource, point);
     });
     if (changed && !mount_lines_of(read_named_table(table), layout, resource, point).empty())
-        fail(Code::no_effect, table + " has the line again; somebody else may be changing it");
+        fail(Code::no_effect,
+             hostadm::base::tr("{1} has the line again; somebody else may be changing it", table));
     tell_changed(call, changed);
     return 0;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <string>
 
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/adapters.hpp"
@@ -50,7 +51,7 @@ int work(Call &call) {
     const Effect effect{call.get("takeeffect") != "bootonly", call.get("takeeffect") != "nowonly"};
     const bool force = call.get("force") == "yes";
     if (effect.now && !force)
-        require_command("/usr/sbin/share", "shares directories");
+        require_command("/usr/sbin/share", hostadm::base::tr("shares directories"));
     const std::string words = as_one_word(call.get("description")), options = call.get("options"),
                       path = resolved_share_path(call.get("pathname"));
     const bool was_shared = is_in_share_list(path, options);

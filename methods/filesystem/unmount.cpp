@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/adapters.hpp"
@@ -40,7 +41,7 @@ int work(Call &call) {
     const std::string point = call.get("mountpt"), table = call.get("vfstab");
     std::string effect = call.get("takeeffect");
     if (effect != "bootonly")
-        require_command("/usr/sbin/umount", "unmounts file systems");
+        require_command("/usr/sbin/umount", hostadm::base::tr("unmounts file systems"));
     const bool is_mounted = is_mount_point(point),
                has_line = has_mount_line(read_mount_table(table), "", point);
     if ((effect == "bootonly" || !is_mounted) && (effect == "nowonly" || !has_line)) {
@@ -57,15 +58,18 @@ int work(Call &call) {
             return unmount_filesystem(point.c_str(), when.c_str(), path.c_str(), call.method().c_str());
         });
     if (status == table_unchanged && now)
-        call.left_undone(point + " has been unmounted; " + table + " is as it was");
+        call.left_undone(hostadm::base::tr("{1} has been unmounted; {2} is as it was", point, table));
     if (status != 0)
         return status;
     // The library takes silence for success, also that of a command that was killed.
     if (now && commands.any_was_killed() && is_mount_point(point))
-        fail(Code::no_effect, point + " is still mounted: /usr/sbin/umount ended without a word and without "
-                                      "effect; was it killed?");
+        fail(Code::no_effect,
+             hostadm::base::tr("{1} is still mounted: /usr/sbin/umount ended without a word and "
+                               "without effect; was it killed?",
+                               point));
     if (at_boot && has_mount_line(read_mount_table(table), "", point))
-        fail(Code::no_effect, table + " still has a line for " + point + ", although it was removed");
+        fail(Code::no_effect,
+             hostadm::base::tr("{1} still has a line for {2}, although it was removed", table, point));
     tell_changed(call, true);
     return 0;
 }

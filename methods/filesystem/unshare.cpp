@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <string>
 
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/adapters.hpp"
@@ -41,9 +42,9 @@ const Description description{
 
 // The share list is needed to tell whether a client is the only one.
 void check_commands(const Call &call) {
-    require_command("/usr/sbin/unshare", "withdraws shares");
+    require_command("/usr/sbin/unshare", hostadm::base::tr("withdraws shares"));
     if (call.given("client"))
-        require_command("/usr/sbin/share", "knows the shares");
+        require_command("/usr/sbin/share", hostadm::base::tr("knows the shares"));
 }
 
 int work(Call &call) {

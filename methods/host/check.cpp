@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "server/checks/registry.hpp"
 #include "server/page.hpp"
@@ -55,10 +56,11 @@ std::vector<std::string> words(std::string text) {
 std::string defect_of_name(const Snapshot &server, const std::string &name) {
     if (server.client(name) != nullptr)
         return {};
-    std::string near;
-    for (const std::string &one : nearest_clients(server, name))
-        near += (near.empty() ? "; the nearest names are " : ", ") + one;
-    return "there is no client " + name + " in " + server.bootparams.file.path + near;
+    const std::vector<std::string> near = nearest_clients(server, name);
+    const std::string &table = server.bootparams.file.path;
+    return near.empty() ? base::tr("there is no client {1} in {2}", name, table)
+                        : base::tr("there is no client {1} in {2}; the nearest names are {3}", name, table,
+                                   base::joined(near));
 }
 
 int work(Call &call) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <string>
 
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/page.hpp"
@@ -30,8 +31,9 @@ const Description description{
 int work(Call &call) {
     const bool by_name = call.given("name");
     if (by_name == call.given("interface"))
-        return call.refuse(by_name ? "give either name or interface, not both"
-                                   : "name a daemon with name=, or a network interface with interface=");
+        return call.refuse(
+            by_name ? hostadm::base::tr("give either name or interface, not both")
+                    : hostadm::base::tr("name a daemon with name=, or a network interface with interface="));
     int pid = 0;
     switch (by_name ? check_daemon(call.get("name").c_str(), &pid)
                     : check_rarpd(call.get("interface").c_str())) {
@@ -45,7 +47,7 @@ int work(Call &call) {
         call.set("state", "defunct");
         break;
     default:
-        fail(Code::system, "cannot look at the processes in /proc; is it mounted?");
+        fail(Code::system, hostadm::base::tr("cannot look at the processes in /proc; is it mounted?"));
     }
     if (pid != 0)
         call.set("pid", std::to_string(pid));

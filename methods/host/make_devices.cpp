@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "base/beneath.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/client_root.hpp"
@@ -55,17 +56,19 @@ bool is_tape(const std::string &device) {
 // What keeps a script from being run as this server's; empty: nothing.
 std::string defect_of_script(const std::string &script, const std::set<std::string> &directories) {
     if (access(script.c_str(), X_OK) != 0)
-        return script + " is not there or not executable; Debian's package makedev has such a script";
+        return base::tr("{1} is not there or not executable; Debian's package makedev has such a script",
+                        script);
     const std::string real = std::filesystem::canonical(script);
     for (const std::string &directory : directories)
         if (directory != "/dev" && is_at_or_below(real, real_path_of(directory)))
-            return script +
-                   " lies where the devices are to be made, and may be the client's own; name one of "
-                   "this server or of the client's service";
+            return base::tr("{1} lies where the devices are to be made, and may be the client's own; name "
+                            "one of this server or of the client's service",
+                            script);
     for (const std::string &path : {script, real})
         if (const std::string root = client_root_of(path); !root.empty())
-            return script + " lies in the client's root " + root +
-                   ", and what the client wrote is not run here; name one of this server or of its service";
+            return base::tr("{1} lies in the client's root {2}, and what the client wrote is not run here; "
+                            "name one of this server or of its service",
+                            script, root);
     return "";
 }
 
@@ -141,15 +144,16 @@ int work(Call &call) {
     const std::string held_device = call.get("held_device");
     const std::string held_directory = call.given("held_directory") ? call.get("held_directory") : directory;
     if (held_device.empty() && call.given("held_directory"))
-        return call.refuse("held_directory needs held_device");
+        return call.refuse(base::tr("held_directory needs held_device"));
     if (!held_device.empty() && !is_tape(device))
-        return call.refuse("held_device waits for the tape devices, so device must begin with st0 or st8");
+        return call.refuse(
+            base::tr("held_device waits for the tape devices, so device must begin with st0 or st8"));
     if (is_tape(held_device))
-        return call.refuse("held_device cannot be a tape device (st0, st8) itself");
+        return call.refuse(base::tr("held_device cannot be a tape device (st0, st8) itself"));
     const std::string script = call.get("script");
     const bool is_own = directory == "/dev" && held_directory == "/dev";
     if (is_own && call.given("script") && script != "/dev/MAKEDEV")
-        return call.refuse("in /dev this server's own script is run; leave script out");
+        return call.refuse(base::tr("in /dev this server's own script is run; leave script out"));
     if (const std::string defect = defect_of_script(script, {directory, held_directory}); !defect.empty())
         fail(Code::unusable, defect);
 

@@ -4,6 +4,7 @@
 #include <optional>
 #include <rpc/netdb.h>
 
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/page.hpp"
@@ -57,15 +58,16 @@ int work(Call &call) {
     const auto version = number(call.get("version"), 0xffffffff);
     const auto seconds = number(timeout, 3600);
     if (!program || *program == 0)
-        return call.refuse("program: " + call.get("program") +
-                           " is no program number and has no line in /etc/rpc");
+        return call.refuse(hostadm::base::tr("program: {1} is no program number and has no line in /etc/rpc",
+                                             call.get("program")));
     if (!version || *version == 0)
-        return call.refuse("version: " + call.get("version") + " is no version of a program");
+        return call.refuse(hostadm::base::tr("version: {1} is no version of a program", call.get("version")));
     if (!seconds || *seconds == 0)
-        return call.refuse("timeout: " + timeout + " is no number of seconds from 1 to 3600");
+        return call.refuse(hostadm::base::tr("timeout: {1} is no number of seconds from 1 to 3600", timeout));
 
     call.set("program", std::to_string(*program));
-    const std::string what = "program " + call.get("program") + " version " + call.get("version");
+    const std::string what =
+        hostadm::base::tr("program {1} version {2}", call.get("program"), call.get("version"));
     switch (rpc_ping(host.c_str(), *program, *version, static_cast<int>(*seconds))) {
     case 0:
         call.set("state", "answers");
@@ -73,19 +75,24 @@ int work(Call &call) {
     case 1:
         call.set("state", "silent");
         fail(Code::unusable,
-             what + " does not answer on " + host +
-                 "; it is not registered there, has ended, hangs, or the host cannot be reached");
+             hostadm::base::tr("{1} does not answer on {2}; it is not registered there, has ended, "
+                               "hangs, or the host cannot be reached",
+                               what, host));
     case 2:
         call.set("state", "unknown_host");
-        fail(Code::not_found, "the host " + host + " is not known here; look at /etc/hosts");
+        fail(Code::not_found, hostadm::base::tr("the host {1} is not known here; look at /etc/hosts", host));
     case 3:
         call.set("state", "mapper_silent");
-        fail(Code::unusable, "the port mapper of " + host + " does not answer within " + timeout +
-                                 (*seconds == 1 ? " second" : " seconds") +
-                                 "; is the host up, and does rpcbind run there?");
+        fail(Code::unusable,
+             hostadm::base::tr_n(*seconds,
+                                 "the port mapper of {2} does not answer within {3} second; is the "
+                                 "host up, and does rpcbind run there?",
+                                 "the port mapper of {2} does not answer within {3} seconds; is the "
+                                 "host up, and does rpcbind run there?",
+                                 host, timeout));
     default:
         call.set("state", "failed");
-        fail(Code::system, "the probe could not be run; are there too many processes?");
+        fail(Code::system, hostadm::base::tr("the probe could not be run; are there too many processes?"));
     }
 }
 

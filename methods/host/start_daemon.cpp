@@ -95,16 +95,17 @@ int work(Call &call) {
     const std::string path = call.get("path");
     const std::string name = path.substr(path.rfind('/') + 1);
     if (!is_program(path))
-        fail(Code::missing_program, "there is no program " + path + " to start; is its package installed?");
+        fail(Code::missing_program,
+             base::tr("there is no program {1} to start; is its package installed?", path));
     if (const auto process = serving_process(name)) {
         tell(call, "running already", name, *process);
         tell_changed(call, false);
         return 0;
     }
     if (start_daemon(path.c_str(), call.given("args") ? call.get("args").c_str() : nullptr) != 0)
-        fail(Code::system, "cannot start " + path +
-                               ": no process can be made; the system is out of memory or of "
-                               "processes");
+        fail(Code::system,
+             base::tr("cannot start {1}: no process can be made; the system is out of memory or of processes",
+                      path));
     const auto process = wait_for(name);
     if (process)
         tell(call, "started", name, *process);

@@ -4,6 +4,7 @@
 
 #include "base/mounts.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "hostadm/table_edit.hpp"
 #include "server/checks/registry.hpp"
@@ -114,8 +115,8 @@ void daemons(ManyRows &rows) {
     for (const BootDaemon &daemon : boot_daemons()) {
         std::string note = daemon.note;
         if (!daemon.advice.empty())
-            note +=
-                (note.empty() ? "" : "; ") + (daemon.running ? daemon.advice : "start it: " + daemon.advice);
+            note += (note.empty() ? "" : "; ") +
+                    (daemon.running ? daemon.advice : base::tr("start it: {1}", daemon.advice));
         rows.add({{"section", "daemon"},
                   {"service", daemon.service},
                   {"name", daemon.name},

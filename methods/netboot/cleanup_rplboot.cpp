@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/claims.hpp"
@@ -35,7 +36,7 @@ std::vector<std::string> names_that_begin_with(const std::string &key) {
 int work(Call &call) {
     const std::string key = call.get("client_key");
     if (key.front() == '.') // for the shell, "..*" is more than a client's files
-        return call.refuse("client_key: \"" + key + "\" is no client's key");
+        return call.refuse(hostadm::base::tr("client_key: \"{1}\" is no client's key", key));
     const Claims claims(call.method(), key, {{Claim::Kind::path, "/rplboot/" + key}});
     const std::vector<std::string> names = names_that_begin_with(key);
     tell_changed(call, false);
@@ -43,14 +44,17 @@ int work(Call &call) {
     // The library takes all of them, whosever they are: shared files and those of a longer key, too.
     for (const std::string &name : names)
         if (name != key + ".hw.com" && name != key + ".glue.com" && name != key + ".inetboot")
-            return call.refuse("client_key: \"" + key + "\" would also remove /rplboot/" + name +
-                               ", which is not this client's; give its whole key");
+            return call.refuse(
+                hostadm::base::tr("client_key: \"{1}\" would also remove /rplboot/{2}, which is not "
+                                  "this client's; give its whole key",
+                                  key, name));
     if (names.empty()) // rm would complain of it
         return 0;
     if (cleanup_rplboot_dir(call.method().c_str(), key.c_str()) != 0)
-        fail(Code::system, "cannot remove the files of " + key + " from /rplboot");
+        fail(Code::system, hostadm::base::tr("cannot remove the files of {1} from /rplboot", key));
     if (!names_that_begin_with(key).empty())
-        fail(Code::no_effect, "the files of " + key + " are still in /rplboot, although they were removed");
+        fail(Code::no_effect,
+             hostadm::base::tr("the files of {1} are still in /rplboot, although they were removed", key));
     call.set("removed", std::to_string(names.size()));
     tell_changed(call, true);
     return 0;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/boot_area.hpp"
@@ -89,8 +90,9 @@ bool copy_missing(const std::vector<RplFile> &files) {
 int work(Call &call) {
     const std::string key = call.get("client_key");
     if (key.size() != 12 || key.find_first_not_of("0123456789abcdefABCDEF") != key.npos)
-        return call.refuse("client_key: \"" + key +
-                           "\" is no Ethernet address as twelve hexadecimal digits, such as 080020010203");
+        return call.refuse(base::tr(
+            "client_key: \"{1}\" is no Ethernet address as twelve hexadecimal digits, such as 080020010203",
+            key));
     const std::string root_dir = call.get("root_dir") == "/" ? "" : call.get("root_dir");
     const std::string inst_set = base::lower_case(call.get("instruction_set")),
                       impl_arch = base::lower_case(call.get("implementation_arch")),
@@ -115,11 +117,10 @@ int work(Call &call) {
         tell_changed(call, state_of(key, boot_name) != before);
         return 0;
     }
-    call.fail(broken + " leads to no file: the link cannot be made, or its file cannot be copied",
+    call.fail(base::tr("{1} leads to no file: the link cannot be made, or its file cannot be copied", broken),
               static_cast<int>(Code::no_effect));
-    call.left_undone("the links of " + key +
-                     "; run this again when the cause is mended, or "
-                     "netboot/cleanup_rplboot");
+    call.left_undone(base::tr(
+        "the links of {1}; run this again when the cause is mended, or netboot/cleanup_rplboot", key));
     return 1;
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/boot_area.hpp"
@@ -35,8 +36,8 @@ const Description description{
 void tell_links(Call &call, const std::string &address) {
     for (const BootLink &link : boot_links_of(address))
         if (!link.target.empty())
-            call.left_undone("there is " + (tftpboot + ("/" + link.name)) +
-                             "; netboot/cleanup_tftpboot removes it");
+            call.left_undone(
+                base::tr("there is {1}/{2}; netboot/cleanup_tftpboot removes it", tftpboot, link.name));
 }
 
 int work(Call &call) {
@@ -45,7 +46,7 @@ int work(Call &call) {
                             base::lower_case(call.get("implementation_arch")), call.get("os_name"),
                             call.get("os_version")};
     const Claims claims(method, address, {{Claim::Kind::address, address}});
-    call.progress("making the boot program and the links of " + address);
+    call.progress(base::tr("making the boot program and the links of {1}", address));
     make_tftpboot_dir(method.c_str());
     const BootAreaLock lock;
     const auto [boot_name, copied] =

@@ -3,6 +3,7 @@
 // back.
 #include <unistd.h>
 
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "server/claims.hpp"
 #include "server/new_service.hpp"
@@ -45,7 +46,7 @@ const Description description{
 
 int work(Call &call) {
     if (geteuid() != 0)
-        fail(Code::not_root, "only root may add an OS service");
+        fail(Code::not_root, hostadm::base::tr("only root may add an OS service"));
     const std::string subject =
         call.get("os_name") + " " + call.get("os_version") + " for " + call.get("instruction_set");
     Claims claims(call.method(), subject, {});

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/packages.hpp"
@@ -38,18 +39,19 @@ int work(Call &call) {
     const std::string release = call.get("release"), method = call.method();
     const std::string arch = call.given("arch") ? call.get("arch") : server_architecture();
     if (!release.starts_with("2.") || release.size() < 3)
-        return call.refuse("release: " + release +
-                           " is no release of an OS service; they are numbered 2.4, 2.5, ...");
+        return call.refuse(hostadm::base::tr(
+            "release: {1} is no release of an OS service; they are numbered 2.4, 2.5, ...", release));
     if (package == "." || package == "..")
-        return call.refuse("package: " + package + " is no name of a package");
+        return call.refuse(hostadm::base::tr("package: {1} is no name of a package", package));
     const TemplateRecord record(directory, package, arch, release);
     if (const std::string why = record.obstacle(); !why.empty())
-        fail(Code::unusable, "nothing was changed: " + why);
+        fail(Code::unusable, hostadm::base::tr("nothing was changed: {1}", why));
 
     const bool was_recorded = record.is_recorded(), had_template = record.exists();
     record.prepare();
     record.become_standard_input();
-    call.progress("adding " + package + " to the templates of release " + release + " for " + arch);
+    call.progress(
+        hostadm::base::tr("adding {1} to the templates of release {2} for {3}", package, release, arch));
     const int status = add_pkg_to_templates(method.c_str(), directory.c_str(), package.c_str(), arch.c_str(),
                                             release.c_str());
     // The status tells an addition from a failure in no way that can be relied on: only the records do.
@@ -63,12 +65,15 @@ int work(Call &call) {
     if (!had_template && record.exists())
         record.remove_template();
     if (status == 0)
-        fail(Code::table,
-             record.file() + " names " + record.path() +
-                 ", but lacks one of its two lines; remove what it has of it, and run this again");
+        fail(
+            Code::table,
+            hostadm::base::tr(
+                "{1} names {2}, but lacks one of its two lines; remove what it has of it, and run this again",
+                record.file(), record.path()));
     if (status != 1)
         fail(Code::table,
-             "the template could not be recorded in " + record.file() + "; it has been taken away again");
+             hostadm::base::tr("the template could not be recorded in {1}; it has been taken away again",
+                               record.file()));
     return 1;
 }
 

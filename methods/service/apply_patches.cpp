@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "base/beneath.hpp"
+#include "base/translation.hpp"
 #include "base/tree_state.hpp"
 #include "hostadm/method.hpp"
 #include "server/page.hpp"
@@ -38,7 +39,8 @@ int work(Call &call) {
         tell_changed(call, base::state_of_tree(base::Beneath(root)) != before);
         return 0;
     }
-    call.left_undone(root + " may have some of the patches; run this again when the cause is mended");
+    call.left_undone(
+        base::tr("{1} may have some of the patches; run this again when the cause is mended", root));
     return 1;
 }
 

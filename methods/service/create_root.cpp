@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "base/translation.hpp"
 #include "base/tree_state.hpp"
 #include "hostadm/method.hpp"
 #include "server/page.hpp"
@@ -43,10 +44,10 @@ int work(Call &call) {
     if (!defect.empty())
         fail(Code::unusable, defect);
     const auto before = base::state_of_tree(base::Beneath(root));
-    call.progress("filling " + root);
+    call.progress(base::tr("filling {1}", root));
     const auto tell_left = [&] {
-        call.left_undone(root +
-                         " may hold part of what was to be in it; run this again when the cause is mended");
+        call.left_undone(base::tr(
+            "{1} may hold part of what was to be in it; run this again when the cause is mended", root));
     };
     const Ending ending = run_apart([&] {
         return guarded(call, [&] {

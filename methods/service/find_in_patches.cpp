@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <vector>
 
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/packages.hpp"
@@ -47,8 +48,8 @@ bool delivers(const std::string &package, const std::string &arch, const std::st
 int work(Call &call) {
     const std::string file = call.get("file");
     if (!is_file_name(file))
-        return call.refuse("file: \"" + file +
-                           "\" is no name of a file: letters, digits and + - _ . / : , @ % = only");
+        return call.refuse(hostadm::base::tr(
+            "file: \"{1}\" is no name of a file: letters, digits and + - _ . / : , @ % = only", file));
     const std::string arch = call.given("arch") ? call.get("arch") : server_architecture();
     const std::vector<std::string> packages = patched_packages();
     if (packages.size() < 2) {
@@ -57,7 +58,7 @@ int work(Call &call) {
     }
     const int status = file_in_patches(arch.c_str(), file.c_str());
     if (status == -1 || !WIFEXITED(status) || WEXITSTATUS(status) > 1)
-        fail(Code::system, "the patches in " + std::string(patch_store) + " could not be searched");
+        fail(Code::system, hostadm::base::tr("the patches in {1} could not be searched", patch_store));
     call.set("found", status == 0 ? "no" : "yes");
     return 0;
 }

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "server/claims.hpp"
 #include "server/new_service.hpp"
@@ -41,8 +42,8 @@ int remove(Call &call, Claims &claims, Journal &journal) {
     const auto service = find_service(call.get("os_name"), call.get("os_version"), instruction_set);
     if (!service) {
         report.step("service", false,
-                    "there is no service " + call.get("os_name") + " " + call.get("os_version") + " for " +
-                        instruction_set);
+                    base::tr("there is no service {1} {2} for {3}", call.get("os_name"),
+                             call.get("os_version"), instruction_set));
         report.tell(call);
         return 0;
     }
@@ -57,7 +58,7 @@ int remove(Call &call, Claims &claims, Journal &journal) {
 
 int work(Call &call) {
     if (geteuid() != 0)
-        fail(Code::not_root, "only root may remove an OS service");
+        fail(Code::not_root, base::tr("only root may remove an OS service"));
     const std::string subject =
         call.get("os_name") + " " + call.get("os_version") + " for " + call.get("instruction_set");
     Claims claims(call.method(), subject, {});
@@ -65,8 +66,8 @@ int work(Call &call) {
     if (transaction.run([&] { return remove(call, claims, transaction.journal()); }))
         return 0;
     if (transaction.did_anything())
-        call.left_undone("the service " + subject +
-                         " may be gone in part; run this again when the cause is mended");
+        call.left_undone(base::tr(
+            "the service {1} may be gone in part; run this again when the cause is mended", subject));
     return 1;
 }
 

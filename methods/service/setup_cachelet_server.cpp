@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <map>
 
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/packages.hpp"
@@ -25,8 +26,8 @@ int work(Call &call) {
     std::map<std::string, bool> present;
     for (const char *package : {"KTVXqsvu", "KTVXqsvr"})
         present[package] = is_package_recorded(arch, release, package);
-    call.progress("installing the cache server packages from " HOSTADM_DATAADMIN "/Packages/" + arch +
-                  "/5.X");
+    call.progress(hostadm::base::tr("installing the cache server packages from {1}",
+                                    HOSTADM_DATAADMIN "/Packages/" + arch + "/5.X"));
     const int status = setup_as_cachelet_server(call.method().c_str());
     bool changed = false;
     for (const char *package : {"KTVXqsvu", "KTVXqsvr"}) {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/packages.hpp"
@@ -40,8 +41,8 @@ int work(Call &call) {
     const std::string arch = call.given("arch") ? call.get("arch") : server_architecture();
     const std::string method = call.method();
     if (!release.starts_with("2.") || release.size() < 3)
-        return call.refuse("release: " + release +
-                           " is no release of an OS service; they are numbered 2.4, 2.5, ...");
+        return call.refuse(hostadm::base::tr(
+            "release: {1} is no release of an OS service; they are numbered 2.4, 2.5, ...", release));
     const bool is_old = release == "2.4";
     const TemplateRecord record(HOSTADM_DATAADMIN "/Packages/" + arch + "/5.4", "KTVXmgr5r", arch, release);
     const auto client_support = [&] { return is_package_recorded(arch, release, "KTVXqcu"); };
@@ -50,11 +51,11 @@ int work(Call &call) {
                had_template = is_old && record.is_recorded(), had_template_tree = record.exists();
     if (is_old) {
         if (const std::string why = record.obstacle(); !why.empty())
-            fail(Code::unusable, "nothing was changed: " + why);
+            fail(Code::unusable, hostadm::base::tr("nothing was changed: {1}", why));
         record.prepare();
         record.become_standard_input();
     }
-    call.progress("installing the client support of release " + release + " for " + arch);
+    call.progress(hostadm::base::tr("installing the client support of release {1} for {2}", release, arch));
     int status = setup_cachelet_service(method.c_str(), arch.c_str(), release.c_str());
     // A template that has just been added ends the library's call as if it had failed; the next call goes on.
     if (status != 0 && is_old && !had_template && record.is_recorded())
@@ -67,8 +68,9 @@ int work(Call &call) {
     report(call, {"KTVXqcu", had_support, status == 0 || client_support()});
     if (status != 0 && is_old && record.exists() && !had_template_tree && !record.is_recorded()) {
         record.remove_template();
-        fail(Code::table, "the template " + record.path() + " could not be recorded in " + record.file() +
-                              "; it has been taken away again");
+        fail(Code::table,
+             hostadm::base::tr("the template {1} could not be recorded in {2}; it has been taken away again",
+                               record.path(), record.file()));
     }
     if (status == 0)
         tell_changed(call, !had_support || (is_old && (!had_administration || !had_template)));

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "server/files.hpp"
 #include "server/page.hpp"
@@ -36,8 +37,9 @@ int work(Call &call) {
     const std::string instruction_set = base::lower_case(call.get("instruction_set"));
     const auto service = find_service(call.get("os_name"), call.get("os_version"), instruction_set);
     if (!service)
-        fail(Code::not_found, "there is no service " + call.get("os_name") + " " + call.get("os_version") +
-                                  " for " + instruction_set + "; service/list tells those that there are");
+        fail(Code::not_found,
+             base::tr("there is no service {1} {2} for {3}; service/list tells those that there are",
+                      call.get("os_name"), call.get("os_version"), instruction_set));
     call.set("record", service->record_file());
     call.set("architectures", base::joined(service->architectures));
     call.set("made_of", service->source);

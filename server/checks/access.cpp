@@ -13,6 +13,7 @@
 
 #include "base/files.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/checks/system_tables.hpp"
 
 namespace hostadm::server {
@@ -377,8 +378,9 @@ NfsSettings read_ganesha(const std::string &file) {
     reader.read(file);
     NfsSettings settings;
     if (!reader.missing().empty()) {
-        settings.defect = reader.missing() + " cannot be read, which " +
-                          (reader.missing() == file ? "nfs-ganesha" : file) + " needs";
+        settings.defect = reader.missing() == file
+                              ? base::tr("{1} cannot be read, which nfs-ganesha needs", reader.missing())
+                              : base::tr("{1} cannot be read, which {2} needs", reader.missing(), file);
         settings.place = reader.missing();
     }
     Block all;

@@ -5,6 +5,7 @@
 
 #include "base/files.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/checks/subjects.hpp"
 
 namespace hostadm::server {
@@ -174,17 +175,17 @@ Findings access_control_of_client(const Snapshot &server, const CheckedClient &c
             continue;
         const std::string place = std::to_string(line.number);
         const std::string allowed = std::string(daemon) + ": " + client.address;
-        found.push_back({.stage = stage,
-                         .client = client.name,
-                         .where = (by_allowing_file ? "/etc/hosts.allow:" : "/etc/hosts.deny:") + place,
-                         .what = std::string(daemon) + " is denied to " + client.name,
-                         .why = stage == Stage::root
-                                    ? client.name + " gets no answer when it asks where the NFS server is"
-                                    : client.name + " gets no boot program",
-                         // The first line counts.
-                         .repair = by_allowing_file
-                                       ? "sed -i '" + place + "i " + allowed + "' /etc/hosts.allow"
-                                       : "printf '" + allowed + "\\n' >>/etc/hosts.allow"});
+        found.push_back(
+            {.stage = stage,
+             .client = client.name,
+             .where = (by_allowing_file ? "/etc/hosts.allow:" : "/etc/hosts.deny:") + place,
+             .what = base::tr("{1} is denied to {2}", daemon, client.name),
+             .why = stage == Stage::root
+                        ? base::tr("{1} gets no answer when it asks where the NFS server is", client.name)
+                        : base::tr("{1} gets no boot program", client.name),
+             // The first line counts.
+             .repair = by_allowing_file ? "sed -i '" + place + "i " + allowed + "' /etc/hosts.allow"
+                                        : "printf '" + allowed + "\\n' >>/etc/hosts.allow"});
     }
     return found;
 }

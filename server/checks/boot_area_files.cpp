@@ -10,6 +10,7 @@
 
 #include "base/descriptor.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/boot_area.hpp"
 #include "server/checks/subjects.hpp"
 
@@ -103,11 +104,11 @@ bool readable_by_daemon(const Snapshot &server, const struct stat &file) {
 
 Defect defect_of_program(const Snapshot &server, const std::string &path, const struct stat &file) {
     if (S_ISDIR(file.st_mode) || !S_ISREG(file.st_mode))
-        return {"is no plain file", "rm -r " + path};
+        return {base::tr("is no plain file"), "rm -r " + path};
     if (file.st_size == 0)
-        return {"is empty", "cp BOOT-PROGRAM " + path};
+        return {base::tr("is empty"), "cp BOOT-PROGRAM " + path};
     if (!readable_by_daemon(server, file))
-        return {"may not be read by everybody, without which the TFTP daemon does not hand it out",
+        return {base::tr("may not be read by everybody, without which the TFTP daemon does not hand it out"),
                 "chmod a+r " + path};
     return {};
 }
@@ -123,7 +124,7 @@ std::string target_path(const Snapshot &server, const std::string &name, const B
 void check_name(Findings &found, const Snapshot &server, const CheckedClient &client, const std::string &name,
                 const BootName &link) {
     const std::string place = server.boot_area.path + "/" + name;
-    const std::string why = client.name + " gets no boot program when it asks for " + name;
+    const std::string why = base::tr("{1} gets no boot program when it asks for {2}", client.name, name);
     const auto add = [&](const std::string &what, const std::string &repair) {
         found.push_back({.stage = Stage::boot_program,
                          .client = client.name,
@@ -137,13 +138,14 @@ void check_name(Findings &found, const Snapshot &server, const CheckedClient &cl
         const std::string seen_outside = leads_out ? target_path(server, name, link) : "";
         std::error_code error;
         if (leads_out && fs::exists(seen_outside, error))
-            add("the link leads to " + link.target + ", out of the directory that the TFTP daemon serves",
+            add(base::tr("the link leads to {1}, out of the directory that the TFTP daemon serves",
+                         link.target),
                 seen_outside.starts_with(server.boot_area.path + "/")
                     ? make_link(server, name, seen_outside.substr(server.boot_area.path.size() + 1))
                     : "cp " + seen_outside + " " + server.boot_area.path + "/ && " +
                           make_link(server, name, fs::path(seen_outside).filename()));
         else
-            add("the link leads to " + link.target + ", which is not there",
+            add(base::tr("the link leads to {1}, which is not there", link.target),
                 make_link(server, name, likely_program(server, client)));
         return;
     }
@@ -153,7 +155,8 @@ void check_name(Findings &found, const Snapshot &server, const CheckedClient &cl
         for (const std::string &original : originals_of(fs::path(path).filename()))
             defect.repair = "cp " + original + " " + path;
     if (!defect.what.empty())
-        add((link.is_link ? "the boot program " + link.target + " " : "the boot program ") + defect.what,
+        add(link.is_link ? base::tr("the boot program {1} {2}", link.target, defect.what)
+                         : base::tr("the boot program {1}", defect.what),
             defect.repair);
 }
 
@@ -170,12 +173,13 @@ void check_architecture(Findings &found, const Snapshot &server, const CheckedCl
             right = program;
     if (right.empty())
         return; // a name of another kind
-    found.push_back({.stage = Stage::boot_program,
-                     .client = client.name,
-                     .where = server.boot_area.path + "/" + name,
-                     .what = "the link leads to a program of another architecture, " + link.target,
-                     .why = client.name + " loads a boot program that it cannot run",
-                     .repair = make_link(server, name, right)});
+    found.push_back(
+        {.stage = Stage::boot_program,
+         .client = client.name,
+         .where = server.boot_area.path + "/" + name,
+         .what = base::tr("the link leads to a program of another architecture, {1}", link.target),
+         .why = base::tr("{1} loads a boot program that it cannot run", client.name),
+         .repair = make_link(server, name, right)});
 }
 
 bool has_link_of_same_client(const Snapshot &server, const CheckedClient &client, const std::string &name) {
@@ -208,10 +212,12 @@ void check_copy(Findings &found, const Snapshot &server, const CheckedClient &cl
                      .stage = Stage::boot_program,
                      .client = client.name,
                      .where = path,
-                     .what = is_part ? "it is a part of the boot program " + program + ", not a link to it"
-                                     : "it is a copy and differs from the boot program " + program +
-                                           ", to which the client's other link leads",
-                     .why = client.name + " loads another program than it should, or half of one",
+                     .what = is_part
+                                 ? base::tr("it is a part of the boot program {1}, not a link to it", program)
+                                 : base::tr("it is a copy and differs from the boot program {1}, to which "
+                                            "the client's other link leads",
+                                            program),
+                     .why = base::tr("{1} loads another program than it should, or half of one", client.name),
                      .repair = make_link(server, name, program)});
 }
 
@@ -226,14 +232,15 @@ Findings boot_area_of_server(const Snapshot &server) {
     if (stat(area.path.c_str(), &directory) != 0 || !S_ISDIR(directory.st_mode))
         return {{.stage = Stage::boot_program,
                  .where = area.path,
-                 .what = area.error == ENOTDIR ? "it is no directory" : "the directory is missing",
-                 .why = "no client gets an address or a boot program",
+                 .what = area.error == ENOTDIR ? base::tr("it is no directory")
+                                               : base::tr("the directory is missing"),
+                 .why = base::tr("no client gets an address or a boot program"),
                  .repair = "mkdir -p " + area.path}};
     if ((directory.st_mode & S_IXOTH) == 0)
         found.push_back({.stage = Stage::boot_program,
                          .where = area.path,
-                         .what = "others than its owner may not search the directory",
-                         .why = "the TFTP daemon runs as another user and hands out nothing",
+                         .what = base::tr("others than its owner may not search the directory"),
+                         .why = base::tr("the TFTP daemon runs as another user and hands out nothing"),
                          .repair = "chmod 755 " + area.path});
     std::set<std::string> digits;
     for (const CheckedClient &client : server.clients)
@@ -249,8 +256,10 @@ Findings boot_area_of_server(const Snapshot &server) {
             {.severity = Severity::warning,
              .stage = Stage::boot_program,
              .where = area.path + "/" + name,
-             .what = "the link belongs to " + ipv4_text(ipv4_number(value)) + ", which is no host here",
-             .why = "it is left over from an earlier address; whoever gets that address boots from it",
+             .what =
+                 base::tr("the link belongs to {1}, which is no host here", ipv4_text(ipv4_number(value))),
+             .why =
+                 base::tr("it is left over from an earlier address; whoever gets that address boots from it"),
              .repair = "rm " + area.path + "/" + name});
     }
     // Programs that lost their contents, compared with those of the service.
@@ -270,12 +279,13 @@ Findings boot_area_of_server(const Snapshot &server) {
                 return contents(original) == has;
             }))
             continue;
-        found.push_back({.severity = Severity::error,
-                         .stage = Stage::boot_program,
-                         .where = path,
-                         .what = "the boot program differs from that of its service, " + originals.front(),
-                         .why = "its clients load another program, or half of one",
-                         .repair = "cp " + originals.front() + " " + path});
+        found.push_back(
+            {.severity = Severity::error,
+             .stage = Stage::boot_program,
+             .where = path,
+             .what = base::tr("the boot program differs from that of its service, {1}", originals.front()),
+             .why = base::tr("its clients load another program, or half of one"),
+             .repair = "cp " + originals.front() + " " + path});
     }
     return found;
 }
@@ -309,21 +319,23 @@ Findings boot_area_of_client(const Snapshot &server, const CheckedClient &client
             {.stage = Stage::boot_program,
              .client = client.name,
              .where = area.path,
-             .what = lower.empty() ? "there is no link " + client.digits
-                                   : "the link " + lower + " is written in small letters; clients ask for " +
-                                         client.digits,
-             .why = client.name + " gets no boot program, and by default not even an address: rarpd "
-                                  "answers only whom a boot program is laid out for",
+             .what = lower.empty() ? base::tr("there is no link {1}", client.digits)
+                                   : base::tr("the link {1} is written in small letters; clients ask for {2}",
+                                              lower, client.digits),
+             .why = base::tr("{1} gets no boot program, and by default not even an address: rarpd answers "
+                             "only whom a boot program is laid out for",
+                             client.name),
              .repair = lower.empty()
                            ? make_link(server, client.digits, likely_program(server, client))
                            : "mv " + area.path + "/" + lower + " " + area.path + "/" + client.digits});
     else if (!with_architecture && !architecture.empty())
-        found.push_back({.stage = Stage::boot_program,
-                         .client = client.name,
-                         .where = area.path,
-                         .what = "there is no link " + client.digits + "." + architecture,
-                         .why = client.name + " gets no boot program if it asks with its architecture",
-                         .repair = make_link(server, client.digits + "." + architecture, program)});
+        found.push_back(
+            {.stage = Stage::boot_program,
+             .client = client.name,
+             .where = area.path,
+             .what = base::tr("there is no link {1}.{2}", client.digits, architecture),
+             .why = base::tr("{1} gets no boot program if it asks with its architecture", client.name),
+             .repair = make_link(server, client.digits + "." + architecture, program)});
     // Both links are one client's: they lead to one program.
     const auto first = area.names.find(client.digits);
     if (first == area.names.end() || !first->second.is_link)
@@ -334,14 +346,15 @@ Findings boot_area_of_client(const Snapshot &server, const CheckedClient &client
             (at->second.file->st_ino != first->second.file->st_ino ||
              at->second.file->st_dev != first->second.file->st_dev) &&
             upper_case(architecture_of(at->second.target)) == at->first.substr(9))
-            found.push_back({.severity = Severity::warning,
-                             .stage = Stage::boot_program,
-                             .client = client.name,
-                             .where = area.path + "/" + first->first,
-                             .what = "it leads to " + first->second.target + ", and " + at->first + " to " +
-                                     at->second.target,
-                             .why = client.name + " loads one or the other, depending on how it asks",
-                             .repair = make_link(server, first->first, at->second.target)});
+            found.push_back(
+                {.severity = Severity::warning,
+                 .stage = Stage::boot_program,
+                 .client = client.name,
+                 .where = area.path + "/" + first->first,
+                 .what = base::tr("it leads to {1}, and {2} to {3}", first->second.target, at->first,
+                                  at->second.target),
+                 .why = base::tr("{1} loads one or the other, depending on how it asks", client.name),
+                 .repair = make_link(server, first->first, at->second.target)});
     return found;
 }
 

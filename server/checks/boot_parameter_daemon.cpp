@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/checks/daemon_findings.hpp"
 #include "server/checks/subjects.hpp"
 
@@ -13,7 +14,9 @@ namespace hostadm::server {
 namespace {
 
 constexpr std::uint32_t program = 100026, version = 1, loopback = 0x7f000001;
-constexpr const char *nothing = "no client gets an answer when it asks for its name and its root";
+const char *nothing() {
+    return base::tr("no client gets an answer when it asks for its name and its root");
+}
 
 // An address of this server in a client's network.
 std::string router_for(const Snapshot &server) {
@@ -30,9 +33,9 @@ std::string start(const Snapshot &server) {
 }
 
 Finding wrong(const Snapshot &server, const Daemon &daemon, const std::string &what,
-              const std::string &why = nothing) {
+              const std::string &why = nothing()) {
     return {.stage = Stage::name,
-            .where = "rpc.bootparamd, process " + std::to_string(daemon.process.pid),
+            .where = base::tr("rpc.bootparamd, process {1}", daemon.process.pid),
             .what = what,
             .why = why,
             .repair = "kill " + std::to_string(daemon.process.pid) + "; sleep 1; " + start(server)};
@@ -63,7 +66,7 @@ Findings boot_parameter_daemon_of_server(const Snapshot &server) {
                         .programs = {"/usr/sbin/rpc.bootparamd"},
                         .package = "bootparamd",
                         .stage = Stage::name,
-                        .why = nothing,
+                        .why = nothing(),
                         .start = start(server)};
     if (auto defect = defect_of_daemon(wanted))
         return {*defect};
@@ -72,21 +75,21 @@ Findings boot_parameter_daemon_of_server(const Snapshot &server) {
     std::error_code error;
     if (const auto table = daemon.value_of('f');
         table && !std::filesystem::equivalent(*table, server.bootparams.file.path, error))
-        found.push_back(wrong(server, daemon, "it reads " + *table + ", not " + server.bootparams.file.path,
-                              "what is written there reaches no client"));
+        found.push_back(wrong(server, daemon,
+                              base::tr("it reads {1}, not {2}", *table, server.bootparams.file.path),
+                              base::tr("what is written there reaches no client")));
     if (server.rpc.mapper != RpcAnswers::Mapper::answered)
         return found;
     const auto port = server.rpc.port_of(program, version, false);
     if (!port) {
-        found.push_back(
-            wrong(server, daemon, "it is not registered with rpcbind, which was started anew since"));
+        found.push_back(wrong(server, daemon,
+                              base::tr("it is not registered with rpcbind, which was started anew since")));
     } else if (!daemon.sockets.empty() && !has_udp_port(daemon, *port)) {
         found.push_back(
-            wrong(server, daemon,
-                  "rpcbind has it at port " + std::to_string(*port) + ", where it does not listen"));
+            wrong(server, daemon, base::tr("rpcbind has it at port {1}, where it does not listen", *port)));
     } else if (const Answer answer = server.live.null_procedure(program, version, false, *port);
                answer != Answer::answered && !is_filtered_here(server, "udp", *port, loopback)) {
-        found.push_back(wrong(server, daemon, "it does not answer"));
+        found.push_back(wrong(server, daemon, base::tr("it does not answer")));
     }
     return found;
 }
@@ -101,16 +104,17 @@ Findings boot_parameter_daemon_of_client(const Snapshot &server, const CheckedCl
     const auto address = server.address_of(router);
     std::string defect;
     if (!address)
-        defect = "which has no address here";
+        defect = base::tr("which has no address here");
     else if (*address >> 24 == 127)
-        defect = "which is " + ipv4_text(*address) + ", each client itself";
+        defect = base::tr("which is {1}, each client itself", ipv4_text(*address));
     else if (server.network.in_network_of(*address) != interface && !server.network.is_own(*address))
-        defect = "which is not in the network of " + client.name;
+        defect = base::tr("which is not in the network of {1}", client.name);
     // An address of this server in another of its networks is as good: it answers to all of them here.
     if (defect.empty())
         return {};
-    Finding finding = wrong(server, *running.front(), "it names the router " + router + ", " + defect,
-                            client.name + " cannot use the router that it is told with its name");
+    Finding finding =
+        wrong(server, *running.front(), base::tr("it names the router {1}, {2}", router, defect),
+              base::tr("{1} cannot use the router that it is told with its name", client.name));
     finding.client = client.name;
     finding.severity = Severity::warning;
     return {finding};

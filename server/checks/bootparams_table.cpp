@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/checks/subjects.hpp"
 #include "server/roots.hpp"
 
@@ -34,19 +35,19 @@ Findings odd_line_ends(const BootTable &table) {
             !base::trimmed(line).starts_with('#'))
             found.push_back({.stage = Stage::parameters,
                              .where = table.place(number),
-                             .what = "blanks stand behind the backslash at the end of the line",
-                             .why = "rpc.bootparamd does not take the next line for a part of this one, so "
-                                    "that the client does not learn what stands there",
+                             .what = base::tr("blanks stand behind the backslash at the end of the line"),
+                             .why = base::tr("rpc.bootparamd does not take the next line for a part of this "
+                                             "one, so that the client does not learn what stands there"),
                              .repair = "sed -i 's/\\\\[[:blank:]]*$/\\\\/' " + table.file.path});
     });
     if (first_return != 0)
-        found.push_back({.stage = Stage::parameters,
-                         .where = table.place(first_return),
-                         .what = "lines end with a carriage return",
-                         .why =
-                             "rpc.bootparamd takes it for the last letter of a path, which the client then "
-                             "cannot mount",
-                         .repair = "sed -i 's/\\r$//' " + table.file.path});
+        found.push_back(
+            {.stage = Stage::parameters,
+             .where = table.place(first_return),
+             .what = base::tr("lines end with a carriage return"),
+             .why = base::tr(
+                 "rpc.bootparamd takes it for the last letter of a path, which the client then cannot mount"),
+             .repair = "sed -i 's/\\r$//' " + table.file.path});
     return found;
 }
 
@@ -117,28 +118,30 @@ std::string take_name_from_wrong_lines(const Snapshot &server, const std::string
 
 void check_server(Findings &found, const Snapshot &server, const CheckedClient &client, const BootItem &item,
                   Stage stage) {
-    const std::string why = client.name + " gets no usable answer when it asks where its " + item.key + " is";
+    const std::string why =
+        base::tr("{1} gets no usable answer when it asks where its {2} is", client.name, item.key);
     const std::string name = good_server_name(server, client);
     const auto address = server.address_of(item.server);
     const std::string change = set_item(client, item.key, name.empty() ? server.host_name : name, item.path);
     if (!address) {
         // A name with a mistake in it; or this server's own, which the table does not have.
         const bool own = base::lower_case(item.server) == base::lower_case(server.host_name);
-        add_defect(found, server, client,
-                   "the server of " + item.key + ", " + item.server + ", has no address here",
-                   "rpc.bootparamd gives no answer when " + client.name + " asks for its " + item.key,
-                   own || name.empty() ? "hostadm run database/set_host hostname=" + item.server +
-                                             " address=" + good_address(server, client)
-                                       : change,
-                   Severity::error, stage);
+        add_defect(
+            found, server, client,
+            base::tr("the server of {1}, {2}, has no address here", item.key, item.server),
+            base::tr("rpc.bootparamd gives no answer when {1} asks for its {2}", client.name, item.key),
+            own || name.empty() ? "hostadm run database/set_host hostname=" + item.server +
+                                      " address=" + good_address(server, client)
+                                : change,
+            Severity::error, stage);
         return;
     }
     if (*address >> 24 == 127) {
         const std::string remove = take_name_from_wrong_lines(server, item.server);
         add_defect(found, server, client,
-                   "the server of " + item.key + ", " + item.server + ", has the address " +
-                       ipv4_text(*address) + " here",
-                   client.name + " would look for its " + item.key + " on itself",
+                   base::tr("the server of {1}, {2}, has the address {3} here", item.key, item.server,
+                            ipv4_text(*address)),
+                   base::tr("{1} would look for its {2} on itself", client.name, item.key),
                    name.empty() || name == item.server
                        ? remove + "hostadm run database/set_host hostname=" + item.server +
                              " address=" + good_address(server, client)
@@ -155,9 +158,9 @@ void check_server(Findings &found, const Snapshot &server, const CheckedClient &
                           fs::exists(item.path, error);
         if (ours)
             add_defect(found, server, client,
-                       "the server of " + item.key + ", " + item.server + ", has the address " +
-                           ipv4_text(*address) + ", which is none of this server's",
-                       client.name + " would look for its " + item.key + " there, and it lies here",
+                       base::tr("the server of {1}, {2}, has the address {3}, which is none of this server's",
+                                item.key, item.server, ipv4_text(*address)),
+                       base::tr("{1} would look for its {2} there, and it lies here", client.name, item.key),
                        name.empty() || name == item.server
                            ? take_name_from_wrong_lines(server, item.server) +
                                  "hostadm run database/set_host hostname=" + item.server +
@@ -168,29 +171,30 @@ void check_server(Findings &found, const Snapshot &server, const CheckedClient &
     }
     const Interface *theirs = server.network.in_network_of(client.number);
     if (theirs != nullptr && server.network.in_network_of(*address) != theirs && !has_router(server, client))
-        add_defect(
-            found, server, client,
-            "the server of " + item.key + ", " + item.server + ", has the address " + ipv4_text(*address) +
-                ", which is not in the network of " + client.name + ", and no router there is told to it",
-            client.name + " cannot reach that address", name.empty() ? why : change, Severity::error, stage);
+        add_defect(found, server, client,
+                   base::tr("the server of {1}, {2}, has the address {3}, which is not in the network of "
+                            "{4}, and no router there is told to it",
+                            item.key, item.server, ipv4_text(*address), client.name),
+                   base::tr("{1} cannot reach that address", client.name), name.empty() ? why : change,
+                   Severity::error, stage);
 }
 
 void check_item(Findings &found, const Snapshot &server, const CheckedClient &client, const BootItem &item) {
     const Stage stage = item.key == "root" ? Stage::parameters : Stage::swap;
     const std::string silence =
-        "rpc.bootparamd gives no answer when " + client.name + " asks for its " + item.key;
+        base::tr("rpc.bootparamd gives no answer when {1} asks for its {2}", client.name, item.key);
     const std::string repair = set_item(client, item.key, server.host_name,
                                         item.path.starts_with('/') ? item.path
                                         : item.key == "root"       ? "/export/root/" + client.name
                                                                    : "PATH");
     if (!item.has_server || item.server.empty()) {
-        add_defect(found, server, client, item.text + " names no server", silence, repair, Severity::error,
-                   stage);
+        add_defect(found, server, client, base::tr("{1} names no server", item.text), silence, repair,
+                   Severity::error, stage);
         return;
     }
     if (!item.path.starts_with('/') || item.path.find_first_of(",;") != item.path.npos) {
-        add_defect(found, server, client, item.text + " names no path",
-                   client.name + " cannot mount what it is told", repair, Severity::error, stage);
+        add_defect(found, server, client, base::tr("{1} names no path", item.text),
+                   base::tr("{1} cannot mount what it is told", client.name), repair, Severity::error, stage);
         return;
     }
     check_server(found, server, client, item, stage);
@@ -215,18 +219,19 @@ void check_install(Findings &found, const Snapshot &server, const CheckedClient 
                          .client = client.name,
                          .where = server.place_of(client),
                          .what = what,
-                         .why = client.name + " starts and finds nothing to install",
+                         .why = base::tr("{1} starts and finds nothing to install", client.name),
                          .repair = repair});
     };
     const std::string name = item.key + ", " + item.server + ":" + item.path;
     std::error_code error;
     if (!item.has_server || item.server.empty() || !item.path.starts_with('/')) {
-        add(item.text + " names no server and path", set_item(client, item.key, server.host_name, "PATH"));
+        add(base::tr("{1} names no server and path", item.text),
+            set_item(client, item.key, server.host_name, "PATH"));
     } else if (!server.address_of(item.server)) {
-        add("the server of " + name + ", has no address here",
+        add(base::tr("the server of {1}, has no address here", name),
             set_item(client, item.key, server.host_name, item.path));
     } else if (server.is_this_server(item.server) && !fs::exists(item.path, error)) {
-        add("the " + name + ", is not there", set_item(client, item.key, item.server, "PATH"));
+        add(base::tr("the {1}, is not there", name), set_item(client, item.key, item.server, "PATH"));
     } else if (server.is_this_server(item.server) && fs::is_directory(item.path, error)) {
         bool reads = false;
         for (fs::path above = item.path; above.has_relative_path() && !reads; above = above.parent_path())
@@ -234,7 +239,7 @@ void check_install(Findings &found, const Snapshot &server, const CheckedClient 
                 reads = access_by_options(share->second, client.caller).read;
         const Export *exported = export_of(server.exports, item.path);
         if (!reads && (exported == nullptr || !access_by_export(*exported, client.caller).read))
-            add("the " + name + ", is not shared to " + client.name,
+            add(base::tr("the {1}, is not shared to {2}", name, client.name),
                 "hostadm run filesystem/share pathname=" + item.path + " options=ro,anon=0");
     }
 }
@@ -248,8 +253,8 @@ Findings bootparams_of_server(const Snapshot &server) {
     if (table.file.error != 0)
         return {{.stage = Stage::name,
                  .where = table.file.path,
-                 .what = "the table cannot be read",
-                 .why = "no client gets an answer when it asks for its name"}};
+                 .what = base::tr("the table cannot be read"),
+                 .why = base::tr("no client gets an answer when it asks for its name")}};
     Findings found = odd_line_ends(table);
     // Who uses which root, swap and dump.
     std::map<std::string, std::pair<std::string, std::string>> users;
@@ -257,23 +262,25 @@ Findings bootparams_of_server(const Snapshot &server) {
     for (const BootLine &line : table.lines) {
         const CheckedClient *client = server.client(line.name);
         if (line.name.find_first_of("=") != line.name.npos) {
-            found.push_back({.stage = Stage::parameters,
-                             .where = table.place(line.line),
-                             .what = "the line begins with " + line.name +
-                                     ", so that it is taken for a client; the line before it does not end "
-                                     "with a backslash",
-                             .why = "the client that it belongs to does not learn what stands there",
-                             .repair = "sed -i '" + std::to_string(line.line > 1 ? line.line - 1 : 1) +
-                                       "s/[[:blank:]\\\\]*$/ \\\\/' " + table.file.path});
+            found.push_back(
+                {.stage = Stage::parameters,
+                 .where = table.place(line.line),
+                 .what = base::tr("the line begins with {1}, so that it is taken for a client; the line "
+                                  "before it does not end with a backslash",
+                                  line.name),
+                 .why = base::tr("the client that it belongs to does not learn what stands there"),
+                 .repair = "sed -i '" + std::to_string(line.line > 1 ? line.line - 1 : 1) +
+                           "s/[[:blank:]\\\\]*$/ \\\\/' " + table.file.path});
             continue;
         }
         if (line.name.find('*') != line.name.npos) {
-            found.push_back({.severity = Severity::warning,
-                             .stage = Stage::name,
-                             .where = table.place(line.line),
-                             .what = "the name " + line.name + " stands for no client",
-                             .why = "rpc.bootparamd here knows no patterns: each client needs a line",
-                             .repair = "sed -i '" + std::to_string(line.line) + "d' " + table.file.path});
+            found.push_back(
+                {.severity = Severity::warning,
+                 .stage = Stage::name,
+                 .where = table.place(line.line),
+                 .what = base::tr("the name {1} stands for no client", line.name),
+                 .why = base::tr("rpc.bootparamd here knows no patterns: each client needs a line"),
+                 .repair = "sed -i '" + std::to_string(line.line) + "d' " + table.file.path});
             continue;
         }
         if (line.name.find(':') != line.name.npos) {
@@ -282,21 +289,21 @@ Findings bootparams_of_server(const Snapshot &server) {
             found.push_back(
                 {.stage = Stage::name,
                  .where = table.place(line.line),
-                 .what = "\"" + line.name + "\" is no host name",
-                 .why = name + " gets no answer when it asks for its name",
+                 .what = base::tr("\"{1}\" is no host name", line.name),
+                 .why = base::tr("{1} gets no answer when it asks for its name", name),
                  .repair = "sed -i '" + std::to_string(line.line) + "s/:/ /' " + table.file.path});
             continue;
         }
         const auto places = table.by_name.find(base::lower_case(line.name));
         if (const BootLine &first = table.lines[places->second.front()]; first.line != line.line)
-            found.push_back({.severity = Severity::warning,
-                             .stage = Stage::parameters,
-                             .client = client == nullptr ? "" : client->name,
-                             .where = table.place(line.line),
-                             .what = line.name + " has a second entry; the first is in line " +
-                                     std::to_string(first.line),
-                             .why = "only the first counts, whatever is changed in the other",
-                             .repair = "sed -i '" + std::to_string(line.line) + "d' " + table.file.path});
+            found.push_back(
+                {.severity = Severity::warning,
+                 .stage = Stage::parameters,
+                 .client = client == nullptr ? "" : client->name,
+                 .where = table.place(line.line),
+                 .what = base::tr("{1} has a second entry; the first is in line {2}", line.name, first.line),
+                 .why = base::tr("only the first counts, whatever is changed in the other"),
+                 .repair = "sed -i '" + std::to_string(line.line) + "d' " + table.file.path});
         if (client == nullptr || server.bootparams.lines[client->entry].line != line.line)
             continue;
         for (const char *key : {"root", "swap", "dump"}) {
@@ -315,10 +322,10 @@ Findings bootparams_of_server(const Snapshot &server) {
                          .stage = item->key == "root" ? Stage::root : Stage::swap,
                          .client = line.name,
                          .where = item->path,
-                         .what = "the " + std::string(key) + " of " + line.name + " and the " +
-                                 other->second.second + " of " + other->second.first +
-                                 " are the same, by a link or a mount",
-                         .why = "two clients that use one " + std::string(key) + " destroy each other's data",
+                         .what =
+                             base::tr("the {1} of {2} and the {3} of {4} are the same, by a link or a mount",
+                                      key, line.name, other->second.second, other->second.first),
+                         .why = base::tr("two clients that use one {1} destroy each other's data", key),
                          .repair = separate(server, item->path, there)});
             }
             const auto [user, fresh] = users.try_emplace(item->path, line.name, key);
@@ -332,9 +339,9 @@ Findings bootparams_of_server(const Snapshot &server) {
                  .stage = item->key == "root" ? Stage::root : Stage::swap,
                  .client = line.name,
                  .where = table.place(line.line),
-                 .what = item->path + " is the " + key + " of " + line.name + " and the " +
-                         user->second.second + " of " + user->second.first,
-                 .why = "two clients that use one " + std::string(key) + " destroy each other's data",
+                 .what = base::tr("{1} is the {2} of {3} and the {4} of {5}", item->path, key, line.name,
+                                  user->second.second, user->second.first),
+                 .why = base::tr("two clients that use one {1} destroy each other's data", key),
                  .repair = set_item(*client, key, item->server,
                                     (item->key == "root" ? "/export/root/" : "/export/swap/") + client->name +
                                         (item->key == "root" ? "" : "/" + item->key))});
@@ -350,21 +357,21 @@ Findings bootparams_of_client(const Snapshot &server, const CheckedClient &clien
     for (const BootItem &item : entry.items) {
         const std::string low = base::lower_case(item.key);
         if (item.text.find('=') == item.text.npos) {
-            add_defect(found, server, client, "\"" + item.text + "\" is no item KEY=SERVER:PATH",
-                       "rpc.bootparamd passes over it",
+            add_defect(found, server, client, base::tr("\"{1}\" is no item KEY=SERVER:PATH", item.text),
+                       base::tr("rpc.bootparamd passes over it"),
                        "sed -i '" + std::to_string(entry.line) + "s/[[:blank:]]" + item.text + "\\b//' " +
                            server.bootparams.file.path,
                        Severity::warning);
             continue;
         }
         if (low != item.key && known_keys.contains(low))
-            add_defect(found, server, client, "the key " + item.key + " is written in capitals",
-                       "rpc.bootparamd gives no answer when " + client.name + " asks for its " + low,
+            add_defect(found, server, client, base::tr("the key {1} is written in capitals", item.key),
+                       base::tr("rpc.bootparamd gives no answer when {1} asks for its {2}", client.name, low),
                        "sed -i '" + std::to_string(entry.line) + "s/" + item.key + "=/" + low + "=/' " +
                            server.bootparams.file.path);
         if (!keys.insert(item.key).second)
-            add_defect(found, server, client, item.key + " is given twice",
-                       "only the first counts, whatever is changed in the other",
+            add_defect(found, server, client, base::tr("{1} is given twice", item.key),
+                       base::tr("only the first counts, whatever is changed in the other"),
                        "sed -i '" + std::to_string(entry.line) + "s|[[:blank:]]" + item.text + "||' " +
                            server.bootparams.file.path,
                        Severity::warning);
@@ -380,8 +387,8 @@ Findings bootparams_of_client(const Snapshot &server, const CheckedClient &clien
                                client.kind != ClientKind::install && entry.item("ROOT") == nullptr &&
                                entry.item("Root") == nullptr;
     if (entry.item("root") == nullptr && asks_for_root)
-        add_defect(found, server, client, client.name + " has no root",
-                   "rpc.bootparamd gives no answer when " + client.name + " asks for its root",
+        add_defect(found, server, client, base::tr("{1} has no root", client.name),
+                   base::tr("rpc.bootparamd gives no answer when {1} asks for its root", client.name),
                    set_item(client, "root", server.host_name, "/export/root/" + client.name));
     return found;
 }

@@ -23,6 +23,7 @@ struct Wanted {
 };
 
 // The finding that keeps the daemon from serving anybody, if there is one.
+bool is_installed(const Wanted &wanted);
 std::optional<Finding> defect_of_daemon(const Wanted &wanted);
 
 } // namespace hostadm::server

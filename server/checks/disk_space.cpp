@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/translation.hpp"
 #include "server/checks/client_needs.hpp"
 #include "server/checks/subjects.hpp"
 
@@ -50,26 +51,27 @@ Findings disk_space_of_server(const Snapshot &server) {
                              .repair = repair});
         };
         if (mount->read_only) {
-            add(Severity::error, "the file system is mounted read-only",
-                "no client can write there, among them " + use.client, "mount -o remount,rw " + point);
+            add(Severity::error, base::tr("the file system is mounted read-only"),
+                base::tr("no client can write there, among them {1}", use.client),
+                "mount -o remount,rw " + point);
             continue;
         }
         const Room room = server.live.room_at(use.path);
         if (!room.known)
             continue;
         if (room.free_bytes < little)
-            add(Severity::error, "the file system is full",
-                "no client can write there, among them " + use.client,
+            add(Severity::error, base::tr("the file system is full"),
+                base::tr("no client can write there, among them {1}", use.client),
                 "du -xh --max-depth=2 " + point + " | sort -h | tail");
         else if (!room.has_inodes)
-            add(Severity::error, "the file system has no inodes left",
-                "no client can make a file there, among them " + use.client,
+            add(Severity::error, base::tr("the file system has no inodes left"),
+                base::tr("no client can make a file there, among them {1}", use.client),
                 "du -x --inodes --max-depth=2 " + point + " | sort -n | tail");
         else if (use.unwritten > room.free_bytes)
             add(Severity::warning,
-                "the swap and dump files there may grow by " + std::to_string(use.unwritten >> 20) +
-                    " MB, and " + std::to_string(room.free_bytes >> 20) + " MB are free",
-                "a client that swaps stops when the file system is full", "df -h " + point);
+                base::tr("the swap and dump files there may grow by {1} MB, and {2} MB are free",
+                         use.unwritten >> 20, room.free_bytes >> 20),
+                base::tr("a client that swaps stops when the file system is full"), "df -h " + point);
     }
     return found;
 }

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/checks/subjects.hpp"
 
 namespace hostadm::server {
@@ -37,13 +38,13 @@ const KeyLine *line_without_host(const Snapshot &server) {
 }
 
 Finding no_line(const Snapshot &server, const CheckedClient &client) {
-    Finding finding{.stage = Stage::address,
-                    .client = client.name,
-                    .where = server.ethers.file.path,
-                    .what = "there is no line for " + client.name,
-                    .why = client.name + " gets no answer when it asks for its address by reverse ARP",
-                    .repair =
-                        "printf 'ETHERNET-ADDRESS\\t" + client.name + "\\n' >>" + server.ethers.file.path};
+    Finding finding{
+        .stage = Stage::address,
+        .client = client.name,
+        .where = server.ethers.file.path,
+        .what = base::tr("there is no line for {1}", client.name),
+        .why = base::tr("{1} gets no answer when it asks for its address by reverse ARP", client.name),
+        .repair = "printf 'ETHERNET-ADDRESS\\t" + client.name + "\\n' >>" + server.ethers.file.path};
     for (const KeyLine &line : server.ethers.lines) {
         if (!line.value.empty() || !means(line, client))
             continue;
@@ -52,15 +53,17 @@ Finding no_line(const Snapshot &server, const CheckedClient &client) {
             dashed.begin(), dashed.end(), [](char c) { return c == '-' || c == '.'; }, ':');
         const bool mendable = !ethernet_value(dashed).empty();
         finding.where = server.ethers.place(line.line);
-        finding.what = "\"" + line.key + "\" is no Ethernet address as rarpd reads it, so that the line of " +
-                       client.name + " is passed over";
+        finding.what = base::tr(
+            "\"{1}\" is no Ethernet address as rarpd reads it, so that the line of {2} is passed over",
+            line.key, client.name);
         finding.repair = "sed -i '" + std::to_string(line.line) + "s/^[[:blank:]]*[^[:blank:]]*/" +
                          (mendable ? dashed : "ETHERNET-ADDRESS") + "/' " + server.ethers.file.path;
         return finding;
     }
     if (const KeyLine *lost = line_without_host(server)) {
         finding.where = server.ethers.place(lost->line);
-        finding.what += "; " + lost->key + " belongs to \"" + lost->names[0] + "\", which is no host here";
+        finding.what +=
+            base::tr("; {1} belongs to \"{2}\", which is no host here", lost->key, lost->names[0]);
         finding.repair = "sed -i '" + std::to_string(lost->line) + "s/" + lost->names[0] + "/" + client.name +
                          "/' " + server.ethers.file.path;
     }
@@ -74,8 +77,9 @@ Findings ethers_table_of_server(const Snapshot &server) {
     const TableText &file = server.ethers.file;
     if (file.error != 0 && !server.clients.empty())
         return {{.where = file.path,
-                 .what = file.error == ENOENT ? "the table is missing" : "the table cannot be read",
-                 .why = "no client gets an answer when it asks for its address by reverse ARP",
+                 .what = file.error == ENOENT ? base::tr("the table is missing")
+                                              : base::tr("the table cannot be read"),
+                 .why = base::tr("no client gets an answer when it asks for its address by reverse ARP"),
                  .repair = "printf 'ETHERNET-ADDRESS\\tCLIENT\\n' >>" + file.path}};
     for (const auto &[value, places] : server.ethers.by_value) {
         const KeyLine &first = server.ethers.lines[places.front()];
@@ -83,16 +87,17 @@ Findings ethers_table_of_server(const Snapshot &server) {
             const KeyLine &other = server.ethers.lines[places[i]];
             const bool same = base::lower_case(first.names[0]) == base::lower_case(other.names[0]);
             const CheckedClient *client = server.client(other.names[0]);
-            found.push_back({.severity = same ? Severity::warning : Severity::error,
-                             .stage = Stage::address,
-                             .client = client == nullptr ? "" : client->name,
-                             .where = server.ethers.place(other.line),
-                             .what = other.key + " stands twice: for " + first.names[0] + " in line " +
-                                     std::to_string(first.line) + " and for " + other.names[0],
-                             .why = same ? "only the first line counts"
-                                         : "only the first line counts: the machine is told the address of " +
-                                               first.names[0],
-                             .repair = remove_line(server, other.line)});
+            found.push_back(
+                {.severity = same ? Severity::warning : Severity::error,
+                 .stage = Stage::address,
+                 .client = client == nullptr ? "" : client->name,
+                 .where = server.ethers.place(other.line),
+                 .what = base::tr("{1} stands twice: for {2} in line {3} and for {4}", other.key,
+                                  first.names[0], first.line, other.names[0]),
+                 .why = same ? base::tr("only the first line counts")
+                             : base::tr("only the first line counts: the machine is told the address of {1}",
+                                        first.names[0]),
+                 .repair = remove_line(server, other.line)});
         }
     }
     // A machine that is set up in part: it is given an address and a boot program, and then nothing.
@@ -110,9 +115,10 @@ Findings ethers_table_of_server(const Snapshot &server) {
             found.push_back(
                 {.stage = Stage::name,
                  .where = server.bootparams.file.path,
-                 .what = line.names[0] + " has an Ethernet address and a boot program, but no entry here",
-                 .why =
-                     line.names[0] + " gets its boot program, and then no answer when it asks for its name",
+                 .what = base::tr("{1} has an Ethernet address and a boot program, but no entry here",
+                                  line.names[0]),
+                 .why = base::tr("{1} gets its boot program, and then no answer when it asks for its name",
+                                 line.names[0]),
                  .repair = "hostadm run database/set_bootparams client=" + line.names[0] +
                            " items='root=" + server.host_name + ":/export/root/" + line.names[0] +
                            " swap=" + server.host_name + ":/export/swap/" + line.names[0] + "/swap'"});
@@ -138,21 +144,23 @@ Findings ethers_table_of_client(const Snapshot &server, const CheckedClient &cli
         const bool group = (line->value[0] & 1) != 0;
         const bool nobody = line->value == std::string(6, '\0');
         if (group || nobody)
-            found.push_back({.stage = Stage::address,
-                             .client = client.name,
-                             .where = server.ethers.place(line->line),
-                             .what = line->key + " is no Ethernet address of a single machine",
-                             .why = client.name + " has another one, and gets no answer when it asks",
-                             .repair = "sed -i '" + std::to_string(line->line) +
-                                       "s/^[^[:blank:]]*/ETHERNET-ADDRESS/' " + server.ethers.file.path});
+            found.push_back(
+                {.stage = Stage::address,
+                 .client = client.name,
+                 .where = server.ethers.place(line->line),
+                 .what = base::tr("{1} is no Ethernet address of a single machine", line->key),
+                 .why = base::tr("{1} has another one, and gets no answer when it asks", client.name),
+                 .repair = "sed -i '" + std::to_string(line->line) + "s/^[^[:blank:]]*/ETHERNET-ADDRESS/' " +
+                           server.ethers.file.path});
         for (const Interface &interface : server.network.interfaces)
             if (!interface.ethernet.empty() && interface.ethernet == line->value)
                 found.push_back(
                     {.stage = Stage::address,
                      .client = client.name,
                      .where = server.ethers.place(line->line),
-                     .what = line->key + " is the Ethernet address of this server's " + interface.name,
-                     .why = client.name + " has another one, and gets no answer when it asks",
+                     .what = base::tr("{1} is the Ethernet address of this server's {2}", line->key,
+                                      interface.name),
+                     .why = base::tr("{1} has another one, and gets no answer when it asks", client.name),
                      .repair = "sed -i '" + std::to_string(line->line) +
                                "s/^[^[:blank:]]*/ETHERNET-ADDRESS/' " + server.ethers.file.path});
         if (first == nullptr)
@@ -162,21 +170,22 @@ Findings ethers_table_of_client(const Snapshot &server, const CheckedClient &cli
                              .stage = Stage::address,
                              .client = client.name,
                              .where = server.ethers.place(line->line),
-                             .what = client.name + " has two Ethernet addresses, " + first->key +
-                                     " in line " + std::to_string(first->line) + " and " + line->key,
-                             .why = "two machines that are on at a time would get the same address",
+                             .what = base::tr("{1} has two Ethernet addresses, {2} in line {3} and {4}",
+                                              client.name, first->key, first->line, line->key),
+                             .why = base::tr("two machines that are on at a time would get the same address"),
                              .repair = remove_line(server, line->line)});
     }
     for (const Neighbour &known : server.network.neighbours)
         if (known.permanent && known.address == client.address && first != nullptr &&
             known.ethernet != first->value)
-            found.push_back({.stage = Stage::boot_program,
-                             .client = client.name,
-                             .where = "ARP table, " + known.interface,
-                             .what = "the kernel was told another Ethernet address for " + client.address +
-                                     " than " + server.ethers.file.path + " has",
-                             .why = "no answer to " + client.name + " arrives there",
-                             .repair = "ip neigh del " + client.address + " dev " + known.interface});
+            found.push_back(
+                {.stage = Stage::boot_program,
+                 .client = client.name,
+                 .where = base::tr("ARP table, {1}", known.interface),
+                 .what = base::tr("the kernel was told another Ethernet address for {1} than {2} has",
+                                  client.address, server.ethers.file.path),
+                 .why = base::tr("no answer to {1} arrives there", client.name),
+                 .repair = "ip neigh del " + client.address + " dev " + known.interface});
     return found;
 }
 

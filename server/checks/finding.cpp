@@ -1,30 +1,32 @@
 // SPDX-License-Identifier: MIT
 #include "server/checks/finding.hpp"
 
+#include "base/translation.hpp"
+
 namespace hostadm::server {
 
 const char *name_of(Severity severity) {
-    return severity == Severity::error ? "error" : "warning";
+    return severity == Severity::error ? base::translatable("error") : base::translatable("warning");
 }
 
 const char *name_of(Stage stage) {
     switch (stage) {
     case Stage::address:
-        return "address";
+        return base::translatable("address");
     case Stage::boot_program:
-        return "boot program";
+        return base::translatable("boot program");
     case Stage::name:
-        return "name";
+        return base::translatable("name");
     case Stage::parameters:
-        return "parameters";
+        return base::translatable("parameters");
     case Stage::root:
-        return "root";
+        return base::translatable("root");
     case Stage::start:
-        return "start";
+        return base::translatable("start");
     case Stage::swap:
-        return "swap";
+        return base::translatable("swap");
     case Stage::reboot:
-        return "reboot";
+        return base::translatable("reboot");
     }
     return "";
 }

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/boot_area.hpp"
 #include "server/checks/subjects.hpp"
 
@@ -42,13 +43,14 @@ std::string address_without_host(const Snapshot &server) {
 
 Finding no_address(const Snapshot &server, const CheckedClient &client) {
     const std::string lost = address_without_host(server);
-    Finding finding{.stage = Stage::address,
-                    .client = client.name,
-                    .where = server.hosts.file.path,
-                    .what = client.name + " has no address",
-                    .why = client.name + " gets no answer when it asks for its address by reverse ARP",
-                    .repair = "hostadm run database/set_host hostname=" + client.name +
-                              " address=" + (lost.empty() ? "ADDRESS" : lost)};
+    Finding finding{
+        .stage = Stage::address,
+        .client = client.name,
+        .where = server.hosts.file.path,
+        .what = base::tr("{1} has no address", client.name),
+        .why = base::tr("{1} gets no answer when it asks for its address by reverse ARP", client.name),
+        .repair = "hostadm run database/set_host hostname=" + client.name +
+                  " address=" + (lost.empty() ? "ADDRESS" : lost)};
     for (const KeyLine &line : server.hosts.lines) {
         if (std::none_of(line.names.begin(), line.names.end(), [&](const std::string &name) {
                 return base::lower_case(name) == base::lower_case(client.name);
@@ -56,9 +58,9 @@ Finding no_address(const Snapshot &server, const CheckedClient &client) {
             continue;
         finding.where = server.hosts.place(line.line);
         if (line.value.empty())
-            finding.what += ": \"" + line.key + "\" is no address, so that the line is passed over";
+            finding.what += base::tr(": \"{1}\" is no address, so that the line is passed over", line.key);
         else
-            finding.what += " of IPv4, only " + line.key;
+            finding.what += base::tr(" of IPv4, only {1}", line.key);
     }
     return finding;
 }
@@ -70,19 +72,21 @@ Findings hosts_table_of_server(const Snapshot &server) {
     const TableText &file = server.hosts.file;
     if (file.error != 0)
         return {{.where = file.path,
-                 .what = file.error == ENOENT ? "the table is missing" : "the table cannot be read",
-                 .why = "no client has an address, and none gets an answer when it asks for it",
+                 .what = file.error == ENOENT ? base::tr("the table is missing")
+                                              : base::tr("the table cannot be read"),
+                 .why = base::tr("no client has an address, and none gets an answer when it asks for it"),
                  .repair = "printf '127.0.0.1\\tlocalhost\\n' >" + file.path}};
     for (const KeyLine &line : server.hosts.lines)
         // Of a client it is told with the client.
         if (line.value.empty() && (line.names.empty() || server.client(line.names.front()) == nullptr))
-            found.push_back({.severity = Severity::warning,
-                             .where = server.hosts.place(line.line),
-                             .what = line.names.empty()
-                                         ? "the line is passed over: \"" + line.key + "\" has no name"
-                                         : "the line is passed over: \"" + line.key + "\" is no address",
-                             .why = "the host of this line has no address here",
-                             .repair = "sed -i '" + std::to_string(line.line) + "d' " + file.path});
+            found.push_back(
+                {.severity = Severity::warning,
+                 .where = server.hosts.place(line.line),
+                 .what = line.names.empty()
+                             ? base::tr("the line is passed over: \"{1}\" has no name", line.key)
+                             : base::tr("the line is passed over: \"{1}\" is no address", line.key),
+                 .why = base::tr("the host of this line has no address here"),
+                 .repair = "sed -i '" + std::to_string(line.line) + "d' " + file.path});
     return found;
 }
 
@@ -104,45 +108,47 @@ Findings hosts_table_of_client(const Snapshot &server, const CheckedClient &clie
                 {.stage = Stage::address,
                  .client = client.name,
                  .where = server.hosts.place(line->line),
-                 .what = client.name + " has a second address, " + line->key + ", besides " + own->key +
-                         " in line " + std::to_string(own->line),
-                 .why = client.name + " may be told either when it asks for its address",
+                 .what = base::tr("{1} has a second address, {2}, besides {3} in line {4}", client.name,
+                                  line->key, own->key, own->line),
+                 .why = base::tr("{1} may be told either when it asks for its address", client.name),
                  .repair = "sed -i '" + std::to_string(line->line) + "d' " + server.hosts.file.path});
     }
     for (const KeyLine *line : server.hosts.with_value(value)) {
         if (share_a_name(*line, *own))
             continue;
         const bool first = line->line < own->line;
-        found.push_back({.severity = first ? Severity::error : Severity::warning,
-                         .stage = first ? Stage::name : Stage::address,
-                         .client = client.name,
-                         .where = server.hosts.place(line->line),
-                         .what = "the address of " + client.name + ", " + client.address + ", belongs to " +
-                                 line->names.front() + " as well",
-                         .why = first ? client.name + " is taken for " + line->names.front() +
-                                            " when it asks for its name, and gets no answer"
-                                      : "two machines with one address disturb each other",
-                         .repair = "sed -i '" + std::to_string(line->line) + "d' " + server.hosts.file.path});
+        found.push_back(
+            {.severity = first ? Severity::error : Severity::warning,
+             .stage = first ? Stage::name : Stage::address,
+             .client = client.name,
+             .where = server.hosts.place(line->line),
+             .what = base::tr("the address of {1}, {2}, belongs to {3} as well", client.name, client.address,
+                              line->names.front()),
+             .why = first ? base::tr("{1} is taken for {2} when it asks for its name, and gets no answer",
+                                     client.name, line->names.front())
+                          : base::tr("two machines with one address disturb each other"),
+             .repair = "sed -i '" + std::to_string(line->line) + "d' " + server.hosts.file.path});
     }
     const std::uint32_t number = client.number;
     const Interface *interface = server.network.in_network_of(number);
     std::string defect;
     if (server.network.is_own(number))
-        defect = "is an address of this server";
+        defect = base::tr("is an address of this server");
     else if (number >> 24 == 127 || number >> 28 >= 14 || number >> 24 == 0)
-        defect = "is no address of a host";
+        defect = base::tr("is no address of a host");
     else if (interface != nullptr)
         for (const Subnet &net : interface->addresses)
             if (net.holds(number) && net.mask < 0xfffffffe && (number == net.first() || number == net.last()))
-                defect = "is the address of its whole network";
+                defect = base::tr("is the address of its whole network");
     if (!defect.empty())
-        found.push_back({.stage = Stage::address,
-                         .client = client.name,
-                         .where = server.hosts.place(own->line),
-                         .what = "the address of " + client.name + ", " + client.address + ", " + defect,
-                         .why = client.name + " cannot use the address that it is told",
-                         .repair = "sed -i '" + std::to_string(own->line) + "s/^[^[:blank:]]*/ADDRESS/' " +
-                                   server.hosts.file.path});
+        found.push_back(
+            {.stage = Stage::address,
+             .client = client.name,
+             .where = server.hosts.place(own->line),
+             .what = base::tr("the address of {1}, {2}, {3}", client.name, client.address, defect),
+             .why = base::tr("{1} cannot use the address that it is told", client.name),
+             .repair = "sed -i '" + std::to_string(own->line) + "s/^[^[:blank:]]*/ADDRESS/' " +
+                       server.hosts.file.path});
     return found;
 }
 

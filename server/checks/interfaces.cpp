@@ -10,6 +10,7 @@
 #include "base/files.hpp"
 #include "base/program.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/checks/subjects.hpp"
 
 namespace hostadm::server {
@@ -38,10 +39,10 @@ Finding no_network(const Snapshot &server, const CheckedClient &client) {
             address = ipv4_text(*number);
     return {.stage = Stage::address,
             .client = client.name,
-            .where = idle == nullptr ? "interfaces" : "interface " + idle->name,
-            .what = "no interface of this server has an address in the network of " + client.name + ", " +
-                    client.address,
-            .why = client.name + " gets no answer when it asks for its address",
+            .where = idle == nullptr ? base::tr("interfaces") : base::tr("interface {1}", idle->name),
+            .what = base::tr("no interface of this server has an address in the network of {1}, {2}",
+                             client.name, client.address),
+            .why = base::tr("{1} gets no answer when it asks for its address", client.name),
             .repair = "ip addr add " + address + "/24 brd + dev " +
                       (idle == nullptr ? "INTERFACE" : idle->name) + " && ip link set " +
                       (idle == nullptr ? "INTERFACE" : idle->name) + " up"};
@@ -105,38 +106,38 @@ Findings interfaces_of_server(const Snapshot &server) {
         const std::string &name = interface->name;
         const auto add = [&](const std::string &what, const std::string &repair, const std::string &why) {
             found.push_back({.stage = Stage::address,
-                             .where = "interface " + name,
+                             .where = base::tr("interface {1}", name),
                              .what = what,
                              .why = why,
                              .repair = repair});
         };
-        const std::string why = "no client at it gets an answer";
+        const std::string why = base::tr("no client at it gets an answer");
         if ((interface->flags & IFF_UP) == 0)
-            add("it is down", "ip link set " + name + " up", why);
+            add(base::tr("it is down"), "ip link set " + name + " up", why);
         else if ((interface->flags & IFF_RUNNING) == 0)
-            add("it has no carrier: no cable, or nobody at its other end",
+            add(base::tr("it has no carrier: no cable, or nobody at its other end"),
                 "ip link set " + name + " down; ip link set " + name + " up; ip link show " + name, why);
         if ((interface->flags & IFF_NOARP) != 0)
-            add("ARP is switched off at it", "ip link set " + name + " arp on",
-                "clients do not find this server after their reverse ARP");
+            add(base::tr("ARP is switched off at it"), "ip link set " + name + " arp on",
+                base::tr("clients do not find this server after their reverse ARP"));
         constexpr int none_answered = 8;
         if (setting(name, "arp_ignore") >= none_answered)
-            add("it answers no ARP request (arp_ignore)",
+            add(base::tr("it answers no ARP request (arp_ignore)"),
                 "sysctl -w net.ipv4.conf." + name + ".arp_ignore=0 net.ipv4.conf.all.arp_ignore=0",
-                "clients do not find this server after their reverse ARP");
+                base::tr("clients do not find this server after their reverse ARP"));
         if (const auto limit = server.network.throttled.find(name); limit != server.network.throttled.end())
-            add("what leaves at it is thrown away or held up: " + limit->second,
-                "tc qdisc del dev " + name + " root", "no boot program reaches a client at it");
+            add(base::tr("what leaves at it is thrown away or held up: {1}", limit->second),
+                "tc qdisc del dev " + name + " root", base::tr("no boot program reaches a client at it"));
         // Two that are alike answer each other's clients.
         for (const Interface &other : server.network.interfaces)
             for (const Subnet &net : other.addresses)
                 for (const Subnet &own : interface->addresses)
                     if (&other != interface && net.address == own.address && net.address >> 24 != 127)
-                        add("its address " + ipv4_text(own.address) + " is that of " + other.name +
-                                " as well",
+                        add(base::tr("its address {1} is that of {2} as well", ipv4_text(own.address),
+                                     other.name),
                             "ip addr del " + ipv4_text(net.address) + "/" +
                                 std::to_string(__builtin_popcount(net.mask)) + " dev " + other.name,
-                            "answers may leave at the wrong interface");
+                            base::tr("answers may leave at the wrong interface"));
     }
     return found;
 }
@@ -152,8 +153,8 @@ Findings interfaces_of_client(const Snapshot &server, const CheckedClient &clien
     const Way way = server.live.way_to(client.number);
     Finding finding{.stage = Stage::boot_program, .client = client.name, .where = "routes"};
     if (way.error != 0 && way.error != EPERM) {
-        finding.what = "there is no way to " + client.address + ": " + std::strerror(way.error);
-        finding.why = "no answer but the first, by reverse ARP, reaches " + client.name;
+        finding.what = base::tr("there is no way to {1}: {2}", client.address, std::strerror(way.error));
+        finding.why = base::tr("no answer but the first, by reverse ARP, reaches {1}", client.name);
         std::string networks;
         for (const Subnet &net : interface->addresses)
             if (net.holds(client.number))
@@ -161,16 +162,16 @@ Findings interfaces_of_client(const Snapshot &server, const CheckedClient &clien
                            " dev " + interface->name + " src " + ipv4_text(net.address);
         finding.repair = "ip route flush root " + client.address + "/32; ip route replace " + networks;
         if (const std::string rule = forbidding_rule(client.number); !rule.empty()) {
-            finding.what += ", by the rule " + rule + " of the routes' policy (ip rule list)";
+            finding.what += base::tr(", by the rule {1} of the routes' policy (ip rule list)", rule);
             finding.repair = "ip rule del pref " + rule;
         }
         return {finding};
     }
     if (const Route *route = server.network.routes.towards(client.number);
         route != nullptr && leads_elsewhere(server, client, *interface, *route)) {
-        finding.what = "the route to " + client.address + " leads to " + route->interface + ", and " +
-                       client.name + " is at " + interface->name;
-        finding.why = "no answer but the first, by reverse ARP, reaches " + client.name;
+        finding.what = base::tr("the route to {1} leads to {2}, and {3} is at {4}", client.address,
+                                route->interface, client.name, interface->name);
+        finding.why = base::tr("no answer but the first, by reverse ARP, reaches {1}", client.name);
         finding.repair = "ip route del " + client.address + " dev " + route->interface +
                          " || ip route del $(ip route get " + client.address +
                          " | head -n 1 | cut -d ' ' -f 1) dev " + route->interface;
@@ -179,9 +180,10 @@ Findings interfaces_of_client(const Snapshot &server, const CheckedClient &clien
     for (const Subnet &net : interface->addresses)
         if (net.address == way.source)
             return {};
-    finding.what = "packets to " + client.address + " do not leave at " + interface->name +
-                   " but with the address " + ipv4_text(way.source);
-    finding.why = client.name + " gets its answers from an address that it has not asked, or not at all";
+    finding.what = base::tr("packets to {1} do not leave at {2} but with the address {3}", client.address,
+                            interface->name, ipv4_text(way.source));
+    finding.why =
+        base::tr("{1} gets its answers from an address that it has not asked, or not at all", client.name);
     finding.repair = "ip route del $(ip route get " + client.address + " | head -n 1 | sed 's/ .*//')/32";
     return way.error == 0 ? Findings{finding} : Findings{};
 }

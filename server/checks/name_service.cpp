@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 
+#include "base/translation.hpp"
 #include "server/checks/subjects.hpp"
 
 namespace hostadm::server {
@@ -27,12 +28,13 @@ void check_database(Findings &found, const Snapshot &server, const std::string &
         const std::string &source = line->sources[i];
         if (source == "files" || source == "compat") {
             if (!before.empty())
-                found.push_back({.severity = Severity::error,
-                                 .stage = stage,
-                                 .where = place,
-                                 .what = database + " are looked up in " + before + " before " + table,
-                                 .why = why + ", or late",
-                                 .repair = repair});
+                found.push_back(
+                    {.severity = Severity::error,
+                     .stage = stage,
+                     .where = place,
+                     .what = base::tr("{1} are looked up in {2} before {3}", database, before, table),
+                     .why = base::tr("{1}, or late", why),
+                     .repair = repair});
             return;
         }
         if (foreign.contains(source))
@@ -42,7 +44,7 @@ void check_database(Findings &found, const Snapshot &server, const std::string &
     }
     found.push_back({.stage = stage,
                      .where = place,
-                     .what = database + " are not looked up in " + table,
+                     .what = base::tr("{1} are not looked up in {2}", database, table),
                      .why = why,
                      .repair = repair});
 }
@@ -52,18 +54,19 @@ void check_database(Findings &found, const Snapshot &server, const std::string &
 Findings name_service_of_server(const Snapshot &server) {
     Findings found;
     if (server.name_switch.error != 0)
-        return {
-            {.severity = Severity::error,
-             .stage = Stage::name,
-             .where = server.name_switch.path,
-             .what = server.name_switch.error == ENOENT ? "the file is missing" : "the file cannot be read",
-             .why = "which tables the daemons and hostadm look into is left to chance",
-             .repair = "printf 'hosts: files dns\\nethers: files\\nbootparams: files\\n' >" +
-                       server.name_switch.path}};
-    check_database(found, server, "hosts", Stage::address, server.hosts.file.path,
-                   "clients get no answer, or a wrong one, when they ask for their address and their name");
+        return {{.severity = Severity::error,
+                 .stage = Stage::name,
+                 .where = server.name_switch.path,
+                 .what = server.name_switch.error == ENOENT ? base::tr("the file is missing")
+                                                            : base::tr("the file cannot be read"),
+                 .why = base::tr("which tables the daemons and hostadm look into is left to chance"),
+                 .repair = "printf 'hosts: files dns\\nethers: files\\nbootparams: files\\n' >" +
+                           server.name_switch.path}};
+    check_database(
+        found, server, "hosts", Stage::address, server.hosts.file.path,
+        base::tr("clients get no answer, or a wrong one, when they ask for their address and their name"));
     check_database(found, server, "ethers", Stage::address, server.ethers.file.path,
-                   "no client gets an answer when it asks for its address by reverse ARP");
+                   base::tr("no client gets an answer when it asks for its address by reverse ARP"));
     for (const SwitchLine &line : server.sources)
         if (line.database == "bootparams")
             for (const std::string &source : line.sources)
@@ -72,8 +75,8 @@ Findings name_service_of_server(const Snapshot &server) {
                         {.severity = Severity::warning,
                          .stage = Stage::parameters,
                          .where = server.name_switch.path + ":" + std::to_string(line.line),
-                         .what = "bootparams has the source " + source + ", which nobody can read",
-                         .why = "hostadm cannot list this server's clients",
+                         .what = base::tr("bootparams has the source {1}, which nobody can read", source),
+                         .why = base::tr("hostadm cannot list this server's clients"),
                          .repair = "sed -i '" + std::to_string(line.line) + "s/:.*/: files/' " +
                                    server.name_switch.path});
     return found;

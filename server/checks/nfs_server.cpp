@@ -7,6 +7,7 @@
 
 #include "base/files.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/checks/daemon_findings.hpp"
 #include "server/checks/subjects.hpp"
 
@@ -18,7 +19,9 @@ namespace {
 
 constexpr std::uint32_t nfs_program = 100003, mount_program = 100005;
 constexpr std::uint16_t nfs_port = 2049;
-constexpr const char *nothing = "no client can mount its root";
+const char *nothing() {
+    return base::tr("no client can mount its root");
+}
 
 bool has_adapters() {
     return access("/usr/lib/nfs/nfsd", X_OK) == 0;
@@ -38,11 +41,11 @@ std::string start_anew(const Snapshot &server, const std::vector<const Daemon *>
 }
 
 Finding wrong(const Snapshot &server, const std::vector<const Daemon *> &running, const std::string &what,
-              const std::string &why = nothing) {
+              const std::string &why = nothing()) {
     return {.stage = Stage::root,
-            .where = running.empty() ? "NFS server"
-                                     : running.front()->program + ", process " +
-                                           std::to_string(running.front()->process.pid),
+            .where = running.empty() ? base::tr("NFS server")
+                                     : base::tr("{1}, process {2}", running.front()->program,
+                                                running.front()->process.pid),
             .what = what,
             .why = why,
             .repair = start_anew(server, running)};
@@ -55,10 +58,10 @@ void check_answers(Findings &found, const Snapshot &server, const std::vector<co
     const auto udp = server.rpc.port_of(program, 3, false);
     if (!tcp && !udp) {
         const bool other = server.rpc.has(program);
-        found.push_back(wrong(server, running,
-                              std::string(what) +
-                                  (other ? " does not serve version 3"
-                                         : " is not registered with rpcbind, which was started anew since")));
+        found.push_back(wrong(
+            server, running,
+            other ? base::tr("{1} does not serve version 3", what)
+                  : base::tr("{1} is not registered with rpcbind, which was started anew since", what)));
         return;
     }
     const Answer answer = server.live.null_procedure(program, 3, tcp.has_value(), tcp ? *tcp : *udp);
@@ -66,8 +69,7 @@ void check_answers(Findings &found, const Snapshot &server, const std::vector<co
     if (answer != Answer::answered &&
         !is_filtered_here(server, tcp ? "tcp" : "udp", tcp ? *tcp : *udp, loopback))
         found.push_back(
-            wrong(server, running,
-                  std::string(what) + " does not answer at port " + std::to_string(tcp ? *tcp : *udp)));
+            wrong(server, running, base::tr("{1} does not answer at port {2}", what, tcp ? *tcp : *udp)));
 }
 
 void check_settings(Findings &found, const Snapshot &server, const std::vector<const Daemon *> &running) {
@@ -76,7 +78,7 @@ void check_settings(Findings &found, const Snapshot &server, const std::vector<c
     const NfsSettings &settings = server.exports;
     if (!settings.defect.empty()) {
         found.push_back(wrong(server, running, settings.defect,
-                              "it exports nothing after its next start, or less than is shared"));
+                              base::tr("it exports nothing after its next start, or less than is shared")));
         found.back().where = settings.place;
         return;
     }
@@ -84,7 +86,7 @@ void check_settings(Findings &found, const Snapshot &server, const std::vector<c
                                  ? "/etc/ganesha/ganesha.conf"
                                  : running.front()->value_of('f').value_or("/etc/ganesha/ganesha.conf");
     if (!settings.version3) {
-        found.push_back(wrong(server, running, "its settings leave version 3 of NFS out"));
+        found.push_back(wrong(server, running, base::tr("its settings leave version 3 of NFS out")));
         found.back().where = file;
         found.back().repair =
             "sed -i 's/\\(Protocols *= *\\)[0-9, ]*;/\\13, 4;/' " + file + "; " + start_anew(server, running);
@@ -94,8 +96,8 @@ void check_settings(Findings &found, const Snapshot &server, const std::vector<c
         for (const CheckedClient &client : server.clients)
             if (const Interface *interface = server.network.in_network_of(client.number);
                 interface != nullptr && (!address || server.network.in_network_of(*address) != interface)) {
-                found.push_back(wrong(server, running, "it serves at " + settings.bound_to + " only",
-                                      client.name + " cannot mount its root"));
+                found.push_back(wrong(server, running, base::tr("it serves at {1} only", settings.bound_to),
+                                      base::tr("{1} cannot mount its root", client.name)));
                 found.back().where = file;
                 found.back().repair =
                     "sed -i 's/Bind_addr *= *[^;]*;//I' " + file + "; " + start_anew(server, running);
@@ -103,9 +105,10 @@ void check_settings(Findings &found, const Snapshot &server, const std::vector<c
             }
     }
     if (settings.waits) {
-        found.push_back(wrong(server, running,
-                              "it waits for 90 seconds after each start for the locks of earlier clients",
-                              "a client that boots soon after the server cannot write to its root"));
+        found.push_back(
+            wrong(server, running,
+                  base::tr("it waits for 90 seconds after each start for the locks of earlier clients"),
+                  base::tr("a client that boots soon after the server cannot write to its root")));
         found.back().severity = Severity::warning;
         found.back().where = file;
         found.back().repair = "printf 'NFSv4 { Graceless = true; }\\n' >>" + file;
@@ -126,34 +129,35 @@ Findings nfs_server_of_server(const Snapshot &server) {
                         .programs = {"/usr/bin/ganesha.nfsd", "/usr/sbin/rpc.nfsd"},
                         .package = "nfs-ganesha nfs-ganesha-vfs",
                         .stage = Stage::root,
-                        .why = nothing,
+                        .why = nothing(),
                         .start = start(server)};
     if (!threads) {
         if (auto defect = defect_of_daemon(wanted)) {
             if (server.nfs == NfsServer::kernel)
-                defect->where = "NFS server", defect->what = "the NFS server of the kernel does not run";
+                defect->where = base::tr("NFS server"),
+                defect->what = base::tr("the NFS server of the kernel does not run");
             return {*defect};
         }
     }
     Findings found;
     check_settings(found, server, ganesha);
     if (server.rpc.mapper == RpcAnswers::Mapper::answered) {
-        check_answers(found, server, ganesha, "the NFS server", nfs_program);
+        check_answers(found, server, ganesha, base::tr("the NFS server"), nfs_program);
         const bool has_mount_daemon = !ganesha.empty() || !server.daemons.named({"rpc.mountd"}).empty();
         if (!has_mount_daemon)
-            found.push_back(wrong(server, {}, "the mount daemon, rpc.mountd, does not run"));
+            found.push_back(wrong(server, {}, base::tr("the mount daemon, rpc.mountd, does not run")));
         else
-            check_answers(found, server, ganesha, "the mount daemon", mount_program);
+            check_answers(found, server, ganesha, base::tr("the mount daemon"), mount_program);
     }
     if (const auto port = server.rpc.port_of(nfs_program, 3, true); port && *port != nfs_port)
-        found.push_back(wrong(server, ganesha,
-                              "it serves at port " + std::to_string(*port) +
-                                  ", and clients that start from NFS ask port 2049"));
+        found.push_back(
+            wrong(server, ganesha,
+                  base::tr("it serves at port {1}, and clients that start from NFS ask port 2049", *port)));
     // It looks its file systems up there, and refuses every share without it.
     std::error_code error;
     if (!ganesha.empty() && !fs::exists("/etc/mtab", error)) {
-        found.push_back(wrong(server, ganesha, "nfs-ganesha finds no /etc/mtab",
-                              "it refuses every share that is made from now on"));
+        found.push_back(wrong(server, ganesha, base::tr("nfs-ganesha finds no /etc/mtab"),
+                              base::tr("it refuses every share that is made from now on")));
         found.back().where = "/etc/mtab";
         found.back().repair = "ln -s ../proc/self/mounts /etc/mtab";
     }

@@ -9,6 +9,7 @@
 
 #include "base/files.hpp"
 #include "base/program.hpp"
+#include "base/translation.hpp"
 #include "server/checks/iptables_rules.hpp"
 #include "server/checks/system_tables.hpp"
 
@@ -245,8 +246,8 @@ private:
     static std::string scope_of(const Chain &chain) { return chain.family + " " + chain.table + " "; }
     static std::string name_of(const Chain &chain) {
         if (!chain.command.empty())
-            return "chain " + chain.name + " of " + chain.command;
-        return "chain " + chain.name + " of the table " + chain.family + " " + chain.table;
+            return base::tr("chain {1} of {2}", chain.name, chain.command);
+        return base::tr("chain {1} of the table {2} {3}", chain.name, chain.family, chain.table);
     }
 
     // Between ports that are chosen anew each time only the client can be named.
@@ -278,11 +279,12 @@ private:
         else if (packet_.port == 0)
             wanted = packet_.protocol == "arp" ? "" : "ether type " + packet_.protocol + " ";
         if (!chain.command.empty()) {
-            dropped_ = {name_of(chain), "no rule there accepts such packets, and its policy is drop",
+            dropped_ = {name_of(chain),
+                        base::tr("no rule there accepts such packets, and its policy is drop"),
                         chain.command + " -I " + chain.name + " " + iptables_words() + " -j ACCEPT"};
             return Fate::dropped;
         }
-        dropped_ = {name_of(chain), "no rule there accepts such packets, and its policy is drop",
+        dropped_ = {name_of(chain), base::tr("no rule there accepts such packets, and its policy is drop"),
                     "nft insert rule " + scope_of(chain) + chain.name + " " + wanted + " accept"};
         return Fate::dropped;
     }
@@ -290,13 +292,13 @@ private:
     Fate drop_by(const Chain &chain, const Json &rule, const char *how) {
         if (!chain.command.empty()) {
             const std::string words = rule.value("words", std::string());
-            dropped_ = {name_of(chain) + ": " + words, std::string("the rule ") + how + " such packets",
+            dropped_ = {name_of(chain) + ": " + words, base::tr("the rule {1} such packets", how),
                         chain.command + " -D " + words};
             return Fate::dropped;
         }
         const std::string handle = std::to_string(rule.value("handle", 0));
-        dropped_ = {name_of(chain) + ", rule handle " + handle,
-                    std::string("the rule ") + how + " such packets",
+        dropped_ = {base::tr("{1}, rule handle {2}", name_of(chain), handle),
+                    base::tr("the rule {1} such packets", how),
                     "nft delete rule " + scope_of(chain) + chain.name + " handle " + handle};
         return Fate::dropped;
     }
@@ -312,7 +314,7 @@ private:
         if (verdict == "return")
             return meant == Truth::yes ? Fate::back : Fate::on;
         if (verdict == "redirect" || verdict == "dnat")
-            return meant == Truth::yes ? drop_by(chain, rule, "sends elsewhere") : Fate::on;
+            return meant == Truth::yes ? drop_by(chain, rule, base::tr("sends elsewhere")) : Fate::on;
         if (verdict == "queue" || verdict == "tproxy" || verdict == "fwd" || verdict == "dup")
             return Fate::open;
         if (verdict != "jump" && verdict != "goto")
@@ -483,7 +485,7 @@ void add_saved(std::vector<SavedRules> &saved, const std::string &command) {
 PacketFilter read_packet_filter() {
     PacketFilter filter;
     if (geteuid() != 0) {
-        filter.unread = "only root may read them";
+        filter.unread = base::tr("only root may read them");
         return filter;
     }
     const base::Answer answer =

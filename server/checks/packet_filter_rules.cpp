@@ -2,6 +2,7 @@
 // Whether the packet filter lets pass what a boot needs.
 #include <set>
 
+#include "base/translation.hpp"
 #include "server/checks/subjects.hpp"
 
 namespace hostadm::server {
@@ -37,37 +38,37 @@ std::vector<Question> questions(const Snapshot &server, const CheckedClient &cli
                             a_clients_port,         true,     false};
         // TFTP answers from a port of its own.
         if (port != tftp_port)
-            all.push_back({answer, stage, "the answer to " + what, ""});
+            all.push_back({answer, stage, base::tr("the answer to {1}", what), ""});
     };
     const Packet reverse{Packet::Direction::in, "rarp", interface.name, 0, 0, 0, 0, false, true};
-    all.push_back({reverse, Stage::address, "reverse ARP", ""});
+    all.push_back({reverse, Stage::address, base::tr("reverse ARP"), ""});
     const Packet arp{Packet::Direction::in, "arp", interface.name, client.number, own, 0, 0, false, true};
     all.push_back({arp, Stage::boot_program, "ARP", ""});
     const Packet arp_answer{
         Packet::Direction::out, "arp", interface.name, own, client.number, 0, 0, false, false};
     all.push_back({arp_answer, Stage::boot_program, "ARP", ""});
-    ask("udp", tftp_port, Stage::boot_program, "the question for its boot program (TFTP, port 69)");
+    ask("udp", tftp_port, Stage::boot_program, base::tr("the question for its boot program (TFTP, port 69)"));
     // The file itself comes from, and is acknowledged to, ports that nobody knows before.
     constexpr std::uint16_t any_port = 40000;
     all.push_back({{Packet::Direction::out, "udp", interface.name, own, client.number, any_port,
                     a_clients_port, false, false},
                    Stage::boot_program,
-                   "the boot program itself (TFTP)",
+                   base::tr("the boot program itself (TFTP)"),
                    ""});
     all.push_back({{Packet::Direction::in, "udp", interface.name, client.number, own, a_clients_port,
                     any_port, true, false},
                    Stage::boot_program,
-                   "what acknowledges the boot program (TFTP)",
+                   base::tr("what acknowledges the boot program (TFTP)"),
                    ""});
-    ask("udp", 111, Stage::name, "the broadcast for its name (rpcbind, port 111)", true);
+    ask("udp", 111, Stage::name, base::tr("the broadcast for its name (rpcbind, port 111)"), true);
     if (const auto port = server.rpc.port_of(bootparam_program, 1, false))
         ask("udp", *port, Stage::parameters,
-            "the question for its root (rpc.bootparamd, port " + std::to_string(*port) + ")");
-    ask("tcp", 111, Stage::root, "the question where the NFS server is (rpcbind, port 111)");
+            base::tr("the question for its root (rpc.bootparamd, port {1})", *port));
+    ask("tcp", 111, Stage::root, base::tr("the question where the NFS server is (rpcbind, port 111)"));
     if (const auto port = server.rpc.port_of(mount_program, 3, true))
-        ask("tcp", *port, Stage::root, "the mount of its root (port " + std::to_string(*port) + ")");
+        ask("tcp", *port, Stage::root, base::tr("the mount of its root (port {1})", *port));
     if (const auto port = server.rpc.port_of(nfs_program, 3, true))
-        ask("tcp", *port, Stage::root, "NFS (port " + std::to_string(*port) + ")");
+        ask("tcp", *port, Stage::root, base::tr("NFS (port {1})", *port));
     return all;
 }
 
@@ -94,12 +95,13 @@ Findings packet_filter_of_client(const Snapshot &server, const CheckedClient &cl
     for (const Question &question : questions(server, client, *interface)) {
         const auto dropped = server.filter.drops(question.packet);
         if (dropped && told.insert(dropped->repair).second)
-            found.push_back({.stage = question.stage,
-                             .client = client.name,
-                             .where = dropped->where,
-                             .what = "the packet filter drops " + question.what + ": " + dropped->what,
-                             .why = client.name + " gets no answer at this step",
-                             .repair = dropped->repair});
+            found.push_back(
+                {.stage = question.stage,
+                 .client = client.name,
+                 .where = dropped->where,
+                 .what = base::tr("the packet filter drops {1}: {2}", question.what, dropped->what),
+                 .why = base::tr("{1} gets no answer at this step", client.name),
+                 .repair = dropped->repair});
         const auto later = server.filter_at_boot.drops(question.packet);
         if (dropped || !later || told_of_boot)
             continue;
@@ -108,11 +110,11 @@ Findings packet_filter_of_client(const Snapshot &server, const CheckedClient &cl
                          .stage = Stage::reboot,
                          .client = client.name,
                          .where = "/etc/nftables.conf",
-                         .what = later->where + ", as it is loaded at boot, drops " + question.what +
-                                 ", which passes now",
-                         .why = client.name + " gets no answer after this server has booted",
-                         .repair = "{ echo '#!/usr/sbin/nft -f'; echo 'flush ruleset'; nft list ruleset; } "
-                                   ">/etc/nftables.conf"});
+                         .what = base::tr("{1}, as it is loaded at boot, drops {2}, which passes now",
+                                          later->where, question.what),
+                         .why = base::tr("{1} gets no answer after this server has booted", client.name),
+                         .repair = "{ echo '#!/usr/sbin/nft -f'; echo 'flush ruleset'; nft list "
+                                   "ruleset; } >/etc/nftables.conf"});
     }
     return found;
 }

@@ -9,6 +9,7 @@
 
 #include "base/files.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/checks/subjects.hpp"
 #include "server/pc_area.hpp"
 #include "server/roots.hpp"
@@ -63,18 +64,18 @@ AtBoot state_of(const std::vector<std::string> &services) {
 }
 
 struct Service {
-    std::string what; // for a client
+    const char *what; // for a client
     std::vector<std::string> programs;
     std::vector<std::string> services;
 };
 
 const std::vector<Service> services{
-    {"reverse ARP", {"in.rarpd", "rarpd"}, {"rarpd", "in.rarpd", "hostadm-rarpd"}},
+    {base::translatable("reverse ARP"), {"in.rarpd", "rarpd"}, {"rarpd", "in.rarpd", "hostadm-rarpd"}},
     {"TFTP",
      {"in.tftpd", "inetd"},
      {"tftpd-hpa", "openbsd-inetd", "inetutils-inetd", "tftpd", "hostadm-tftpd"}},
-    {"the RPC port mapper", {"rpcbind"}, {"rpcbind"}},
-    {"boot parameters", {"rpc.bootparamd"}, {"bootparamd", "hostadm-bootparamd"}},
+    {base::translatable("the RPC port mapper"), {"rpcbind"}, {"rpcbind"}},
+    {base::translatable("boot parameters"), {"rpc.bootparamd"}, {"bootparamd", "hostadm-bootparamd"}},
     {"NFS", {"ganesha.nfsd", "nfsd"}, {"hostadm-nfsd", "nfs-ganesha", "nfs-server", "nfs-kernel-server"}},
 };
 // Where PCs are set up.
@@ -157,7 +158,7 @@ Finding lost(const std::string &where, const std::string &what, const std::strin
             .stage = Stage::reboot,
             .where = where,
             .what = what,
-            .why = why + " after this server has booted",
+            .why = base::tr("{1} after this server has booted", why),
             .repair = repair};
 }
 
@@ -168,8 +169,8 @@ void check_defaults(Findings &found, const Snapshot &server) {
     if (!mapper.empty() && mapper.front()->has_flag('r') && options && !has_flag(*options, 'r') &&
         !has_flag(command_at_boot("rpcbind"), 'r') && state_of({"rpcbind"}) == AtBoot::started)
         found.push_back(lost("/etc/default/rpcbind",
-                             "rpcbind runs with -r now, and is started without it at boot",
-                             "no client gets an answer when it asks for its name",
+                             base::tr("rpcbind runs with -r now, and is started without it at boot"),
+                             base::tr("no client gets an answer when it asks for its name"),
                              "echo 'OPTIONS=\"-w -r\"' >>/etc/default/rpcbind"));
     const auto directory = setting("/etc/default/tftpd-hpa", "TFTP_DIRECTORY");
     const auto tftp_options = setting("/etc/default/tftpd-hpa", "TFTP_OPTIONS");
@@ -178,16 +179,16 @@ void check_defaults(Findings &found, const Snapshot &server) {
         if (directory && !server.tftp.directory.empty() && *directory != server.tftp.directory)
             found.push_back(
                 lost("/etc/default/tftpd-hpa",
-                     "in.tftpd serves " + server.tftp.directory + " now, and " + *directory + " at boot",
-                     "no client gets its boot program",
+                     base::tr("in.tftpd serves {1} now, and {2} at boot", server.tftp.directory, *directory),
+                     base::tr("no client gets its boot program"),
                      "sed -i 's,^TFTP_DIRECTORY=.*,TFTP_DIRECTORY=\"" + server.tftp.directory +
                          "\",' /etc/default/tftpd-hpa"));
         if (tftp_options && server.tftp.confined && tftp_options->find("--secure") == std::string::npos &&
             !has_flag(*tftp_options, 's'))
             found.push_back(
                 lost("/etc/default/tftpd-hpa",
-                     "in.tftpd runs with --secure now, and is started without it at boot",
-                     "no client gets its boot program",
+                     base::tr("in.tftpd runs with --secure now, and is started without it at boot"),
+                     base::tr("no client gets its boot program"),
                      "sed -i 's,^TFTP_OPTIONS=.*,TFTP_OPTIONS=\"--secure\",' /etc/default/tftpd-hpa"));
     }
 }
@@ -201,17 +202,19 @@ void check_commands(Findings &found, const Snapshot &server) {
         });
     if (needs_no_links && !rarpd.empty() && rarpd.front()->has_flag('e') &&
         state_of({"hostadm-rarpd"}) == AtBoot::started && !has_flag(command_at_boot("hostadm-rarpd"), 'e'))
-        found.push_back(lost("hostadm-rarpd", "in.rarpd runs with -e now, and is started without it at boot",
-                             "no dataless client, and none that boots by RPL, gets its address",
+        found.push_back(lost("hostadm-rarpd",
+                             base::tr("in.rarpd runs with -e now, and is started without it at boot"),
+                             base::tr("no dataless client, and none that boots by RPL, gets its address"),
                              "hostadm run host/enable_boot_services"));
     const auto bootparamd = server.daemons.named({"rpc.bootparamd"});
     const auto router = bootparamd.empty() ? std::nullopt : bootparamd.front()->value_of('r');
     if (router && *router != "127.0.0.1" && state_of({"hostadm-bootparamd"}) == AtBoot::started &&
         unit_text("hostadm-bootparamd").find("-r " + *router) == std::string::npos)
-        found.push_back(lost("hostadm-bootparamd",
-                             "rpc.bootparamd tells clients the router " + *router + " now, and not at boot",
-                             "clients are told another router, or none,",
-                             "hostadm run host/enable_boot_services router=" + *router));
+        found.push_back(
+            lost("hostadm-bootparamd",
+                 base::tr("rpc.bootparamd tells clients the router {1} now, and not at boot", *router),
+                 base::tr("clients are told another router, or none,"),
+                 "hostadm run host/enable_boot_services router=" + *router));
 }
 
 // Only where something of all this is started at boot can it be told what is missing there.
@@ -226,18 +229,21 @@ void check_services(Findings &found, const Snapshot &server) {
             continue;
         const bool lost_it = state == AtBoot::masked || (by_services && state == AtBoot::disabled);
         if (lost_it)
-            found.push_back(lost(service.services.front(),
-                                 service.what + " is served now, and " +
-                                     (state == AtBoot::masked ? "masked" : "not started") + " at boot",
-                                 "no client is served", switch_on(service)));
+            found.push_back(
+                lost(service.services.front(),
+                     state == AtBoot::masked
+                         ? base::tr("{1} is served now, and masked at boot", base::tr(service.what))
+                         : base::tr("{1} is served now, and not started at boot", base::tr(service.what)),
+                     base::tr("no client is served"), switch_on(service)));
     }
     const AtBoot shares = state_of({"hostadm-shareall"});
     if (!server.boot_share_places.empty() &&
         (shares == AtBoot::masked || (by_services && shares == AtBoot::disabled)))
         found.push_back(lost("hostadm-shareall",
-                             "/etc/dfs/dfstab is not read at boot: the service is " +
-                                 std::string(shares == AtBoot::masked ? "masked" : "disabled"),
-                             "nothing is shared", switch_on({"", {}, {"hostadm-shareall"}})));
+                             shares == AtBoot::masked
+                                 ? base::tr("/etc/dfs/dfstab is not read at boot: the service is masked")
+                                 : base::tr("/etc/dfs/dfstab is not read at boot: the service is disabled"),
+                             base::tr("nothing is shared"), switch_on({"", {}, {"hostadm-shareall"}})));
 }
 
 // What is mounted below clients' files now, and not mounted by the tables at boot.
@@ -273,20 +279,21 @@ void check_mounts(Findings &found, const Snapshot &server) {
         const auto line = lines.find(mount->point);
         if (line != lines.end() && !line->second.at_boot)
             found.push_back(
-                lost(line->second.place, mount->point + " is mounted now, and not at boot",
-                     "the roots of " + client.name + " and others are missing",
+                lost(line->second.place, base::tr("{1} is mounted now, and not at boot", mount->point),
+                     base::tr("the roots of {1} and others are missing", client.name),
                      line->second.file == "/etc/fstab"
                          ? "sed -i '" + std::to_string(line->second.number) + "s/,*noauto,*//' /etc/fstab"
                          : "sed -i '" + std::to_string(line->second.number) +
                                "s/[[:blank:]]no\\([[:blank:]]\\)/\\tyes\\1/' /etc/vfstab"));
         else if (line == lines.end() && mount->source.starts_with("/dev/"))
-            found.push_back(lost("/etc/fstab", mount->point + " is mounted now, and in no table",
-                                 "the roots of " + client.name + " and others are missing",
+            found.push_back(lost("/etc/fstab", base::tr("{1} is mounted now, and in no table", mount->point),
+                                 base::tr("the roots of {1} and others are missing", client.name),
                                  "printf '" + mount->source + " " + mount->point + " " + mount->type +
                                      " defaults 0 2\\n' >>/etc/fstab"));
         else if (line != lines.end() && ("," + line->second.options + ",").find(",ro,") != std::string::npos)
             found.push_back(lost(
-                line->second.place, mount->point + " is mounted read-only at boot", "no client can write",
+                line->second.place, base::tr("{1} is mounted read-only at boot", mount->point),
+                base::tr("no client can write"),
                 "sed -i '" + std::to_string(line->second.number) + "s/\\bro\\b/rw/' " + line->second.file));
     }
     // A file system of the tables that is not mounted hides the roots in it.
@@ -302,8 +309,8 @@ void check_mounts(Findings &found, const Snapshot &server) {
                     {.severity = Severity::error,
                      .stage = Stage::root,
                      .where = line.place,
-                     .what = point + " is to be mounted, and is not",
-                     .why = "the root of " + client.name + " lies there",
+                     .what = base::tr("{1} is to be mounted, and is not", point),
+                     .why = base::tr("the root of {1} lies there", client.name),
                      .repair = "mount " + (line.file == "/etc/fstab" ? point : line.source + " " + point)});
                 break;
             }
@@ -321,8 +328,9 @@ void check_places(Findings &found, const Snapshot &server) {
             continue;
         for (const char *folder : {"/tmp", "/run", "/dev/shm"})
             if (is_at_or_below(real, folder))
-                found.push_back(lost(file, "it is kept in " + real + ", which is emptied at boot",
-                                     "it is missing", "cp -a --remove-destination " + real + " " + file));
+                found.push_back(lost(file, base::tr("it is kept in {1}, which is emptied at boot", real),
+                                     base::tr("it is missing"),
+                                     "cp -a --remove-destination " + real + " " + file));
     }
 }
 
@@ -390,15 +398,16 @@ void check_interfaces(Findings &found, const Snapshot &server) {
         const std::size_t colon = at_boot->second.place.rfind(':');
         const std::string file = at_boot->second.place.substr(0, colon);
         if (std::find(addresses.begin(), addresses.end(), now) == addresses.end() && !addresses.empty())
-            found.push_back(lost(
-                at_boot->second.place,
-                interface->name + " has the address " + now + " now, and " + addresses.front() + " at boot",
-                "no client in the network of " + client.name + " is answered",
-                "sed -i '/^[[:blank:]]*address/s/" + addresses.front() + "/" + now + "/' " + file));
+            found.push_back(
+                lost(at_boot->second.place,
+                     base::tr("{1} has the address {2} now, and {3} at boot", interface->name, now,
+                              addresses.front()),
+                     base::tr("no client in the network of {1} is answered", client.name),
+                     "sed -i '/^[[:blank:]]*address/s/" + addresses.front() + "/" + now + "/' " + file));
         else if (!at_boot->second.comes_up)
             found.push_back(lost(at_boot->second.place,
-                                 interface->name + " is up now, and not set up at boot",
-                                 "no client in the network of " + client.name + " is answered",
+                                 base::tr("{1} is up now, and not set up at boot", interface->name),
+                                 base::tr("no client in the network of {1} is answered", client.name),
                                  "sed -i '1i auto " + interface->name + "' " + file));
     }
 }

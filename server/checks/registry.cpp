@@ -7,6 +7,7 @@
 #include <numeric>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/checks/subjects.hpp"
 
 namespace hostadm::server {
@@ -40,50 +41,66 @@ bool is_asked(const std::vector<std::string> &names, const std::string &client) 
 const std::vector<Check> &all_checks() {
     static const std::vector<Check> checks = {
         {"hosts-table",
-         "/etc/hosts: lines that are passed over, clients without an address or with two, addresses of two",
+         base::tr("/etc/hosts: lines that are passed over, clients without an address or with two, addresses "
+                  "of two"),
          hosts_table_of_server, hosts_table_of_client},
         {"ethers-table",
-         "/etc/ethers: lines that are passed over, clients without a line, Ethernet addresses of two",
+         base::tr(
+             "/etc/ethers: lines that are passed over, clients without a line, Ethernet addresses of two"),
          ethers_table_of_server, ethers_table_of_client},
-        {"name-service", "/etc/nsswitch.conf: whether the tables of this server are looked into, and first",
+        {"name-service",
+         base::tr("/etc/nsswitch.conf: whether the tables of this server are looked into, and first"),
          name_service_of_server, nullptr},
-        {"interfaces", "interfaces and routes: up, in the clients' networks, ways back to the clients",
+        {"interfaces",
+         base::tr("interfaces and routes: up, in the clients' networks, ways back to the clients"),
          interfaces_of_server, interfaces_of_client},
-        {"reverse-arp", "in.rarpd: running, on which interface, with which boot programs it is content",
+        {"reverse-arp",
+         base::tr("in.rarpd: running, on which interface, with which boot programs it is content"),
          reverse_arp_of_server, reverse_arp_of_client},
         {"boot-area",
-         "/tftpboot: links and boot programs that are missing, dangling, stale, empty, unreadable",
+         base::tr("/tftpboot: links and boot programs that are missing, dangling, stale, empty, unreadable"),
          boot_area_of_server, boot_area_of_client},
-        {"tftp", "the TFTP daemon: running, its options, its directory, whether it hands out a boot program",
+        {"tftp",
+         base::tr(
+             "the TFTP daemon: running, its options, its directory, whether it hands out a boot program"),
          tftp_of_server, nullptr},
-        {"rpl", "rpld and /rplboot: running, links and programs of the clients that boot by RPL",
+        {"rpl", base::tr("rpld and /rplboot: running, links and programs of the clients that boot by RPL"),
          rpl_of_server, rpl_of_client},
-        {"port-mapper", "rpcbind: running, whether it hears and hands on broadcasts, whether it answers",
+        {"port-mapper",
+         base::tr("rpcbind: running, whether it hears and hands on broadcasts, whether it answers"),
          port_mapper_of_server, nullptr},
-        {"boot-parameter-daemon", "rpc.bootparamd: running, registered, answering, its table and its router",
+        {"boot-parameter-daemon",
+         base::tr("rpc.bootparamd: running, registered, answering, its table and its router"),
          boot_parameter_daemon_of_server, boot_parameter_daemon_of_client},
         {"bootparams",
-         "/etc/bootparams: entries that the daemon reads otherwise, servers without a usable address",
+         base::tr(
+             "/etc/bootparams: entries that the daemon reads otherwise, servers without a usable address"),
          bootparams_of_server, bootparams_of_client},
-        {"access-control", "/etc/hosts.allow and /etc/hosts.deny: clients that are turned away", nullptr,
-         access_control_of_client},
-        {"packet-filter", "nftables: rules that drop what a boot needs", nullptr, packet_filter_of_client},
-        {"nfs-server", "the NFS server and its mount daemon: running, registered, answering, its settings",
+        {"access-control", base::tr("/etc/hosts.allow and /etc/hosts.deny: clients that are turned away"),
+         nullptr, access_control_of_client},
+        {"packet-filter", base::tr("nftables: rules that drop what a boot needs"), nullptr,
+         packet_filter_of_client},
+        {"nfs-server",
+         base::tr("the NFS server and its mount daemon: running, registered, answering, its settings"),
          nfs_server_of_server, nullptr},
         {"shares",
-         "shares now and at boot: roots and swap files that are not shared to their client for writing as "
-         "root",
+         base::tr("shares now and at boot: roots and swap files that are not shared to their client for "
+                  "writing as root"),
          shares_of_server, shares_of_client},
-        {"exports", "what the NFS server exports, against what is shared", nullptr, exports_of_client},
+        {"exports", base::tr("what the NFS server exports, against what is shared"), nullptr,
+         exports_of_client},
         {"roots",
-         "clients' roots: there, readable, a first process, a console, a mount table that names this server",
+         base::tr("clients' roots: there, readable, a first process, a console, a mount table that names "
+                  "this server"),
          nullptr, roots_of_client},
-        {"swap-files", "swap and dump files: there, size, owner, mode", nullptr, swap_files_of_client},
-        {"disk-space", "file systems that clients write to: room, inodes, read-only", disk_space_of_server,
+        {"swap-files", base::tr("swap and dump files: there, size, owner, mode"), nullptr,
+         swap_files_of_client},
+        {"disk-space", base::tr("file systems that clients write to: room, inodes, read-only"),
+         disk_space_of_server, nullptr},
+        {"reboot", base::tr("what this server would lose by booting: services, options, mounts"),
+         reboot_of_server, nullptr},
+        {"broken-runs", base::tr("work on clients that was cut off in the middle"), broken_runs_of_server,
          nullptr},
-        {"reboot", "what this server would lose by booting: services, options, mounts", reboot_of_server,
-         nullptr},
-        {"broken-runs", "work on clients that was cut off in the middle", broken_runs_of_server, nullptr},
     };
     return checks;
 }
@@ -116,10 +133,10 @@ std::string not_seen(const Snapshot &server) {
     std::string text;
     const auto add = [&](const std::string &what) { text += (text.empty() ? "" : "; ") + what; };
     if (!server.privileged)
-        add("the sockets of daemons, the packet filter's rules and what only root may read: run this as "
-            "root");
+        add(base::tr("the sockets of daemons, the packet filter's rules and what only root may read: run "
+                     "this as root"));
     else if (!server.filter.unread.empty())
-        add("the packet filter's rules: " + server.filter.unread);
+        add(base::tr("the packet filter's rules: {1}", server.filter.unread));
     for (const TableText *file : {&server.hosts.file, &server.ethers.file, &server.bootparams.file})
         if (file->error != 0 && file->error != ENOENT)
             add(file->path + ": " + std::strerror(file->error));

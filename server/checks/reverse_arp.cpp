@@ -5,6 +5,7 @@
 #include <net/if.h>
 #include <system_error>
 
+#include "base/translation.hpp"
 #include "server/checks/daemon_findings.hpp"
 #include "server/checks/subjects.hpp"
 
@@ -48,20 +49,21 @@ Findings reverse_arp_of_server(const Snapshot &server) {
                         .programs = {"/usr/sbin/in.rarpd", "/usr/sbin/rarpd"},
                         .package = "rarpd",
                         .stage = Stage::address,
-                        .why = "no client gets an answer when it asks for its address by reverse ARP",
+                        .why =
+                            base::tr("no client gets an answer when it asks for its address by reverse ARP"),
                         .start = start};
     if (auto defect = defect_of_daemon(wanted))
         return {*defect};
     Findings found;
     const Daemon &daemon = *wanted.found.front();
-    const std::string place = "in.rarpd, process " + std::to_string(daemon.process.pid);
+    const std::string place = base::tr("in.rarpd, process {1}", daemon.process.pid);
     const bool listens = std::any_of(daemon.sockets.begin(), daemon.sockets.end(), [](const Socket &socket) {
         return socket.kind == Socket::Kind::packet && socket.port == reverse_arp_protocol;
     });
     if (!daemon.sockets.empty() && !listens)
         found.push_back({.stage = Stage::address,
                          .where = place,
-                         .what = "it has no socket for reverse ARP",
+                         .what = base::tr("it has no socket for reverse ARP"),
                          .why = wanted.why,
                          .repair = restart(daemon)});
     for (const Socket &socket : daemon.sockets) {
@@ -71,8 +73,8 @@ Findings reverse_arp_of_server(const Snapshot &server) {
             continue;
         found.push_back({.stage = Stage::address,
                          .where = place,
-                         .what = "it listens on an interface that is gone; it was started before the "
-                                 "interface of today came up",
+                         .what = base::tr("it listens on an interface that is gone; it was started before "
+                                          "the interface of today came up"),
                          .why = wanted.why,
                          .repair = restart(daemon)});
         break;
@@ -106,23 +108,23 @@ Findings reverse_arp_of_client(const Snapshot &server, const CheckedClient &clie
                         return {};
                 return {{.stage = Stage::address,
                          .client = client.name,
-                         .where = "in.rarpd, process " + std::to_string(daemon->process.pid),
-                         .what = "it looks for boot programs in " + directory +
-                                 ", where none is laid out for " + client.name,
-                         .why = client.name + " gets no answer when it asks for its address",
+                         .where = base::tr("in.rarpd, process {1}", daemon->process.pid),
+                         .what = base::tr("it looks for boot programs in {1}, where none is laid out for {2}",
+                                          directory, client.name),
+                         .why = base::tr("{1} gets no answer when it asks for its address", client.name),
                          .repair = needs_links ? restart(*daemon)
                                                : "kill " + std::to_string(daemon->process.pid) +
                                                      " && /usr/sbin/in.rarpd -ae"}};
             }();
         wrong = name;
     }
-    found.push_back(
-        {.stage = Stage::address,
-         .client = client.name,
-         .where = "in.rarpd, process " + std::to_string(running.front()->process.pid),
-         .what = "it serves the interface " + wrong + " only; " + client.name + " is at " + interface->name,
-         .why = client.name + " gets no answer when it asks for its address",
-         .repair = restart(*running.front())});
+    found.push_back({.stage = Stage::address,
+                     .client = client.name,
+                     .where = base::tr("in.rarpd, process {1}", running.front()->process.pid),
+                     .what = base::tr("it serves the interface {1} only; {2} is at {3}", wrong, client.name,
+                                      interface->name),
+                     .why = base::tr("{1} gets no answer when it asks for its address", client.name),
+                     .repair = restart(*running.front())});
     return found;
 }
 

@@ -10,6 +10,7 @@
 #include <sys/sysmacros.h>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/checks/subjects.hpp"
 
 namespace hostadm::server {
@@ -57,18 +58,19 @@ private:
 
     Findings missing() {
         const int error = view_.error();
-        Finding finding{
-            .stage = Stage::root,
-            .client = client_.name,
-            .where = client_.root,
-            .what = error == ENOENT ? "the root of " + client_.name + " is missing"
-                    : error == ENOTDIR || error == ELOOP
-                        ? "the root of " + client_.name + " is no directory"
-                        : "the root of " + client_.name + " cannot be looked at: " + std::strerror(error),
-            .why = client_.name + " cannot mount its root",
-            .repair = "hostadm run client/remove hostname=" + client_.name +
-                      " && hostadm run client/add_diskless hostname=" + client_.name +
-                      " address=" + client_.address + " ethernet=" + client_.ethernet + " tree=TREE ..."};
+        Finding finding{.stage = Stage::root,
+                        .client = client_.name,
+                        .where = client_.root,
+                        .what = error == ENOENT ? base::tr("the root of {1} is missing", client_.name)
+                                : error == ENOTDIR || error == ELOOP
+                                    ? base::tr("the root of {1} is no directory", client_.name)
+                                    : base::tr("the root of {1} cannot be looked at: {2}", client_.name,
+                                               std::strerror(error)),
+                        .why = base::tr("{1} cannot mount its root", client_.name),
+                        .repair = "hostadm run client/remove hostname=" + client_.name +
+                                  " && hostadm run client/add_diskless hostname=" + client_.name +
+                                  " address=" + client_.address + " ethernet=" + client_.ethernet +
+                                  " tree=TREE ..."};
         // Perhaps its file system is only not mounted.
         return {finding};
     }
@@ -77,20 +79,21 @@ private:
         // Something that is mounted over it hides what lies there.
         const Mount *mount = mount_of(server_.mounts, client_.root);
         if (mount != nullptr && mount->point == client_.root) {
-            found_.push_back({.stage = Stage::root,
-                              .client = client_.name,
-                              .where = client_.root,
-                              .what = "an empty file system, " + mount->source + " of type " + mount->type +
-                                      ", is mounted over the root of " + client_.name,
-                              .why = client_.name + " finds none of its files",
-                              .repair = "umount " + client_.root});
+            found_.push_back(
+                {.stage = Stage::root,
+                 .client = client_.name,
+                 .where = client_.root,
+                 .what = base::tr("an empty file system, {1} of type {2}, is mounted over the root of {3}",
+                                  mount->source, mount->type, client_.name),
+                 .why = base::tr("{1} finds none of its files", client_.name),
+                 .repair = "umount " + client_.root});
             return std::move(found_);
         }
         found_.push_back({.stage = Stage::root,
                           .client = client_.name,
                           .where = client_.root,
-                          .what = "the root of " + client_.name + " is empty",
-                          .why = client_.name + " mounts it and finds no first process",
+                          .what = base::tr("the root of {1} is empty", client_.name),
+                          .why = base::tr("{1} mounts it and finds no first process", client_.name),
                           .repair = "cp -a TREE/. " + client_.root + "/"});
         return std::move(found_);
     }
@@ -98,18 +101,18 @@ private:
     void directory() {
         const mode_t mode = view_.own().st_mode;
         if ((mode & 0001) == 0)
-            add("", "others than its owner may not search the root",
-                "what runs on " + client_.name + " as another user than root can open no file",
+            add("", base::tr("others than its owner may not search the root"),
+                base::tr("what runs on {1} as another user than root can open no file", client_.name),
                 "chmod 755 " + client_.root);
         if (view_.own().st_uid != 0)
-            add("", "the root belongs to user " + std::to_string(view_.own().st_uid) + ", not to root",
-                "programs on " + client_.name + " that look who owns / refuse to work",
+            add("", base::tr("the root belongs to user {1}, not to root", view_.own().st_uid),
+                base::tr("programs on {1} that look who owns / refuse to work", client_.name),
                 "chown root " + client_.root, Severity::warning);
         for (const char *folder : {"etc", "sbin", "bin", "usr", "lib", "dev", "var"})
             if (const auto one = view_.look(folder);
                 one && S_ISDIR(one->st_mode) && (one->st_mode & 0001) == 0)
-                add(folder, "others than its owner may not search it",
-                    "what runs on " + client_.name + " as another user than root finds nothing there",
+                add(folder, base::tr("others than its owner may not search it"),
+                    base::tr("what runs on {1} as another user than root finds nothing there", client_.name),
                     "chmod 755 " + path(folder));
     }
 
@@ -139,12 +142,13 @@ private:
                 first.repair = repair;
             }
         }
-        const std::string why = client_.name + " mounts its root and has nothing to start";
+        const std::string why = base::tr("{1} mounts its root and has nothing to start", client_.name);
         if (refused.empty())
-            add("sbin/init", "there is no first process: no sbin/init nor any other that a kernel looks for",
+            add("sbin/init",
+                base::tr("there is no first process: no sbin/init nor any other that a kernel looks for"),
                 why, "cp -a TREE/sbin/init " + path("sbin/init"));
         else
-            add(refused, "the first process " + first.what, why, first.repair);
+            add(refused, base::tr("the first process {1}", first.what), why, first.repair);
     }
 
     struct Defect {
@@ -156,31 +160,32 @@ private:
         const std::string copy = "cp -a TREE/" + program + " " + full;
         const auto file = view_.look(program);
         if (!file)
-            return {"is a link to " + view_.target_of(program) + ", which is not there", copy};
+            return {base::tr("is a link to {1}, which is not there", view_.target_of(program)), copy};
         if (!S_ISREG(file->st_mode))
-            return {"is no plain file", copy};
+            return {base::tr("is no plain file"), copy};
         if (file->st_size == 0)
-            return {"is empty", copy};
+            return {base::tr("is empty"), copy};
         if ((file->st_mode & 0111) == 0)
-            return {"may not be executed", "chmod a+x " + full};
+            return {base::tr("may not be executed"), "chmod a+x " + full};
         const std::string head = view_.read(program, head_of_program).value_or("");
         if (head.find_first_not_of('\0') == head.npos && !head.empty())
-            return {"holds nothing but zeros", copy};
+            return {base::tr("holds nothing but zeros"), copy};
         if (is_text(head) && !head.starts_with("#!"))
-            return {"is a text that does not begin with #! and its interpreter", copy};
+            return {base::tr("is a text that does not begin with #! and its interpreter"), copy};
         if (const std::string other = machine_of_shell();
             depth == 0 && is_elf(head) && !other.empty() && machine_of(head) != other)
-            return {"is a program for another machine than the shell in the root", copy};
+            return {base::tr("is a program for another machine than the shell in the root"), copy};
         const std::string interpreter = interpreter_of(head);
         constexpr int deepest = 3;
         if (interpreter.empty() || depth >= deepest)
             return {};
         if (!view_.look(interpreter))
-            return {"needs " + interpreter + ", which is not in the root",
+            return {base::tr("needs {1}, which is not in the root", interpreter),
                     "cp -a TREE" + interpreter + " " + client_.root + interpreter};
         const Defect inner = defect_of_program(interpreter.substr(1), depth + 1);
-        return inner.what.empty() ? Defect{}
-                                  : Defect{"needs " + interpreter + ", which " + inner.what, inner.repair};
+        return inner.what.empty()
+                   ? Defect{}
+                   : Defect{base::tr("needs {1}, which {2}", interpreter, inner.what), inner.repair};
     }
 
     static bool is_text(const std::string &head) {
@@ -238,14 +243,14 @@ private:
         const auto device = view_.look("dev/console");
         const std::string make =
             "rm -f " + path("dev/console") + " && mknod -m 600 " + path("dev/console") + " c 5 1";
-        const std::string why =
-            "the first process of " + client_.name + " starts without a terminal, and ends or says nothing";
+        const std::string why = base::tr(
+            "the first process of {1} starts without a terminal, and ends or says nothing", client_.name);
         if (!device)
-            add("dev/console", "the console device is missing", why, make);
+            add("dev/console", base::tr("the console device is missing"), why, make);
         else if (!S_ISCHR(device->st_mode))
-            add("dev/console", "it is no device", why, make);
+            add("dev/console", base::tr("it is no device"), why, make);
         else if (device->st_rdev == makedev(1, 3))
-            add("dev/console", "it is the null device", why, make);
+            add("dev/console", base::tr("it is the null device"), why, make);
     }
 
     // "RESOURCE FSCK MOUNT-POINT TYPE PASS AT-BOOT OPTIONS", or of Linux "RESOURCE MOUNT-POINT TYPE OPTIONS ...".
@@ -257,22 +262,24 @@ private:
             const auto text = view_.read(name, largest_table);
             const bool seven = std::string_view(name) == "etc/vfstab";
             if (!text) {
-                add(name, "it is no table that can be read", client_.name + " mounts nothing but its root",
-                    "rm -r " + path(name));
+                add(name, base::tr("it is no table that can be read"),
+                    base::tr("{1} mounts nothing but its root", client_.name), "rm -r " + path(name));
                 return;
             }
             std::size_t number = 0;
             base::for_each_line(*text,
                                 [&](std::string_view line) { mount_line(name, ++number, line, seven); });
             if (!mounts_root_)
-                add(name, "it has no line for /",
-                    client_.name + " may not mount its root again for writing, nor find out where it is",
+                add(name, base::tr("it has no line for /"),
+                    base::tr("{1} may not mount its root again for writing, nor find out where it is",
+                             client_.name),
                     add_line_for_root(name, seven));
             return;
         }
         if (view_.look("etc", false) && view_.look("sbin/init", false))
-            add("etc/vfstab", "there is no mount table",
-                client_.name + " mounts nothing but its root, and perhaps not even that for writing",
+            add("etc/vfstab", base::tr("there is no mount table"),
+                base::tr("{1} mounts nothing but its root, and perhaps not even that for writing",
+                         client_.name),
                 add_line_for_root("etc/vfstab", true), Severity::warning);
     }
 
@@ -296,9 +303,8 @@ private:
         const bool is_nfs = words[0].find(":/") != words[0].npos;
         mounts_root_ = mounts_root_ || (words.size() > (seven ? 2 : 1) && words[seven ? 2 : 1] == "/");
         if (words.size() < wanted) {
-            add(where,
-                "the line has " + std::to_string(words.size()) + " columns, not " + std::to_string(wanted),
-                client_.name + " does not mount what it names",
+            add(where, base::tr("the line has {1} columns, not {2}", words.size(), wanted),
+                base::tr("{1} does not mount what it names", client_.name),
                 "sed -i '" + std::to_string(number) + "d' " + path(name),
                 is_nfs ? Severity::error : Severity::warning);
             return;
@@ -323,15 +329,15 @@ private:
                                  server_.is_this_server(server);
         if (point == "/") {
             if (const std::string type(words[seven ? 3 : 2]); !type.starts_with("nfs"))
-                add(where, "it mounts " + std::string(words[0]) + " as a file system of type " + type,
-                    client_.name + " cannot mount its root again",
+                add(where, base::tr("it mounts {1} as a file system of type {2}", words[0], type),
+                    base::tr("{1} cannot mount its root again", client_.name),
                     "sed -i '" + std::to_string(number) + "s/[[:blank:]]" + type +
                         "\\([[:blank:]]\\|$\\)/\\tnfs\\1/' " + path(name));
             if (!same_server || remote != own)
                 add(where,
-                    "it mounts / from " + std::string(words[0]) + ", and the root of " + client_.name +
-                        " is " + resource(),
-                    client_.name + " mounts another root over its own, or none",
+                    base::tr("it mounts / from {1}, and the root of {2} is {3}", words[0], client_.name,
+                             resource()),
+                    base::tr("{1} mounts another root over its own, or none", client_.name),
                     change + resource() + "|' " + path(name));
             return;
         }
@@ -339,10 +345,11 @@ private:
             // Other servers exist; one without an address, or with nothing of that name, does not.
             if (!number_of(server) || RootView(remote).error() == 0)
                 add(where,
-                    "it mounts " + point + " from " + server +
-                        (number_of(server) ? ", and " + remote + " lies on this server"
-                                           : ", which has no address here"),
-                    client_.name + " waits for " + point + " for ever",
+                    number_of(server)
+                        ? base::tr("it mounts {1} from {2}, and {3} lies on this server", point, server,
+                                   remote)
+                        : base::tr("it mounts {1} from {2}, which has no address here", point, server),
+                    base::tr("{1} waits for {2} for ever", client_.name, point),
                     change + root->server + ":" + remote + "|' " + path(name));
             return;
         }
@@ -350,16 +357,16 @@ private:
         const std::string type = std::string(words[seven ? 3 : 2]);
         struct stat there {};
         if (stat(remote.c_str(), &there) != 0) {
-            add(where, "it mounts " + remote + " of this server, which is not there",
-                client_.name + " waits for " + point + ", or has none",
+            add(where, base::tr("it mounts {1} of this server, which is not there", remote),
+                base::tr("{1} waits for {2}, or has none", client_.name, point),
                 change + server + ":PATH|' " + path(name));
             return;
         }
         if (type != "nfs" || !S_ISDIR(there.st_mode))
             return;
         if (at_boot && point.starts_with('/') && !view_.look(point.substr(1)))
-            add(where, "its mount point " + point + " is not in the root", client_.name + " cannot mount it",
-                "mkdir -p " + client_.root + point);
+            add(where, base::tr("its mount point {1} is not in the root", point),
+                base::tr("{1} cannot mount it", client_.name), "mkdir -p " + client_.root + point);
         if (at_boot)
             shared(where, point, remote);
     }
@@ -374,8 +381,9 @@ private:
         const Export *exported = export_of(server_.exports, remote);
         reads = reads || (exported != nullptr && access_by_export(*exported, client_.caller).read);
         if (!reads)
-            add(where, "it mounts " + remote + " at " + point + ", which is not shared to " + client_.name,
-                client_.name + " may not mount it",
+            add(where,
+                base::tr("it mounts {1} at {2}, which is not shared to {3}", remote, point, client_.name),
+                base::tr("{1} may not mount it", client_.name),
                 "hostadm run filesystem/share pathname=" + remote + " options=ro");
     }
 
@@ -388,9 +396,9 @@ private:
             return;
         if (!lines.empty())
             add("etc/hosts:" + std::to_string(lines.front()->line),
-                client_.name + " has the address " + lines.front()->key + " there, and " + client_.address +
-                    " on this server",
-                client_.name + " sets up its interface with an address that nobody answers",
+                base::tr("{1} has the address {2} there, and {3} on this server", client_.name,
+                         lines.front()->key, client_.address),
+                base::tr("{1} sets up its interface with an address that nobody answers", client_.name),
                 "sed -i '" + std::to_string(lines.front()->line) + "s/^[[:blank:]]*[^[:blank:]]*/" +
                     client_.address + "/' " + path("etc/hosts"),
                 Severity::warning);
@@ -407,8 +415,8 @@ private:
         const auto lines = table.with_name(root->server);
         const auto right = server_.address_of(root->server);
         if (lines.empty() && right && names_its_server_ && !view_.look("etc/resolv.conf"))
-            add("etc/hosts", "it does not have the server " + root->server,
-                client_.name + " does not find the server that its mount table names",
+            add("etc/hosts", base::tr("it does not have the server {1}", root->server),
+                base::tr("{1} does not find the server that its mount table names", client_.name),
                 "hostadm run database/set_host table=" + path("etc/hosts") + " address=" + ipv4_text(*right) +
                     " hostname=" + root->server);
         if (lines.empty() || !right)
@@ -419,9 +427,9 @@ private:
         if (ipv4_number(lines.front()->value) == *right)
             return;
         add("etc/hosts:" + std::to_string(lines.front()->line),
-            "for " + client_.name + " the server " + root->server + " has the address " + lines.front()->key +
-                ", not " + ipv4_text(*right),
-            client_.name + " looks for what its mount table names at another host",
+            base::tr("for {1} the server {2} has the address {3}, not {4}", client_.name, root->server,
+                     lines.front()->key, ipv4_text(*right)),
+            base::tr("{1} looks for what its mount table names at another host", client_.name),
             "hostadm run database/set_host table=" + path("etc/hosts") + " address=" + ipv4_text(*right) +
                 " hostname=" + root->server + " && sed -i '" + std::to_string(lines.front()->line) + "d' " +
                 path("etc/hosts"));

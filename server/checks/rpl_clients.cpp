@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "base/translation.hpp"
 #include "server/checks/daemon_findings.hpp"
 #include "server/checks/subjects.hpp"
 #include "server/rpl_area.hpp"
@@ -23,14 +24,15 @@ Findings rpl_of_server(const Snapshot &server) {
                                      [](const auto &one) { return one.kind == ClientKind::rpl; });
     if (client == server.clients.end())
         return {};
-    const Wanted wanted{.found = server.daemons.named({"rpld"}),
-                        .name = "rpld",
-                        .programs = {"/usr/sbin/rpld"},
-                        .package = {},
-                        .stage = Stage::boot_program,
-                        .why = "no client that asks for its boot program by RPL gets it, among them " +
-                               client->name,
-                        .start = start};
+    const Wanted wanted{
+        .found = server.daemons.named({"rpld"}),
+        .name = "rpld",
+        .programs = {"/usr/sbin/rpld"},
+        .package = {},
+        .stage = Stage::boot_program,
+        .why =
+            base::tr("no client that asks for its boot program by RPL gets it, among them {1}", client->name),
+        .start = start};
     if (auto defect = defect_of_daemon(wanted))
         return {*defect};
     return {};
@@ -46,12 +48,12 @@ Findings rpl_of_client(const Snapshot &server, const CheckedClient &client) {
                          .client = client.name,
                          .where = where,
                          .what = what,
-                         .why = client.name + " does not load its boot program by RPL",
+                         .why = base::tr("{1} does not load its boot program by RPL", client.name),
                          .repair = repair});
     };
     std::error_code error;
     if (!fs::is_directory(area, error)) {
-        add(area, "the directory is missing", "mkdir " + area);
+        add(area, base::tr("the directory is missing"), "mkdir " + area);
         return found;
     }
     for (const auto &[suffix, usual] :
@@ -59,19 +61,20 @@ Findings rpl_of_client(const Snapshot &server, const CheckedClient &client) {
         const std::string link = area + "/" + key + suffix;
         const std::string again = "ln -sfn " + std::string(usual) + " " + link;
         if (!fs::is_symlink(link, error) && !fs::exists(link, error)) {
-            add(link, "the link is missing", again);
+            add(link, base::tr("the link is missing"), again);
             continue;
         }
         const fs::path target = fs::read_symlink(link, error);
         if (target.is_absolute() || target.string().starts_with(".."))
-            add(link, "the link leads to " + target.string() + ", out of the directory that rpld serves",
+            add(link,
+                base::tr("the link leads to {1}, out of the directory that rpld serves", target.string()),
                 again);
         else if (!fs::exists(link, error))
-            add(link, "the link leads to " + target.string() + ", which is not there", again);
+            add(link, base::tr("the link leads to {1}, which is not there", target.string()), again);
         else if (!fs::is_regular_file(link, error))
-            add(link, "it is no plain file", again);
+            add(link, base::tr("it is no plain file"), again);
         else if (fs::file_size(link, error) == 0)
-            add(link, "the program is empty", "cp PROGRAM " + area + "/" + target.string());
+            add(link, base::tr("the program is empty"), "cp PROGRAM " + area + "/" + target.string());
     }
     return found;
 }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/checks/client_needs.hpp"
 #include "server/checks/subjects.hpp"
 #include "server/roots.hpp"
@@ -68,18 +69,19 @@ std::string share_again(const Snapshot &server, const CheckedClient &client, con
 // What a client lacks of a directory that it mounts as its own root user; empty: nothing.
 std::string lack(const Access &access) {
     if (!access.read)
-        return "not to this client";
+        return base::tr("not to this client");
     if (!access.write)
-        return "for reading only";
-    return access.root ? "" : "without root access";
+        return base::tr("for reading only");
+    return access.root ? "" : base::tr("without root access");
 }
 
 std::string consequence(const CheckedClient &client, const Need &need, const Access &access) {
     if (!access.read)
-        return client.name + " may not mount its " + need.key;
+        return base::tr("{1} may not mount its {2}", client.name, need.key);
     if (!access.write)
-        return client.name + " cannot write to its " + need.key;
-    return client.name + " works as nobody there: its root user may not read and write its own files";
+        return base::tr("{1} cannot write to its {2}", client.name, need.key);
+    return base::tr("{1} works as nobody there: its root user may not read and write its own files",
+                    client.name);
 }
 
 } // namespace
@@ -94,24 +96,25 @@ Findings shares_of_server(const Snapshot &server) {
             found.push_back({.severity = Severity::warning,
                              .stage = Stage::reboot,
                              .where = where,
-                             .what = "the line is not understood: " + share.defect,
-                             .why = "nothing is shared by it when this server boots",
+                             .what = base::tr("the line is not understood: {1}", share.defect),
+                             .why = base::tr("nothing is shared by it when this server boots"),
                              .repair = "sed -i '" + std::to_string(share.line) + "d' " + table});
         } else if (share.failed) {
             if (!server.boot_share_places.contains(share.path) && fs::exists(share.path, error))
-                found.push_back({.severity = Severity::warning,
-                                 .stage = Stage::reboot,
-                                 .where = where,
-                                 .what = share.path + " could not be shared once, and is a comment since",
-                                 .why = "it is not shared when this server boots",
-                                 .repair = "sed -i '" + std::to_string(share.line) + "s/^#//' " + table +
-                                           " && shareall"});
+                found.push_back(
+                    {.severity = Severity::warning,
+                     .stage = Stage::reboot,
+                     .where = where,
+                     .what = base::tr("{1} could not be shared once, and is a comment since", share.path),
+                     .why = base::tr("it is not shared when this server boots"),
+                     .repair =
+                         "sed -i '" + std::to_string(share.line) + "s/^#//' " + table + " && shareall"});
         } else if (!fs::is_directory(share.path, error)) {
             found.push_back({.severity = Severity::warning,
                              .stage = Stage::reboot,
                              .where = where,
-                             .what = share.path + " is shared and no directory",
-                             .why = "the share fails when this server boots",
+                             .what = base::tr("{1} is shared and no directory", share.path),
+                             .why = base::tr("the share fails when this server boots"),
                              .repair = "hostadm run filesystem/unshare pathname=" + share.path});
         } else if (server.boot_share_places.at(share.path) != place &&
                    server.boot_shares[server.boot_share_places.at(share.path)].options != share.options) {
@@ -119,17 +122,17 @@ Findings shares_of_server(const Snapshot &server) {
                 {.severity = Severity::warning,
                  .stage = Stage::reboot,
                  .where = where,
-                 .what = share.path + " is shared again with other options in line " +
-                         std::to_string(server.boot_shares[server.boot_share_places.at(share.path)].line),
-                 .why = "only the last line counts",
+                 .what = base::tr("{1} is shared again with other options in line {2}", share.path,
+                                  server.boot_shares[server.boot_share_places.at(share.path)].line),
+                 .why = base::tr("only the last line counts"),
                  .repair = "sed -i '" + std::to_string(share.line) + "d' " + table});
         }
     }
     if (!server.has_share_command && !server.boot_shares.empty())
         found.push_back({.stage = Stage::reboot,
                          .where = "/usr/sbin/share",
-                         .what = "the share command is missing",
-                         .why = std::string("nothing of ") + table + " is shared when this server boots",
+                         .what = base::tr("the share command is missing"),
+                         .why = base::tr("nothing of {1} is shared when this server boots", table),
                          .repair = "cmake --install build --component compat"});
     return found;
 }
@@ -157,14 +160,16 @@ Findings shares_of_client(const Snapshot &server, const CheckedClient &client) {
             // What is exported past the shares, by the NFS server's own settings, is as good.
             if (exported == nullptr)
                 add(Severity::error, need.stage, path,
-                    "the " + need.key + " of " + client.name + " is not shared",
-                    client.name + " may not mount its " + need.key, share_again(server, client, need, false));
+                    base::tr("the {1} of {2} is not shared", need.key, client.name),
+                    base::tr("{1} may not mount its {2}", client.name, need.key),
+                    share_again(server, client, need, false));
             continue;
         }
         const Access access = access_by_options(now->options, client.caller);
         if (const std::string lacks = lack(access); !lacks.empty()) {
             add(Severity::error, need.stage, now->path,
-                "the " + need.key + " of " + client.name + " is shared " + lacks + ", with " + now->options,
+                base::tr("the {1} of {2} is shared {3}, with {4}", need.key, client.name, lacks,
+                         now->options),
                 consequence(client, need, access),
                 now->path == path ? share_again(server, client, need, true)
                                   : "hostadm run filesystem/unshare pathname=" + now->path + " && " +
@@ -173,8 +178,8 @@ Findings shares_of_client(const Snapshot &server, const CheckedClient &client) {
         }
         if (!at_boot) {
             add(Severity::warning, Stage::reboot, table,
-                now->path + " is shared now, and not when this server boots",
-                client.name + " may not mount its " + need.key + " after that",
+                base::tr("{1} is shared now, and not when this server boots", now->path),
+                base::tr("{1} may not mount its {2} after that", client.name, need.key),
                 "hostadm run filesystem/share pathname=" + now->path +
                     " takeeffect=bootonly options=" + now->options);
             continue;
@@ -184,8 +189,9 @@ Findings shares_of_client(const Snapshot &server, const CheckedClient &client) {
             add(Severity::warning, Stage::reboot,
                 table + (":" +
                          std::to_string(server.boot_shares[server.boot_share_places.at(at_boot->path)].line)),
-                at_boot->path + " is shared " + lacks + " when this server boots, with " + at_boot->options,
-                consequence(client, need, later) + " after that",
+                base::tr("{1} is shared {2} when this server boots, with {3}", at_boot->path, lacks,
+                         at_boot->options),
+                base::tr("{1} after that", consequence(client, need, later)),
                 "hostadm run filesystem/share pathname=" + now->path +
                     " takeeffect=bootonly options=" + now->options);
     }
@@ -205,7 +211,7 @@ Findings exports_of_client(const Snapshot &server, const CheckedClient &client) 
         const Export *exported = export_of(server.exports, need.path);
         if (exported == nullptr && !now)
             continue; // told as not shared
-        Finding finding{.stage = need.stage, .client = client.name, .where = "NFS server"};
+        Finding finding{.stage = need.stage, .client = client.name, .where = base::tr("NFS server")};
         finding.repair =
             now ? "hostadm run filesystem/unshare pathname=" + now->path +
                       " takeeffect=nowonly && hostadm run filesystem/share pathname=" + now->path +
@@ -213,16 +219,17 @@ Findings exports_of_client(const Snapshot &server, const CheckedClient &client) 
                 : "hostadm run filesystem/share pathname=" + directory_to_share(client, need) +
                       " options=" + options_for(client);
         if (exported == nullptr) {
-            finding.what = now->path + " is shared, and the NFS server was not told to export it";
-            finding.why = client.name + " may not mount its " + need.key;
+            finding.what = base::tr("{1} is shared, and the NFS server was not told to export it", now->path);
+            finding.why = base::tr("{1} may not mount its {2}", client.name, need.key);
             found.push_back(finding);
             continue;
         }
         const Access access = access_by_export(*exported, client.caller);
         if (const std::string lacks = lack(access); !lacks.empty()) {
             finding.where = exported->file + ":" + std::to_string(exported->line);
-            finding.what = "the NFS server exports " + exported->path + " " + lacks +
-                           (now ? ", other than it is shared" : "");
+            finding.what = now ? base::tr("the NFS server exports {1} {2}, other than it is shared",
+                                          exported->path, lacks)
+                               : base::tr("the NFS server exports {1} {2}", exported->path, lacks);
             finding.why = consequence(client, need, access);
             found.push_back(finding);
         }

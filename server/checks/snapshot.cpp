@@ -11,6 +11,7 @@
 #include "base/files.hpp"
 #include "base/text.hpp"
 #include "base/this_host.hpp"
+#include "base/translation.hpp"
 #include "server/boot_area.hpp"
 #include "server/shares.hpp"
 
@@ -95,7 +96,7 @@ std::vector<BootShare> read_boot_shares(const std::string &table) {
             return;
         BootShare share{number, {}, {}, words[0] == "#share", {}};
         if (words[0] != "share" && words[0] != "/usr/sbin/share" && !share.failed)
-            share.defect = "it does not begin with \"share\"";
+            share.defect = base::tr("it does not begin with \"share\"");
         for (std::size_t i = 1; i < words.size(); ++i) {
             if ((words[i] == "-o" || words[i] == "-d" || words[i] == "-F") && i + 1 < words.size()) {
                 if (words[i] == "-o")
@@ -115,7 +116,7 @@ std::vector<BootShare> read_boot_shares(const std::string &table) {
         while (share.path.size() > 1 && share.path.ends_with('/'))
             share.path.pop_back();
         if (share.path.empty() && share.defect.empty())
-            share.defect = "it names no directory";
+            share.defect = base::tr("it names no directory");
         shares.push_back(std::move(share));
     });
     return shares;

@@ -2,6 +2,7 @@
 // Swap and dump files.
 #include <sys/stat.h>
 
+#include "base/translation.hpp"
 #include "server/checks/client_needs.hpp"
 #include "server/checks/subjects.hpp"
 
@@ -33,19 +34,20 @@ Findings swap_files_of_client(const Snapshot &server, const CheckedClient &clien
                  .client = client.name,
                  .where = path,
                  .what = what,
-                 .why = swap ? client.name + " has no room to swap, and stops when its memory is full"
-                             : client.name + " cannot keep a dump of a crash",
+                 .why = swap ? base::tr("{1} has no room to swap, and stops when its memory is full",
+                                        client.name)
+                             : base::tr("{1} cannot keep a dump of a crash", client.name),
                  .repair = repair});
         };
         struct stat file {};
         if (lstat(path.c_str(), &file) != 0) {
-            add(Severity::error, "the " + need.key + " file of " + client.name + " is missing", again);
+            add(Severity::error, base::tr("the {1} file of {2} is missing", need.key, client.name), again);
             continue;
         }
         if (S_ISLNK(file.st_mode)) {
             add(Severity::error,
-                "the " + need.key + " file of " + client.name +
-                    " is a link, which the client follows on its own side",
+                base::tr("the {1} file of {2} is a link, which the client follows on its own side", need.key,
+                         client.name),
                 again);
             continue;
         }
@@ -54,22 +56,23 @@ Findings swap_files_of_client(const Snapshot &server, const CheckedClient &clien
             continue;
         }
         if (!S_ISREG(file.st_mode)) {
-            add(Severity::error, "the " + need.key + " file of " + client.name + " is no plain file", again);
+            add(Severity::error, base::tr("the {1} file of {2} is no plain file", need.key, client.name),
+                again);
             continue;
         }
         if (swap && file.st_size < smallest_swap)
             add(Severity::error,
-                file.st_size == 0 ? "it is empty"
-                                  : "it has " + std::to_string(file.st_size) + " bytes, less than a page",
+                file.st_size == 0 ? base::tr("it is empty")
+                                  : base::tr("it has {1} bytes, less than a page", file.st_size),
                 "truncate -s 32M " + path);
         if ((file.st_mode & 0600) != 0600)
-            add(Severity::warning, "its owner may not read and write it", "chmod 600 " + path);
+            add(Severity::warning, base::tr("its owner may not read and write it"), "chmod 600 " + path);
         else if ((file.st_mode & 0007) != 0)
             add(Severity::warning,
-                "everybody may read or write it, and the memory of " + client.name + " is in it",
+                base::tr("everybody may read or write it, and the memory of {1} is in it", client.name),
                 "chmod 600 " + path);
         if (file.st_uid != 0)
-            add(Severity::warning, "it belongs to user " + std::to_string(file.st_uid) + ", not to root",
+            add(Severity::warning, base::tr("it belongs to user {1}, not to root", file.st_uid),
                 "chown root " + path);
     }
     return found;

@@ -13,6 +13,7 @@
 #include "base/files.hpp"
 #include "base/program.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/boot_area.hpp"
 #include "server/checks/daemon_findings.hpp"
 #include "server/checks/subjects.hpp"
@@ -25,7 +26,9 @@ namespace {
 
 constexpr std::uint16_t tftp_port = 69;
 constexpr const char *start = "in.tftpd --listen --ipv4 --secure /tftpboot";
-constexpr const char *nothing = "no client gets its boot program";
+const char *nothing() {
+    return base::tr("no client gets its boot program");
+}
 
 std::string value_of(const std::vector<std::string> &arguments, char flag, std::string_view long_name) {
     Daemon daemon;
@@ -43,11 +46,11 @@ std::string start_anew(const Snapshot &server) {
     return "kill " + std::to_string(server.tftp.daemon->process.pid) + "; sleep 1; " + start;
 }
 
-Finding wrong(const Snapshot &server, const std::string &what, const std::string &why = nothing) {
+Finding wrong(const Snapshot &server, const std::string &what, const std::string &why = nothing()) {
     return {.stage = Stage::boot_program,
             .where = server.tftp.on_demand
                          ? "/etc/inetd.conf:" + std::to_string(server.tftp.line)
-                         : "in.tftpd, process " + std::to_string(server.tftp.daemon->process.pid),
+                         : base::tr("in.tftpd, process {1}", server.tftp.daemon->process.pid),
             .what = what,
             .why = why,
             .repair = start_anew(server)};
@@ -60,7 +63,7 @@ Finding none_runs(const Snapshot &server) {
                         .programs = {"/usr/sbin/in.tftpd", "/usr/sbin/atftpd"},
                         .package = "tftpd-hpa",
                         .stage = Stage::boot_program,
-                        .why = nothing,
+                        .why = nothing(),
                         .start = start};
     Finding finding = *defect_of_daemon(wanted);
     std::size_t number = 0;
@@ -73,11 +76,11 @@ Finding none_runs(const Snapshot &server) {
         const std::string place = std::to_string(number);
         finding.where = "/etc/inetd.conf:" + place;
         if (line.starts_with('#') && !inetd.empty()) {
-            finding.what = "the line of tftp is a comment, and no TFTP daemon runs";
+            finding.what = base::tr("the line of tftp is a comment, and no TFTP daemon runs");
             finding.repair = "sed -i '" + place + "s/^[# \\t]*//' /etc/inetd.conf && kill -HUP " +
                              std::to_string(inetd.front()->process.pid);
         } else if (!line.starts_with('#')) {
-            finding.what = "TFTP is to be started by inetd, which does not run";
+            finding.what = base::tr("TFTP is to be started by inetd, which does not run");
             finding.repair = "inetd";
         }
     });
@@ -118,8 +121,8 @@ void check_options(Findings &found, const Snapshot &server) {
     if (!address.empty() && !tftp.on_demand) {
         const BoundTo place = bound_to(address);
         if (place.port != tftp_port) {
-            found.push_back(wrong(server, "it listens on port " + std::to_string(place.port) +
-                                              ", and clients ask port 69"));
+            found.push_back(
+                wrong(server, base::tr("it listens on port {1}, and clients ask port 69", place.port)));
             return;
         }
         const auto number =
@@ -133,9 +136,9 @@ void check_options(Findings &found, const Snapshot &server) {
             if (!number || server.network.in_network_of(*number) != interface ||
                 !server.network.is_own(*number)) {
                 found.push_back(wrong(server,
-                                      "it listens at " + address + " only, where no question of " +
-                                          client.name + " arrives",
-                                      client.name + " gets no boot program"));
+                                      base::tr("it listens at {1} only, where no question of {2} arrives",
+                                               address, client.name),
+                                      base::tr("{1} gets no boot program", client.name)));
                 found.back().client = client.name;
             }
         }
@@ -146,15 +149,15 @@ void check_options(Findings &found, const Snapshot &server) {
         });
     };
     if (has_word({"-6", "--ipv6"}) && !has_word({"-4", "--ipv4"}))
-        found.push_back(wrong(server, "it serves IPv6 only"));
+        found.push_back(wrong(server, base::tr("it serves IPv6 only")));
     if (const std::string user = value_of(tftp.arguments, 'u', "user");
         !user.empty() && getpwnam(user.c_str()) == nullptr)
-        found.push_back(wrong(server, "its user " + user + " does not exist"));
+        found.push_back(wrong(server, base::tr("its user {1} does not exist", user)));
     if (const std::string map = value_of(tftp.arguments, 'm', "map-file");
         !map.empty() && access(map.c_str(), R_OK) != 0)
-        found.push_back(wrong(server, "its map file " + map + " cannot be read"));
+        found.push_back(wrong(server, base::tr("its map file {1} cannot be read", map)));
     if (const std::string refused = value_of(tftp.arguments, 'r', "refuse"); refused == "octet")
-        found.push_back(wrong(server, "it was told to refuse transfers of mode octet"));
+        found.push_back(wrong(server, base::tr("it was told to refuse transfers of mode octet")));
     const bool our_daemon = tftp.on_demand
                                 ? !tftp.arguments.empty() && (tftp.arguments[0].ends_with("in.tftpd") ||
                                                               tftp.arguments[0].ends_with("/in.tftpd"))
@@ -163,9 +166,10 @@ void check_options(Findings &found, const Snapshot &server) {
         return;
     if (!tftp.confined)
         found.push_back(wrong(
-            server, "it runs without --secure, and hands out nothing that is asked for by a bare name"));
+            server,
+            base::tr("it runs without --secure, and hands out nothing that is asked for by a bare name")));
     if (tftp.directory.empty())
-        found.push_back(wrong(server, "it was given no directory"));
+        found.push_back(wrong(server, base::tr("it was given no directory")));
 }
 
 void check_directory(Findings &found, const Snapshot &server) {
@@ -175,11 +179,12 @@ void check_directory(Findings &found, const Snapshot &server) {
     if (tftp.directory.empty())
         return;
     if (!fs::is_directory(directory, error)) {
-        found.push_back(wrong(server, "the directory that it serves, " + tftp.directory + ", is not there"));
+        found.push_back(
+            wrong(server, base::tr("the directory that it serves, {1}, is not there", tftp.directory)));
         return;
     }
     if (const std::string shut = shut_directory(directory); !shut.empty() && shut != server.boot_area.path) {
-        found.push_back(wrong(server, "its user may not search " + shut));
+        found.push_back(wrong(server, base::tr("its user may not search {1}", shut)));
         found.back().repair = "chmod a+x " + shut;
     }
     if (fs::equivalent(directory, tftpboot, error) || error)
@@ -188,8 +193,8 @@ void check_directory(Findings &found, const Snapshot &server) {
     for (const CheckedClient &client : server.clients)
         if (!client.digits.empty() && !fs::exists(directory / client.digits, error) &&
             fs::is_symlink(fs::path(tftpboot) / client.digits, error)) {
-            found.push_back(wrong(server, "it serves " + tftp.directory +
-                                              ", and the clients' boot programs are in " + tftpboot));
+            found.push_back(wrong(server, base::tr("it serves {1}, and the clients' boot programs are in {2}",
+                                                   tftp.directory, tftpboot)));
             return;
         }
 }
@@ -208,20 +213,20 @@ void check_answer(Findings &found, const Snapshot &server) {
     if (!server.tftp_question || !found.empty())
         return;
     const TftpQuestion &question = *server.tftp_question;
-    const std::string asked = question.name + ", asked for at " + ipv4_text(question.address);
+    const std::string asked = base::tr("{1}, asked for at {2}", question.name, ipv4_text(question.address));
     if (question.answer.answer == Answer::silent &&
         (is_denied(server, "in.tftpd", question.address) ||
          is_filtered_here(server, "udp", tftp_port, question.address)))
         return; // the question never came to it, which is told where it is stopped
     if (question.answer.answer == Answer::silent)
-        found.push_back(wrong(server, "it does not answer: " + asked));
+        found.push_back(wrong(server, base::tr("it does not answer: {1}", asked)));
     else if (question.answer.answer == Answer::refused)
-        found.push_back(
-            wrong(server, "it refuses " + asked +
-                              (question.answer.error.empty() ? "" : ": " + question.answer.error)));
+        found.push_back(wrong(server, question.answer.error.empty()
+                                          ? base::tr("it refuses {1}", asked)
+                                          : base::tr("it refuses {1}: {2}", asked, question.answer.error)));
     else if (server.tftp.confined && question.answer.block != first_block(server.boot_area, question.name))
-        found.push_back(wrong(server, "it hands out something else than " + server.boot_area.path +
-                                          " holds for " + question.name));
+        found.push_back(wrong(server, base::tr("it hands out something else than {1} holds for {2}",
+                                               server.boot_area.path, question.name)));
 }
 
 // "process N (NAME)" that holds the port; looked for among all processes, and only when something is wrong.
@@ -244,11 +249,12 @@ Findings by_stranger(const Snapshot &server) {
     return {
         {.stage = Stage::boot_program,
          .where = "port 69",
-         .what = "it is held by " +
-                 (holder.empty() ? "a program that is no TFTP daemon"
-                                 : "process " + pid + ", " + holder.substr(pid.size() + 1)) +
-                 ", which does not hand out " + server.tftp_question->name,
-         .why = nothing,
+         .what = holder.empty()
+                     ? base::tr("it is held by a program that is no TFTP daemon, which does not hand out {1}",
+                                server.tftp_question->name)
+                     : base::tr("it is held by process {1}, {2}, which does not hand out {3}", pid,
+                                holder.substr(pid.size() + 1), server.tftp_question->name),
+         .why = nothing(),
          .repair = (holder.empty() ? "ss -lunp 'sport = :69'; " : "kill " + pid + "; sleep 1; ") + start}};
 }
 
@@ -272,26 +278,29 @@ Findings tftp_of_server(const Snapshot &server) {
                         .programs = {},
                         .package = {},
                         .stage = Stage::boot_program,
-                        .why = nothing,
+                        .why = nothing(),
                         .start = start};
     if (auto defect = defect_of_daemon(wanted))
         return {*defect};
     Findings found;
     if (tftp.on_demand && access(tftp.program.c_str(), X_OK) != 0 && tftp.program != "internal")
-        found.push_back(wrong(server, "its program, " + tftp.program + ", is not there"));
+        found.push_back(wrong(server, base::tr("its program, {1}, is not there", tftp.program)));
     if (tftp.on_demand && tftp.confined && tftp.user != "root")
-        found.push_back(wrong(server, "it is started as " + tftp.user + ", who may not confine it with -s"));
+        found.push_back(
+            wrong(server, base::tr("it is started as {1}, who may not confine it with -s", tftp.user)));
     if (tftp.on_demand && !tftp.waits)
-        found.push_back(wrong(server, "the line says nowait, so that inetd starts one daemon after another"));
+        found.push_back(
+            wrong(server, base::tr("the line says nowait, so that inetd starts one daemon after another")));
     if (!found.empty())
         return found;
     check_options(found, server);
     check_directory(found, server);
     const auto sockets = server.daemons.on_port(Socket::Kind::udp, tftp_port);
     if (found.empty() && sockets.empty())
-        found.push_back(wrong(server, tftp.on_demand
-                                          ? "inetd does not listen on port 69: it has not read the line yet"
-                                          : "nobody listens on port 69"));
+        found.push_back(
+            wrong(server, tftp.on_demand
+                              ? base::tr("inetd does not listen on port 69: it has not read the line yet")
+                              : base::tr("nobody listens on port 69")));
     check_answer(found, server);
     return found;
 }
