@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 
 namespace hostadm::rehearsal {
 
@@ -17,17 +18,17 @@ constexpr Time patience{1.5};
 std::string meaning_of_silence(Stage stage) {
     switch (stage) {
     case Stage::address:
-        return "nobody who hears it knows its Ethernet address, or its boot file is missing";
+        return base::tr("nobody who hears it knows its Ethernet address, or its boot file is missing");
     case Stage::boot_program:
-        return "no TFTP daemon runs or hears it";
+        return base::tr("no TFTP daemon runs or hears it");
     case Stage::name:
-        return "rpcbind does not hand broadcasts on, or rpc.bootparamd does not know the client";
+        return base::tr("rpcbind does not hand broadcasts on, or rpc.bootparamd does not know the client");
     case Stage::parameters:
-        return "rpc.bootparamd has no such entry, or cannot resolve the server that it names";
+        return base::tr("rpc.bootparamd has no such entry, or cannot resolve the server that it names");
     case Stage::root:
-        return "the mount daemon does not run or hear it";
+        return base::tr("the mount daemon does not run or hear it");
     default:
-        return "the NFS server does not run or hear it";
+        return base::tr("the NFS server does not run or hear it");
     }
 }
 
@@ -50,11 +51,10 @@ BootLog::Client *BootLog::client_of(Time now, const Heard &heard) {
         client.name = key;
         if (!is_known)
             say(now, client,
-                "is unknown here; to make it a client: hostadm run client/add_diskless hostname=NAME "
-                "address=ADDRESS ethernet=" +
-                    heard.ethernet +
-                    " instruction_set=SET implementation_arch=ARCH os_name=NAME os_version=VERSION "
-                    "tree=DIRECTORY");
+                base::tr("is unknown here; to make it a client: hostadm run client/add_diskless "
+                         "hostname=NAME address=ADDRESS ethernet={1} instruction_set=SET "
+                         "implementation_arch=ARCH os_name=NAME os_version=VERSION tree=DIRECTORY",
+                         heard.ethernet));
     }
     return &client;
 }
@@ -82,9 +82,7 @@ void BootLog::hear(Time now, const Heard &heard) {
         question->second.asked = now;
     client->last = heard.text;
     if (heard.kind == Heard::Kind::failure) {
-        // Programs look for many files that need not be there.
-        const bool is_usual = heard.text.ends_with("no such file");
-        if (heard.stage != Stage::start || (!is_usual && client->said.insert(heard.text).second))
+        if (heard.stage != Stage::start || (!heard.is_usual && client->said.insert(heard.text).second))
             say(now, *client, heard.text);
         return;
     }
@@ -92,7 +90,7 @@ void BootLog::hear(Time now, const Heard &heard) {
     if (heard.stage != Stage::start)
         say(now, *client, heard.text);
     else if (client->said.insert("root").second)
-        say(now, *client, "works with the files of its root (NFS)");
+        say(now, *client, base::tr("works with the files of its root (NFS)"));
 }
 
 void BootLog::look_at_silences(Time now) {
@@ -105,20 +103,21 @@ void BootLog::look_at_silences(Time now) {
             if (why.empty())
                 why = meaning_of_silence(question.stage);
             say(now, client,
-                "gets no answer: it asked for " + topic + " " +
-                    (question.times == 1 ? "once" : std::to_string(question.times) + " times") + "; " + why);
+                base::tr_n(question.times, "gets no answer: it asked for {2} once; {3}",
+                           "gets no answer: it asked for {2} {1} times; {3}", topic, why));
         }
 }
 
 void BootLog::tell_end(Time now) {
     for (const auto &[key, client] : clients_) {
-        const std::string reached = client.reached < 0 ? "came nowhere"
-                                                       : std::string("came as far as: ") +
-                                                             name_of(static_cast<Stage>(client.reached));
-        say(now, client, reached + (client.last.empty() ? "" : " (it " + client.last + ")"));
+        const std::string reached =
+            client.reached < 0
+                ? base::tr("came nowhere")
+                : base::tr("came as far as: {1}", base::tr(name_of(static_cast<Stage>(client.reached))));
+        say(now, client, client.last.empty() ? reached : base::tr("{1} (it {2})", reached, client.last));
     }
     if (clients_.empty())
-        tell_(now, "nobody asked for anything");
+        tell_(now, base::tr("nobody asked for anything"));
 }
 
 bool BootLog::somebody_started() const {

@@ -6,6 +6,8 @@
 #include <netinet/in.h>
 #include <rpc/pmap_prot.h> // behind rpc.h, whose types it needs
 
+#include "base/translation.hpp"
+
 namespace hostadm::rehearsal {
 
 namespace {
@@ -88,9 +90,9 @@ Reply ask(const Way &way, std::uint32_t procedure, std::vector<char> arguments) 
     if (way.directly) {
         const auto port = registered_port(way.address, bootparams_program, version, IPPROTO_UDP);
         if (!port)
-            return {.kind = Reply::Kind::silence, .reason = "the port mapper does not answer"};
+            return {.kind = Reply::Kind::silence, .reason = base::tr("the port mapper does not answer")};
         if (*port == 0)
-            return {.kind = Reply::Kind::refused, .reason = "the service is not registered"};
+            return {.kind = Reply::Kind::refused, .reason = base::tr("the service is not registered")};
         question.port = *port;
         question.from_anywhere = false;
         question.program = bootparams_program;
@@ -105,7 +107,8 @@ Reply ask(const Way &way, std::uint32_t procedure, std::vector<char> arguments) 
         if (auto results = handed_back(reply.results))
             reply.results = std::move(*results);
         else
-            reply = {.kind = Reply::Kind::refused, .reason = "the port mapper's answer makes no sense"};
+            reply = {.kind = Reply::Kind::refused,
+                     .reason = base::tr("the port mapper's answer makes no sense")};
     }
     return reply;
 }

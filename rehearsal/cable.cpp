@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <unistd.h>
 
+#include "base/translation.hpp"
 #include "rehearsal/command.hpp"
 
 namespace hostadm::rehearsal {
@@ -16,28 +17,28 @@ namespace hostadm::rehearsal {
 namespace {
 
 [[noreturn]] void fail(const std::string &step) {
-    throw std::runtime_error("cannot " + step + ": " + std::strerror(errno));
+    throw std::runtime_error(base::tr("not possible: {1}: {2}", step, std::strerror(errno)));
 }
 
 base::Descriptor this_name_space() {
     base::Descriptor here(open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC));
     if (!here.is_open())
-        fail("open the network name space");
+        fail(base::tr("open the network name space"));
     return here;
 }
 
 void enter(const base::Descriptor &name_space) {
     if (setns(name_space.get(), CLONE_NEWNET) != 0)
-        fail("change the network name space");
+        fail(base::tr("change the network name space"));
 }
 
 void ip(const std::string &lines) {
     const base::Answer said = ask({"ip", "-batch", "-"}, lines);
     if (said.ending.not_found())
-        throw std::runtime_error("the program ip is not installed; install the package iproute2");
+        throw std::runtime_error(base::tr("the program ip is not installed; install the package iproute2"));
     if (!said.ending.well())
-        throw std::runtime_error("the cable cannot be laid: " +
-                                 said.errors.substr(0, said.errors.find('\n')));
+        throw std::runtime_error(
+            base::tr("the cable cannot be laid: {1}", said.errors.substr(0, said.errors.find('\n'))));
 }
 
 std::string addresses_of(const Interface &interface) {
@@ -60,7 +61,7 @@ std::string attributes_of(const Interface &interface) {
 Cable::Cable(const Network &network, const std::string &interface, const std::string &client_ethernet)
     : server_(this_name_space()) {
     if (unshare(CLONE_NEWNET) != 0)
-        fail("make a network name space");
+        fail(base::tr("make a network name space"));
     client_ = this_name_space();
     go_to_server();
 
@@ -89,9 +90,9 @@ Cable::Cable(const Network &network, const std::string &interface, const std::st
     if (!more.empty())
         ask({"ip", "-force", "-batch", "-"}, more); // one for an interface that is down cannot be had there
     if (!network.filter.empty() && !ask({"nft", "-f", "-"}, network.filter).ending.well())
-        not_copied_ = "the rules of the packet filter (nft -f refuses them in a private network)";
+        not_copied_ = base::tr("the rules of the packet filter (nft -f refuses them in a private network)");
     if (!network.old_filter.empty() && !ask({"iptables-legacy-restore"}, network.old_filter).ending.well())
-        not_copied_ = "the rules of the older packet filter";
+        not_copied_ = base::tr("the rules of the older packet filter");
 
     go_to_client();
     ip("link set lo up\nlink set " + std::string(client_interface) +

@@ -8,6 +8,7 @@
 
 #include "base/files.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "rehearsal/unit_file.hpp"
 
 namespace hostadm::rehearsal {
@@ -103,7 +104,7 @@ bool take_running(DaemonStart &start, const base::Process *process) {
     start.pid = process->pid;
     start.program = executable_of(*process);
     start.words = process->arguments;
-    start.origin = "process " + std::to_string(process->pid);
+    start.origin = base::tr("{1}, process {2}", start.name, process->pid);
     return true;
 }
 

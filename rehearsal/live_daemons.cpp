@@ -9,6 +9,7 @@
 
 #include "base/files.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "rehearsal/rehearsal.hpp"
 #include "rehearsal/tftp.hpp"
 #include "server/boot_area.hpp"
@@ -40,7 +41,7 @@ struct Live {
     void find(Stage stage, const DaemonStart &daemon, const std::string &what, const std::string &why,
               const std::string &repair) {
         const std::string where =
-            daemon.pid == 0 ? daemon.name : daemon.name + ", process " + std::to_string(daemon.pid);
+            daemon.pid == 0 ? daemon.name : base::tr("{1}, process {2}", daemon.name, daemon.pid);
         findings.push_back({.check = "live daemons",
                             .severity = Severity::error,
                             .stage = stage,
@@ -102,13 +103,15 @@ char state_of(int pid) {
 bool is_missing_or_stopped(Live &live, const DaemonStart &daemon) {
     const Stage stage = stage_of(daemon.service);
     if (!daemon.runs) {
-        live.find(stage, daemon, "it does not run", live.client.name + " gets no answer from it",
+        live.find(stage, daemon, base::tr("it does not run"),
+                  base::tr("{1} gets no answer from it", live.client.name),
                   daemon.program.empty() ? "apt-get install " + daemon.package : start_command(daemon));
         return true;
     }
     if (daemon.pid != 0 && state_of(daemon.pid) == 'T') {
-        live.find(stage, daemon, "it is stopped, and answers nothing until it goes on",
-                  live.client.name + " gets no answer from it", "kill -CONT " + std::to_string(daemon.pid));
+        live.find(stage, daemon, base::tr("it is stopped, and answers nothing until it goes on"),
+                  base::tr("{1} gets no answer from it", live.client.name),
+                  "kill -CONT " + std::to_string(daemon.pid));
         return true;
     }
     return false;
@@ -133,10 +136,11 @@ void compare_reverse_arp(Live &live) {
     });
     if (!listens)
         live.find(Stage::address, daemon,
-                  elsewhere ? "it listens on another interface than " + interface->name +
-                                  ": it was started for that one, or before " + interface->name + " was there"
-                            : "it does not listen for reverse ARP",
-                  live.client.name + " gets no address", restart_command(daemon));
+                  elsewhere ? base::tr("it listens on another interface than {1}: it was started for that "
+                                       "one, or before {2} was there",
+                                       interface->name, interface->name)
+                            : base::tr("it does not listen for reverse ARP"),
+                  base::tr("{1} gets no address", live.client.name), restart_command(daemon));
 }
 
 void compare_tftp(Live &live) {
@@ -150,16 +154,22 @@ void compare_tftp(Live &live) {
         const Fetched fetched = fetch_by_tftp(live.server, file, "", 1200ms);
         if (fetched.silent) {
             live.find(Stage::boot_program, daemon,
-                      "it does not answer on " + live.server + ", where the same daemon in the rehearsal did",
-                      live.client.name + " loads no boot program", restart_command(daemon));
+                      base::tr("it does not answer on {1}, where the same daemon in the rehearsal did",
+                               live.server),
+                      base::tr("{1} loads no boot program", live.client.name), restart_command(daemon));
             return;
         }
         if (!fetched.whole || fingerprint(fetched.content) != rehearsed) {
             live.find(Stage::boot_program, daemon,
-                      "it does not give " + file + " as it did in the rehearsal: " +
-                          (fetched.whole ? "the file is another one" : fetched.reason) +
-                          "; it was started with other settings or in another directory",
-                      live.client.name + " loads no boot program, or a wrong one", restart_command(daemon));
+                      fetched.whole
+                          ? base::tr("it does not give {1} as it did in the rehearsal: the file is another "
+                                     "one; it was started with other settings or in another directory",
+                                     file)
+                          : base::tr("it does not give {1} as it did in the rehearsal: {2}; it was started "
+                                     "with other settings or in another directory",
+                                     file, fetched.reason),
+                      base::tr("{1} loads no boot program, or a wrong one", live.client.name),
+                      restart_command(daemon));
             return;
         }
     }
@@ -172,8 +182,8 @@ void compare_names(Live &live) {
     if (is_missing_or_stopped(live, daemon) || mapper_missing)
         return;
     if (!answers(live.server, port_mapper_program, 2)) {
-        live.find(Stage::name, mapper, "it does not answer on " + live.server,
-                  "no client finds any service of this server", restart_command(mapper));
+        live.find(Stage::name, mapper, base::tr("it does not answer on {1}", live.server),
+                  base::tr("no client finds any service of this server"), restart_command(mapper));
         return;
     }
     const std::string rehearsed = live.seen("whoami");
@@ -187,17 +197,17 @@ void compare_names(Live &live) {
                      live.client.address);
         const DaemonStart &silent = direct.result ? mapper : daemon;
         live.find(Stage::name, silent,
-                  direct.result ? "it does not hand WHOAMI on, as it did in the rehearsal"
-                                : "it does not answer WHOAMI, as it did in the rehearsal",
-                  live.client.name + " does not learn its name", restart_command(silent));
+                  direct.result ? base::tr("it does not hand WHOAMI on, as it did in the rehearsal")
+                                : base::tr("it does not answer WHOAMI, as it did in the rehearsal"),
+                  base::tr("{1} does not learn its name", live.client.name), restart_command(silent));
         return;
     }
     if (answer.result->name + ' ' + answer.result->router != rehearsed)
         live.find(Stage::name, daemon,
-                  "it tells " + live.client.name + " the name and router " + answer.result->name + ' ' +
-                      answer.result->router + ", and in the rehearsal " + rehearsed +
-                      ": it was started with other settings",
-                  live.client.name + " boots with these", restart_command(daemon));
+                  base::tr("it tells {1} the name and router {2}{3}{4}, and in the rehearsal {5}: it was "
+                           "started with other settings",
+                           live.client.name, answer.result->name, ' ', answer.result->router, rehearsed),
+                  base::tr("{1} boots with these", live.client.name), restart_command(daemon));
     for (const server::BootparamsItem &item : live.client.items) {
         const std::string expected = live.seen("getfile " + item.key);
         if (expected.empty())
@@ -208,9 +218,9 @@ void compare_names(Live &live) {
         if (told == expected)
             continue;
         live.find(Stage::parameters, daemon,
-                  "it tells " + told + " for the " + item.key + " of " + live.client.name +
-                      ", and in the rehearsal " + expected,
-                  live.client.name + " does not find its " + item.key, restart_command(daemon));
+                  base::tr("it tells {1} for the {2} of {3}, and in the rehearsal {4}", told, item.key,
+                           live.client.name, expected),
+                  base::tr("{1} does not find its {2}", live.client.name, item.key), restart_command(daemon));
         return;
     }
 }
@@ -309,19 +319,20 @@ void compare_settings_of_nfs_server(Live &live, const DaemonStart &daemon) {
     const std::time_t read = std::max(start_of_process(daemon.pid), last_reading(log));
     if (base::file_contents(log).empty() || read == 0 || change_of(settings) <= read + clocks_differ)
         return;
-    live.find(Stage::root, daemon, "it has not read " + settings + " since that was changed",
-              live.client.name + " is served by the old settings", "kill -HUP " + std::to_string(daemon.pid));
+    live.find(Stage::root, daemon, base::tr("it has not read {1} since that was changed", settings),
+              base::tr("{1} is served by the old settings", live.client.name),
+              "kill -HUP " + std::to_string(daemon.pid));
 }
 
 void compare_exports(Live &live) {
     const DaemonStart &daemon = live.daemon(Service::nfs);
     if (is_missing_or_stopped(live, daemon))
         return;
-    for (const auto &[program, what] :
-         {std::pair(mount_program, "the mount daemon"), std::pair(nfs_program, "the NFS server")})
+    for (const auto &[program, what] : {std::pair(mount_program, base::tr("the mount daemon")),
+                                        std::pair(nfs_program, base::tr("the NFS server"))})
         if (!answers(live.server, program, 3)) {
-            live.find(Stage::root, daemon, std::string(what) + " does not answer on " + live.server,
-                      live.client.name + " cannot mount its root", restart_command(daemon));
+            live.find(Stage::root, daemon, base::tr("{1} does not answer on {2}", what, live.server),
+                      base::tr("{1} cannot mount its root", live.client.name), restart_command(daemon));
             return;
         }
     compare_settings_of_nfs_server(live, daemon);
@@ -333,18 +344,19 @@ void compare_exports(Live &live) {
     if (const std::string rehearsed = live.seen("exports"); !rehearsed.empty()) {
         if (in_one_line(*list) != rehearsed)
             live.find(Stage::root, daemon,
-                      "it exports " + in_one_line(*list) + ", and in the rehearsal " + rehearsed +
-                          ": it has not read its settings since they were changed",
-                      live.client.name + " is served by the old settings",
+                      base::tr("it exports {1}, and in the rehearsal {2}: it has not read its settings since "
+                               "they were changed",
+                               in_one_line(*list), rehearsed),
+                      base::tr("{1} is served by the old settings", live.client.name),
                       daemon.pid == 0 ? "exportfs -ra" : "kill -HUP " + std::to_string(daemon.pid));
         return;
     }
     bool to_others = false;
     if (!exports(*list, root->path, live.client, to_others))
         live.find(Stage::root, daemon,
-                  to_others ? "it exports " + root->path + ", but not to " + live.client.name
-                            : "it does not export " + root->path,
-                  live.client.name + " cannot mount its root",
+                  to_others ? base::tr("it exports {1}, but not to {2}", root->path, live.client.name)
+                            : base::tr("it does not export {1}", root->path),
+                  base::tr("{1} cannot mount its root", live.client.name),
                   "hostadm run filesystem/share path=" + root->path + " options=rw=" + live.client.name +
                       ",root=" + live.client.name);
 }

@@ -12,6 +12,8 @@
 #include <sys/time.h>
 #include <unistd.h>
 #include <vector>
+
+#include "base/translation.hpp"
 // Behind the system's headers, which it does not include itself.
 #include <nfsc/libnfs.h>
 
@@ -85,7 +87,7 @@ struct NfsDirectory::Context {
         while (!waiting.done) {
             pollfd wire{nfs_get_fd(nfs), static_cast<short>(nfs_which_events(nfs)), 0};
             if (Clock::now() >= end)
-                fail(ETIMEDOUT, "no answer");
+                fail(ETIMEDOUT, base::tr("no answer"));
             if (poll(&wire, 1, 50) < 0 && errno != EINTR)
                 fail(errno, "");
             if (nfs_service(nfs, wire.revents) < 0 && !waiting.done)
@@ -246,7 +248,7 @@ NfsFile NfsDirectory::try_writing(const std::string &path, const std::string &co
     const std::string back = read(path, content.size() + 1);
     context_->wait([&](nfs_cb done, void *of) { return nfs_unlink_async(nfs, path.c_str(), done, of); });
     if (back != content)
-        throw NfsFailure(EIO, "what was written is not what is read back");
+        throw NfsFailure(EIO, base::tr("what was written is not what is read back"));
     return written;
 }
 

@@ -9,6 +9,7 @@
 #include "base/descriptor.hpp"
 #include "base/files.hpp"
 #include "base/this_host.hpp"
+#include "base/translation.hpp"
 #include "hostadm/sandbox.hpp"
 #include "rehearsal/walked_json.hpp"
 #include "server/host_tables.hpp"
@@ -30,7 +31,8 @@ std::string interface_for(const Network &network, const std::string &address) {
         if (interface.up)
             return interface.name;
     if (network.interfaces.empty())
-        throw std::runtime_error("this server has no network interface to which a client's cable could lead");
+        throw std::runtime_error(
+            base::tr("this server has no network interface to which a client's cable could lead"));
     return network.interfaces.front().name;
 }
 
@@ -99,13 +101,13 @@ Rehearsed rehearse(const std::string &name, Settings settings,
         throw std::runtime_error("interrupted");
     const Json json = Json::parse(base::read_whole(result.get()).value_or(""), nullptr, false);
     if (json.is_discarded() || json.empty())
-        throw std::runtime_error(outcome.timed_out ? "it had not ended when the time limit passed"
-                                                   : "it was cut off in its throwaway root");
+        throw std::runtime_error(outcome.timed_out ? base::tr("it had not ended when the time limit passed")
+                                                   : base::tr("it was cut off in its throwaway root"));
     if (json.contains("failure"))
         throw std::runtime_error(json["failure"]);
     rehearsed.walked = walked_of(json);
     for (const std::string &point : outcome.read_only)
-        rehearsed.walked.not_tried.push_back("writing to " + point + ": it cannot be layered");
+        rehearsed.walked.not_tried.push_back(base::tr("writing to {1}: it cannot be layered", point));
     for (server::Finding &finding : differences_of_live_daemons(client, network, rehearsed.walked))
         rehearsed.walked.findings.push_back(std::move(finding));
     rehearsed.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();

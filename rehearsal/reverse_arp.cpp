@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "base/descriptor.hpp"
+#include "base/translation.hpp"
 
 namespace hostadm::rehearsal {
 
@@ -34,7 +35,7 @@ struct Packet {
 static_assert(sizeof(Packet) == 28);
 
 [[noreturn]] void fail(const std::string &step) {
-    throw std::runtime_error("cannot " + step + ": " + std::strerror(errno));
+    throw std::runtime_error(base::tr("not possible: {1}: {2}", step, std::strerror(errno)));
 }
 
 template <typename From, typename To> void copy(const From &from, To &to) {
@@ -90,11 +91,11 @@ std::vector<OwnAddressAnswer> ask_own_address(const std::string &interface,
                                               std::chrono::milliseconds patience, int tries) {
     const base::Descriptor wire(socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, htons(reverse_arp_type)));
     if (!wire.is_open())
-        fail("make a packet socket");
+        fail(base::tr("make a packet socket"));
     ifreq request{};
     interface.copy(request.ifr_name, sizeof request.ifr_name - 1);
     if (ioctl(wire.get(), SIOCGIFHWADDR, &request) != 0)
-        fail("read the Ethernet address of " + interface);
+        fail(base::tr("read the Ethernet address of {1}", interface));
     ReverseArp question;
     std::copy_n(request.ifr_hwaddr.sa_data, question.sender_ethernet.size(),
                 question.sender_ethernet.begin());
@@ -105,7 +106,7 @@ std::vector<OwnAddressAnswer> ask_own_address(const std::string &interface,
     here.sll_protocol = htons(reverse_arp_type);
     here.sll_ifindex = static_cast<int>(if_nametoindex(interface.c_str()));
     if (bind(wire.get(), reinterpret_cast<const sockaddr *>(&here), sizeof here) != 0)
-        fail("listen on " + interface);
+        fail(base::tr("listen on {1}", interface));
     sockaddr_ll everybody = here;
     everybody.sll_halen = 6;
     std::fill_n(everybody.sll_addr, 6, 0xff);
@@ -115,7 +116,7 @@ std::vector<OwnAddressAnswer> ask_own_address(const std::string &interface,
     for (int asked = 0; asked < tries && answers.empty(); ++asked) {
         if (sendto(wire.get(), bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr *>(&everybody),
                    sizeof everybody) < 0)
-            fail("send on " + interface);
+            fail(base::tr("send on {1}", interface));
         auto end = Clock::now() + patience;
         for (;;) {
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();

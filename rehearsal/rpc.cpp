@@ -12,6 +12,8 @@
 #include <unistd.h>
 
 #include "base/descriptor.hpp"
+#include "base/text.hpp"
+#include "base/translation.hpp"
 
 namespace hostadm::rehearsal {
 
@@ -51,15 +53,15 @@ std::vector<char> message(const Call &call, std::uint32_t transaction) {
 const char *in_words(accept_stat state) {
     switch (state) {
     case PROG_UNAVAIL:
-        return "the program is not there";
+        return base::tr("the program is not there");
     case PROG_MISMATCH:
-        return "it speaks other versions";
+        return base::tr("it speaks other versions");
     case PROC_UNAVAIL:
-        return "it does not know the procedure";
+        return base::tr("it does not know the procedure");
     case GARBAGE_ARGS:
-        return "it did not understand the question";
+        return base::tr("it did not understand the question");
     default:
-        return "it reports an error of its system";
+        return base::tr("it reports an error of its system");
     }
 }
 
@@ -77,7 +79,7 @@ std::optional<Reply> read_reply(const std::vector<char> &datagram, std::uint32_t
         used = xdr_getpos(xdr);
         if (head.rm_reply.rp_stat != MSG_ACCEPTED) {
             reply.kind = Reply::Kind::refused;
-            reply.reason = "it does not accept the caller";
+            reply.reason = base::tr("it does not accept the caller");
         } else if (head.acpted_rply.ar_stat != SUCCESS) {
             reply.kind = Reply::Kind::refused;
             reply.reason = in_words(head.acpted_rply.ar_stat);
@@ -141,7 +143,7 @@ Reply call(const Call &call) {
     to.sin_family = AF_INET;
     to.sin_port = htons(call.port);
     if (!wire.is_open() || inet_pton(AF_INET, call.address.c_str(), &to.sin_addr) != 1)
-        return {.kind = Reply::Kind::unreachable, .reason = call.address + " is no address"};
+        return {.kind = Reply::Kind::unreachable, .reason = base::tr("{1} is no address", call.address)};
     const int on = 1;
     setsockopt(wire.get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
     const bool is_open = call.from_anywhere || !call.interface.empty();
@@ -245,12 +247,11 @@ std::string in_one_line(std::vector<Exported> list) {
               [](const Exported &one, const Exported &other) { return one.path < other.path; });
     std::string line;
     for (const Exported &each : list) {
-        line += (line.empty() ? "" : "; ") + each.path + " to";
-        for (const std::string &client : each.clients)
-            line += ' ' + client;
-        line += each.clients.empty() ? " everybody" : "";
+        line += (line.empty() ? "" : "; ") +
+                (each.clients.empty() ? base::tr("{1} to everybody", each.path)
+                                      : base::tr("{1} to {2}", each.path, base::joined(each.clients, " ")));
     }
-    return line.empty() ? "nothing" : line;
+    return line.empty() ? base::tr("nothing") : line;
 }
 
 } // namespace hostadm::rehearsal

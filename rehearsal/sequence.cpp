@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "base/translation.hpp"
 #include "rehearsal/command.hpp"
 
 namespace hostadm::rehearsal {
@@ -72,31 +73,34 @@ std::string sequence_graph(const Rehearsed &rehearsed) {
         const auto to =
             static_cast<std::size_t>(std::find(names.begin(), names.end(), exchange.to) - names.begin());
         text += arrow(row++, 0, to, exchange.question, true);
-        text += exchange.answered
-                    ? arrow(row, to, 0, exchange.answer, true)
-                    : arrow(row, to, 0, exchange.answer.empty() ? "no answer" : exchange.answer, false);
+        text +=
+            exchange.answered
+                ? arrow(row, to, 0, exchange.answer, true)
+                : arrow(row, to, 0, exchange.answer.empty() ? base::tr("no answer") : exchange.answer, false);
         ++row;
     }
     for (const StageResult &stage : walked.stages)
         if (stage.outcome == StageResult::Outcome::failed)
             text += "  stopped [shape=box, color=red, fontcolor=red, label=" +
-                    quoted("stopped: " + stage.name + ": " + stage.detail) + "];\n  " + point(0, row) +
-                    " -> stopped [color=red, arrowhead=none];\n";
+                    quoted(base::tr("stopped: {1}: {2}", base::tr(stage.name.c_str()), stage.detail)) +
+                    "];\n  " + point(0, row) + " -> stopped [color=red, arrowhead=none];\n";
     if (walked.passed())
-        text += "  booted [shape=box, color=darkgreen, fontcolor=darkgreen, label=\"it boots\"];\n  " +
-                point(0, row) + " -> booted [color=darkgreen, arrowhead=none];\n";
+        text += "  booted [shape=box, color=darkgreen, fontcolor=darkgreen, label=" +
+                quoted(base::tr("it boots")) + "];\n  " + point(0, row) +
+                " -> booted [color=darkgreen, arrowhead=none];\n";
     return text + "}\n";
 }
 
 void draw_sequence(const Rehearsed &rehearsed, const std::string &file) {
     const base::Answer said = ask({"dot", "-Tsvg"}, sequence_graph(rehearsed));
     if (said.ending.not_found())
-        throw std::runtime_error("the picture is drawn by graphviz; install the package graphviz");
+        throw std::runtime_error(base::tr("the picture is drawn by graphviz; install the package graphviz"));
     if (!said.ending.well())
-        throw std::runtime_error("graphviz cannot draw the picture: dot " + base::in_words(said.ending));
+        throw std::runtime_error(
+            base::tr("graphviz cannot draw the picture: dot {1}", base::in_words(said.ending)));
     std::ofstream stream(file, std::ios::binary);
     if (!(stream << said.output << std::flush))
-        throw std::runtime_error(file + " cannot be written: " + std::strerror(errno));
+        throw std::runtime_error(base::tr("{1} cannot be written: {2}", file, std::strerror(errno)));
 }
 
 } // namespace hostadm::rehearsal

@@ -17,6 +17,7 @@
 
 #include "base/files.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "rehearsal/rpc.hpp"
 
 namespace hostadm::rehearsal {
@@ -130,12 +131,12 @@ void wait_until_it_serves(Started &daemon, pid_t child, const std::string &serve
         if (child > 0 && waitpid(child, &status, WNOHANG) == child) {
             child = -1;
             if (WIFSIGNALED(status))
-                ended = std::string("was killed by a signal (") + strsignal(WTERMSIG(status)) + ")";
+                ended = base::tr("was killed by a signal ({1})", strsignal(WTERMSIG(status)));
             else if (WEXITSTATUS(status) != 0)
-                ended = "ended with exit status " + std::to_string(WEXITSTATUS(status));
+                ended = base::tr("ended with exit status {1}", WEXITSTATUS(status));
         }
         if (!ended.empty() || Clock::now() >= end) {
-            daemon.failure = ended.empty() ? "was started and does not serve" : ended;
+            daemon.failure = ended.empty() ? base::tr("was started and does not serve") : ended;
             break;
         }
         std::this_thread::sleep_for(2ms);
@@ -153,14 +154,14 @@ std::vector<Started> start_daemons(const std::vector<DaemonStart> &starts, const
         Started &daemon = started.emplace_back(Started{start, {}, {}});
         pid_t child = -1;
         if (start.in_kernel) {
-            daemon.failure = "is in the kernel and cannot be started a second time";
+            daemon.failure = base::tr("is in the kernel and cannot be started a second time");
         } else if (start.program.empty()) {
-            daemon.failure = "is started by nothing on this server";
+            daemon.failure = base::tr("is started by nothing on this server");
         } else {
             int error = 0;
             child = start_in_background(start, error);
             if (error != 0)
-                daemon.failure = "cannot be started: " + start.program + ": " + std::strerror(error);
+                daemon.failure = base::tr("cannot be started: {1}: {2}", start.program, std::strerror(error));
         }
         children.push_back(child);
         // The others register with the port mapper.

@@ -12,6 +12,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "base/translation.hpp"
 #include "rehearsal/daemons_of_this_server.hpp"
 #include "server/boot_area.hpp"
 
@@ -38,7 +39,7 @@ std::vector<int> daemon_processes() {
 
 TableWatch::TableWatch(const std::string &root) : events_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
     if (!events_.is_open())
-        throw std::runtime_error(std::string("changes of files cannot be watched: ") + std::strerror(errno));
+        throw std::runtime_error(base::tr("changes of files cannot be watched: {1}", std::strerror(errno)));
     for (const char *directory : {"/etc", "/etc/default", "/etc/dfs", "/etc/ganesha", "/etc/systemd/system",
                                   "/etc/exports.d", server::tftpboot})
         watch(directory);
@@ -78,8 +79,8 @@ std::string TableWatch::wait() {
         pollfd readable{events_.get(), POLLIN, 0};
         const int ready = poll(&readable, 1, changed.empty() ? look_at_daemons : settle_time);
         if (ready < 0 && errno != EINTR)
-            throw std::runtime_error(std::string("changes of files cannot be watched: ") +
-                                     std::strerror(errno));
+            throw std::runtime_error(
+                base::tr("changes of files cannot be watched: {1}", std::strerror(errno)));
         if (ready > 0) {
             if (const std::string file = changed_file(); !file.empty())
                 changed = file;

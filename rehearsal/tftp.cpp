@@ -5,6 +5,8 @@
 #include <functional>
 #include <memory>
 
+#include "base/translation.hpp"
+
 namespace hostadm::rehearsal {
 
 namespace {
@@ -41,7 +43,7 @@ Fetched fetch_by_tftp(const std::string &server, const std::string &file, const 
                       std::chrono::milliseconds patience) {
     const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> handle(curl_easy_init(), curl_easy_cleanup);
     if (!handle)
-        return {.reason = "no TFTP client can be had"};
+        return {.reason = base::tr("no TFTP client can be had")};
     Transfer transfer{{}, Clock::now() + patience, false};
     char error[CURL_ERROR_SIZE] = "";
     const std::string url = "tftp://" + server + '/' + file;
@@ -68,14 +70,15 @@ Fetched fetch_by_tftp(const std::string &server, const std::string &file, const 
         return fetched;
     fetched.silent = timed_out && fetched.content.empty();
     if (timed_out)
-        fetched.reason = fetched.silent ? "nobody answered" : "the transfer stopped half-way";
+        fetched.reason =
+            fetched.silent ? base::tr("nobody answered") : base::tr("the transfer stopped half-way");
     else if (code == CURLE_TFTP_NOTFOUND)
-        fetched.reason = "the server says that there is no such file";
+        fetched.reason = base::tr("the server says that there is no such file");
     else if (code == CURLE_TFTP_PERM || code == CURLE_REMOTE_ACCESS_DENIED)
-        fetched.reason = "the server says that access is denied";
+        fetched.reason = base::tr("the server says that access is denied");
     else if (code == CURLE_ABORTED_BY_CALLBACK || code == CURLE_TFTP_ILLEGAL)
         fetched.reason =
-            "the server refuses it"; // an error without a number of its own, most often of access
+            base::tr("the server refuses it"); // an error without a number of its own, most often of access
     else
         fetched.reason = text.empty() ? curl_easy_strerror(code) : text;
     return fetched;

@@ -8,6 +8,7 @@
 
 #include "base/text.hpp"
 #include "base/this_host.hpp"
+#include "base/translation.hpp"
 #include "rehearsal/stages.hpp"
 #include "server/boot_area.hpp"
 #include "server/bootparams.hpp"
@@ -19,14 +20,14 @@ namespace hostadm::rehearsal {
 namespace {
 
 constexpr BootStage table[] = {
-    {"address", server::Stage::address, learn_address},
-    {"boot program", server::Stage::boot_program, load_boot_program},
-    {"name", server::Stage::name, learn_name},
-    {"parameters", server::Stage::parameters, learn_parameters},
-    {"root", server::Stage::root, mount_root},
-    {"start", server::Stage::start, read_what_starts},
-    {"write", server::Stage::start, write_to_root},
-    {"swap", server::Stage::swap, use_swap},
+    {base::translatable("address"), server::Stage::address, learn_address},
+    {base::translatable("boot program"), server::Stage::boot_program, load_boot_program},
+    {base::translatable("name"), server::Stage::name, learn_name},
+    {base::translatable("parameters"), server::Stage::parameters, learn_parameters},
+    {base::translatable("root"), server::Stage::root, mount_root},
+    {base::translatable("start"), server::Stage::start, read_what_starts},
+    {base::translatable("write"), server::Stage::start, write_to_root},
+    {base::translatable("swap"), server::Stage::swap, use_swap},
 };
 
 std::vector<server::BootparamsItem> items_of(const std::string &client) {

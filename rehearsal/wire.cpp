@@ -5,6 +5,7 @@
 #include <arpa/inet.h>
 #include <cstring>
 
+#include "base/translation.hpp"
 #include "rehearsal/bootparams.hpp"
 #include "rehearsal/reverse_arp.hpp"
 
@@ -82,15 +83,15 @@ private:
 std::string program_name(std::uint32_t program) {
     switch (program) {
     case port_mapper_program:
-        return "the port mapper";
+        return base::tr("the port mapper");
     case bootparams_program:
-        return "the boot-parameter service";
+        return base::tr("the boot-parameter service");
     case mount_program:
-        return "the mount daemon";
+        return base::tr("the mount daemon");
     case nfs_program:
-        return "the NFS server";
+        return base::tr("the NFS server");
     default:
-        return "RPC program " + std::to_string(program);
+        return base::tr("RPC program {1}", program);
     }
 }
 
@@ -102,21 +103,21 @@ std::string nfs_failure(std::uint32_t status) {
     switch (status) {
     case 1:
     case 13:
-        return "access denied";
+        return base::tr("access denied");
     case 2:
-        return "no such file";
+        return base::tr("no such file");
     case 20:
-        return "not a directory";
+        return base::tr("not a directory");
     case 28:
-        return "no space left";
+        return base::tr("no space left");
     case 30:
-        return "read-only file system";
+        return base::tr("read-only file system");
     case 70:
-        return "stale handle: the root was moved, or exported anew, under the client";
+        return base::tr("stale handle: the root was moved, or exported anew, under the client");
     case 10008:
-        return "try later: the server is in its grace period";
+        return base::tr("try later: the server is in its grace period");
     default:
-        return "error " + std::to_string(status);
+        return base::tr("error {1}", status);
     }
 }
 
@@ -144,11 +145,24 @@ std::vector<char> as_bytes(std::string_view text) {
 std::string bootparams_topic(std::uint32_t procedure, Words arguments) {
     constexpr std::uint32_t whoami = 1, getfile = 2;
     if (procedure == whoami)
-        return "its name";
+        return base::tr("its name");
     if (procedure != getfile)
-        return "something of the boot-parameter service";
+        return base::tr("something of the boot-parameter service");
     const auto client = arguments.text(), key = arguments.text();
-    return client && key ? "the " + *key + " of " + *client : "a file";
+    return client && key ? base::tr("the {1} of {2}", *key, *client) : base::tr("a file");
+}
+
+enum class Asked { direct, broadcast, port_mapper };
+
+std::string question_text(std::uint32_t program, const std::string &topic, Asked how) {
+    if (program == nfs_program)
+        return base::tr("asks {1}", topic);
+    if (program == mount_program)
+        return base::tr("asks to mount {1}", topic);
+    if (how == Asked::broadcast)
+        return base::tr("asks for {1}, by broadcast", topic);
+    return how == Asked::port_mapper ? base::tr("asks for {1}, through the port mapper", topic)
+                                     : base::tr("asks for {1}", topic);
 }
 
 } // namespace
@@ -174,15 +188,16 @@ std::optional<Heard> Wire::read_reverse_arp(std::string_view payload) const {
     const auto packet = ReverseArp::read(payload);
     if (!packet)
         return std::nullopt;
-    Heard heard{
-        .stage = Stage::address, .ethernet = in_colons(packet->target_ethernet), .topic = "its address"};
+    Heard heard{.stage = Stage::address,
+                .ethernet = in_colons(packet->target_ethernet),
+                .topic = base::tr("its address")};
     if (packet->kind == ReverseArp::Kind::request) {
-        heard.text = "asks for its address (reverse ARP)";
+        heard.text = base::tr("asks for its address (reverse ARP)");
         return heard;
     }
     heard.kind = Heard::Kind::answer;
     heard.address = in_dots(packet->target_address);
-    heard.text = "gets the address " + heard.address + " from " + in_dots(packet->sender_address);
+    heard.text = base::tr("gets the address {1} from {2}", heard.address, in_dots(packet->sender_address));
     return heard;
 }
 
@@ -242,8 +257,8 @@ std::optional<Heard> Wire::read_tftp_request(const Datagram &datagram) {
                  .stage = Stage::boot_program,
                  .ethernet = datagram.ethernet,
                  .address = datagram.source,
-                 .topic = "the file " + *file,
-                 .text = "asks for the file " + *file + " (TFTP)"};
+                 .topic = base::tr("the file {1}", *file),
+                 .text = base::tr("asks for the file {1} (TFTP)", *file)};
 }
 
 std::optional<Heard> Wire::read_tftp_block(const Datagram &datagram) {
@@ -258,13 +273,13 @@ std::optional<Heard> Wire::read_tftp_block(const Datagram &datagram) {
                 .stage = Stage::boot_program,
                 .ethernet = ethernet == ethernets_.end() ? "" : ethernet->second,
                 .address = datagram.target,
-                .topic = "the file " + transfer.file,
+                .topic = base::tr("the file {1}", transfer.file),
                 .text = {}};
     const std::uint16_t operation = two_bytes(datagram.payload, 0);
     if (operation == error) {
         heard.kind = Heard::Kind::failure;
-        heard.text = "is refused the file " + transfer.file + ": " +
-                     text_at(datagram.payload, block_head).value_or("no reason is given");
+        heard.text = base::tr("is refused the file {1}: {2}", transfer.file,
+                              text_at(datagram.payload, block_head).value_or(base::tr("no reason is given")));
         transfers_.erase(end);
         return heard;
     }
@@ -274,13 +289,13 @@ std::optional<Heard> Wire::read_tftp_block(const Datagram &datagram) {
     const bool is_first = two_bytes(datagram.payload, 2) == 1 && transfer.bytes == 0;
     transfer.bytes += size;
     if (size < tftp_block) {
-        heard.text = "has the file " + transfer.file + ", " + std::to_string(transfer.bytes) + " bytes";
+        heard.text = base::tr("has the file {1}, {2} bytes", transfer.file, transfer.bytes);
         transfers_.erase(end);
         return heard;
     }
     if (!is_first)
         return std::nullopt;
-    heard.text = "is sent the file " + transfer.file;
+    heard.text = base::tr("is sent the file {1}", transfer.file);
     heard.ends_topic = false;
     return heard;
 }
@@ -310,26 +325,26 @@ std::optional<Heard> Wire::read_call(const Datagram &datagram, std::string_view 
     if (!words.skip_credentials() || !words.skip_credentials() || procedure == 0)
         return std::nullopt;
     PendingCall call{.program = program, .procedure = procedure, .topic = {}};
-    std::string how;
+    Asked how = Asked::direct;
     if (program == port_mapper_program && procedure == hand_on) {
         program = words.number().value_or(0);
         words.number();
         procedure = words.number().value_or(0);
         words.number(); // how long the arguments are
         call = {.program = program, .procedure = procedure, .topic = {}, .handed_on = true};
-        how = datagram.target.ends_with(".255") ? ", by broadcast" : ", through the port mapper";
+        how = datagram.target.ends_with(".255") ? Asked::broadcast : Asked::port_mapper;
     }
     if (program == port_mapper_program && procedure == get_port) {
         const std::uint32_t wanted = words.number().value_or(0);
         if (!is_boot_program(wanted))
             return std::nullopt;
-        call.topic = "the port of " + program_name(wanted);
+        call.topic = base::tr("the port of {1}", program_name(wanted));
         call.stage = wanted == bootparams_program ? Stage::name : Stage::root;
     } else if (program == bootparams_program) {
         call.topic = bootparams_topic(procedure, words);
         call.stage = procedure == 1 ? Stage::name : Stage::parameters;
     } else if (program == mount_program && procedure == mount) {
-        call.topic = "to mount " + words.text().value_or("something");
+        call.topic = words.text().value_or(base::tr("something"));
         call.stage = Stage::root;
     } else if (program == nfs_program) {
         call.topic = nfs_topic(procedure, words);
@@ -345,8 +360,7 @@ std::optional<Heard> Wire::read_call(const Datagram &datagram, std::string_view 
                  .ethernet = datagram.ethernet,
                  .address = datagram.source,
                  .topic = call.topic,
-                 .text = (call.topic.starts_with("to ") || program == nfs_program ? "asks " : "asks for ") +
-                         call.topic + how};
+                 .text = question_text(program, call.topic, how)};
 }
 
 std::optional<Heard> Wire::read_reply(const Datagram &datagram, std::string_view message) {
@@ -366,14 +380,15 @@ std::optional<Heard> Wire::read_reply(const Datagram &datagram, std::string_view
                 .text = {}};
     const auto refused = [&](const std::string &why) {
         heard.kind = Heard::Kind::failure;
-        heard.text = "does not get " + call.topic + ": " + why;
+        heard.text = call.program == mount_program ? base::tr("may not mount {1}: {2}", call.topic, why)
+                                                   : base::tr("does not get {1}: {2}", call.topic, why);
         return heard;
     };
     words.number(); // a reply
     if (words.number().value_or(1) != 0)
-        return refused("the server does not accept the caller");
+        return refused(base::tr("the server does not accept the caller"));
     if (!words.skip_credentials() || words.number().value_or(1) != 0)
-        return refused("the server does not serve that");
+        return refused(base::tr("the server does not serve that"));
     if (call.handed_on) {
         words.number(); // the port of the service
         words.number(); // how long the results are
@@ -381,24 +396,29 @@ std::optional<Heard> Wire::read_reply(const Datagram &datagram, std::string_view
     if (call.program == bootparams_program && call.procedure == 1) {
         const auto result = read_who_am_i(as_bytes(words.rest()));
         if (!result)
-            return refused("the answer makes no sense");
-        heard.text = "learns that it is " + result->name + ", router " + result->router;
+            return refused(base::tr("the answer makes no sense"));
+        heard.text = base::tr("learns that it is {1}, router {2}", result->name, result->router);
     } else if (call.program == bootparams_program) {
         const auto result = read_file_of_client(as_bytes(words.rest()));
         if (!result)
-            return refused("the answer makes no sense");
-        heard.text = "learns where " + call.topic + " is: " + result->server + " (" + result->address +
-                     "):" + result->path;
+            return refused(base::tr("the answer makes no sense"));
+        heard.text = base::tr("learns where {1} is: {2} ({3}):{4}", call.topic, result->server,
+                              result->address, result->path);
     } else if (call.program == port_mapper_program) {
         const std::uint32_t port = words.number().value_or(0);
         if (port == 0)
-            return refused("it is not registered with the port mapper");
-        heard.text = "gets " + call.topic + ": " + std::to_string(port);
+            return refused(base::tr("it is not registered with the port mapper"));
+        heard.text = base::tr("gets {1}: {2}", call.topic, port);
     } else {
         const std::uint32_t status = words.number().value_or(0);
-        if (status != 0)
+        if (status != 0) {
+            // Programs look for many files that need not be there.
+            constexpr std::uint32_t no_such_file = 2;
+            heard.is_usual = call.program == nfs_program && status == no_such_file;
             return refused(nfs_failure(status));
-        heard.text = call.program == mount_program ? "mounts" + call.topic.substr(8) : "gets " + call.topic;
+        }
+        heard.text = call.program == mount_program ? base::tr("mounts {1}", call.topic)
+                                                   : base::tr("gets {1}", call.topic);
     }
     return heard;
 }

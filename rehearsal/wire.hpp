@@ -23,6 +23,7 @@ struct Heard {
     std::string ethernet = {}, address = {}; // of the client; either may be unknown
     std::string topic = {};                  // what is asked for: the same in the question and in its answer
     std::string text = {};                   // in words
+    bool is_usual = false;                   // a failure that says nothing is wrong
     bool ends_topic = true;                  // an answer that more follows does not
 };
 

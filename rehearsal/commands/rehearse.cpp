@@ -6,7 +6,9 @@
 #include <iostream>
 #include <set>
 
+#include "base/columns.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm/sandbox.hpp"
 #include "rehearsal/rehearsal.hpp"
 #include "rehearsal/sequence.hpp"
@@ -44,27 +46,29 @@ std::string printable(std::string_view text) {
 const char *in_words(StageResult::Outcome outcome) {
     switch (outcome) {
     case StageResult::Outcome::passed:
-        return "passed";
+        return base::tr("passed");
     case StageResult::Outcome::failed:
-        return "FAILED";
+        return base::tr("FAILED");
     default:
-        return "skipped";
+        return base::tr("skipped");
     }
 }
 
 void print_stage(const StageResult &stage) {
-    std::printf("%-14s%-9s%6.0f ms  %s\n", stage.name.c_str(), in_words(stage.outcome), stage.milliseconds,
+    const std::string name = base::padded(base::tr(stage.name.c_str()), 14),
+                      outcome = base::padded(in_words(stage.outcome), 9);
+    std::printf("%s%s%6.0f ms  %s\n", name.c_str(), outcome.c_str(), stage.milliseconds,
                 printable(stage.detail).c_str());
     std::fflush(stdout);
 }
 
 void print_finding(const server::Finding &finding) {
-    std::printf("\n%s: %s: %s\n", name_of(finding.severity), printable(finding.where).c_str(),
+    std::printf("\n%s: %s: %s\n", base::tr(name_of(finding.severity)), printable(finding.where).c_str(),
                 printable(finding.what).c_str());
     if (!finding.why.empty())
         std::printf("    %s\n", printable(finding.why).c_str());
     if (!finding.repair.empty())
-        std::printf("    repair: %s\n", printable(finding.repair).c_str());
+        std::printf("    %s\n", base::tr("repair: {1}", printable(finding.repair)).c_str());
 }
 
 // All names that tables of clients hold, for a name that is none of them.
@@ -86,13 +90,15 @@ bool is_known(const std::string &client) {
 }
 
 int complain_of_unknown(const std::string &client) {
-    std::string text = "no table of this server knows a client " + printable(client);
-    std::string near;
-    for (const std::string &name : server::nearest_clients(known_names(), client))
-        near += (near.empty() ? "" : ", ") + name;
-    return complain(text + (near.empty() ? "; `hostadm run client/list` shows the clients"
-                                         : "; did you mean " + near + "?"),
-                    usage_status);
+    const std::string near = base::joined(server::nearest_clients(known_names(), client));
+    return complain(
+        near.empty()
+            ? base::tr(
+                  "no table of this server knows a client {1}; `hostadm run client/list` shows the clients",
+                  printable(client))
+            : base::tr("no table of this server knows a client {1}; did you mean {2}?", printable(client),
+                       near),
+        usage_status);
 }
 
 // The causes that the checks know, for this client, beside what the walk has met itself.
@@ -116,24 +122,24 @@ void add_checks(Rehearsed &rehearsed) {
 
 void print(const Rehearsed &rehearsed) {
     for (const std::string &what : rehearsed.walked.not_tried)
-        std::printf("not rehearsed: %s\n", printable(what).c_str());
+        std::printf("%s\n", base::tr("not rehearsed: {1}", printable(what)).c_str());
     for (const server::Finding &finding : rehearsed.walked.findings)
         print_finding(finding);
     const auto findings = rehearsed.walked.findings.size();
-    std::printf("\n%s boots in the rehearsal: %s", rehearsed.client.name.c_str(),
-                rehearsed.walked.passed() ? "yes" : "no");
-    std::printf(findings == 0   ? "; nothing is wrong"
-                : findings == 1 ? "; 1 finding"
-                                : "; %zu findings",
-                findings);
-    std::printf(" (%.1f s)\n", rehearsed.milliseconds / 1000);
+    const std::string boots = rehearsed.walked.passed()
+                                  ? base::tr("{1} boots in the rehearsal: yes", rehearsed.client.name)
+                                  : base::tr("{1} boots in the rehearsal: no", rehearsed.client.name);
+    const std::string wrong =
+        findings == 0 ? base::tr("nothing is wrong") : base::tr_n(findings, "{1} finding", "{1} findings");
+    std::printf("\n%s; %s (%.1f s)\n", boots.c_str(), wrong.c_str(), rehearsed.milliseconds / 1000);
     std::fflush(stdout);
 }
 
 int rehearse_once(const Asked &asked) {
     if (!asked.json)
-        std::printf("%s at a virtual cable to this server; nothing on it is changed\n\n",
-                    asked.client.c_str());
+        std::printf("%s\n\n",
+                    base::tr("{1} at a virtual cable to this server; nothing on it is changed", asked.client)
+                        .c_str());
     std::fflush(stdout);
     const auto tell = [&](const StageResult &stage) {
         if (!asked.json)
@@ -158,11 +164,11 @@ int rehearse_until_it_passes(const Asked &asked) {
     TableWatch watch(root == nullptr ? "" : root->path);
     while (rehearse_once(asked) != passed_status) {
         if (!asked.json)
-            std::printf("\nwaiting for a change\n");
+            std::printf("\n%s\n", base::tr("waiting for a change"));
         std::fflush(stdout);
         const std::string changed = watch.wait();
         if (!asked.json)
-            std::printf("%s has changed\n\n", printable(changed).c_str());
+            std::printf("%s\n\n", base::tr("{1} has changed", printable(changed)).c_str());
     }
     return passed_status;
 }
@@ -170,8 +176,9 @@ int rehearse_until_it_passes(const Asked &asked) {
 } // namespace
 
 int main(int argc, char **argv) {
+    base::speak_the_users_language();
     Asked asked;
-    CLI::App app("Lets a client boot on a virtual cable.", "rehearse");
+    CLI::App app("", "rehearse");
     app.add_option("client", asked.client)->required();
     app.add_flag("--json", asked.json);
     app.add_flag("--watch", asked.watch);
@@ -188,8 +195,8 @@ int main(int argc, char **argv) {
         return asked.watch ? rehearse_until_it_passes(asked) : rehearse_once(asked);
     } catch (const sandbox::Error &error) {
         return complain(
-            std::string(error.what()) +
-                "; a rehearsal needs root, and a kernel that lets it make name spaces and overlays",
+            base::tr("{1}; a rehearsal needs root, and a kernel that lets it make name spaces and overlays",
+                     error.what()),
             failed_status);
     } catch (const std::exception &error) {
         return complain(error.what(), failed_status);

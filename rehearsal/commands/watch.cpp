@@ -12,6 +12,7 @@
 #include <poll.h>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "rehearsal/boot_log.hpp"
 #include "rehearsal/daemon_logs.hpp"
 #include "rehearsal/network.hpp"
@@ -115,8 +116,9 @@ KnownClients known_clients(bool explain) {
                     return std::string();
                 for (const server::Finding &finding : server::check(server::read_snapshot(), {client}))
                     if (finding.stage == stage && finding.severity == server::Severity::error)
-                        return finding.where + ": " + finding.what +
-                               (finding.repair.empty() ? "" : "; repair: " + finding.repair);
+                        return finding.repair.empty() ? finding.where + ": " + finding.what
+                                                      : base::tr("{1}: {2}; repair: {3}", finding.where,
+                                                                 finding.what, finding.repair);
                 return std::string();
             }};
 }
@@ -132,8 +134,9 @@ Capture open_capture(const Asked &asked) {
         handle = pcap_open_live(asked.interface.c_str(), longest, everything, patience, error);
     }
     if (handle == nullptr)
-        throw std::runtime_error(std::string(error) +
-                                 (asked.recording.empty() ? "; listening on the wire needs root" : ""));
+        throw std::runtime_error(asked.recording.empty()
+                                     ? base::tr("{1}; listening on the wire needs root", error)
+                                     : std::string(error));
     return {handle, pcap_close};
 }
 
@@ -146,8 +149,8 @@ Framing framing_of(pcap_t *capture) {
     case DLT_LINUX_SLL2:
         return Framing::cooked_2;
     default:
-        throw std::runtime_error(std::string("frames of the kind ") +
-                                 pcap_datalink_val_to_name(pcap_datalink(capture)) + " cannot be read");
+        throw std::runtime_error(base::tr("frames of the kind {1} cannot be read",
+                                          pcap_datalink_val_to_name(pcap_datalink(capture))));
     }
 }
 
@@ -178,7 +181,7 @@ int watch(Asked asked) {
     });
     DaemonLogs daemon_logs;
     if (live) {
-        std::printf("listening on %s; Ctrl-C ends it\n", asked.interface.c_str());
+        std::printf("%s\n", base::tr("listening on {1}; Ctrl-C ends it", asked.interface).c_str());
         std::fflush(stdout);
     }
     const auto clock = [] {
@@ -210,7 +213,8 @@ int watch(Asked asked) {
         now = clock();
         log.look_at_silences(now);
         for (const std::string &line : daemon_logs.new_lines()) {
-            std::printf("%9.3f  log: %s\n", (now - beginning).count(), printable(line).c_str());
+            std::printf("%9.3f  %s\n", (now - beginning).count(),
+                        base::tr("log: {1}", printable(line)).c_str());
             std::fflush(stdout);
         }
         if ((asked.seconds > 0 && (now - beginning).count() > asked.seconds) ||
@@ -227,8 +231,9 @@ int watch(Asked asked) {
 } // namespace
 
 int main(int argc, char **argv) {
+    base::speak_the_users_language();
     Asked asked;
-    CLI::App app("Tells what clients that boot ask and get.", "watch");
+    CLI::App app("", "watch");
     app.add_option("client", asked.client);
     app.add_option("--interface", asked.interface);
     app.add_option("--read", asked.recording);
