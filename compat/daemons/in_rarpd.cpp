@@ -6,6 +6,7 @@
 #include <cstring>
 #include <unistd.h>
 
+#include "base/translation.hpp"
 #include "compat/support/failure.hpp"
 #include "compat/support/processes.hpp"
 
@@ -14,7 +15,7 @@ namespace {
 // Running the daemon through a link gives the process the link's name.
 constexpr const char *link_to_daemon = HOSTADM_COMPAT_LIBEXEC "/in.rarpd";
 
-constexpr const char *help = R"(usage: in.rarpd -a
+constexpr const char *help = hostadm::base::translatable(R"(usage: in.rarpd -a
        in.rarpd [-vode] [-b DIRECTORY] INTERFACE
 Answers clients that ask for their own address by reverse ARP, on all interfaces (-a) or on one. Runs Debian's
 rarpd, to which all options are handed (see rarpd(8)), in the background unless -d is given. A second daemon for
@@ -22,7 +23,7 @@ all interfaces is not started.
 
   -h, --help   this text
 Exit status: 0 the daemon runs, 1 it could not be started. See in.rarpd(8).
-)";
+)");
 
 bool has_flag(int argc, char **argv, char letter) {
     for (int index = 1; index < argc; ++index)
@@ -45,18 +46,20 @@ bool already_running() {
 } // namespace
 
 int main(int argc, char **argv) {
+    hostadm::base::speak_the_users_language();
     if (argc > 1 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0))
-        return std::fputs(help, stdout) < 0;
+        return std::fputs(hostadm::base::tr(help), stdout) < 0;
     return compat::guarded_main("in.rarpd", 1, [&] {
         if (has_flag(argc, argv, 'a') && already_running())
             return 0;
         for (const hostadm::base::Process &process : compat::daemons_named("rarpd"))
-            compat::print_complaint("in.rarpd", "rarpd runs already, process " + std::to_string(process.pid) +
-                                                    ", and answers as well; to keep one only: systemctl "
-                                                    "disable --now rarpd");
+            compat::print_complaint(
+                "in.rarpd", hostadm::base::tr("rarpd runs already, process {1}, and answers as well; to keep "
+                                              "one only: systemctl disable --now rarpd",
+                                              process.pid));
         execv(link_to_daemon, argv);
         if (errno == ENOENT)
-            throw compat::Failure("rarpd is not installed; install the package rarpd");
-        compat::fail_with_errno("cannot run rarpd");
+            throw compat::Failure(hostadm::base::tr("rarpd is not installed; install the package rarpd"));
+        compat::fail_with_errno(hostadm::base::tr("cannot run rarpd"));
     });
 }

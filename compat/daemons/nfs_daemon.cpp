@@ -27,6 +27,7 @@
 
 #include "base/descriptor.hpp"
 #include "base/program.hpp"
+#include "base/translation.hpp"
 #include "compat/share/nfs_server.hpp"
 #include "compat/share/share_table.hpp"
 #include "compat/support/failure.hpp"
@@ -58,8 +59,7 @@ constexpr uint32_t rpcbind_program = 100000;
 constexpr uint32_t mount_program = 100005;
 constexpr uint32_t nfs_program = 100003;
 
-constexpr const char *help =
-    R"(usage: /usr/lib/nfs/mountd [-F]
+constexpr const char *help = hostadm::base::translatable(R"(usage: /usr/lib/nfs/mountd [-F]
        /usr/lib/nfs/nfsd [-F] [-a] [-p PROTOCOL] [SERVERS]
 Starts the installed NFS server, nfs-ganesha or the kernel's, and returns when it answers. Does nothing when it
 runs already. What is served is the business of share(8).
@@ -70,7 +70,7 @@ runs already. What is served is the business of share(8).
       SERVERS        number of threads of the kernel's server (8); nfs-ganesha chooses its own
   -h, --help         this text
 Exit status: 0 the server runs, 1 it could not be started, 2 wrong usage. See hostadm-nfsd(8).
-)";
+)");
 
 struct Settings {
     std::string name;
@@ -95,7 +95,7 @@ sockaddr_in here(uint16_t port) {
 Descriptor connected(int type, uint16_t port) {
     Descriptor wire(socket(AF_INET, type | SOCK_CLOEXEC, 0));
     if (!wire)
-        fail_with_errno("cannot make a socket");
+        fail_with_errno(hostadm::base::tr("cannot make a socket"));
     const sockaddr_in address = here(port);
     if (connect(wire.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
         wire.reset();
@@ -159,20 +159,20 @@ template <typename Condition> bool comes_true(std::chrono::milliseconds patience
 
 void require_rpcbind() {
     if (!comes_true(1s, [] { return registered_port(rpcbind_program, 2, by_udp).has_value(); }))
-        throw Failure(getservbyname("sunrpc", "udp") == nullptr
-                          ? "rpcbind does not answer, since /etc/services does not tell its port "
-                            "(\"sunrpc\"); install the "
-                            "package netbase and restart rpcbind"
-                          : "rpcbind does not answer; install the package rpcbind and start it with "
-                            "\"rpcbind -w -r\" (-r "
-                            "lets clients' broadcasts through)");
+        throw Failure(
+            getservbyname("sunrpc", "udp") == nullptr
+                ? hostadm::base::tr("rpcbind does not answer, since /etc/services does not tell its port "
+                                    "(\"sunrpc\"); install the package netbase and restart rpcbind")
+                : hostadm::base::tr("rpcbind does not answer; install the package rpcbind and start it with "
+                                    "\"rpcbind -w -r\" (-r lets clients' broadcasts through)"));
 }
 
 // Without it nfs-ganesha runs, but refuses every share.
 void require_mount_table() {
     if (access("/etc/mtab", R_OK) != 0)
-        throw Failure("nfs-ganesha looks for the file systems in /etc/mtab, which is missing; make it: ln -s "
-                      "../proc/self/mounts /etc/mtab");
+        throw Failure(
+            hostadm::base::tr("nfs-ganesha looks for the file systems in /etc/mtab, which is missing; make "
+                              "it: ln -s ../proc/self/mounts /etc/mtab"));
 }
 
 // ---- the watching process ---------------------------------------------------------------------------------
@@ -190,10 +190,10 @@ public:
         for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGCHLD})
             sigaddset(&set_, number);
         if (sigprocmask(SIG_BLOCK, &set_, nullptr) != 0)
-            fail_with_errno("cannot block signals");
+            fail_with_errno(hostadm::base::tr("cannot block signals"));
         descriptor_ = Descriptor(signalfd(-1, &set_, SFD_CLOEXEC | SFD_NONBLOCK));
         if (!descriptor_)
-            fail_with_errno("cannot receive signals");
+            fail_with_errno(hostadm::base::tr("cannot receive signals"));
     }
     int get() const { return descriptor_.get(); }
     int next() const {
@@ -213,7 +213,7 @@ class HostsWatch {
 public:
     HostsWatch() : descriptor_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
         if (!descriptor_ || inotify_add_watch(descriptor_.get(), "/etc", IN_CLOSE_WRITE | IN_MOVED_TO) < 0)
-            fail_with_errno("cannot watch /etc");
+            fail_with_errno(hostadm::base::tr("cannot watch /etc"));
     }
     int get() const { return descriptor_.get(); }
     bool changed() const {
@@ -240,7 +240,7 @@ pid_t start_ganesha() {
     const pid_t parent = getpid();
     const pid_t child = fork();
     if (child < 0)
-        fail_with_errno("cannot start " + std::string(ganesha_program));
+        fail_with_errno(hostadm::base::tr("cannot start {1}", ganesha_program));
     if (child > 0)
         return child;
     // A hangup stays blocked: it must find the server's signal thread, not its first instructions.
@@ -318,7 +318,7 @@ void execute(const char *program, const std::vector<std::string> &words) {
         arguments.push_back(const_cast<char *>(word.c_str()));
     arguments.push_back(nullptr);
     execv(program, arguments.data());
-    fail_with_errno("cannot run " + std::string(program));
+    fail_with_errno(hostadm::base::tr("cannot run {1}", program));
 }
 
 // Turns this process, or one of its own in the background, into `program`; in the background, returns when
@@ -330,12 +330,12 @@ int launch(const Settings &settings, const char *program, const std::vector<std:
         execute(program, words);
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
-        fail_with_errno("cannot make a pipe");
+        fail_with_errno(hostadm::base::tr("cannot make a pipe"));
     const Descriptor reading(ends[0]);
     Descriptor writing(ends[1]);
     const pid_t child = fork();
     if (child < 0)
-        fail_with_errno("cannot make a process");
+        fail_with_errno(hostadm::base::tr("cannot make a process"));
     if (child == 0) {
         // A daemon must hold nobody's pipe open; the server writes to its log.
         // It may be one of the three itself, and then must stay open.
@@ -362,9 +362,9 @@ int launch(const Settings &settings, const char *program, const std::vector<std:
         return ended || answers();
     });
     if (ended)
-        throw Failure("the NFS server ended at once; " + hint);
+        throw Failure(hostadm::base::tr("the NFS server ended at once; {1}", hint));
     if (!up)
-        throw Failure("the NFS server has not answered for 10 seconds; " + hint);
+        throw Failure(hostadm::base::tr("the NFS server has not answered for 10 seconds; {1}", hint));
     return 0;
 }
 
@@ -385,8 +385,9 @@ void write_ganesha_settings() {
     make_directories("/var/log/ganesha");
     if (const auto present = read_file(ganesha_settings)) {
         if (present->find(ganesha_exports) == std::string::npos)
-            throw Failure(std::string(ganesha_settings) + " does not include " + ganesha_exports +
-                          ", so nothing would be served; remove it to have it written again");
+            throw Failure(hostadm::base::tr(
+                "{1} does not include {2}, so nothing would be served; remove it to have it written again",
+                ganesha_settings, ganesha_exports));
         return;
     }
     replace_file(ganesha_settings,
@@ -416,7 +417,8 @@ std::optional<FileLock> lock_unless_running(const char *path, Condition answers)
     if (lock)
         lock->hand_over(lock_descriptor);
     else if (!running)
-        throw Failure("the server that is running or being started has not answered for 10 seconds");
+        throw Failure(
+            hostadm::base::tr("the server that is running or being started has not answered for 10 seconds"));
     return lock;
 }
 
@@ -429,17 +431,17 @@ int start_ganesha_server(const Settings &settings) {
     if (!lock)
         return 0;
     if (!file_system_module_installed())
-        throw Failure("the package nfs-ganesha-vfs is missing; install it");
+        throw Failure(hostadm::base::tr("the package nfs-ganesha-vfs is missing; install it"));
     // One that we started may still be on its way out.
     if (!comes_true(1s, [] { return daemons_named(ganesha_process).empty(); }))
-        throw Failure("another ganesha.nfsd runs, process " +
-                      std::to_string(daemons_named(ganesha_process).front().pid) +
-                      "; stop it first: systemctl disable --now nfs-ganesha");
+        throw Failure(hostadm::base::tr(
+            "another ganesha.nfsd runs, process {1}; stop it first: systemctl disable --now nfs-ganesha",
+            daemons_named(ganesha_process).front().pid));
     require_rpcbind();
     write_ganesha_settings();
     require_mount_table();
     return launch(settings, "/proc/self/exe", {nfsd_path, watch_word, mountd_path}, ganesha_answers,
-                  std::string("see ") + ganesha_log);
+                  hostadm::base::tr("see {1}", ganesha_log));
 }
 
 int start_kernel_mountd(const Settings &settings) {
@@ -449,11 +451,12 @@ int start_kernel_mountd(const Settings &settings) {
         return 0;
     const std::vector<Process> running = daemons_named(kernel_mountd_process);
     if (!running.empty())
-        throw Failure("rpc.mountd runs already, process " + std::to_string(running.front().pid) +
-                      "; stop it first: systemctl disable --now nfs-server");
+        throw Failure(hostadm::base::tr(
+            "rpc.mountd runs already, process {1}; stop it first: systemctl disable --now nfs-server",
+            running.front().pid));
     require_rpcbind();
     return launch(settings, kernel_mountd_program, {mountd_path, "-F"}, mountd_answers,
-                  "see the system's log");
+                  hostadm::base::tr("see the system's log"));
 }
 
 int start_kernel_threads(const Settings &settings) {
@@ -466,8 +469,9 @@ int start_kernel_threads(const Settings &settings) {
     // Who runs it in the foreground, a service manager, has no other service for it; without it nobody mounts.
     if (settings.foreground)
         words.emplace_back(mountd_word);
-    return launch(settings, "/proc/self/exe", words, nfsd_answers,
-                  "does this kernel have an NFS server (modprobe nfsd)? See the system's log");
+    return launch(
+        settings, "/proc/self/exe", words, nfsd_answers,
+        hostadm::base::tr("does this kernel have an NFS server (modprobe nfsd)? See the system's log"));
 }
 
 Settings parse(int argc, char **argv) {
@@ -485,7 +489,7 @@ Settings parse(int argc, char **argv) {
         if (letter == 'F')
             settings.foreground = true;
         else if (letter == 'h') {
-            std::fputs(help, stdout);
+            std::fputs(hostadm::base::tr(help), stdout);
             std::exit(0);
         } else if (letter == '?')
             std::exit(2);
@@ -495,7 +499,8 @@ Settings parse(int argc, char **argv) {
         const std::string word = argv[index];
         if (settings.name == "mountd" || word.empty() || word.size() > 5 ||
             word.find_first_not_of("0123456789") != std::string::npos) {
-            print_complaint(settings.name, "\"" + word + "\" is no number of servers; try --help");
+            print_complaint(settings.name,
+                            hostadm::base::tr("\"{1}\" is no number of servers; try --help", word));
             std::exit(2);
         }
         settings.threads = word;
@@ -514,6 +519,7 @@ int start(const Settings &settings) {
 } // namespace compat
 
 int main(int argc, char **argv) {
+    hostadm::base::speak_the_users_language();
     if (argc >= 3 && std::strcmp(argv[1], compat::watch_word) == 0)
         return compat::guarded_main("nfsd", 1, [&] {
             prctl(PR_SET_NAME, "nfsd"); // it was started as /proc/self/exe, and would be called "exe"

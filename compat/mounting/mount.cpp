@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "compat/mounting/call.hpp"
 #include "compat/support/debian_program.hpp"
 #include "compat/support/failure.hpp"
@@ -20,10 +21,11 @@ namespace compat {
 namespace {
 
 constexpr const char *vfstab = "/etc/vfstab";
-constexpr const char *usage = "usage: mount -F TYPE [-o OPTIONS] [-m] [-O] [-r] [RESOURCE] MOUNTPOINT; see "
-                              "hostadm-mount(8), and mount(8) for calls without -F TYPE";
-constexpr const char *ufs_hint =
-    "ufs needs the option ufstype=VARIANT here, and what Linux made has a type of its own, such as ext4";
+constexpr const char *usage =
+    hostadm::base::translatable("usage: mount -F TYPE [-o OPTIONS] [-m] [-O] [-r] [RESOURCE] MOUNTPOINT; see "
+                                "hostadm-mount(8), and mount(8) for calls without -F TYPE");
+constexpr const char *ufs_hint = hostadm::base::translatable(
+    "ufs needs the option ufstype=VARIANT here, and what Linux made has a type of its own, such as ext4");
 
 struct Call {
     std::string type, options, resource, mount_point;
@@ -141,25 +143,28 @@ int mount(int argc, char **argv) {
         program.take_over(argv);
     std::optional<Call> call = parse(argc, argv);
     if (!call) {
-        print_complaint("mount", usage);
+        print_complaint("mount", hostadm::base::tr(usage));
         return status_wrong_call;
     }
     if (call->resource.empty())
         complete_from_table(*call);
     if (would_cover(*call)) {
-        print_complaint("mount", call->mount_point +
-                                     ": something is mounted there already; unmount it first, or mount over "
-                                     "it with -O");
+        print_complaint(
+            "mount",
+            hostadm::base::tr(
+                "{1}: something is mounted there already; unmount it first, or mount over it with -O",
+                call->mount_point));
         return status_mount_failed;
     }
     const bool lacks_variant = call->type == "ufs" && call->options.find("ufstype=") == std::string::npos;
-    return program.run_silently(debian_words(*call), lacks_variant ? ufs_hint : "");
+    return program.run_silently(debian_words(*call), lacks_variant ? hostadm::base::tr(ufs_hint) : "");
 }
 
 } // namespace
 } // namespace compat
 
 int main(int argc, char **argv) {
+    hostadm::base::speak_the_users_language();
     return compat::guarded_main("mount", compat::status_system_error,
                                 [&] { return compat::mount(argc, argv); });
 }

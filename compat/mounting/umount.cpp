@@ -4,6 +4,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "base/translation.hpp"
 #include "compat/mounting/call.hpp"
 #include "compat/support/debian_program.hpp"
 #include "compat/support/failure.hpp"
@@ -11,9 +12,8 @@
 namespace compat {
 namespace {
 
-constexpr const char *usage =
-    "usage: umount -F TYPE [-f] MOUNTPOINT; see hostadm-umount(8), and umount(8) for calls "
-    "without -F TYPE";
+constexpr const char *usage = hostadm::base::translatable(
+    "usage: umount -F TYPE [-f] MOUNTPOINT; see hostadm-umount(8), and umount(8) for calls without -F TYPE");
 
 // The type says nothing that the kernel does not know.
 int umount(int argc, char **argv) {
@@ -30,7 +30,7 @@ int umount(int argc, char **argv) {
         wrong = wrong || letter == '?' || (letter == 'F' && ++types > 1);
     }
     if (wrong || argc - optind != 1 || argv[optind][0] == '\0') {
-        print_complaint("umount", usage);
+        print_complaint("umount", hostadm::base::tr(usage));
         return status_wrong_call;
     }
     words.insert(words.end(), {"--", argv[optind]});
@@ -41,6 +41,7 @@ int umount(int argc, char **argv) {
 } // namespace compat
 
 int main(int argc, char **argv) {
+    hostadm::base::speak_the_users_language();
     return compat::guarded_main("umount", compat::status_system_error,
                                 [&] { return compat::umount(argc, argv); });
 }

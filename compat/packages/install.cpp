@@ -8,6 +8,7 @@
 #include <sys/statvfs.h>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "compat/packages/placement.hpp"
 
 namespace compat {
@@ -59,7 +60,7 @@ struct ContentsLine {
 ContentsLine parse_contents_line(std::string_view line) {
     const std::vector<std::string_view> words = hostadm::base::split(line, ' ');
     if (words.size() < 3 || words[1].size() != 1)
-        throw Failure(std::string(contents_path) + " has a line that is none: " + std::string(line));
+        throw Failure(hostadm::base::tr("{1} has a line that is none: {2}", contents_path, line));
     const char type = words[1][0];
     size_t fixed = 3;
     if (std::strchr("dxp", type) != nullptr)
@@ -69,7 +70,7 @@ ContentsLine parse_contents_line(std::string_view line) {
     else if (std::strchr("fev", type) != nullptr)
         fixed = 9;
     if (words.size() < fixed)
-        throw Failure(std::string(contents_path) + " has a line that is too short: " + std::string(line));
+        throw Failure(hostadm::base::tr("{1} has a line that is too short: {2}", contents_path, line));
     ContentsLine result;
     result.path = type == 's' || type == 'l' ? words[0].substr(0, words[0].find('=')) : words[0];
     for (size_t index = 0; index < words.size(); ++index) {
@@ -91,15 +92,19 @@ Admin Admin::parse(const std::string &text) {
                                          "conflict", "action",   "basedir", "networktimeout"};
     for (const std::string_view line : hostadm::base::split(text, '\n'))
         if (line.find('=') == line.npos && !line.starts_with('#') && !hostadm::base::trimmed(line).empty())
-            throw Failure("the admin file has a line that is no key=value: \"" + std::string(line) + "\"");
+            throw Failure(hostadm::base::tr("the admin file has a line that is no key=value: \"{1}\"", line));
     for (const auto &[key, value] : parse_settings(text)) {
         if (!known.contains(key))
-            throw Failure("the admin file has an unknown setting " + key);
+            throw Failure(hostadm::base::tr("the admin file has an unknown setting {1}", key));
         if (value == "ask")
-            throw Refusal(pkgadd_asks, "the admin file wants to be asked about " + key +
-                                           (key == "basedir" ? "; give a directory or default"
-                                                             : "; give nocheck or quit") +
-                                           ", this program asks nothing");
+            throw Refusal(pkgadd_asks,
+                          key == "basedir"
+                              ? hostadm::base::tr("the admin file wants to be asked about {1}; give a "
+                                                  "directory or default, this program asks nothing",
+                                                  key)
+                              : hostadm::base::tr("the admin file wants to be asked about {1}; give "
+                                                  "nocheck or quit, this program asks nothing",
+                                                  key));
         const bool quit = value == "quit";
         if (key == "basedir")
             admin.base = value == "default" ? "" : value;
@@ -108,7 +113,7 @@ Admin Admin::parse(const std::string &text) {
         else if (key == "mail" || key == "networktimeout")
             continue; // nobody is told
         else if (!quit && value != "nocheck" && !(key == "conflict" && value == "nochange"))
-            throw Failure("the admin file has an unknown value " + key + "=" + value);
+            throw Failure(hostadm::base::tr("the admin file has an unknown value {1}={2}", key, value));
         else if (key == "space")
             admin.space = quit;
         else if (key == "setuid")
@@ -145,7 +150,8 @@ void Installer::choose_instance(Plan &plan) const {
         return;
     if (admin_.instance == "quit")
         throw Refusal(pkgadd_refused,
-                      package.name() + ": is installed already, and the admin file says instance=quit");
+                      hostadm::base::tr("{1}: is installed already, and the admin file says instance=quit",
+                                        package.name()));
     for (const Installed &each : present) {
         const auto is = [&](const char *key) {
             const auto value = each.info.find(key);
@@ -159,9 +165,10 @@ void Installer::choose_instance(Plan &plan) const {
     }
     if (admin_.instance == "overwrite") {
         if (present.size() > 1)
-            throw Refusal(pkgadd_refused,
-                          package.name() +
-                              ": several instances are installed; which one is to be overwritten?");
+            throw Refusal(
+                pkgadd_refused,
+                hostadm::base::tr("{1}: several instances are installed; which one is to be overwritten?",
+                                  package.name()));
         plan.instance = present.front().instance;
         return;
     }
@@ -170,10 +177,13 @@ void Installer::choose_instance(Plan &plan) const {
         std::map<std::string, std::string> info = present.front().info;
         const bool other_version = info["VERSION"] != package.setting("VERSION");
         throw Refusal(pkgadd_refused,
-                      package.name() + ": another " + (other_version ? "version" : "architecture") +
-                          " is installed (" + present.front().instance + ", " +
-                          (other_version ? "version " + info["VERSION"] : "for " + info["ARCH"]) +
-                          "), and the package allows no second one beside it");
+                      other_version
+                          ? hostadm::base::tr("{1}: another version is installed ({2}, version {3}), and "
+                                              "the package allows no second one beside it",
+                                              package.name(), present.front().instance, info["VERSION"])
+                          : hostadm::base::tr("{1}: another architecture is installed ({2}, for {3}), and "
+                                              "the package allows no second one beside it",
+                                              package.name(), present.front().instance, info["ARCH"]));
     }
     for (unsigned long number = 2;; ++number) {
         plan.instance = package.name() + "." + std::to_string(number);
@@ -250,12 +260,13 @@ void Installer::check(const Plan &plan) const {
             accounts_.group(entry.group);
         }
         if (admin_.set_user && entry.is_file() && entry.mode && (*entry.mode & 06000U) != 0)
-            refuse(entry.path + " runs with its owner's rights, and the admin file says setuid=quit");
+            refuse(hostadm::base::tr("{1} runs with its owner's rights, and the admin file says setuid=quit",
+                                     entry.path));
     }
     if (admin_.prerequisites)
         for (const std::string &needed : package.prerequisites())
             if (installed(needed).empty())
-                refuse("it needs the package " + needed + ", which is not installed");
+                refuse(hostadm::base::tr("it needs the package {1}, which is not installed", needed));
     if (!admin_.conflict)
         return;
     const std::string contents = root_.read(contents_path).value_or("");
@@ -267,8 +278,8 @@ void Installer::check(const Plan &plan) const {
             if (entry.path == present.path && !entry.is_directory() &&
                 std::find(present.owners.begin(), present.owners.end(), plan.instance) ==
                     present.owners.end())
-                refuse(entry.path + " belongs to " + present.owners.front() +
-                       ", and the admin file forbids conflicts");
+                refuse(hostadm::base::tr("{1} belongs to {2}, and the admin file forbids conflicts",
+                                         entry.path, present.owners.front()));
     }
 }
 
@@ -309,13 +320,13 @@ void Installer::check_space(const std::vector<Plan> &plans) const {
         const uint64_t kilobytes = need.blocks * need.free.f_frsize / 1024;
         const uint64_t free_kilobytes = need.free.f_bavail * need.free.f_frsize / 1024;
         if (need.blocks > need.free.f_bavail)
-            throw Refusal(pkgadd_refused, "not enough space below " + need.path + ": " +
-                                              std::to_string(kilobytes) + " KB are needed, " +
-                                              std::to_string(free_kilobytes) + " KB are free");
+            throw Refusal(pkgadd_refused,
+                          hostadm::base::tr("not enough space below {1}: {2} KB are needed, {3} KB are free",
+                                            need.path, kilobytes, free_kilobytes));
         if (need.free.f_files != 0 && need.objects > need.free.f_favail)
-            throw Refusal(pkgadd_refused, "not enough file entries below " + need.path + ": " +
-                                              std::to_string(need.objects) + " are needed, " +
-                                              std::to_string(need.free.f_favail) + " are free");
+            throw Refusal(pkgadd_refused,
+                          hostadm::base::tr("not enough file entries below {1}: {2} are needed, {3} are free",
+                                            need.path, need.objects, need.free.f_favail));
     }
 }
 
@@ -398,7 +409,7 @@ void Installer::install(const std::vector<Package> &packages, bool quiet) {
     std::set<std::string> names;
     for (const Package &package : packages) {
         if (!names.insert(package.name()).second)
-            throw Failure(package.name() + ": two of the packages have this name");
+            throw Failure(hostadm::base::tr("{1}: two of the packages have this name", package.name()));
         plans.push_back(plan(package));
         check(plans.back());
     }
@@ -410,12 +421,13 @@ void Installer::install(const std::vector<Package> &packages, bool quiet) {
         } catch (const Refusal &) {
             throw;
         } catch (const std::exception &error) {
-            throw Failure(each.package->name() + ": " + error.what() + "; nothing of it was installed");
+            throw Failure(hostadm::base::tr("{1}: {2}; nothing of it was installed", each.package->name(),
+                                            error.what()));
         }
         if (quiet)
             continue;
         for (const std::string &path : each.kept)
-            std::printf("%s has been edited and was left as it is\n", path.c_str());
+            std::printf("%s\n", hostadm::base::tr("{1} has been edited and was left as it is", path).c_str());
         std::printf("Installation of <%s> was successful.\n", each.instance.c_str());
     }
 }

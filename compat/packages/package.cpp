@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "compat/support/failure.hpp"
 
 namespace compat {
@@ -32,14 +33,14 @@ public:
     explicit Words(std::string_view line) : words_(hostadm::base::words_of(line)) {}
     std::string next() {
         if (at_ == words_.size())
-            throw Failure("too few words");
+            throw Failure(hostadm::base::tr("too few words"));
         return std::string(words_[at_++]);
     }
     template <typename Number> Number next_number(int base = 10) {
         const std::string word = next();
         if (const auto value = number<Number>(word, base))
             return *value;
-        throw Failure("\"" + word + "\" is no number");
+        throw Failure(hostadm::base::tr("\"{1}\" is no number", word));
     }
     bool next_is_number() const { return at_ < words_.size() && number<unsigned>(words_[at_]).has_value(); }
     bool empty() const { return at_ == words_.size(); }
@@ -54,7 +55,7 @@ std::string clean_path(const std::string &path) {
     std::string clean;
     for (const std::string_view part : hostadm::base::split(path, '/')) {
         if (part == "..")
-            throw Failure("the path " + path + " leads out of its directory");
+            throw Failure(hostadm::base::tr("the path {1} leads out of its directory", path));
         if (!part.empty() && part != ".")
             clean.append("/").append(part);
     }
@@ -67,7 +68,7 @@ constexpr std::size_t largest_text = 64U << 20U;
 hostadm::base::Beneath opened(const std::string &directory) {
     Descriptor package(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!package)
-        throw Failure(directory + ": no such package (" + std::strerror(errno) + ")");
+        throw Failure(hostadm::base::tr("{1}: no such package ({2})", directory, std::strerror(errno)));
     return {std::move(package), directory};
 }
 
@@ -128,19 +129,19 @@ std::map<std::string, std::string> parse_settings(std::string_view text) {
 Package::Package(const std::string &directory, const std::string &base) : files_(opened(directory)) {
     for (const auto &[file, text] : {std::pair{"pkginfo", &info_text_}, std::pair{"pkgmap", &map_text_}}) {
         if (!files_.is_file(file))
-            throw Failure(directory + ": no package, it has no file " + file);
+            throw Failure(hostadm::base::tr("{1}: no package, it has no file {2}", directory, file));
         *text = files_.read(file, largest_text);
     }
     settings_ = parse_settings(info_text_);
     name_ = setting("PKG");
     if (!is_package_name(name_))
-        throw Failure(directory + "/pkginfo: PKG=\"" + name_ + "\" is no package name");
+        throw Failure(hostadm::base::tr("{1}/pkginfo: PKG=\"{2}\" is no package name", directory, name_));
     for (const char *const needed : {"ARCH", "VERSION"})
         if (setting(needed).empty())
-            fail(std::string("pkginfo has no ") + needed);
+            fail(hostadm::base::tr("pkginfo has no {1}", needed));
     const std::string wanted = base.empty() ? setting("BASEDIR", "/") : base;
     if (!wanted.starts_with('/'))
-        fail("the base directory " + wanted + " is not absolute");
+        fail(hostadm::base::tr("the base directory {1} is not absolute", wanted));
     base_ = clean_path(wanted);
     settings_["BASEDIR"] = base_;
     settings_["PKGINST"] = name_;
@@ -170,7 +171,7 @@ std::string Package::expand(const std::string &word) const {
             ++end;
         const std::string value = setting(word.substr(at + 1, end - at - 1));
         if (value.empty())
-            throw Failure("pkginfo has no value for " + word.substr(at, end - at));
+            throw Failure(hostadm::base::tr("pkginfo has no value for {1}", word.substr(at, end - at)));
         result += value;
         at = end;
     }
@@ -189,7 +190,7 @@ Entry Package::parse_line(std::string_view line) const {
         entry.part = words.next_number<unsigned>();
     const std::string type = words.next();
     if (type.size() != 1 || std::strchr("fevdxslbcpi", type[0]) == nullptr)
-        throw Failure("unknown type \"" + type + "\"");
+        throw Failure(hostadm::base::tr("unknown type \"{1}\"", type));
     entry.type = type[0];
     if (entry.type != 'i')
         entry.class_name = words.next();
@@ -197,7 +198,7 @@ Entry Package::parse_line(std::string_view line) const {
     if (entry.type == 's' || entry.type == 'l') {
         const size_t equals = entry.written.find('=');
         if (equals == std::string::npos || equals + 1 == entry.written.size())
-            throw Failure("the link " + entry.written + " has no target");
+            throw Failure(hostadm::base::tr("the link {1} has no target", entry.written));
         entry.target = entry.written.substr(equals + 1);
         entry.written.resize(equals);
         if (entry.type == 'l')
@@ -205,11 +206,11 @@ Entry Package::parse_line(std::string_view line) const {
     }
     if (entry.type == 'i') {
         if (entry.written.find('/') != std::string::npos)
-            throw Failure("the information file " + entry.written + " has a directory");
+            throw Failure(hostadm::base::tr("the information file {1} has a directory", entry.written));
     } else {
         entry.path = place_of(entry.written);
         if (entry.path == "/" && !entry.is_directory())
-            throw Failure("\"" + entry.written + "\" is no place for a file");
+            throw Failure(hostadm::base::tr("\"{1}\" is no place for a file", entry.written));
     }
     if (entry.type == 'b' || entry.type == 'c') {
         entry.major = words.next_number<unsigned>();
@@ -220,7 +221,7 @@ Entry Package::parse_line(std::string_view line) const {
         if (mode != "?") {
             entry.mode = number<mode_t>(mode, 8);
             if (!entry.mode || *entry.mode > 07777)
-                throw Failure("\"" + mode + "\" is no mode");
+                throw Failure(hostadm::base::tr("\"{1}\" is no mode", mode));
         }
         entry.owner = expand(words.next());
         entry.group = expand(words.next());
@@ -231,10 +232,10 @@ Entry Package::parse_line(std::string_view line) const {
         const std::string modified = words.empty() ? "?" : words.next();
         entry.modified = number<time_t>(modified);
         if (!entry.modified && modified != "?" && modified != "NONE")
-            throw Failure("\"" + modified + "\" is no time");
+            throw Failure(hostadm::base::tr("\"{1}\" is no time", modified));
     }
     if (!words.empty())
-        throw Failure("too many words");
+        throw Failure(hostadm::base::tr("too many words"));
     return entry;
 }
 
@@ -250,15 +251,15 @@ void Package::parse_map() {
             if (entry.type == 'i')
                 information_.push_back(std::move(entry));
             else if (!paths.insert(entry.path).second)
-                throw Failure(entry.path + " stands there twice");
+                throw Failure(hostadm::base::tr("{1} stands there twice", entry.path));
             else
                 entries_.push_back(std::move(entry));
         } catch (const Failure &error) {
-            fail("pkgmap line " + std::to_string(number) + ": " + error.what());
+            fail(hostadm::base::tr("pkgmap line {1}: {2}", number, error.what()));
         }
     }
     if (information_.empty() && entries_.empty())
-        fail("pkgmap lists nothing; is it damaged?");
+        fail(hostadm::base::tr("pkgmap lists nothing; is it damaged?"));
 }
 
 // Scripts were written for another system, and would run as root on this one.
@@ -266,13 +267,14 @@ void Package::refuse_scripts() const {
     static const std::set<std::string> scripts = {"request", "checkinstall", "preinstall", "postinstall"};
     for (const Entry &entry : information_)
         if (scripts.contains(entry.written) || entry.written.starts_with("i."))
-            fail("it has the script " + entry.written +
-                 "; packages with installation scripts are not supported");
+            fail(hostadm::base::tr(
+                "it has the script {1}; packages with installation scripts are not supported",
+                entry.written));
     static const std::set<std::string> transforming = {"sed", "awk", "build"};
     for (const Entry &entry : entries_)
         if (transforming.contains(entry.class_name))
-            fail(entry.written + " is of the class " + entry.class_name +
-                 ", whose files are programs; that is not supported");
+            fail(hostadm::base::tr("{1} is of the class {2}, whose files are programs; that is not supported",
+                                   entry.written, entry.class_name));
 }
 
 Descriptor Package::open_source(const Entry &entry) const {
@@ -292,13 +294,13 @@ Descriptor Package::open_source(const Entry &entry) const {
     for (const std::string &candidate : candidates)
         if (files_.is_file(candidate))
             return files_.open_file(candidate);
-    fail("the file " + entry.written + " is missing, or not a plain file in the package");
+    fail(hostadm::base::tr("the file {1} is missing, or not a plain file in the package", entry.written));
 }
 
 std::string Package::information_text(const Entry &entry) const {
     const auto text = hostadm::base::read_stream(open_source(entry).get());
     if (!text)
-        fail_with_errno("cannot read " + entry.written);
+        fail_with_errno(hostadm::base::tr("cannot read {1}", entry.written));
     return *text;
 }
 
@@ -306,11 +308,11 @@ void Package::verify(const std::function<void()> &reading) const {
     const auto verify_one = [&](const Entry &entry) {
         const Measure found = measure(open_source(entry), entry.written, all_of_it, reading);
         if (found.size != entry.size)
-            fail("the file " + entry.written + " is damaged: it has " + std::to_string(found.size) +
-                 " bytes instead of " + std::to_string(entry.size));
+            fail(hostadm::base::tr("the file {1} is damaged: it has {2} bytes instead of {3}", entry.written,
+                                   found.size, entry.size));
         if (found.sum != entry.sum)
-            fail("the file " + entry.written + " is damaged: its checksum is " + std::to_string(found.sum) +
-                 " instead of " + std::to_string(entry.sum));
+            fail(hostadm::base::tr("the file {1} is damaged: its checksum is {2} instead of {3}",
+                                   entry.written, found.sum, entry.sum));
     };
     for (const Entry &entry : information_)
         verify_one(entry);

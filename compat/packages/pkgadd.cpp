@@ -8,6 +8,7 @@
 #include <getopt.h>
 #include <sys/stat.h>
 
+#include "base/translation.hpp"
 #include "compat/packages/install.hpp"
 #include "compat/support/failure.hpp"
 #include "compat/support/files.hpp"
@@ -17,7 +18,7 @@ namespace {
 volatile std::sig_atomic_t interrupted = 0;
 
 constexpr const char *help =
-    R"(usage: pkgadd [-Sn] [-R ROOT] [-a ADMIN] [-d DIRECTORY] {PACKAGE... | all}
+    hostadm::base::translatable(R"(usage: pkgadd [-Sn] [-R ROOT] [-a ADMIN] [-d DIRECTORY] {PACKAGE... | all}
 Installs packages in the System V directory format from DIRECTORY (/var/spool/pkg). Each one is installed whole
 or not at all: sizes, checksums and space are checked first, and a failure takes back what was done.
 
@@ -30,7 +31,7 @@ or not at all: sizes, checksums and space are checked first, and a failure takes
   -h, --help         this text
 Exit status: 0 done; 1 failed, or wrong usage; 3 interrupted; 4 forbidden by the admin file; 5 the admin file
 wants questions asked. See pkgadd(8).
-)";
+)");
 
 struct Settings {
     bool quiet = false;
@@ -41,7 +42,7 @@ struct Settings {
 };
 
 [[noreturn]] void usage(const std::string &text) {
-    compat::print_complaint("pkgadd", text + "; try --help");
+    compat::print_complaint("pkgadd", hostadm::base::tr("{1}; try --help", text));
     std::exit(compat::pkgadd_failed);
 }
 
@@ -62,16 +63,16 @@ Settings parse(int argc, char **argv) {
         else if (letter == 'd')
             settings.spool = optarg;
         else if (letter == 'h') {
-            std::fputs(help, stdout);
+            std::fputs(hostadm::base::tr(help), stdout);
             std::exit(compat::pkgadd_done);
         } else if (letter == '?')
             std::exit(compat::pkgadd_failed);
     }
     settings.names.assign(argv + optind, argv + argc);
     if (settings.names.empty())
-        usage("name the packages, or all");
+        usage(hostadm::base::tr("name the packages, or all"));
     if (!settings.root.starts_with('/'))
-        usage("the root " + settings.root + " is not absolute");
+        usage(hostadm::base::tr("the root {1} is not absolute", settings.root));
     return settings;
 }
 
@@ -81,7 +82,7 @@ compat::Admin read_admin(const std::string &name) {
     const std::string path = name.find('/') == std::string::npos ? "/var/sadm/install/admin/" + name : name;
     const auto text = compat::read_file(path);
     if (!text)
-        throw compat::Failure("there is no admin file " + path);
+        throw compat::Failure(hostadm::base::tr("there is no admin file {1}", path));
     return compat::Admin::parse(*text);
 }
 
@@ -90,11 +91,12 @@ std::vector<std::string> selected(const Settings &settings) {
     if (stat(settings.spool.c_str(), &info) != 0)
         compat::fail_with_errno(settings.spool);
     if (!S_ISDIR(info.st_mode))
-        throw compat::Failure(settings.spool + " is no directory; packages in one file are not supported");
+        throw compat::Failure(
+            hostadm::base::tr("{1} is no directory; packages in one file are not supported", settings.spool));
     if (settings.names != std::vector<std::string>{"all"}) {
         for (const std::string &name : settings.names)
             if (name.empty() || name.find('/') != std::string::npos || name.front() == '.')
-                throw compat::Failure("\"" + name + "\" is no package name");
+                throw compat::Failure(hostadm::base::tr("\"{1}\" is no package name", name));
         return settings.names;
     }
     std::vector<std::string> names;
@@ -103,7 +105,7 @@ std::vector<std::string> selected(const Settings &settings) {
             std::filesystem::exists(each.path() / "pkginfo"))
             names.push_back(each.path().filename());
     if (names.empty())
-        throw compat::Failure(settings.spool + " holds no package");
+        throw compat::Failure(hostadm::base::tr("{1} holds no package", settings.spool));
     std::sort(names.begin(), names.end());
     return names;
 }
@@ -121,6 +123,7 @@ int add(const Settings &settings) {
 } // namespace
 
 int main(int argc, char **argv) {
+    hostadm::base::speak_the_users_language();
     const Settings settings = parse(argc, argv);
     struct sigaction action = {};
     action.sa_handler = [](int) { interrupted = 1; };

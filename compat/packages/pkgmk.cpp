@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "base/beneath.hpp"
+#include "base/translation.hpp"
 #include "compat/packages/package.hpp"
 #include "compat/support/failure.hpp"
 #include "compat/support/files.hpp"
@@ -27,7 +28,8 @@ using compat::Failure;
 using hostadm::base::Beneath;
 using hostadm::base::Descriptor;
 
-constexpr const char *help = R"(usage: pkgmk [-ao] [-d DIRECTORY] [-e PATH]... -r TREE PACKAGE [KEY=VALUE]...
+constexpr const char *help = hostadm::base::translatable(
+    R"(usage: pkgmk [-ao] [-d DIRECTORY] [-e PATH]... -r TREE PACKAGE [KEY=VALUE]...
 Makes the package PACKAGE below DIRECTORY (/var/spool/pkg) from everything in TREE, in the System V directory
 format that pkgadd(8) installs. KEY=VALUE sets lines of pkginfo; NAME, ARCH, VERSION and CATEGORY have defaults.
 
@@ -39,7 +41,7 @@ format that pkgadd(8) installs. KEY=VALUE sets lines of pkginfo; NAME, ARCH, VER
   -r, --root TREE     what the package is made from
   -h, --help          this text
 Exit status: 0 done, 1 failed, or wrong usage. See pkgmk(8).
-)";
+)");
 
 struct Settings {
     bool absolute = false;
@@ -52,7 +54,7 @@ struct Settings {
 };
 
 [[noreturn]] void usage(const std::string &text) {
-    compat::print_complaint("pkgmk", text + "; try --help");
+    compat::print_complaint("pkgmk", hostadm::base::tr("{1}; try --help", text));
     std::exit(1);
 }
 
@@ -77,20 +79,20 @@ Settings parse(int argc, char **argv) {
         else if (letter == 'e')
             settings.editable.push_back(fs::path(optarg).relative_path().lexically_normal());
         else if (letter == 'h') {
-            std::fputs(help, stdout);
+            std::fputs(hostadm::base::tr(help), stdout);
             std::exit(0);
         } else if (letter == '?')
             std::exit(1);
     }
     if (optind >= argc || settings.tree.empty())
-        usage("give a tree and the package's name");
+        usage(hostadm::base::tr("give a tree and the package's name"));
     settings.package = argv[optind];
     settings.info = {{"NAME", settings.package}, {"ARCH", "all"}, {"VERSION", "1.0"}, {"CATEGORY", "system"}};
     for (int index = optind + 1; index < argc; ++index) {
         const std::string word = argv[index];
         const size_t equals = word.find('=');
         if (equals == 0 || equals == std::string::npos || word.find('\n') != std::string::npos)
-            usage("\"" + word + "\" is no KEY=VALUE");
+            usage(hostadm::base::tr("\"{1}\" is no KEY=VALUE", word));
         settings.info[word.substr(0, equals)] = word.substr(equals + 1);
     }
     settings.info["PKG"] = settings.package;
@@ -127,20 +129,20 @@ public:
 
     void make() {
         if (!compat::is_package_name(settings_.package))
-            throw Failure("\"" + settings_.package + "\" is no package name");
+            throw Failure(hostadm::base::tr("\"{1}\" is no package name", settings_.package));
         if (!fs::is_directory(settings_.tree))
-            throw Failure(settings_.tree + ": no such tree");
+            throw Failure(hostadm::base::tr("{1}: no such tree", settings_.tree));
         const Beneath tree(settings_.tree);
         const fs::path package = fs::path(settings_.spool) / settings_.package;
         if (fs::exists(package) && !settings_.overwrite)
-            throw Failure(package.string() + " is there already; -o replaces it");
+            throw Failure(hostadm::base::tr("{1} is there already; -o replaces it", package.string()));
         fs::create_directories(settings_.spool);
         begin();
         write_info();
         add_all(tree, "");
         if (!editable_.empty())
-            throw Failure(*editable_.begin() + ": " + settings_.tree +
-                          " has no such file that could be edited");
+            throw Failure(hostadm::base::tr("{1}: {2} has no such file that could be edited",
+                                            *editable_.begin(), settings_.tree));
         std::sort(lines_.begin(), lines_.end());
         std::string map = ": 1 " + std::to_string(kilobytes_ * 2) + "\n" + information_line_;
         for (const auto &[path, line] : lines_)
@@ -156,7 +158,7 @@ private:
         const fs::path fresh = fs::path(settings_.spool) / ("." + settings_.package + ".new");
         fs::remove_all(fresh);
         if (mkdir(fresh.c_str(), 0755) != 0)
-            compat::fail_with_errno("cannot make " + fresh.string());
+            compat::fail_with_errno(hostadm::base::tr("cannot make {1}", fresh.string()));
         fresh_ = fresh;
     }
 
@@ -164,7 +166,7 @@ private:
     void put_in_place(const fs::path &package) {
         const Descriptor spool(open(settings_.spool.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         if (!spool || syncfs(spool.get()) != 0)
-            compat::fail_with_errno("cannot write to " + settings_.spool);
+            compat::fail_with_errno(hostadm::base::tr("cannot write to {1}", settings_.spool));
         if (renameat2(AT_FDCWD, fresh_.c_str(), AT_FDCWD, package.c_str(), RENAME_EXCHANGE) == 0) {
             fs::remove_all(fresh_);
         } else {
@@ -172,7 +174,7 @@ private:
             fs::rename(fresh_, package);
         }
         if (fsync(spool.get()) != 0)
-            compat::fail_with_errno("cannot write to " + settings_.spool);
+            compat::fail_with_errno(hostadm::base::tr("cannot write to {1}", settings_.spool));
     }
 
     void write_info() {
@@ -197,11 +199,12 @@ private:
     void add(const Beneath &directory, const std::string &name, const std::string &relative) {
         const auto present = directory.status(name);
         if (!present)
-            throw Failure(directory.path_of(name) + " has gone while it was packaged");
+            throw Failure(hostadm::base::tr("{1} has gone while it was packaged", directory.path_of(name)));
         const struct stat &info = *present;
         const std::string written = settings_.absolute ? "/" + relative : relative;
         if (written.find_first_of(" \t\n=$") != std::string::npos)
-            throw Failure(written + ": pkgmap cannot hold a path with a blank, \"=\" or \"$\"");
+            throw Failure(
+                hostadm::base::tr("{1}: pkgmap cannot hold a path with a blank, \"=\" or \"$\"", written));
         const std::string rest =
             octal(info.st_mode) + " " + owner_word(info.st_uid) + " " + owner_word(info.st_gid);
         if (S_ISDIR(info.st_mode)) {
@@ -218,7 +221,7 @@ private:
         else if (S_ISREG(info.st_mode))
             add_file(directory.open_file(name), relative, written, rest);
         else
-            throw Failure(directory.path_of(name) + ": a socket cannot be packaged");
+            throw Failure(hostadm::base::tr("{1}: a socket cannot be packaged", directory.path_of(name)));
     }
 
     void add_file(const Descriptor &source, const std::string &relative, const std::string &written,
@@ -247,10 +250,10 @@ private:
         const Descriptor target(open(copy.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
         struct statvfs room = {};
         if (!target || fstatvfs(target.get(), &room) != 0)
-            compat::fail_with_errno("cannot make " + copy.string());
+            compat::fail_with_errno(hostadm::base::tr("cannot make {1}", copy.string()));
         if (size / std::max<uint64_t>(room.f_frsize, 1) >= room.f_bavail)
-            throw Failure(path + ": no space for its " + std::to_string(size >> 10U) + " KB in " +
-                          settings_.spool);
+            throw Failure(
+                hostadm::base::tr("{1}: no space for its {2} KB in {3}", path, size >> 10U, settings_.spool));
         compat::Checksum sum;
         uint64_t copied = 0;
         char piece[65536];
@@ -264,9 +267,9 @@ private:
             compat::write_all(target, {piece, static_cast<size_t>(count)}, copy);
         }
         if (copied != size)
-            throw Failure(path + " has changed while it was packaged");
+            throw Failure(hostadm::base::tr("{1} has changed while it was packaged", path));
         if (fchmod(target.get(), mode) != 0)
-            compat::fail_with_errno("cannot set the mode of " + copy.string());
+            compat::fail_with_errno(hostadm::base::tr("cannot set the mode of {1}", copy.string()));
         return sum;
     }
 
@@ -284,6 +287,7 @@ private:
 } // namespace
 
 int main(int argc, char **argv) {
+    hostadm::base::speak_the_users_language();
     const Settings settings = parse(argc, argv);
     return compat::guarded_main("pkgmk", 1, [&] {
         Maker(settings).make();

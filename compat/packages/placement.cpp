@@ -9,6 +9,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include "base/translation.hpp"
 #include "compat/support/failure.hpp"
 #include "compat/support/files.hpp"
 
@@ -32,14 +33,14 @@ constexpr const char *fresh_ending = ".pkgnew";
 constexpr const char *saved_ending = ".pkgold";
 
 [[noreturn]] void fail_as_replaced(const std::string &path) {
-    throw Failure(path + " was replaced by somebody else while it was installed");
+    throw Failure(hostadm::base::tr("{1} was replaced by somebody else while it was installed", path));
 }
 
 Descriptor make_file(const Beneath &parent, const std::string &name, const std::string &path) {
     Descriptor file(openat(parent.descriptor(), name.c_str(),
                            O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!file)
-        fail_with_errno("cannot make " + path);
+        fail_with_errno(hostadm::base::tr("cannot make {1}", path));
     return file;
 }
 
@@ -97,9 +98,10 @@ void Placement::make_parents(const std::string &path) {
     if (root_.has_directory(directory))
         return;
     if (const auto present = root_.status(directory))
-        throw Failure(directory + (S_ISLNK(present->st_mode)
-                                       ? " is a link that leads to no directory inside the root"
-                                       : " is there already and is no directory"));
+        throw Failure(
+            S_ISLNK(present->st_mode)
+                ? hostadm::base::tr("{1} is a link that leads to no directory inside the root", directory)
+                : hostadm::base::tr("{1} is there already and is no directory", directory));
     make_parents(directory);
     if (root_.make_directory(directory))
         undo_.push_back([this, directory] {
@@ -125,7 +127,7 @@ void Placement::place_directory(const Entry &entry) {
     const gid_t group = entry.group == "?" ? before.st_gid : accounts_.group(entry.group);
     if (fchown(directory.descriptor(), user, group) != 0 ||
         fchmod(directory.descriptor(), entry.mode.value_or(before.st_mode & 07777U)) != 0)
-        fail_with_errno("cannot set the owner and mode of " + entry.path);
+        fail_with_errno(hostadm::base::tr("cannot set the owner and mode of {1}", entry.path));
     changed_.insert(entry.path);
 }
 
@@ -139,7 +141,7 @@ Beneath Placement::begin(const std::string &path, Pending &pending) {
     const auto present = parent.status(last_part(path));
     pending.had_before = present.has_value();
     if (present && S_ISDIR(present->st_mode))
-        throw Failure(path + " is there already and is a directory");
+        throw Failure(hostadm::base::tr("{1} is there already and is a directory", path));
     pending_.push_back(pending);
     changed_.insert(directory_part(path));
     return parent;
@@ -161,7 +163,7 @@ void Placement::stage_file(const Package &package, const Entry &entry) {
     char piece[65536];
     for (ssize_t count; (count = read(source.get(), piece, sizeof piece)) != 0;) {
         if (count < 0 && errno != EINTR)
-            fail_with_errno("cannot read " + entry.written);
+            fail_with_errno(hostadm::base::tr("cannot read {1}", entry.written));
         working_();
         if (count < 0)
             continue;
@@ -170,12 +172,13 @@ void Placement::stage_file(const Package &package, const Entry &entry) {
         write_all(fresh, {piece, static_cast<size_t>(count)}, entry.path);
     }
     if (size != entry.size || sum.value() != entry.sum)
-        throw Failure("the file " + entry.written + " has changed while it was installed");
+        throw Failure(hostadm::base::tr("the file {1} has changed while it was installed", entry.written));
     if (fchown(fresh.get(), accounts_.user(entry.owner), accounts_.group(entry.group)) != 0)
-        fail_with_errno("cannot give " + entry.path + " to " + entry.owner + ":" + entry.group);
+        fail_with_errno(
+            hostadm::base::tr("cannot give {1} to {2}:{3}", entry.path, entry.owner, entry.group));
     // After the owner, whose change takes the set-user and set-group bits away.
     if (fchmod(fresh.get(), entry.mode.value_or(0644)) != 0)
-        fail_with_errno("cannot set the mode of " + entry.path);
+        fail_with_errno(hostadm::base::tr("cannot set the mode of {1}", entry.path));
     if (entry.modified) {
         const timespec times[2] = {{*entry.modified, 0}, {*entry.modified, 0}};
         futimens(fresh.get(), times);
@@ -189,7 +192,7 @@ void Placement::stage_record(const std::string &path, const std::string &text) {
     const Descriptor fresh = make_file(parent, pending.fresh, path);
     write_all(fresh, text, path);
     if (fchmod(fresh.get(), 0644) != 0)
-        fail_with_errno("cannot set the mode of " + path);
+        fail_with_errno(hostadm::base::tr("cannot set the mode of {1}", path));
     pending.record = true;
     staged(std::move(pending), status_of(fresh, path));
 }
@@ -207,14 +210,14 @@ void Placement::stage_link(const Entry &entry) {
         return;
     }
     if (errno != EEXIST)
-        fail_with_errno("cannot make the link " + entry.path);
+        fail_with_errno(hostadm::base::tr("cannot make the link {1}", entry.path));
     const auto present = parent.status(name);
     if (present && S_ISLNK(present->st_mode) && parent.link_target(name) == entry.target)
         return;
     Pending pending;
     begin(entry.path, pending);
     if (symlinkat(entry.target.c_str(), parent.descriptor(), pending.fresh.c_str()) != 0)
-        fail_with_errno("cannot make the link " + entry.path);
+        fail_with_errno(hostadm::base::tr("cannot make the link {1}", entry.path));
     const struct stat object = status_of(parent, pending.fresh, entry.path);
     staged(std::move(pending), object);
 }
@@ -227,7 +230,7 @@ void Placement::stage_hard_link(const Entry &entry) {
     const Beneath parent = begin(entry.path, pending);
     const Beneath source = root_.parent_of(entry.target);
     if (linkat(source.descriptor(), name.c_str(), parent.descriptor(), pending.fresh.c_str(), 0) != 0)
-        fail_with_errno("cannot link " + entry.path + " to " + entry.target);
+        fail_with_errno(hostadm::base::tr("cannot link {1} to {2}", entry.path, entry.target));
     const struct stat object = status_of(parent, pending.fresh, entry.path);
     staged(std::move(pending), object);
 }
@@ -238,7 +241,7 @@ void Placement::stage_special(const Entry &entry) {
     const mode_t type = entry.type == 'b' ? S_IFBLK : entry.type == 'c' ? S_IFCHR : S_IFIFO;
     const dev_t device = entry.type == 'p' ? 0 : makedev(entry.major, entry.minor);
     if (mknodat(parent.descriptor(), pending.fresh.c_str(), type | 0600U, device) != 0)
-        fail_with_errno("cannot make the device " + entry.path);
+        fail_with_errno(hostadm::base::tr("cannot make the device {1}", entry.path));
     parent.set_attributes(pending.fresh, {.mode = entry.mode.value_or(0600),
                                           .owner = accounts_.user(entry.owner),
                                           .group = accounts_.group(entry.group)});
@@ -253,10 +256,10 @@ void Placement::put_in_place(Pending &pending) {
     const int directory = parent.descriptor();
     const std::string name = last_part(pending.path);
     if (pending.had_before && linkat(directory, name.c_str(), directory, pending.saved.c_str(), 0) != 0)
-        fail_with_errno("cannot save " + pending.path);
+        fail_with_errno(hostadm::base::tr("cannot save {1}", pending.path));
     // Two names of one file: rename would leave both.
     if (renameat(directory, pending.fresh.c_str(), directory, name.c_str()) != 0)
-        fail_with_errno("cannot put " + pending.path + " in place");
+        fail_with_errno(hostadm::base::tr("cannot put {1} in place", pending.path));
     pending.renamed = true;
     unlinkat(directory, pending.fresh.c_str(), 0);
     const struct stat object = status_of(parent, name, pending.path);
@@ -293,7 +296,8 @@ void Placement::roll_back() noexcept {
         try {
             action();
         } catch (const std::exception &error) {
-            std::fprintf(stderr, "pkgadd: cannot take back: %s\n", error.what());
+            std::fprintf(stderr, "pkgadd: %s\n",
+                         hostadm::base::tr("cannot take back: {1}", error.what()).c_str());
         }
     };
     for (auto pending = pending_.rbegin(); pending != pending_.rend(); ++pending)

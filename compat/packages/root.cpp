@@ -10,6 +10,7 @@
 
 #include "base/folder_lock.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "compat/support/failure.hpp"
 
 namespace compat {
@@ -45,7 +46,7 @@ unsigned look_up(const std::string &table, const std::string &name, const char *
         return number;
     if (const auto found = usual.find(name); found != usual.end())
         return found->second;
-    throw Failure(std::string("the ") + kind + " " + name + " is in no table of the root");
+    throw Failure(hostadm::base::tr("the {1} {2} is in no table of the root", kind, name));
 }
 
 } // namespace
@@ -66,9 +67,10 @@ hostadm::base::Descriptor Root::lock(const std::function<void()> &waiting) const
     hostadm::base::Descriptor lock = hostadm::base::lock_file_of(files_.descriptor(), "packages");
     for (int tries = 0; flock(lock.get(), LOCK_EX | LOCK_NB) != 0; ++tries) {
         if (errno != EWOULDBLOCK && errno != EINTR)
-            fail_with_errno("cannot lock " + files_.path());
+            fail_with_errno(hostadm::base::tr("cannot lock {1}", files_.path()));
         if (tries >= 30000)
-            throw Failure("another installation into " + files_.path() + " has run for five minutes");
+            throw Failure(
+                hostadm::base::tr("another installation into {1} has run for five minutes", files_.path()));
         waiting();
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }

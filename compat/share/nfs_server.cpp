@@ -12,6 +12,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "base/translation.hpp"
 #include "compat/share/share_table.hpp"
 #include "compat/support/failure.hpp"
 #include "compat/support/files.hpp"
@@ -200,8 +201,8 @@ std::unique_ptr<NfsServer> installed_nfs_server() {
 std::unique_ptr<NfsServer> find_nfs_server() {
     if (auto server = installed_nfs_server())
         return server;
-    throw Failure("no NFS server is installed; install the packages nfs-ganesha and nfs-ganesha-vfs, "
-                  "or nfs-kernel-server");
+    throw Failure(base::tr("no NFS server is installed; install the packages nfs-ganesha and "
+                           "nfs-ganesha-vfs, or nfs-kernel-server"));
 }
 
 bool publish_shares(const NfsServer &server) {

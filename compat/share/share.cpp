@@ -9,6 +9,7 @@
 
 #include "base/share_rules.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "compat/share/nfs_server.hpp"
 #include "compat/share/share_table.hpp"
 #include "compat/support/debian_program.hpp"
@@ -27,7 +28,7 @@ constexpr int status_failed = 1;
 constexpr int status_usage = 2;
 
 constexpr const char *share_help =
-    R"(usage: share [-F nfs] [-o OPTIONS] [-d DESCRIPTION] DIRECTORY
+    base::translatable(R"(usage: share [-F nfs] [-o OPTIONS] [-d DESCRIPTION] DIRECTORY
        share [-F nfs]
 Makes DIRECTORY available over NFS at once, or changes the options of a share; without a directory, lists what
 is shared: resource (always "-"), path, options, description. Says nothing when it succeeds.
@@ -39,16 +40,16 @@ is shared: resource (always "-"), path, options, description. Says nothing when 
   -d, --description TEXT  shown in the list
   -h, --help              this text
 Exit status: 0 done, 1 refused, 2 wrong usage. See share(8).
-)";
-constexpr const char *unshare_help = R"(usage: unshare [-F nfs] DIRECTORY
+)");
+constexpr const char *unshare_help = base::translatable(R"(usage: unshare [-F nfs] DIRECTORY
 Withdraws DIRECTORY from NFS clients at once. Says nothing when it succeeds.
 
   -F, --type TYPE   file system type; only nfs
   -h, --help        this text
 A call that begins with another option, such as "unshare --net COMMAND", is handed to Debian's unshare(1).
 Exit status: 0 done, 1 refused, 2 wrong usage. See share(8).
-)";
-constexpr const char *shareall_help = R"(usage: shareall [-F nfs] [--boot] [FILE]
+)");
+constexpr const char *shareall_help = base::translatable(R"(usage: shareall [-F nfs] [--boot] [FILE]
 Shares every line "share ..." of FILE (/etc/dfs/dfstab). Comments and "#share" lines are skipped. A line that
 fails is reported with its number, and the others are shared all the same.
 
@@ -56,14 +57,14 @@ fails is reported with its number, and the others are shared all the same.
       --boot        forget first what was shared before the host was started
   -h, --help        this text
 Exit status: 0 done, 1 at least one line failed, 2 wrong usage. See share(8).
-)";
-constexpr const char *unshareall_help = R"(usage: unshareall [-F nfs]
+)");
+constexpr const char *unshareall_help = base::translatable(R"(usage: unshareall [-F nfs]
 Withdraws everything that is shared.
 
   -F, --type TYPE   file system type; only nfs
   -h, --help        this text
 Exit status: 0 done, 1 failed, 2 wrong usage. See share(8).
-)";
+)");
 
 // ---- the commands ----
 
@@ -93,7 +94,7 @@ int list_shares() {
 int share(const std::vector<std::string> &words) {
     const ShareRequest request = base::parse_share_words(words, base::share_letters);
     if (request.help)
-        return std::fputs(share_help, stdout) < 0;
+        return std::fputs(base::tr(share_help), stdout) < 0;
     if (request.operands.empty())
         return list_shares();
     const auto server = find_nfs_server();
@@ -117,7 +118,7 @@ bool is_for_debians_unshare(const std::vector<std::string> &words) {
 int unshare(const std::vector<std::string> &words) {
     const ShareRequest request = base::parse_share_words(words, base::unshare_letters);
     if (request.help)
-        return std::fputs(unshare_help, stdout) < 0;
+        return std::fputs(base::tr(unshare_help), stdout) < 0;
     const FileLock lock(share_lock_path, share_lock_patience);
     const ShareTable before = ShareTable::load();
     ShareTable table = before;
@@ -153,20 +154,20 @@ std::vector<std::string> table_words(std::string_view line) {
             words.back() += letter;
     }
     if (quote != 0)
-        throw Failure(std::string("no closing ") + quote);
+        throw Failure(base::tr("no closing {1}", quote));
     return words;
 }
 
 int shareall(const std::vector<std::string> &words) {
     const ShareRequest request = base::parse_share_words(words, "F:hB");
     if (request.help)
-        return std::fputs(shareall_help, stdout) < 0;
+        return std::fputs(base::tr(shareall_help), stdout) < 0;
     if (request.operands.size() > 1)
-        throw ShareUsage("give at most one file");
+        throw ShareUsage(base::tr("give at most one file"));
     const std::string file = request.operands.empty() ? "/etc/dfs/dfstab" : request.operands[0];
     const auto text = read_file(file);
     if (!text && !request.operands.empty())
-        throw Failure(file + ": no such file");
+        throw Failure(base::tr("{1}: no such file", file));
 
     const auto server = find_nfs_server();
     const FileLock lock(share_lock_path, share_lock_patience);
@@ -184,7 +185,7 @@ int shareall(const std::vector<std::string> &words) {
             if (line_words.empty())
                 continue;
             if (line_words[0] != "share" && line_words[0] != "/usr/sbin/share")
-                throw Failure("not a share command: \"" + line_words[0] + "\"");
+                throw Failure(base::tr("not a share command: \"{1}\"", line_words[0]));
             const Share wanted =
                 base::wanted_share(base::parse_share_words(line_words, "F:o:d:"), server->is_kernel());
             if (is_served(table.shares, wanted))
@@ -192,7 +193,7 @@ int shareall(const std::vector<std::string> &words) {
             check_neighbours(table.shares, wanted.path);
             put_share(table.shares, wanted);
         } catch (const std::runtime_error &error) {
-            print_complaint("shareall", file + " line " + std::to_string(number) + ": " + error.what());
+            print_complaint("shareall", base::tr("{1} line {2}: {3}", file, number, error.what()));
             status = status_failed;
         }
     }
@@ -203,9 +204,9 @@ int shareall(const std::vector<std::string> &words) {
 int unshareall(const std::vector<std::string> &words) {
     const ShareRequest request = base::parse_share_words(words, "F:h");
     if (request.help)
-        return std::fputs(unshareall_help, stdout) < 0;
+        return std::fputs(base::tr(unshareall_help), stdout) < 0;
     if (!request.operands.empty())
-        throw ShareUsage("takes no directory");
+        throw ShareUsage(base::tr("takes no directory"));
     const FileLock lock(share_lock_path, share_lock_patience);
     const ShareTable before = ShareTable::load();
     if (!before.shares.empty())
@@ -217,6 +218,7 @@ int unshareall(const std::vector<std::string> &words) {
 } // namespace compat
 
 int main(int argc, char **argv) {
+    hostadm::base::speak_the_users_language();
     const std::vector<std::string> words(argv, argv + argc);
     const char *const slash = argc > 0 ? std::strrchr(argv[0], '/') : nullptr;
     const std::string name = argc == 0 ? "share" : slash != nullptr ? slash + 1 : argv[0];

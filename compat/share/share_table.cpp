@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "compat/support/failure.hpp"
 #include "compat/support/files.hpp"
 
@@ -76,7 +77,7 @@ unsigned ExportNumbers::number_of(const std::string &path, const ShareTable &in_
         const auto forgotten = std::find_if(entries_.begin(), entries_.end(),
                                             [&](const Entry &entry) { return !in_use.holds(entry.path); });
         if (forgotten == entries_.end())
-            throw Failure("too many shares: there are only 65535 export numbers");
+            throw Failure(hostadm::base::tr("too many shares: there are only 65535 export numbers"));
         entries_.erase(forgotten);
     }
     std::bitset<last_number + 1> taken;

@@ -9,14 +9,15 @@
 #include "base/descriptor.hpp"
 #include "base/program.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "compat/support/failure.hpp"
 
 namespace compat {
 
 void DebianProgram::fail_to_run(int error) const {
     if (error == ENOENT)
-        throw Failure(path_ + " is missing; install the package " + package_);
-    fail_with_errno("cannot run " + path_, error);
+        throw Failure(hostadm::base::tr("{1} is missing; install the package {2}", path_, package_));
+    fail_with_errno(hostadm::base::tr("cannot run {1}", path_), error);
 }
 
 // Where both directories are one, this program would start itself for ever.
@@ -24,7 +25,8 @@ void DebianProgram::require_other_than_this() const {
     struct stat ours = {}, theirs = {};
     if (stat("/proc/self/exe", &ours) == 0 && stat(path_.c_str(), &theirs) == 0 &&
         ours.st_dev == theirs.st_dev && ours.st_ino == theirs.st_ino)
-        throw Failure(path_ + " is this adapter; put Debian's back: apt-get install --reinstall " + package_);
+        throw Failure(hostadm::base::tr(
+            "{1} is this adapter; put Debian's back: apt-get install --reinstall {2}", path_, package_));
 }
 
 void DebianProgram::take_over(char **argv) const {
@@ -38,7 +40,7 @@ int DebianProgram::run_silently(const std::vector<std::string> &words, const std
     // Not a pipe: a mount that goes on in the background would hold its end.
     const hostadm::base::Descriptor said(memfd_create("said", MFD_CLOEXEC));
     if (!said)
-        fail_with_errno("cannot keep what mount says");
+        fail_with_errno(hostadm::base::tr("cannot keep what mount says"));
 
     const std::string name(hostadm::base::last_component(path_));
     hostadm::base::Program program{.words = {path_}};

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "base/program.hpp"
+#include "base/translation.hpp"
 #include "compat/support/failure.hpp"
 
 namespace compat {
@@ -30,7 +31,8 @@ void run_or_fail(const std::vector<std::string> &words) {
     std::string command = words.front().substr(words.front().rfind('/') + 1);
     for (std::size_t index = 1; index < words.size(); ++index)
         command += " " + words[index];
-    throw Failure(command + " failed: " + (said.empty() ? hostadm::base::in_words(answer.ending) : said));
+    throw Failure(hostadm::base::tr("{1} failed: {2}", command,
+                                    (said.empty() ? hostadm::base::in_words(answer.ending) : said)));
 }
 
 } // namespace compat
