@@ -2,6 +2,7 @@
 // hostadm arg: the arguments and the answer of a method that is a shell script.
 #include <charconv>
 
+#include "base/translation.hpp"
 #include "cli/commands.hpp"
 #include "cli/output.hpp"
 
@@ -17,8 +18,8 @@ int refuse(const std::string &text) {
 int stored(bool well) {
     if (well)
         return done;
-    print_error("arg", "there is no method to answer for; only a method that `hostadm run` has started has "
-                       "arguments and an answer");
+    print_error("arg", base::tr("there is no method to answer for; only a method that `hostadm run` has "
+                                "started has arguments and an answer"));
     return failed;
 }
 
@@ -31,7 +32,7 @@ std::string joined(const std::vector<std::string> &words, std::size_t from) {
 
 int get(const std::vector<std::string> &words) {
     if (words.size() != 1)
-        return refuse("get takes the name of an argument");
+        return refuse(base::tr("get takes the name of an argument"));
     const auto request = framework::read_request();
     if (!request)
         return stored(false);
@@ -44,7 +45,7 @@ int get(const std::vector<std::string> &words) {
 
 int set(const std::vector<std::string> &words) {
     if (words.size() != 2 || !framework::is_name(words[0]))
-        return refuse("set takes the name of an output and its value");
+        return refuse(base::tr("set takes the name of an output and its value"));
     return stored(framework::answer_output(words[0], words[1]));
 }
 
@@ -53,10 +54,10 @@ int row(const std::vector<std::string> &words) {
     for (const std::string_view word : words) {
         const std::size_t equals = word.find('=');
         if (equals == word.npos || !framework::is_name(word.substr(0, equals)))
-            return refuse("row takes the columns as NAME=VALUE, not \"" + printable(word) + "\"");
+            return refuse(base::tr("row takes the columns as NAME=VALUE, not \"{1}\"", printable(word)));
         fields.emplace_back(word.substr(0, equals), word.substr(equals + 1));
     }
-    return words.empty() ? refuse("row takes at least one column as NAME=VALUE")
+    return words.empty() ? refuse(base::tr("row takes at least one column as NAME=VALUE"))
                          : stored(framework::answer_row(fields));
 }
 
@@ -65,7 +66,7 @@ int error(const std::vector<std::string> &words) {
     const std::string digits = words.empty() ? "" : words[0];
     const auto [end, wrong] = std::from_chars(digits.data(), digits.data() + digits.size(), code);
     if (wrong != std::errc() || end != digits.data() + digits.size() || (words.size() < 2 && code != 0))
-        return refuse("error takes a code, a number, and a text");
+        return refuse(base::tr("error takes a code, a number, and a text"));
     const auto request = framework::read_request();
     const std::string method = request ? request->method.substr(request->method.rfind('/') + 1) : "";
     return stored(framework::answer_error(code, method + ": " + joined(words, 1)));
@@ -73,7 +74,7 @@ int error(const std::vector<std::string> &words) {
 
 int undone(const std::vector<std::string> &words) {
     if (words.empty())
-        return refuse("undone takes a text that says what is left half done");
+        return refuse(base::tr("undone takes a text that says what is left half done"));
     return stored(framework::answer_left_undone(joined(words, 0)));
 }
 
@@ -86,16 +87,17 @@ void add_arg(CLI::App &app, Work &chosen) {
         int (*work)(const std::vector<std::string> &);
     };
     static constexpr Verb verbs[] = {
-        {"get", "NAME: print an input argument; status 1 when it was not given", get},
-        {"set", "NAME VALUE: return an output", set},
-        {"row", "NAME=VALUE...: return a row", row},
-        {"error", "CODE TEXT...: record an error", error},
-        {"undone", "TEXT...: say that something is left half done", undone},
+        {"get", base::translatable("NAME: print an input argument; status 1 when it was not given"), get},
+        {"set", base::translatable("NAME VALUE: return an output"), set},
+        {"row", base::translatable("NAME=VALUE...: return a row"), row},
+        {"error", base::translatable("CODE TEXT...: record an error"), error},
+        {"undone", base::translatable("TEXT...: say that something is left half done"), undone},
     };
-    CLI::App *command = app.add_subcommand("arg", "for methods that are shell scripts: arguments and answer");
+    CLI::App *command =
+        app.add_subcommand("arg", base::tr("for methods that are shell scripts: arguments and answer"));
     for (const Verb &verb : verbs) {
         // Values may begin with a dash: everything behind the verb is taken as it is.
-        CLI::App *sub = command->add_subcommand(verb.name, verb.purpose)->prefix_command();
+        CLI::App *sub = command->add_subcommand(verb.name, base::tr(verb.purpose))->prefix_command();
         sub->set_help_flag();
         sub->callback([&chosen, &verb, sub] {
             chosen = [&verb, words = sub->remaining()] { return verb.work(words); };
@@ -106,8 +108,9 @@ void add_arg(CLI::App &app, Work &chosen) {
         if (!command->get_subcommands().empty())
             return;
         chosen = [words = command->remaining()] {
-            return refuse("it takes get, set, row, error or undone" +
-                          (words.empty() ? "" : ", not \"" + printable(words.front()) + "\""));
+            return refuse(words.empty() ? base::tr("it takes get, set, row, error or undone")
+                                        : base::tr("it takes get, set, row, error or undone, not \"{1}\"",
+                                                   printable(words.front())));
         };
     });
 }

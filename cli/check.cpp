@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // hostadm check: what is wrong on this server. The method host/check finds it; here it is laid out.
 #include "base/columns.hpp"
+#include "base/translation.hpp"
 #include "cli/commands.hpp"
 #include "cli/output.hpp"
 
@@ -22,21 +23,16 @@ std::string output(const framework::Answer &answer, std::string_view name) {
     return value == nullptr ? "" : *value;
 }
 
-std::string counted(std::size_t count, const char *one, const char *many) {
-    return std::to_string(count) + " " + (count == 1 ? one : many);
-}
-
 // ERROR    WHERE: WHAT
 //          WHY
 //          mend: REPAIR
 std::string text_of(const Row &row) {
-    std::string severity = field(row, "severity");
-    severity.resize(9, ' ');
-    const std::string below(severity.size(), ' ');
+    const std::string severity = base::padded(base::tr(field(row, "severity").c_str()), 9);
+    const std::string below(base::width(severity), ' ');
     std::string text =
         severity + field(row, "where") + ": " + field(row, "what") + "\n" + below + field(row, "why") + "\n";
     if (const std::string repair = field(row, "repair"); !repair.empty())
-        text += below + "mend it: " + repair + "\n";
+        text += below + base::tr("mend it: {1}", repair) + "\n";
     return text;
 }
 
@@ -49,15 +45,18 @@ void print_text(const framework::Answer &answer, std::size_t findings) {
         stage = now;
         print(text_of(row));
     }
-    const std::string looked_at = counted(std::stoul("0" + output(answer, "clients")), "client", "clients");
+    const std::string looked_at = base::tr_n(std::stoul("0" + output(answer, "clients")),
+                                             "looked at {1} client", "looked at {1} clients");
     if (findings == 0)
-        print("no fault found; looked at " + looked_at + "\n");
+        print(base::tr("no fault found; {1}", looked_at) + "\n");
     else
-        print("\n" + counted(findings, "finding", "findings") + ", " +
-              counted(std::stoul("0" + output(answer, "errors")), "error", "errors") + "; looked at " +
-              looked_at + "\n");
+        print("\n" +
+              base::tr("{1}, {2}; {3}", base::tr_n(findings, "{1} finding", "{1} findings"),
+                       base::tr_n(std::stoul("0" + output(answer, "errors")), "{1} error", "{1} errors"),
+                       looked_at) +
+              "\n");
     if (const std::string not_seen = output(answer, "not_seen"); !not_seen.empty())
-        print("not looked at: " + not_seen + "\n");
+        print(base::tr("not looked at: {1}", not_seen) + "\n");
 }
 
 void print_as_json(const framework::Answer &answer) {
@@ -94,7 +93,7 @@ int help_checks() {
     const framework::Outcome outcome = perform(invocation);
     if (outcome.status != framework::Outcome::Status::done)
         return report(invocation, outcome);
-    Table table({"CHECK", "LOOKS AT"});
+    Table table({base::tr("CHECK"), base::tr("LOOKS AT")});
     for (const Row row : outcome.answer.rows)
         table.add({field(row, "check"), field(row, "looks_at")});
     print(table.text(base::columns_of_reader()));
@@ -104,14 +103,13 @@ int help_checks() {
 void add_check(CLI::App &app, Work &chosen) {
     static std::vector<std::string> clients;
     static bool json;
-    CLI::App *command =
-        app.add_subcommand("check", "find what keeps clients from booting, without changing anything");
-    command->add_option("clients", clients, "only these clients, and what is wrong for all")
+    CLI::App *command = app.add_subcommand(
+        "check", base::tr("find what keeps clients from booting, without changing anything"));
+    command->add_option("clients", clients, base::tr("only these clients, and what is wrong for all"))
         ->option_text("CLIENT...");
-    command->add_flag("--json", json, "print the findings as JSON");
-    command->footer(
-        "Exit status: 0 nothing is wrong, 1 there are findings, 2 wrong usage or no such client.\n"
-        "`hostadm help checks` lists what is looked at.");
+    command->add_flag("--json", json, base::tr("print the findings as JSON"));
+    command->footer(base::tr("Exit status: 0 nothing is wrong, 1 there are findings, 2 wrong usage or no "
+                             "such client.\n`hostadm help checks` lists what is looked at."));
     command->callback([&chosen] { chosen = [] { return check(clients, json); }; });
 }
 

@@ -17,7 +17,8 @@ namespace {
 std::string purpose_of(const std::string &method) {
     const auto answer = framework::describe(method);
     const auto *description = std::get_if<method::Description>(&answer);
-    return description != nullptr ? description->purpose : "(" + std::get<std::string>(answer) + ")";
+    return description != nullptr ? base::tr(description->purpose.c_str())
+                                  : "(" + std::get<std::string>(answer) + ")";
 }
 
 // What a program needs to know of a method: all that it says of itself.
@@ -45,7 +46,7 @@ void print_list(const std::vector<std::string> &methods, bool json) {
         print_json(all);
         return;
     }
-    Table table({"METHOD", "PURPOSE"});
+    Table table({base::tr("METHOD"), base::tr("PURPOSE")});
     for (const std::string &method : methods)
         table.add({method, purpose_of(method)});
     print(table.text(base::columns_of_reader()));
@@ -81,7 +82,9 @@ int list(const std::string &wanted, bool json) {
         return refuse_class(wanted);
     print_list(methods, json);
     for (const std::string &path : framework::hidden_methods())
-        print_error(path, "note: it is not used, since hostadm has a method of that name; call it otherwise");
+        print_error(
+            path,
+            base::tr("note: it is not used, since hostadm has a method of that name; call it otherwise"));
     return done;
 }
 
@@ -163,19 +166,22 @@ int help(const CLI::App &app, const std::string &subject, bool json) {
 void add_list(CLI::App &app, Work &chosen) {
     static std::string method_class;
     static bool json;
-    CLI::App *command = app.add_subcommand("list", "list the methods, a line each");
-    command->add_option("class", method_class, "only those of this class")->option_text("CLASS");
-    command->add_flag("--json", json, "print the list, with all that the methods say of themselves, as JSON");
+    CLI::App *command = app.add_subcommand("list", base::tr("list the methods, a line each"));
+    command->add_option("class", method_class, base::tr("only those of this class"))->option_text("CLASS");
+    command->add_flag("--json", json,
+                      base::tr("print the list, with all that the methods say of themselves, as JSON"));
     command->callback([&chosen] { chosen = [] { return list(method_class, json); }; });
 }
 
 void add_help(CLI::App &app, Work &chosen) {
     static std::string subject;
     static bool json;
-    CLI::App *command =
-        app.add_subcommand("help", "say what a method does and takes, or what is to know of a topic");
-    command->add_option("method", subject, "a method, a class, a command or a topic")->option_text("SUBJECT");
-    command->add_flag("--json", json, "print what a method, or each of a class, says of itself as JSON");
+    CLI::App *command = app.add_subcommand(
+        "help", base::tr("say what a method does and takes, or what is to know of a topic"));
+    command->add_option("method", subject, base::tr("a method, a class, a command or a topic"))
+        ->option_text("SUBJECT");
+    command->add_flag("--json", json,
+                      base::tr("print what a method, or each of a class, says of itself as JSON"));
     command->callback([&] { chosen = [&app] { return help(app, subject, json); }; });
 }
 

@@ -13,6 +13,7 @@
 #include "base/translation.hpp"
 #include "cli/commands.hpp"
 #include "cli/narrow_help.hpp"
+#include "cli/option_words.hpp"
 #include "cli/options.hpp"
 #include "cli/output.hpp"
 
@@ -21,11 +22,13 @@ namespace {
 using namespace hostadm::cli;
 
 // A result that could not be written is a failure, whatever the method said.
-int flushed(int status, const char *failure = "the results cannot be written: ") {
+int flushed(int status, bool is_done = false) {
     const int error = finish_output();
     if (error == 0)
         return status;
-    print_error("", std::string(failure) + std::strerror(error));
+    print_error("", is_done ? hostadm::base::tr("the method was done, but its results cannot be written: {1}",
+                                                std::strerror(error))
+                            : hostadm::base::tr("the results cannot be written: {1}", std::strerror(error)));
     return status == done ? failed : status;
 }
 
@@ -58,14 +61,18 @@ int refuse(const CLI::App &app, const std::vector<std::string> &words, const std
         commands.empty() ? nearest_command(app, first_word) : nearest_option(*commands.front(), words);
     if (commands.empty() &&
         std::holds_alternative<std::string>(hostadm::framework::find_method("", first_word)))
-        print_error("", first_word + " is a method; `hostadm run " + first_word + " NAME=VALUE...` runs it");
+        print_error(
+            "", hostadm::base::tr("{1} is a method; `hostadm run {1} NAME=VALUE...` runs it", first_word));
     else if (commands.empty() && !meant.empty())
-        print_error("", "there is no command " + printable(first_word) + "; did you mean " + meant + "?");
+        print_error("", hostadm::base::tr("there is no command {1}; did you mean {2}?", printable(first_word),
+                                          meant));
     else if (!meant.empty())
-        print_error("", what + "; did you mean " + meant + "?");
+        print_error("", hostadm::base::tr("{1}; did you mean {2}?", what, meant));
     else
-        print_error("", what + "; `hostadm " + (commands.empty() ? "" : commands.front()->get_name() + " ") +
-                            "--help` shows how it is used");
+        print_error("", commands.empty()
+                            ? hostadm::base::tr("{1}; `hostadm --help` shows how it is used", what)
+                            : hostadm::base::tr("{1}; `hostadm {2} --help` shows how it is used", what,
+                                                commands.front()->get_name()));
     return usage;
 }
 
@@ -90,17 +97,19 @@ void open_standard_descriptors() {
 }
 
 int hostadm_main(int argc, char **argv) {
-    CLI::App app("Keeps the network-boot side of a server in order.", "hostadm");
+    CLI::App app(hostadm::base::tr("Keeps the network-boot side of a server in order."), "hostadm");
+    translate_words(app);
     app.set_version_flag("--version", "hostadm " HOSTADM_VERSION);
     app.formatter(std::make_shared<NarrowHelp>());
     app.require_subcommand(0, 1);
-    app.set_help_flag("-h,--help", "print this help");
+    app.set_help_flag("-h,--help", hostadm::base::tr("print this help"));
     Work chosen;
     for (const auto add : {add_list, add_help, add_run, add_preview, add_status, add_check, add_rehearse,
                            add_watch, add_arg, add_serve, add_complete, add_generate})
         add(app, chosen);
-    app.footer("Exit status: 0 done, 1 the method failed, 2 wrong usage or invalid argument.\n"
-               "`hostadm COMMAND --help` says more about a command.");
+    translate_headings(app);
+    app.footer(hostadm::base::tr("Exit status: 0 done, 1 the method failed, 2 wrong usage or invalid "
+                                 "argument.\n`hostadm COMMAND --help` says more about a command."));
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp &asked) {
@@ -108,15 +117,13 @@ int hostadm_main(int argc, char **argv) {
     } catch (const CLI::Success &asked) {
         return flushed(app.exit(asked));
     } catch (const CLI::ParseError &wrong) {
-        return refuse(app, std::vector<std::string>(argv + std::min(argc, 1), argv + argc), wrong.what());
+        return refuse(app, std::vector<std::string>(argv + std::min(argc, 1), argv + argc), in_words(wrong));
     }
     if (!chosen)
         return flushed(help(app, ""));
     const int status = chosen();
     // Who runs a method once more because its results were lost must know that it was done.
-    return status == done && app.got_subcommand("run")
-               ? flushed(status, "the method was done, but its results cannot be written: ")
-               : flushed(status);
+    return flushed(status, status == done && app.got_subcommand("run"));
 }
 
 } // namespace

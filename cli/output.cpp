@@ -7,6 +7,7 @@
 
 #include "base/columns.hpp"
 #include "base/encoding.hpp"
+#include "base/translation.hpp"
 
 namespace hostadm::cli {
 
@@ -116,7 +117,7 @@ void print_error(std::string_view subject, std::string_view text, int code) {
             line += (byte < 0x20 && c != '\t') || byte == 0x7f ? '?' : c;
     }
     if (code != 0)
-        line += " (error " + std::to_string(code) + ")";
+        line += " " + base::tr("(error {1})", code);
     line += '\n';
     finish_output();
     std::fwrite(line.data(), 1, line.size(), stderr);

@@ -10,6 +10,7 @@
 
 #include "base/descriptor.hpp"
 #include "base/program.hpp"
+#include "base/translation.hpp"
 #include "cli/commands.hpp"
 #include "cli/output.hpp"
 #include "cli/preview_report.hpp"
@@ -35,7 +36,7 @@ struct PreviewOptions {
 };
 
 std::string quotes_defect(const std::string &line) {
-    return shell_words(line).quote == 0 ? "" : "a quote is not closed in: " + printable(line);
+    return shell_words(line).quote == 0 ? "" : base::tr("a quote is not closed in: {1}", printable(line));
 }
 
 // Runs this program again, in the same root, and keeps what it says.
@@ -46,7 +47,7 @@ bool run_then(const std::string &line, const std::string &program, int output) {
     const base::Ending ending =
         base::run({.words = command, .descriptors = {{STDOUT_FILENO, output}, {STDERR_FILENO, output}}});
     if (!ending.well())
-        base::write_all(output, "(it " + base::in_words(ending) + ")\n");
+        base::write_all(output, base::tr("(it {1})", base::in_words(ending)) + "\n");
     return ending.well();
 }
 
@@ -74,15 +75,16 @@ Outcome outcome_of(const sandbox::Outcome &run, int result) {
     if (auto outcome = framework::parse_outcome(text))
         return std::move(*outcome);
     return {Outcome::Status::failed, framework::parse_answer(text),
-            run.timed_out ? "it had not ended when the time limit passed; what it did until then is shown"
-                          : "its run in the throwaway root was cut off"};
+            run.timed_out
+                ? base::tr("it had not ended when the time limit passed; what it did until then is shown")
+                : base::tr("its run in the throwaway root was cut off")};
 }
 
 Preview make_preview(const PreviewOptions &asked) {
     const Descriptor result(memfd_create("hostadm-preview", MFD_CLOEXEC));
     const Descriptor afterwards(memfd_create("hostadm-then", MFD_CLOEXEC));
     if (!result.is_open() || !afterwards.is_open())
-        throw std::runtime_error("preview: no memory file can be made");
+        throw std::runtime_error(base::tr("no memory file can be made"));
     const std::string program = std::filesystem::read_symlink("/proc/self/exe");
     sandbox::Options options;
     options.work = [&] { return perform_inside(asked, program, result.get(), afterwards.get()); };
@@ -120,8 +122,11 @@ std::string shown_diff(const std::string &diff) {
 std::string commands_text(const std::vector<Command> &commands) {
     std::string text;
     for (const Command &command : commands)
-        text += "  " + printable(command.text()) +
-                (command.is_installed() ? "" : "    (not installed on this system)") + '\n';
+        text += "  " +
+                (command.is_installed()
+                     ? printable(command.text())
+                     : base::tr("{1}    (not installed on this system)", printable(command.text()))) +
+                "\n";
     return text;
 }
 
@@ -136,14 +141,18 @@ void print_preview(const Preview &preview, const ChangesReport &report) {
             lines += "  " + line + '\n';
     }
     for (const std::string &mount_point : preview.run.read_only)
-        lines += "  (" + printable(mount_point) + " could not be layered: it was read-only in the preview)\n";
+        lines +=
+            "  " +
+            base::tr("({1} could not be layered: it was read-only in the preview)", printable(mount_point)) +
+            "\n";
     const std::string commands = commands_text(preview.commands);
-    print(diffs.empty() && lines.empty() ? "No file would change.\n" : diffs);
+    print(diffs.empty() && lines.empty() ? base::tr("No file would change.") + std::string("\n") : diffs);
     if (!lines.empty())
-        print((diffs.empty() ? "" : "\n") + std::string("Files:\n") + lines);
-    print(commands.empty() ? "" : "\nCommands:\n" + commands);
+        print(std::string(diffs.empty() ? "" : "\n") + base::tr("Files:") + "\n" + lines);
+    print(commands.empty() ? "" : std::string("\n") + base::tr("Commands:") + "\n" + commands);
     print(preview.afterwards);
-    print("\nThis was a preview: nothing on this system has been changed.\n");
+    print(std::string("\n") + base::tr("This was a preview: nothing on this system has been changed.") +
+          "\n");
 }
 
 Json json_of(const FileState &state) {
@@ -203,9 +212,10 @@ int preview(const PreviewOptions &asked) {
         return static_cast<int>(preview.method.status);
     if (asked.then.empty() || preview.run.exit_status == 0)
         return done;
-    print_error("preview", preview.run.timed_out
-                               ? "the time limit passed before every command of --then had ended"
-                               : "a command of --then failed; what it said stands under its heading");
+    print_error("preview",
+                preview.run.timed_out
+                    ? base::tr("the time limit passed before every command of --then had ended")
+                    : base::tr("a command of --then failed; what it said stands under its heading"));
     return failed;
 }
 
@@ -222,16 +232,18 @@ int preview_or_say_why_not(const PreviewOptions &asked) {
 
 void add_preview(CLI::App &app, Work &chosen) {
     static PreviewOptions asked;
-    CLI::App *command = app.add_subcommand("preview", "show what a method would change, without changing it");
+    CLI::App *command =
+        app.add_subcommand("preview", base::tr("show what a method would change, without changing it"));
     add_invocation(*command, asked.invocation);
     command->add_flag("--full", asked.everything,
-                      "show every file of large added trees, and large files too");
-    command->add_option("--time-limit", asked.time_limit, "the time after which the run is cut off")
+                      base::tr("show every file of large added trees, and large files too"));
+    command->add_option("--time-limit", asked.time_limit, base::tr("the time after which the run is cut off"))
         ->type_name("SECONDS")
         ->check(CLI::Range(0.0, 1e6).description(""));
     command
-        ->add_option("--then", asked.then,
-                     "run `hostadm COMMAND` in the same throwaway root afterwards, such as --then status")
+        ->add_option(
+            "--then", asked.then,
+            base::tr("run `hostadm COMMAND` in the same throwaway root afterwards, such as --then status"))
         ->type_name("COMMAND")
         ->check(CLI::Validator(quotes_defect, ""))
         ->expected(1)
@@ -240,17 +252,13 @@ void add_preview(CLI::App &app, Work &chosen) {
         take_words_from_file(asked.invocation);
         chosen = [] { return preview_or_say_why_not(asked); };
     });
-    command->footer(
+    command->footer(base::tr(
         "The method runs for real, but in a throwaway root over this system. Commands that mount, share, "
         "start or signal something are noted instead of run. The method sees the processes and the network "
-        "of this "
-        "system, and can reach neither: it has only the rights that work on files. That holds against a "
-        "method "
-        "that enters other processes or name spaces, opens disks, sets the clock, changes the kernel, talks "
-        "over "
-        "the network or types into the terminal; not against a fault of the kernel, nor against one that "
-        "fills "
-        "the memory. Needs root.");
+        "of this system, and can reach neither: it has only the rights that work on files. That holds "
+        "against a method that enters other processes or name spaces, opens disks, sets the clock, changes "
+        "the kernel, talks over the network or types into the terminal; not against a fault of the kernel, "
+        "nor against one that fills the memory. Needs root."));
 }
 
 } // namespace hostadm::cli

@@ -12,6 +12,7 @@
 
 #include "base/descriptor.hpp"
 #include "base/program.hpp"
+#include "base/translation.hpp"
 #include "cli/output.hpp"
 #include "cli/preview_stand_ins.hpp"
 
@@ -25,17 +26,17 @@ using sandbox::FileType;
 const char *type_word(const FileState &state) {
     switch (state.type) {
     case FileType::regular:
-        return "file";
+        return base::translatable("file");
     case FileType::directory:
-        return "directory";
+        return base::translatable("directory");
     case FileType::link:
-        return "link";
+        return base::translatable("link");
     default:
         break;
     }
-    return S_ISCHR(state.mode) || S_ISBLK(state.mode) ? "device"
-           : S_ISFIFO(state.mode)                     ? "pipe"
-                                                      : "special file";
+    return S_ISCHR(state.mode) || S_ISBLK(state.mode) ? base::translatable("device")
+           : S_ISFIFO(state.mode)                     ? base::translatable("pipe")
+                                                      : base::translatable("special file");
 }
 
 std::string mode_text(mode_t mode) {
@@ -65,7 +66,7 @@ std::string owner_text(const FileState &state) {
 
 std::string size_text(std::uint64_t bytes) {
     if (bytes < 10'000)
-        return std::to_string(bytes) + " bytes";
+        return base::tr("{1} bytes", bytes);
     double size = static_cast<double>(bytes);
     const char *unit = "kB";
     for (const char *next : {"kB", "MB", "GB", "TB"}) {
@@ -81,10 +82,9 @@ std::string size_text(std::uint64_t bytes) {
 
 // Mode and, where it is not the administrator's own, owner.
 std::string attributes_text(const FileState &state) {
-    std::string text = "mode " + mode_text(state.mode);
-    if (state.uid != 0 || state.gid != 0)
-        text += ", owner " + owner_text(state);
-    return text;
+    return state.uid == 0 && state.gid == 0
+               ? base::tr("mode {1}", mode_text(state.mode))
+               : base::tr("mode {1}, owner {2}", mode_text(state.mode), owner_text(state));
 }
 
 // What follows the type, or the path.
@@ -98,7 +98,7 @@ std::string details_of(const FileState &state) {
 }
 
 std::string description_of(const FileState &state) {
-    return type_word(state) + details_of(state);
+    return base::tr(type_word(state)) + details_of(state);
 }
 
 // How two states of one path differ, apart from their contents.
@@ -106,18 +106,19 @@ std::vector<std::string> differences(const Change &change) {
     const FileState &before = change.before, &after = change.after;
     const std::string path = printable(change.path);
     if (before.type != after.type)
-        return {"changed " + path + " from " + description_of(before) + " to " + description_of(after)};
+        return {base::tr("changed {1} from {2} to {3}", path, description_of(before), description_of(after))};
     std::vector<std::string> lines;
     if (before.target != after.target)
-        lines.push_back("changed link " + path + " -> " + printable(after.target) + " (was " +
-                        printable(before.target) + ")");
+        lines.push_back(base::tr("changed link {1} -> {2} (was {3})", path, printable(after.target),
+                                 printable(before.target)));
     if ((before.mode & 07777) != (after.mode & 07777))
-        lines.push_back("changed mode of " + path + ": " + mode_text(before.mode) + " to " +
-                        mode_text(after.mode));
+        lines.push_back(
+            base::tr("changed mode of {1}: {2} to {3}", path, mode_text(before.mode), mode_text(after.mode)));
     if (before.uid != after.uid || before.gid != after.gid)
-        lines.push_back("changed owner of " + path + ": " + owner_text(before) + " to " + owner_text(after));
+        lines.push_back(
+            base::tr("changed owner of {1}: {2} to {3}", path, owner_text(before), owner_text(after)));
     if (before.type == FileType::other && before.device != after.device)
-        lines.push_back("changed device " + path);
+        lines.push_back(base::tr("changed device {1}", path));
     return lines;
 }
 
@@ -167,8 +168,8 @@ void ChangesReport::close_tree() {
         for (std::size_t i = first; i < entries_.size(); ++i)
             describe(entries_[i]);
     else
-        entries_[first].lines = {"added directory " + printable(entries_[first].change->path) + " with " +
-                                 std::to_string(files) + " files (" + size_text(bytes) + ")"};
+        entries_[first].lines = {base::tr("added directory {1} with {2} files ({3})",
+                                          printable(entries_[first].change->path), files, size_text(bytes))};
 }
 
 void ChangesReport::describe(Entry &entry) const {
@@ -177,20 +178,20 @@ void ChangesReport::describe(Entry &entry) const {
     const bool has_diff = diff_of(change, entry.diff);
     if (change.added()) {
         if (!has_diff || change.after.mode != 0644 || change.after.uid != 0 || change.after.gid != 0)
-            entry.lines.push_back(std::string("added ") + type_word(change.after) + ' ' + path +
+            entry.lines.push_back(base::tr("added {1} {2}", base::tr(type_word(change.after)), path) +
                                   details_of(change.after));
     } else if (change.removed()) {
-        std::string line = std::string("removed ") + type_word(change.before) + ' ' + path;
+        std::string line = base::tr("removed {1} {2}", base::tr(type_word(change.before)), path);
         if (const std::size_t files = changes_.files_before(change); files != 0)
-            line += " with " + std::to_string(files) + (files == 1 ? " file" : " files");
+            line += " " + base::tr_n(files, "with {1} file", "with {1} files");
         else if (change.before.type == FileType::link)
             line += " -> " + printable(change.before.target);
         entry.lines.push_back(line);
     } else {
         entry.lines = differences(change);
         if (change.content_differs && !has_diff)
-            entry.lines.push_back("changed file " + path + " (" + size_text(change.before.size) +
-                                  " before, " + size_text(change.after.size) + " after)");
+            entry.lines.push_back(base::tr("changed file {1} ({2} before, {3} after)", path,
+                                           size_text(change.before.size), size_text(change.after.size)));
     }
 }
 

@@ -7,6 +7,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "base/translation.hpp"
 #include "cli/commands.hpp"
 #include "cli/own_programs.hpp"
 
@@ -22,7 +23,7 @@ int become(const std::string &name, std::vector<std::string> words) {
         arguments.push_back(word.data());
     arguments.push_back(nullptr);
     execv(program.c_str(), arguments.data());
-    throw std::runtime_error(program + " cannot be run: " + std::strerror(errno));
+    throw std::runtime_error(base::tr("{1} cannot be run: {2}", program, std::strerror(errno)));
 }
 
 } // namespace
@@ -30,15 +31,19 @@ int become(const std::string &name, std::vector<std::string> words) {
 void add_rehearse(CLI::App &app, Work &chosen) {
     static std::string client, picture;
     static bool json, watch, at_boot;
-    CLI::App *command =
-        app.add_subcommand("rehearse", "let a client boot on a virtual cable, and tell what is wrong");
-    command->add_option("client", client, "a client of this server")->option_text("CLIENT")->required();
-    command->add_flag("--json", json, "print it as JSON");
+    CLI::App *command = app.add_subcommand(
+        "rehearse", base::tr("let a client boot on a virtual cable, and tell what is wrong"));
+    command->add_option("client", client, base::tr("a client of this server"))
+        ->option_text("CLIENT")
+        ->required();
+    command->add_flag("--json", json, base::tr("print it as JSON"));
     command->add_flag("--watch", watch,
-                      "again whenever a table, a setting or a daemon changes, until it boots");
-    command->add_flag("--at-boot", at_boot,
-                      "with the daemons as this server starts them when it boots, not as they run now");
-    command->add_option("--sequence", picture, "draw who asked whom into this file (SVG)")->type_name("FILE");
+                      base::tr("again whenever a table, a setting or a daemon changes, until it boots"));
+    command->add_flag(
+        "--at-boot", at_boot,
+        base::tr("with the daemons as this server starts them when it boots, not as they run now"));
+    command->add_option("--sequence", picture, base::tr("draw who asked whom into this file (SVG)"))
+        ->type_name("FILE");
     command->callback([&chosen] {
         chosen = [] {
             std::vector<std::string> words;
@@ -55,23 +60,26 @@ void add_rehearse(CLI::App &app, Work &chosen) {
             return become("rehearse", words);
         };
     });
-    command->footer(
-        "Starts this server's own daemons once more, in a throwaway root and a private network, and lets "
-        "a client ask them what one asks that boots. Nothing on the system changes. Needs root.\n"
-        "Exit status: 0 it boots and nothing is wrong, 1 something is, 2 no such client or wrong usage.");
+    command->footer(base::tr(
+        "Starts this server's own daemons once more, in a throwaway root and a private network, and lets a "
+        "client ask them what one asks that boots. Nothing on the system changes. Needs root.\nExit status: "
+        "0 it boots and nothing is wrong, 1 something is, 2 no such client or wrong usage."));
 }
 
 void add_watch(CLI::App &app, Work &chosen) {
     static std::string client, interface, recording, record_to, seconds;
     static bool until_started;
-    CLI::App *command = app.add_subcommand("watch", "tell what clients that boot ask and get, while they do");
-    command->add_option("client", client, "only this one")->option_text("CLIENT");
-    command->add_option("--interface", interface, "listen on this one")->type_name("NAME");
-    command->add_option("--read", recording, "read a recording (pcap) instead of the wire")
+    CLI::App *command =
+        app.add_subcommand("watch", base::tr("tell what clients that boot ask and get, while they do"));
+    command->add_option("client", client, base::tr("only this one"))->option_text("CLIENT");
+    command->add_option("--interface", interface, base::tr("listen on this one"))->type_name("NAME");
+    command->add_option("--read", recording, base::tr("read a recording (pcap) instead of the wire"))
         ->type_name("FILE");
-    command->add_option("--record", record_to, "keep what is heard in this file (pcap)")->type_name("FILE");
-    command->add_option("--seconds", seconds, "end after this time")->type_name("NUMBER");
-    command->add_flag("--until-started", until_started, "end when a client works with the files of its root");
+    command->add_option("--record", record_to, base::tr("keep what is heard in this file (pcap)"))
+        ->type_name("FILE");
+    command->add_option("--seconds", seconds, base::tr("end after this time"))->type_name("NUMBER");
+    command->add_flag("--until-started", until_started,
+                      base::tr("end when a client works with the files of its root"));
     command->callback([&chosen] {
         chosen = [] {
             std::vector<std::string> words;
@@ -89,9 +97,9 @@ void add_watch(CLI::App &app, Work &chosen) {
         };
     });
     command->footer(
-        "A line for each thing that a client asks and gets, for what a silence means, and for what the "
-        "daemons log; at the end how far each came. Needs root for the wire.\n"
-        "Exit status: 0 a client came as far as its root, 1 none did, 2 wrong usage.");
+        base::tr("A line for each thing that a client asks and gets, for what a silence means, and for what "
+                 "the daemons log; at the end how far each came. Needs root for the wire.\nExit status: 0 a "
+                 "client came as far as its root, 1 none did, 2 wrong usage."));
 }
 
 } // namespace hostadm::cli

@@ -9,6 +9,7 @@
 
 #include "base/descriptor.hpp"
 #include "base/program.hpp"
+#include "base/translation.hpp"
 #include "cli/commands.hpp"
 #include "cli/output.hpp"
 
@@ -128,7 +129,7 @@ void print_errors(const std::string &method, const Outcome &outcome) {
             continue;
         const std::string text = without_method(error.text, method);
         if (outcome.status == Status::done)
-            print_error(method, "note: " + text);
+            print_error(method, base::tr("note: {1}", text));
         else
             print_error(method, text, error.code);
     }
@@ -137,23 +138,23 @@ void print_errors(const std::string &method, const Outcome &outcome) {
     else if (!outcome.reason.empty())
         print_error(method, outcome.reason, framework::cannot_run);
     for (const std::string &text : outcome.answer.left_undone)
-        print_error(method, "left half done: " + text);
+        print_error(method, base::tr("left half done: {1}", text));
     if (outcome.answer.dirty && outcome.answer.left_undone.empty())
-        print_error(method, "something may be left half done");
+        print_error(method, base::tr("something may be left half done"));
 }
 
 void add_invocation(CLI::App &command, Invocation &invocation) {
-    command.add_option("method", invocation.method, "`hostadm list` shows them")
+    command.add_option("method", invocation.method, base::tr("`hostadm list` shows them"))
         ->option_text("CLASS/METHOD")
         ->required();
-    command.add_option("arguments", invocation.words, "`hostadm help CLASS/METHOD` shows them")
+    command.add_option("arguments", invocation.words, base::tr("`hostadm help CLASS/METHOD` shows them"))
         ->option_text("NAME=VALUE");
     command
         .add_option("--from", invocation.from,
-                    "take further arguments from a file that holds a JSON object {\"NAME\": VALUE}; - is the "
-                    "standard input")
+                    base::tr("take further arguments from a file that holds a JSON object {\"NAME\": VALUE}; "
+                             "- is the standard input"))
         ->type_name("FILE");
-    command.add_flag("--json", invocation.json, "print the results as JSON");
+    command.add_flag("--json", invocation.json, base::tr("print the results as JSON"));
 }
 
 void take_words_from_file(Invocation &invocation) {
@@ -164,14 +165,14 @@ void take_words_from_file(Invocation &invocation) {
                                                   : open(invocation.from.c_str(), O_RDONLY | O_CLOEXEC));
     const auto text = file.is_open() ? base::read_stream(file.get()) : std::nullopt;
     if (!text)
-        throw CLI::ValidationError("--from", "the arguments cannot be read from " +
-                                                 printable(invocation.from) + ": " + std::strerror(errno));
+        throw CLI::ValidationError("--from", base::tr("the arguments cannot be read from {1}: {2}",
+                                                      printable(invocation.from), std::strerror(errno)));
     const auto arguments = framework::parse_arguments(*text);
     if (!arguments)
-        throw CLI::ValidationError("--from",
-                                   printable(invocation.from) +
-                                       " holds no JSON object {\"NAME\": VALUE} of texts, numbers and "
-                                       "truth values");
+        throw CLI::ValidationError(
+            "--from",
+            base::tr("{1} holds no JSON object {\"NAME\": VALUE} of texts, numbers and truth values",
+                     printable(invocation.from)));
     for (const auto &[name, value] : *arguments)
         invocation.words.push_back(std::string(name).append("=").append(value));
 }
@@ -182,9 +183,10 @@ Outcome perform(const Invocation &invocation) {
         const std::size_t equals = word.find('=');
         const std::string name = word.substr(0, equals);
         if (equals == word.npos || !framework::is_name(name))
-            return invalid("\"" + printable(word) + "\" is no argument; arguments are given as NAME=VALUE");
+            return invalid(
+                base::tr("\"{1}\" is no argument; arguments are given as NAME=VALUE", printable(word)));
         if (request.find(name) != nullptr)
-            return invalid("the argument " + name + " is given twice");
+            return invalid(base::tr("the argument {1} is given twice", name));
         request.arguments.emplace_back(name, word.substr(equals + 1));
     }
     const KeyboardIgnored ignored;
@@ -207,13 +209,13 @@ int run(const Invocation &invocation) {
 
 void add_run(CLI::App &app, Work &chosen) {
     static Invocation invocation;
-    CLI::App *command = app.add_subcommand("run", "run a method");
+    CLI::App *command = app.add_subcommand("run", base::tr("run a method"));
     add_invocation(*command, invocation);
-    command->add_option("--host", invocation.host, "run it on this host, over ssh")
+    command->add_option("--host", invocation.host, base::tr("run it on this host, over ssh"))
         ->type_name("HOST")
         ->check(CLI::Validator(
             [](const std::string &host) {
-                return host.empty() ? std::string("the host has no name; leave the option out to run it here")
+                return host.empty() ? base::tr("the host has no name; leave the option out to run it here")
                                     : "";
             },
             ""));

@@ -5,6 +5,7 @@
 
 #include "base/descriptor.hpp"
 #include "base/program.hpp"
+#include "base/translation.hpp"
 #include "cli/commands.hpp"
 #include "cli/output.hpp"
 
@@ -16,7 +17,8 @@ int serve() {
     const auto text = base::read_stream(STDIN_FILENO);
     const auto request = framework::parse_request(text.value_or(""));
     if (!request) {
-        print_error("serve", "there is no request on standard input; `hostadm run --host` sends one");
+        print_error("serve",
+                    base::tr("there is no request on standard input; `hostadm run --host` sends one"));
         return usage;
     }
     const framework::Outcome outcome = [&] {
@@ -30,7 +32,7 @@ int serve() {
 } // namespace
 
 void add_serve(CLI::App &app, Work &chosen) {
-    CLI::App *command = app.add_subcommand("serve", "run one method for another host")->group("");
+    CLI::App *command = app.add_subcommand("serve", base::tr("run one method for another host"))->group("");
     command->callback([&chosen] { chosen = serve; });
 }
 

@@ -2,6 +2,7 @@
 // hostadm status: what this server serves. The method host/status gathers it; here it is laid out.
 #include <array>
 
+#include "base/translation.hpp"
 #include "cli/commands.hpp"
 #include "cli/output.hpp"
 
@@ -11,17 +12,23 @@ namespace {
 
 struct Section {
     const char *kind;   // as the rows say it
-    const char *plural; // heading, and key in JSON
+    const char *plural; // key in JSON
+    const char *heading;
     std::vector<std::string> columns;
 };
 
 const std::array sections{
     Section{"client",
             "clients",
+            base::translatable("CLIENTS"),
             {"name", "kind", "address", "architecture", "root", "boot_links", "shared", "disabled"}},
-    Section{"share", "shares", {"path", "options", "now", "at_boot"}},
-    Section{"mount", "mounts", {"resource", "mount_point", "type", "options", "now", "at_boot"}},
-    Section{"daemon", "daemons", {"service", "name", "running", "pid", "note"}},
+    Section{"share", "shares", base::translatable("SHARES"), {"path", "options", "now", "at_boot"}},
+    Section{"mount",
+            "mounts",
+            base::translatable("MOUNTS"),
+            {"resource", "mount_point", "type", "options", "now", "at_boot"}},
+    Section{
+        "daemon", "daemons", base::translatable("DAEMONS"), {"service", "name", "running", "pid", "note"}},
 };
 
 std::string field(const framework::Rows::Row &row, std::string_view name) {
@@ -49,17 +56,10 @@ std::vector<Table> tables_of(const framework::Rows &rows) {
     return tables;
 }
 
-std::string heading(const char *plural) {
-    std::string text = plural;
-    for (char &c : text)
-        c = static_cast<char>(c - 'a' + 'A');
-    return text + "\n";
-}
-
 void print_text(const std::vector<Table> &tables) {
     for (std::size_t at = 0; at < sections.size(); ++at) {
-        print((at == 0 ? "" : "\n") + heading(sections[at].plural));
-        print(tables[at].empty() ? "none\n" : tables[at].text());
+        print(std::string(at == 0 ? "" : "\n") + base::tr(sections[at].heading) + "\n");
+        print(tables[at].empty() ? base::tr("none") + std::string("\n") : tables[at].text());
     }
 }
 
@@ -69,11 +69,11 @@ std::size_t findings_of(const framework::Answer &answer) {
 }
 
 void print_findings(std::size_t count) {
-    if (count == 0)
-        print("\nNo fault found.\n");
-    else
-        print("\n" + std::to_string(count) + (count == 1 ? " finding" : " findings") +
-              "; `hostadm check` tells what is wrong and what mends it.\n");
+    const std::string text =
+        count == 0 ? base::tr("No fault found.")
+                   : base::tr_n(count, "{1} finding; `hostadm check` tells what is wrong and what mends it.",
+                                "{1} findings; `hostadm check` tells what is wrong and what mends it.");
+    print("\n" + text + "\n");
 }
 
 void print_as_json(const std::vector<Table> &tables, std::size_t findings) {
@@ -104,9 +104,9 @@ int status(bool json) {
 
 void add_status(CLI::App &app, Work &chosen) {
     static bool json;
-    CLI::App *command =
-        app.add_subcommand("status", "show what this server serves: clients, shares, mounts, daemons");
-    command->add_flag("--json", json, "print it as JSON");
+    CLI::App *command = app.add_subcommand(
+        "status", base::tr("show what this server serves: clients, shares, mounts, daemons"));
+    command->add_flag("--json", json, base::tr("print it as JSON"));
     command->callback([&chosen] { chosen = [] { return status(json); }; });
 }
 

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: MIT
+#include "cli/option_words.hpp"
+
+#include <regex>
+
+#include "base/translation.hpp"
+
+namespace hostadm::cli {
+
+namespace {
+
+// As the library says it, with its own places, and as the catalogue has it.
+struct Wording {
+    const char *said;
+    const char *text;
+};
+
+constexpr Wording wordings[] = {
+    {"The following argument was not expected: (.*)",
+     base::translatable("The following argument was not expected: {1}")},
+    {"The following arguments were not expected: (.*)",
+     base::translatable("The following arguments were not expected: {1}")},
+    {"(.*) is required", base::translatable("{1} is required")},
+    {"(.*): 1 required (.*) missing", base::translatable("{1}: 1 required {2} missing")},
+    {"(.*): Value (.*) not in range (.*) to (.*)",
+     base::translatable("{1}: Value {2} not in range {3} to {4}")},
+    {"Could not convert: (.*) = (.*)", base::translatable("Could not convert: {1} = {2}")},
+};
+
+} // namespace
+
+void translate_words(CLI::App &app) {
+    for (const char *word : {base::translatable("Usage"), base::translatable("OPTIONS"),
+                             base::translatable("SUBCOMMAND"), base::translatable("SUBCOMMANDS"),
+                             base::translatable("REQUIRED"), base::translatable("Positionals")})
+        app.get_formatter()->label(word, base::tr(word));
+    app.option_defaults()->group(base::tr("Options"));
+}
+
+void translate_headings(CLI::App &app) {
+    for (CLI::App *command :
+         app.get_subcommands([](CLI::App *one) { return one->get_group() == "Subcommands"; }))
+        command->group(base::tr("Subcommands"));
+    for (CLI::App *command : app.get_subcommands([](CLI::App *) { return true; }))
+        translate_headings(*command);
+}
+
+std::string in_words(const CLI::ParseError &wrong) {
+    const std::string said = wrong.what();
+    std::smatch found;
+    for (const Wording &wording : wordings)
+        if (std::regex_match(said, found, std::regex(wording.said)))
+            return base::filled(base::tr(wording.text),
+                                {found.str(1), found.str(2), found.str(3), found.str(4)});
+    return said;
+}
+
+} // namespace hostadm::cli
