@@ -144,7 +144,7 @@ void offer_options(Offers &offers, const Typed &typed) {
     for (const CLI::Option *option : options_of(*typed.command))
         if (!typed.given.contains(option) || is_repeated(*option))
             offers.add(long_name(*option), option->get_description());
-    offers.add("--help", "print this help");
+    offers.add("--help", base::tr("print this help"));
 }
 
 Values values_in(const std::vector<std::string> &words) {
@@ -205,8 +205,8 @@ Offers offer(const CLI::App &app, const std::vector<std::string> &before, const 
         Offers offers(current);
         if (before.empty() || before.front().starts_with('-')) {
             offer_commands(offers, app);
-            offers.add("--help", "print this help");
-            offers.add("--version", "print the version");
+            offers.add("--help", base::tr("print this help"));
+            offers.add("--version", base::tr("print the version"));
         }
         return offers;
     }

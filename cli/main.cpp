@@ -98,9 +98,9 @@ void open_standard_descriptors() {
 
 int hostadm_main(int argc, char **argv) {
     CLI::App app(hostadm::base::tr("Keeps the network-boot side of a server in order."), "hostadm");
-    translate_words(app);
     app.set_version_flag("--version", "hostadm " HOSTADM_VERSION);
     app.formatter(std::make_shared<NarrowHelp>());
+    translate_words(app);
     app.require_subcommand(0, 1);
     app.set_help_flag("-h,--help", hostadm::base::tr("print this help"));
     Work chosen;

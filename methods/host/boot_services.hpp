@@ -30,8 +30,8 @@ inline int run_boot_services(int argc, char **argv, BootServicesPage page) {
             const bool now = call.get("now") == "yes";
             if (now && !server::has_service_manager())
                 throw std::runtime_error(
-                    "no service manager (systemd) runs here that could start services now; leave out "
-                    "now=yes, and they start with this server");
+                    base::tr("no service manager (systemd) runs here that could start services now; leave "
+                             "out now=yes, and they start with this server"));
             const server::BootServicesChange made = page.change(call);
             for (const std::string &path : made.paths)
                 call.row({{"path", path}, {"result", page.done}});

@@ -10,7 +10,7 @@ ROOMS = ("base", "framework", "server", "methods", "cli", "rehearsal", "sandbox"
 # What tells a person something, by the end of what stands before a text.
 TELLS = re.compile(r"(\b(fail|fail_errno|fail_with_errno|refuse|complain|print_error|print_complaint|progress|left_undone|"
                    r"call\.fail|skipped|passed|failed|Failure|Refusal|ShareRefused|ShareUsage|runtime_error|"
-                   r"BeneathError|add_flag|add_option|add_subcommand|footer)\((Code::\w+,\s*|[\w.]+,\s*|\"[\w-]+\",\s*)*|"
+                   r"BeneathError|add_flag|add_option|add_subcommand|footer)\(\s*(Code::\w+,\s*|[\w.]+,\s*|\"[\w-]+\",\s*)*|"
                    r"\b(warn|kept)\(\"[\w ]+\",\s*|\.(what|why)\s*=\s*|(what|why)\s*\+?=\s*)$")
 LITERAL = re.compile(r'"(?:[^"\\\n]|\\.)*"(?:\s*"(?:[^"\\\n]|\\.)*")*')
 SENTENCE = re.compile(r"[a-z]{2,} [a-z]{2,}")
@@ -32,9 +32,9 @@ def untold(path):
 
 def main():
     sources = pathlib.Path(sys.argv[1])
-    # What writes the manual pages runs when this is built.
+    # What writes the manual pages runs when this is built, what completes words speaks to shells.
     files = [path for room in ROOMS for path in sorted((sources / room).rglob("*.[ch]pp"))
-             if path.name != "generate.cpp"]
+             if path.name not in ("generate.cpp", "complete.cpp")]
     assert len(files) > 200
     found = [line for path in files for line in untold(path)]
     print("\n".join(found))
