@@ -141,6 +141,12 @@ std::vector<const Daemon *> DaemonTable::named(std::initializer_list<std::string
     return found;
 }
 
+bool DaemonTable::kernel_serves_nfs() const {
+    const std::vector<const Daemon *> all = named({"nfsd"});
+    return std::any_of(all.begin(), all.end(),
+                       [](const Daemon *daemon) { return daemon->process.arguments.empty(); });
+}
+
 std::vector<const Socket *> DaemonTable::on_port(Socket::Kind kind, std::uint16_t port) const {
     std::vector<const Socket *> found;
     for (const Socket &socket : sockets)

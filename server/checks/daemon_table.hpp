@@ -46,6 +46,8 @@ struct DaemonTable {
 
     // All that bear one of these names, the living before the defunct.
     std::vector<const Daemon *> named(std::initializer_list<std::string_view> programs) const;
+    // Whether the kernel serves NFS: by threads without a command line, whatever process watches over them.
+    bool kernel_serves_nfs() const;
     // Whether anybody receives what comes for this port at an address.
     bool is_open(Socket::Kind kind, std::uint16_t port, std::uint32_t address) const;
     std::vector<const Socket *> on_port(Socket::Kind kind, std::uint16_t port) const;

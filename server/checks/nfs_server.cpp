@@ -122,8 +122,7 @@ Findings nfs_server_of_server(const Snapshot &server) {
                      [](const CheckedClient &client) { return !client.root.empty(); }))
         return {};
     const auto ganesha = server.daemons.named({"ganesha.nfsd"});
-    const auto kernel = server.daemons.named({"nfsd"});
-    const bool threads = !kernel.empty() && kernel.front()->process.arguments.empty();
+    const bool threads = server.daemons.kernel_serves_nfs();
     const Wanted wanted{.found = ganesha,
                         .name = "ganesha.nfsd",
                         .programs = {"/usr/bin/ganesha.nfsd", "/usr/sbin/rpc.nfsd"},

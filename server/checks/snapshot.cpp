@@ -133,8 +133,7 @@ void read_shares(Snapshot &server) {
 
 void read_exports(Snapshot &server) {
     const auto ganesha = server.daemons.named({"ganesha.nfsd"});
-    const auto kernel = server.daemons.named({"nfsd"});
-    const bool threads = !kernel.empty() && kernel.front()->process.arguments.empty();
+    const bool threads = server.daemons.kernel_serves_nfs();
     if (!ganesha.empty()) {
         server.nfs = NfsServer::ganesha;
         server.exports = read_ganesha(ganesha.front()->value_of('f').value_or("/etc/ganesha/ganesha.conf"));

@@ -326,6 +326,24 @@ TEST(RplClient, NeedsNothingOfTheTftpArea) {
         EXPECT_THAT(good.found_by(check), IsEmpty()) << check;
 }
 
+TEST(KernelNfsServer, RunsWhateverProcessWatchesOverItsThreads) {
+    GoodServer good;
+    good.remove_daemon("ganesha.nfsd");
+    good.snapshot.nfs = NfsServer::kernel;
+    const auto add = [&](int pid, const std::string &name, std::vector<std::string> words) {
+        Daemon daemon;
+        daemon.process.pid = pid;
+        daemon.process.short_name = daemon.program = name;
+        daemon.process.arguments = std::move(words);
+        good.snapshot.daemons.daemons.push_back(std::move(daemon));
+    };
+    add(200, "nfsd", {"/usr/lib/nfs/nfsd", "--watch", "8"});
+    EXPECT_THAT(good.found_by("nfs-server"), testing::Not(IsEmpty())) << "the threads have ended";
+    add(201, "nfsd", {});
+    add(202, "rpc.mountd", {"/usr/lib/nfs/mountd", "-F"});
+    EXPECT_THAT(good.found_by("nfs-server"), IsEmpty());
+}
+
 TEST(Faults, EveryCheckHasOne) {
     std::set<std::string> with_fault;
     for (const Fault &fault : faults)
