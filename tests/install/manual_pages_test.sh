@@ -12,6 +12,7 @@ fail() {
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
+# shellcheck disable=SC2044 # our names hold no blanks
 for page in $(find "$@" -name '*.[1-8]' -type f); do
     pages=$((pages + 1))
     mandoc -T lint "$page" >"$work/lint" 2>&1 || :
