@@ -2,6 +2,7 @@
 #include "base/encoding.hpp"
 
 #include <cstdint>
+#include <cstdio>
 
 namespace hostadm::base {
 
@@ -35,6 +36,34 @@ bool is_utf8(std::string_view bytes) {
         at += length;
     }
     return true;
+}
+
+std::string printable(std::string_view text, Steering steering) {
+    const bool readable = is_utf8(text);
+    const bool questioned = steering == Steering::questioned;
+    std::string shown;
+    const auto spell = [&](unsigned byte) {
+        char code[5];
+        std::snprintf(code, sizeof code, "\\x%02x", byte);
+        shown += questioned ? "?" : code;
+    };
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == '\n' && !questioned) {
+            shown += "\\n";
+        } else if (c == '\t' && questioned) {
+            shown += c;
+        } else if (byte < 0x20 || byte == 0x7f || (byte >= 0x80 && !readable)) {
+            spell(byte);
+        } else if (byte < 0xa0 && shown.ends_with('\xc2')) {
+            // In some terminals U+0080 to U+009F steer as escape sequences do.
+            shown.pop_back();
+            spell(byte);
+        } else {
+            shown += c;
+        }
+    }
+    return shown;
 }
 
 std::string to_base64(std::string_view bytes) {

@@ -19,6 +19,7 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <tuple>
 #include <unistd.h>
 
 #include "base/descriptor.hpp"
@@ -28,6 +29,8 @@
 namespace hostadm::base {
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 // What posix_spawn is to do in the child.
 class SpawnActions {
@@ -111,6 +114,20 @@ std::vector<std::string> with_path_prefix(std::vector<std::string> variables, co
     return variables;
 }
 
+// Hands on what a stream has ready. False at its end, and when the use has enough.
+template <typename Use> bool read_ready(int reader, Use use) {
+    char piece[65536];
+    for (;;) {
+        const ssize_t got = read(reader, piece, sizeof piece);
+        if (got == -1 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            return got == -1 && errno == EAGAIN;
+        if (!use(std::string_view(piece, static_cast<std::size_t>(got))))
+            return false;
+    }
+}
+
 // A stream of the child that is kept, and our end of it.
 struct Listened {
     Descriptor reader;
@@ -119,15 +136,10 @@ struct Listened {
 
     // Reads what is there. False at the end.
     bool hear() {
-        char piece[65536];
-        for (;;) {
-            const ssize_t got = read(reader.get(), piece, sizeof piece);
-            if (got == -1 && errno == EINTR)
-                continue;
-            if (got <= 0)
-                return got == -1 && errno == EAGAIN;
-            text->append(piece, std::min(static_cast<std::size_t>(got), limit - text->size()));
-        }
+        return read_ready(reader.get(), [this](std::string_view piece) {
+            text->append(piece.substr(0, limit - text->size()));
+            return true;
+        });
     }
 };
 
@@ -191,18 +203,28 @@ constexpr int beyond_the_childs = 16;
 int signals_to_pass_on = -1;
 int stream_to_watch = -1;
 
+// The next signal to pass on; nothing: there is none.
+std::optional<signalfd_siginfo> take_signal() {
+    signalfd_siginfo signal;
+    if (signals_to_pass_on != -1 && read(signals_to_pass_on, &signal, sizeof signal) == sizeof signal)
+        return signal;
+    return std::nullopt;
+}
+
 // The child has not been waited for yet, so that its number is nobody else's.
 // What it sent to its process group itself it has had.
+void pass_on(const signalfd_siginfo &signal, pid_t child) {
+    if (signal.ssi_pid != static_cast<std::uint32_t>(child))
+        kill(child, static_cast<int>(signal.ssi_signo));
+}
+
 void pass_on_signals(pid_t child) {
-    signalfd_siginfo signal;
-    while (read(signals_to_pass_on, &signal, sizeof signal) == sizeof signal)
-        if (signal.ssi_pid != static_cast<std::uint32_t>(child))
-            kill(child, static_cast<int>(signal.ssi_signo));
+    while (const auto signal = take_signal())
+        pass_on(*signal, child);
 }
 
 // Waits until the child has ended or the time is up, and listens meanwhile. True: it goes on.
 bool outlives(pid_t child, int seconds, std::vector<Listened> &streams) {
-    using Clock = std::chrono::steady_clock;
     const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
     if (!process.is_open())
         return false;
@@ -234,14 +256,8 @@ bool outlives(pid_t child, int seconds, std::vector<Listened> &streams) {
     return false;
 }
 
-Ending wait_for(pid_t child, int time_limit, std::vector<Listened> &streams) {
+Ending ending_of(pid_t child) {
     Ending ending;
-    if ((time_limit > 0 || signals_to_pass_on != -1 || !streams.empty()) &&
-        outlives(child, time_limit, streams)) {
-        // A shell that is killed alone leaves what it waits for running.
-        kill(time_limit > 0 ? -child : child, SIGKILL);
-        ending.timed_out = true;
-    }
     int status = 0;
     pid_t waited = -1;
     do
@@ -253,6 +269,16 @@ Ending wait_for(pid_t child, int time_limit, std::vector<Listened> &streams) {
         ending.signal = WTERMSIG(status);
     else
         ending.exit_status = WEXITSTATUS(status);
+    return ending;
+}
+
+Ending wait_for(pid_t child, int time_limit, std::vector<Listened> &streams) {
+    const bool is_late = (time_limit > 0 || signals_to_pass_on != -1 || !streams.empty()) &&
+                         outlives(child, time_limit, streams);
+    if (is_late) // a shell that is killed alone leaves what it waits for running
+        kill(time_limit > 0 ? -child : child, SIGKILL);
+    Ending ending = ending_of(child);
+    ending.timed_out = is_late;
     for (Listened &stream : streams)
         stream.hear();
     return ending;
@@ -266,7 +292,13 @@ Descriptor memory_file(std::string_view text) {
     return file;
 }
 
-Ending run_listening(const Program &program, std::vector<Listened> &streams) {
+struct Spawned {
+    int error = 0; // errno when it could not be started
+    pid_t child = -1;
+};
+
+// The caller sees to it that the child can be waited for.
+Spawned spawned(const Program &program) {
     SpawnActions actions;
     std::vector<Descriptor> moved;
     int last = STDERR_FILENO;
@@ -275,7 +307,7 @@ Ending run_listening(const Program &program, std::vector<Listened> &streams) {
         const Descriptor file = memory_file(*program.input);
         const Descriptor &away = moved.emplace_back(fcntl(file.get(), F_DUPFD_CLOEXEC, beyond_the_childs));
         if (!away)
-            return {.start_error = errno};
+            return {.error = errno};
         posix_spawn_file_actions_adddup2(actions.get(), away.get(), STDIN_FILENO);
     }
     for (const int standard : {STDOUT_FILENO, STDERR_FILENO})
@@ -288,7 +320,7 @@ Ending run_listening(const Program &program, std::vector<Listened> &streams) {
         }
         const Descriptor &away = moved.emplace_back(fcntl(ours, F_DUPFD_CLOEXEC, beyond_the_childs));
         if (!away.is_open())
-            return {.start_error = errno};
+            return {.error = errno};
         posix_spawn_file_actions_adddup2(actions.get(), away.get(), childs);
         last = std::max(last, childs);
     }
@@ -308,7 +340,6 @@ Ending run_listening(const Program &program, std::vector<Listened> &streams) {
     }
     char **const child_environment = variable_list.empty() ? environ : variable_list.data();
 
-    const WaitableChildren waitable;
     const FreshSignals signals(program.time_limit > 0);
     pid_t child = -1;
     const auto spawn = program.search ? posix_spawnp : posix_spawn;
@@ -318,12 +349,139 @@ Ending run_listening(const Program &program, std::vector<Listened> &streams) {
                      child_environment);
     }();
     if (error != 0)
-        return {.start_error = error};
+        return {.error = error};
     if (program.size_limit > 0) {
         const rlimit limit{program.size_limit, program.size_limit};
         prlimit(child, RLIMIT_FSIZE, &limit, nullptr);
     }
-    return wait_for(child, program.time_limit, streams);
+    return {.child = child};
+}
+
+Ending run_listening(const Program &program, std::vector<Listened> &streams) {
+    const WaitableChildren waitable;
+    const Spawned started = spawned(program);
+    if (started.error != 0)
+        return {.start_error = started.error};
+    return wait_for(started.child, program.time_limit, streams);
+}
+
+// A pipe whose reading end, ours alone, does not wait; the other stays as programs expect it. Nothing is open
+// where there is none.
+std::pair<Descriptor, Descriptor> listening_pipe() {
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0)
+        return {};
+    fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
+// One of several programs at work.
+class AtWork {
+public:
+    explicit AtWork(const Companion &companion) : companion_(&companion) {
+        Program program = companion.program;
+        program.time_limit = 0;
+        std::array<Descriptor, 2> writers;
+        for (std::size_t at = 0; at < readers_.size(); ++at) {
+            std::tie(readers_[at], writers[at]) = listening_pipe();
+            if (!writers[at]) {
+                error_ = errno;
+                return;
+            }
+            program.descriptors.emplace_back(stream_of(at), writers[at].get());
+        }
+        const Spawned started = spawned(program);
+        error_ = started.error;
+        child_ = started.child;
+        if (error_ == 0)
+            process_ = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, child_, 0)));
+        end_by_ = companion.deadline();
+    }
+
+    int error() const { return error_; }
+    pid_t child() const { return child_; }
+    std::optional<Clock::time_point> next_step() const { return end_by_; }
+
+    static constexpr std::size_t waits = 3;
+    void add_waits(std::vector<pollfd> &waiting) const {
+        waiting.push_back({process_.get(), POLLIN, 0});
+        for (const Descriptor &reader : readers_)
+            waiting.push_back({reader.get(), POLLIN, 0});
+    }
+
+    // True: it has ended, and its end was told.
+    bool follow(const pollfd *ready) {
+        for (std::size_t at = 0; at < readers_.size(); ++at)
+            if (ready[at + 1].revents != 0 && !hear(at))
+                readers_[at].reset();
+        if (ready[0].revents != 0 || !process_) {
+            tell_end();
+            return true;
+        }
+        if (!is_stopped_)
+            end_by_ = companion_->deadline();
+        if (end_by_ && Clock::now() >= *end_by_)
+            stop(true);
+        return false;
+    }
+
+private:
+    static int stream_of(std::size_t at) { return static_cast<int>(at) + STDOUT_FILENO; }
+
+    bool hear(std::size_t at) {
+        return read_ready(readers_[at].get(), [&](std::string_view piece) {
+            const bool more = companion_->hear(stream_of(at), piece);
+            if (!more && !is_stopped_)
+                stop(false);
+            return more;
+        });
+    }
+
+    // Asked to end first, so that it can take leave of what it started itself.
+    void stop(bool for_time) {
+        timed_out_ = timed_out_ || for_time;
+        kill(child_, is_stopped_ ? SIGKILL : SIGTERM);
+        is_stopped_ = true;
+        end_by_ = Clock::now() + std::chrono::seconds(2);
+    }
+
+    void tell_end() {
+        Ending ending = ending_of(child_);
+        ending.timed_out = timed_out_;
+        is_stopped_ = true; // its number may be another's by now
+        for (std::size_t at = 0; at < readers_.size(); ++at)
+            if (readers_[at])
+                hear(at);
+        companion_->ended(ending);
+    }
+
+    const Companion *companion_;
+    int error_ = 0;
+    pid_t child_ = -1;
+    Descriptor process_;
+    std::array<Descriptor, 2> readers_;
+    std::optional<Clock::time_point> end_by_;
+    bool is_stopped_ = false;
+    bool timed_out_ = false;
+};
+
+// Waits until something happens to one of them, or its time is up. The first is the signals' descriptor.
+std::vector<pollfd> wait_for_one_of(const std::vector<AtWork> &programs) {
+    std::vector<pollfd> waiting = {{signals_to_pass_on, POLLIN, 0}};
+    std::optional<Clock::time_point> first;
+    for (const AtWork &program : programs) {
+        program.add_waits(waiting);
+        if (const auto step = program.next_step(); step && (!first || *step < *first))
+            first = step;
+    }
+    int limit = -1;
+    if (first)
+        limit = static_cast<int>(std::clamp<std::int64_t>(
+            std::chrono::ceil<std::chrono::milliseconds>(*first - Clock::now()).count(), 0, 3'600'000));
+    if (poll(waiting.data(), waiting.size(), limit) <= 0)
+        for (pollfd &one : waiting)
+            one.revents = 0;
+    return waiting;
 }
 
 } // namespace
@@ -342,25 +500,58 @@ Answer run_and_listen(Program program, Errors errors, std::size_t limit) {
             program.descriptors.emplace_back(stream, writers.front().get());
             continue;
         }
-        std::array<int, 2> ends{};
-        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+        auto [reader, writer] = listening_pipe();
+        if (!writer) {
             answer.ending.start_error = errno;
             return answer;
         }
         std::string *text = stream == STDOUT_FILENO ? &answer.output : &answer.errors;
-        streams.push_back({Descriptor(ends[0]), text, limit});
-        fcntl(ends[0], F_SETFL, O_NONBLOCK); // ours alone: the child's end stays as programs expect it
-        program.descriptors.emplace_back(stream, writers.emplace_back(ends[1]).get());
+        streams.push_back({std::move(reader), text, limit});
+        program.descriptors.emplace_back(stream, writers.emplace_back(std::move(writer)).get());
     }
     answer.ending = run_listening(program, streams);
     return answer;
 }
 
-SignalsPassedOn::SignalsPassedOn(int stream) {
+void run_together(const std::vector<Companion> &companions, std::size_t at_once) {
+    const WaitableChildren waitable;
+    std::vector<AtWork> at_work;
+    std::size_t next = 0;
+    int signalled = 0;
+    while (next < companions.size() || !at_work.empty()) {
+        while (const auto signal = take_signal()) {
+            signalled = static_cast<int>(signal->ssi_signo);
+            for (const AtWork &program : at_work)
+                pass_on(*signal, program.child());
+        }
+        if (next < companions.size() &&
+            (signalled != 0 || at_work.size() < std::max<std::size_t>(at_once, 1))) {
+            const Companion &companion = companions[next++];
+            if (signalled != 0)
+                companion.ended({.signal = signalled});
+            else if (AtWork program(companion); program.error() != 0)
+                companion.ended({.start_error = program.error()});
+            else
+                at_work.push_back(std::move(program));
+            continue;
+        }
+        const std::vector<pollfd> ready = wait_for_one_of(at_work);
+        std::vector<AtWork> still_at_work;
+        for (std::size_t at = 0; at < at_work.size(); ++at)
+            if (!at_work[at].follow(&ready[1 + at * AtWork::waits]))
+                still_at_work.push_back(std::move(at_work[at]));
+        at_work = std::move(still_at_work);
+    }
+}
+
+SignalsPassedOn::SignalsPassedOn(int stream, Keyboard keyboard) {
     sigset_t passed_on;
     sigemptyset(&passed_on);
     sigprocmask(SIG_BLOCK, nullptr, &before_);
-    for (const int signal : {SIGTERM, SIGHUP}) {
+    std::vector<int> signals = {SIGTERM, SIGHUP};
+    if (keyboard == Keyboard::is_passed_on)
+        signals.insert(signals.end(), {SIGINT, SIGQUIT});
+    for (const int signal : signals) {
         struct sigaction action {};
         sigaction(signal, nullptr, &action);
         if (action.sa_handler != SIG_IGN && sigismember(&before_, signal) == 0)

@@ -4,10 +4,13 @@
 #pragma once
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -60,14 +63,31 @@ enum class Errors { apart, with_output };
 // What a daemon that it leaves behind says later is not waited for.
 Answer run_and_listen(Program program, Errors errors = Errors::apart, std::size_t limit = 64 << 20);
 
+// A program that runs beside others, and what becomes of what it says. The time limit of the program itself
+// is not looked at.
+struct Companion {
+    Program program;
+    // A piece of its standard output or error. False: it has said enough and is ended.
+    std::function<bool(int stream, std::string_view piece)> hear;
+    // When it is ended if it has not ended by itself; asked anew after each piece. Nothing: it has all time.
+    std::function<std::optional<std::chrono::steady_clock::time_point>()> deadline;
+    std::function<void(const Ending &ending)> ended;
+};
+
+// Runs them, at most so many at once, in their order. Those that a signal (see SignalsPassedOn) comes too
+// early for are not started; they end by that signal.
+void run_together(const std::vector<Companion> &companions, std::size_t at_once);
+
 // While it lives, TERM and HUP that come to this process go on to the program that
-// run() waits for, whose answer to them counts; one that comes before the program is
-// started reaches it as soon as it is. Signals that are ignored or blocked already
-// stay so. Only for a process that is all this system's own, with one thread.
+// run() waits for, or to all of run_together(), whose answer to them counts; one that
+// comes before the program is started reaches it as soon as it is. Signals that are
+// ignored or blocked already stay so. Only for a process that is all this system's own,
+// with one thread.
 class SignalsPassedOn {
 public:
+    enum class Keyboard { is_left_alone, is_passed_on };
     // The program also gets HUP when the reader of this stream, a pipe or a socket, has gone.
-    explicit SignalsPassedOn(int stream = -1);
+    explicit SignalsPassedOn(int stream = -1, Keyboard keyboard = Keyboard::is_left_alone);
     ~SignalsPassedOn();
     SignalsPassedOn(const SignalsPassedOn &) = delete;
     SignalsPassedOn &operator=(const SignalsPassedOn &) = delete;

@@ -19,6 +19,26 @@ TEST(Bytes, KnowsUtf8) {
         EXPECT_FALSE(is_utf8(text));
 }
 
+TEST(Printable, SpellsOutWhatSteersATerminal) {
+    EXPECT_EQ(printable("a\033[2Jb\nc\td"), "a\\x1b[2Jb\\nc\\x09d");
+    EXPECT_EQ(printable("\x7f"), "\\x7f");
+    EXPECT_EQ(printable("gr\xc3\xbc\xc3\x9f, \xe2\x82\xac\xc2\xa7"),
+              "gr\xc3\xbc\xc3\x9f, \xe2\x82\xac\xc2\xa7");
+    EXPECT_EQ(printable("\xc2\x9b"
+                        "2J \xc2\x80 \xc2\xa0"),
+              "\\x9b"
+              "2J \\x80 \xc2\xa0");
+    EXPECT_EQ(printable("\x9b"), "\\x9b");
+}
+
+TEST(Printable, MayPutAQuestionMarkInstead) {
+    EXPECT_EQ(printable("a\033[2J\tb\nc\xc2\x9b"
+                        "d",
+                        Steering::questioned),
+              "a?[2J\tb?c?d");
+    EXPECT_EQ(printable("\xff", Steering::questioned), "?");
+}
+
 TEST(Base64, GivesBackEveryByte) {
     std::string bytes;
     for (int byte = 0; byte < 256; ++byte) {
