@@ -72,7 +72,7 @@ void print_as_json(const framework::Answer &answer) {
 }
 
 int check(const std::vector<std::string> &clients, bool json) {
-    Invocation invocation{.method = "host/check", .words = {}, .host = {}, .json = json};
+    Invocation invocation{.method = "host/check", .words = {}, .json = json};
     std::string names;
     for (const std::string &client : clients)
         names += (names.empty() ? "" : ",") + client;
@@ -89,7 +89,7 @@ int check(const std::vector<std::string> &clients, bool json) {
 } // namespace
 
 int help_checks() {
-    const Invocation invocation{.method = "host/check", .words = {"list=yes"}, .host = {}, .json = false};
+    const Invocation invocation{.method = "host/check", .words = {"list=yes"}, .json = false};
     const framework::Outcome outcome = perform(invocation);
     if (outcome.status != framework::Outcome::Status::done)
         return report(invocation, outcome);

@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "cli/output.hpp"
@@ -39,7 +40,6 @@ struct Invocation {
     std::string method;             // CLASS/NAME, or NAME where that is unique
     std::vector<std::string> words; // NAME=VALUE
     std::string from = {};          // a file with further arguments; "-": standard input
-    std::string host;               // empty: here
     bool json = false;
 };
 
@@ -54,8 +54,11 @@ int help(const CLI::App &app, const std::string &subject, bool json = false);
 // Lists the checks of `hostadm check`, for `hostadm help checks`.
 int help_checks();
 
-// Runs the method. What is wrong with the words is an outcome too (Status::invalid).
+// Runs the method here. What is wrong with the words is an outcome too (Status::invalid).
 framework::Outcome perform(const Invocation &invocation);
+
+// The request that the words make, or what is wrong with them.
+std::variant<framework::Request, std::string> request_of(const Invocation &invocation);
 
 // Its parts: what came out, as JSON; outputs and rows on standard output; errors on standard error.
 Json json_of(const std::string &method, const framework::Outcome &outcome);

@@ -7,6 +7,7 @@
 
 #include "base/columns.hpp"
 #include "base/encoding.hpp"
+#include "base/text.hpp"
 #include "base/translation.hpp"
 
 namespace hostadm::cli {
@@ -73,24 +74,6 @@ std::string pairs_text(const std::vector<std::pair<std::string, std::string>> &p
     return all;
 }
 
-std::string printable(std::string_view text) {
-    const bool readable = base::is_utf8(text);
-    std::string shown;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (c == '\n') {
-            shown += "\\n";
-        } else if (byte < 0x20 || byte == 0x7f || (byte >= 0x80 && !readable)) {
-            char code[5];
-            std::snprintf(code, sizeof code, "\\x%02x", byte);
-            shown += code;
-        } else {
-            shown += c;
-        }
-    }
-    return shown;
-}
-
 void print(std::string_view text) {
     note_error(std::fwrite(text.data(), 1, text.size(), stdout) != text.size());
 }
@@ -101,7 +84,21 @@ int finish_output() {
 }
 
 void print_json(const Json &json) {
-    print(json.dump(2) + "\n");
+    // Strings may hold what some terminals obey, U+007F to U+009F; JSON knows another spelling for it.
+    const std::string text = json.dump(2) + "\n";
+    std::string_view rest = text;
+    for (std::size_t at = 0; (at = rest.find_first_of("\x7f\xc2")) != rest.npos;) {
+        const bool is_pair = rest[at] == '\xc2';
+        const auto byte = static_cast<unsigned char>(rest[at + (is_pair ? 1 : 0)]);
+        const std::size_t end = at + (is_pair ? 2 : 1);
+        char code[7] = "";
+        if (byte < 0xa0)
+            std::snprintf(code, sizeof code, "\\u%04x", byte);
+        print(rest.substr(0, byte < 0xa0 ? at : end));
+        print(code);
+        rest.remove_prefix(end);
+    }
+    print(rest);
 }
 
 void print_error(std::string_view subject, std::string_view text, int code) {
@@ -109,12 +106,11 @@ void print_error(std::string_view subject, std::string_view text, int code) {
     if (!subject.empty())
         line.append(subject).append(": ");
     // What a command said may be several lines; those after the first are indented.
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (c == '\n')
-            line += "\n    ";
-        else
-            line += (byte < 0x20 && c != '\t') || byte == 0x7f ? '?' : c;
+    bool is_first = true;
+    for (const std::string_view part : base::split(text, '\n')) {
+        line += is_first ? "" : "\n    ";
+        line += base::printable(part, base::Steering::questioned);
+        is_first = false;
     }
     if (code != 0)
         line += " " + base::tr("(error {1})", code);

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/encoding.hpp"
+
 namespace hostadm::cli {
 
 // Keeps the order in which the columns of a row were given.
@@ -35,8 +37,7 @@ private:
 // Lines of "NAME  VALUE", the values aligned.
 std::string pairs_text(const std::vector<std::pair<std::string, std::string>> &pairs);
 
-// Text that a terminal can show without being steered by it; newlines become "\n".
-std::string printable(std::string_view text);
+using base::printable;
 
 void print(std::string_view text); // to standard output
 // Writes what is still to be written; the errno of the first failure of all that was printed, or 0.

@@ -247,7 +247,8 @@ void add_preview(CLI::App &app, Work &chosen) {
         ->type_name("COMMAND")
         ->check(CLI::Validator(quotes_defect, ""))
         ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->allow_extra_args(false);
     command->callback([&chosen] {
         take_words_from_file(asked.invocation);
         chosen = [] { return preview_or_say_why_not(asked); };

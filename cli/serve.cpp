@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // hostadm serve: runs one method for another host. The request comes on standard input, the answer goes to
 // standard output, and last how the run was judged.
+#include <cstdlib>
 #include <unistd.h>
 
 #include "base/descriptor.hpp"
@@ -14,6 +15,10 @@ namespace hostadm::cli {
 namespace {
 
 int serve() {
+    // The other host asked sudo to speak English; here the language of the login holds again.
+    unsetenv("LANGUAGE");
+    print(std::string(framework::serve_greeting) + "\n");
+    finish_output();
     const auto text = base::read_stream(STDIN_FILENO);
     const auto request = framework::parse_request(text.value_or(""));
     if (!request) {

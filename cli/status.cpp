@@ -85,7 +85,7 @@ void print_as_json(const std::vector<Table> &tables, std::size_t findings) {
 }
 
 int status(bool json) {
-    const Invocation invocation{.method = "host/status", .words = {}, .host = {}, .json = json};
+    const Invocation invocation{.method = "host/status", .words = {}, .json = json};
     const framework::Outcome outcome = perform(invocation);
     if (outcome.status != framework::Outcome::Status::done)
         return report(invocation, outcome);

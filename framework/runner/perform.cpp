@@ -21,6 +21,7 @@
 #include "framework/protocol/description.hpp"
 #include "framework/protocol/kinds.hpp"
 #include "framework/runner/layout.hpp"
+#include "framework/runner/other_hosts.hpp"
 
 namespace hostadm::framework {
 
@@ -135,25 +136,6 @@ Outcome judge(Answer answer, const base::Ending &ending,
     return outcome;
 }
 
-// On the other host `hostadm serve` takes the request from standard input and writes the answer to standard
-// output; its exit status is that of the run, 255 is ssh's own.
-Outcome perform_there(const Request &request, const std::string &host) {
-    const base::Descriptor input(sealed_file(to_text(request)));
-    const base::Descriptor output = answer_file();
-    if (!input.is_open() || !output.is_open())
-        return failed(base::tr("no memory file for its arguments: {1}", std::strerror(errno)));
-    const base::Ending ending =
-        base::run({.words = {"ssh", "-o", "BatchMode=yes", "--", host, "hostadm", "serve"},
-                   .search = true,
-                   .descriptors = {{STDIN_FILENO, input.get()}, {STDOUT_FILENO, output.get()}}});
-    const std::string text = base::read_whole(output.get()).value_or("");
-    if (auto outcome = parse_outcome(text))
-        return std::move(*outcome);
-    return {Status::failed, parse_answer(text),
-            base::tr("ssh to {1} {2}; does ssh log in there without a password, and is hostadm installed?",
-                     host, base::in_words(ending))};
-}
-
 } // namespace
 
 std::vector<std::string> list_methods() {
@@ -265,8 +247,16 @@ Outcome perform(std::string_view method_class, std::string_view name, Request re
         return {Status::invalid,
                 {},
                 base::tr("the host cannot be \"{1}\"; it must be {2}", host, accepted(host_argument))};
-    if (!base::is_this_host(host, base::Lookup::name_services, base::EmptyName::is_this_host))
-        return perform_there(request, host);
+    if (!base::is_this_host(host, base::Lookup::name_services, base::EmptyName::is_this_host)) {
+        OtherHosts how;
+        Outcome outcome;
+        how.say = [](const std::string &, const std::string &line) {
+            base::write_all(STDERR_FILENO, line + "\n");
+        };
+        how.done = [&](std::size_t, Outcome there) { outcome = std::move(there); };
+        perform_there({{.user = "", .host = host}}, request, how);
+        return outcome;
+    }
     auto found = find_method(method_class, name);
     if (const auto *unknown = std::get_if<Unknown>(&found))
         return {Status::invalid, {}, unknown->reason};

@@ -133,7 +133,9 @@ int _get_returned_arg(adm_args *handle, const char *name, const char *fallback, 
  *   before its work was done, answered something that cannot be understood, or lacks an output that its
  *   description requires;
  * - 102: nothing was done, since the method is unknown, or an argument or the host's name was refused; the
- *   text says what was wrong with which argument and what is accepted.
+ *   text says what was wrong with which argument and what is accepted;
+ * - 130 to 137: the other host was not reached, or could not run it, and nothing was done; 138 and 139: its
+ *   answer did not come, or broke off. docs/error-codes.md tells them apart.
  */
 int adm_perf_method(const char *method, adm_args *input, adm_args **output, adm_error **error, ...);
 

@@ -23,6 +23,18 @@ namespace hostadm::framework {
 inline constexpr int cannot_run = 101;       // unknown, not executable, crashed, or its answer makes no sense
 inline constexpr int invalid_argument = 102; // an argument was refused, nothing was done
 
+// Another host could not run a method. What it says itself has the method's own codes.
+inline constexpr int host_not_found = 130;     // its name leads to no address
+inline constexpr int connection_refused = 131; // nobody listens there
+inline constexpr int host_not_reached = 132;   // no connection, or none in time
+inline constexpr int host_key_unknown = 133;
+inline constexpr int host_key_changed = 134;
+inline constexpr int login_refused = 135;
+inline constexpr int no_hostadm_there = 136;
+inline constexpr int sudo_refused = 137;
+inline constexpr int no_answer_in_time = 138;
+inline constexpr int answer_cut_off = 139;
+
 using Values = std::vector<std::pair<std::string, std::string>>;
 
 struct Request {
@@ -176,6 +188,26 @@ bool is_name(std::string_view name);
 // here.
 Outcome perform(std::string_view method_class, std::string_view name, Request request,
                 const std::string &host);
+
+// How other hosts are reached, and who hears of it.
+struct OtherHosts {
+    bool sudo = false;       // become root there by sudo, without a password
+    int connect_limit = 30;  // seconds until the command there has begun
+    int answer_limit = 0;    // seconds from then on until the answer is whole; 0: none
+    std::size_t at_once = 8; // so many hosts are asked beside each other
+    // A line that a method there says for people. It holds nothing that steers a terminal.
+    std::function<void(const std::string &host, const std::string &line)> say;
+    // The outcome on the host of this number, as soon as it is there; once for each.
+    std::function<void(std::size_t host, Outcome outcome)> done;
+};
+
+// Runs a method, CLASS/NAME or NAME, on hosts given as HOST or USER@HOST. Without a user and without sudo a
+// name of this host means here.
+void perform_on(const std::vector<std::string> &hosts, const std::string &method, Request request,
+                const OtherHosts &how);
+
+// The line by which the far end says that it has begun and now reads the request.
+inline constexpr std::string_view serve_greeting = R"({"hostadm": 1, "serves": "requests"})";
 
 // A request as another host sends it; nothing for what is none.
 std::optional<Request> parse_request(std::string_view text);

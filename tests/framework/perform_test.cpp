@@ -10,11 +10,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "hostadm/runner.hpp"
 #include "support.hpp"
 #include "support/scratch.hpp"
 
 namespace {
 
+using hostadm::framework::serve_greeting;
 using testing::HasSubstr;
 using testing::StartsWith;
 using tests::behave;
@@ -330,23 +332,28 @@ protected:
         setenv("PATH", (scratch.path("bin") + ":" + path).c_str(), 1);
     }
     void TearDown() override { setenv("PATH", path.c_str(), 1); }
+    // What a fake ssh does to run the command of its caller.
+    const std::string log_in =
+        "while [ $1 != -- ]; do shift; done; shift 2; PATH=" TEST_ROOT "/bin:$PATH; exec \"$@\"";
     tests::Scratch scratch;
     const std::string path = getenv("PATH");
 };
 
 TEST_F(OtherHost, RunsTheMethodThere) {
-    ssh("shift 4; PATH=" TEST_ROOT "/bin:$PATH; exec \"$@\"");
+    ssh(log_in);
     const MethodRun run("echo", {{"text", "f\xffr"}, {"times", "2"}, {"rows", "yes"}}, "test",
                         "other.example");
     EXPECT_EQ(run.status, 0) << run.text();
     EXPECT_EQ(run.field("said"), "f\xffr"
                                  "f\xffr");
     EXPECT_EQ(run.rows(), 2u);
-    EXPECT_EQ(tests::content(scratch.path("asked")), "-o BatchMode=yes -- other.example hostadm serve\n");
+    const std::string asked = tests::content(scratch.path("asked"));
+    EXPECT_THAT(asked, HasSubstr(" -o BatchMode=yes -o ConnectTimeout=30 "));
+    EXPECT_THAT(asked, testing::EndsWith(" -- other.example hostadm serve\n"));
 }
 
 TEST_F(OtherHost, GivesTheErrorsFromThere) {
-    ssh("shift 4; PATH=" TEST_ROOT "/bin:$PATH; exec \"$@\"");
+    ssh(log_in);
     const MethodRun failed("behave", {{"how", "crash"}}, "test", "other.example");
     EXPECT_EQ(failed.text(), "it was killed by signal 11 (Segmentation fault); behave: about to crash");
     EXPECT_EQ(failed.field("number"), "1");
@@ -358,25 +365,65 @@ TEST_F(OtherHost, GivesTheErrorsFromThere) {
 }
 
 TEST_F(OtherHost, ThatCannotBeReachedIsSaidSo) {
-    ssh("echo 'no route to host' >&2; exit 255");
-    const MethodRun run("echo", {{"text", "x"}}, "test", "other.example");
-    EXPECT_EQ(run.status, 101);
-    EXPECT_EQ(run.text(),
-              "ssh to other.example ended with exit status 255; does ssh log in there without a password, "
-              "and is hostadm installed?");
+    const auto logging = [](const std::string &text) {
+        return "while [ $1 != -E ]; do shift; done; printf '" + text + "\\r\\n' >>$2; exit 255";
+    };
+    struct Row {
+        const char *logged;
+        int code;
+        const char *said;
+    };
+    for (const Row &row : {
+             Row{"ssh: Could not resolve hostname x: Name or service not known", 130, "has no address here"},
+             Row{"ssh: connect to host x port 22: Connection refused", 131, "refuses the connection"},
+             Row{"ssh: connect to host x port 22: No route to host", 132,
+                 "No route to host); is it switched on"},
+             Row{"Connection timed out during banner exchange", 132, "did not answer in time"},
+             Row{"Host key verification failed.", 133, "is not known here"},
+             Row{"WARNING: REMOTE HOST IDENTIFICATION HAS CHANGED!\\r\\nHost key verification failed.", 134,
+                 "is another one than before"},
+             Row{"x: Permission denied (publickey).", 135, "without a password"},
+             Row{"Received disconnect: Too many authentication failures", 135, "all the keys"},
+             Row{"Unable to negotiate with x port 22: no matching host key", 132, "no matching host key"},
+         }) {
+        ssh(logging(row.logged));
+        const MethodRun run("echo", {{"text", "x"}}, "test", "other.example");
+        EXPECT_EQ(run.status, row.code) << row.logged;
+        EXPECT_THAT(run.text(), HasSubstr("other.example")) << row.logged;
+        EXPECT_THAT(run.text(), HasSubstr(row.said)) << row.logged;
+    }
 }
 
-TEST_F(OtherHost, ThatBreaksOffKeepsWhatCame) {
-    ssh("echo '{\"output\": \"said\", \"value\": \"half\"}'; echo '{\"outc'; kill -9 $$");
+TEST_F(OtherHost, ThatLetsUsInAndHasNoHostadmIsSaidSo) {
+    ssh("echo 'sh: hostadm: not found' >&2; exit 127");
     const MethodRun run("echo", {{"text", "x"}}, "test", "other.example");
-    EXPECT_NE(run.status, 0);
-    EXPECT_THAT(run.text(), HasSubstr("ssh to other.example was killed by signal 9"));
+    EXPECT_EQ(run.status, 136);
+    EXPECT_EQ(run.text(), "there is no hostadm on other.example (sh: hostadm: not found); install it there");
+    ssh("echo 'This account is not available.'; exit 1");
+    EXPECT_EQ(MethodRun("echo", {{"text", "x"}}, "test", "other.example").status, 136);
+    ssh("exec yes");
+    EXPECT_THAT(MethodRun("echo", {{"text", "x"}}, "test", "other.example").text(),
+                HasSubstr("does not stop talking"));
+}
+
+TEST_F(OtherHost, ThatGreetsAndBreaksOffKeepsWhatCame) {
+    const std::string greeting = "echo '" + std::string(serve_greeting) + "'; ";
+    ssh("echo 'welcome to this host'; " + greeting +
+        "echo '{\"output\": \"said\", \"value\": \"half\"}'; echo '{\"outc'; kill -9 $$");
+    const MethodRun run("echo", {{"text", "x"}}, "test", "other.example");
+    EXPECT_EQ(run.status, 139);
+    EXPECT_THAT(run.text(), HasSubstr("the answer of other.example breaks off: ssh was killed by signal 9"));
     EXPECT_EQ(run.field("said"), "half");
+}
+
+TEST_F(OtherHost, MayPrintAWelcomeFirst) {
+    ssh("echo welcome; echo \"it is late\"; " + log_in);
+    EXPECT_EQ(MethodRun("echo", {{"text", "x"}}, "test", "other.example").field("said"), "x");
 }
 
 TEST_F(OtherHost, WithABadNameIsNotAsked) {
     ssh("exit 1");
-    for (const char *host : {"-oProxyCommand=x", "a b", "x;y", "host..name", "user@host"})
+    for (const char *host : {"-oProxyCommand=x", "a b", "x;y", "host..name", "user@host", "@host"})
         EXPECT_EQ(MethodRun("echo", {{"text", "x"}}, "test", host).status, 102) << host;
     EXPECT_EQ(tests::content(scratch.path("asked")), "");
 }
