@@ -219,6 +219,15 @@ TEST_F(RealFilesys, UserIsToldWhatBringsAMissingCommand) {
     EXPECT_EQ(content(vfstab), vfstab_text);
 }
 
+TEST_F(RealFilesys, UserOfThePackagesIsToldToTakeTheName) {
+    fs::create_directories("/usr/libexec/hostadm/names");
+    fs::rename("/usr/sbin/umount", "/usr/libexec/hostadm/names/umount");
+    const auto unmounted = hostadm("run filesystem/unmount mountpt=/tmp takeeffect=nowonly");
+    EXPECT_EQ(unmounted.status, 1);
+    EXPECT_THAT(unmounted.error, HasSubstr("let hostadm's come before it: hostadm-names take"));
+    fs::remove_all("/usr/libexec/hostadm/names");
+}
+
 TEST_F(RealFilesys, MountsOfTheNextStartNeedNoCommand) {
     fs::remove("/usr/sbin/mount");
     fs::remove("/usr/sbin/umount");
