@@ -160,7 +160,9 @@ int help(const CLI::App &app, const std::string &subject, bool json) {
     if (std::find(all.begin(), all.end(), subject) != all.end() &&
         std::holds_alternative<framework::Unknown>(framework::find_method("", subject)))
         return list(subject, json);
-    return help_method(subject, subject.find('/') == subject.npos ? nearest_subject(app, subject) : "", json);
+    const bool is_name_alone = subject.find('/') == subject.npos;
+    // Commands and topics say nothing as JSON.
+    return help_method(subject, is_name_alone && !json ? nearest_subject(app, subject) : "", json);
 }
 
 void add_list(CLI::App &app, Work &chosen) {
