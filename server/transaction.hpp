@@ -12,9 +12,11 @@
 
 #include "hostadm/method.hpp"
 #include "server/boot_area.hpp"
+#include "server/boot_tree.hpp"
 #include "server/bootparams.hpp"
 #include "server/broken_runs.hpp"
 #include "server/client_change.hpp"
+#include "server/dhcp_server.hpp"
 #include "server/disabling.hpp"
 #include "server/files.hpp"
 #include "server/filling.hpp"
@@ -42,7 +44,8 @@ using Entry =
     std::variant<MadeDirectory, MadeFile, NewTable, MadeRoot, FilledRoot, MadeShare, MadeBootLink,
                  ReplacedBootLink, MadeBootProgram, MadeRplFile, MadeRplLink, ReplacedRplLink, AddedItem,
                  AddedLine, BegunRun, Claimed, ReplacedLine, WithdrawnShare, ResumedShare, RenamedPath,
-                 ResizedFile, RewrittenInRoot, MovedShare, InstalledPackages, MadeInRoot, Touched>;
+                 ResizedFile, RewrittenInRoot, MovedShare, InstalledPackages, MadeInRoot,
+                 MadeBootTree, ChangedDhcpSettings, Touched>;
 
 // Nothing: its kind is not known here, or its fields are not those of its kind.
 std::optional<Entry> read_any_entry(const Written &words);

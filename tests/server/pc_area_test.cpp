@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "server/failure.hpp"
 #include "server/pc_area.hpp"
 
 namespace {
@@ -54,27 +55,44 @@ TEST(PcMenu, LiesUnderTheAddressInUpperCaseHexadecimal) {
     EXPECT_EQ(pc_menu_path("192.168.1.10"), "/tftpboot/grub/grub.cfg-C0A8010A");
 }
 
+const std::vector<PcNetwork> two_networks = {
+    {"eth0", "192.168.1.1", "255.255.255.0", "192.168.1.0", "192.168.1.254"},
+    {"eth1", "10.0.0.1", "255.0.0.0", "10.0.0.0"}};
+
 TEST(DhcpSettings, AnswerKnownClientsOnly) {
-    const std::string text =
-        dhcp_settings({{"eth0", "192.168.1.1", "255.255.255.0", "192.168.1.0", "192.168.1.254"},
-                       {"eth1", "10.0.0.1", "255.0.0.0", "10.0.0.0", "192.168.1.254"}});
+    const std::string text = dhcp_settings(two_networks);
     EXPECT_THAT(text, testing::HasSubstr("interface=eth0\n"));
     EXPECT_THAT(text, testing::HasSubstr("dhcp-range=192.168.1.0,static,255.255.255.0\n"));
     EXPECT_THAT(text, testing::HasSubstr("interface=eth1\n"));
     EXPECT_THAT(text, testing::HasSubstr("dhcp-range=10.0.0.0,static,255.0.0.0\n"));
     EXPECT_THAT(text, testing::HasSubstr("read-ethers\n"));
-    EXPECT_THAT(text, testing::HasSubstr("dhcp-option=option:router,192.168.1.254\n"));
-    EXPECT_THAT(text, testing::Not(testing::HasSubstr("port=0")));
+    EXPECT_THAT(text, testing::HasSubstr("port=53053\n"));
 }
 
-TEST(DhcpSettings, TellNoRouterWhereThereIsNone) {
-    EXPECT_THAT(dhcp_settings({{"eth0", "192.168.1.1", "255.255.255.0", "192.168.1.0"}}),
-                testing::HasSubstr("dhcp-option=option:router\n"));
+TEST(DhcpSettings, TellEachNetworkItsOwnRouterOrNone) {
+    const std::string text = dhcp_settings(two_networks);
+    EXPECT_THAT(text, testing::HasSubstr("dhcp-option=option:router\n"));
+    EXPECT_THAT(text, testing::HasSubstr("dhcp-option=tag:eth0,option:router,192.168.1.254\n"));
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("tag:eth1,option:router")));
+}
+
+TEST(DhcpSettings, LeaveNamesAndInterfacesToAnAdministratorWhoServesThem) {
+    const std::string text = dhcp_settings(two_networks, {.any = true});
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("port=")));
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("interface=")));
+    EXPECT_THAT(dhcp_settings(two_networks, {.any = true, .name_interfaces = true}),
+                testing::HasSubstr("interface=eth0\n"));
+}
+
+TEST(DhcpSettings, AreKnownAgain) {
+    EXPECT_TRUE(is_own_dhcp_settings(dhcp_settings(two_networks)));
+    EXPECT_FALSE(is_own_dhcp_settings(""));
+    EXPECT_FALSE(is_own_dhcp_settings("# mine\nport=53\n"));
 }
 
 TEST(PcNetworks, ThatDoNotExistAreRefused) {
-    EXPECT_THROW(pc_networks({"no-such-interface"}, ""), std::runtime_error);
-    EXPECT_THROW(pc_networks({"lo"}, ""), std::runtime_error);
+    EXPECT_THROW(pc_networks({"no-such-interface"}, ""), Failure);
+    EXPECT_THROW(pc_networks({"lo"}, ""), Failure);
 }
 
 class NewestKernel : public testing::Test {

@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: MIT
+#include "server/dhcp_server.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <string_view>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <system_error>
+#include <unistd.h>
+#include <vector>
+
+#include "base/files.hpp"
+#include "base/processes.hpp"
+#include "base/program.hpp"
+#include "base/text.hpp"
+#include "server/failure.hpp"
+#include "server/files.hpp"
+
+namespace hostadm::server {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// As Debian's service gives it.
+constexpr const char *settings_folder = "--conf-dir=/etc/dnsmasq.d,.dpkg-dist,.dpkg-old,.dpkg-new";
+
+bool is_program(const std::string &path) {
+    return access(path.c_str(), X_OK) == 0;
+}
+
+// One that was given a file of settings of its own, such as that of a network of virtual machines, has not read ours.
+bool reads_our_settings(const base::Process &process) {
+    bool other_file = false, our_folder = false;
+    for (const std::string &word : process.arguments) {
+        other_file = other_file || word.starts_with("--conf-file") || word.starts_with("-C");
+        our_folder = our_folder || word.find("/etc/dnsmasq.d") != word.npos;
+    }
+    return our_folder || !other_file;
+}
+
+OtherDhcpSettings settings_in(const std::string &path) {
+    OtherDhcpSettings found;
+    base::for_each_line(base::file_contents(path), [&](std::string_view line) {
+        line = base::trimmed(line);
+        if (line.empty() || line.front() == '#' || line.starts_with("conf-dir"))
+            return;
+        found.any = true;
+        found.name_interfaces = found.name_interfaces || line.starts_with("interface") ||
+                                line.starts_with("except-interface") || line.starts_with("listen-address");
+    });
+    return found;
+}
+
+base::Answer run(std::vector<std::string> words) {
+    constexpr int longest = 60; // seconds
+    return base::run_and_listen({.words = std::move(words), .time_limit = longest},
+                                base::Errors::with_output);
+}
+
+std::string last_line(const std::string &text) {
+    std::string last;
+    base::for_each_line(text, [&](std::string_view line) {
+        if (!base::trimmed(line).empty())
+            last = base::trimmed(line);
+    });
+    return last;
+}
+
+} // namespace
+
+std::optional<int> running_dhcp_server(const std::string &proc) {
+    // Ordinary users may call a process of theirs what they like; it gives up root's rights for a system user's.
+    constexpr uid_t first_ordinary = 1000, nobody = 65534;
+    for (const base::Process &process : base::live_processes(proc))
+        if (process.short_name == "dnsmasq" && reads_our_settings(process) &&
+            (process.owner < first_ordinary || process.owner == nobody))
+            return process.pid;
+    return std::nullopt;
+}
+
+bool has_read(int pid, const std::string &path) {
+    struct stat file {};
+    if (stat(path.c_str(), &file) != 0)
+        return errno == ENOENT;
+    using std::chrono::system_clock;
+    const auto changed =
+        system_clock::from_time_t(file.st_mtim.tv_sec) +
+        std::chrono::duration_cast<system_clock::duration>(std::chrono::nanoseconds(file.st_mtim.tv_nsec));
+    constexpr std::chrono::milliseconds tick(10); // of a process's start
+    const auto started = base::start_of(pid);
+    return started && *started + tick >= changed;
+}
+
+OtherDhcpSettings other_dhcp_settings(const std::string &file, const std::string &folder) {
+    OtherDhcpSettings others = settings_in(file);
+    std::error_code error;
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+        const std::string name = entry->path().filename();
+        if (name == fs::path(dhcp_settings_path).filename() || name.front() == '.' || name == "README" ||
+            name.find(".dpkg-") != name.npos || name.ends_with("~"))
+            continue;
+        const OtherDhcpSettings more = settings_in(entry->path());
+        others = {others.any || more.any, others.name_interfaces || more.name_interfaces};
+    }
+    return others;
+}
+
+std::string defect_of_dhcp_settings() {
+    const base::Answer answer = run({dhcp_program, "--test", settings_folder});
+    return answer.ending.well() ? "" : last_line(answer.output) + " (" + base::in_words(answer.ending) + ")";
+}
+
+std::string restart_dhcp_server() {
+    const bool has_service = is_program(dhcp_service), runs = running_dhcp_server().has_value();
+    if (!has_service && runs)
+        fail(Code::unusable,
+             "dnsmasq runs without a service that could start it anew; end it and run this again");
+    const base::Answer answer =
+        has_service ? run({"/usr/sbin/service", "dnsmasq", "restart"}) : run({dhcp_program, settings_folder});
+    if (!answer.ending.well())
+        fail(Code::system, "dnsmasq does not start (" + base::in_words(answer.ending) +
+                               "): " + last_line(answer.output) +
+                               (has_service ? "; see `journalctl -u dnsmasq`" : ""));
+    return runs ? "dnsmasq was started anew" : "dnsmasq was started";
+}
+
+std::string take_back(const ChangedDhcpSettings &changed, const UndoContext &) {
+    const base::FileText now = base::read_file(dhcp_settings_path);
+    if (now.text == changed.before && !now.is_missing() == !changed.before.empty())
+        return "";
+    const int error = !changed.before.empty() ? base::write_file(dhcp_settings_path, changed.before)
+                      : unlink(dhcp_settings_path) == 0 || errno == ENOENT ? 0
+                                                                           : errno;
+    if (error != 0)
+        return std::string(dhcp_settings_path) + " (" + std::strerror(error) + ")";
+    if (changed.ran == 0)
+        return "";
+    try {
+        restart_dhcp_server();
+    } catch (const Failure &failure) {
+        return std::string("the DHCP server as it ran before: ") + failure.what();
+    }
+    return "";
+}
+
+} // namespace hostadm::server

@@ -1,0 +1,257 @@
+// SPDX-License-Identifier: MIT
+// What PCs boot by, made with GRUB's own files and served by the real DHCP server.
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/mount.h>
+#include <thread>
+#include <unistd.h>
+
+#include "support/run_method.hpp"
+#include "support/standin.hpp"
+#include "support/text_files.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::Not;
+using tests::content;
+using tests::hostadm;
+using tests::Outcome;
+using tests::write;
+
+const std::string settings = "/etc/dnsmasq.d/hostadm.conf", tree = "/tftpboot/grub",
+                  process_file = "/run/dnsmasq.pid", setup = "run netboot/setup_pc interface=net0";
+
+bool is_installed(const char *path) {
+    return access(path, X_OK) == 0;
+}
+
+int dhcp_process() {
+    std::ifstream file(process_file);
+    int id = 0;
+    return file >> id && kill(id, 0) == 0 ? id : 0;
+}
+
+void end_dhcp() {
+    if (const int id = dhcp_process(); id != 0)
+        kill(id, SIGTERM);
+    for (int i = 0; i < 500 && dhcp_process() != 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    fs::remove(process_file);
+}
+
+void expect_done(const std::string &command, const std::string &changed) {
+    const Outcome run = hostadm(command);
+    EXPECT_EQ(run.status, 0) << run.output;
+    EXPECT_THAT(run.output, HasSubstr("changed  " + changed + "\n"));
+}
+
+void expect_failure(const std::string &command, const std::string &reason) {
+    const Outcome run = hostadm(command);
+    EXPECT_EQ(run.status, 1) << run.output;
+    EXPECT_THAT(run.output, HasSubstr(reason));
+}
+
+class PcBoot : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!is_installed("/usr/bin/grub-mknetdir") || !is_installed("/usr/sbin/dnsmasq"))
+            GTEST_SKIP() << "needs grub-common, grub-pc-bin, grub-efi-amd64-bin and dnsmasq-base";
+        standin::reset();
+        end_dhcp();
+        fs::remove_all("/tftpboot");
+        fs::remove_all("/etc/dnsmasq.d");
+        fs::remove("/etc/dnsmasq.conf");
+        fs::remove("/etc/init.d/dnsmasq");
+        write("/etc/hosts", "127.0.0.1 localhost\n10.1.2.1 server1\n");
+        write("/etc/ethers", "");
+        fs::create_directories("/var/lib/misc"); // for its leases
+        ASSERT_EQ(std::system("ip link show net0 >/dev/null 2>&1 || { ip link add net0 type dummy && "
+                              "ip address add 10.1.2.1/24 dev net0 && ip link set net0 up; }"),
+                  0);
+    }
+    void TearDown() override { end_dhcp(); }
+
+    // As Debian's package brings it.
+    static void place_service(const std::string &script) {
+        standin::place("/etc/init.d/dnsmasq");
+        standin::place("/usr/sbin/service", {.script = script});
+    }
+};
+
+const std::string restart_script = R"(read -r old <)" + process_file + R"( && kill "$old"
+while [ -n "$old" ] && kill -0 "$old" 2>/dev/null; do sleep 0.05; done
+exec /usr/sbin/dnsmasq --conf-dir=/etc/dnsmasq.d)";
+
+TEST_F(PcBoot, IsMadeForBothKindsOfFirmware) {
+    const Outcome run = hostadm(setup);
+    EXPECT_EQ(run.status, 0) << run.output;
+    EXPECT_THAT(run.output, ContainsRegex("boot loader +done +/tftpboot/grub for BIOS, UEFI"));
+    EXPECT_THAT(run.output, ContainsRegex("network +unchanged +net0 10.1.2.0/255.255.255.0"));
+    EXPECT_THAT(run.output, ContainsRegex("DHCP +done +dnsmasq was started"));
+    EXPECT_GT(fs::file_size(tree + "/i386-pc/core.0"), 10'000u);
+    EXPECT_GT(fs::file_size(tree + "/x86_64-efi/core.efi"), 10'000u);
+    EXPECT_THAT(content(settings), HasSubstr("dhcp-range=10.1.2.0,static,255.255.255.0\n"));
+    EXPECT_NE(dhcp_process(), 0);
+    EXPECT_FALSE(fs::exists("/tftpboot/.grub.new"));
+}
+
+TEST_F(PcBoot, AgainChangesNothing) {
+    expect_done(setup, "yes");
+    const int process = dhcp_process();
+    const Outcome run = hostadm(setup);
+    EXPECT_THAT(run.output, HasSubstr("changed  no\n"));
+    EXPECT_THAT(run.output, ContainsRegex("DHCP +unchanged +dnsmasq serves them"));
+    EXPECT_EQ(dhcp_process(), process);
+}
+
+TEST_F(PcBoot, AnotherRouterMakesTheServiceReadItsSettingsAnew) {
+    expect_done(setup, "yes");
+    place_service(restart_script);
+    const int before = dhcp_process();
+    expect_done(setup + " router=10.1.2.254", "yes");
+    EXPECT_THAT(content(settings), HasSubstr("dhcp-option=tag:net0,option:router,10.1.2.254\n"));
+    EXPECT_NE(dhcp_process(), 0);
+    EXPECT_NE(dhcp_process(), before);
+    expect_done(setup + " router=10.1.2.254", "no");
+}
+
+TEST_F(PcBoot, SettingsThatWereNotReadAreReadInTheNextRun) {
+    expect_done(setup, "yes");
+    place_service(restart_script);
+    const auto later = fs::file_time_type::clock::now() + std::chrono::seconds(5);
+    fs::last_write_time(settings, later);
+    const int before = dhcp_process();
+    expect_done(setup, "yes");
+    EXPECT_NE(dhcp_process(), before);
+}
+
+TEST_F(PcBoot, NewerGrubTakesThePlaceOfTheOld) {
+    expect_done(setup, "yes");
+    write(tree + "/i386-pc/normal.mod", "an older one");
+    write(tree + "/grub.cfg-0A010203", "a client's\n");
+    expect_done(setup, "yes");
+    EXPECT_GT(fs::file_size(tree + "/i386-pc/normal.mod"), 1000u);
+    EXPECT_EQ(content(tree + "/grub.cfg-0A010203"), "a client's\n");
+    EXPECT_FALSE(fs::exists("/tftpboot/.grub.new"));
+}
+
+TEST_F(PcBoot, FirmwareThatGrubIsNotInstalledForIsTold) {
+    fs::rename("/usr/lib/grub/x86_64-efi", "/usr/lib/grub/away");
+    const Outcome run = hostadm(setup);
+    fs::rename("/usr/lib/grub/away", "/usr/lib/grub/x86_64-efi");
+    EXPECT_EQ(run.status, 0) << run.output;
+    EXPECT_THAT(run.output,
+                ContainsRegex("UEFI +warning +PCs with UEFI are not served; install grub-efi-amd64-bin"));
+    expect_done(setup, "yes");
+    EXPECT_TRUE(fs::exists(tree + "/x86_64-efi/core.efi"));
+}
+
+TEST_F(PcBoot, SettingsOfTheAdministratorStayInForce) {
+    write("/etc/dnsmasq.conf", "# names\nport=5300\n");
+    expect_done(setup, "yes");
+    EXPECT_THAT(content(settings), Not(HasSubstr("port=")));
+    EXPECT_THAT(content(settings), Not(HasSubstr("interface=net0")));
+}
+
+TEST_F(PcBoot, IsTakenAwayWhole) {
+    place_service(restart_script);
+    expect_done(setup, "yes");
+    write("/tftpboot/other", "stays");
+    expect_done("run netboot/remove_pc", "yes");
+    EXPECT_FALSE(fs::exists(settings));
+    EXPECT_FALSE(fs::exists(tree));
+    EXPECT_TRUE(fs::exists("/tftpboot/other"));
+    expect_done("run netboot/remove_pc", "no");
+}
+
+TEST_F(PcBoot, IsNotTakenAwayFromClients) {
+    expect_done(setup, "yes");
+    write(tree + "/grub.cfg-0A010203", "# pc1, written by hostadm\n");
+    expect_failure("run netboot/remove_pc", "grub.cfg-0A010203");
+    EXPECT_TRUE(fs::exists(settings));
+}
+
+TEST_F(PcBoot, PreviewChangesNothing) {
+    const Outcome run = hostadm("preview netboot/setup_pc interface=net0");
+    EXPECT_EQ(run.status, 0) << run.output;
+    EXPECT_THAT(run.output, HasSubstr("dhcp-range=10.1.2.0,static,255.255.255.0"));
+    EXPECT_FALSE(fs::exists("/tftpboot"));
+    EXPECT_FALSE(fs::exists(settings));
+    EXPECT_EQ(dhcp_process(), 0);
+}
+
+TEST_F(PcBoot, NeedsAnInterfaceThatIsThere) {
+    expect_failure("run netboot/setup_pc interface=net9", "the interface net9 is not there");
+    EXPECT_FALSE(fs::exists(tree));
+}
+
+TEST_F(PcBoot, NeedsARouterThatPcsCanReach) {
+    expect_failure(setup + " router=10.9.9.9", "lies in none of the networks");
+    EXPECT_FALSE(fs::exists(tree));
+}
+
+TEST_F(PcBoot, NeedsTheDhcpServer) {
+    fs::rename("/usr/sbin/dnsmasq", "/usr/sbin/dnsmasq.away");
+    expect_failure(setup, "apt-get install dnsmasq");
+    fs::rename("/usr/sbin/dnsmasq.away", "/usr/sbin/dnsmasq");
+    EXPECT_FALSE(fs::exists(tree));
+}
+
+TEST_F(PcBoot, NeedsGrub) {
+    fs::rename("/usr/bin/grub-mknetdir", "/usr/bin/grub-mknetdir.away");
+    expect_failure(setup, "apt-get install grub-common grub-pc-bin grub-efi-amd64-bin");
+    fs::rename("/usr/bin/grub-mknetdir.away", "/usr/bin/grub-mknetdir");
+    EXPECT_FALSE(fs::exists(settings));
+}
+
+TEST_F(PcBoot, SettingsOfAnotherHandAreNotOverwritten) {
+    write(settings, "port=53\n");
+    expect_failure(setup, "was not written by this");
+    EXPECT_EQ(content(settings), "port=53\n");
+    EXPECT_FALSE(fs::exists(tree)); // what was made has been taken back
+}
+
+TEST_F(PcBoot, SettingsThatDoNotGoTogetherAreTakenBack) {
+    write("/etc/dnsmasq.d/zz.conf", "no-such-word\n");
+    expect_failure(setup, "dnsmasq does not accept these settings beside its other ones");
+    EXPECT_FALSE(fs::exists(settings));
+    EXPECT_FALSE(fs::exists(tree));
+}
+
+TEST_F(PcBoot, DhcpServerThatDoesNotStartIsToldWithItsWords) {
+    place_service("echo 'failed to bind DHCP server socket: Address already in use' >&2; exit 2");
+    expect_failure(setup, "failed to bind DHCP server socket: Address already in use");
+    EXPECT_FALSE(fs::exists(settings));
+    EXPECT_FALSE(fs::exists(tree));
+}
+
+TEST_F(PcBoot, ServerWithNewSettingsThatFailsGetsItsOldOnesBack) {
+    expect_done(setup, "yes");
+    const std::string before = content(settings);
+    place_service("[ -e /failed ] || { : >/failed; exit 1; }\n" + restart_script);
+    expect_failure(setup + " router=10.1.2.254", "dnsmasq does not start");
+    EXPECT_EQ(content(settings), before);
+    EXPECT_NE(dhcp_process(), 0);
+    EXPECT_EQ(standin::calls("/usr/sbin/service").size(), 2u);
+    EXPECT_TRUE(fs::exists(tree + "/i386-pc/core.0"));
+}
+
+TEST_F(PcBoot, FullDiskLeavesNothingHalfMade) {
+    fs::create_directories("/tftpboot");
+    ASSERT_EQ(mount("small", "/tftpboot", "tmpfs", 0, "size=2m,mode=0755"), 0);
+    expect_failure(setup, "GRUB's network tree cannot be made");
+    EXPECT_TRUE(fs::is_empty("/tftpboot"));
+    EXPECT_FALSE(fs::exists(settings));
+    umount2("/tftpboot", MNT_DETACH);
+}
+
+} // namespace
