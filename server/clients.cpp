@@ -18,6 +18,7 @@
 #include "server/disabling.hpp"
 #include "server/failure.hpp"
 #include "server/host_tables.hpp"
+#include "server/pc_client.hpp"
 #include "server/roots.hpp"
 #include "server/rpl_area.hpp"
 
@@ -87,6 +88,8 @@ std::string Client::mounted() const {
 std::string Client::boot_links() const {
     if (kind() == ClientKind::rpl)
         return rpl_links_state(rpl_key(ethernet), links);
+    if (kind() == ClientKind::pc)
+        return address.empty() ? "no address" : pc_links_state(links);
     if (kind() == ClientKind::dataless && links.empty())
         return "boots from its disk";
     const std::string digits = address_digits(address);
@@ -94,6 +97,8 @@ std::string Client::boot_links() const {
 }
 
 std::string Client::architecture() const {
+    if (kind() == ClientKind::pc)
+        return "pc";
     const std::string named = architecture_of(boot_program());
     if (!named.empty() || links.size() < 2)
         return named;
@@ -118,6 +123,8 @@ Client find_client(const std::string &name) {
     }
     if (client.kind() == ClientKind::rpl)
         client.links = rpl_links_of(rpl_key(client.ethernet));
+    else if (client.kind() == ClientKind::pc)
+        client.links = pc_links_of(client.address);
     else if (!client.address.empty())
         client.links = boot_links_of(client.address);
     return client;
@@ -147,6 +154,8 @@ public:
         }
         if (client.kind() == ClientKind::rpl)
             client.links = rpl_links_of(rpl_key(client.ethernet));
+        if (client.kind() == ClientKind::pc)
+            client.links = pc_links_of(client.address);
         return client;
     }
 

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <string_view>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "base/files.hpp"
+#include "base/private_folder.hpp"
 #include "base/processes.hpp"
 #include "base/program.hpp"
 #include "base/text.hpp"
@@ -25,6 +27,10 @@ namespace hostadm::server {
 namespace fs = std::filesystem;
 
 namespace {
+
+// The process that was told of the tables last, and when.
+const std::string told_path = std::string(base::run_folder) + "/dhcp_told";
+constexpr const char *tables[] = {"/etc/hosts", "/etc/ethers"};
 
 // As Debian's service gives it.
 constexpr const char *settings_folder = "--conf-dir=/etc/dnsmasq.d,.dpkg-dist,.dpkg-old,.dpkg-new";
@@ -83,17 +89,32 @@ std::optional<int> running_dhcp_server(const std::string &proc) {
     return std::nullopt;
 }
 
-bool has_read(int pid, const std::string &path) {
+namespace {
+
+using std::chrono::system_clock;
+
+// When a file got its present text; the beginning of time: there is none.
+system_clock::time_point changed_at(const std::string &path) {
     struct stat file {};
     if (stat(path.c_str(), &file) != 0)
-        return errno == ENOENT;
-    using std::chrono::system_clock;
-    const auto changed =
-        system_clock::from_time_t(file.st_mtim.tv_sec) +
-        std::chrono::duration_cast<system_clock::duration>(std::chrono::nanoseconds(file.st_mtim.tv_nsec));
+        return {};
+    return system_clock::from_time_t(file.st_mtim.tv_sec) +
+           std::chrono::duration_cast<system_clock::duration>(std::chrono::nanoseconds(file.st_mtim.tv_nsec));
+}
+
+} // namespace
+
+bool has_read(int pid, const std::string &path) {
     constexpr std::chrono::milliseconds tick(10); // of a process's start
     const auto started = base::start_of(pid);
-    return started && *started + tick >= changed;
+    return started && *started + tick >= changed_at(path);
+}
+
+bool knows_tables(int pid) {
+    const bool told = base::trimmed(base::file_contents(told_path)) == std::to_string(pid);
+    const auto when = told ? changed_at(told_path) : system_clock::time_point();
+    return std::all_of(std::begin(tables), std::end(tables),
+                       [&](const char *table) { return has_read(pid, table) || changed_at(table) <= when; });
 }
 
 OtherDhcpSettings other_dhcp_settings(const std::string &file, const std::string &folder) {
@@ -127,6 +148,25 @@ std::string restart_dhcp_server() {
                                "): " + last_line(answer.output) +
                                (has_service ? "; see `journalctl -u dnsmasq`" : ""));
     return runs ? "dnsmasq was started anew" : "dnsmasq was started";
+}
+
+void tell_dhcp_server(Report &report) {
+    const auto runs = running_dhcp_server();
+    if (!runs) {
+        report.warn("DHCP", "dnsmasq does not run, so no PC is answered; run netboot/setup_pc");
+        return;
+    }
+    if (knows_tables(*runs))
+        return;
+    // Noted first: a table that is changed meanwhile is newer than that.
+    if (base::private_folder(base::run_folder).is_open())
+        base::write_file(told_path, std::to_string(*runs) + "\n", 0600);
+    // By the command, which a preview notes down instead.
+    const base::Answer answer = run({"/usr/bin/kill", "-HUP", std::to_string(*runs)});
+    if (!answer.ending.well())
+        fail(Code::system, "dnsmasq cannot be told of the tables: kill -HUP " + std::to_string(*runs) + " " +
+                               base::in_words(answer.ending) + " " + last_line(answer.output));
+    report.step("DHCP", true, "dnsmasq reads the tables of hosts and of Ethernet addresses anew");
 }
 
 std::string take_back(const ChangedDhcpSettings &changed, const UndoContext &) {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "server/pc_area.hpp"
+#include "server/report.hpp"
 #include "server/undo_context.hpp"
 
 namespace hostadm::server {
@@ -19,6 +20,8 @@ inline constexpr const char *dhcp_service = "/etc/init.d/dnsmasq";
 std::optional<int> running_dhcp_server(const std::string &proc = "/proc");
 // Whether a process was started since the file got its present text.
 bool has_read(int pid, const std::string &path);
+// Whether it has read the tables as they are now, by its start or by having been told since.
+bool knows_tables(int pid);
 
 // What the administrator has told it, in its own file or in others beside ours.
 OtherDhcpSettings other_dhcp_settings(const std::string &file = "/etc/dnsmasq.conf",
@@ -29,6 +32,9 @@ std::string defect_of_dhcp_settings();
 // Makes it read its settings: it is started, or started anew. What was done, in words; throws Failure with what it
 // said when it does not come up.
 std::string restart_dhcp_server();
+
+// Tells a server that runs of the tables as they are now, unless it knows; one that does not run is told of.
+void tell_dhcp_server(Report &report);
 
 // The settings file is about to be changed or removed.
 struct ChangedDhcpSettings {

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <cstring>
 #include <filesystem>
 #include <ifaddrs.h>
 #include <memory>
@@ -65,11 +64,6 @@ std::string value_of(const std::vector<std::string_view> &words, std::string_vie
 bool lies_in(const std::string &address, const PcNetwork &network) {
     const in_addr_t mask = inet_addr(network.netmask.c_str());
     return (inet_addr(address.c_str()) & mask) == inet_addr(network.network.c_str());
-}
-
-bool is_file(const fs::path &path) {
-    std::error_code error;
-    return fs::is_regular_file(path, error);
 }
 
 } // namespace
@@ -189,30 +183,6 @@ PcMenu read_pc_menu(std::string_view text) {
 
 std::string pc_system_name(const std::string &os_name, const std::string &os_version) {
     return os_name + "_" + os_version;
-}
-
-PcKernel newest_kernel(const std::string &tree) {
-    const fs::path boot = fs::path(tree) / "boot";
-    PcKernel newest;
-    std::string release;
-    constexpr std::string_view prefix = "vmlinuz-";
-    std::error_code error;
-    for (fs::directory_iterator entry(boot, error), end; !error && entry != end; entry.increment(error)) {
-        const std::string name = entry->path().filename();
-        if (!name.starts_with(prefix) || !is_file(entry->path()))
-            continue;
-        // As versions are compared: 6.1.0-10 is newer than 6.1.0-9.
-        if (const std::string other = name.substr(prefix.size());
-            release.empty() || strverscmp(other.c_str(), release.c_str()) > 0)
-            release = other;
-    }
-    if (!release.empty())
-        newest = {boot / ("vmlinuz-" + release), boot / ("initrd.img-" + release)};
-    else if (is_file(boot / "vmlinuz"))
-        newest = {boot / "vmlinuz", boot / "initrd.img"};
-    if (!is_file(newest.initramfs))
-        newest.initramfs.clear();
-    return newest;
 }
 
 } // namespace hostadm::server

@@ -59,10 +59,9 @@ PcMenu read_pc_menu(std::string_view text);
 // Where a system's kernel and initramfs lie for TFTP.
 std::string pc_system_name(const std::string &os_name, const std::string &os_version);
 
-// The newest kernel of a root file system, and the initramfs that belongs to it; empty where there is none.
+// A kernel, and the initramfs that belongs to it; empty where there is none.
 struct PcKernel {
     std::string kernel, initramfs;
 };
-PcKernel newest_kernel(const std::string &tree);
 
 } // namespace hostadm::server

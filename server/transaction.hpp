@@ -23,6 +23,7 @@
 #include "server/host_tables.hpp"
 #include "server/journal.hpp"
 #include "server/line_edits.hpp"
+#include "server/pc_client.hpp"
 #include "server/root_tables.hpp"
 #include "server/rpl_area.hpp"
 #include "server/services.hpp"
@@ -44,8 +45,8 @@ using Entry =
     std::variant<MadeDirectory, MadeFile, NewTable, MadeRoot, FilledRoot, MadeShare, MadeBootLink,
                  ReplacedBootLink, MadeBootProgram, MadeRplFile, MadeRplLink, ReplacedRplLink, AddedItem,
                  AddedLine, BegunRun, Claimed, ReplacedLine, WithdrawnShare, ResumedShare, RenamedPath,
-                 ResizedFile, RewrittenInRoot, MovedShare, InstalledPackages, MadeInRoot,
-                 MadeBootTree, ChangedDhcpSettings, Touched>;
+                 ResizedFile, RewrittenInRoot, MovedShare, InstalledPackages, MadeInRoot, MadeBootTree,
+                 ChangedDhcpSettings, MadePcFile, ChangedPcMenu, Touched>;
 
 // Nothing: its kind is not known here, or its fields are not those of its kind.
 std::optional<Entry> read_any_entry(const Written &words);

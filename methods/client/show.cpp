@@ -16,12 +16,13 @@ const Description description{
     .purpose = "all that this server knows of one client",
     .arguments = {{"hostname", Kind::host, "the client's name", true}},
     .outputs = {{"name", "host name"},
-                {"kind", "diskless, dataless, cache-only, install, rpl, diskfull or unknown"},
+                {"kind", "diskless, dataless, cache-only, install, rpl, pc, diskfull or unknown"},
                 {"address", "IPv4 address, from /etc/hosts"},
                 {"ethernet", "Ethernet address, from /etc/ethers"},
                 {"architecture", "implementation architecture, from the name of the boot program"},
-                {"boot_links", "yes, no, or what is wrong with the links in /tftpboot"},
-                {"boot_program", "what the links lead to"},
+                {"boot_links",
+                 "yes, no, or what is wrong with the links in /tftpboot, or with the menu of a PC"},
+                {"boot_program", "what the links lead to; of a PC its kernel"},
                 {"root", "SERVER:PATH of its root"},
                 {"root_exists", "is the root there?"},
                 {"share", "options with which the root is shared now"},
@@ -35,7 +36,9 @@ const Description description{
                 {"boottype", "its kind, as it is told"},
                 {"bootparams", "all its items"},
                 {"disabled", "is it kept from booting (client/disable)?"}},
-    .columns = {{"link", "name in /tftpboot"}, {"target", "what it leads to"}, {"whole", "is that there?"}},
+    .columns = {{"link", "name in /tftpboot; of a PC its menu"},
+                {"target", "what it leads to"},
+                {"whole", "is that there?"}},
 };
 
 int work(Call &call) {

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <filesystem>
-#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -10,7 +8,6 @@
 namespace {
 
 using namespace hostadm::server;
-namespace fs = std::filesystem;
 
 const PcMenu menu{.hostname = "pc1",
                   .address = "192.168.1.10",
@@ -93,37 +90,6 @@ TEST(DhcpSettings, AreKnownAgain) {
 TEST(PcNetworks, ThatDoNotExistAreRefused) {
     EXPECT_THROW(pc_networks({"no-such-interface"}, ""), Failure);
     EXPECT_THROW(pc_networks({"lo"}, ""), Failure);
-}
-
-class NewestKernel : public testing::Test {
-protected:
-    NewestKernel() {
-        char name[] = "/tmp/newest-kernel.XXXXXX";
-        tree_ = mkdtemp(name);
-        fs::create_directory(tree_ / "boot");
-    }
-    ~NewestKernel() override { fs::remove_all(tree_); }
-    void make(const std::string &name) const { std::ofstream(tree_ / "boot" / name) << "x"; }
-
-    fs::path tree_;
-};
-
-TEST_F(NewestKernel, IsComparedAsVersionsAre) {
-    for (const char *name : {"vmlinuz-6.1.0-9-amd64", "vmlinuz-6.1.0-10-amd64", "initrd.img-6.1.0-10-amd64"})
-        make(name);
-    EXPECT_EQ(newest_kernel(tree_).kernel, tree_ / "boot/vmlinuz-6.1.0-10-amd64");
-    EXPECT_EQ(newest_kernel(tree_).initramfs, tree_ / "boot/initrd.img-6.1.0-10-amd64");
-}
-
-TEST_F(NewestKernel, MayLackItsInitramfs) {
-    make("vmlinuz-6.1.0-10-amd64");
-    make("initrd.img-6.1.0-9-amd64");
-    EXPECT_EQ(newest_kernel(tree_).initramfs, "");
-}
-
-TEST_F(NewestKernel, IsNoneWhereThereIsNone) {
-    EXPECT_EQ(newest_kernel(tree_).kernel, "");
-    EXPECT_EQ(newest_kernel("/nonexistent").kernel, "");
 }
 
 } // namespace

@@ -254,4 +254,234 @@ TEST_F(PcBoot, FullDiskLeavesNothingHalfMade) {
     umount2("/tftpboot", MNT_DETACH);
 }
 
+// Its clients.
+
+const std::string share_script = R"(
+tab=/etc/dfs/sharetab
+[ $# = 0 ] && { [ -f $tab ] && cat $tab; exit 0; }
+while getopts F:o:d: o; do case $o in o) opts=$OPTARG;; esac; done
+shift $((OPTIND - 1))
+[ -f /complain ] && { echo "share: $1: no"; exit 1; }
+echo "-  $1  $opts  \"\"" >>$tab)";
+const std::string unshare_script = R"(
+shift 2
+sed -i "\\|  $1  |d" /etc/dfs/sharetab)";
+
+const std::string system_folder = "/tftpboot/linux/Debian_12", menu = tree + "/grub.cfg-0A010203",
+                  add_pc = "run client/add_diskless boot=pc hostname=pc1 address=10.1.2.3 "
+                           "ethernet=52:54:0:a:b:c instruction_set=amd64 implementation_arch=pc "
+                           "os_name=Debian os_version=12 server=server1 tree=/tree swap_size=1m ";
+
+class PcClient : public PcBoot {
+protected:
+    void SetUp() override {
+        PcBoot::SetUp();
+        if (IsSkipped())
+            return;
+        for (const char *path : {"/export", "/tree", "/etc/dfs", "/etc/bootparams", "/complain"})
+            fs::remove_all(path);
+        fs::remove("/run/hostadm/dhcp_told");
+        standin::place("/usr/sbin/share", {.script = share_script});
+        standin::place("/usr/sbin/unshare", {.script = unshare_script});
+        for (const char *daemon : {"/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd"}) {
+            standin::place(daemon, {.stay = true});
+            standin::start(daemon, "-a");
+        }
+        write("/etc/dfs/dfstab", "");
+        write("/etc/dfs/sharetab", "");
+        write("/tree/etc/debian_version", "12.9\n");
+        write("/tree/usr/bin/true", "");
+        for (const char *release : {"6.1.0-9-amd64", "6.1.0-10-amd64"}) {
+            write(std::string("/tree/boot/vmlinuz-") + release, std::string("kernel ") + release);
+            write(std::string("/tree/boot/initrd.img-") + release, std::string("initramfs ") + release);
+        }
+    }
+    static std::string everything() {
+        std::string all;
+        for (const char *file :
+             {"/etc/hosts", "/etc/ethers", "/etc/bootparams", "/etc/dfs/dfstab", "/etc/dfs/sharetab"})
+            all += content(file);
+        for (const char *folder : {"/tftpboot", "/export"})
+            if (fs::exists(folder))
+                for (const auto &entry : fs::recursive_directory_iterator(folder))
+                    all +=
+                        entry.path().string() + (entry.is_regular_file() ? content(entry.path()) : "") + "\n";
+        return all;
+    }
+};
+
+TEST_F(PcClient, BootsTheNewestKernelOfItsTreeByAMenuOfItsOwn) {
+    expect_done(setup + " router=10.1.2.254", "yes");
+    const Outcome run = hostadm(add_pc + "kernel_words='console=ttyS0,115200 quiet'");
+    EXPECT_EQ(run.status, 0) << run.output;
+    EXPECT_THAT(run.output, HasSubstr("boot_program  linux/Debian_12/vmlinuz\n"));
+    EXPECT_EQ(content(menu),
+              "# pc1, written by hostadm\n"
+              "set timeout=0\n"
+              "linux (tftp)/linux/Debian_12/vmlinuz boot=nfs nfsroot=10.1.2.1:/export/root/pc1 "
+              "ip=10.1.2.3:10.1.2.1:10.1.2.254:255.255.255.0:pc1::off rw console=ttyS0,115200 quiet\n"
+              "initrd (tftp)/linux/Debian_12/initrd.img\n"
+              "boot\n");
+    EXPECT_EQ(content(system_folder + "/vmlinuz"), "kernel 6.1.0-10-amd64");
+    EXPECT_EQ(content(system_folder + "/initrd.img"), "initramfs 6.1.0-10-amd64");
+    EXPECT_EQ(fs::status(system_folder + "/initrd.img").permissions(), fs::perms(0644));
+    EXPECT_THAT(content("/etc/bootparams"), HasSubstr("pc1 root=server1:/export/root/pc1 swap="));
+    EXPECT_THAT(content("/etc/bootparams"), HasSubstr("boottype=:pc"));
+    EXPECT_FALSE(fs::exists("/tftpboot/0A010203"));
+    EXPECT_THAT(run.output, Not(HasSubstr("reverse ARP")));
+}
+
+TEST_F(PcClient, IsToldToTheDhcpServerWhichGoesOnRunning) {
+    expect_done(setup, "yes");
+    const int process = dhcp_process();
+    const Outcome run = hostadm(add_pc);
+    EXPECT_THAT(run.output, ContainsRegex("DHCP +done +dnsmasq reads the tables"));
+    for (const char *request : {"run client/disable hostname=pc1", "run client/enable hostname=pc1",
+                                "run client/remove hostname=pc1 purge=yes"})
+        EXPECT_THAT(hostadm(request).output, ContainsRegex("DHCP +done +dnsmasq reads the tables"))
+            << request;
+    EXPECT_EQ(dhcp_process(), process);
+}
+
+TEST_F(PcClient, AddedTwiceChangesNothingTheSecondTime) {
+    expect_done(setup, "yes");
+    expect_done(add_pc, "yes");
+    const std::string before = everything();
+    expect_done(add_pc, "no");
+    EXPECT_EQ(everything(), before);
+}
+
+TEST_F(PcClient, MayMountByVersionFour) {
+    expect_done(setup, "yes");
+    expect_done(add_pc + "nfs=4", "yes");
+    EXPECT_THAT(content(menu), HasSubstr("nfsroot=10.1.2.1:/export/root/pc1,nfsvers=4 "));
+}
+
+TEST_F(PcClient, IsAddedBeforeTheServerIsSetUpAndToldSo) {
+    const Outcome run = hostadm(add_pc);
+    EXPECT_EQ(run.status, 0) << run.output;
+    EXPECT_THAT(run.output, HasSubstr("PCs with BIOS cannot boot yet; run netboot/setup_pc once"));
+    EXPECT_THAT(run.output, HasSubstr("dnsmasq does not run"));
+    EXPECT_TRUE(fs::exists(menu));
+}
+
+TEST_F(PcClient, SharesItsKernelWithOthersOfItsSystem) {
+    expect_done(add_pc, "yes");
+    write("/tree/boot/vmlinuz-6.1.0-11-amd64", "kernel 6.1.0-11-amd64");
+    write("/tree/boot/initrd.img-6.1.0-11-amd64", "initramfs 6.1.0-11-amd64");
+    expect_done(
+        "run client/add_diskless boot=pc hostname=pc2 address=10.1.2.4 ethernet=52:54:0:a:b:d "
+        "instruction_set=amd64 implementation_arch=pc os_name=Debian os_version=12 server=server1 tree=/tree",
+        "yes");
+    EXPECT_EQ(content(system_folder + "/vmlinuz"), "kernel 6.1.0-10-amd64");
+    expect_done("run client/remove hostname=pc1 purge=yes", "yes");
+    EXPECT_EQ(content(system_folder + "/vmlinuz"), "kernel 6.1.0-10-amd64");
+}
+
+TEST_F(PcClient, NeedsAKernelInItsTree) {
+    fs::remove_all("/tree/boot");
+    const std::string before = everything();
+    expect_failure(add_pc, "chroot /tree apt-get install linux-image-amd64");
+    EXPECT_EQ(everything(), before);
+}
+
+TEST_F(PcClient, NeedsAnInitramfsForIt) {
+    fs::remove("/tree/boot/initrd.img-6.1.0-10-amd64");
+    const std::string before = everything();
+    expect_failure(add_pc, "chroot /tree update-initramfs -c -k all");
+    EXPECT_EQ(everything(), before);
+}
+
+TEST_F(PcClient, NeedsAnAddressInANetworkOfThisServer) {
+    const std::string before = everything();
+    std::string elsewhere = add_pc;
+    elsewhere.replace(elsewhere.find("10.1.2.3"), 8, "10.9.9.9");
+    expect_failure(elsewhere, "10.9.9.9");
+    EXPECT_EQ(everything(), before);
+}
+
+TEST_F(PcClient, WordsThatTheMenuTellsItselfAreRefused) {
+    for (const char *words : {"nfsroot=10.9.9.9:/x", "quiet ip=dhcp", "boot=local", "ro"}) {
+        const Outcome run = hostadm(add_pc + "kernel_words='" + words + "'");
+        EXPECT_EQ(run.status, 2) << run.output;
+    }
+    for (const char *words : {"a;b", "$x", "\"a", "a\\\nb", "{", "a|b", "#"}) {
+        const Outcome run = hostadm(add_pc + "kernel_words='" + words + "'");
+        EXPECT_EQ(run.status, 2) << words << run.output;
+    }
+    EXPECT_FALSE(fs::exists(menu));
+}
+
+TEST_F(PcClient, WordsForAKernelAreForPcsAlone) {
+    std::string other = add_pc;
+    other.replace(other.find("boot=pc"), 7, "nfs=4");
+    EXPECT_EQ(hostadm(other).status, 2);
+}
+
+TEST_F(PcClient, OfWhichAStepFailsLeavesNothing) {
+    expect_done(setup, "yes");
+    write("/etc/bootparams", "");
+    write("/export/root/.kept", "");
+    write("/export/swap/.kept", "");
+    const std::string before = everything();
+    fs::create_directories("/tftpboot/linux");
+    ASSERT_EQ(mount("small", "/tftpboot/linux", "tmpfs", 0, "size=4k,mode=0755"), 0);
+    write("/tree/boot/initrd.img-6.1.0-10-amd64", std::string(100'000, 'x'));
+    expect_failure(add_pc, "cannot copy");
+    umount2("/tftpboot/linux", MNT_DETACH);
+    fs::remove("/tftpboot/linux");
+    EXPECT_EQ(everything(), before);
+}
+
+TEST_F(PcClient, IsToldInListsAsAPc) {
+    expect_done(add_pc, "yes");
+    EXPECT_THAT(hostadm("run client/list").output,
+                ContainsRegex("pc1 +pc +10.1.2.3 .* pc +/export/root/pc1 +yes +yes"));
+    const std::string shown = hostadm("run client/show hostname=pc1").output;
+    EXPECT_THAT(shown, ContainsRegex("kind +pc\n"));
+    EXPECT_THAT(shown, ContainsRegex("grub/grub.cfg-0A010203 +linux/Debian_12/vmlinuz +yes"));
+    fs::remove(system_folder + "/initrd.img");
+    EXPECT_THAT(hostadm("run client/list").output, HasSubstr("no kernel or initramfs in linux/Debian_12"));
+    fs::remove(menu);
+    EXPECT_THAT(hostadm("run client/list").output, ContainsRegex("/export/root/pc1 +no +yes"));
+}
+
+TEST_F(PcClient, ThatChangesTakesItsMenuAlong) {
+    expect_done(add_pc + "kernel_words=quiet", "yes");
+    expect_done("run client/change hostname=pc1 new_hostname=pc9 address=10.1.2.9", "yes");
+    EXPECT_FALSE(fs::exists(menu));
+    EXPECT_THAT(
+        content(tree + "/grub.cfg-0A010209"),
+        HasSubstr(
+            "nfsroot=10.1.2.1:/export/root/pc9 ip=10.1.2.9:10.1.2.1::255.255.255.0:pc9::off rw quiet\n"));
+    EXPECT_EQ(hostadm("run client/change hostname=pc9 boot_program=/tree/usr/bin/true").status, 2);
+}
+
+TEST_F(PcClient, IsCopiedWithItsKernelWords) {
+    expect_done(add_pc + "kernel_words=quiet nfs=4", "yes");
+    expect_done("run client/copy hostname=pc1 new_hostname=pc2 address=10.1.2.4 ethernet=52:54:0:a:b:d",
+                "yes");
+    EXPECT_THAT(content(tree + "/grub.cfg-0A010204"),
+                HasSubstr("nfsroot=10.1.2.1:/export/root/pc2,nfsvers=4 "
+                          "ip=10.1.2.4:10.1.2.1::255.255.255.0:pc2::off rw quiet\n"));
+}
+
+TEST_F(PcClient, IsRemovedWithItsMenu) {
+    expect_done(add_pc, "yes");
+    expect_done("run client/remove hostname=pc1 purge=yes", "yes");
+    EXPECT_FALSE(fs::exists(menu));
+    EXPECT_THAT(content("/etc/bootparams"), Not(HasSubstr("pc1")));
+    EXPECT_FALSE(fs::exists("/export/root/pc1"));
+}
+
+TEST_F(PcClient, IsPreviewedWithoutBeingMade) {
+    expect_done(setup, "yes");
+    const std::string before = everything();
+    std::string preview = add_pc;
+    const Outcome run = hostadm(preview.replace(0, 3, "preview"));
+    EXPECT_EQ(run.status, 0) << run.output;
+    EXPECT_THAT(run.output, HasSubstr("grub.cfg-0A010203"));
+    EXPECT_EQ(everything(), before);
+}
+
 } // namespace
