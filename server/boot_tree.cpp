@@ -14,7 +14,6 @@
 #include "base/text.hpp"
 #include "server/failure.hpp"
 #include "server/files.hpp"
-#include "server/pc_area.hpp"
 
 namespace hostadm::server {
 
@@ -89,9 +88,9 @@ bool is_installed(const Firmware &firmware) {
     return is_whole_file(version_module(installed, firmware));
 }
 
-bool is_served(const Firmware &firmware) {
-    return is_whole_file(tree / firmware.platform / firmware.core) &&
-           is_whole_file(version_module(tree, firmware));
+bool is_served(const Firmware &firmware, const std::string &where) {
+    return is_whole_file(fs::path(where) / firmware.platform / firmware.core) &&
+           is_whole_file(version_module(where, firmware));
 }
 
 bool is_outdated(const Firmware &firmware) {
@@ -106,7 +105,8 @@ bool ensure_boot_tree(const BootAreaLock &, Journal &journal) {
             return !is_installed(firmware) || (is_served(firmware) && !is_outdated(firmware));
         }))
         return false;
-    journal.note(MadeBootTree{std::none_of(all.begin(), all.end(), is_served)});
+    journal.note(MadeBootTree{
+        std::none_of(all.begin(), all.end(), [](const Firmware &one) { return is_served(one); })});
     remove_place_aside(); // of a run that was cut off
     make_aside();
     flush_file_systems({place_aside});

@@ -9,6 +9,7 @@
 
 #include "server/boot_area.hpp"
 #include "server/journal.hpp"
+#include "server/pc_area.hpp"
 #include "server/undo_context.hpp"
 
 namespace hostadm::server {
@@ -25,7 +26,7 @@ const std::vector<Firmware> &all_firmware();
 // Of which there are GRUB's files on this server, of which a tree is in place, and of which that is older than the
 // files.
 bool is_installed(const Firmware &firmware);
-bool is_served(const Firmware &firmware);
+bool is_served(const Firmware &firmware, const std::string &tree = pc_boot_tree);
 bool is_outdated(const Firmware &firmware);
 
 // The tree is being made aside, and then put in place.

@@ -15,7 +15,6 @@
 #include <vector>
 
 #include "base/files.hpp"
-#include "base/private_folder.hpp"
 #include "base/processes.hpp"
 #include "base/program.hpp"
 #include "base/text.hpp"
@@ -29,7 +28,7 @@ namespace fs = std::filesystem;
 namespace {
 
 // The process that was told of the tables last, and when.
-const std::string told_path = std::string(base::run_folder) + "/dhcp_told";
+const std::string told_path = "/var/lib/hostadm/dhcp_told"; // a preview sees no /run
 constexpr const char *tables[] = {"/etc/hosts", "/etc/ethers"};
 
 // As Debian's service gives it.
@@ -159,8 +158,9 @@ void tell_dhcp_server(Report &report) {
     if (knows_tables(*runs))
         return;
     // Noted first: a table that is changed meanwhile is newer than that.
-    if (base::private_folder(base::run_folder).is_open())
-        base::write_file(told_path, std::to_string(*runs) + "\n", 0600);
+    std::error_code error;
+    if (fs::create_directories(parent_of(told_path), error); !error)
+        base::write_file(told_path, std::to_string(*runs), 0600);
     // By the command, which a preview notes down instead.
     const base::Answer answer = run({"/usr/bin/kill", "-HUP", std::to_string(*runs)});
     if (!answer.ending.well())

@@ -248,8 +248,9 @@ void check_rpl_sources(const NewClient &client) {
             fail_without_source(file);
 }
 
-// What comes with packages is not there yet.
+// What a PC boots, and its place in a network. What comes with packages is not there yet.
 void check_kernel(const NewClient &client) {
+    client.pc_menu(); // tells what stands in its way
     const std::string &where = client.adopted ? client.root : client.source.tree;
     if (!where.empty() && is_directory(where))
         require_kernel(base::Beneath(where, base::Links::inside));

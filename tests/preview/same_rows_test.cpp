@@ -100,7 +100,8 @@ bool is_done_as_previewed(const std::string &words) {
 
 void set_up_a_server() {
     ASSERT_NE(std::getenv("HOSTADM_SANDBOX"), nullptr) << "run this with in-sandbox";
-    ASSERT_EQ(shell("ip link add net0 type dummy 2>/dev/null && ip link set net0 up || true; "
+    ASSERT_EQ(shell("{ ip link add net0 type dummy || ip link add net0 type bridge; } 2>/dev/null && "
+                    "ip link set net0 up || true; "
                     "ip address add 10.1.2.1/24 dev \"$(ip -o link show net0 >/dev/null 2>&1 && echo net0 || "
                     "echo lo)\""),
               0);

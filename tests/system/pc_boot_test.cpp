@@ -51,7 +51,7 @@ void end_dhcp() {
 void expect_done(const std::string &command, const std::string &changed) {
     const Outcome run = hostadm(command);
     EXPECT_EQ(run.status, 0) << run.output;
-    EXPECT_THAT(run.output, HasSubstr("changed  " + changed + "\n"));
+    EXPECT_THAT(run.output, ContainsRegex("changed +" + changed + "\n"));
 }
 
 void expect_failure(const std::string &command, const std::string &reason) {
@@ -74,8 +74,9 @@ protected:
         write("/etc/hosts", "127.0.0.1 localhost\n10.1.2.1 server1\n");
         write("/etc/ethers", "");
         fs::create_directories("/var/lib/misc"); // for its leases
-        ASSERT_EQ(std::system("ip link show net0 >/dev/null 2>&1 || { ip link add net0 type dummy && "
-                              "ip address add 10.1.2.1/24 dev net0 && ip link set net0 up; }"),
+        ASSERT_EQ(std::system(
+                      "ip link show net0 >/dev/null 2>&1 || { ip link add net0 type veth peer name net1 && "
+                      "ip address add 10.1.2.1/24 dev net0 && ip link set net0 up && ip link set net1 up; }"),
                   0);
     }
     void TearDown() override { end_dhcp(); }
@@ -249,7 +250,8 @@ TEST_F(PcBoot, FullDiskLeavesNothingHalfMade) {
     fs::create_directories("/tftpboot");
     ASSERT_EQ(mount("small", "/tftpboot", "tmpfs", 0, "size=2m,mode=0755"), 0);
     expect_failure(setup, "GRUB's network tree cannot be made");
-    EXPECT_TRUE(fs::is_empty("/tftpboot"));
+    EXPECT_FALSE(fs::exists("/tftpboot/.grub.new"));
+    EXPECT_FALSE(fs::exists(tree));
     EXPECT_FALSE(fs::exists(settings));
     umount2("/tftpboot", MNT_DETACH);
 }
@@ -280,7 +282,7 @@ protected:
             return;
         for (const char *path : {"/export", "/tree", "/etc/dfs", "/etc/bootparams", "/complain"})
             fs::remove_all(path);
-        fs::remove("/run/hostadm/dhcp_told");
+        fs::remove("/var/lib/hostadm/dhcp_told");
         standin::place("/usr/sbin/share", {.script = share_script});
         standin::place("/usr/sbin/unshare", {.script = unshare_script});
         for (const char *daemon : {"/usr/lib/nfs/mountd", "/usr/lib/nfs/nfsd"}) {
@@ -482,6 +484,80 @@ TEST_F(PcClient, IsPreviewedWithoutBeingMade) {
     EXPECT_EQ(run.status, 0) << run.output;
     EXPECT_THAT(run.output, HasSubstr("grub.cfg-0A010203"));
     EXPECT_EQ(everything(), before);
+}
+
+// A tree with a shell, and an update-initramfs that writes down what it sees.
+void make_tree_with(const std::string &update_initramfs) {
+    for (const char *folder : {"dev", "proc", "run", "tmp", "bin", "etc", "usr/sbin"})
+        fs::create_directories(std::string("/tree/") + folder);
+    ASSERT_EQ(
+        std::system("cp -L /bin/sh /tree/bin/sh && for library in $(ldd /bin/sh | grep -o '/[^ ]*'); do "
+                    "mkdir -p /tree${library%/*} && cp -L $library /tree$library; done"),
+        0);
+    write("/tree/usr/sbin/update-initramfs", "#!/bin/sh\n" + update_initramfs);
+    fs::permissions("/tree/usr/sbin/update-initramfs", fs::perms(0755));
+}
+
+const std::string add_service =
+                      "run service/add os_name=Debian os_version=12 instruction_set=amd64 tree=/tree",
+                  template_place = "/export/root/templates/Debian_12/root_12_amd64.all";
+
+class PcService : public PcClient {
+protected:
+    void SetUp() override {
+        PcClient::SetUp();
+        fs::remove_all("/var/sadm/system/admin/services");
+        fs::remove_all("/server-was-reached");
+    }
+};
+
+TEST_F(PcService, MakesTheInitramfsOfItsTreeShutInThere) {
+    make_tree_with(R"(
+exec >"/boot/initrd.img-$3"
+echo "mode $1"
+while read -r line; do echo "$line"; done </etc/initramfs-tools/conf.d/hostadm
+for process in /proc/[0-9]*; do echo "process"; done
+[ -e /export ] && echo "sees this server"
+: >/server-was-reached
+: >/dev/null && echo "has a null device"
+)");
+    expect_done(add_service, "yes");
+    const std::string made = content(template_place + "/boot/initrd.img-6.1.0-10-amd64");
+    EXPECT_THAT(made, HasSubstr("mode -u\n"));
+    EXPECT_THAT(made, HasSubstr("BOOT=nfs\nMODULES=most\nprocess\nhas a null device\n"));
+    EXPECT_THAT(made, Not(HasSubstr("sees this server")));
+    EXPECT_FALSE(fs::exists("/server-was-reached"));
+    EXPECT_EQ(content("/tree/boot/initrd.img-6.1.0-10-amd64"),
+              "initramfs 6.1.0-10-amd64"); // not of the service
+    expect_done(add_service, "no");
+}
+
+TEST_F(PcService, WhoseInitramfsCannotBeMadeIsTakenBack) {
+    make_tree_with("echo 'E: no space left for it' >&2; exit 3\n");
+    expect_failure(add_service, "update-initramfs ended with status 3): E: no space left for it");
+    EXPECT_FALSE(fs::exists(template_place));
+}
+
+TEST_F(PcService, IsNotBelievedThatItMadeAnInitramfs) {
+    make_tree_with("exec >/boot/initrd.img-$3\n");
+    expect_failure(add_service, "although update-initramfs did not complain");
+}
+
+TEST_F(PcService, WithoutAProgramForItKeepsTheInitramfsOfTheTree) {
+    const Outcome run = hostadm(add_service);
+    EXPECT_EQ(run.status, 0) << run.output;
+    EXPECT_THAT(run.output, ContainsRegex("initramfs +warning"));
+    EXPECT_EQ(content(template_place + "/boot/initrd.img-6.1.0-10-amd64"), "initramfs 6.1.0-10-amd64");
+}
+
+TEST_F(PcService, GivesPcsTheirKernelAndInitramfs) {
+    make_tree_with("exec >/boot/initrd.img-$3\necho made here\n");
+    expect_done(add_service, "yes");
+    std::string add = add_pc;
+    add.replace(add.find("tree=/tree"), 10, "");
+    expect_done(add, "yes");
+    EXPECT_EQ(content(system_folder + "/initrd.img"), "made here\n");
+    EXPECT_EQ(content(system_folder + "/vmlinuz"), "kernel 6.1.0-10-amd64");
 }
 
 } // namespace
