@@ -11,6 +11,7 @@
 #include "base/processes.hpp"
 #include "base/text.hpp"
 #include "hostadm.h"
+#include "server/dhcp_server.hpp"
 #include "server/rpl_area.hpp"
 
 namespace hostadm::server {
@@ -120,6 +121,9 @@ std::vector<BootDaemon> boot_daemons(const std::string &proc, const std::string 
                    "hostadm run host/start_daemon path=/usr/lib/nfs/mountd (the same packages)");
 
     std::vector<BootDaemon> daemons = {rarp, tftp, rpc, bootparams, nfs, mount};
+    if (const auto dhcp = running_dhcp_server(proc); dhcp || base::read_file(dhcp_settings_path))
+        daemons.push_back({"DHCP", "dnsmasq", dhcp.has_value(), dhcp.value_or(0), "",
+                           dhcp ? "" : "hostadm run netboot/setup_pc"});
     const base::Process *rpl = find(processes, {"rpld"});
     if (rpl != nullptr || has_rpl_clients())
         daemons.push_back(daemon_for("RPL", rpl, "rpld",
