@@ -24,16 +24,6 @@ using server::Stage;
 constexpr auto patience = 250ms;
 constexpr int tries = 4;
 
-// What became of the daemon, as the reason of its silence.
-std::string why_silent(const Started &daemon) {
-    std::string text = daemon.start.name;
-    if (!daemon.failure.empty())
-        text += " " + daemon.failure;
-    else
-        text += " runs (" + daemon.start.command() + ") and is silent";
-    return daemon.said.empty() ? text : text + ": " + daemon.said;
-}
-
 std::string install_or_look(const Started &daemon, const std::string &client) {
     if (daemon.start.program.empty() && !daemon.start.in_kernel)
         return "apt-get install " + daemon.start.package;
@@ -72,6 +62,15 @@ bool maps_ports_here(const Journey &journey) {
 
 } // namespace
 
+std::string why_silent(const Started &daemon) {
+    std::string text = daemon.start.name;
+    if (!daemon.failure.empty())
+        text += " " + daemon.failure;
+    else
+        text += " runs (" + daemon.start.command() + ") and is silent";
+    return daemon.said.empty() ? text : text + ": " + daemon.said;
+}
+
 std::string where_of(const Started &daemon) {
     const std::string &origin = daemon.start.origin;
     return origin.empty()                  ? daemon.start.name
@@ -93,19 +92,31 @@ std::string what_lies_between(const Journey &journey) {
     return "something between them does not let it through";
 }
 
+StageEnd end_without_ethernet(Journey &journey, const Started &daemon) {
+    const BootingClient &client = journey.client;
+    journey.note(daemon.start.name, "which address has me?", "", false);
+    journey.find(Severity::error, Stage::address, "/etc/ethers", client.name + " has no line",
+                 client.name + " gets no address: nobody knows whose Ethernet address asks",
+                 "hostadm run database/set_host hostname=" + client.name + " address=" +
+                     (client.address.empty() ? "ADDRESS" : client.address) + " ethernet=ETHERNET");
+    return failed("no Ethernet address is known for " + client.name);
+}
+
+void take_learned_address(const Journey &journey) {
+    const Interface *interface = interface_towards(journey.network, journey.own_address);
+    int prefix = 24;
+    for (const OwnAddress &own : interface == nullptr ? std::vector<OwnAddress>() : interface->addresses)
+        if (is_in_network(journey.own_address, own))
+            prefix = own.prefix;
+    journey.cable.take_address(journey.own_address, prefix);
+}
+
 StageEnd learn_address(Journey &journey) {
     const BootingClient &client = journey.client;
     const Started &daemon = journey.daemon(Service::reverse_arp);
-    const std::string question =
-        "which address has " + (client.ethernet.empty() ? "me" : client.ethernet) + "?";
-    if (client.ethernet.empty()) {
-        journey.note(daemon.start.name, question, "", false);
-        journey.find(Severity::error, Stage::address, "/etc/ethers", client.name + " has no line",
-                     client.name + " gets no address: nobody knows whose Ethernet address asks",
-                     "hostadm run database/set_host hostname=" + client.name + " address=" +
-                         (client.address.empty() ? "ADDRESS" : client.address) + " ethernet=ETHERNET");
-        return failed("no Ethernet address is known for " + client.name);
-    }
+    const std::string question = "which address has " + client.ethernet + "?";
+    if (client.ethernet.empty())
+        return end_without_ethernet(journey, daemon);
     const auto answers = ask_own_address(client_interface, patience, tries);
     if (answers.empty()) {
         journey.note(daemon.start.name, question, "", false);
@@ -131,12 +142,7 @@ StageEnd learn_address(Journey &journey) {
     }
     journey.own_address = answer.address;
     journey.server_address = answer.server;
-    const Interface *interface = interface_towards(journey.network, answer.address);
-    int prefix = 24;
-    for (const OwnAddress &own : interface == nullptr ? std::vector<OwnAddress>() : interface->addresses)
-        if (is_in_network(answer.address, own))
-            prefix = own.prefix;
-    journey.cable.take_address(answer.address, prefix);
+    take_learned_address(journey);
     return passed(answer.address + " from " + answer.server);
 }
 
