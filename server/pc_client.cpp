@@ -16,6 +16,7 @@
 #include "base/text.hpp"
 #include "base/this_host.hpp"
 #include "server/failure.hpp"
+#include "server/tree_program.hpp"
 
 namespace hostadm::server {
 
@@ -179,6 +180,31 @@ std::string kernel_release(const base::Descriptor &file) {
 std::string kernel_release(const std::string &path) {
     const base::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     return file.is_open() ? kernel_release(file) : "";
+}
+
+std::string build_network_initramfs(const base::Beneath &root) {
+    const std::string kernel = newest_kernel_in(root).kernel;
+    constexpr std::string_view prefix = "boot/vmlinuz-";
+    if (!kernel.starts_with(prefix))
+        fail(Code::unusable, root.path_of(kernel) + " tells no release, so no initramfs can be made for it");
+    root.make_directories("etc/initramfs-tools/conf.d");
+    root.write("etc/initramfs-tools/conf.d/hostadm",
+               "# For machines that boot from the network.\nBOOT=nfs\nMODULES=most\n");
+    const std::string release = kernel.substr(prefix.size()), initramfs = "boot/initrd.img-" + release;
+    const char *mode = root.is_file(initramfs) ? "-u" : "-c";
+    constexpr unsigned longest = 1800; // seconds, on a slow machine
+    const TreeProgramEnd end =
+        run_in_tree(root.path(), {"/usr/sbin/update-initramfs", mode, "-k", release}, longest);
+    if (!end.well()) {
+        const std::string said(base::trimmed(end.output));
+        fail(Code::system, "the initramfs of " + root.path() +
+                               " cannot be made (update-initramfs ended with status " +
+                               std::to_string(end.status) + "): " + said.substr(said.rfind('\n') + 1));
+    }
+    if (const auto made = root.status(initramfs); !made || made->st_size == 0)
+        fail(Code::no_effect,
+             root.path_of(initramfs) + " is not there, although update-initramfs did not complain");
+    return root.path_of(initramfs);
 }
 
 bool ensure_pc_system(const BootAreaLock &, const std::string &system, const base::Beneath &root,

@@ -39,6 +39,10 @@ PcKernel require_kernel(const base::Beneath &root);
 std::string kernel_release(const base::Descriptor &file);
 std::string kernel_release(const std::string &path);
 
+// Makes the initramfs of a root's newest kernel by the root's own program, shut in there, so that it finds a root by NFS
+// on any machine. Its path; throws Failure with what the program said, and CannotEnterTree.
+std::string build_network_initramfs(const base::Beneath &root);
+
 struct MadePcFile {
     static constexpr std::string_view kind = "made PC file";
     std::string path;
