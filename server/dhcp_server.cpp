@@ -135,17 +135,29 @@ std::string defect_of_dhcp_settings() {
     return answer.ending.well() ? "" : last_line(answer.output) + " (" + base::in_words(answer.ending) + ")";
 }
 
+namespace {
+
+// The service that starts it; empty: none.
+std::string service_name() {
+    if (exists("/etc/systemd/system/multi-user.target.wants/hostadm-dnsmasq.service"))
+        return "hostadm-dnsmasq"; // by host/enable_boot_services
+    return is_program(dhcp_service) ? "dnsmasq" : "";
+}
+
+} // namespace
+
 std::string restart_dhcp_server() {
-    const bool has_service = is_program(dhcp_service), runs = running_dhcp_server().has_value();
+    const std::string service = service_name();
+    const bool has_service = !service.empty(), runs = running_dhcp_server().has_value();
     if (!has_service && runs)
         fail(Code::unusable,
              "dnsmasq runs without a service that could start it anew; end it and run this again");
     const base::Answer answer =
-        has_service ? run({"/usr/sbin/service", "dnsmasq", "restart"}) : run({dhcp_program, settings_folder});
+        has_service ? run({"/usr/sbin/service", service, "restart"}) : run({dhcp_program, settings_folder});
     if (!answer.ending.well())
         fail(Code::system, "dnsmasq does not start (" + base::in_words(answer.ending) +
                                "): " + last_line(answer.output) +
-                               (has_service ? "; see `journalctl -u dnsmasq`" : ""));
+                               (has_service ? "; see `journalctl -u " + service + "`" : ""));
     return runs ? "dnsmasq was started anew" : "dnsmasq was started";
 }
 
