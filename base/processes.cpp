@@ -2,8 +2,11 @@
 #include "base/processes.hpp"
 
 #include <charconv>
+#include <cstdint>
+#include <ctime>
 #include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
 #include "base/files.hpp"
 #include "base/owners.hpp"
@@ -76,6 +79,26 @@ bool shares_root(int pid) {
     return stat("/proc/self/root", &ours) == 0 &&
            stat(("/proc/" + std::to_string(pid) + "/root").c_str(), &theirs) == 0 &&
            ours.st_dev == theirs.st_dev && ours.st_ino == theirs.st_ino;
+}
+
+std::optional<std::chrono::system_clock::time_point> start_of(int pid) {
+    using namespace std::chrono;
+    const std::string line = file_contents("/proc/" + std::to_string(pid) + "/stat");
+    if (!parse_process_stat(line))
+        return std::nullopt;
+    // The 22nd field of the line, of which the third is the first behind the name: ticks since this host began.
+    const auto fields = words_of(std::string_view(line).substr(line.rfind(") ") + 2));
+    constexpr std::size_t place = 19;
+    std::uint64_t ticks = 0;
+    if (fields.size() <= place ||
+        std::from_chars(fields[place].data(), fields[place].data() + fields[place].size(), ticks).ec !=
+            std::errc())
+        return std::nullopt;
+    timespec up{};
+    clock_gettime(CLOCK_BOOTTIME, &up);
+    const auto age = seconds(up.tv_sec) + nanoseconds(up.tv_nsec) -
+                     milliseconds(ticks * 1000 / static_cast<std::uint64_t>(sysconf(_SC_CLK_TCK)));
+    return time_point_cast<system_clock::duration>(system_clock::now() - age);
 }
 
 } // namespace hostadm::base

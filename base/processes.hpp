@@ -2,6 +2,7 @@
 // The processes of this host.
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -25,6 +26,8 @@ std::vector<Process> live_processes(const std::string &proc = "/proc");
 
 // Whether a process sees the same root directory as this one, and so is no other container's.
 bool shares_root(int pid);
+// When it was started, to a hundredth of a second; nothing: there is no such process.
+std::optional<std::chrono::system_clock::time_point> start_of(int pid);
 
 // What the line of /proc/ID/stat tells first: "ID (NAME) STATE ...". A name may hold blanks, brackets and
 // newlines.

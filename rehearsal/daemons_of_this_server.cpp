@@ -33,6 +33,7 @@ const Known known_daemons[] = {
      {"rpc.bootparamd", "bootparamd"},
      {"bootparamd"}},
     {Service::reverse_arp, "in.rarpd", "rarpd", {"in.rarpd", "rarpd"}, {"in.rarpd", "rarpd"}},
+    {Service::dhcp, "dnsmasq", "dnsmasq", {"dnsmasq"}, {"dnsmasq"}},
     {Service::tftp,
      "in.tftpd",
      "tftpd-hpa",
@@ -189,11 +190,20 @@ std::vector<base::Process> processes_of_this_server() {
     return processes;
 }
 
-std::vector<DaemonStart> daemons_of_this_server(Settings settings) {
+std::vector<DaemonStart> daemons_of_this_server(Settings settings, std::optional<server::ClientKind> kind) {
+    const bool is_pc = kind == server::ClientKind::pc;
+    const auto asks = [&](Service service) {
+        if (!kind)
+            return true;
+        if (service == Service::dhcp)
+            return is_pc;
+        return !is_pc || (service != Service::reverse_arp && service != Service::boot_parameters);
+    };
     const std::vector<base::Process> processes = processes_of_this_server();
     std::vector<DaemonStart> starts;
     for (const Known &known : known_daemons)
-        starts.push_back(start_of(known, processes, settings));
+        if (asks(known.service))
+            starts.push_back(start_of(known, processes, settings));
     return starts;
 }
 

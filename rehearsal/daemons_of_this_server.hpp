@@ -2,14 +2,16 @@
 // How this server starts each of the daemons that a client boots from.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "base/processes.hpp"
+#include "server/client_kind.hpp"
 
 namespace hostadm::rehearsal {
 
-enum class Service { port_mapper, reverse_arp, tftp, boot_parameters, nfs };
+enum class Service { port_mapper, reverse_arp, dhcp, tftp, boot_parameters, nfs };
 
 struct DaemonStart {
     Service service;
@@ -31,7 +33,9 @@ enum class Settings {
     of_boot       // as they are started at boot
 };
 
-std::vector<DaemonStart> daemons_of_this_server(Settings settings);
+// All, or those that a client of a kind asks while it boots.
+std::vector<DaemonStart> daemons_of_this_server(Settings settings,
+                                                std::optional<server::ClientKind> kind = std::nullopt);
 
 // The processes of this server and not those of a container or a throwaway root on it.
 std::vector<base::Process> processes_of_this_server();

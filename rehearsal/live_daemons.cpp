@@ -60,6 +60,7 @@ struct Live {
 Stage stage_of(Service service) {
     switch (service) {
     case Service::reverse_arp:
+    case Service::dhcp:
         return Stage::address;
     case Service::tftp:
         return Stage::boot_program;
@@ -77,6 +78,8 @@ std::string start_command(const DaemonStart &daemon) {
     switch (daemon.service) {
     case Service::reverse_arp:
         return "hostadm run host/start_daemon path=/usr/sbin/in.rarpd";
+    case Service::dhcp:
+        return "service dnsmasq restart";
     case Service::nfs:
         return "hostadm run host/start_daemon path=/usr/lib/nfs/nfsd";
     case Service::port_mapper:
@@ -365,13 +368,18 @@ void compare_exports(Live &live) {
 
 Findings differences_of_live_daemons(const BootingClient &client, const Network &network,
                                      const Walked &walked) {
-    Live live{client, network, walked, daemons_of_this_server(Settings::of_processes),
+    Live live{client, network, walked, daemons_of_this_server(Settings::of_processes, client.kind),
               own_address_towards(network, client.address)};
     if (live.server.empty())
         live.server = "127.0.0.1";
-    compare_reverse_arp(live);
+    if (client.kind == server::ClientKind::pc) {
+        is_missing_or_stopped(live,
+                              live.daemon(Service::dhcp)); // what it has read is told by the check of PCs
+    } else {
+        compare_reverse_arp(live);
+        compare_names(live);
+    }
     compare_tftp(live);
-    compare_names(live);
     compare_exports(live);
     return std::move(live.findings);
 }

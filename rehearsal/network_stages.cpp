@@ -25,16 +25,6 @@ using server::Stage;
 constexpr auto patience = 250ms;
 constexpr int tries = 4;
 
-// What became of the daemon, as the reason of its silence.
-std::string why_silent(const Started &daemon) {
-    std::string text = daemon.start.name;
-    if (!daemon.failure.empty())
-        text += " " + daemon.failure;
-    else
-        text += base::tr(" runs ({1}) and is silent", daemon.start.command());
-    return daemon.said.empty() ? text : text + ": " + daemon.said;
-}
-
 std::string install_or_look(const Started &daemon, const std::string &client) {
     if (daemon.start.program.empty() && !daemon.start.in_kernel)
         return "apt-get install " + daemon.start.package;
@@ -73,6 +63,15 @@ bool maps_ports_here(const Journey &journey) {
 
 } // namespace
 
+std::string why_silent(const Started &daemon) {
+    std::string text = daemon.start.name;
+    if (!daemon.failure.empty())
+        text += " " + daemon.failure;
+    else
+        text += base::tr(" runs ({1}) and is silent", daemon.start.command());
+    return daemon.said.empty() ? text : text + ": " + daemon.said;
+}
+
 std::string where_of(const Started &daemon) {
     const std::string &origin = daemon.start.origin;
     return origin.empty() ? daemon.start.name : origin;
@@ -92,20 +91,31 @@ std::string what_lies_between(const Journey &journey) {
     return base::tr("something between them does not let it through");
 }
 
+StageEnd end_without_ethernet(Journey &journey, const Started &daemon) {
+    const BootingClient &client = journey.client;
+    journey.note(daemon.start.name, base::tr("which address has me?"), "", false);
+    journey.find(Severity::error, Stage::address, "/etc/ethers", base::tr("{1} has no line", client.name),
+                 base::tr("{1} gets no address: nobody knows whose Ethernet address asks", client.name),
+                 "hostadm run database/set_host hostname=" + client.name + " address=" +
+                     (client.address.empty() ? "ADDRESS" : client.address) + " ethernet=ETHERNET");
+    return failed(base::tr("no Ethernet address is known for {1}", client.name));
+}
+
+void take_learned_address(const Journey &journey) {
+    const Interface *interface = interface_towards(journey.network, journey.own_address);
+    int prefix = 24;
+    for (const OwnAddress &own : interface == nullptr ? std::vector<OwnAddress>() : interface->addresses)
+        if (is_in_network(journey.own_address, own))
+            prefix = own.prefix;
+    journey.cable.take_address(journey.own_address, prefix);
+}
+
 StageEnd learn_address(Journey &journey) {
     const BootingClient &client = journey.client;
     const Started &daemon = journey.daemon(Service::reverse_arp);
-    const std::string question = client.ethernet.empty()
-                                     ? base::tr("which address has me?")
-                                     : base::tr("which address has {1}?", client.ethernet);
-    if (client.ethernet.empty()) {
-        journey.note(daemon.start.name, question, "", false);
-        journey.find(Severity::error, Stage::address, "/etc/ethers", base::tr("{1} has no line", client.name),
-                     base::tr("{1} gets no address: nobody knows whose Ethernet address asks", client.name),
-                     "hostadm run database/set_host hostname=" + client.name + " address=" +
-                         (client.address.empty() ? "ADDRESS" : client.address) + " ethernet=ETHERNET");
-        return failed(base::tr("no Ethernet address is known for {1}", client.name));
-    }
+    const std::string question = base::tr("which address has {1}?", client.ethernet);
+    if (client.ethernet.empty())
+        return end_without_ethernet(journey, daemon);
     const auto answers = ask_own_address(client_interface, patience, tries);
     if (answers.empty()) {
         journey.note(daemon.start.name, question, "", false);
@@ -134,12 +144,7 @@ StageEnd learn_address(Journey &journey) {
     }
     journey.own_address = answer.address;
     journey.server_address = answer.server;
-    const Interface *interface = interface_towards(journey.network, answer.address);
-    int prefix = 24;
-    for (const OwnAddress &own : interface == nullptr ? std::vector<OwnAddress>() : interface->addresses)
-        if (is_in_network(answer.address, own))
-            prefix = own.prefix;
-    journey.cable.take_address(answer.address, prefix);
+    take_learned_address(journey);
     return passed(base::tr("{1} from {2}", answer.address, answer.server));
 }
 

@@ -86,7 +86,7 @@ Rehearsed rehearse(const std::string &name, Settings settings,
     const BootingClient &client = rehearsed.client;
     const Network network = network_of_this_server();
     rehearsed.interface = interface_for(network, client.address);
-    const std::vector<DaemonStart> starts = daemons_of_this_server(settings);
+    const std::vector<DaemonStart> starts = daemons_of_this_server(settings, client.kind);
     const std::string more_hosts = names_from_outside(client);
 
     const base::Descriptor result(memfd_create("rehearsal", MFD_CLOEXEC));

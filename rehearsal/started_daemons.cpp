@@ -37,10 +37,14 @@ std::string log_of(const DaemonStart &start) {
 // What a host has in /run when it has booted, and the throwaway root has not.
 void make_run_directories() {
     std::error_code error;
-    for (const char *directory : {logs, "/run/rpcbind", "/run/ganesha", "/run/sendsigs.omit.d"})
+    for (const char *directory :
+         {logs, "/run/rpcbind", "/run/ganesha", "/run/dnsmasq", "/run/sendsigs.omit.d"})
         std::filesystem::create_directories(directory, error);
     if (const passwd *user = getpwnam("_rpc"); user != nullptr && chown("/run/rpcbind", user->pw_uid, 0) != 0)
         chmod("/run/rpcbind", 0777);
+    if (const passwd *user = getpwnam("dnsmasq");
+        user != nullptr && chown("/run/dnsmasq", user->pw_uid, 0) != 0)
+        chmod("/run/dnsmasq", 0777);
 }
 
 std::vector<char *> pointers(std::vector<std::string> &words) {
@@ -93,7 +97,7 @@ bool listens(const char *table, std::string_view wanted, std::size_t column) {
 }
 
 bool serves(Service service, const std::string &server) {
-    constexpr const char *tftp_port = ":0045", *reverse_arp = "8035";
+    constexpr const char *tftp_port = ":0045", *dhcp_port = ":0043", *reverse_arp = "8035";
     const auto answer = [&](std::uint32_t program, std::uint32_t version) {
         return answers("127.0.0.1", program, version) ||
                (!server.empty() && answers(server, program, version));
@@ -107,6 +111,8 @@ bool serves(Service service, const std::string &server) {
         return answer(mount_program, 3) && answer(nfs_program, 3);
     case Service::tftp:
         return listens("/proc/net/udp", tftp_port, 1) || listens("/proc/net/udp6", tftp_port, 1);
+    case Service::dhcp:
+        return listens("/proc/net/udp", dhcp_port, 1);
     case Service::reverse_arp:
         return listens("/proc/net/packet", reverse_arp, 3);
     }

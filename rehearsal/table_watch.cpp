@@ -15,6 +15,7 @@
 #include "base/translation.hpp"
 #include "rehearsal/daemons_of_this_server.hpp"
 #include "server/boot_area.hpp"
+#include "server/pc_area.hpp"
 
 namespace hostadm::rehearsal {
 
@@ -41,7 +42,7 @@ TableWatch::TableWatch(const std::string &root) : events_(inotify_init1(IN_CLOEX
     if (!events_.is_open())
         throw std::runtime_error(base::tr("changes of files cannot be watched: {1}", std::strerror(errno)));
     for (const char *directory : {"/etc", "/etc/default", "/etc/dfs", "/etc/ganesha", "/etc/systemd/system",
-                                  "/etc/exports.d", server::tftpboot})
+                                  "/etc/exports.d", "/etc/dnsmasq.d", server::tftpboot, server::pc_boot_tree})
         watch(directory);
     if (!root.empty())
         for (const char *below : {"", "/etc", "/sbin", "/dev"})

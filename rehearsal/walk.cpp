@@ -19,6 +19,17 @@ namespace hostadm::rehearsal {
 
 namespace {
 
+constexpr BootStage pc_table[] = {
+    {"address", server::Stage::address, learn_address_by_dhcp},
+    {"boot loader", server::Stage::boot_program, load_boot_loaders},
+    {"menu", server::Stage::boot_program, load_menu},
+    {"kernel", server::Stage::boot_program, load_kernel},
+    {"root", server::Stage::root, mount_root},
+    {"start", server::Stage::start, read_what_starts},
+    {"write", server::Stage::start, write_to_root},
+    {"swap", server::Stage::swap, use_swap},
+};
+
 constexpr BootStage table[] = {
     {base::translatable("address"), server::Stage::address, learn_address},
     {base::translatable("boot program"), server::Stage::boot_program, load_boot_program},
@@ -59,7 +70,9 @@ std::string ethernet_by_other_names(const BootingClient &client) {
 
 } // namespace
 
-std::span<const BootStage> boot_stages() {
+std::span<const BootStage> boot_stages(server::ClientKind kind) {
+    if (kind == server::ClientKind::pc)
+        return pc_table;
     return table;
 }
 
@@ -81,7 +94,8 @@ BootingClient read_client(const std::string &name) {
     client.items = items_of(client.name);
     client.kind = server::kind_of(server::client_items(client.name));
     if (const std::string digits = server::address_digits(client.address); !digits.empty()) {
-        client.boot_files.push_back(digits);
+        const bool is_pc = client.kind == server::ClientKind::pc;
+        client.boot_files.push_back(is_pc ? "grub/grub.cfg-" + digits : digits);
         for (const server::BootLink &link : server::boot_links_of(client.address))
             if (link.name != digits)
                 client.boot_files.push_back(link.name);
@@ -123,7 +137,7 @@ Walked walk(const BootingClient &client, const Network &network, const Cable &ca
     Walked walked;
     Journey journey{
         .client = client, .network = network, .cable = cable, .daemons = daemons, .walked = walked};
-    for (const BootStage &stage : boot_stages()) {
+    for (const BootStage &stage : boot_stages(client.kind)) {
         const auto begin = Clock::now();
         StageEnd end;
         try {

@@ -65,8 +65,14 @@ struct Journey {
     const std::vector<Started> &daemons;
     Walked &walked;
 
-    std::string own_address = {};                   // learned by reverse ARP
-    std::string server_address = {};                // of who answered
+    std::string own_address = {};    // learned by reverse ARP
+    std::string server_address = {}; // of who answered
+    // Of a PC: what the boot server of that address gives, and the folder of its kernel.
+    struct BootFile {
+        std::string server, name;
+    };
+    std::vector<BootFile> boot_files = {};
+    std::string system = {};
     std::string own_name = {};                      // learned by WHOAMI
     std::map<std::string, FileOfClient> files = {}; // learned by GETFILE
 

@@ -144,7 +144,8 @@ void copy(Request &request, const Attributes &attributes, std::initializer_list<
 constexpr std::uint16_t make_it = NLM_F_CREATE | NLM_F_REPLACE | NLM_F_ACK;
 
 // An interface of the same number, name and hardware address that drops what it is given.
-bool make_link(const Kernel &kernel, const ifinfomsg &live, const Attributes &attributes) {
+bool make_link(const Kernel &kernel, const ifinfomsg &live, const Attributes &attributes,
+               std::string_view kind) {
     ifinfomsg head{};
     head.ifi_index = live.ifi_index;
     head.ifi_flags = live.ifi_flags & IFF_UP;
@@ -154,7 +155,6 @@ bool make_link(const Kernel &kernel, const ifinfomsg &live, const Attributes &at
     if (live.ifi_type == 1) // Ethernet
         copy(request, attributes, {IFLA_ADDRESS});
     const std::size_t info = request.open(IFLA_LINKINFO);
-    constexpr std::string_view kind = "dummy";
     request.add(IFLA_INFO_KIND, kind.data(), kind.size());
     request.close(info);
     return kernel.change(request) == 0;
@@ -185,7 +185,9 @@ void LiveNetwork::rebuild() const {
     set_up(kernel, loopback);
     std::vector<int> made{loopback};
     for_each_message<ifinfomsg>(links_, [&](const ifinfomsg &live, const Attributes &attributes) {
-        if (live.ifi_index != loopback && make_link(kernel, live, attributes))
+        // Not every kernel has the one that is made for this.
+        if (live.ifi_index != loopback &&
+            (make_link(kernel, live, attributes, "dummy") || make_link(kernel, live, attributes, "bridge")))
             made.push_back(live.ifi_index);
     });
     const auto is_made = [&](int index) { return std::find(made.begin(), made.end(), index) != made.end(); };

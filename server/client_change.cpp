@@ -23,6 +23,7 @@
 #include "server/host_tables.hpp"
 #include "server/line_edits.hpp"
 #include "server/new_client.hpp"
+#include "server/pc_client.hpp"
 #include "server/roots.hpp"
 #include "server/rpl_area.hpp"
 #include "server/shares.hpp"
@@ -281,6 +282,8 @@ void ClientChange::check() const {
     std::error_code error;
     if (!wanted_.boot_program.empty() && !fs::is_regular_file(wanted_.boot_program, error))
         fail(Code::not_found, base::tr("there is no boot program {1}", wanted_.boot_program));
+    if (!wanted_.boot_program.empty() && old_.kind() == ClientKind::pc)
+        refuse(base::tr("a PC boots the kernel of its root and no boot_program"));
     if (!wanted_.boot_program.empty() && old_.links.empty())
         fail(Code::unusable, base::tr("{1} has no boot links, so nothing tells its architecture; add it once "
                                       "more, with that boot program",
@@ -508,6 +511,27 @@ void ClientChange::change_boot_area(const std::string &method, Journal &journal,
     report.step("boot links", made || new_.address != old_.address, names_of(boot_links_of(new_.address)));
 }
 
+void ClientChange::change_menu(Journal &journal, Report &report) const {
+    auto menu = pc_menu_of(old_.address);
+    if (!menu)
+        return;
+    const PcNetwork network = pc_network_of(new_.address);
+    menu->hostname = new_.name;
+    menu->address = new_.address;
+    menu->netmask = network.netmask;
+    menu->router = pc_router(network.interface);
+    menu->server_address = pc_server_address(wanted_.server.empty() ? old_server_ : wanted_.server, network);
+    menu->root = moved(old_.own_path("root"));
+    const BootAreaLock lock;
+    if (new_.address != old_.address) {
+        if (pc_menu_of(new_.address))
+            fail(Code::taken, "there is a menu " + pc_menu_path(new_.address) + " already; remove it first");
+        remove_pc_menu(lock, old_.address, journal);
+    }
+    const bool changed = ensure_pc_menu(lock, *menu, journal);
+    report.step("menu", changed, pc_menu_path(new_.address));
+}
+
 void ClientChange::change_rpl_area(const std::string &method, Journal &journal, Report &report) const {
     const std::string before = rpl_key(old_.ethernet), after = rpl_key(new_.ethernet);
     if (old_.links.empty() || (before == after && wanted_.boot_program.empty()))
@@ -585,6 +609,8 @@ void ClientChange::make(const std::string &method, Journal &journal, Report &rep
     const bool by_rpl = old_.kind() == ClientKind::rpl;
     if (by_rpl)
         change_rpl_area(method, journal, report);
+    else if (old_.kind() == ClientKind::pc)
+        change_menu(journal, report);
     else
         change_boot_area(method, journal, report);
     std::vector<std::string> written = {"/etc"};

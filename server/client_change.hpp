@@ -96,6 +96,7 @@ private:
     void move_paths(Journal &journal, Report &report) const;
     void resize_swap(Journal &journal, Report &report) const;
     void change_boot_area(const std::string &method, Journal &journal, Report &report) const;
+    void change_menu(Journal &journal, Report &report) const;
     void change_rpl_area(const std::string &method, Journal &journal, Report &report) const;
     std::string change_tftp_program(const BootAreaLock &lock, const std::string &method, Journal &journal,
                                     Report &report) const;

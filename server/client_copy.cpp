@@ -16,6 +16,7 @@
 #include "server/failure.hpp"
 #include "server/files.hpp"
 #include "server/filling.hpp"
+#include "server/pc_client.hpp"
 #include "server/shares.hpp"
 
 namespace hostadm::server {
@@ -62,7 +63,19 @@ std::string options_for(const Client &old, const std::string &name) {
                                                               : options_with_name(options, old.name, name);
 }
 
+// The name of its system tells which it is: NAME_VERSION.
+Identity identity_of_pc(const Client &old) {
+    const std::string system = fs::path(old.boot_program()).parent_path().filename();
+    const std::size_t underline = system.rfind('_');
+    if (old.boot_links() != "yes" || underline == system.npos)
+        fail(Code::unusable, old.name + " has no menu that the new client could boot by (boot links: " +
+                                 old.boot_links() + ")");
+    return {"", old.architecture(), system.substr(0, underline), system.substr(underline + 1)};
+}
+
 Identity identity_of_client(const Client &old) {
+    if (old.kind() == ClientKind::pc)
+        return identity_of_pc(old);
     const std::string program = old.boot_program(), architecture = old.architecture();
     if (program.empty() || !old.links.front().whole || architecture.empty())
         fail(Code::unusable,
@@ -100,6 +113,10 @@ NewClient copy_of(const Client &old, const std::string &name, const std::string 
     client.server = old.item("root").substr(0, old.item("root").find(':'));
     client.identity = identity_of_client(old);
     client.boot_name = old.boot_program();
+    if (const auto menu = pc_menu_of(old.address); client.kind == ClientKind::pc && menu) {
+        client.nfs4 = menu->nfs4;
+        client.kernel_words = menu->extra_words;
+    }
     client.root = path_for(root, old.name, name, "/export/root/" + name);
     client.source.tree = root;
     client.source.of_client = true;

@@ -18,9 +18,13 @@ struct Names {
 };
 
 constexpr std::array all_names = {
-    Names{ClientKind::diskless, "diskless", "di", 1}, Names{ClientKind::dataless, "dataless", "da", 2},
-    Names{ClientKind::diskfull, "diskfull", "df", 3}, Names{ClientKind::cache_only, "cache-only", "ca", 4},
-    Names{ClientKind::install, "install", "in", 0},   Names{ClientKind::rpl, "rpl", "rp", 0},
+    Names{ClientKind::diskless, "diskless", "di", 1},
+    Names{ClientKind::dataless, "dataless", "da", 2},
+    Names{ClientKind::diskfull, "diskfull", "df", 3},
+    Names{ClientKind::cache_only, "cache-only", "ca", 4},
+    Names{ClientKind::install, "install", "in", 0},
+    Names{ClientKind::rpl, "rpl", "rp", 0},
+    Names{ClientKind::pc, "pc", "pc", 0},
 };
 
 std::string upper_case(std::string text) {

@@ -18,6 +18,7 @@ enum class ClientKind {
     cache_only, // a diskless client that mounts through a cache on its own disk
     install,    // starts the installation of an operating system
     rpl,        // a diskless client that asks for its boot program by remote program load
+    pc,         // a diskless client that asks by DHCP, and boots by a menu
     unknown
 };
 

@@ -19,6 +19,7 @@
 #include "server/disabling.hpp"
 #include "server/failure.hpp"
 #include "server/host_tables.hpp"
+#include "server/pc_client.hpp"
 #include "server/roots.hpp"
 #include "server/rpl_area.hpp"
 
@@ -89,6 +90,8 @@ std::string Client::mounted() const {
 std::string Client::boot_links() const {
     if (kind() == ClientKind::rpl)
         return rpl_links_state(rpl_key(ethernet), links);
+    if (kind() == ClientKind::pc)
+        return address.empty() ? "no address" : pc_links_state(links);
     if (kind() == ClientKind::dataless && links.empty())
         return base::tr("boots from its disk");
     const std::string digits = address_digits(address);
@@ -96,6 +99,8 @@ std::string Client::boot_links() const {
 }
 
 std::string Client::architecture() const {
+    if (kind() == ClientKind::pc)
+        return "pc";
     const std::string named = architecture_of(boot_program());
     if (!named.empty() || links.size() < 2)
         return named;
@@ -120,6 +125,8 @@ Client find_client(const std::string &name) {
     }
     if (client.kind() == ClientKind::rpl)
         client.links = rpl_links_of(rpl_key(client.ethernet));
+    else if (client.kind() == ClientKind::pc)
+        client.links = pc_links_of(client.address);
     else if (!client.address.empty())
         client.links = boot_links_of(client.address);
     return client;
@@ -150,6 +157,8 @@ public:
         }
         if (client.kind() == ClientKind::rpl)
             client.links = rpl_links_of(rpl_key(client.ethernet));
+        if (client.kind() == ClientKind::pc)
+            client.links = pc_links_of(client.address);
         return client;
     }
 

@@ -15,7 +15,7 @@ struct Client {
     std::string name = {};                   // as bootparams writes it
     std::string address = {}, ethernet = {}; // of the hosts and the Ethernet table; empty: none
     std::string items = {};                  // its entry in bootparams, "KEY=SERVER:PATH KEY=VALUE ..."
-    BootLinks links = {};                    // in /tftpboot; of one that boots by RPL in /rplboot
+    BootLinks links = {};  // in /tftpboot; of one that boots by RPL in /rplboot, of a PC its menu
     bool disabled = false; // kept from booting; the Ethernet address is then the one that it had
 
     // SERVER:PATH, or the value, of an item, and its path; empty: none.

@@ -12,6 +12,7 @@
 #include "base/text.hpp"
 #include "base/translation.hpp"
 #include "hostadm.h"
+#include "server/dhcp_server.hpp"
 #include "server/rpl_area.hpp"
 
 namespace hostadm::server {
@@ -125,6 +126,9 @@ std::vector<BootDaemon> boot_daemons(const std::string &proc, const std::string 
         base::tr("{1} (the same packages)", "hostadm run host/start_daemon path=/usr/lib/nfs/mountd"));
 
     std::vector<BootDaemon> daemons = {rarp, tftp, rpc, bootparams, nfs, mount};
+    if (const auto dhcp = running_dhcp_server(proc); dhcp || base::read_file(dhcp_settings_path))
+        daemons.push_back({"DHCP", "dnsmasq", dhcp.has_value(), dhcp.value_or(0), "",
+                           dhcp ? "" : "hostadm run netboot/setup_pc"});
     const base::Process *rpl = find(processes, {"rpld"});
     if (rpl != nullptr || has_rpl_clients())
         daemons.push_back(

@@ -19,7 +19,7 @@ struct BootDaemon {
 };
 
 // Reverse ARP, TFTP, RPC port mapper, boot parameters and NFS, in the order in which a client needs them;
-// then RPL, if a client boots by it.
+// then DHCP, if PCs are served, and RPL, if a client boots by it.
 // proc is where the process table is, inetd_table the table of daemons started on demand.
 std::vector<BootDaemon> boot_daemons(const std::string &proc = "/proc",
                                      const std::string &inetd_table = "/etc/inetd.conf");

@@ -19,6 +19,7 @@
 #include "server/disabling.hpp"
 #include "server/failure.hpp"
 #include "server/host_tables.hpp"
+#include "server/pc_client.hpp"
 #include "server/roots.hpp"
 
 namespace hostadm::server {
@@ -66,7 +67,8 @@ bool use_service(NewClient &client) {
     if (!client.service)
         return false;
     client.source = client.service->root_source();
-    if (client.boot_program.empty() && client.kind != ClientKind::rpl) // whose programs are in its root
+    if (client.boot_program.empty() &&
+        client.kind == ClientKind::diskless) // others have theirs in their root
         client.boot_program = client.service->boot_program_of(impl_arch);
     return true;
 }
@@ -256,6 +258,14 @@ void check_rpl_sources(const NewClient &client) {
             fail_without_source(file);
 }
 
+// What a PC boots, and its place in a network. What comes with packages is not there yet.
+void check_kernel(const NewClient &client) {
+    client.pc_menu(); // tells what stands in its way
+    const std::string &where = client.adopted ? client.root : client.source.tree;
+    if (!where.empty() && is_directory(where))
+        require_kernel(base::Beneath(where, base::Links::inside));
+}
+
 void check_source(const NewClient &client) {
     std::vector<std::string> sources = client.source.packages;
     if (!client.source.tree.empty())
@@ -278,6 +288,8 @@ void check_source(const NewClient &client) {
             fail(Code::not_found, base::tr("there is no boot program {1}", client.boot_program));
     } else if (client.kind == ClientKind::rpl) {
         check_rpl_sources(client);
+    } else if (client.kind == ClientKind::pc) {
+        check_kernel(client);
     } else if (!exists(std::string(tftpboot) + "/" + client.boot_name)) {
         if (client.adopted && client.hierarchy.empty()) {
             if (!boot_program_in(client.root, client.identity).is_open())
@@ -293,13 +305,41 @@ void check_source(const NewClient &client) {
 
 // A client that has its root boots the system that is in it.
 void check_boot_program(const NewClient &client, bool known) {
-    if (!known || !exists(client.root) || client.kind == ClientKind::rpl)
+    if (!known || !exists(client.root) || client.kind != ClientKind::diskless)
         return;
     for (const BootLink &link : boot_links_of(client.address))
         if (!link.target.empty() && link.target != client.boot_name)
             fail(Code::taken,
                  base::tr("{1} is a client already and boots {2}, not {3}; remove it first (client/remove)",
                           client.name, link.target, client.boot_name));
+}
+
+// Words of the kernel's that are told of the client's own record.
+bool is_told_already(std::string_view word) {
+    return word == "ro" || word == "rw" || word.starts_with("boot=") || word.starts_with("nfsroot=") ||
+           word.starts_with("ip=");
+}
+
+// With a blank between each two.
+std::string words_once(const std::string &text) {
+    std::string words;
+    for (const std::string_view word : base::words_of(text))
+        words.append(words.empty() ? "" : " ").append(word);
+    return words;
+}
+
+void read_pc_words(const Call &call, NewClient &client) {
+    client.nfs4 = call.get("nfs") == "4";
+    client.kernel_words = words_once(call.get("kernel_words"));
+    if (call.get("boot") == "pc")
+        client.kind = ClientKind::pc;
+    else if (client.nfs4 || !client.kernel_words.empty())
+        refuse("nfs and kernel_words are for a PC; give boot=pc too");
+    if (client.kind == ClientKind::pc && call.given("boot_program"))
+        refuse("a PC boots the kernel of its root and no boot_program");
+    for (const std::string_view word : base::words_of(client.kernel_words))
+        if (is_told_already(word))
+            refuse("kernel_words: " + std::string(word) + " is told of what this server knows of the client");
 }
 
 } // namespace
@@ -390,6 +430,19 @@ std::vector<RplFile> NewClient::rpl_sources() const {
     return files;
 }
 
+PcMenu NewClient::pc_menu() const {
+    const PcNetwork network = pc_network_of(address);
+    return {.hostname = name,
+            .address = address,
+            .netmask = network.netmask,
+            .router = pc_router(network.interface),
+            .server_address = pc_server_address(server, network),
+            .root = root,
+            .system = pc_system_name(identity.os_name, identity.os_version),
+            .nfs4 = nfs4,
+            .extra_words = kernel_words};
+}
+
 std::vector<Claim> NewClient::claims() const {
     std::vector<Claim> all = {{Claim::Kind::name, name},
                               {Claim::Kind::address, address},
@@ -434,6 +487,7 @@ NewClient read_new_client(Call &call) {
     client.name = call.get("hostname");
     if (call.get("boot") == "rpl")
         client.kind = ClientKind::rpl;
+    read_pc_words(call, client);
     client.boot_program = call.get("boot_program");
     client.address = call.get("address");
     client.ethernet = call.get("ethernet");

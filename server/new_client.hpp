@@ -16,6 +16,7 @@
 #include "server/clients.hpp"
 #include "server/filling.hpp"
 #include "server/packages.hpp"
+#include "server/pc_area.hpp"
 #include "server/rpl_area.hpp"
 #include "server/services.hpp"
 
@@ -33,8 +34,10 @@ struct NewClient {
     std::string boot_program;       // the file, if it was named
     std::string boot_name;          // its name in /tftpboot, or /rplboot
     std::optional<Service> service; // that it is made of
-    bool prepare = false;           // its root gets the tables that it needs
-    bool adopted = false;           // its root is there already, and stays whatever becomes of the run
+    bool nfs4 = false;              // of a PC: the version of NFS, and further words for its kernel
+    std::string kernel_words = {};
+    bool prepare = false; // its root gets the tables that it needs
+    bool adopted = false; // its root is there already, and stays whatever becomes of the run
     // Of a client that is made like another: what names that one in its root, what it is told beside the usual, and
     // the options of its shares.
     std::vector<std::pair<std::string, std::string>> words = {};
@@ -49,6 +52,8 @@ struct NewClient {
     // The same for a client that boots by RPL.
     std::vector<RplFile> rpl_sources() const;
     std::vector<Claim> claims() const;
+    // What a PC boots by. Throws Failure when none of this server's networks is its own.
+    PcMenu pc_menu() const;
     // Of its operating system: the area, the packages of a root, whether clients get their /usr from there.
     std::string area() const { return "/export/" + identity.os_name + "_" + identity.os_version; }
     std::vector<std::string> names_of_packages() const;

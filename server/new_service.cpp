@@ -9,6 +9,7 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "base/beneath.hpp"
 #include "base/text.hpp"
 #include "base/translation.hpp"
 #include "hostadm.h"
@@ -20,8 +21,10 @@
 #include "server/filling.hpp"
 #include "server/host_tables.hpp"
 #include "server/patches.hpp"
+#include "server/pc_client.hpp"
 #include "server/roots.hpp"
 #include "server/shares.hpp"
+#include "server/tree_program.hpp"
 
 namespace hostadm::server {
 
@@ -233,6 +236,7 @@ public:
     void make() {
         make_area();
         make_templates();
+        make_initramfs();
         make_executables();
         make_catalogue();
         store_boot_programs();
@@ -287,6 +291,34 @@ private:
             for (const SpooledPackage &package : taken.packages)
                 if (!is_executables(package))
                     make_template(package.name, package.version, taken.directory + "/" + package.name, false);
+    }
+
+    // Of a tree that today's PCs boot, so that its initramfs finds a root by NFS whatever machine made it.
+    void make_initramfs() {
+        if (wanted_.is_known || wanted_.tree.empty())
+            return;
+        const std::string place = now_.template_place("root", now_.os_version);
+        const base::Beneath root(place, base::Links::inside);
+        if (newest_kernel_in(root).kernel.empty())
+            return;
+        boots_pcs_ = true;
+        if (!root.is_file("usr/sbin/update-initramfs")) {
+            report_.warn("initramfs",
+                         place + " has no update-initramfs; PCs boot it with the initramfs that is in " +
+                             "its boot, if that finds a root by NFS (package initramfs-tools)");
+            return;
+        }
+        call_.progress("making the initramfs of " + place + ", which takes a minute");
+        try {
+            report_.step("initramfs", true, build_network_initramfs(root));
+        } catch (const CannotEnterTree &failure) {
+            const std::string there = newest_kernel_in(root).initramfs, why = failure.what();
+            if (there.empty())
+                fail(Code::system, "the initramfs of " + place + " cannot be made: " + why + "; make it in " +
+                                       wanted_.tree + " first: chroot " + wanted_.tree +
+                                       " update-initramfs -c -k all");
+            report_.warn("initramfs", "that of the tree counts, since none can be made here: " + why);
+        }
     }
 
     bool is_executables(const SpooledPackage &package) const {
@@ -375,7 +407,7 @@ private:
             }
             report_.step("boot program", !is_there, place);
         }
-        if (now_.boot_programs.empty())
+        if (now_.boot_programs.empty() && !boots_pcs_)
             report_.warn(
                 "boot program",
                 base::tr("none was found; clients get that of their new root, or name it with boot_program"));
@@ -473,6 +505,7 @@ private:
     Journal &journal_;
     Report &report_;
     Service now_;
+    bool boots_pcs_ = false; // its tree has a kernel
     std::vector<std::string> filled_;
 };
 

@@ -3,23 +3,25 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <cstring>
 #include <filesystem>
 #include <ifaddrs.h>
 #include <memory>
 #include <net/if.h>
-#include <stdexcept>
 #include <system_error>
 
 #include "base/text.hpp"
 #include "base/translation.hpp"
 #include "server/boot_area.hpp"
+#include "server/failure.hpp"
 
 namespace hostadm::server {
 
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr std::string_view settings_title =
+    "# Written by hostadm (netboot/setup_pc): PCs that boot from this server. Changes are lost.";
 
 std::string in_dots(in_addr address) {
     char text[INET_ADDRSTRLEN] = "";
@@ -37,8 +39,7 @@ PcNetwork network_of(const ifaddrs &interface) {
 std::vector<PcNetwork> networks_of_this_host() {
     ifaddrs *list = nullptr;
     if (getifaddrs(&list) != 0)
-        throw std::runtime_error(
-            base::tr("the network interfaces cannot be read: {1}", std::strerror(errno)));
+        fail_errno(base::tr("the network interfaces cannot be read"));
     const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(list, freeifaddrs);
     std::vector<PcNetwork> networks;
     for (const ifaddrs *one = list; one != nullptr; one = one->ifa_next) {
@@ -61,19 +62,9 @@ std::string value_of(const std::vector<std::string_view> &words, std::string_vie
     return {};
 }
 
-std::vector<std::string> parts_of(const std::string &text, char separator) {
-    std::vector<std::string> parts;
-    for (std::size_t begin = 0; begin <= text.size();) {
-        const std::size_t end = std::min(text.find(separator, begin), text.size());
-        parts.push_back(text.substr(begin, end - begin));
-        begin = end + 1;
-    }
-    return parts;
-}
-
-bool is_file(const fs::path &path) {
-    std::error_code error;
-    return fs::is_regular_file(path, error);
+bool lies_in(const std::string &address, const PcNetwork &network) {
+    const in_addr_t mask = inet_addr(network.netmask.c_str());
+    return (inet_addr(address.c_str()) & mask) == inet_addr(network.network.c_str());
 }
 
 } // namespace
@@ -84,43 +75,70 @@ std::vector<PcNetwork> pc_networks(const std::vector<std::string> &interfaces, c
         const auto found = std::find_if(all.begin(), all.end(),
                                         [&](const PcNetwork &network) { return network.interface == name; });
         if (found == all.end())
-            throw std::runtime_error(base::tr(
-                "the interface {1} is not there, is down, or has no IPv4 address; see `ip -4 address`",
-                name));
+            fail(Code::not_found,
+                 base::tr(
+                     "the interface {1} is not there, is down, or has no IPv4 address; see `ip -4 address`",
+                     name));
         chosen.push_back(*found);
     }
     if (interfaces.empty())
         chosen = std::move(all);
     if (chosen.empty())
-        throw std::runtime_error(
-            base::tr("no interface of this server has an IPv4 address, so no PC can be answered"));
-    for (PcNetwork &network : chosen)
-        network.router = router;
+        fail(Code::not_found,
+             base::tr("no interface of this server has an IPv4 address, so no PC can be answered"));
+    if (router.empty())
+        return chosen;
+    const auto its_network = std::find_if(chosen.begin(), chosen.end(),
+                                          [&](const PcNetwork &network) { return lies_in(router, network); });
+    if (its_network == chosen.end())
+        fail(Code::unusable, base::tr("the router {1} lies in none of the networks whose PCs are answered, "
+                                      "so that none could reach it",
+                                      router));
+    its_network->router = router;
     return chosen;
 }
 
-std::string dhcp_settings(const std::vector<PcNetwork> &networks) {
-    std::string text =
-        "# Written by hostadm (netboot/setup_pc): PCs that boot from this server. Changes are lost.\n"
-        "# Not 0: then the names in /etc/ethers would not be looked up.\n"
-        "port=53053\n"
-        "bind-dynamic\n"
-        "read-ethers\n"
-        "dhcp-match=set:efi64,option:client-arch,7\n"
-        "dhcp-match=set:efi64,option:client-arch,9\n"
-        "dhcp-boot=tag:!efi64,grub/i386-pc/core.0\n"
-        "dhcp-boot=tag:efi64,grub/x86_64-efi/core.efi\n";
-    for (const PcNetwork &network : networks)
-        text += "interface=" + network.interface +
-                "\n# \"static\": known clients only.\ndhcp-range=" + network.network + ",static," +
+std::string dhcp_settings(const std::vector<PcNetwork> &networks, const OtherDhcpSettings &others) {
+    std::string text = std::string(settings_title) + "\n";
+    if (!others.any)
+        text += "# Not 0: then the names in /etc/ethers would not be looked up.\n"
+                "port=53053\n"
+                "bind-dynamic\n";
+    text += "read-ethers\n"
+            "dhcp-match=set:efi64,option:client-arch,7\n"
+            "dhcp-match=set:efi64,option:client-arch,9\n"
+            "dhcp-boot=tag:!efi64,grub/i386-pc/core.0\n"
+            "dhcp-boot=tag:efi64,grub/x86_64-efi/core.efi\n"
+            "# No router, but where one is named.\n"
+            "dhcp-option=option:router\n";
+    for (const PcNetwork &network : networks) {
+        if (!others.any || others.name_interfaces)
+            text += "interface=" + network.interface + "\n";
+        text += "# \"static\": known clients only.\ndhcp-range=" + network.network + ",static," +
                 network.netmask + "\n";
-    const std::string router = networks.empty() ? "" : networks.front().router;
-    text += "dhcp-option=option:router" + (router.empty() ? "" : "," + router) + "\n";
+        if (!network.router.empty())
+            text += "dhcp-option=tag:" + network.interface + ",option:router," + network.router + "\n";
+    }
     return text;
+}
+
+bool is_own_dhcp_settings(std::string_view text) {
+    return text.starts_with(settings_title);
 }
 
 std::string pc_menu_path(const std::string &address) {
     return std::string(pc_boot_tree) + "/grub.cfg-" + address_digits(address);
+}
+
+std::vector<std::string> pc_menus() {
+    std::vector<std::string> names;
+    std::error_code error;
+    for (fs::directory_iterator entry(pc_boot_tree, error), end; !error && entry != end;
+         entry.increment(error))
+        if (std::string name = entry->path().filename(); name.starts_with("grub.cfg-"))
+            names.push_back(std::move(name));
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 std::string pc_menu_text(const PcMenu &menu) {
@@ -151,7 +169,8 @@ PcMenu read_pc_menu(std::string_view text) {
         menu.server_address = nfsroot.substr(0, colon);
         menu.root = colon == nfsroot.npos ? "" : nfsroot.substr(colon + 1, comma - colon - 1);
         menu.nfs4 = nfsroot.find(",nfsvers=4") != nfsroot.npos;
-        const std::vector<std::string> ip = parts_of(value_of(words, "ip"), ':');
+        const std::string addresses = value_of(words, "ip");
+        const auto ip = base::split(addresses, ':');
         if (ip.size() >= 5) {
             menu.address = ip[0];
             menu.router = ip[2];
@@ -166,41 +185,8 @@ PcMenu read_pc_menu(std::string_view text) {
     return menu;
 }
 
-std::vector<std::string> served_firmware() {
-    std::vector<std::string> served;
-    if (is_file(fs::path(pc_boot_tree) / "i386-pc/core.0"))
-        served.emplace_back("BIOS");
-    if (is_file(fs::path(pc_boot_tree) / "x86_64-efi/core.efi"))
-        served.emplace_back("UEFI");
-    return served;
-}
-
 std::string pc_system_name(const std::string &os_name, const std::string &os_version) {
     return os_name + "_" + os_version;
-}
-
-PcKernel newest_kernel(const std::string &tree) {
-    const fs::path boot = fs::path(tree) / "boot";
-    PcKernel newest;
-    std::string release;
-    constexpr std::string_view prefix = "vmlinuz-";
-    std::error_code error;
-    for (fs::directory_iterator entry(boot, error), end; !error && entry != end; entry.increment(error)) {
-        const std::string name = entry->path().filename();
-        if (!name.starts_with(prefix) || !is_file(entry->path()))
-            continue;
-        // As versions are compared: 6.1.0-10 is newer than 6.1.0-9.
-        if (const std::string other = name.substr(prefix.size());
-            release.empty() || strverscmp(other.c_str(), release.c_str()) > 0)
-            release = other;
-    }
-    if (!release.empty())
-        newest = {boot / ("vmlinuz-" + release), boot / ("initrd.img-" + release)};
-    else if (is_file(boot / "vmlinuz"))
-        newest = {boot / "vmlinuz", boot / "initrd.img"};
-    if (!is_file(newest.initramfs))
-        newest.initramfs.clear();
-    return newest;
 }
 
 } // namespace hostadm::server

@@ -26,15 +26,21 @@ struct PcNetwork {
     std::string address;   // of that interface
     std::string netmask;
     std::string network;     // the network's own address
-    std::string router = {}; // that clients are told; empty: none
+    std::string router = {}; // in it, that its clients are told; empty: none
 };
 
-// The networks of the interfaces named, or of all that are up when none is. Throws std::runtime_error for one that
-// does not exist or has no IPv4 address, and when there is none at all.
+// The networks of the interfaces named, or of all that are up when none is. Throws Failure for one that does not exist
+// or has no IPv4 address, when there is none at all, and for a router that lies in none of them.
 std::vector<PcNetwork> pc_networks(const std::vector<std::string> &interfaces, const std::string &router);
 
+// What the administrator has told the DHCP server beside this file.
+struct OtherDhcpSettings {
+    bool any = false;             // none: it is there for PCs alone, and serves no names
+    bool name_interfaces = false; // so that those that are not named are not served
+};
 // The settings file for these networks.
-std::string dhcp_settings(const std::vector<PcNetwork> &networks);
+std::string dhcp_settings(const std::vector<PcNetwork> &networks, const OtherDhcpSettings &others = {});
+bool is_own_dhcp_settings(std::string_view text);
 
 // What a PC's menu says.
 struct PcMenu {
@@ -46,19 +52,16 @@ struct PcMenu {
 };
 std::string pc_menu_text(const PcMenu &menu);
 std::string pc_menu_path(const std::string &address);
+std::vector<std::string> pc_menus(); // names of all that there are, in order
 // The same from a text that pc_menu_text made; of another text what can be found of it.
 PcMenu read_pc_menu(std::string_view text);
-
-// The firmwares that the boot tree serves, of "BIOS" and "UEFI".
-std::vector<std::string> served_firmware();
 
 // Where a system's kernel and initramfs lie for TFTP.
 std::string pc_system_name(const std::string &os_name, const std::string &os_version);
 
-// The newest kernel of a root file system, and the initramfs that belongs to it; empty where there is none.
+// A kernel, and the initramfs that belongs to it; empty where there is none.
 struct PcKernel {
     std::string kernel, initramfs;
 };
-PcKernel newest_kernel(const std::string &tree);
 
 } // namespace hostadm::server

@@ -12,15 +12,19 @@
 #include "base/translation.hpp"
 #include "hostadm.h"
 #include "server/boot_area.hpp"
+#include "server/boot_tree.hpp"
 #include "server/bootparams.hpp"
 #include "server/catalogue.hpp"
 #include "server/client_change.hpp"
 #include "server/daemons.hpp"
+#include "server/dhcp_server.hpp"
 #include "server/failure.hpp"
 #include "server/files.hpp"
 #include "server/filling.hpp"
 #include "server/host_tables.hpp"
 #include "server/patches.hpp"
+#include "server/pc_area.hpp"
+#include "server/pc_client.hpp"
 #include "server/root_tables.hpp"
 #include "server/rpl_area.hpp"
 #include "server/shares.hpp"
@@ -28,6 +32,17 @@
 namespace hostadm::server {
 
 namespace {
+
+// A kernel finds its modules only in a root of the same release.
+void warn_of_another_kernel(const std::string &kernel, const base::Beneath &root, Report &report) {
+    const std::string newest = newest_kernel_in(root).kernel, there = kernel_release(kernel);
+    const std::string wanted = newest.empty() ? "" : kernel_release(root.open_file(newest));
+    if (!wanted.empty() && !there.empty() && wanted != there)
+        report.warn("kernel", kernel + " is " + there +
+                                  " and stays, since other clients may boot it; the newest of " +
+                                  root.path() + " is " + wanted +
+                                  "; to replace it and its initramfs, copy them from the root's boot");
+}
 
 void make_rpl_area(method::Call &call, const NewClient &client, Journal &journal, Report &report) {
     call.progress(base::tr("making the RPL boot program and its links"));
@@ -38,6 +53,23 @@ void make_rpl_area(method::Call &call, const NewClient &client, Journal &journal
     call.set("boot_program", client.boot_name);
     const bool linked = ensure_rpl_links(lock, call.method(), key, client.boot_name, journal);
     report.step("boot links", linked, names_of(rpl_links_of(key)));
+}
+
+void make_pc_area(method::Call &call, const NewClient &client, Journal &journal, Report &report) {
+    call.progress("making the menu and what it boots");
+    make_tftpboot_dir(call.method().c_str());
+    const BootAreaLock lock;
+    const base::Beneath root(client.root, base::Links::inside);
+    const PcMenu menu = client.pc_menu();
+    const std::string kernel = std::string(pc_systems) + "/" + menu.system + "/vmlinuz";
+    report.step("kernel", ensure_pc_system(lock, menu.system, root, journal), kernel);
+    warn_of_another_kernel(kernel, root, report);
+    call.set("boot_program", "linux/" + menu.system + "/vmlinuz");
+    report.step("menu", ensure_pc_menu(lock, menu, journal), pc_menu_path(client.address));
+    for (const Firmware &firmware : all_firmware())
+        if (!is_served(firmware))
+            report.warn("boot loader", std::string("PCs with ") + firmware.name +
+                                           " cannot boot yet; run netboot/setup_pc once");
 }
 
 void fill_new_root(method::Call &call, const NewClient &client, Journal &journal, Report &report) {
@@ -142,8 +174,27 @@ void enter_in_tables(method::Call &call, const NewClient &client, const std::vec
                 client.ethernet + " " + client.name);
 }
 
+namespace {
+
+// A PC asks neither by reverse ARP nor for boot parameters.
+bool is_met_by_pc(const BootDaemon &daemon) {
+    return daemon.service == "TFTP" || daemon.service.starts_with("NFS") ||
+           (daemon.service == "RPC port mapper" && !daemon.running);
+}
+
+void look_after_pc(Report &report) {
+    tell_dhcp_server(report);
+    for (const BootDaemon &daemon : boot_daemons())
+        if (is_met_by_pc(daemon) && !daemon.running)
+            report.warn(daemon.service, daemon.name + " does not run; start it: " + daemon.advice);
+}
+
+} // namespace
+
 void look_after_daemons(method::Call &call, const NewClient &client, Report &report) {
     call.progress(base::tr("looking after the daemons"));
+    if (client.kind == ClientKind::pc)
+        return look_after_pc(report);
     if (const std::string started = ensure_reverse_arp(); !started.empty())
         report.step("reverse ARP", true, started);
     if (client.kind == ClientKind::rpl)
@@ -199,8 +250,10 @@ void provision(method::Call &call, const NewClient &client, Journal &journal, Re
 
     share_executables(call, client, journal, report);
 
-    const bool by_rpl = client.kind == ClientKind::rpl;
-    (by_rpl ? make_rpl_area : make_boot_area)(call, client, journal, report);
+    const auto make_area = client.kind == ClientKind::rpl  ? make_rpl_area
+                           : client.kind == ClientKind::pc ? make_pc_area
+                                                           : make_boot_area;
+    make_area(call, client, journal, report);
 
     enter_in_tables(call, client, client.items(), journal, report);
     look_after_daemons(call, client, report);

@@ -12,15 +12,18 @@
 
 #include "hostadm/method.hpp"
 #include "server/boot_area.hpp"
+#include "server/boot_tree.hpp"
 #include "server/bootparams.hpp"
 #include "server/broken_runs.hpp"
 #include "server/client_change.hpp"
+#include "server/dhcp_server.hpp"
 #include "server/disabling.hpp"
 #include "server/files.hpp"
 #include "server/filling.hpp"
 #include "server/host_tables.hpp"
 #include "server/journal.hpp"
 #include "server/line_edits.hpp"
+#include "server/pc_client.hpp"
 #include "server/root_tables.hpp"
 #include "server/rpl_area.hpp"
 #include "server/services.hpp"
@@ -42,7 +45,8 @@ using Entry =
     std::variant<MadeDirectory, MadeFile, NewTable, MadeRoot, FilledRoot, MadeShare, MadeBootLink,
                  ReplacedBootLink, MadeBootProgram, MadeRplFile, MadeRplLink, ReplacedRplLink, AddedItem,
                  AddedLine, BegunRun, Claimed, ReplacedLine, WithdrawnShare, ResumedShare, RenamedPath,
-                 ResizedFile, RewrittenInRoot, MovedShare, InstalledPackages, MadeInRoot, Touched>;
+                 ResizedFile, RewrittenInRoot, MovedShare, InstalledPackages, MadeInRoot, MadeBootTree,
+                 ChangedDhcpSettings, MadePcFile, ChangedPcMenu, Touched>;
 
 // Nothing: its kind is not known here, or its fields are not those of its kind.
 std::optional<Entry> read_any_entry(const Written &words);

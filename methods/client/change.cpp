@@ -70,6 +70,8 @@ int change(Call &call, Claims &claims, Journal &journal) {
     claims.add(change.claims());
     note_claims(journal, change.claims());
     change.make(call.method(), journal, report);
+    if (client.kind() == ClientKind::pc)
+        tell_dhcp_server(report);
     report.tell(call);
     return 0;
 }

@@ -20,10 +20,12 @@
 #include "server/client_root.hpp"
 #include "server/clients.hpp"
 #include "server/common_shares.hpp"
+#include "server/dhcp_server.hpp"
 #include "server/disabling.hpp"
 #include "server/filling.hpp"
 #include "server/host_tables.hpp"
 #include "server/page.hpp"
+#include "server/pc_client.hpp"
 #include "server/report.hpp"
 #include "server/roots.hpp"
 #include "server/rpl_area.hpp"
@@ -150,9 +152,14 @@ std::vector<Claim> claims_on(const Leaving &leaving) {
     return claims;
 }
 
-Result remove_links(Call &call, const Client &client) {
+Result remove_links(Call &call, const Client &client, Journal &journal) {
     if (client.links.empty())
         return {Result::unchanged, "none"};
+    if (client.kind() == ClientKind::pc) {
+        const BootAreaLock lock;
+        remove_pc_menu(lock, client.address, journal);
+        return {Result::done, names_of(client.links)};
+    }
     if (client.kind() == ClientKind::rpl) {
         const RplAreaLock lock;
         return {Result::done, names_of(remove_rpl_links(lock, call.method(), rpl_key(client.ethernet)))};
@@ -215,7 +222,7 @@ void flush(const Leaving &leaving) {
     flush_file_systems(places);
 }
 
-std::vector<Step> plan(Call &call, const Leaving &leaving) {
+std::vector<Step> plan(Call &call, const Leaving &leaving, Journal &journal) {
     const Client &client = leaving.client;
     const std::string &name = client.name;
     const bool purge = call.get("purge") == "yes";
@@ -223,7 +230,7 @@ std::vector<Step> plan(Call &call, const Leaving &leaving) {
     steps.push_back(
         {base::tr("boot links"),
          base::tr("the links of {1} in {2}", name, (client.kind() == ClientKind::rpl ? rplboot : tftpboot)),
-         [&] { return remove_links(call, client); }});
+         [&] { return remove_links(call, client, journal); }});
     steps.push_back({"ethers", base::tr("the line of {1} in /etc/ethers", name),
                      [&] { return remove_line(ethers_table(), client.ethernet, name); }});
     for (const std::string &path : leaving.shared)
@@ -294,7 +301,7 @@ int remove(Call &call, Claims &claims, Journal &journal) {
     }
     if (call.get("purge") == "yes" && !leaving.root.empty())
         check_root_is_its_own(client, leaving.root);
-    const std::vector<Step> steps = plan(call, leaving);
+    const std::vector<Step> steps = plan(call, leaving, journal);
     for (const Step &step : steps)
         journal.note(Planned{step.what});
     for (const Step &step : steps) {
@@ -302,6 +309,8 @@ int remove(Call &call, Claims &claims, Journal &journal) {
         take(report, step.name, step.work());
         journal.note(Finished{step.what});
     }
+    if (client.kind() == ClientKind::pc)
+        tell_dhcp_server(report);
     say_what_stays(call, leaving, report);
     report.tell(call);
     return 0;

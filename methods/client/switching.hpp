@@ -9,6 +9,7 @@
 #include "hostadm/method.hpp"
 #include "server/claims.hpp"
 #include "server/clients.hpp"
+#include "server/dhcp_server.hpp"
 #include "server/disabling.hpp"
 #include "server/page.hpp"
 #include "server/report.hpp"
@@ -27,6 +28,8 @@ inline int switch_client(method::Call &call, const Switching &switching, server:
     const server::Client client = server::known_client(call.get("hostname"));
     server::Report report;
     switching.make(call.method(), client, journal, report);
+    if (client.kind() == server::ClientKind::pc)
+        server::tell_dhcp_server(report);
     report.tell(call);
     return 0;
 }

@@ -25,7 +25,7 @@ const Description description{
     .outputs = {{"findings", "how much is wrong here, as host/check tells in full"}},
     .columns = {{"section", "client, share, mount or daemon"},
                 {"name", "client: host name; daemon: program"},
-                {"kind", "client: diskless, dataless, cache-only, install, rpl, diskfull or unknown"},
+                {"kind", "client: diskless, dataless, cache-only, install, rpl, pc, diskfull or unknown"},
                 {"address", "client: IPv4 address"},
                 {"architecture", "client: implementation architecture"},
                 {"root", "client: root directory, or what it mounts instead of one"},

@@ -294,8 +294,8 @@ Findings boot_area_of_client(const Snapshot &server, const CheckedClient &client
     Findings found;
     const BootArea &area = server.boot_area;
     struct stat directory {};
-    if (client.digits.empty() || client.kind == ClientKind::rpl || stat(area.path.c_str(), &directory) != 0 ||
-        !S_ISDIR(directory.st_mode))
+    if (client.digits.empty() || client.kind == ClientKind::rpl || client.kind == ClientKind::pc ||
+        stat(area.path.c_str(), &directory) != 0 || !S_ISDIR(directory.st_mode))
         return found;
     bool plain = false, with_architecture = false;
     std::string program, lower;

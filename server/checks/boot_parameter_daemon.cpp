@@ -59,7 +59,7 @@ std::vector<const Daemon *> daemons(const Snapshot &server) {
 } // namespace
 
 Findings boot_parameter_daemon_of_server(const Snapshot &server) {
-    if (server.clients.empty())
+    if (!server.has_clients_but_pcs())
         return {};
     const Wanted wanted{.found = daemons(server),
                         .name = "rpc.bootparamd",
@@ -97,7 +97,8 @@ Findings boot_parameter_daemon_of_server(const Snapshot &server) {
 Findings boot_parameter_daemon_of_client(const Snapshot &server, const CheckedClient &client) {
     const auto running = daemons(server);
     const Interface *interface = server.network.in_network_of(client.number);
-    if (running.empty() || running.front()->defunct() || interface == nullptr)
+    if (client.kind == ClientKind::pc || running.empty() || running.front()->defunct() ||
+        interface == nullptr)
         return {};
     const auto told = running.front()->value_of('r');
     const std::string router = told.value_or(server.host_name);

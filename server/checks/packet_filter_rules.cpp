@@ -40,8 +40,11 @@ std::vector<Question> questions(const Snapshot &server, const CheckedClient &cli
         if (port != tftp_port)
             all.push_back({answer, stage, base::tr("the answer to {1}", what), ""});
     };
+    if (client.kind == ClientKind::pc)
+        ask("udp", 67, Stage::address, base::tr("the question for its address (DHCP, port 67)"), true);
     const Packet reverse{Packet::Direction::in, "rarp", interface.name, 0, 0, 0, 0, false, true};
-    all.push_back({reverse, Stage::address, base::tr("reverse ARP"), ""});
+    if (client.kind != ClientKind::pc)
+        all.push_back({reverse, Stage::address, base::tr("reverse ARP"), ""});
     const Packet arp{Packet::Direction::in, "arp", interface.name, client.number, own, 0, 0, false, true};
     all.push_back({arp, Stage::boot_program, "ARP", ""});
     const Packet arp_answer{
@@ -60,8 +63,10 @@ std::vector<Question> questions(const Snapshot &server, const CheckedClient &cli
                    Stage::boot_program,
                    base::tr("what acknowledges the boot program (TFTP)"),
                    ""});
-    ask("udp", 111, Stage::name, base::tr("the broadcast for its name (rpcbind, port 111)"), true);
-    if (const auto port = server.rpc.port_of(bootparam_program, 1, false))
+    if (client.kind != ClientKind::pc)
+        ask("udp", 111, Stage::name, base::tr("the broadcast for its name (rpcbind, port 111)"), true);
+    if (const auto port = server.rpc.port_of(bootparam_program, 1, false);
+        port && client.kind != ClientKind::pc)
         ask("udp", *port, Stage::parameters,
             base::tr("the question for its root (rpc.bootparamd, port {1})", *port));
     ask("tcp", 111, Stage::root, base::tr("the question where the NFS server is (rpcbind, port 111)"));

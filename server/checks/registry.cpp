@@ -66,6 +66,8 @@ const std::vector<Check> &all_checks() {
          tftp_of_server, nullptr},
         {"rpl", base::tr("rpld and /rplboot: running, links and programs of the clients that boot by RPL"),
          rpl_of_server, rpl_of_client},
+        {"pc", base::tr("PCs: the DHCP server and what it has read, the boot loader, menus, kernels"),
+         pc_of_server, pc_of_client},
         {"port-mapper",
          base::tr("rpcbind: running, whether it hears and hands on broadcasts, whether it answers"),
          port_mapper_of_server, nullptr},

@@ -42,7 +42,7 @@ std::string restart(const Daemon &daemon) {
 } // namespace
 
 Findings reverse_arp_of_server(const Snapshot &server) {
-    if (server.clients.empty())
+    if (!server.has_clients_but_pcs())
         return {};
     const Wanted wanted{.found = daemons(server),
                         .name = "in.rarpd",
@@ -85,7 +85,8 @@ Findings reverse_arp_of_server(const Snapshot &server) {
 Findings reverse_arp_of_client(const Snapshot &server, const CheckedClient &client) {
     const auto running = daemons(server);
     const Interface *interface = server.network.in_network_of(client.number);
-    if (running.empty() || client.address.empty() || running.front()->defunct())
+    if (client.kind == ClientKind::pc || running.empty() || client.address.empty() ||
+        running.front()->defunct())
         return {};
     Findings found;
     // One that serves this client is enough.

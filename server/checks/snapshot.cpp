@@ -13,6 +13,8 @@
 #include "base/this_host.hpp"
 #include "base/translation.hpp"
 #include "server/boot_area.hpp"
+#include "server/dhcp_server.hpp"
+#include "server/pc_area.hpp"
 #include "server/shares.hpp"
 
 namespace hostadm::server {
@@ -309,6 +311,11 @@ const CheckedClient *Snapshot::client(std::string_view name) const {
     return found == client_places.end() ? nullptr : &clients[found->second];
 }
 
+bool Snapshot::has_clients_but_pcs() const {
+    return std::any_of(clients.begin(), clients.end(),
+                       [](const CheckedClient &one) { return one.kind != ClientKind::pc; });
+}
+
 std::optional<std::uint32_t> Snapshot::address_of(const std::string &name) const {
     if (const std::string value = ipv4_value(name); !value.empty())
         return ipv4_number(value);
@@ -330,6 +337,21 @@ bool Snapshot::is_this_server(const std::string &name) const {
     return address && (*address >> 24 == 127 || network.is_own(*address));
 }
 
+namespace {
+
+PcService read_pc_service() {
+    PcService service{.settings_path = dhcp_settings_path,
+                      .settings = base::file_contents(dhcp_settings_path),
+                      .process = running_dhcp_server()};
+    if (service.process) {
+        service.knows_settings = has_read(*service.process, service.settings_path);
+        service.knows_tables = knows_tables(*service.process);
+    }
+    return service;
+}
+
+} // namespace
+
 Snapshot read_snapshot() {
     setenv("RES_OPTIONS", "timeout:1 attempts:1", 0);
     Snapshot server;
@@ -349,6 +371,7 @@ Snapshot read_snapshot() {
         server.broken_runs = broken_runs();
     server.filter = read_packet_filter();
     server.filter_at_boot = read_packet_filter_at_boot();
+    server.pc = read_pc_service();
     read_clients(server);
     read_shares(server);
     read_exports(server);

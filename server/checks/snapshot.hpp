@@ -74,6 +74,13 @@ struct BootShare {
 
 enum class NfsServer { none, ganesha, kernel };
 
+// The DHCP server that answers PCs, as far as it is ours.
+struct PcService {
+    std::string settings_path, settings; // and what they say
+    std::optional<int> process;
+    bool knows_settings = true, knows_tables = true; // as they are now
+};
+
 // The name of a client's boot program, asked of the TFTP daemon.
 struct TftpQuestion {
     std::string client, name;
@@ -94,6 +101,7 @@ struct Snapshot {
 
     BootArea boot_area;
     std::string rpl_area = "/rplboot";
+    PcService pc;
     TftpService tftp;
     std::optional<TftpQuestion> tftp_question; // nothing: there was nothing to ask for, or nobody to ask
     Network network;
@@ -123,6 +131,8 @@ struct Snapshot {
         return bootparams.place(entry_of(client).line);
     }
     const CheckedClient *client(std::string_view name) const;
+    // PCs ask neither by reverse ARP nor for boot parameters.
+    bool has_clients_but_pcs() const;
 
     // The IPv4 address that a name has here, by the hosts table and else by the name services; nothing: none.
     std::optional<std::uint32_t> address_of(const std::string &name) const;

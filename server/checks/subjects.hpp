@@ -24,6 +24,8 @@ Findings reverse_arp_of_client(const Snapshot &server, const CheckedClient &clie
 Findings tftp_of_server(const Snapshot &server);
 Findings rpl_of_server(const Snapshot &server);
 Findings rpl_of_client(const Snapshot &server, const CheckedClient &client);
+Findings pc_of_server(const Snapshot &server);
+Findings pc_of_client(const Snapshot &server, const CheckedClient &client);
 Findings port_mapper_of_server(const Snapshot &server);
 Findings boot_parameter_daemon_of_server(const Snapshot &server);
 Findings boot_parameter_daemon_of_client(const Snapshot &server, const CheckedClient &client);

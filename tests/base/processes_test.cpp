@@ -94,3 +94,16 @@ TEST(ProcessStat, RefusesOtherText) {
          {"", "cpu  1 2 3", "42", "42 (x", "42 (x)", "42 (x) ", "x (y) S", "0 (x) S", "-1 (x) S"})
         EXPECT_FALSE(parse_process_stat(text)) << text;
 }
+
+TEST(StartOfAProcess, LiesBetweenTheStartOfItsParentAndNow) {
+    const auto parent = start_of(getppid()), own = start_of(getpid());
+    ASSERT_TRUE(parent && own);
+    constexpr std::chrono::milliseconds tick(20); // of the kernel's count
+    EXPECT_LE(*parent, *own + tick);
+    EXPECT_LE(*own, std::chrono::system_clock::now() + tick);
+    EXPECT_GT(*own, std::chrono::system_clock::now() - std::chrono::hours(1));
+}
+
+TEST(StartOfAProcess, IsUnknownOfNone) {
+    EXPECT_FALSE(start_of(-1));
+}

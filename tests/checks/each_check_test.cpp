@@ -9,6 +9,7 @@
 
 #include "checks/good_snapshot.hpp"
 #include "server/checks/daemon_findings.hpp"
+#include "server/pc_area.hpp"
 
 using namespace hostadm::server;
 using testing::Contains;
@@ -34,6 +35,25 @@ const std::string drop_everything =
     R"({"nftables":[{"chain":{"family":"inet","table":"fw","name":"in","type":"filter","hook":"input",)"
     R"("prio":0,"policy":"drop"}}]})";
 
+// As much of a kernel's file as tells its release.
+std::string kernel_of(const std::string &release) {
+    std::string image(0x400, '\0');
+    image.replace(0x202, 4, "HdrS");
+    image.replace(0x20e, 2, std::string("\x40\x01", 2));
+    return image.replace(0x340, release.size(), release);
+}
+
+PcMenu good_menu(const GoodServer &good) {
+    return {.hostname = "client1",
+            .address = "192.168.1.10",
+            .netmask = "255.255.255.0",
+            .router = {},
+            .server_address = "192.168.1.1",
+            .root = good.root,
+            .system = "Debian_12",
+            .extra_words = {}};
+}
+
 void make_rpl_client(GoodServer &good) {
     good.set_bootparams("client1 root=server:" + good.root + " boottype=:rp\n");
     good.snapshot.rpl_area = good.folder.path("rplboot");
@@ -50,7 +70,122 @@ void make_rpl_client(GoodServer &good) {
     good.snapshot.daemons.daemons.push_back(std::move(daemon));
 }
 
+void make_pc_client(GoodServer &good) {
+    good.set_bootparams("client1 root=server:" + good.root + " boottype=:pc\n");
+    for (const char *core :
+         {"i386-pc/core.0", "i386-pc/normal.mod", "x86_64-efi/core.efi", "x86_64-efi/normal.mod"})
+        good.folder.write(std::string("tftpboot/grub/") + core, "a boot loader");
+    for (const char *file : {"vmlinuz", "initrd.img"})
+        good.folder.write(std::string("tftpboot/linux/Debian_12/") + file, kernel_of("6.1.0-10-amd64"));
+    good.folder.write("export/root/client1/boot/vmlinuz-6.1.0-10-amd64", kernel_of("6.1.0-10-amd64"));
+    good.folder.write("export/root/client1/boot/initrd.img-6.1.0-10-amd64", "an initramfs");
+    good.folder.write("tftpboot/grub/grub.cfg-C0A8010A", pc_menu_text(good_menu(good)));
+    good.snapshot.pc = {
+        .settings_path = "/etc/dnsmasq.d/hostadm.conf", .settings = "port=53053\n", .process = 107};
+    good.snapshot.daemons.sockets.push_back({Socket::Kind::udp, 0, 67, false, 0});
+    for (const char *fs : {"C0A8010A", "C0A8010A.KEL4M"})
+        std::filesystem::remove(good.area + "/" + fs);
+    for (const char *daemon : {"in.rarpd", "rpc.bootparamd"})
+        good.remove_daemon(daemon);
+}
+
+void change_menu(GoodServer &good, const std::function<void(PcMenu &)> &change) {
+    make_pc_client(good);
+    PcMenu menu = good_menu(good);
+    change(menu);
+    good.folder.write("tftpboot/grub/grub.cfg-C0A8010A", pc_menu_text(menu));
+}
+
 const std::vector<Fault> faults = {
+    {"pc", "the settings of the DHCP server are gone",
+     [](GoodServer &good) {
+         make_pc_client(good);
+         good.snapshot.pc.settings.clear();
+     },
+     "the settings of the DHCP server are missing"},
+    {"pc", "the DHCP server does not run",
+     [](GoodServer &good) {
+         make_pc_client(good);
+         good.snapshot.pc.process.reset();
+         std::erase_if(good.snapshot.daemons.sockets, [](const Socket &socket) { return socket.port == 67; });
+     },
+     "dnsmasq: it does not run"},
+    {"pc", "another program has the port of the DHCP server",
+     [](GoodServer &good) {
+         make_pc_client(good);
+         good.snapshot.pc.process.reset();
+     },
+     "another program has its port 67"},
+    {"pc", "the DHCP server has old settings",
+     [](GoodServer &good) {
+         make_pc_client(good);
+         good.snapshot.pc.knows_settings = false;
+     },
+     "it was started before /etc/dnsmasq.d/hostadm.conf was changed"},
+    {"pc", "the DHCP server has old tables",
+     [](GoodServer &good) {
+         make_pc_client(good);
+         good.snapshot.pc.knows_tables = false;
+     },
+     "it has not read /etc/hosts and /etc/ethers since they were changed"},
+    {"pc", "the DHCP server has no socket",
+     [](GoodServer &good) {
+         make_pc_client(good);
+         std::erase_if(good.snapshot.daemons.sockets, [](const Socket &socket) { return socket.port == 67; });
+         good.snapshot.daemons.sockets_known = true;
+     },
+     "it has no socket for DHCP"},
+    {"pc", "the boot loader for UEFI is gone",
+     [](GoodServer &good) {
+         make_pc_client(good);
+         fs::remove(good.area + "/grub/x86_64-efi/core.efi");
+     },
+     "PCs with UEFI is missing"},
+    {"pc", "the boot loader for BIOS has lost its modules",
+     [](GoodServer &good) {
+         make_pc_client(good);
+         fs::remove(good.area + "/grub/i386-pc/normal.mod");
+     },
+     "PCs with BIOS is missing"},
+    {"pc", "the menu is gone",
+     [](GoodServer &good) {
+         make_pc_client(good);
+         fs::remove(good.area + "/grub/grub.cfg-C0A8010A");
+     },
+     "the menu is missing"},
+    {"pc", "the menu is of another hand",
+     [](GoodServer &good) {
+         make_pc_client(good);
+         good.folder.write("tftpboot/grub/grub.cfg-C0A8010A", "linux /vmlinuz root=/dev/sda1\n");
+     },
+     "the menu is of another hand"},
+    {"pc", "the menu names another root",
+     [](GoodServer &good) { change_menu(good, [](PcMenu &menu) { menu.root = "/export/root/other"; }); },
+     "the menu names the root /export/root/other"},
+    {"pc", "the menu names another server",
+     [](GoodServer &good) { change_menu(good, [](PcMenu &menu) { menu.server_address = "192.168.1.7"; }); },
+     "the menu names the server 192.168.1.7"},
+    {"pc", "the menu tells another address",
+     [](GoodServer &good) { change_menu(good, [](PcMenu &menu) { menu.address = "192.168.1.11"; }); },
+     "the menu tells it the address 192.168.1.11, not 192.168.1.10"},
+    {"pc", "the kernel is gone",
+     [](GoodServer &good) {
+         make_pc_client(good);
+         fs::remove(good.area + "/linux/Debian_12/vmlinuz");
+     },
+     "the kernel is missing or empty"},
+    {"pc", "the initramfs is empty",
+     [](GoodServer &good) {
+         make_pc_client(good);
+         good.folder.write("tftpboot/linux/Debian_12/initrd.img", "");
+     },
+     "the initramfs is missing or empty"},
+    {"pc", "the kernel is older than that of the root",
+     [](GoodServer &good) {
+         make_pc_client(good);
+         good.folder.write("export/root/client1/boot/vmlinuz-6.1.0-11-amd64", kernel_of("6.1.0-11-amd64"));
+     },
+     "the kernel is 6.1.0-10-amd64, and the newest of its root 6.1.0-11-amd64"},
     {"hosts-table", "the client has no line",
      [](GoodServer &good) { good.set_hosts("192.168.1.1 server\n"); }, "client1 has no address"},
     {"hosts-table", "the client's address is another machine's as well",
@@ -342,6 +477,17 @@ TEST(KernelNfsServer, RunsWhateverProcessWatchesOverItsThreads) {
     add(201, "nfsd", {});
     add(202, "rpc.mountd", {"/usr/lib/nfs/mountd", "-F"});
     EXPECT_THAT(good.found_by("nfs-server"), IsEmpty());
+}
+
+TEST(PcClient, NeedsNeitherReverseArpNorBootParameters) {
+    GoodServer good;
+    make_pc_client(good);
+    good.read_again();
+    for (const Check &check : all_checks()) {
+        if (check.name == "reboot") // the folder of a test lies where things are emptied at boot
+            continue;
+        EXPECT_THAT(good.found_by(check.name), IsEmpty()) << check.name;
+    }
 }
 
 TEST(Faults, EveryCheckHasOne) {

@@ -100,7 +100,8 @@ bool is_done_as_previewed(const std::string &words) {
 
 void set_up_a_server() {
     ASSERT_NE(std::getenv("HOSTADM_SANDBOX"), nullptr) << "run this with in-sandbox";
-    ASSERT_EQ(shell("ip link add net0 type dummy 2>/dev/null && ip link set net0 up || true; "
+    ASSERT_EQ(shell("{ ip link add net0 type dummy || ip link add net0 type bridge; } 2>/dev/null && "
+                    "ip link set net0 up || true; "
                     "ip address add 10.1.2.1/24 dev \"$(ip -o link show net0 >/dev/null 2>&1 && echo net0 || "
                     "echo lo)\""),
               0);
@@ -112,6 +113,9 @@ void set_up_a_server() {
         standin::start(daemon, "-a");
     }
     standin::place("/usr/sbin/rpld", {.stay = true});
+    standin::place("/usr/sbin/dnsmasq", {.stay = true});
+    standin::place("/etc/init.d/dnsmasq");
+    standin::place("/usr/sbin/service");
     for (const char *path :
          {"/export", "/tftpboot", "/rplboot", "/etc/dfs", "/etc/ethers", "/etc/bootparams"})
         fs::remove_all(path);
@@ -124,6 +128,9 @@ void set_up_a_server() {
     write("/tree/etc/motd", "welcome\n");
     write("/tree/etc/vfstab", "server1:/export/root/c1 - / nfs - - rw\n");
     write("/tree/usr/platform/kel4m/lib/fs/nfs/inetboot", "boot program");
+    write("/pc-tree/etc/debian_version", "12.0\n");
+    write("/pc-tree/boot/vmlinuz-6.1.0-1-amd64", "kernel");
+    write("/pc-tree/boot/initrd.img-6.1.0-1-amd64", "initramfs");
     write("/dev-of-client/MAKEDEV", "#!/bin/sh\nmknod \"$1\" c 1 3\n");
     fs::permissions("/dev-of-client/MAKEDEV", fs::perms(0755));
     write("/export/exec/MAKEDEV", "#!/bin/sh\n: >node-$1\n");
@@ -215,6 +222,15 @@ const std::vector<std::string> invocations{
     "netboot/cleanup_tftpboot address=10.1.2.7",
     "netboot/setup_rplboot client_key=0800200A0B0D root_dir=/rpl" + identity,
     "netboot/cleanup_rplboot client_key=0800200A0B0D",
+    "netboot/setup_pc interface=net0",
+    "client/add_diskless hostname=p1 address=10.1.2.20 ethernet=8:0:20:a:b:20 server=server1 tree=/pc-tree "
+    "boot=pc" +
+        identity,
+    "client/show hostname=p1",
+    "client/change hostname=p1 address=10.1.2.21",
+    "netboot/remove_pc",
+    "client/remove hostname=p1 purge=yes",
+    "netboot/remove_pc",
     "cachelet/enable_cache root=/export/root/c1",
     "cachelet/disable_cache root=/export/root/c1",
     "cachelet/enable_cache root=/export/root/c1",

@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: MIT
-#include <filesystem>
-#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "server/failure.hpp"
 #include "server/pc_area.hpp"
 
 namespace {
 
 using namespace hostadm::server;
-namespace fs = std::filesystem;
 
 const PcMenu menu{.hostname = "pc1",
                   .address = "192.168.1.10",
@@ -54,58 +52,44 @@ TEST(PcMenu, LiesUnderTheAddressInUpperCaseHexadecimal) {
     EXPECT_EQ(pc_menu_path("192.168.1.10"), "/tftpboot/grub/grub.cfg-C0A8010A");
 }
 
+const std::vector<PcNetwork> two_networks = {
+    {"eth0", "192.168.1.1", "255.255.255.0", "192.168.1.0", "192.168.1.254"},
+    {"eth1", "10.0.0.1", "255.0.0.0", "10.0.0.0"}};
+
 TEST(DhcpSettings, AnswerKnownClientsOnly) {
-    const std::string text =
-        dhcp_settings({{"eth0", "192.168.1.1", "255.255.255.0", "192.168.1.0", "192.168.1.254"},
-                       {"eth1", "10.0.0.1", "255.0.0.0", "10.0.0.0", "192.168.1.254"}});
+    const std::string text = dhcp_settings(two_networks);
     EXPECT_THAT(text, testing::HasSubstr("interface=eth0\n"));
     EXPECT_THAT(text, testing::HasSubstr("dhcp-range=192.168.1.0,static,255.255.255.0\n"));
     EXPECT_THAT(text, testing::HasSubstr("interface=eth1\n"));
     EXPECT_THAT(text, testing::HasSubstr("dhcp-range=10.0.0.0,static,255.0.0.0\n"));
     EXPECT_THAT(text, testing::HasSubstr("read-ethers\n"));
-    EXPECT_THAT(text, testing::HasSubstr("dhcp-option=option:router,192.168.1.254\n"));
-    EXPECT_THAT(text, testing::Not(testing::HasSubstr("port=0")));
+    EXPECT_THAT(text, testing::HasSubstr("port=53053\n"));
 }
 
-TEST(DhcpSettings, TellNoRouterWhereThereIsNone) {
-    EXPECT_THAT(dhcp_settings({{"eth0", "192.168.1.1", "255.255.255.0", "192.168.1.0"}}),
-                testing::HasSubstr("dhcp-option=option:router\n"));
+TEST(DhcpSettings, TellEachNetworkItsOwnRouterOrNone) {
+    const std::string text = dhcp_settings(two_networks);
+    EXPECT_THAT(text, testing::HasSubstr("dhcp-option=option:router\n"));
+    EXPECT_THAT(text, testing::HasSubstr("dhcp-option=tag:eth0,option:router,192.168.1.254\n"));
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("tag:eth1,option:router")));
+}
+
+TEST(DhcpSettings, LeaveNamesAndInterfacesToAnAdministratorWhoServesThem) {
+    const std::string text = dhcp_settings(two_networks, {.any = true});
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("port=")));
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("interface=")));
+    EXPECT_THAT(dhcp_settings(two_networks, {.any = true, .name_interfaces = true}),
+                testing::HasSubstr("interface=eth0\n"));
+}
+
+TEST(DhcpSettings, AreKnownAgain) {
+    EXPECT_TRUE(is_own_dhcp_settings(dhcp_settings(two_networks)));
+    EXPECT_FALSE(is_own_dhcp_settings(""));
+    EXPECT_FALSE(is_own_dhcp_settings("# mine\nport=53\n"));
 }
 
 TEST(PcNetworks, ThatDoNotExistAreRefused) {
-    EXPECT_THROW(pc_networks({"no-such-interface"}, ""), std::runtime_error);
-    EXPECT_THROW(pc_networks({"lo"}, ""), std::runtime_error);
-}
-
-class NewestKernel : public testing::Test {
-protected:
-    NewestKernel() {
-        char name[] = "/tmp/newest-kernel.XXXXXX";
-        tree_ = mkdtemp(name);
-        fs::create_directory(tree_ / "boot");
-    }
-    ~NewestKernel() override { fs::remove_all(tree_); }
-    void make(const std::string &name) const { std::ofstream(tree_ / "boot" / name) << "x"; }
-
-    fs::path tree_;
-};
-
-TEST_F(NewestKernel, IsComparedAsVersionsAre) {
-    for (const char *name : {"vmlinuz-6.1.0-9-amd64", "vmlinuz-6.1.0-10-amd64", "initrd.img-6.1.0-10-amd64"})
-        make(name);
-    EXPECT_EQ(newest_kernel(tree_).kernel, tree_ / "boot/vmlinuz-6.1.0-10-amd64");
-    EXPECT_EQ(newest_kernel(tree_).initramfs, tree_ / "boot/initrd.img-6.1.0-10-amd64");
-}
-
-TEST_F(NewestKernel, MayLackItsInitramfs) {
-    make("vmlinuz-6.1.0-10-amd64");
-    make("initrd.img-6.1.0-9-amd64");
-    EXPECT_EQ(newest_kernel(tree_).initramfs, "");
-}
-
-TEST_F(NewestKernel, IsNoneWhereThereIsNone) {
-    EXPECT_EQ(newest_kernel(tree_).kernel, "");
-    EXPECT_EQ(newest_kernel("/nonexistent").kernel, "");
+    EXPECT_THROW(pc_networks({"no-such-interface"}, ""), Failure);
+    EXPECT_THROW(pc_networks({"lo"}, ""), Failure);
 }
 
 } // namespace

@@ -1,0 +1,233 @@
+// SPDX-License-Identifier: MIT
+// PCs: the DHCP server and its settings, the boot loader's tree, and each client's menu with the kernel that it names.
+#include <algorithm>
+#include <arpa/inet.h>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+
+#include "base/beneath.hpp"
+#include "base/files.hpp"
+#include "base/text.hpp"
+#include "server/boot_tree.hpp"
+#include "server/checks/subjects.hpp"
+#include "server/pc_client.hpp"
+
+namespace hostadm::server {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char *setup = "hostadm run netboot/setup_pc";
+constexpr const char *restart = "service dnsmasq restart";
+constexpr std::uint16_t dhcp_port = 67;
+
+bool is_whole_file(const std::string &path) {
+    struct stat file {};
+    return stat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode) && file.st_size > 0;
+}
+
+Finding of_dhcp(const std::string &where, const std::string &what, const std::string &repair) {
+    return {.stage = Stage::address,
+            .where = where,
+            .what = what,
+            .why = "no PC is told its address and what to boot",
+            .repair = repair};
+}
+
+Findings dhcp_findings(const Snapshot &server) {
+    const PcService &service = server.pc;
+    if (service.settings.empty())
+        return {of_dhcp(service.settings_path, "the settings of the DHCP server are missing", setup)};
+    if (!service.process) {
+        const bool taken = server.daemons.is_open(Socket::Kind::udp, dhcp_port, 0);
+        return {of_dhcp(
+            "dnsmasq", taken ? "it does not run, and another program has its port 67" : "it does not run",
+            taken ? "ss -lunp sport = :67 # tells which; end that; " + std::string(restart) : restart)};
+    }
+    const std::string place = "dnsmasq, process " + std::to_string(*service.process);
+    Findings found;
+    if (!service.knows_settings)
+        found.push_back(
+            of_dhcp(place, "it was started before " + service.settings_path + " was changed", restart));
+    else if (server.daemons.sockets_known && !server.daemons.is_open(Socket::Kind::udp, dhcp_port, 0))
+        found.push_back(of_dhcp(place, "it has no socket for DHCP", restart));
+    if (!service.knows_tables)
+        found.push_back({.stage = Stage::address,
+                         .where = place,
+                         .what = "it has not read /etc/hosts and /etc/ethers since they were changed",
+                         .why = "PCs that were added or changed since are not answered as the tables say",
+                         .repair = "kill -HUP " + std::to_string(*service.process)});
+    return found;
+}
+
+Findings tree_findings(const Snapshot &server) {
+    Findings found;
+    const std::string tree = server.boot_area.path + "/grub";
+    const auto &all = all_firmware();
+    const bool any =
+        std::any_of(all.begin(), all.end(), [&](const Firmware &one) { return is_served(one, tree); });
+    for (const Firmware &firmware : all)
+        if (!is_served(firmware, tree))
+            found.push_back(
+                {.severity = any ? Severity::warning : Severity::error,
+                 .stage = Stage::boot_program,
+                 .where = tree + "/" + firmware.platform,
+                 .what = std::string("the boot loader for PCs with ") + firmware.name + " is missing",
+                 .why = std::string("PCs with ") + firmware.name + " load nothing",
+                 .repair = std::string("apt-get install grub-common ") + firmware.package + " && " + setup});
+    return found;
+}
+
+// One word for the shell, as printf takes it.
+std::string as_format(const std::string &text) {
+    std::string word;
+    for (const char c : text)
+        word += c == '\n'   ? "\\n"
+                : c == '%'  ? "%%"
+                : c == '\'' ? "'\\''"
+                : c == '\\' ? "\\\\"
+                            : std::string(1, c);
+    return "'" + word + "'";
+}
+
+// The systems that are laid out for PCs.
+std::vector<std::string> systems_in(const std::string &folder) {
+    std::vector<std::string> names;
+    std::error_code error;
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error))
+        names.push_back(entry->path().filename());
+    return names;
+}
+
+class MenuCheck {
+public:
+    MenuCheck(const Snapshot &server, const CheckedClient &client)
+        : server_(server), client_(client), path_(server.boot_area.path + "/grub/grub.cfg-" + client.digits),
+          text_(base::read_file(path_)), menu_(read_pc_menu(text_.text)) {}
+
+    Findings all() {
+        if (text_.is_missing())
+            add(path_, "the menu is missing", rewritten());
+        else if (!text_)
+            add(path_, "the menu cannot be read", "chmod 644 " + path_);
+        else if (menu_.system.empty() || menu_.root.empty())
+            add(path_, "the menu is of another hand: it boots no system of this server with a root by NFS",
+                rewritten());
+        else {
+            check_words();
+            check_kernel();
+        }
+        return std::move(found_);
+    }
+
+private:
+    void add(const std::string &where, const std::string &what, const std::string &repair,
+             Severity severity = Severity::error) {
+        found_.push_back({.severity = severity,
+                          .stage = Stage::boot_program,
+                          .client = client_.name,
+                          .where = where,
+                          .what = what,
+                          .why = severity == Severity::error
+                                     ? client_.name + " does not boot what is meant for it"
+                                     : client_.name + " boots another kernel than its root's newest",
+                          .repair = repair});
+    }
+
+    // The command that writes the menu as it is to be.
+    std::string rewritten() const {
+        PcMenu menu = menu_;
+        const Interface *interface = server_.network.in_network_of(client_.number);
+        menu.hostname = client_.name;
+        menu.address = client_.address;
+        menu.root = client_.root.empty() ? "ROOT" : client_.root;
+        if (interface != nullptr)
+            for (const Subnet &net : interface->addresses)
+                if (net.holds(client_.number)) {
+                    menu.netmask = ipv4_text(net.mask);
+                    menu.server_address = ipv4_text(net.address);
+                    menu.router = pc_router(interface->name);
+                }
+        if (menu.system.empty()) {
+            const auto systems = systems_in(server_.boot_area.path + "/linux");
+            menu.system = systems.size() == 1 ? systems.front() : "SYSTEM";
+        }
+        return "mkdir -p " + parent_of(path_) + " && printf " + as_format(pc_menu_text(menu)) + " >" + path_;
+    }
+
+    void check_words() {
+        if (!client_.root.empty() && menu_.root != client_.root)
+            add(path_, "the menu names the root " + menu_.root + ", and bootparams " + client_.root,
+                rewritten());
+        else if (!server_.network.is_own(ntohl(inet_addr(menu_.server_address.c_str()))))
+            add(path_,
+                "the menu names the server " + menu_.server_address + ", which is no address of this one",
+                rewritten());
+        else if (menu_.address != client_.address)
+            add(path_, "the menu tells it the address " + menu_.address + ", not " + client_.address,
+                rewritten());
+    }
+
+    std::string system_file(const char *name) const {
+        return server_.boot_area.path + "/linux/" + menu_.system + "/" + name;
+    }
+
+    void check_kernel() {
+        const std::string kernel = system_file("vmlinuz"), initramfs = system_file("initrd.img");
+        PcKernel newest;
+        std::string release;
+        try {
+            if (!client_.root.empty()) {
+                const base::Beneath root(client_.root, base::Links::inside);
+                newest = newest_kernel_in(root);
+                if (!newest.kernel.empty())
+                    release = kernel_release(root.open_file(newest.kernel));
+            }
+        } catch (const base::BeneathError &) {
+            newest = {}; // that its root cannot be read is told of the root
+        }
+        const auto copied = [&](const std::string &from, const std::string &usual, const std::string &to) {
+            return "install -D -m 644 " + (from.empty() ? usual : client_.root + "/" + from) + " " + to;
+        };
+        const std::string again = copied(newest.kernel, "KERNEL", kernel) + " && " +
+                                  copied(newest.initramfs, "INITRAMFS", initramfs);
+        if (!is_whole_file(kernel))
+            add(kernel, "the kernel is missing or empty", again);
+        else if (!is_whole_file(initramfs))
+            add(initramfs, "the initramfs is missing or empty", again);
+        else if (const std::string there = kernel_release(kernel);
+                 !release.empty() && !there.empty() && there != release)
+            add(kernel, "the kernel is " + there + ", and the newest of its root " + release, again,
+                Severity::warning);
+    }
+
+    const Snapshot &server_;
+    const CheckedClient &client_;
+    const std::string path_;
+    const base::FileText text_;
+    const PcMenu menu_;
+    Findings found_;
+};
+
+} // namespace
+
+Findings pc_of_server(const Snapshot &server) {
+    if (std::none_of(server.clients.begin(), server.clients.end(),
+                     [](const auto &one) { return one.kind == ClientKind::pc; }))
+        return {};
+    Findings found = dhcp_findings(server);
+    for (Finding &finding : tree_findings(server))
+        found.push_back(std::move(finding));
+    return found;
+}
+
+Findings pc_of_client(const Snapshot &server, const CheckedClient &client) {
+    if (client.kind != ClientKind::pc || client.digits.empty())
+        return {};
+    return MenuCheck(server, client).all();
+}
+
+} // namespace hostadm::server

@@ -1,0 +1,251 @@
+// SPDX-License-Identifier: MIT
+#include "server/pc_client.hpp"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "base/files.hpp"
+#include "base/text.hpp"
+#include "base/this_host.hpp"
+#include "server/failure.hpp"
+#include "server/tree_program.hpp"
+
+namespace hostadm::server {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string below_tftpboot(const std::string &path) {
+    return path.substr(std::strlen(tftpboot) + 1);
+}
+
+std::string file_of_system(const std::string &system, const char *file) {
+    return std::string(pc_systems) + "/" + system + "/" + file;
+}
+
+bool is_whole_file(const std::string &path) {
+    struct stat file {};
+    return stat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode) && file.st_size > 0;
+}
+
+std::string path_of_open(const base::Descriptor &file) {
+    return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(file.get());
+}
+
+void make_file(const std::string &place, const base::Beneath &root, const std::string &source,
+               Journal &journal) {
+    const base::Descriptor file = root.open_file(source);
+    const Uninterrupted uninterrupted;
+    if (!copy_whole(path_of_open(file), place))
+        fail(Code::system, "cannot copy " + root.path_of(source) + " to " + place);
+    journal.note_made(MadePcFile{place, identity_of(place).value_or(FileIdentity{})});
+}
+
+std::string text_of_menu(const std::string &path) {
+    const base::FileText text = base::read_file(path);
+    if (!text && !text.is_missing())
+        fail(Code::system, "cannot read " + path + ": " + std::strerror(text.error));
+    return text.text;
+}
+
+// 0 or an errno value.
+int put_menu(const std::string &path, const std::string &text) {
+    if (!text.empty())
+        return base::write_file(path, text);
+    return unlink(path.c_str()) == 0 || errno == ENOENT ? 0 : errno;
+}
+
+bool change_menu(const std::string &path, const std::string &text, Journal &journal) {
+    const std::string before = text_of_menu(path);
+    if (before == text)
+        return false;
+    make_directories(parent_of(path), journal);
+    journal.note(ChangedPcMenu{path, before, text});
+    if (const int error = put_menu(path, text); error != 0)
+        fail(Code::system, "cannot write " + path + ": " + std::strerror(error));
+    flush_file_systems({path});
+    return true;
+}
+
+} // namespace
+
+std::optional<PcMenu> pc_menu_of(const std::string &address) {
+    const base::FileText text = base::read_file(pc_menu_path(address));
+    if (address.empty() || !text)
+        return std::nullopt;
+    return read_pc_menu(text.text);
+}
+
+BootLinks pc_links_of(const std::string &address) {
+    const auto menu = pc_menu_of(address);
+    if (!menu)
+        return {};
+    const std::string kernel = file_of_system(menu->system, "vmlinuz");
+    const bool whole = !menu->system.empty() && is_whole_file(kernel) &&
+                       is_whole_file(file_of_system(menu->system, "initrd.img"));
+    return {
+        {below_tftpboot(pc_menu_path(address)), menu->system.empty() ? "" : below_tftpboot(kernel), whole}};
+}
+
+std::string pc_links_state(const BootLinks &links) {
+    if (links.empty())
+        return "no";
+    const BootLink &menu = links.front();
+    if (menu.target.empty())
+        return menu.name + " names no kernel";
+    return menu.whole ? "yes" : "no kernel or initramfs in " + parent_of(menu.target);
+}
+
+PcNetwork pc_network_of(const std::string &address) {
+    const in_addr_t number = inet_addr(address.c_str());
+    for (const PcNetwork &network : pc_networks({}, ""))
+        if ((number & inet_addr(network.netmask.c_str())) == inet_addr(network.network.c_str()))
+            return network;
+    fail(Code::unusable,
+         "no interface of this server is in the network of " + address +
+             ", so that a PC could not be told where it is; give it another address, or the interface "
+             "one of that network");
+}
+
+std::string pc_router(const std::string &interface) {
+    const std::string option = "dhcp-option=tag:" + interface + ",option:router,";
+    std::string router;
+    base::for_each_line(base::file_contents(dhcp_settings_path), [&](std::string_view line) {
+        if (line.starts_with(option))
+            router = line.substr(option.size());
+    });
+    return router;
+}
+
+std::string pc_server_address(const std::string &server, const PcNetwork &network) {
+    const std::string told = base::address_of_host(server);
+    return !told.empty() && !told.starts_with("127.") && base::is_own_address(told) ? told : network.address;
+}
+
+PcKernel newest_kernel_in(const base::Beneath &root) {
+    constexpr std::string_view prefix = "vmlinuz-";
+    if (!root.is_directory("boot"))
+        return {};
+    std::string release;
+    for (const std::string &name : root.names("boot"))
+        // As versions are compared: 6.1.0-10 is newer than 6.1.0-9.
+        if (name.starts_with(prefix) && root.is_file("boot/" + name))
+            if (const std::string other = name.substr(prefix.size());
+                release.empty() || strverscmp(other.c_str(), release.c_str()) > 0)
+                release = other;
+    PcKernel newest;
+    if (!release.empty())
+        newest = {"boot/vmlinuz-" + release, "boot/initrd.img-" + release};
+    else if (root.is_file("boot/vmlinuz"))
+        newest = {"boot/vmlinuz", "boot/initrd.img"};
+    if (!newest.initramfs.empty() && !root.is_file(newest.initramfs))
+        newest.initramfs.clear();
+    return newest;
+}
+
+PcKernel require_kernel(const base::Beneath &root) {
+    const PcKernel newest = newest_kernel_in(root);
+    if (newest.kernel.empty())
+        fail(Code::not_found, "there is no kernel " + root.path_of("boot/vmlinuz-RELEASE") +
+                                  " for a PC; install one there: chroot " + root.path() +
+                                  " apt-get install linux-image-amd64");
+    if (newest.initramfs.empty())
+        fail(Code::not_found, root.path_of(newest.kernel) + " has no initramfs beside it; make it: chroot " +
+                                  root.path() + " update-initramfs -c -k all");
+    return newest;
+}
+
+std::string kernel_release(const base::Descriptor &file) {
+    // The kernel's own boot protocol: a signature, and where the text of its version lies.
+    constexpr off_t signature_place = 0x202, version_place = 0x20e, base_of_version = 0x200;
+    char signature[4] = {}, version[64] = {};
+    std::uint16_t place = 0;
+    if (pread(file.get(), signature, sizeof signature, signature_place) != sizeof signature ||
+        std::memcmp(signature, "HdrS", sizeof signature) != 0 ||
+        pread(file.get(), &place, sizeof place, version_place) != sizeof place || place == 0 ||
+        pread(file.get(), version, sizeof version - 1, base_of_version + place) <= 0)
+        return {};
+    return std::string(base::first_word(version));
+}
+
+std::string kernel_release(const std::string &path) {
+    const base::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    return file.is_open() ? kernel_release(file) : "";
+}
+
+std::string build_network_initramfs(const base::Beneath &root) {
+    const std::string kernel = newest_kernel_in(root).kernel;
+    constexpr std::string_view prefix = "boot/vmlinuz-";
+    if (!kernel.starts_with(prefix))
+        fail(Code::unusable, root.path_of(kernel) + " tells no release, so no initramfs can be made for it");
+    root.make_directories("etc/initramfs-tools/conf.d");
+    root.write("etc/initramfs-tools/conf.d/hostadm",
+               "# For machines that boot from the network.\nBOOT=nfs\nMODULES=most\n");
+    const std::string release = kernel.substr(prefix.size()), initramfs = "boot/initrd.img-" + release;
+    const char *mode = root.is_file(initramfs) ? "-u" : "-c";
+    constexpr unsigned longest = 1800; // seconds, on a slow machine
+    const TreeProgramEnd end =
+        run_in_tree(root.path(), {"/usr/sbin/update-initramfs", mode, "-k", release}, longest);
+    if (!end.well()) {
+        const std::string said(base::trimmed(end.output));
+        fail(Code::system, "the initramfs of " + root.path() +
+                               " cannot be made (update-initramfs ended with status " +
+                               std::to_string(end.status) + "): " + said.substr(said.rfind('\n') + 1));
+    }
+    if (const auto made = root.status(initramfs); !made || made->st_size == 0)
+        fail(Code::no_effect,
+             root.path_of(initramfs) + " is not there, although update-initramfs did not complain");
+    return root.path_of(initramfs);
+}
+
+bool ensure_pc_system(const BootAreaLock &, const std::string &system, const base::Beneath &root,
+                      Journal &journal) {
+    const std::string kernel = file_of_system(system, "vmlinuz"),
+                      initramfs = file_of_system(system, "initrd.img");
+    // One without the other is what a run has left that was cut off: they belong together.
+    if (is_whole_file(kernel) && is_whole_file(initramfs))
+        return false;
+    const PcKernel newest = require_kernel(root);
+    make_directories(parent_of(kernel), journal);
+    make_file(initramfs, root, newest.initramfs, journal);
+    make_file(kernel, root, newest.kernel, journal);
+    flush_file_systems({pc_systems});
+    return true;
+}
+
+bool ensure_pc_menu(const BootAreaLock &, const PcMenu &menu, Journal &journal) {
+    return change_menu(pc_menu_path(menu.address), pc_menu_text(menu), journal);
+}
+
+bool remove_pc_menu(const BootAreaLock &, const std::string &address, Journal &journal) {
+    return change_menu(pc_menu_path(address), "", journal);
+}
+
+std::string take_back(const MadePcFile &made, const UndoContext &) {
+    const BootAreaLock lock;
+    const std::string system = fs::path(made.path).parent_path().filename();
+    for (const std::string &name : pc_menus())
+        if (read_pc_menu(base::file_contents(std::string(pc_boot_tree) + "/" + name)).system == system)
+            return ""; // another client boots from it by now
+    return remove_if_same(made.path, made.identity);
+}
+
+std::string take_back(const ChangedPcMenu &changed, const UndoContext &) {
+    const BootAreaLock lock;
+    const base::FileText now = base::read_file(changed.path);
+    if (now.text != changed.after)
+        return "";
+    const int error = put_menu(changed.path, changed.before);
+    return error == 0 ? "" : changed.path + " (" + std::strerror(error) + ")";
+}
+
+} // namespace hostadm::server
