@@ -131,7 +131,7 @@ said  from \x1b[2J root
 root@far1:
 said  from"
 is "what each says is marked" 0 "far2: clear"
-asked run --json --host far2,off,far1 --connect-timeout 2 far/speak
+asked run --json --host far2,off,far1 --connect-timeout 60 far/speak
 is "one of several fails" 1 "off: far/speak: off "
 [ "$(printf '%s' "$out" | jq -c '[.[] | [.host, .status, .errors[0].code]]')" = '[["far2","done",null],["off","failed",132],["far1","done",null]]' ] ||
     { echo "FAILED: the answers of several hosts as JSON: $out"; failures=$((failures + 1)); }
