@@ -21,7 +21,7 @@ namespace {
 
 constexpr BootStage pc_table[] = {
     {"address", server::Stage::address, learn_address_by_dhcp},
-    {"boot loader", server::Stage::boot_program, load_boot_loaders},
+    {base::translatable("boot loader"), server::Stage::boot_program, load_boot_loaders},
     {"menu", server::Stage::boot_program, load_menu},
     {"kernel", server::Stage::boot_program, load_kernel},
     {"root", server::Stage::root, mount_root},

@@ -68,8 +68,8 @@ Identity identity_of_pc(const Client &old) {
     const std::string system = fs::path(old.boot_program()).parent_path().filename();
     const std::size_t underline = system.rfind('_');
     if (old.boot_links() != "yes" || underline == system.npos)
-        fail(Code::unusable, old.name + " has no menu that the new client could boot by (boot links: " +
-                                 old.boot_links() + ")");
+        fail(Code::unusable, base::tr("{1} has no menu that the new client could boot by (boot links: {2})",
+                                      old.name, old.boot_links()));
     return {"", old.architecture(), system.substr(0, underline), system.substr(underline + 1)};
 }
 

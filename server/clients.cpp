@@ -91,7 +91,7 @@ std::string Client::boot_links() const {
     if (kind() == ClientKind::rpl)
         return rpl_links_state(rpl_key(ethernet), links);
     if (kind() == ClientKind::pc)
-        return address.empty() ? "no address" : pc_links_state(links);
+        return address.empty() ? base::tr("no address") : pc_links_state(links);
     if (kind() == ClientKind::dataless && links.empty())
         return base::tr("boots from its disk");
     const std::string digits = address_digits(address);

@@ -18,6 +18,7 @@
 #include "base/processes.hpp"
 #include "base/program.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/failure.hpp"
 #include "server/files.hpp"
 
@@ -151,20 +152,22 @@ std::string restart_dhcp_server() {
     const bool has_service = !service.empty(), runs = running_dhcp_server().has_value();
     if (!has_service && runs)
         fail(Code::unusable,
-             "dnsmasq runs without a service that could start it anew; end it and run this again");
+             base::tr("dnsmasq runs without a service that could start it anew; end it and run this again"));
     const base::Answer answer =
         has_service ? run({"/usr/sbin/service", service, "restart"}) : run({dhcp_program, settings_folder});
     if (!answer.ending.well())
-        fail(Code::system, "dnsmasq does not start (" + base::in_words(answer.ending) +
-                               "): " + last_line(answer.output) +
-                               (has_service ? "; see `journalctl -u " + service + "`" : ""));
-    return runs ? "dnsmasq was started anew" : "dnsmasq was started";
+        fail(Code::system, has_service
+                               ? base::tr("dnsmasq does not start ({1}): {2}; see `journalctl -u {3}`",
+                                          base::in_words(answer.ending), last_line(answer.output), service)
+                               : base::tr("dnsmasq does not start ({1}): {2}", base::in_words(answer.ending),
+                                          last_line(answer.output)));
+    return runs ? base::tr("dnsmasq was started anew") : base::tr("dnsmasq was started");
 }
 
 void tell_dhcp_server(Report &report) {
     const auto runs = running_dhcp_server();
     if (!runs) {
-        report.warn("DHCP", "dnsmasq does not run, so no PC is answered; run netboot/setup_pc");
+        report.warn("DHCP", base::tr("dnsmasq does not run, so no PC is answered; run netboot/setup_pc"));
         return;
     }
     if (knows_tables(*runs))
@@ -176,9 +179,9 @@ void tell_dhcp_server(Report &report) {
     // By the command, which a preview notes down instead.
     const base::Answer answer = run({"/usr/bin/kill", "-HUP", std::to_string(*runs)});
     if (!answer.ending.well())
-        fail(Code::system, "dnsmasq cannot be told of the tables: kill -HUP " + std::to_string(*runs) + " " +
-                               base::in_words(answer.ending) + " " + last_line(answer.output));
-    report.step("DHCP", true, "dnsmasq reads the tables of hosts and of Ethernet addresses anew");
+        fail(Code::system, base::tr("dnsmasq cannot be told of the tables: kill -HUP {1} {2} {3}", *runs,
+                                    base::in_words(answer.ending), last_line(answer.output)));
+    report.step("DHCP", true, base::tr("dnsmasq reads the tables of hosts and of Ethernet addresses anew"));
 }
 
 std::string take_back(const ChangedDhcpSettings &changed, const UndoContext &) {
@@ -195,7 +198,7 @@ std::string take_back(const ChangedDhcpSettings &changed, const UndoContext &) {
     try {
         restart_dhcp_server();
     } catch (const Failure &failure) {
-        return std::string("the DHCP server as it ran before: ") + failure.what();
+        return base::tr("the DHCP server as it ran before: {1}", failure.what());
     }
     return "";
 }

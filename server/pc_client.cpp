@@ -15,6 +15,7 @@
 #include "base/files.hpp"
 #include "base/text.hpp"
 #include "base/this_host.hpp"
+#include "base/translation.hpp"
 #include "server/failure.hpp"
 #include "server/tree_program.hpp"
 
@@ -46,14 +47,14 @@ void make_file(const std::string &place, const base::Beneath &root, const std::s
     const base::Descriptor file = root.open_file(source);
     const Uninterrupted uninterrupted;
     if (!copy_whole(path_of_open(file), place))
-        fail(Code::system, "cannot copy " + root.path_of(source) + " to " + place);
+        fail(Code::system, base::tr("cannot copy {1} to {2}", root.path_of(source), place));
     journal.note_made(MadePcFile{place, identity_of(place).value_or(FileIdentity{})});
 }
 
 std::string text_of_menu(const std::string &path) {
     const base::FileText text = base::read_file(path);
     if (!text && !text.is_missing())
-        fail(Code::system, "cannot read " + path + ": " + std::strerror(text.error));
+        fail(Code::system, base::tr("cannot read {1}: {2}", path, std::strerror(text.error)));
     return text.text;
 }
 
@@ -71,7 +72,7 @@ bool change_menu(const std::string &path, const std::string &text, Journal &jour
     make_directories(parent_of(path), journal);
     journal.note(ChangedPcMenu{path, before, text});
     if (const int error = put_menu(path, text); error != 0)
-        fail(Code::system, "cannot write " + path + ": " + std::strerror(error));
+        fail(Code::system, base::tr("cannot write {1}: {2}", path, std::strerror(error)));
     flush_file_systems({path});
     return true;
 }
@@ -101,8 +102,8 @@ std::string pc_links_state(const BootLinks &links) {
         return "no";
     const BootLink &menu = links.front();
     if (menu.target.empty())
-        return menu.name + " names no kernel";
-    return menu.whole ? "yes" : "no kernel or initramfs in " + parent_of(menu.target);
+        return base::tr("{1} names no kernel", menu.name);
+    return menu.whole ? "yes" : base::tr("no kernel or initramfs in {1}", parent_of(menu.target));
 }
 
 PcNetwork pc_network_of(const std::string &address) {
@@ -111,9 +112,9 @@ PcNetwork pc_network_of(const std::string &address) {
         if ((number & inet_addr(network.netmask.c_str())) == inet_addr(network.network.c_str()))
             return network;
     fail(Code::unusable,
-         "no interface of this server is in the network of " + address +
-             ", so that a PC could not be told where it is; give it another address, or the interface "
-             "one of that network");
+         base::tr("no interface of this server is in the network of {1}, so that a PC could not be told "
+                  "where it is; give it another address, or the interface one of that network",
+                  address));
 }
 
 std::string pc_router(const std::string &interface) {
@@ -155,12 +156,13 @@ PcKernel newest_kernel_in(const base::Beneath &root) {
 PcKernel require_kernel(const base::Beneath &root) {
     const PcKernel newest = newest_kernel_in(root);
     if (newest.kernel.empty())
-        fail(Code::not_found, "there is no kernel " + root.path_of("boot/vmlinuz-RELEASE") +
-                                  " for a PC; install one there: chroot " + root.path() +
-                                  " apt-get install linux-image-amd64");
+        fail(Code::not_found, base::tr("there is no kernel {1} for a PC; install one there: chroot {2} "
+                                       "apt-get install linux-image-amd64",
+                                       root.path_of("boot/vmlinuz-RELEASE"), root.path()));
     if (newest.initramfs.empty())
-        fail(Code::not_found, root.path_of(newest.kernel) + " has no initramfs beside it; make it: chroot " +
-                                  root.path() + " update-initramfs -c -k all");
+        fail(Code::not_found,
+             base::tr("{1} has no initramfs beside it; make it: chroot {2} update-initramfs -c -k all",
+                      root.path_of(newest.kernel), root.path()));
     return newest;
 }
 
@@ -186,7 +188,8 @@ std::string build_network_initramfs(const base::Beneath &root) {
     const std::string kernel = newest_kernel_in(root).kernel;
     constexpr std::string_view prefix = "boot/vmlinuz-";
     if (!kernel.starts_with(prefix))
-        fail(Code::unusable, root.path_of(kernel) + " tells no release, so no initramfs can be made for it");
+        fail(Code::unusable,
+             base::tr("{1} tells no release, so no initramfs can be made for it", root.path_of(kernel)));
     root.make_directories("etc/initramfs-tools/conf.d");
     root.write("etc/initramfs-tools/conf.d/hostadm",
                "# For machines that boot from the network.\nBOOT=nfs\nMODULES=most\n");
@@ -197,13 +200,13 @@ std::string build_network_initramfs(const base::Beneath &root) {
         run_in_tree(root.path(), {"/usr/sbin/update-initramfs", mode, "-k", release}, longest);
     if (!end.well()) {
         const std::string said(base::trimmed(end.output));
-        fail(Code::system, "the initramfs of " + root.path() +
-                               " cannot be made (update-initramfs ended with status " +
-                               std::to_string(end.status) + "): " + said.substr(said.rfind('\n') + 1));
+        fail(Code::system,
+             base::tr("the initramfs of {1} cannot be made (update-initramfs ended with status {2}): {3}",
+                      root.path(), end.status, said.substr(said.rfind('\n') + 1)));
     }
     if (const auto made = root.status(initramfs); !made || made->st_size == 0)
-        fail(Code::no_effect,
-             root.path_of(initramfs) + " is not there, although update-initramfs did not complain");
+        fail(Code::no_effect, base::tr("{1} is not there, although update-initramfs did not complain",
+                                       root.path_of(initramfs)));
     return root.path_of(initramfs);
 }
 
