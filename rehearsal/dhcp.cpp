@@ -15,6 +15,7 @@
 #include <sys/socket.h>
 
 #include "base/descriptor.hpp"
+#include "base/translation.hpp"
 
 namespace hostadm::rehearsal {
 
@@ -41,7 +42,7 @@ enum Option : std::uint8_t {
 };
 
 [[noreturn]] void fail(const std::string &step) {
-    throw std::runtime_error("cannot " + step + ": " + std::strerror(errno));
+    throw std::runtime_error(base::tr("not possible: {1}: {2}", step, std::strerror(errno)));
 }
 
 std::string two_bytes(unsigned number) {
@@ -125,17 +126,17 @@ public:
     explicit Wire(const std::string &interface)
         : socket_(socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, htons(ip_type))) {
         if (!socket_.is_open())
-            fail("make a packet socket");
+            fail(base::tr("make a packet socket"));
         ifreq request{};
         interface.copy(request.ifr_name, sizeof request.ifr_name - 1);
         if (ioctl(socket_.get(), SIOCGIFHWADDR, &request) != 0)
-            fail("read the Ethernet address of " + interface);
+            fail(base::tr("read the Ethernet address of {1}", interface));
         std::copy_n(request.ifr_hwaddr.sa_data, ethernet.size(), ethernet.begin());
         place_.sll_family = AF_PACKET;
         place_.sll_protocol = htons(ip_type);
         place_.sll_ifindex = static_cast<int>(if_nametoindex(interface.c_str()));
         if (bind(socket_.get(), reinterpret_cast<const sockaddr *>(&place_), sizeof place_) != 0)
-            fail("listen on " + interface);
+            fail(base::tr("listen on {1}", interface));
     }
 
     void broadcast(const std::string &packet) const {
@@ -144,7 +145,7 @@ public:
         std::fill_n(everybody.sll_addr, 6, 0xff);
         if (sendto(socket_.get(), packet.data(), packet.size(), 0,
                    reinterpret_cast<const sockaddr *>(&everybody), sizeof everybody) < 0)
-            fail("send a question for an address");
+            fail(base::tr("send a question for an address"));
     }
 
     // Empty: nothing came until then.

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "rehearsal/dhcp.hpp"
 #include "rehearsal/stages.hpp"
 #include "rehearsal/tftp.hpp"
@@ -30,7 +31,7 @@ std::optional<std::string> load(Journey &journey, const std::string &server, con
     const Started &daemon = journey.daemon(Service::tftp);
     Fetched fetched = fetch_by_tftp(server, file, client_interface, 1000ms);
     const std::string size = std::to_string(fetched.content.size() / 1000) + " kB";
-    journey.note(daemon.start.name, "the file " + file + "?", fetched.whole ? size : fetched.reason,
+    journey.note(daemon.start.name, base::tr("the file {1}?", file), fetched.whole ? size : fetched.reason,
                  !fetched.silent);
     journey.walked.seen["tftp " + file] = fetched.whole    ? fingerprint(fetched.content)
                                           : fetched.silent ? ""
@@ -38,12 +39,13 @@ std::optional<std::string> load(Journey &journey, const std::string &server, con
     const bool is_empty = fetched.whole && fetched.content.empty();
     if (fetched.whole && !is_empty)
         return std::move(fetched.content);
-    const std::string reason = is_empty ? "it is empty" : fetched.reason;
+    const std::string reason = is_empty ? base::tr("it is empty") : fetched.reason;
     journey.find(Severity::error, Stage::boot_program,
                  fetched.silent ? where_of(daemon) : std::string(server::tftpboot) + "/" + file,
-                 "TFTP does not give " + file + ": " + reason +
-                     (fetched.silent ? "; " + why_silent(daemon) : ""),
-                 journey.client.name + " does not boot", "hostadm check " + journey.client.name);
+                 fetched.silent
+                     ? base::tr("TFTP does not give {1}: {2}; {3}", file, reason, why_silent(daemon))
+                     : base::tr("TFTP does not give {1}: {2}", file, reason),
+                 base::tr("{1} does not boot", journey.client.name), "hostadm check " + journey.client.name);
     return std::nullopt;
 }
 
@@ -65,7 +67,7 @@ StageEnd learn_address_by_dhcp(Journey &journey) {
     const Started &daemon = journey.daemon(Service::dhcp);
     if (client.ethernet.empty())
         return end_without_ethernet(journey, daemon);
-    const std::string question = "which address has " + client.ethernet + "?";
+    const std::string question = base::tr("which address has {1}?", client.ethernet);
     for (const auto system : {ClientSystem::bios, ClientSystem::uefi}) {
         const std::string asks =
             question + (system == ClientSystem::bios ? " (DHCP, BIOS)" : " (DHCP, UEFI)");
@@ -74,17 +76,18 @@ StageEnd learn_address_by_dhcp(Journey &journey) {
                      answer.has_value());
         if (!answer) {
             journey.find(Severity::error, Stage::address, where_of(daemon),
-                         "nobody answers the DHCP of " + client.ethernet + "; " + why_silent(daemon),
-                         client.name + " gets no address and does not go on", "hostadm check " + client.name);
-            return failed("no answer to the DHCP of " + client.ethernet);
+                         base::tr("nobody answers the DHCP of {1}; {2}", client.ethernet, why_silent(daemon)),
+                         base::tr("{1} gets no address and does not go on", client.name),
+                         "hostadm check " + client.name);
+            return failed(base::tr("no answer to the DHCP of {1}", client.ethernet));
         }
         if (answer->address != client.address) {
             journey.find(Severity::error, Stage::address, "/etc/ethers",
-                         client.ethernet + " gets the address " + answer->address + ", but " + client.name +
-                             " has " + client.address + " in the hosts table",
-                         client.name + " boots as another host, or not at all",
+                         base::tr("{1} gets the address {2}, but {3} has {4} in the hosts table",
+                                  client.ethernet, answer->address, client.name, client.address),
+                         base::tr("{1} boots as another host, or not at all", client.name),
                          "hostadm check " + client.name);
-            return failed("got " + answer->address + " instead of " + client.address);
+            return failed(base::tr("got {1} instead of {2}", answer->address, client.address));
         }
         journey.boot_files.push_back({answer->boot_server, answer->boot_file});
         journey.own_address = answer->address;
@@ -114,22 +117,25 @@ StageEnd load_menu(Journey &journey) {
     const server::BootparamsItem *root = client.item("root");
     std::string defect;
     if (menu.system.empty() || menu.root.empty())
-        defect = "it names no kernel with a root by NFS";
+        defect = base::tr("it names no kernel with a root by NFS");
     else if (menu.address != journey.own_address)
-        defect = "it tells the kernel the address " + menu.address;
+        defect = base::tr("it tells the kernel the address {1}", menu.address);
     else if (root != nullptr && menu.root != root->path)
-        defect = "it names the root " + menu.root + ", and bootparams " + root->path;
+        defect = base::tr("it names the root {1}, and bootparams {2}", menu.root, root->path);
     else if (!is_own_address(journey.network, menu.server_address))
-        defect = "it names the server " + menu.server_address + ", which is none of this one's addresses";
+        defect =
+            base::tr("it names the server {1}, which is none of this one's addresses", menu.server_address);
     if (!defect.empty()) {
         journey.find(Severity::error, Stage::boot_program, std::string(server::tftpboot) + "/" + file, defect,
-                     client.name + " does not boot what is meant for it", "hostadm check " + client.name);
+                     base::tr("{1} does not boot what is meant for it", client.name),
+                     "hostadm check " + client.name);
         return failed(file + ": " + defect);
     }
     learn_from_menu(journey, menu);
     journey.system = menu.system;
     if (menu.nfs4)
-        journey.walked.not_tried.push_back("NFS of version 4: its root is mounted by version 3 here");
+        journey.walked.not_tried.push_back(
+            base::tr("NFS of version 4: its root is mounted by version 3 here"));
     return passed(file + ": " + menu.system + ", root " + menu.root);
 }
 

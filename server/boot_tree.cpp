@@ -12,6 +12,7 @@
 
 #include "base/program.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/failure.hpp"
 #include "server/files.hpp"
 
@@ -42,14 +43,14 @@ void remove_place_aside() {
     std::error_code error;
     fs::remove_all(place_aside, error);
     if (error)
-        fail(Code::system, "cannot remove " + place_aside + ": " + error.message());
+        fail(Code::system, base::tr("cannot remove {1}: {2}", place_aside, error.message()));
 }
 
 void require_tree_maker() {
     const auto &all = all_firmware();
     if (access(tree_maker, X_OK) != 0 || std::none_of(all.begin(), all.end(), is_installed))
-        fail(Code::missing_program, "GRUB's network files are not installed; install them: apt-get install "
-                                    "grub-common grub-pc-bin grub-efi-amd64-bin");
+        fail(Code::missing_program, base::tr("GRUB's network files are not installed; install them: apt-get "
+                                             "install grub-common grub-pc-bin grub-efi-amd64-bin"));
 }
 
 void make_aside() {
@@ -63,9 +64,8 @@ void make_aside() {
     const auto &all = all_firmware();
     if (answer.ending.well() && std::all_of(all.begin(), all.end(), is_made))
         return;
-    std::string said = std::string(base::trimmed(answer.output));
-    fail(Code::system, "GRUB's network tree cannot be made (grub-mknetdir " + base::in_words(answer.ending) +
-                           "): " + said.substr(said.rfind('\n') + 1));
+    fail(Code::system, base::tr("GRUB's network tree cannot be made (grub-mknetdir {1}): {2}",
+                                base::in_words(answer.ending), base::last_line(answer.output)));
 }
 
 // A client that boots meanwhile finds the old tree or the new one.
@@ -73,7 +73,7 @@ void put_in_place(const fs::path &fresh, const fs::path &place) {
     if (renameat2(AT_FDCWD, fresh.c_str(), AT_FDCWD, place.c_str(), RENAME_NOREPLACE) == 0)
         return;
     if (errno != EEXIST || renameat2(AT_FDCWD, fresh.c_str(), AT_FDCWD, place.c_str(), RENAME_EXCHANGE) != 0)
-        fail_errno("cannot put " + place.string() + " in place");
+        fail_errno(base::tr("cannot put {1} in place", place.string()));
 }
 
 } // namespace
@@ -124,7 +124,7 @@ bool remove_boot_tree(const BootAreaLock &) {
         std::error_code error;
         removed = fs::remove_all(folder, error) > 0 || removed;
         if (error)
-            fail(Code::system, "cannot remove " + folder.string() + ": " + error.message());
+            fail(Code::system, base::tr("cannot remove {1}: {2}", folder.string(), error.message()));
     };
     for (const Firmware &firmware : all_firmware())
         remove(tree / firmware.platform);

@@ -525,7 +525,8 @@ void ClientChange::change_menu(Journal &journal, Report &report) const {
     const BootAreaLock lock;
     if (new_.address != old_.address) {
         if (pc_menu_of(new_.address))
-            fail(Code::taken, "there is a menu " + pc_menu_path(new_.address) + " already; remove it first");
+            fail(Code::taken,
+                 base::tr("there is a menu {1} already; remove it first", pc_menu_path(new_.address)));
         remove_pc_menu(lock, old_.address, journal);
     }
     const bool changed = ensure_pc_menu(lock, *menu, journal);

@@ -18,6 +18,7 @@
 #include "base/processes.hpp"
 #include "base/program.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/failure.hpp"
 #include "server/files.hpp"
 
@@ -65,15 +66,6 @@ base::Answer run(std::vector<std::string> words) {
     constexpr int longest = 60; // seconds
     return base::run_and_listen({.words = std::move(words), .time_limit = longest},
                                 base::Errors::with_output);
-}
-
-std::string last_line(const std::string &text) {
-    std::string last;
-    base::for_each_line(text, [&](std::string_view line) {
-        if (!base::trimmed(line).empty())
-            last = base::trimmed(line);
-    });
-    return last;
 }
 
 } // namespace
@@ -132,7 +124,9 @@ OtherDhcpSettings other_dhcp_settings(const std::string &file, const std::string
 
 std::string defect_of_dhcp_settings() {
     const base::Answer answer = run({dhcp_program, "--test", settings_folder});
-    return answer.ending.well() ? "" : last_line(answer.output) + " (" + base::in_words(answer.ending) + ")";
+    return answer.ending.well()
+               ? ""
+               : std::string(base::last_line(answer.output)) + " (" + base::in_words(answer.ending) + ")";
 }
 
 namespace {
@@ -146,25 +140,27 @@ std::string service_name() {
 
 } // namespace
 
-std::string restart_dhcp_server() {
+std::string restart_dhcp_server(bool runs) {
     const std::string service = service_name();
-    const bool has_service = !service.empty(), runs = running_dhcp_server().has_value();
+    const bool has_service = !service.empty();
     if (!has_service && runs)
         fail(Code::unusable,
-             "dnsmasq runs without a service that could start it anew; end it and run this again");
+             base::tr("dnsmasq runs without a service that could start it anew; end it and run this again"));
     const base::Answer answer =
         has_service ? run({"/usr/sbin/service", service, "restart"}) : run({dhcp_program, settings_folder});
     if (!answer.ending.well())
-        fail(Code::system, "dnsmasq does not start (" + base::in_words(answer.ending) +
-                               "): " + last_line(answer.output) +
-                               (has_service ? "; see `journalctl -u " + service + "`" : ""));
-    return runs ? "dnsmasq was started anew" : "dnsmasq was started";
+        fail(Code::system,
+             has_service ? base::tr("dnsmasq does not start ({1}): {2}; see `journalctl -u {3}`",
+                                    base::in_words(answer.ending), base::last_line(answer.output), service)
+                         : base::tr("dnsmasq does not start ({1}): {2}", base::in_words(answer.ending),
+                                    base::last_line(answer.output)));
+    return runs ? base::tr("dnsmasq was started anew") : base::tr("dnsmasq was started");
 }
 
 void tell_dhcp_server(Report &report) {
     const auto runs = running_dhcp_server();
     if (!runs) {
-        report.warn("DHCP", "dnsmasq does not run, so no PC is answered; run netboot/setup_pc");
+        report.warn("DHCP", base::tr("dnsmasq does not run, so no PC is answered; run netboot/setup_pc"));
         return;
     }
     if (knows_tables(*runs))
@@ -176,9 +172,9 @@ void tell_dhcp_server(Report &report) {
     // By the command, which a preview notes down instead.
     const base::Answer answer = run({"/usr/bin/kill", "-HUP", std::to_string(*runs)});
     if (!answer.ending.well())
-        fail(Code::system, "dnsmasq cannot be told of the tables: kill -HUP " + std::to_string(*runs) + " " +
-                               base::in_words(answer.ending) + " " + last_line(answer.output));
-    report.step("DHCP", true, "dnsmasq reads the tables of hosts and of Ethernet addresses anew");
+        fail(Code::system, base::tr("dnsmasq cannot be told of the tables: kill -HUP {1} {2} {3}", *runs,
+                                    base::in_words(answer.ending), base::last_line(answer.output)));
+    report.step("DHCP", true, base::tr("dnsmasq reads the tables of hosts and of Ethernet addresses anew"));
 }
 
 std::string take_back(const ChangedDhcpSettings &changed, const UndoContext &) {
@@ -193,9 +189,9 @@ std::string take_back(const ChangedDhcpSettings &changed, const UndoContext &) {
     if (changed.ran == 0)
         return "";
     try {
-        restart_dhcp_server();
+        restart_dhcp_server(true);
     } catch (const Failure &failure) {
-        return std::string("the DHCP server as it ran before: ") + failure.what();
+        return base::tr("the DHCP server as it ran before: {1}", failure.what());
     }
     return "";
 }

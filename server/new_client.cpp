@@ -334,12 +334,13 @@ void read_pc_words(const Call &call, NewClient &client) {
     if (call.get("boot") == "pc")
         client.kind = ClientKind::pc;
     else if (client.nfs4 || !client.kernel_words.empty())
-        refuse("nfs and kernel_words are for a PC; give boot=pc too");
+        refuse(base::tr("nfs and kernel_words are for a PC; give boot=pc too"));
     if (client.kind == ClientKind::pc && call.given("boot_program"))
-        refuse("a PC boots the kernel of its root and no boot_program");
+        refuse(base::tr("a PC boots the kernel of its root and no boot_program"));
     for (const std::string_view word : base::words_of(client.kernel_words))
         if (is_told_already(word))
-            refuse("kernel_words: " + std::string(word) + " is told of what this server knows of the client");
+            refuse(base::tr("kernel_words: {1} is told of what this server knows of the client",
+                            std::string(word)));
 }
 
 } // namespace

@@ -304,20 +304,22 @@ private:
         boots_pcs_ = true;
         if (!root.is_file("usr/sbin/update-initramfs")) {
             report_.warn("initramfs",
-                         place + " has no update-initramfs; PCs boot it with the initramfs that is in " +
-                             "its boot, if that finds a root by NFS (package initramfs-tools)");
+                         base::tr("{1} has no update-initramfs; PCs boot it with the initramfs that is in "
+                                  "its boot, if that finds a root by NFS (package initramfs-tools)",
+                                  place));
             return;
         }
-        call_.progress("making the initramfs of " + place + ", which takes a minute");
+        call_.progress(base::tr("making the initramfs of {1}, which takes a minute", place));
         try {
             report_.step("initramfs", true, build_network_initramfs(root));
         } catch (const CannotEnterTree &failure) {
             const std::string there = newest_kernel_in(root).initramfs, why = failure.what();
             if (there.empty())
-                fail(Code::system, "the initramfs of " + place + " cannot be made: " + why + "; make it in " +
-                                       wanted_.tree + " first: chroot " + wanted_.tree +
-                                       " update-initramfs -c -k all");
-            report_.warn("initramfs", "that of the tree counts, since none can be made here: " + why);
+                fail(Code::system, base::tr("the initramfs of {1} cannot be made: {2}; make it in {3} first: "
+                                            "chroot {3} update-initramfs -c -k all",
+                                            place, why, wanted_.tree));
+            report_.warn("initramfs",
+                         base::tr("that of the tree counts, since none can be made here: {1}", why));
         }
     }
 

@@ -8,13 +8,16 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
+#include "base/descriptor.hpp"
 #include "base/files.hpp"
 #include "base/text.hpp"
 #include "base/this_host.hpp"
+#include "base/translation.hpp"
 #include "server/failure.hpp"
 #include "server/tree_program.hpp"
 
@@ -37,23 +40,37 @@ bool is_whole_file(const std::string &path) {
     return stat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode) && file.st_size > 0;
 }
 
-std::string path_of_open(const base::Descriptor &file) {
-    return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(file.get());
+// By its descriptor: where other processes are hidden, as in a preview, no path leads to what is open here.
+bool copy_whole(const base::Descriptor &from, const std::string &place) {
+    const std::string fresh = parent_of(place) + "/." + fs::path(place).filename().string() + ".new";
+    unlink(fresh.c_str()); // of a run that was cut off
+    base::Descriptor file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+    constexpr std::size_t at_once = 1 << 20;
+    ssize_t copied = file.is_open() ? 1 : -1;
+    while (copied > 0)
+        copied = sendfile(file.get(), from.get(), nullptr, at_once);
+    if (copied == 0 && fsync(file.get()) == 0 && file.close() == 0 &&
+        rename(fresh.c_str(), place.c_str()) == 0)
+        return true;
+    const int reason = errno;
+    unlink(fresh.c_str());
+    errno = reason;
+    return false;
 }
 
 void make_file(const std::string &place, const base::Beneath &root, const std::string &source,
                Journal &journal) {
     const base::Descriptor file = root.open_file(source);
     const Uninterrupted uninterrupted;
-    if (!copy_whole(path_of_open(file), place))
-        fail(Code::system, "cannot copy " + root.path_of(source) + " to " + place);
+    if (!copy_whole(file, place))
+        fail_errno(base::tr("cannot copy {1} to {2}", root.path_of(source), place));
     journal.note_made(MadePcFile{place, identity_of(place).value_or(FileIdentity{})});
 }
 
 std::string text_of_menu(const std::string &path) {
     const base::FileText text = base::read_file(path);
     if (!text && !text.is_missing())
-        fail(Code::system, "cannot read " + path + ": " + std::strerror(text.error));
+        fail(Code::system, base::tr("cannot read {1}: {2}", path, std::strerror(text.error)));
     return text.text;
 }
 
@@ -71,7 +88,7 @@ bool change_menu(const std::string &path, const std::string &text, Journal &jour
     make_directories(parent_of(path), journal);
     journal.note(ChangedPcMenu{path, before, text});
     if (const int error = put_menu(path, text); error != 0)
-        fail(Code::system, "cannot write " + path + ": " + std::strerror(error));
+        fail(Code::system, base::tr("cannot write {1}: {2}", path, std::strerror(error)));
     flush_file_systems({path});
     return true;
 }
@@ -101,8 +118,8 @@ std::string pc_links_state(const BootLinks &links) {
         return "no";
     const BootLink &menu = links.front();
     if (menu.target.empty())
-        return menu.name + " names no kernel";
-    return menu.whole ? "yes" : "no kernel or initramfs in " + parent_of(menu.target);
+        return base::tr("{1} names no kernel", menu.name);
+    return menu.whole ? "yes" : base::tr("no kernel or initramfs in {1}", parent_of(menu.target));
 }
 
 PcNetwork pc_network_of(const std::string &address) {
@@ -111,9 +128,9 @@ PcNetwork pc_network_of(const std::string &address) {
         if ((number & inet_addr(network.netmask.c_str())) == inet_addr(network.network.c_str()))
             return network;
     fail(Code::unusable,
-         "no interface of this server is in the network of " + address +
-             ", so that a PC could not be told where it is; give it another address, or the interface "
-             "one of that network");
+         base::tr("no interface of this server is in the network of {1}, so that a PC could not be told "
+                  "where it is; give it another address, or the interface one of that network",
+                  address));
 }
 
 std::string pc_router(const std::string &interface) {
@@ -155,12 +172,13 @@ PcKernel newest_kernel_in(const base::Beneath &root) {
 PcKernel require_kernel(const base::Beneath &root) {
     const PcKernel newest = newest_kernel_in(root);
     if (newest.kernel.empty())
-        fail(Code::not_found, "there is no kernel " + root.path_of("boot/vmlinuz-RELEASE") +
-                                  " for a PC; install one there: chroot " + root.path() +
-                                  " apt-get install linux-image-amd64");
+        fail(Code::not_found, base::tr("there is no kernel {1} for a PC; install one there: chroot {2} "
+                                       "apt-get install linux-image-amd64",
+                                       root.path_of("boot/vmlinuz-RELEASE"), root.path()));
     if (newest.initramfs.empty())
-        fail(Code::not_found, root.path_of(newest.kernel) + " has no initramfs beside it; make it: chroot " +
-                                  root.path() + " update-initramfs -c -k all");
+        fail(Code::not_found,
+             base::tr("{1} has no initramfs beside it; make it: chroot {2} update-initramfs -c -k all",
+                      root.path_of(newest.kernel), root.path()));
     return newest;
 }
 
@@ -186,7 +204,8 @@ std::string build_network_initramfs(const base::Beneath &root) {
     const std::string kernel = newest_kernel_in(root).kernel;
     constexpr std::string_view prefix = "boot/vmlinuz-";
     if (!kernel.starts_with(prefix))
-        fail(Code::unusable, root.path_of(kernel) + " tells no release, so no initramfs can be made for it");
+        fail(Code::unusable,
+             base::tr("{1} tells no release, so no initramfs can be made for it", root.path_of(kernel)));
     root.make_directories("etc/initramfs-tools/conf.d");
     root.write("etc/initramfs-tools/conf.d/hostadm",
                "# For machines that boot from the network.\nBOOT=nfs\nMODULES=most\n");
@@ -196,14 +215,13 @@ std::string build_network_initramfs(const base::Beneath &root) {
     const TreeProgramEnd end =
         run_in_tree(root.path(), {"/usr/sbin/update-initramfs", mode, "-k", release}, longest);
     if (!end.well()) {
-        const std::string said(base::trimmed(end.output));
-        fail(Code::system, "the initramfs of " + root.path() +
-                               " cannot be made (update-initramfs ended with status " +
-                               std::to_string(end.status) + "): " + said.substr(said.rfind('\n') + 1));
+        fail(Code::system,
+             base::tr("the initramfs of {1} cannot be made (update-initramfs ended with status {2}): {3}",
+                      root.path(), end.status, base::last_line(end.output)));
     }
     if (const auto made = root.status(initramfs); !made || made->st_size == 0)
-        fail(Code::no_effect,
-             root.path_of(initramfs) + " is not there, although update-initramfs did not complain");
+        fail(Code::no_effect, base::tr("{1} is not there, although update-initramfs did not complain",
+                                       root.path_of(initramfs)));
     return root.path_of(initramfs);
 }
 

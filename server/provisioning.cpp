@@ -38,10 +38,10 @@ void warn_of_another_kernel(const std::string &kernel, const base::Beneath &root
     const std::string newest = newest_kernel_in(root).kernel, there = kernel_release(kernel);
     const std::string wanted = newest.empty() ? "" : kernel_release(root.open_file(newest));
     if (!wanted.empty() && !there.empty() && wanted != there)
-        report.warn("kernel", kernel + " is " + there +
-                                  " and stays, since other clients may boot it; the newest of " +
-                                  root.path() + " is " + wanted +
-                                  "; to replace it and its initramfs, copy them from the root's boot");
+        report.warn("kernel",
+                    base::tr("{1} is {2} and stays, since other clients may boot it; the newest of {3} is "
+                             "{4}; to replace it and its initramfs, copy them from the root's boot",
+                             kernel, there, root.path(), wanted));
 }
 
 void make_rpl_area(method::Call &call, const NewClient &client, Journal &journal, Report &report) {
@@ -56,7 +56,7 @@ void make_rpl_area(method::Call &call, const NewClient &client, Journal &journal
 }
 
 void make_pc_area(method::Call &call, const NewClient &client, Journal &journal, Report &report) {
-    call.progress("making the menu and what it boots");
+    call.progress(base::tr("making the menu and what it boots"));
     make_tftpboot_dir(call.method().c_str());
     const BootAreaLock lock;
     const base::Beneath root(client.root, base::Links::inside);
@@ -68,8 +68,8 @@ void make_pc_area(method::Call &call, const NewClient &client, Journal &journal,
     report.step("menu", ensure_pc_menu(lock, menu, journal), pc_menu_path(client.address));
     for (const Firmware &firmware : all_firmware())
         if (!is_served(firmware))
-            report.warn("boot loader", std::string("PCs with ") + firmware.name +
-                                           " cannot boot yet; run netboot/setup_pc once");
+            report.warn("boot loader",
+                        base::tr("PCs with {1} cannot boot yet; run netboot/setup_pc once", firmware.name));
 }
 
 void fill_new_root(method::Call &call, const NewClient &client, Journal &journal, Report &report) {
@@ -186,7 +186,8 @@ void look_after_pc(Report &report) {
     tell_dhcp_server(report);
     for (const BootDaemon &daemon : boot_daemons())
         if (is_met_by_pc(daemon) && !daemon.running)
-            report.warn(daemon.service, daemon.name + " does not run; start it: " + daemon.advice);
+            report.warn(daemon.service,
+                        base::tr("{1} does not run; start it: {2}", daemon.name, daemon.advice));
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 
 #include "base/files.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm/method.hpp"
 #include "server/boot_area.hpp"
 #include "server/boot_tree.hpp"
@@ -30,8 +31,9 @@ const Description description{
 
 void require_no_clients() {
     if (const std::vector<std::string> menus = pc_menus(); !menus.empty())
-        fail(Code::taken, "PCs boot from this server by " + base::joined(menus) +
-                              "; remove those clients first (client/remove)");
+        fail(Code::taken,
+             base::tr("PCs boot from this server by {1}; remove those clients first (client/remove)",
+                      base::joined(menus)));
 }
 
 // False: there are none of ours.
@@ -40,16 +42,16 @@ bool remove_settings() {
     if (!is_own_dhcp_settings(there.text))
         return false;
     if (unlink(dhcp_settings_path) != 0)
-        fail_errno(std::string("cannot remove ") + dhcp_settings_path);
+        fail_errno(base::tr("cannot remove {1}", dhcp_settings_path));
     flush_file_systems({dhcp_settings_path});
     if (running_dhcp_server())
-        restart_dhcp_server();
+        restart_dhcp_server(true);
     return true;
 }
 
 int work(Call &call) {
     if (geteuid() != 0)
-        fail(Code::not_root, "only root may take this away");
+        fail(Code::not_root, base::tr("only root may take this away"));
     const Claims claims(call.method(), "PCs",
                         {{Claim::Kind::path, pc_boot_tree}, {Claim::Kind::path, dhcp_settings_path}});
     require_no_clients();

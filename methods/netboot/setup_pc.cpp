@@ -7,6 +7,7 @@
 
 #include "base/files.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "hostadm.h"
 #include "hostadm/method.hpp"
 #include "server/boot_area.hpp"
@@ -56,13 +57,12 @@ std::vector<std::string> interfaces_asked_for(const Call &call) {
 void require_dhcp_program() {
     if (access(dhcp_program, X_OK) != 0)
         fail(Code::missing_program,
-             std::string(dhcp_program) +
-                 ", which tells PCs their addresses, is missing; install it: apt-get install "
-                 "dnsmasq");
+             base::tr("{1}, which tells PCs their addresses, is missing; install it: apt-get install dnsmasq",
+                      std::string(dhcp_program)));
 }
 
 void make_tree(Call &call, Journal &journal, Report &report) {
-    call.progress("making GRUB's network tree");
+    call.progress(base::tr("making GRUB's network tree"));
     make_tftpboot_dir(call.method().c_str());
     const BootAreaLock lock;
     const bool made = ensure_boot_tree(lock, journal);
@@ -71,9 +71,8 @@ void make_tree(Call &call, Journal &journal, Report &report) {
         if (is_served(firmware))
             served += (served.empty() ? "" : ", ") + std::string(firmware.name);
         else
-            report.warn(firmware.name, std::string("PCs with ") + firmware.name +
-                                           " are not served; install " + firmware.package +
-                                           " and run this again");
+            report.warn(firmware.name, base::tr("PCs with {1} are not served; install {2} and run this again",
+                                                firmware.name, firmware.package));
     report.step("boot loader", made, std::string(pc_boot_tree) + " for " + served);
 }
 
@@ -81,44 +80,46 @@ bool write_settings(const std::vector<PcNetwork> &networks, Journal &journal) {
     const std::string wanted = dhcp_settings(networks, other_dhcp_settings());
     const base::FileText there = base::read_file(dhcp_settings_path);
     if (!there && !there.is_missing())
-        fail(Code::system,
-             std::string("cannot read ") + dhcp_settings_path + ": " + std::strerror(there.error));
+        fail(Code::system, base::tr("cannot read {1}: {2}", dhcp_settings_path, std::strerror(there.error)));
     if (there && there.text == wanted)
         return false;
     if (there && !is_own_dhcp_settings(there.text))
-        fail(Code::taken, std::string(dhcp_settings_path) +
-                              " is there already and was not written by this; give it another name first");
+        fail(Code::taken,
+             base::tr("{1} is there already and was not written by this; give it another name first",
+                      std::string(dhcp_settings_path)));
     make_directories(parent_of(dhcp_settings_path), journal);
     journal.note(ChangedDhcpSettings{there.text, running_dhcp_server().has_value()});
     if (const int error = base::write_file(dhcp_settings_path, wanted); error != 0)
-        fail(Code::system, std::string("cannot write ") + dhcp_settings_path + ": " + std::strerror(error));
+        fail(Code::system, base::tr("cannot write {1}: {2}", dhcp_settings_path, std::strerror(error)));
     if (const std::string defect = defect_of_dhcp_settings(); !defect.empty())
-        fail(Code::unusable, "dnsmasq does not accept these settings beside its other ones: " + defect);
+        fail(Code::unusable,
+             base::tr("dnsmasq does not accept these settings beside its other ones: {1}", defect));
     return true;
 }
 
 void serve_settings(Call &call, const std::vector<PcNetwork> &networks, Journal &journal, Report &report) {
-    call.progress("telling the DHCP server");
+    call.progress(base::tr("telling the DHCP server"));
     for (const PcNetwork &network : networks)
         report.step("network", false, network.interface + " " + network.network + "/" + network.netmask);
+    const auto runs = running_dhcp_server(); // before anything is started to look at the settings
     const bool written = write_settings(networks, journal);
     report.step("DHCP settings", written, dhcp_settings_path);
-    const auto runs = running_dhcp_server();
     if (!written && runs && has_read(*runs, dhcp_settings_path))
-        report.step("DHCP", false, "dnsmasq serves them");
+        report.step("DHCP", false, base::tr("dnsmasq serves them"));
     else
-        report.step("DHCP", true, restart_dhcp_server());
+        report.step("DHCP", true, restart_dhcp_server(runs.has_value()));
 }
 
 void look_after_tftp(Report &report) {
     for (const BootDaemon &daemon : boot_daemons())
         if (daemon.service == "TFTP" && !daemon.running)
-            report.warn(daemon.service, daemon.name + " does not run; start it: " + daemon.advice);
+            report.warn(daemon.service,
+                        base::tr("{1} does not run; start it: {2}", daemon.name, daemon.advice));
 }
 
 int work(Call &call) {
     if (geteuid() != 0)
-        fail(Code::not_root, "only root may set this up");
+        fail(Code::not_root, base::tr("only root may set this up"));
     const std::vector<PcNetwork> networks = pc_networks(interfaces_asked_for(call), call.get("router"));
     const Claims claims(call.method(), "PCs",
                         {{Claim::Kind::path, pc_boot_tree}, {Claim::Kind::path, dhcp_settings_path}});

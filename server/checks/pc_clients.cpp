@@ -10,6 +10,7 @@
 #include "base/beneath.hpp"
 #include "base/files.hpp"
 #include "base/text.hpp"
+#include "base/translation.hpp"
 #include "server/boot_tree.hpp"
 #include "server/checks/subjects.hpp"
 #include "server/pc_client.hpp"
@@ -33,33 +34,37 @@ Finding of_dhcp(const std::string &where, const std::string &what, const std::st
     return {.stage = Stage::address,
             .where = where,
             .what = what,
-            .why = "no PC is told its address and what to boot",
+            .why = base::tr("no PC is told its address and what to boot"),
             .repair = repair};
 }
 
 Findings dhcp_findings(const Snapshot &server) {
     const PcService &service = server.pc;
     if (service.settings.empty())
-        return {of_dhcp(service.settings_path, "the settings of the DHCP server are missing", setup)};
+        return {
+            of_dhcp(service.settings_path, base::tr("the settings of the DHCP server are missing"), setup)};
     if (!service.process) {
         const bool taken = server.daemons.is_open(Socket::Kind::udp, dhcp_port, 0);
-        return {of_dhcp(
-            "dnsmasq", taken ? "it does not run, and another program has its port 67" : "it does not run",
-            taken ? "ss -lunp sport = :67 # tells which; end that; " + std::string(restart) : restart)};
+        return {of_dhcp("dnsmasq",
+                        taken ? base::tr("it does not run, and another program has its port 67")
+                              : base::tr("it does not run"),
+                        taken ? "ss -lunp sport = :67 # tells which; end that; " + std::string(restart)
+                              : restart)};
     }
     const std::string place = "dnsmasq, process " + std::to_string(*service.process);
     Findings found;
     if (!service.knows_settings)
-        found.push_back(
-            of_dhcp(place, "it was started before " + service.settings_path + " was changed", restart));
+        found.push_back(of_dhcp(
+            place, base::tr("it was started before {1} was changed", service.settings_path), restart));
     else if (server.daemons.sockets_known && !server.daemons.is_open(Socket::Kind::udp, dhcp_port, 0))
-        found.push_back(of_dhcp(place, "it has no socket for DHCP", restart));
+        found.push_back(of_dhcp(place, base::tr("it has no socket for DHCP"), restart));
     if (!service.knows_tables)
-        found.push_back({.stage = Stage::address,
-                         .where = place,
-                         .what = "it has not read /etc/hosts and /etc/ethers since they were changed",
-                         .why = "PCs that were added or changed since are not answered as the tables say",
-                         .repair = "kill -HUP " + std::to_string(*service.process)});
+        found.push_back(
+            {.stage = Stage::address,
+             .where = place,
+             .what = base::tr("it has not read /etc/hosts and /etc/ethers since they were changed"),
+             .why = base::tr("PCs that were added or changed since are not answered as the tables say"),
+             .repair = "kill -HUP " + std::to_string(*service.process)});
     return found;
 }
 
@@ -75,8 +80,8 @@ Findings tree_findings(const Snapshot &server) {
                 {.severity = any ? Severity::warning : Severity::error,
                  .stage = Stage::boot_program,
                  .where = tree + "/" + firmware.platform,
-                 .what = std::string("the boot loader for PCs with ") + firmware.name + " is missing",
-                 .why = std::string("PCs with ") + firmware.name + " load nothing",
+                 .what = base::tr("the boot loader for PCs with {1} is missing", firmware.name),
+                 .why = base::tr("PCs with {1} load nothing", firmware.name),
                  .repair = std::string("apt-get install grub-common ") + firmware.package + " && " + setup});
     return found;
 }
@@ -110,11 +115,12 @@ public:
 
     Findings all() {
         if (text_.is_missing())
-            add(path_, "the menu is missing", rewritten());
+            add(path_, base::tr("the menu is missing"), rewritten());
         else if (!text_)
-            add(path_, "the menu cannot be read", "chmod 644 " + path_);
+            add(path_, base::tr("the menu cannot be read"), "chmod 644 " + path_);
         else if (menu_.system.empty() || menu_.root.empty())
-            add(path_, "the menu is of another hand: it boots no system of this server with a root by NFS",
+            add(path_,
+                base::tr("the menu is of another hand: it boots no system of this server with a root by NFS"),
                 rewritten());
         else {
             check_words();
@@ -126,15 +132,16 @@ public:
 private:
     void add(const std::string &where, const std::string &what, const std::string &repair,
              Severity severity = Severity::error) {
-        found_.push_back({.severity = severity,
-                          .stage = Stage::boot_program,
-                          .client = client_.name,
-                          .where = where,
-                          .what = what,
-                          .why = severity == Severity::error
-                                     ? client_.name + " does not boot what is meant for it"
-                                     : client_.name + " boots another kernel than its root's newest",
-                          .repair = repair});
+        found_.push_back(
+            {.severity = severity,
+             .stage = Stage::boot_program,
+             .client = client_.name,
+             .where = where,
+             .what = what,
+             .why = severity == Severity::error
+                        ? base::tr("{1} does not boot what is meant for it", client_.name)
+                        : base::tr("{1} boots another kernel than its root's newest", client_.name),
+             .repair = repair});
     }
 
     // The command that writes the menu as it is to be.
@@ -160,14 +167,15 @@ private:
 
     void check_words() {
         if (!client_.root.empty() && menu_.root != client_.root)
-            add(path_, "the menu names the root " + menu_.root + ", and bootparams " + client_.root,
+            add(path_, base::tr("the menu names the root {1}, and bootparams {2}", menu_.root, client_.root),
                 rewritten());
         else if (!server_.network.is_own(ntohl(inet_addr(menu_.server_address.c_str()))))
             add(path_,
-                "the menu names the server " + menu_.server_address + ", which is no address of this one",
+                base::tr("the menu names the server {1}, which is no address of this one",
+                         menu_.server_address),
                 rewritten());
         else if (menu_.address != client_.address)
-            add(path_, "the menu tells it the address " + menu_.address + ", not " + client_.address,
+            add(path_, base::tr("the menu tells it the address {1}, not {2}", menu_.address, client_.address),
                 rewritten());
     }
 
@@ -195,12 +203,12 @@ private:
         const std::string again = copied(newest.kernel, "KERNEL", kernel) + " && " +
                                   copied(newest.initramfs, "INITRAMFS", initramfs);
         if (!is_whole_file(kernel))
-            add(kernel, "the kernel is missing or empty", again);
+            add(kernel, base::tr("the kernel is missing or empty"), again);
         else if (!is_whole_file(initramfs))
-            add(initramfs, "the initramfs is missing or empty", again);
+            add(initramfs, base::tr("the initramfs is missing or empty"), again);
         else if (const std::string there = kernel_release(kernel);
                  !release.empty() && !there.empty() && there != release)
-            add(kernel, "the kernel is " + there + ", and the newest of its root " + release, again,
+            add(kernel, base::tr("the kernel is {1}, and the newest of its root {2}", there, release), again,
                 Severity::warning);
     }
 
