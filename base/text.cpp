@@ -51,6 +51,15 @@ std::string joined(const std::vector<std::string> &words, std::string_view separ
     return all;
 }
 
+std::string_view last_line(std::string_view text) {
+    std::string_view last;
+    for_each_line(text, [&](std::string_view line) {
+        if (!trimmed(line).empty())
+            last = trimmed(line);
+    });
+    return last;
+}
+
 std::string lower_case(std::string_view text) {
     std::string lower(text);
     std::transform(lower.begin(), lower.end(), lower.begin(),

@@ -23,6 +23,9 @@ std::vector<std::string_view> split(std::string_view text, char separator);
 // What stands behind the last slash of a path.
 std::string_view last_component(std::string_view path);
 
+// The last line that is not blank, trimmed; of what a program said that is most often its complaint.
+std::string_view last_line(std::string_view text);
+
 std::string lower_case(std::string_view text);
 std::string joined(const std::vector<std::string> &words, std::string_view separator = ", ");
 

@@ -72,8 +72,7 @@ StageEnd learn_address_by_dhcp(Journey &journey) {
         const std::string asks =
             question + (system == ClientSystem::bios ? " (DHCP, BIOS)" : " (DHCP, UEFI)");
         const auto answer = ask_dhcp(client_interface, system, patience, tries);
-        journey.note(daemon.start.name, asks,
-                     answer ? base::tr("{1}, boot {2}", answer->address, answer->boot_file) : "",
+        journey.note(daemon.start.name, asks, answer ? answer->address + ", boot " + answer->boot_file : "",
                      answer.has_value());
         if (!answer) {
             journey.find(Severity::error, Stage::address, where_of(daemon),
@@ -95,7 +94,7 @@ StageEnd learn_address_by_dhcp(Journey &journey) {
         journey.server_address = answer->server;
     }
     take_learned_address(journey);
-    return passed(base::tr("{1} from {2}", journey.own_address, journey.server_address));
+    return passed(journey.own_address + " from " + journey.server_address);
 }
 
 StageEnd load_boot_loaders(Journey &journey) {
@@ -137,7 +136,7 @@ StageEnd load_menu(Journey &journey) {
     if (menu.nfs4)
         journey.walked.not_tried.push_back(
             base::tr("NFS of version 4: its root is mounted by version 3 here"));
-    return passed(base::tr("{1}: {2}, root {3}", file, menu.system, menu.root));
+    return passed(file + ": " + menu.system + ", root " + menu.root);
 }
 
 StageEnd load_kernel(Journey &journey) {

@@ -20,14 +20,14 @@ namespace hostadm::rehearsal {
 namespace {
 
 constexpr BootStage pc_table[] = {
-    {"address", server::Stage::address, learn_address_by_dhcp},
+    {base::translatable("address"), server::Stage::address, learn_address_by_dhcp},
     {base::translatable("boot loader"), server::Stage::boot_program, load_boot_loaders},
-    {"menu", server::Stage::boot_program, load_menu},
-    {"kernel", server::Stage::boot_program, load_kernel},
-    {"root", server::Stage::root, mount_root},
-    {"start", server::Stage::start, read_what_starts},
-    {"write", server::Stage::start, write_to_root},
-    {"swap", server::Stage::swap, use_swap},
+    {base::translatable("menu"), server::Stage::boot_program, load_menu},
+    {base::translatable("kernel"), server::Stage::boot_program, load_kernel},
+    {base::translatable("root"), server::Stage::root, mount_root},
+    {base::translatable("start"), server::Stage::start, read_what_starts},
+    {base::translatable("write"), server::Stage::start, write_to_root},
+    {base::translatable("swap"), server::Stage::swap, use_swap},
 };
 
 constexpr BootStage table[] = {

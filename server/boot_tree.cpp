@@ -64,9 +64,8 @@ void make_aside() {
     const auto &all = all_firmware();
     if (answer.ending.well() && std::all_of(all.begin(), all.end(), is_made))
         return;
-    std::string said = std::string(base::trimmed(answer.output));
     fail(Code::system, base::tr("GRUB's network tree cannot be made (grub-mknetdir {1}): {2}",
-                                base::in_words(answer.ending), said.substr(said.rfind('\n') + 1)));
+                                base::in_words(answer.ending), base::last_line(answer.output)));
 }
 
 // A client that boots meanwhile finds the old tree or the new one.

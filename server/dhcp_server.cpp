@@ -68,15 +68,6 @@ base::Answer run(std::vector<std::string> words) {
                                 base::Errors::with_output);
 }
 
-std::string last_line(const std::string &text) {
-    std::string last;
-    base::for_each_line(text, [&](std::string_view line) {
-        if (!base::trimmed(line).empty())
-            last = base::trimmed(line);
-    });
-    return last;
-}
-
 } // namespace
 
 std::optional<int> running_dhcp_server(const std::string &proc) {
@@ -133,7 +124,9 @@ OtherDhcpSettings other_dhcp_settings(const std::string &file, const std::string
 
 std::string defect_of_dhcp_settings() {
     const base::Answer answer = run({dhcp_program, "--test", settings_folder});
-    return answer.ending.well() ? "" : last_line(answer.output) + " (" + base::in_words(answer.ending) + ")";
+    return answer.ending.well()
+               ? ""
+               : std::string(base::last_line(answer.output)) + " (" + base::in_words(answer.ending) + ")";
 }
 
 namespace {
@@ -147,20 +140,20 @@ std::string service_name() {
 
 } // namespace
 
-std::string restart_dhcp_server() {
+std::string restart_dhcp_server(bool runs) {
     const std::string service = service_name();
-    const bool has_service = !service.empty(), runs = running_dhcp_server().has_value();
+    const bool has_service = !service.empty();
     if (!has_service && runs)
         fail(Code::unusable,
              base::tr("dnsmasq runs without a service that could start it anew; end it and run this again"));
     const base::Answer answer =
         has_service ? run({"/usr/sbin/service", service, "restart"}) : run({dhcp_program, settings_folder});
     if (!answer.ending.well())
-        fail(Code::system, has_service
-                               ? base::tr("dnsmasq does not start ({1}): {2}; see `journalctl -u {3}`",
-                                          base::in_words(answer.ending), last_line(answer.output), service)
-                               : base::tr("dnsmasq does not start ({1}): {2}", base::in_words(answer.ending),
-                                          last_line(answer.output)));
+        fail(Code::system,
+             has_service ? base::tr("dnsmasq does not start ({1}): {2}; see `journalctl -u {3}`",
+                                    base::in_words(answer.ending), base::last_line(answer.output), service)
+                         : base::tr("dnsmasq does not start ({1}): {2}", base::in_words(answer.ending),
+                                    base::last_line(answer.output)));
     return runs ? base::tr("dnsmasq was started anew") : base::tr("dnsmasq was started");
 }
 
@@ -180,7 +173,7 @@ void tell_dhcp_server(Report &report) {
     const base::Answer answer = run({"/usr/bin/kill", "-HUP", std::to_string(*runs)});
     if (!answer.ending.well())
         fail(Code::system, base::tr("dnsmasq cannot be told of the tables: kill -HUP {1} {2} {3}", *runs,
-                                    base::in_words(answer.ending), last_line(answer.output)));
+                                    base::in_words(answer.ending), base::last_line(answer.output)));
     report.step("DHCP", true, base::tr("dnsmasq reads the tables of hosts and of Ethernet addresses anew"));
 }
 
@@ -196,7 +189,7 @@ std::string take_back(const ChangedDhcpSettings &changed, const UndoContext &) {
     if (changed.ran == 0)
         return "";
     try {
-        restart_dhcp_server();
+        restart_dhcp_server(true);
     } catch (const Failure &failure) {
         return base::tr("the DHCP server as it ran before: {1}", failure.what());
     }

@@ -29,9 +29,9 @@ OtherDhcpSettings other_dhcp_settings(const std::string &file = "/etc/dnsmasq.co
 // What it says against the settings as they are now; empty: nothing.
 std::string defect_of_dhcp_settings();
 
-// Makes it read its settings: it is started, or started anew. What was done, in words; throws Failure with what it
+// Makes it read its settings: it is started or, where it runs, started anew. What was done, in words; throws Failure with what it
 // said when it does not come up.
-std::string restart_dhcp_server();
+std::string restart_dhcp_server(bool runs);
 
 // Tells a server that runs of the tables as they are now, unless it knows; one that does not run is told of.
 void tell_dhcp_server(Report &report);

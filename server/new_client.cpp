@@ -339,7 +339,8 @@ void read_pc_words(const Call &call, NewClient &client) {
         refuse(base::tr("a PC boots the kernel of its root and no boot_program"));
     for (const std::string_view word : base::words_of(client.kernel_words))
         if (is_told_already(word))
-            refuse(base::tr("kernel_words: {1} is told of what this server knows of the client", word));
+            refuse(base::tr("kernel_words: {1} is told of what this server knows of the client",
+                            std::string(word)));
 }
 
 } // namespace

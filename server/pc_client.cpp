@@ -8,10 +8,12 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
+#include "base/descriptor.hpp"
 #include "base/files.hpp"
 #include "base/text.hpp"
 #include "base/this_host.hpp"
@@ -38,16 +40,30 @@ bool is_whole_file(const std::string &path) {
     return stat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode) && file.st_size > 0;
 }
 
-std::string path_of_open(const base::Descriptor &file) {
-    return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(file.get());
+// By its descriptor: where other processes are hidden, as in a preview, no path leads to what is open here.
+bool copy_whole(const base::Descriptor &from, const std::string &place) {
+    const std::string fresh = parent_of(place) + "/." + fs::path(place).filename().string() + ".new";
+    unlink(fresh.c_str()); // of a run that was cut off
+    base::Descriptor file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+    constexpr std::size_t at_once = 1 << 20;
+    ssize_t copied = file.is_open() ? 1 : -1;
+    while (copied > 0)
+        copied = sendfile(file.get(), from.get(), nullptr, at_once);
+    if (copied == 0 && fsync(file.get()) == 0 && file.close() == 0 &&
+        rename(fresh.c_str(), place.c_str()) == 0)
+        return true;
+    const int reason = errno;
+    unlink(fresh.c_str());
+    errno = reason;
+    return false;
 }
 
 void make_file(const std::string &place, const base::Beneath &root, const std::string &source,
                Journal &journal) {
     const base::Descriptor file = root.open_file(source);
     const Uninterrupted uninterrupted;
-    if (!copy_whole(path_of_open(file), place))
-        fail(Code::system, base::tr("cannot copy {1} to {2}", root.path_of(source), place));
+    if (!copy_whole(file, place))
+        fail_errno(base::tr("cannot copy {1} to {2}", root.path_of(source), place));
     journal.note_made(MadePcFile{place, identity_of(place).value_or(FileIdentity{})});
 }
 
@@ -199,10 +215,9 @@ std::string build_network_initramfs(const base::Beneath &root) {
     const TreeProgramEnd end =
         run_in_tree(root.path(), {"/usr/sbin/update-initramfs", mode, "-k", release}, longest);
     if (!end.well()) {
-        const std::string said(base::trimmed(end.output));
         fail(Code::system,
              base::tr("the initramfs of {1} cannot be made (update-initramfs ended with status {2}): {3}",
-                      root.path(), end.status, said.substr(said.rfind('\n') + 1)));
+                      root.path(), end.status, base::last_line(end.output)));
     }
     if (const auto made = root.status(initramfs); !made || made->st_size == 0)
         fail(Code::no_effect, base::tr("{1} is not there, although update-initramfs did not complain",

@@ -186,7 +186,8 @@ void look_after_pc(Report &report) {
     tell_dhcp_server(report);
     for (const BootDaemon &daemon : boot_daemons())
         if (is_met_by_pc(daemon) && !daemon.running)
-            report.warn(daemon.service, daemon.name + " does not run; start it: " + daemon.advice);
+            report.warn(daemon.service,
+                        base::tr("{1} does not run; start it: {2}", daemon.name, daemon.advice));
 }
 
 } // namespace

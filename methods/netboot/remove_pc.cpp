@@ -45,7 +45,7 @@ bool remove_settings() {
         fail_errno(base::tr("cannot remove {1}", dhcp_settings_path));
     flush_file_systems({dhcp_settings_path});
     if (running_dhcp_server())
-        restart_dhcp_server();
+        restart_dhcp_server(true);
     return true;
 }
 

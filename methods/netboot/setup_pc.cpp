@@ -58,7 +58,7 @@ void require_dhcp_program() {
     if (access(dhcp_program, X_OK) != 0)
         fail(Code::missing_program,
              base::tr("{1}, which tells PCs their addresses, is missing; install it: apt-get install dnsmasq",
-                      dhcp_program));
+                      std::string(dhcp_program)));
 }
 
 void make_tree(Call &call, Journal &journal, Report &report) {
@@ -73,7 +73,7 @@ void make_tree(Call &call, Journal &journal, Report &report) {
         else
             report.warn(firmware.name, base::tr("PCs with {1} are not served; install {2} and run this again",
                                                 firmware.name, firmware.package));
-    report.step("boot loader", made, base::tr("{1} for {2}", pc_boot_tree, served));
+    report.step("boot loader", made, std::string(pc_boot_tree) + " for " + served);
 }
 
 bool write_settings(const std::vector<PcNetwork> &networks, Journal &journal) {
@@ -86,7 +86,7 @@ bool write_settings(const std::vector<PcNetwork> &networks, Journal &journal) {
     if (there && !is_own_dhcp_settings(there.text))
         fail(Code::taken,
              base::tr("{1} is there already and was not written by this; give it another name first",
-                      dhcp_settings_path));
+                      std::string(dhcp_settings_path)));
     make_directories(parent_of(dhcp_settings_path), journal);
     journal.note(ChangedDhcpSettings{there.text, running_dhcp_server().has_value()});
     if (const int error = base::write_file(dhcp_settings_path, wanted); error != 0)
@@ -101,13 +101,13 @@ void serve_settings(Call &call, const std::vector<PcNetwork> &networks, Journal 
     call.progress(base::tr("telling the DHCP server"));
     for (const PcNetwork &network : networks)
         report.step("network", false, network.interface + " " + network.network + "/" + network.netmask);
+    const auto runs = running_dhcp_server(); // before anything is started to look at the settings
     const bool written = write_settings(networks, journal);
     report.step("DHCP settings", written, dhcp_settings_path);
-    const auto runs = running_dhcp_server();
     if (!written && runs && has_read(*runs, dhcp_settings_path))
         report.step("DHCP", false, base::tr("dnsmasq serves them"));
     else
-        report.step("DHCP", true, restart_dhcp_server());
+        report.step("DHCP", true, restart_dhcp_server(runs.has_value()));
 }
 
 void look_after_tftp(Report &report) {

@@ -51,7 +51,7 @@ Findings dhcp_findings(const Snapshot &server) {
                         taken ? "ss -lunp sport = :67 # tells which; end that; " + std::string(restart)
                               : restart)};
     }
-    const std::string place = base::tr("dnsmasq, process {1}", *service.process);
+    const std::string place = "dnsmasq, process " + std::to_string(*service.process);
     Findings found;
     if (!service.knows_settings)
         found.push_back(of_dhcp(

@@ -25,6 +25,13 @@ TEST(LastComponent, StandsBehindTheLastSlash) {
     EXPECT_EQ(last_component("/a/"), "");
 }
 
+TEST(LastLine, IsTheLastThatIsNotBlank) {
+    EXPECT_EQ(last_line("one\n two \n\n"), "two");
+    EXPECT_EQ(last_line("one"), "one");
+    EXPECT_EQ(last_line("\n \n"), "");
+    EXPECT_EQ(last_line(""), "");
+}
+
 TEST(BootparamsItem, HasAServerWhenItHasAColon) {
     const auto item = split_item("root=server:/export/root/a:b");
     ASSERT_TRUE(item);
