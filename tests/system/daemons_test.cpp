@@ -327,9 +327,12 @@ TEST_F(RealDaemons, AreStartedOnceForWhatIsShared) {
     EXPECT_EQ(only_call("/usr/lib/nfs/mountd").arguments, (std::vector<std::string>{"/usr/lib/nfs/mountd"}));
     EXPECT_EQ(only_call("/usr/lib/nfs/nfsd").arguments,
               (std::vector<std::string>{"/usr/lib/nfs/nfsd", "-a", "16"}));
+    std::filesystem::remove("/usr/sbin/share"); // a preview asks it what is shared
 }
 
 TEST_F(RealDaemons, UserIsToldWhenNoClientFindsADaemon) {
+    // That of another test dies in its own time.
+    tests::eventually([] { return check_daemon("mountd", nullptr) != HOSTADM_DAEMON_RUNNING; });
     const auto run = hostadm("run host/start_daemon path=/usr/lib/nfs/mountd");
     only_call("/usr/lib/nfs/mountd");
     EXPECT_THAT(run.output, HasSubstr("started"));
