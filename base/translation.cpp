@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "base/translation.hpp"
 
+#include <cerrno>
 #include <clocale>
 #include <libintl.h>
 
@@ -34,6 +35,18 @@ void find_catalogue() {
     static_cast<void>(found);
 }
 
+// A text is often made to tell what errno says.
+class KeptErrno {
+public:
+    KeptErrno() = default;
+    ~KeptErrno() { errno = value_; }
+    KeptErrno(const KeptErrno &) = delete;
+    KeptErrno &operator=(const KeptErrno &) = delete;
+
+private:
+    int value_ = errno;
+};
+
 bool is_digit(char c) {
     return c >= '1' && c <= '9';
 }
@@ -60,11 +73,13 @@ const char *tr(const char *text) {
     // The empty text would find the catalogue's head.
     if (*text == '\0')
         return text;
+    const KeptErrno kept;
     find_catalogue();
     return dgettext(domain, text);
 }
 
 const char *plural(unsigned long count, const char *one, const char *many) {
+    const KeptErrno kept;
     find_catalogue();
     return dngettext(domain, one, many, count);
 }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <cerrno>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -32,6 +33,13 @@ TEST(Text, TakesWordsNumbersAndLetters) {
 TEST(Text, IsItselfWhereThereIsNoTranslation) {
     EXPECT_STREQ(tr("this is in no catalogue"), "this is in no catalogue");
     EXPECT_STREQ(tr(""), ""); // and not the head of the catalogue
+}
+
+TEST(Text, LeavesWhatErrnoSays) {
+    errno = ENOSPC;
+    EXPECT_NE(tr("{1} is in no catalogue", "x"), "");
+    EXPECT_NE(tr_n(2, "{1} file", "{1} files"), "");
+    EXPECT_EQ(errno, ENOSPC);
 }
 
 TEST(Text, HasTwoFormsByANumber) {

@@ -33,8 +33,9 @@ check() { # WHAT COMMAND...
 }
 
 # An absolute destination would leave the prefix and change this system, so look before installing. The adapters in compat/
-# have such destinations; they are a component of their own that is installed on request only.
-if find "$build" -path "$build/compat" -prune -o -name cmake_install.cmake -exec grep -h 'DESTINATION "/' {} + | grep .; then
+# and their manual pages in other languages have such destinations; they are a component of their own that is installed on
+# request only.
+if find "$build" -path "$build/compat" -prune -o -path "$build/po" -prune -o -name cmake_install.cmake -exec grep -h 'DESTINATION "/' {} + | grep .; then
     echo "FAILED: the above would be installed outside the prefix"
     exit 1
 fi
