@@ -113,9 +113,10 @@ void set_up_a_server() {
         standin::start(daemon, "-a");
     }
     standin::place("/usr/sbin/rpld", {.stay = true});
-    standin::place("/usr/sbin/dnsmasq", {.stay = true});
+    standin::place("/usr/sbin/dnsmasq"); // content with its settings
+    standin::place("/usr/lib/service/dnsmasq", {.stay = true});
     standin::place("/etc/init.d/dnsmasq");
-    standin::place("/usr/sbin/service");
+    standin::place("/usr/sbin/service", {.script = "/usr/lib/service/dnsmasq >/dev/null 2>&1 &"});
     for (const char *path :
          {"/export", "/tftpboot", "/rplboot", "/etc/dfs", "/etc/ethers", "/etc/bootparams"})
         fs::remove_all(path);
