@@ -226,7 +226,9 @@ class _ClientAddDiskless:
         install_hierarchy: Text | None = ...,
         boot_program: Text | None = ...,
         root: Literal["new", "adopt"] | None = ...,
-        boot: Literal["tftp", "rpl"] | None = ...,
+        boot: Literal["tftp", "rpl", "pc"] | None = ...,
+        kernel_words: str | Iterable[str] | None = ...,
+        nfs: Literal["3", "4"] | None = ...,
         rootpath: Text | None = ...,
         swappath: Text | None = ...,
         swap_size: int | str | None = ...,
@@ -250,7 +252,9 @@ class _ClientAddDiskless:
         install_hierarchy: Text | None = ...,
         boot_program: Text | None = ...,
         root: Literal["new", "adopt"] | None = ...,
-        boot: Literal["tftp", "rpl"] | None = ...,
+        boot: Literal["tftp", "rpl", "pc"] | None = ...,
+        kernel_words: str | Iterable[str] | None = ...,
+        nfs: Literal["3", "4"] | None = ...,
         rootpath: Text | None = ...,
         swappath: Text | None = ...,
         swap_size: int | str | None = ...,
@@ -1533,6 +1537,52 @@ class _NetbootCleanupTftpboot:
     ) -> Preview[Answer]:
         """What the run would answer, change and call."""
 
+class _NetbootRemovePc:
+    """take away what netboot/setup_pc has made: no PC is answered any more"""
+
+    description: Description
+    def __call__(
+        self,
+    ) -> Answer:
+        """take away what netboot/setup_pc has made: no PC is answered any more"""
+    def preview(
+        self,
+    ) -> Preview[Answer]:
+        """What the run would answer, change and call."""
+
+class _NetbootSetupPcRow(Fields):
+    @property
+    def step(self) -> str: ...
+    @property
+    def result(self) -> str: ...
+    @property
+    def detail(self) -> str: ...
+
+class _NetbootSetupPcAnswer(Answer):
+    rows: tuple[_NetbootSetupPcRow, ...]
+    def __iter__(self) -> Iterator[_NetbootSetupPcRow]: ...
+
+class _NetbootSetupPc:
+    """let PCs boot from this server, with BIOS or UEFI: a boot loader's network tree, and a DHCP server that
+    answers known clients only"""
+
+    description: Description
+    def __call__(
+        self,
+        *,
+        interface: str | None = ...,
+        router: str | IPv4Address | None = ...,
+    ) -> _NetbootSetupPcAnswer:
+        """let PCs boot from this server, with BIOS or UEFI: a boot loader's network tree, and a DHCP server
+        that answers known clients only"""
+    def preview(
+        self,
+        *,
+        interface: str | None = ...,
+        router: str | IPv4Address | None = ...,
+    ) -> Preview[_NetbootSetupPcAnswer]:
+        """What the run would answer, change and call."""
+
 class _NetbootSetupRplbootAnswer(Answer):
     @property
     def boot_program(self) -> str: ...
@@ -1964,6 +2014,8 @@ class _Install(MethodClass):
 class _Netboot(MethodClass):
     cleanup_rplboot: _NetbootCleanupRplboot
     cleanup_tftpboot: _NetbootCleanupTftpboot
+    remove_pc: _NetbootRemovePc
+    setup_pc: _NetbootSetupPc
     setup_rplboot: _NetbootSetupRplboot
     setup_tftpboot: _NetbootSetupTftpboot
 

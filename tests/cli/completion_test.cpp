@@ -100,8 +100,10 @@ TEST_F(Completion, OffersCommandsAndTheirOptions) {
     EXPECT_THAT(offered("''"), Not(Contains("serve")));
     EXPECT_THAT(offered("''"), Not(Contains("complete")));
     EXPECT_THAT(offered("--v"), ElementsAre("--version"));
-    EXPECT_THAT(offered("run --"), UnorderedElementsAre("--json", "--from", "--host", "--help"));
-    EXPECT_THAT(offered("run --json --"), UnorderedElementsAre("--from", "--host", "--help"));
+    EXPECT_THAT(offered("run --"),
+                UnorderedElementsAre("--json", "--from", "--host", "--sudo", "--connect-timeout",
+                                     "--answer-timeout", "--at-once", "--help"));
+    EXPECT_THAT(offered("preview --json --"), Not(Contains("--json"))) << "it is given already";
     EXPECT_THAT(offered("preview --then status --th"), ElementsAre("--then"));
     EXPECT_THAT(offered("preview --then st"), ElementsAre("status"));
     EXPECT_THAT(offered("preview --then=st"), ElementsAre("--then=status"));
