@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "rehearsal/rehearsal.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
+#include <optional>
 #include <stdexcept>
 #include <sys/mman.h>
+#include <thread>
+#include <vector>
 
 #include "base/descriptor.hpp"
 #include "base/files.hpp"
@@ -52,6 +56,21 @@ std::string names_from_outside(const BootingClient &client) {
     return lines;
 }
 
+// The mount daemon may be registered a moment later than its server serves.
+std::optional<std::vector<Exported>> exports_of(const std::vector<Started> &daemons,
+                                                const std::string &server) {
+    constexpr auto patience = std::chrono::seconds(3);
+    const bool runs = std::any_of(daemons.begin(), daemons.end(), [](const Started &daemon) {
+        return daemon.start.service == Service::nfs && daemon.failure.empty();
+    });
+    auto exports = export_list(server);
+    for (const auto begin = Clock::now(); runs && !exports && Clock::now() - begin < patience;) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        exports = export_list(server);
+    }
+    return exports;
+}
+
 int walk_inside(const BootingClient &client, const Network &network, const std::string &interface,
                 const std::vector<DaemonStart> &starts, const std::string &more_hosts, int result,
                 const std::function<void(const StageResult &)> &tell) {
@@ -62,7 +81,7 @@ int walk_inside(const BootingClient &client, const Network &network, const std::
         const Cable cable(network, interface, client.ethernet);
         const std::string server = own_address_towards(network, client.address);
         const std::vector<Started> daemons = start_daemons(starts, server);
-        const auto exports = export_list(server.empty() ? "127.0.0.1" : server);
+        const auto exports = exports_of(daemons, server.empty() ? "127.0.0.1" : server);
         cable.go_to_client();
         Walked walked = walk(client, network, cable, daemons, tell);
         if (exports)
