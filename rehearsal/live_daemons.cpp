@@ -354,6 +354,9 @@ void compare_exports(Live &live) {
                       daemon.pid == 0 ? "exportfs -ra" : "kill -HUP " + std::to_string(daemon.pid));
         return;
     }
+    // Its list alone says nothing: what is the client's is not for this server.
+    if (daemon.name == "ganesha.nfsd")
+        return;
     bool to_others = false;
     if (!exports(*list, root->path, live.client, to_others))
         live.find(Stage::root, daemon,
