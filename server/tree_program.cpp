@@ -85,9 +85,11 @@ void give_up_rights() {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     enter(tree);
     give_up_rights();
-    const base::Descriptor nothing(open("/dev/null", O_RDONLY));
-    if (dup2(nothing.get(), STDIN_FILENO) < 0 || dup2(output, STDOUT_FILENO) < 0 ||
-        dup2(output, STDERR_FILENO) < 0 || syscall(SYS_close_range, STDERR_FILENO + 1, ~0U, 0) != 0)
+    const base::Descriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    // It may have got the number itself, and then dup2 changes nothing.
+    if (dup2(nothing.get(), STDIN_FILENO) < 0 || fcntl(STDIN_FILENO, F_SETFD, 0) != 0 ||
+        dup2(output, STDOUT_FILENO) < 0 || dup2(output, STDERR_FILENO) < 0 ||
+        syscall(SYS_close_range, STDERR_FILENO + 1, ~0U, 0) != 0)
         fail(base::tr("hand over its descriptors"));
     sigset_t none;
     sigemptyset(&none);
