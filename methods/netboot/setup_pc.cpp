@@ -47,11 +47,11 @@ const Description description{
 };
 
 std::vector<std::string> interfaces_asked_for(const Call &call) {
-    std::vector<std::string> names;
-    if (call.given("interface"))
-        for (const std::string_view name : base::split(call.get("interface"), ','))
-            names.emplace_back(name);
-    return names;
+    if (!call.given("interface"))
+        return {};
+    const std::string asked = call.get("interface");
+    const auto names = base::split(asked, ',');
+    return {names.begin(), names.end()};
 }
 
 void require_dhcp_program() {
