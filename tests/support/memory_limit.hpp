@@ -8,13 +8,11 @@
 #include <fstream>
 #include <sys/resource.h>
 
-// The address sanitizer reserves terabytes and cannot live under a limit.
-#if defined(__SANITIZE_ADDRESS__)
-#    define SKIP_WITHOUT_MEMORY_LIMIT()                                                                      \
-        GTEST_SKIP() << "address space cannot be limited under the address sanitizer"
-#else
-#    define SKIP_WITHOUT_MEMORY_LIMIT() static_cast<void>(0)
-#endif
+// There when the program runs under the address sanitizer, which reserves terabytes and cannot live under a limit.
+extern "C" [[gnu::weak]] void __asan_init();
+#define SKIP_WITHOUT_MEMORY_LIMIT()                                                                          \
+    if (__asan_init != nullptr)                                                                              \
+    GTEST_SKIP() << "address space cannot be limited under the address sanitizer"
 
 namespace tests {
 
