@@ -16,6 +16,10 @@ const std::string aside = "/usr/libexec/hostadm/names/";
 
 } // namespace
 
+std::string how_to_install_adapters() {
+    return HOSTADM_INSTALL_ADAPTERS;
+}
+
 std::string missing_command(const std::string &path, const std::string &purpose) {
     if (access(path.c_str(), X_OK) == 0)
         return {};
@@ -24,9 +28,8 @@ std::string missing_command(const std::string &path, const std::string &purpose)
             "{1}, which {2}, is not there, because Debian has a program of that name; let hostadm's come "
             "before it: hostadm-names take",
             path, purpose);
-    return base::tr("{1}, which {2}, is missing; the adapters that come with hostadm bring it (cmake "
-                    "--install BUILD --component compat)",
-                    path, purpose);
+    return base::tr("{1}, which {2}, is missing; the adapters that come with hostadm bring it ({3})", path,
+                    purpose, how_to_install_adapters());
 }
 
 void require_command(const std::string &path, const std::string &purpose) {

@@ -15,6 +15,7 @@
 #include "base/program.hpp"
 #include "base/text.hpp"
 #include "base/translation.hpp"
+#include "server/adapters.hpp"
 #include "server/boot_area.hpp"
 #include "server/client_kind.hpp"
 #include "server/clients.hpp"
@@ -206,9 +207,8 @@ void require_units() {
                 "{1}.service is masked, so that it never starts; take that back first: systemctl unmask {1}",
                 service));
         if (!is_installed(service + ".service"))
-            throw std::runtime_error(base::tr(
-                "there is no {1}{2}.service; install the adapters: cmake --install build --component compat",
-                units, service));
+            throw std::runtime_error(base::tr("there is no {1}{2}.service; install the adapters: {3}", units,
+                                              service, how_to_install_adapters()));
     }
 }
 

@@ -8,6 +8,7 @@
 
 #include "base/text.hpp"
 #include "base/translation.hpp"
+#include "server/adapters.hpp"
 #include "server/checks/client_needs.hpp"
 #include "server/checks/subjects.hpp"
 #include "server/roots.hpp"
@@ -133,7 +134,7 @@ Findings shares_of_server(const Snapshot &server) {
                          .where = "/usr/sbin/share",
                          .what = base::tr("the share command is missing"),
                          .why = base::tr("nothing of {1} is shared when this server boots", table),
-                         .repair = "cmake --install build --component compat"});
+                         .repair = how_to_install_adapters()});
     return found;
 }
 

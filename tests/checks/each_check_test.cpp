@@ -8,7 +8,9 @@
 #include <sys/sysmacros.h>
 
 #include "checks/good_snapshot.hpp"
+#include "server/adapters.hpp"
 #include "server/checks/daemon_findings.hpp"
+#include "server/checks/subjects.hpp"
 #include "server/pc_area.hpp"
 
 using namespace hostadm::server;
@@ -514,6 +516,15 @@ TEST(Daemons, ThatAreNotInstalledAreToldWithTheirPackage) {
     EXPECT_THAT(defect_of_daemon(wanted)->what, HasSubstr("Debian has no package"));
     wanted.programs = {"/bin/sh"};
     EXPECT_THAT(defect_of_daemon(wanted)->what, HasSubstr("does not run"));
+}
+
+TEST(ShareCommand, ThatIsMissingIsRepairedByWhatInstallsTheAdapters) {
+    GoodServer good;
+    good.snapshot.has_share_command = false;
+    const Findings found = shares_of_server(good.snapshot);
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found[0].where, "/usr/sbin/share");
+    EXPECT_EQ(found[0].repair, how_to_install_adapters());
 }
 
 TEST_P(EachFault, IsFoundByItsCheck) {

@@ -14,7 +14,7 @@ TEST(Adapters, ThatAreMissingAreNamedWithTheWayToGetThem) {
     const std::string path = scratch.path("share");
     EXPECT_THAT(missing_command(path, "shares directories"),
                 testing::AllOf(testing::HasSubstr(path + ", which shares directories, is missing"),
-                               testing::HasSubstr("--component compat")));
+                               testing::HasSubstr("(" + how_to_install_adapters() + ")")));
     try {
         require_command(path, "shares directories");
         FAIL() << "it is not there";

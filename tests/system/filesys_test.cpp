@@ -212,7 +212,7 @@ TEST_F(RealFilesys, UserIsToldWhatBringsAMissingCommand) {
     EXPECT_EQ(mounted.status, 1);
     EXPECT_THAT(mounted.error,
                 HasSubstr("/usr/sbin/mount, which mounts file systems, is missing; the adapters that "
-                          "come with hostadm bring it (cmake --install BUILD --component compat)"));
+                          "come with hostadm bring it (cmake --install build --component compat)"));
     const auto unmounted = hostadm("run filesystem/unmount mountpt=/tmp takeeffect=nowonly");
     EXPECT_EQ(unmounted.status, 1);
     EXPECT_THAT(unmounted.error, HasSubstr("/usr/sbin/umount, which unmounts file systems, is missing; "));
@@ -482,7 +482,7 @@ TEST_F(RealFilesys, UserIsToldWhatBringsAMissingShareCommand) {
     EXPECT_EQ(shared.status, 1);
     EXPECT_THAT(shared.error,
                 HasSubstr("/usr/sbin/share, which shares directories, is missing; the adapters that "
-                          "come with hostadm bring it (cmake --install BUILD --component compat)"));
+                          "come with hostadm bring it (cmake --install build --component compat)"));
     const auto of_client = hostadm("run filesystem/unshare pathname=/export/home client=c1");
     EXPECT_EQ(of_client.status, 1);
     EXPECT_THAT(of_client.error, HasSubstr("/usr/sbin/share, which knows the shares, is missing; "));
