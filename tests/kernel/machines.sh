@@ -9,8 +9,11 @@ server=192.168.1.1
 # To talk to us, to end, and to bear an emulator that loses ticks.
 kernel_words="console=ttyS0 panic=-1 quiet no_timer_check"
 shopt -s extglob
-limit=${KERNEL_BOOT_LIMIT:-240} # seconds that one boot may take; 4 to 20 are usual
-width=3   # machines that are on at the same time
+limit=${KERNEL_BOOT_LIMIT:-400} # seconds that one boot may take; 4 to 35 are usual
+# Machines that are on at the same time. A boot loader waits for each piece of a file, and starves beside more of them.
+width=$(nproc)
+((width >= 2)) || width=2
+((width <= 4)) || width=4
 memory=256 # MB of each
 until='MARKER .* boot |NETBOOT [^ ]* FAILED|Kernel panic|grub> ' # what a console says last
 consoles=/tmp/consoles wire=/tmp/wire
@@ -35,8 +38,8 @@ check() { # check TITLE COMMAND...: passes when COMMAND succeeds
         printf '%s\n' "$output" | tail -15 | sed 's/^/        /'
     fi
 }
-soon() { # at most 30 s, 5 ms apart
-    for _ in $(seq 6000); do "$@" >/dev/null 2>&1 && return; sleep 0.005; done
+soon() { # at most two minutes, 5 ms apart
+    for _ in $(seq 24000); do "$@" >/dev/null 2>&1 && return; sleep 0.005; done
     "$@"
 }
 refused() { ! "$@"; }
@@ -156,10 +159,12 @@ plug_in() {
     done
 }
 
+# Without the network cards' own programs, which take longer than all else that a machine does before its kernel.
+without_firmware() { plugged=("${plugged[@]/#virtio-net-pci,/virtio-net-pci,romfile=,}"); }
+
 # power_on NAME UNTIL WORD...: an emulated machine, until its console says UNTIL, it switches itself off or the time is
-# up; or until the command in off_when, looked at while the console is silent, succeeds. Each line of its console, $consoles/NAME, begins with the milliseconds since the machine was switched on; the
-# first tells when that was. The processor is always emulated: a /dev/kvm that opens may still be unable to run an
-# ordinary kernel.
+# up. Each line of its console, $consoles/NAME, begins with the milliseconds since the machine was switched on; the first
+# tells when that was. The processor is always emulated: a /dev/kvm that opens may still be unable to run an ordinary kernel.
 power_on() {
     local name=$1 until=$2 line='' part begin machine out status
     shift 2
@@ -174,8 +179,7 @@ power_on() {
             status=$?
             line+=${part//$'\r'/}
             [[ $line != *$'\e'* ]] || line=${line//$'\e['*([0-9;?=])[A-Za-z]/} # how a screen is drawn
-            if [[ $line =~ $until ]] || { ((status)) && ((status <= 128)); } ||
-                { ((status)) && ${off_when:-false} >/dev/null 2>&1; }; then
+            if [[ $line =~ $until ]] || { ((status)) && ((status <= 128)); }; then
                 echo "$(($(now) - begin)) $line"
                 break
             fi
@@ -205,11 +209,12 @@ wrote() { # wrote NAME CLIENT
 
 # ---- its boot, the old way -----------------------------------------------------------------------------------------
 
-# old_way NAME NUMBER...: a kernel that knows nothing but its network cards' addresses.
+# old_way NAME NUMBER...: a kernel that knows nothing but its network cards' addresses, and has no firmware for them.
 old_way() {
     local name=$1
     shift
     plug_in "$@"
+    without_firmware
     side_by_side power_on "$name" "$until" -m "$memory" "${plugged[@]}" \
         -kernel "$kernel" -initrd /tmp/initrd.img -append "$kernel_words boot=old"
 }
@@ -232,7 +237,7 @@ pc() {
     local name=$1 number=$2 firmware=$3
     plug_in "$number"
     if [ "$firmware" = UEFI ]; then # by itself, not by a program on the network card
-        plugged[3]+=,romfile=
+        without_firmware
         plugged+=(-bios /usr/share/ovmf/OVMF.fd)
     fi
     side_by_side patiently "$name" "$until" -m "$memory" -machine "pc,graphics=off" "${plugged[@]}"
@@ -253,6 +258,7 @@ menu() {
 pc_directly() {
     local file words
     plug_in "$2"
+    without_firmware
     read -r file words <<<"$(menu "$2" linux)"
     side_by_side power_on "$1" "$until" -m "$memory" "${plugged[@]}" \
         -kernel "/tftpboot/$file" -initrd "/tftpboot/$(menu "$2" initrd)" -append "$words"
