@@ -9,7 +9,7 @@ server=192.168.1.1
 # To talk to us, to end, and to bear an emulator that loses ticks.
 kernel_words="console=ttyS0 panic=-1 quiet no_timer_check"
 shopt -s extglob
-limit=${KERNEL_BOOT_LIMIT:-400} # seconds that one boot may take; 4 to 35 are usual
+limit=${KERNEL_BOOT_LIMIT:-600} # seconds that one boot may take; 4 to 35 are usual
 # Machines that are on at the same time. A boot loader waits for each piece of a file, and starves beside more of them.
 width=$(nproc)
 ((width >= 2)) || width=2
