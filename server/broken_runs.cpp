@@ -36,6 +36,19 @@ void remove_if_empty(const std::string &folder) {
         rmdir(fs::path(folder).parent_path().c_str());
 }
 
+// Who looks for broken runs holds it for a moment.
+bool is_locked(const base::Descriptor &file) {
+    int status = 0;
+    while ((status = flock(file.get(), LOCK_EX)) != 0 && errno == EINTR)
+        continue;
+    return status == 0;
+}
+
+bool is_there(const base::Descriptor &file) {
+    struct stat held {};
+    return fstat(file.get(), &held) == 0 && held.st_nlink > 0;
+}
+
 base::Descriptor make_file(const std::string &folder, std::string &path) {
     for (int round = 0;; ++round) {
         const base::Descriptor place = base::private_folder(folder);
@@ -46,9 +59,13 @@ base::Descriptor make_file(const std::string &folder, std::string &path) {
             continue;
         if (!file.is_open())
             fail_errno(tr("cannot note in {1} what is done", folder));
-        if (flock(file.get(), LOCK_EX | LOCK_NB) != 0 || fsync(place.get()) != 0)
+        if (!is_locked(file) || fsync(place.get()) != 0)
             fail_errno(tr("cannot note in {1} what is done", folder));
-        return file;
+        // Who looks for broken runs may have had the lock first, and removed it for a run that had not begun.
+        if (is_there(file))
+            return file;
+        if (round >= 100)
+            fail(Code::busy, tr("cannot note in {1} what is done", folder));
     }
 }
 

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
+#include <atomic>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 #include "../support/scratch.hpp"
@@ -100,6 +102,26 @@ TEST_F(BrokenRuns, AreNotThoseThatLive) {
     EXPECT_EQ(take_back(), "");
     file.forget();
     EXPECT_FALSE(std::filesystem::exists(folder_));
+}
+
+TEST_F(BrokenRuns, AreNotThoseThatBeginWhileSomebodyLooks) {
+    std::atomic<bool> enough = false;
+    std::thread looker([&] {
+        hostadm::method::Call call(description);
+        while (!enough)
+            take_back_broken_runs(call, folder_, claims_);
+    });
+    EXPECT_NO_THROW({
+        for (int i = 0; i < 400 && !HasFailure(); ++i) {
+            KeptFile file("client/change", "c1", folder_);
+            struct stat kept {};
+            EXPECT_EQ(fstat(file.descriptor().get(), &kept), 0);
+            EXPECT_EQ(kept.st_nlink, 1U) << "removed under the hands of the run, round " << i;
+            file.forget();
+        }
+    });
+    enough = true;
+    looker.join();
 }
 
 TEST_F(BrokenRuns, AreLeftToHimWhoWorksOnTheSame) {
