@@ -27,7 +27,6 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr auto patience = 1500ms; // they serve within 50 ms where nothing else runs
 constexpr const char *logs = "/run/hostadm-rehearsal";
 
 std::string log_of(const DaemonStart &start) {
@@ -119,6 +118,11 @@ bool serves(Service service, const std::string &server) {
     return false;
 }
 
+// They serve within 50 ms where nothing else runs; an NFS server reads all its exports first, on a busy server for seconds.
+Clock::duration patience_with(Service service) {
+    return service == Service::nfs && answers("127.0.0.1", port_mapper_program, 2) ? 8s : 1500ms;
+}
+
 std::string last_line_of(const std::string &path) {
     std::string last;
     base::for_each_line(base::file_contents(path), [&](std::string_view line) {
@@ -130,7 +134,7 @@ std::string last_line_of(const std::string &path) {
 }
 
 void wait_until_it_serves(Started &daemon, pid_t child, const std::string &server) {
-    const auto end = Clock::now() + patience;
+    const auto end = Clock::now() + patience_with(daemon.start.service);
     std::string ended;
     while (!serves(daemon.start.service, server)) {
         int status = 0;
