@@ -73,6 +73,10 @@ private:
 
 constexpr std::string_view layer_mark = "layer-over:";
 
+bool is_layer(const Mount &mount) {
+    return mount.type == "overlay" && mount.source.starts_with(layer_mark);
+}
+
 std::string text_of(const char *text) {
     return text == nullptr ? "" : text;
 }
@@ -121,13 +125,20 @@ std::vector<Mount> mounts_within(const std::string &directory) {
     return mounts;
 }
 
-std::string layer_source(const std::string &shown_type) {
-    return std::string(layer_mark) + shown_type;
+std::string layer_source(const Mount &below) {
+    return std::string(layer_mark) + shown_type(below) + ":" + shown_source(below);
 }
 
 std::string shown_type(const Mount &mount) {
-    const bool says_it = mount.type == "overlay" && mount.source.starts_with(layer_mark);
-    return says_it ? mount.source.substr(layer_mark.size()) : mount.type;
+    if (!is_layer(mount))
+        return mount.type;
+    const std::string shown = mount.source.substr(layer_mark.size());
+    return shown.substr(0, shown.find(':'));
+}
+
+std::string shown_source(const Mount &mount) {
+    const std::size_t colon = is_layer(mount) ? mount.source.find(':', layer_mark.size()) : mount.source.npos;
+    return colon == mount.source.npos ? mount.source : mount.source.substr(colon + 1);
 }
 
 bool is_within(std::string_view path, std::string_view directory) {

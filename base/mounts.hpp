@@ -32,11 +32,11 @@ std::optional<Mount> mount_of(const std::string &path);
 // Those at a directory or below it.
 std::vector<Mount> mounts_within(const std::string &directory);
 
-// A copy that is laid over a file system (an overlay) can say in its source what it shows:
-// layer_source("xfs") is the source of one over xfs, and shown_type() of that mount is then "xfs"; of any
-// other it is the mount's own type.
-std::string layer_source(const std::string &shown_type);
+// A copy that is laid over a file system (an overlay) can say in its source what it shows: with the layer_source() of
+// the mount below it, its shown_type() and shown_source() are those of that; of any other mount they are its own.
+std::string layer_source(const Mount &below);
 std::string shown_type(const Mount &mount);
+std::string shown_source(const Mount &mount);
 
 // Is a path the directory itself or below it? By the words alone: both are absolute and without "..".
 bool is_within(std::string_view path, std::string_view directory);

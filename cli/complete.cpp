@@ -115,7 +115,7 @@ void offer_subjects(Offers &offers, const CLI::App &app) {
 }
 
 void offer_clients(Offers &offers) {
-    offer_column(offers, "client/list", "name");
+    offer_column(offers, "client/list_names", "name");
 }
 
 // The values of options, and of the words of commands that take no method.
@@ -125,6 +125,7 @@ void offer_for(Offers &offers, const CLI::App &app, const CLI::App &command, con
         {{"help", "method"}, [&] { offer_subjects(offers, app); }},
         {{"run", "--host"}, [&] { offer_column(offers, "database/list_hosts", "hostname"); }},
         {{"run", "--from"}, [&] { offer_files(offers); }},
+        {{"preview", "--host"}, [&] { offer_column(offers, "database/list_hosts", "hostname"); }},
         {{"preview", "--from"}, [&] { offer_files(offers); }},
         {{"preview", "--then"}, [&] { offer_commands(offers, app); }},
         {{"check", "clients"}, [&] { offer_clients(offers); }},

@@ -216,8 +216,8 @@ private:
             make_directory(area.directory);
         make_layer(area, upper);
         make_directory(work);
-        // The source tells the type below, for whoever asks what kind of file system this is.
-        const std::string source = base::layer_source(area.mount.type);
+        // The source tells what is below, for whoever asks what is mounted here.
+        const std::string source = base::layer_source(area.mount);
         const std::string layers = "lowerdir=" + lower_layers(area) + ",upperdir=" + upper +
                                    ",workdir=" + work + ",redirect_dir=on,metacopy=off";
         const unsigned long flags =

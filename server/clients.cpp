@@ -174,27 +174,42 @@ bool has_part_of_its_system_here(const Client &client) {
            !client.own_path("kvm").empty();
 }
 
+// Of the clients whose root is on this server, in the order of bootparams; then of those that have another part here.
+std::vector<BootparamsClient> entries_of_own_clients() {
+    std::unordered_multimap<std::string, std::string> items;
+    const std::vector<BootparamsClient> in_file = client_entries();
+    for (const BootparamsClient &entry : in_file)
+        items.emplace(entry.name, entry.items);
+
+    check_sources();
+    std::vector<BootparamsClient> own;
+    std::set<std::string> listed;
+    for (const client_node *node = do_bootparams(); node != nullptr; node = node->next) {
+        own.push_back({.name = node->name, .items = items_of(*node, items)});
+        listed.insert(node->name);
+    }
+    for (const BootparamsClient &entry : in_file)
+        if (!listed.contains(entry.name) &&
+            has_part_of_its_system_here({.name = entry.name, .items = entry.items}))
+            own.push_back(entry);
+    return own;
+}
+
 } // namespace
 
 std::vector<Client> all_clients() {
     Tables tables;
-    std::unordered_multimap<std::string, std::string> entries;
-    const std::vector<BootparamsClient> in_file = client_entries();
-    for (const BootparamsClient &entry : in_file)
-        entries.emplace(entry.name, entry.items);
-
-    check_sources();
     std::vector<Client> clients;
-    for (const client_node *node = do_bootparams(); node != nullptr; node = node->next)
-        clients.push_back(tables.client(node->name, items_of(*node, entries)));
-    std::set<std::string> listed;
-    for (const Client &client : clients)
-        listed.insert(client.name);
-    for (const BootparamsClient &entry : in_file)
-        if (!listed.contains(entry.name) &&
-            has_part_of_its_system_here({.name = entry.name, .items = entry.items}))
-            clients.push_back(tables.client(entry.name, entry.items));
+    for (const BootparamsClient &entry : entries_of_own_clients())
+        clients.push_back(tables.client(entry.name, entry.items));
     return clients;
+}
+
+std::vector<std::string> all_client_names() {
+    std::vector<std::string> names;
+    for (BootparamsClient &entry : entries_of_own_clients())
+        names.push_back(std::move(entry.name));
+    return names;
 }
 
 bool is_server_itself(const std::string &name) {

@@ -53,6 +53,8 @@ Client known_client(const std::string &name);
 // system here, or are installed from here. Throws Failure where the name-service
 // switch names a source that nobody can read, or a table cannot be read.
 std::vector<Client> all_clients();
+// Their names alone, from bootparams: no other table is read, and nothing is looked at that is theirs.
+std::vector<std::string> all_client_names();
 
 // Whether the name is this server's own, by which no client is called.
 bool is_server_itself(const std::string &name);

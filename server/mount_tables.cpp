@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "server/mount_tables.hpp"
 
+#include <algorithm>
+#include <array>
 #include <filesystem>
 #include <optional>
 #include <system_error>
 #include <utility>
 
-#include "base/mounts.hpp"
 #include "base/text.hpp"
 #include "hostadm/table_edit.hpp"
 #include "server/client_root.hpp"
@@ -17,6 +18,8 @@
 namespace hostadm::server {
 
 namespace {
+
+constexpr std::array system_folders{"/proc", "/sys", "/dev", "/run"};
 
 // Nothing: no line of a mount.
 std::optional<MountLine> mount_line(std::string_view line, MountLayout layout) {
@@ -128,6 +131,18 @@ int edit_table_copy(std::string &text, const std::function<int(const std::string
     if (status == 0)
         text = stage.files().read(name);
     return status;
+}
+
+std::vector<base::Mount> mounts_now(SystemMounts system) {
+    const auto is_of_the_system = [](const base::Mount &mount) {
+        return mount.point == "/" || std::ranges::any_of(system_folders, [&](const char *folder) {
+                   return base::is_within(mount.point, folder);
+               });
+    };
+    std::vector<base::Mount> mounts = base::all_mounts();
+    if (system == SystemMounts::left_out)
+        std::erase_if(mounts, is_of_the_system);
+    return mounts;
 }
 
 bool is_mount_point(const std::string &directory) {

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/mounts.hpp"
 #include "hostadm/method.hpp"
 
 namespace hostadm::server {
@@ -44,6 +45,10 @@ std::vector<MountLine> mount_lines_of(std::string_view text, MountLayout layout,
 std::string without_mount_lines(std::string_view text, MountLayout layout, const std::string &resource,
                                 const std::string &mount_point);
 
+// What is mounted now, what lies above before what lies below it. Without the system's own are left out: those at or
+// below /proc, /sys, /dev and /run, and the root, which nobody unmounts from a running server.
+enum class SystemMounts { left_out, listed };
+std::vector<base::Mount> mounts_now(SystemMounts system);
 // Whether something is mounted at a directory.
 bool is_mount_point(const std::string &directory);
 // Whether it is this resource, to be written to or only read as these options want it.

@@ -15,7 +15,7 @@ inline const method::Field changed_output{"changed", "yes, or no when everything
 void tell_changed(method::Call &call, bool changed);
 
 // Where a shell finds what to complete the arguments of many pages with.
-inline const std::vector<method::Source> client_values{{"hostname", "client/list", "name"}};
+inline const std::vector<method::Source> client_values{{"hostname", "client/list_names", "name"}};
 inline const std::vector<method::Source> service_values{
     {"os_name", "service/list", "os_name"},
     {"os_version", "service/list", "os_version"},

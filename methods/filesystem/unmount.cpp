@@ -33,7 +33,8 @@ const Description description{
                    .default_value = "/etc/vfstab"}},
     .outputs = {changed_output},
     .edits = {"vfstab="},
-    .values = {{"mountpt", "filesystem/list_mount_entries", "mountpt"}},
+    .values = {{"mountpt", "filesystem/list_mounts", "mountpt"},
+               {"mountpt", "filesystem/list_mount_entries", "mountpt"}},
 };
 
 int work(Call &call) {

@@ -37,7 +37,7 @@ const Description description{
          {"repair", "the command that mends it"},
          {"check", "the check that found it"},
          {"looks_at", "of the list of checks: what it looks at"}},
-    .values = {{"clients", "client/list", "name"}},
+    .values = {{"clients", "client/list_names", "name"}},
 };
 
 void list_checks() {

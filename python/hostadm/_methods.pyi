@@ -498,6 +498,27 @@ class _ClientList:
     ) -> Preview[_ClientListAnswer]:
         """What the run would answer, change and call."""
 
+class _ClientListNamesRow(Fields):
+    @property
+    def name(self) -> str: ...
+
+class _ClientListNamesAnswer(Answer):
+    rows: tuple[_ClientListNamesRow, ...]
+    def __iter__(self) -> Iterator[_ClientListNamesRow]: ...
+
+class _ClientListNames:
+    """the names alone of the clients that client/list lists, for programs and shells that cannot wait"""
+
+    description: Description
+    def __call__(
+        self,
+    ) -> _ClientListNamesAnswer:
+        """the names alone of the clients that client/list lists, for programs and shells that cannot wait"""
+    def preview(
+        self,
+    ) -> Preview[_ClientListNamesAnswer]:
+        """What the run would answer, change and call."""
+
 class _ClientRemoveRow(Fields):
     @property
     def step(self) -> str: ...
@@ -947,6 +968,37 @@ class _FilesystemListMountEntries:
         layout: Literal["vfstab", "fstab", "4x"] | None = ...,
         vfstab: Text | None = ...,
     ) -> Preview[_FilesystemListMountEntriesAnswer]:
+        """What the run would answer, change and call."""
+
+class _FilesystemListMountsRow(Fields):
+    @property
+    def resource(self) -> str: ...
+    @property
+    def mountpt(self) -> str: ...
+    @property
+    def fstype(self) -> str: ...
+    @property
+    def access(self) -> str: ...
+
+class _FilesystemListMountsAnswer(Answer):
+    rows: tuple[_FilesystemListMountsRow, ...]
+    def __iter__(self) -> Iterator[_FilesystemListMountsRow]: ...
+
+class _FilesystemListMounts:
+    """list what is mounted now"""
+
+    description: Description
+    def __call__(
+        self,
+        *,
+        system: bool | Literal["yes", "no"] | None = ...,
+    ) -> _FilesystemListMountsAnswer:
+        """list what is mounted now"""
+    def preview(
+        self,
+        *,
+        system: bool | Literal["yes", "no"] | None = ...,
+    ) -> Preview[_FilesystemListMountsAnswer]:
         """What the run would answer, change and call."""
 
 class _FilesystemListShareEntriesRow(Fields):
@@ -1970,6 +2022,7 @@ class _Client(MethodClass):
     disable: _ClientDisable
     enable: _ClientEnable
     list: _ClientList
+    list_names: _ClientListNames
     remove: _ClientRemove
     remove_cachelet: _ClientRemoveCachelet
     show: _ClientShow
@@ -1988,6 +2041,7 @@ class _Database(MethodClass):
 class _Filesystem(MethodClass):
     add_mount_entry: _FilesystemAddMountEntry
     list_mount_entries: _FilesystemListMountEntries
+    list_mounts: _FilesystemListMounts
     list_share_entries: _FilesystemListShareEntries
     list_shares: _FilesystemListShares
     mount: _FilesystemMount

@@ -55,10 +55,17 @@ TEST(Mounts, AtADirectoryAndBelowAreFound) {
     EXPECT_TRUE(mounts_within("/pro").empty());
 }
 
-TEST(Mounts, OfALayerTellTheTypeBelow) {
-    EXPECT_EQ(shown_type({.source = layer_source("xfs"), .type = "overlay"}), "xfs");
+TEST(Mounts, OfALayerTellWhatIsBelow) {
+    const Mount below{.source = "h:/a b", .type = "nfs"};
+    const Mount layer{.source = layer_source(below), .type = "overlay"};
+    EXPECT_EQ(shown_type(layer), "nfs");
+    EXPECT_EQ(shown_source(layer), "h:/a b");
+    const Mount layer_of_layer{.source = layer_source(layer), .type = "overlay"};
+    EXPECT_EQ(shown_type(layer_of_layer), "nfs");
+    EXPECT_EQ(shown_source(layer_of_layer), "h:/a b");
     EXPECT_EQ(shown_type({.source = "overlay", .type = "overlay"}), "overlay");
-    EXPECT_EQ(shown_type({.source = layer_source("xfs"), .type = "tmpfs"}), "tmpfs");
+    EXPECT_EQ(shown_source({.source = "overlay", .type = "overlay"}), "overlay");
+    EXPECT_EQ(shown_type({.source = layer_source(below), .type = "tmpfs"}), "tmpfs");
 }
 
 TEST(Within, GoesByWholeNames) {

@@ -25,7 +25,7 @@ std::string client_list(const std::string &touched, const std::string &work) {
            "[ \"$1\" = --describe ] || { " +
            work +
            "\nexit; }\n"
-           R"(echo '{"name": "client/list", "purpose": "clients", "arguments": [{"name": "kind", "kind": "word"}], )" +
+           R"(echo '{"name": "client/list_names", "purpose": "clients", "arguments": [{"name": "kind", "kind": "word"}], )" +
            touched + "\"columns\": []}'\n";
 }
 
@@ -44,11 +44,11 @@ cat <<'END'
    {"name": "client", "kind": "host"}, {"name": "clients", "kind": "hosts"}, {"name": "address", "kind": "address"},
    {"name": "kind", "kind": "word"}, {"name": "note", "kind": "text"}, {"name": "place", "kind": "path"},
    {"name": "size", "kind": "size", "default": "32m"}],
- "values": [{"argument": "client", "method": "client/list", "column": "name"},
-            {"argument": "clients", "method": "client/list", "column": "name"},
-            {"argument": "address", "method": "client/list", "column": "address"},
-            {"argument": "note", "method": "client/list", "column": "name"},
-            {"argument": "kind", "method": "client/list", "column": "kind"},
+ "values": [{"argument": "client", "method": "client/list_names", "column": "name"},
+            {"argument": "clients", "method": "client/list_names", "column": "name"},
+            {"argument": "address", "method": "client/list_names", "column": "address"},
+            {"argument": "note", "method": "client/list_names", "column": "name"},
+            {"argument": "kind", "method": "client/list_names", "column": "kind"},
             {"argument": "kind", "method": "site/missing", "column": "kind"},
             {"argument": "place", "method": "site/missing", "column": "place"}]}
 END
@@ -60,7 +60,7 @@ protected:
         std::filesystem::copy(TEST_ROOT, scratch.path("root"),
                               std::filesystem::copy_options::recursive |
                                   std::filesystem::copy_options::copy_symlinks);
-        method("client/list", client_list("", three_clients));
+        method("client/list_names", client_list("", three_clients));
         method("site/take", site_take);
     }
     void method(const std::string &name, const std::string &text) {
@@ -150,8 +150,8 @@ TEST_F(Completion, OffersWhatTheTablesHold) {
 TEST_F(Completion, IsNarrowedByWhatIsGiven) {
     EXPECT_THAT(offered("run site/take kind=wide kind="), ElementsAre("kind=wide"))
         << "the method that is asked gets the argument";
-    method("client/list", client_list("", "hostadm arg row name=alpha address=10.0.0.1 client=c1\n"
-                                          "hostadm arg row name=alpha address=10.0.0.2 client=c2"));
+    method("client/list_names", client_list("", "hostadm arg row name=alpha address=10.0.0.1 client=c1\n"
+                                                "hostadm arg row name=alpha address=10.0.0.2 client=c2"));
     EXPECT_THAT(offered("run site/take client=c2 address="), ElementsAre("address=10.0.0.2"));
     EXPECT_THAT(offered("run site/take client=new address="),
                 ElementsAre("address=10.0.0.1", "address=10.0.0.2"));
@@ -165,16 +165,17 @@ TEST_F(Completion, OffersOnlyWhatCanBeAcceptedAndShown) {
 }
 
 TEST_F(Completion, NeverRunsAMethodThatTouchesSomething) {
-    method("client/list", client_list("\"edits\": [\"/etc/hosts\"], ", "touch " + scratch.path("gone")));
+    method("client/list_names",
+           client_list("\"edits\": [\"/etc/hosts\"], ", "touch " + scratch.path("gone")));
     EXPECT_THAT(offered("run site/take client="), IsEmpty());
     EXPECT_FALSE(std::filesystem::exists(scratch.path("gone")));
 }
 
 TEST_F(Completion, SaysNothingOfWhatGoesWrong) {
-    method("client/list",
+    method("client/list_names",
            client_list("", "echo broken; echo broken >&2; hostadm arg error 1 broken; exit 1"));
     EXPECT_THAT(offered("run site/take client="), IsEmpty());
-    method("client/list", client_list("", "sleep 60"));
+    method("client/list_names", client_list("", "sleep 60"));
     EXPECT_THAT(offered("check ''"), IsEmpty()) << "and ends in time";
     std::filesystem::remove_all(scratch.path("root/libexec/hostadm/methods"));
     EXPECT_EQ(said("complete zsh hostadm run ''"), "");

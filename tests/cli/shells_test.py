@@ -24,7 +24,7 @@ LONGEST_WAIT = 60  # seconds, on a machine that has much else to do
 
 CLIENT_LIST = r"""#!/bin/sh
 if [ "$1" = --describe ]; then
-    echo '{"name": "client/list", "purpose": "clients", "columns": [{"name": "name"}]}'
+    echo '{"name": "client/list_names", "purpose": "clients", "columns": [{"name": "name"}]}'
     exit
 fi
 for name in alpha beta '$(touch gone)x' '`touch gone`y' ';touch gone' '-dash' "quo'te" 'dou"ble' 'bang!x' 'new
@@ -35,7 +35,7 @@ done
 SITE_TAKE = r"""#!/bin/sh
 cat <<'END'
 {"name": "site/take", "purpose": "take", "arguments": [{"name": "client", "kind": "text"}],
- "values": [{"argument": "client", "method": "client/list", "column": "name"}]}
+ "values": [{"argument": "client", "method": "client/list_names", "column": "name"}]}
 END
 """
 # Instead of running the line, its words are written down.
@@ -130,7 +130,7 @@ class ShellsTest:
         for folder in ("bin", "config", "data", "work"):
             (self.home / folder).mkdir()
         self.write("bin/show", SHOW)
-        self.write("root/libexec/hostadm/methods/client/list", CLIENT_LIST)
+        self.write("root/libexec/hostadm/methods/client/list_names", CLIENT_LIST)
         self.write("root/libexec/hostadm/methods/site/take", SITE_TAKE)
         self.shell = None
 

@@ -26,3 +26,12 @@ TEST(MountTables, KnowWhereSomethingIsMounted) {
     EXPECT_FALSE(is_mount_point("/proc/self"));
     EXPECT_FALSE(is_mount_point("/no/such/directory"));
 }
+
+TEST(MountTables, ListTheSystemsOwnMountsOnlyWhereTheyAreAskedFor) {
+    const auto point_is = [](const std::string &point) {
+        return testing::Field(&hostadm::base::Mount::point, point);
+    };
+    EXPECT_THAT(mounts_now(SystemMounts::listed), testing::Contains(point_is("/proc")));
+    EXPECT_THAT(mounts_now(SystemMounts::left_out), testing::Not(testing::Contains(point_is("/proc"))));
+    EXPECT_THAT(mounts_now(SystemMounts::left_out), testing::Not(testing::Contains(point_is("/"))));
+}

@@ -1013,6 +1013,8 @@ TEST_F(Client, IsListedAndShown) {
                                        {"disabled", "no"}}));
     EXPECT_EQ(rows[1].at("boot_links"), "no 0A010204");
     EXPECT_EQ(rows[1].at("shared"), "no");
+    EXPECT_EQ(method("client/list_names").results.at("rows"),
+              nlohmann::json({{{"name", "c1"}}, {{"name", "c2"}}}));
 
     const auto shown = method("client/show hostname=c1").results.at("outputs");
     EXPECT_EQ(shown.at("root"), "server1:/export/root/c1");
@@ -1027,7 +1029,7 @@ TEST_F(Client, IsListedAndShown) {
 TEST_F(Client, IsNotListedFromASourceThatNobodyKnows) {
     const std::string before = content("/etc/nsswitch.conf");
     write("/etc/nsswitch.conf", before + "bootparams: files dns\n");
-    for (const char *words : {"run client/list", "status"}) {
+    for (const char *words : {"run client/list", "run client/list_names", "status"}) {
         const Ran failed = run(words);
         EXPECT_EQ(failed.status, 1);
         EXPECT_THAT(failed.errors, HasSubstr("/etc/nsswitch.conf names the source \"dns\" for bootparams"));
@@ -1050,7 +1052,8 @@ TEST_F(Client, IsNotSaidToBeMissingWhereNothingNamesTheSources) {
 TEST_F(Client, IsNotSaidToBeMissingWhereBootparamsCannotBeRead) {
     ASSERT_EQ(method("client/add_diskless " + c1 + tree).status, 0);
     fs::permissions("/etc/bootparams", fs::perms::owner_read);
-    for (const char *words : {"run client/list", "run client/show hostname=c1", "status"})
+    for (const char *words :
+         {"run client/list", "run client/list_names", "run client/show hostname=c1", "status"})
         EXPECT_EQ(std::system(("setpriv --reuid 65534 --clear-groups " + hostadm() + " " + words +
                                " 2>&1 | grep -q '/etc/bootparams cannot be read: Permission denied'")
                                   .c_str()),

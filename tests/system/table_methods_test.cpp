@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include "support/run_method.hpp"
@@ -145,6 +146,17 @@ TEST_F(Tables, TableOfAClientLeadsToNoneOfTheServers) {
     EXPECT_EQ(output_of("database/list_hosts" + of_client),
               "address   hostname  aliases\n10.1.2.9  c9        -\n");
     changes_once("database/remove_host hostname=c9" + of_client, "/export/root/c1/etc/hosts", "");
+}
+
+TEST_F(Tables, MountsAreListedWithoutThoseOfTheSystem) {
+    fs::create_directories("/data/lake");
+    ASSERT_EQ(mount("lake", "/data/lake", "tmpfs", MS_NOSUID, "size=64k"), 0);
+    const std::string listed = output_of("filesystem/list_mounts");
+    EXPECT_THAT(listed, testing::ContainsRegex("lake +/data/lake +tmpfs +rw\n"));
+    EXPECT_THAT(listed, Not(HasSubstr(" /proc ")));
+    EXPECT_THAT(output_of("filesystem/list_mounts system=yes"), testing::ContainsRegex(" /proc +proc "));
+    EXPECT_EQ(umount("/data/lake"), 0);
+    EXPECT_THAT(output_of("filesystem/list_mounts"), Not(HasSubstr("/data/lake")));
 }
 
 TEST_F(Tables, MountEntriesOfSevenColumnsAreListedSetAndRemoved) {
