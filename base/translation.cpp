@@ -6,6 +6,7 @@
 #include <libintl.h>
 
 #include "base/environment.hpp"
+#include "base/language.hpp"
 #include "base/own_place.hpp"
 
 namespace hostadm::base {
@@ -82,6 +83,18 @@ const char *plural(unsigned long count, const char *one, const char *many) {
     const KeptErrno kept;
     find_catalogue();
     return dngettext(domain, one, many, count);
+}
+
+std::string language_of_texts() {
+    const KeptErrno kept;
+    find_catalogue();
+    // The head of a catalogue stands in the place of the empty text.
+    const std::string_view head = dgettext(domain, ""), key = "Language: ";
+    std::size_t begin = head.find(key);
+    if (begin == head.npos)
+        return "";
+    begin += key.size();
+    return std::string(head.substr(begin, head.find('\n', begin) - begin));
 }
 
 void speak_the_users_language() {

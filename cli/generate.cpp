@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// hostadm generate: writes the manual pages from the methods' descriptions.
+// hostadm generate: writes the manual pages from the methods' descriptions, in the language of who calls it. Those in
+// another than the texts are written in go to a folder of their own, man/LANG, where man looks for them.
 #include <cctype>
 #include <cerrno>
 #include <cstring>
@@ -9,6 +10,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "base/language.hpp"
+#include "base/translation.hpp"
 #include "cli/commands.hpp"
 #include "cli/options.hpp"
 #include "cli/output.hpp"
@@ -53,9 +56,22 @@ std::string heading(std::string name, int section) {
            " " HOSTADM_DATE " \"hostadm " HOSTADM_VERSION "\" \"hostadm\"\n";
 }
 
+// How much of a text has this width. A formatter writes a letter that is not ASCII as "\[u00E4]".
+std::size_t beginning_of_width(std::string_view text, std::size_t width) {
+    constexpr std::size_t other_letter = 8;
+    std::size_t at = 0, used = 0;
+    for (; at < text.size(); ++at) {
+        const auto byte = static_cast<unsigned char>(text[at]);
+        used += byte < 0x80 ? 1 : byte >= 0xc0 ? other_letter : 0;
+        if (used > width)
+            break;
+    }
+    return at;
+}
+
 // Where a line of text is broken: behind a sentence, or before it is too long.
 std::size_t break_of(std::string_view line) {
-    constexpr std::size_t longest = 78;
+    const std::size_t longest = beginning_of_width(line, 78);
     const auto begins_sentence = [&](std::size_t at) { return line[at] >= 'A' && line[at] <= 'Z'; };
     for (std::size_t at = line.find(". "); at < longest && at + 2 < line.size(); at = line.find(". ", at + 1))
         if (begins_sentence(at + 2))
@@ -85,42 +101,48 @@ std::string in_short_lines(const std::string &page) {
     return all;
 }
 
+std::string section(const char *title) {
+    return std::string(".SH ") + title + "\n";
+}
+
 std::string item(const std::string &term, const std::string &text) {
     return ".TP\n.B " + roff(term) + "\n" + (text.empty() ? "\\&" : roff(text)) + "\n";
 }
 
-std::string fields(const std::string &title, const std::vector<Field> &list) {
+std::string fields(const char *title, const std::vector<Field> &list) {
     if (list.empty())
         return "";
-    std::string text = ".SH " + title + "\n";
+    std::string text = section(title);
     for (const Field &field : list)
-        text += item(field.name, field.purpose);
+        text += item(field.name, base::tr(field.purpose.c_str()));
     return text;
 }
 
 std::string argument_text(const Argument &argument) {
-    std::string text = argument.purpose.empty() ? "" : argument.purpose + ".\n";
-    text += "It must be " + framework::accepted(argument) + ".";
+    std::string text =
+        argument.purpose.empty() ? "" : base::tr(argument.purpose.c_str()) + std::string(".\n");
+    text += base::tr("It must be {1}.", framework::accepted(argument));
     if (argument.required)
-        text += "\nIt is required.";
+        text += std::string("\n") + base::tr("It is required.");
     else if (!argument.default_value.empty())
-        text += "\nWithout it, " + argument.default_value + " is used.";
+        text += "\n" + base::tr("Without it, {1} is used.", argument.default_value);
     return text;
 }
 
 // "NAME=" is said in words.
 std::string touched(const Description &description) {
     std::string text;
-    for (const auto &[what, list] : {std::pair("Files that it edits", &description.edits),
-                                     std::pair("Programs that it starts", &description.starts),
-                                     std::pair("Directories that it shares", &description.shares)}) {
+    for (const auto &[what, list] :
+         {std::pair(base::tr("Files that it edits"), &description.edits),
+          std::pair(base::tr("Programs that it starts"), &description.starts),
+          std::pair(base::tr("Directories that it shares"), &description.shares)}) {
         std::string all;
         for (const std::string &one : *list)
             all += (all.empty() ? "" : ", ") +
-                   (one.ends_with('=') ? "what " + one.substr(0, one.size() - 1) + " names" : one);
+                   (one.ends_with('=') ? base::tr("what {1} names", one.substr(0, one.size() - 1)) : one);
         text += all.empty() ? "" : item(what, all);
     }
-    return text.empty() ? "" : ".SH WHAT IT TOUCHES\n" + text;
+    return text.empty() ? "" : section(base::tr("WHAT IT TOUCHES")) + text;
 }
 
 // A value as it may be typed.
@@ -200,34 +222,36 @@ std::vector<std::string> example_words(const Description &description) {
 
 std::string examples(const Description &description) {
     const std::vector<std::string> words = example_words(description);
-    std::string text = ".SH EXAMPLES\n";
+    std::string text = section(base::tr("EXAMPLES"));
     if (!description.edits.empty() || !description.shares.empty())
-        text += "See what it would change, and let it do that:\n.PP\n" +
+        text += base::tr("See what it would change, and let it do that:") + std::string("\n.PP\n") +
                 example("hostadm preview " + description.name, words) + ".PP\n";
     text += example("hostadm run " + description.name, words);
     if (!description.columns.empty() && description.edits.empty())
-        text += ".PP\nThe same for a program to read:\n.PP\n" +
+        text += ".PP\n" + std::string(base::tr("The same for a program to read:")) + "\n.PP\n" +
                 example("hostadm run --json " + description.name, words);
     return text;
 }
 
 std::string method_page(const Description &description) {
     std::string text = heading(page_name(description.name), 8);
-    text += ".SH NAME\n" + roff(page_name(description.name)) + " \\- " + roff(description.purpose) + "\n";
-    text += ".SH SYNOPSIS\n.B hostadm run " + roff(description.name) + "\n";
+    text += section(base::tr("NAME")) + roff(page_name(description.name)) + " \\- " +
+            roff(base::tr(description.purpose.c_str())) + "\n";
+    text += section(base::tr("SYNOPSIS")) + ".B hostadm run " + roff(description.name) + "\n";
     for (const Argument &argument : description.arguments)
         text += (argument.required ? "" : "[") + ("\\fB" + roff(argument.name) + "=\\fP\\fI") +
                 roff(framework::kind_name(argument.kind)) + "\\fP" + (argument.required ? "" : "]") + "\n";
     if (!description.arguments.empty())
-        text += ".SH ARGUMENTS\nEach is given as NAME=VALUE. An empty value counts as none.\n";
+        text += section(base::tr("ARGUMENTS")) +
+                base::tr("Each is given as NAME=VALUE. An empty value counts as none.") + "\n";
     for (const Argument &argument : description.arguments)
         text += item(argument.name, argument_text(argument));
-    text +=
-        fields("OUTPUTS", description.outputs) + fields("ROWS", description.columns) + touched(description);
-    text += ".SH EXIT STATUS\n" + item("0", "Done.") +
-            item("1", "The method failed; standard error says why.") +
-            item("2", "An argument was refused, and nothing was changed.");
-    return text + examples(description) + ".SH SEE ALSO\n.BR hostadm (1)\n";
+    text += fields(base::tr("OUTPUTS"), description.outputs) + fields(base::tr("ROWS"), description.columns) +
+            touched(description);
+    text += section(base::tr("EXIT STATUS")) + item("0", base::tr("Done.")) +
+            item("1", base::tr("The method failed; standard error says why.")) +
+            item("2", base::tr("An argument was refused, and nothing was changed."));
+    return text + examples(description) + section(base::tr("SEE ALSO")) + ".BR hostadm (1)\n";
 }
 
 std::string synopsis(const CLI::App &command) {
@@ -251,14 +275,16 @@ std::string synopsis(const CLI::App &command) {
 
 // What the commands do, at more length than in their help.
 const std::map<std::string, const char *> descriptions_of_commands{
-    {"list", R"(Lists the methods, a line each, all or those of one class.
-)"},
+    {"list", base::translatable(R"(Lists the methods, a line each, all or those of one class.
+)")},
     {"help",
-     R"(Says what a method does and which arguments it takes, which methods a class has, how a command is used, or what is
+     base::translatable(
+         R"(Says what a method does and which arguments it takes, which methods a class has, how a command is used, or what is
 to know of a topic: clients, services, booting, checks or exit\-status.
-)"},
+)")},
     {"run",
-     R"(Runs a method. Its arguments are checked before anything is done. Outputs are printed as lines of a name and a value,
+     base::translatable(
+         R"(Runs a method. Its arguments are checked before anything is done. Outputs are printed as lines of a name and a value,
 rows as a table, all of it as JSON with
 .BR \-\-json .
 A value that is no UTF-8 text is printed in JSON as {"base64": "..."}. With
@@ -269,29 +295,36 @@ which must log in there without asking for a password.
 TERM and HUP sent to
 .B hostadm
 go on to the method, and how it ended is reported as ever; a method on another host gets HUP when the connection ends.
-)"},
+)")},
     {"preview",
-     R"(Runs a method in a throwaway root over this system and shows what it would change; nothing on the system changes.
+     base::translatable(
+         R"(Runs a method in a throwaway root over this system and shows what it would change; nothing on the system changes.
 Commands that mount, share, start or signal something are noted instead of run. It needs root, and fails when the method
 or a command of
 .B \-\-then
 fails; the words of such a command may be quoted as in a shell.
-)"},
-    {"status", R"(Shows what this server serves: clients, boot links, shares, mounts, daemons.
-)"},
+With
+.B \-\-host
+it is previewed on that host, which needs root there.
+)")},
+    {"status",
+     base::translatable(R"(Shows what this server serves: clients, boot links, shares, mounts, daemons.
+)")},
     {"rehearse",
-     R"(Lets a client boot on a virtual cable, from this server's own daemons and files, in a throwaway root and a private
+     base::translatable(
+         R"(Lets a client boot on a virtual cable, from this server's own daemons and files, in a throwaway root and a private
 network; nothing on the system changes. The stages are told as they pass: address by reverse ARP, boot program by TFTP,
 name and parameters from the boot-parameter service, mount of the root, what is read first, writing, swap. Behind them
 come the findings: what stopped the client and what else is wrong, each with the command that mends it. The daemons that
 run now are asked as well; what they do otherwise than the rehearsed ones is a finding.
 It ends with 0 when the client boots and nothing is wrong, with 1 when something is, with 2 when no table knows the client.
-)"},
+)")},
     {"watch",
-     R"(Listens on the wire while clients boot and tells in a line each what they ask, what they get, and what a silence means;
+     base::translatable(
+         R"(Listens on the wire while clients boot and tells in a line each what they ask, what they get, and what a silence means;
 at the end how far each came. It ends with 0 when a client came as far as its root.
-)"},
-    {"arg", R"(For methods that are shell scripts.
+)")},
+    {"arg", base::translatable(R"(For methods that are shell scripts.
 .B arg get
 .I NAME
 prints an input argument; it ends with status 1 when that was not given.
@@ -307,13 +340,13 @@ records an error; code 0 withdraws those recorded before.
 .B arg undone
 .I TEXT...
 says that something is left half done.
-)"},
+)")},
 };
 
 std::string command_item(const CLI::App &command) {
     const auto found = descriptions_of_commands.find(command.get_name());
     std::string text = ".TP\n.B " + command.get_name() + "\n" +
-                       (found != descriptions_of_commands.end() ? std::string(found->second)
+                       (found != descriptions_of_commands.end() ? std::string(base::tr(found->second))
                                                                 : roff(command.get_description()) + "\n");
     std::string options;
     for (const CLI::Option *option : options_of(command))
@@ -325,8 +358,8 @@ std::string command_item(const CLI::App &command) {
     return text + (options.empty() ? "" : ".RS\n" + options + ".RE\n");
 }
 
-constexpr const char *methods_in_shell_text = R"(.SH METHODS IN SHELL
-A method is an executable file in the folder of its class. Asked with
+constexpr const char *methods_in_shell_text =
+    base::translatable(R"(A method is an executable file in the folder of its class. Asked with
 .B \-\-describe
 it prints its description as JSON:
 .PP
@@ -341,10 +374,10 @@ it prints its description as JSON:
 Otherwise it does its work and ends with status 0, or records an error and ends with another. What it prints goes to
 standard error; its results are what it returns with
 .BR "hostadm arg" .
-)";
+)");
 
-constexpr const char *examples_of_commands = R"(.SH EXAMPLES
-See what a server serves, and what is wrong there:
+constexpr const char *examples_of_commands =
+    base::translatable(R"(See what a server serves, and what is wrong there:
 .PP
 .EX
 hostadm status
@@ -373,34 +406,38 @@ Learn what a method takes, and read on:
 hostadm help client/remove
 hostadm help booting
 .EE
-)";
+)");
 
 std::string command_page(const CLI::App &app, const std::vector<Description> &methods) {
     std::string text = heading("hostadm", 1);
-    text += ".SH NAME\nhostadm \\- keep the network-boot side of a server in order\n";
+    text += section(base::tr("NAME")) + "hostadm \\- " +
+            roff(base::tr("keep the network-boot side of a server in order")) + "\n";
     std::string synopses, items;
     for (const CLI::App *command : commands_of(app)) {
         synopses += (synopses.empty() ? "" : ".br\n") + synopsis(*command);
         items += command_item(*command);
     }
-    text += ".SH SYNOPSIS\n" + synopses +
-            ".SH DESCRIPTION\n"
-            "A method is a small program that does one administrative task: it adds a client, shares a "
-            "directory, sets up a boot\narea. This command shows the methods, runs them, and shows what this "
-            "server serves.\n"
-            ".SH COMMANDS\n" +
-            items + methods_in_shell_text;
-    text += ".SH ARGUMENTS\nThe manual page of a method names the kind of each argument.\n";
-    for (int kind = 0; kind <= static_cast<int>(method::Kind::text); ++kind) {
-        const Argument argument{
-            .name = "x", .kind = static_cast<method::Kind>(kind), .choices = {"one of its choices"}};
+    text +=
+        section(base::tr("SYNOPSIS")) + synopses + section(base::tr("DESCRIPTION")) +
+        base::tr("A method is a small program that does one administrative task: it adds a client, shares a "
+                 "directory, sets up a boot area. This command shows the methods, runs them, and shows what "
+                 "this server serves.") +
+        "\n" + section(base::tr("COMMANDS")) + items + section(base::tr("METHODS IN SHELL")) +
+        base::tr(methods_in_shell_text) + section(base::tr("ARGUMENTS")) +
+        base::tr("The manual page of a method names the kind of each argument.") + "\n";
+    for (int kind = 0; kind <= static_cast<int>(method::Kind::words); ++kind) {
+        const Argument argument{.name = "x",
+                                .kind = static_cast<method::Kind>(kind),
+                                .choices = {base::tr("one of its choices")}};
         text += item(std::string(framework::kind_name(argument.kind)), framework::accepted(argument));
     }
-    text += ".SH EXIT STATUS\n" + item("0", "Done.") + item("1", "The method failed.") +
-            item("2", "Wrong usage or an invalid argument; nothing was changed.");
-    text += ".PP\nErrors go to standard error as\n.IR \"hostadm: METHOD: TEXT (error CODE)\" .\n";
-    text += examples_of_commands;
-    text += ".SH FILES\n.TP\n.I LIBEXEC/hostadm/methods/CLASS/NAME\nThe methods.\n.SH SEE ALSO\n";
+    text += section(base::tr("EXIT STATUS")) + item("0", base::tr("Done.")) +
+            item("1", base::tr("The method failed.")) +
+            item("2", base::tr("Wrong usage or an invalid argument; nothing was changed.")) + ".PP\n" +
+            base::tr("Errors go to standard error as\n.IR \"hostadm: METHOD: TEXT (error CODE)\" .\n") +
+            section(base::tr("EXAMPLES")) + base::tr(examples_of_commands) + section(base::tr("FILES")) +
+            ".TP\n.I LIBEXEC/hostadm/methods/CLASS/NAME\n" + base::tr("The methods.") + "\n" +
+            section(base::tr("SEE ALSO"));
     for (std::size_t at = 0; at < methods.size(); ++at)
         text +=
             ".BR " + roff(page_name(methods[at].name)) + " (8)" + (at + 1 < methods.size() ? ",\n" : "\n");
@@ -439,10 +476,11 @@ int generate(const CLI::App &app, const std::filesystem::path &share) {
         descriptions.push_back(std::move(std::get<Description>(described)));
         descriptions.back().name = name;
     }
-    remove_pages(share / "man/man8");
-    write(share / "man/man1/hostadm.1", in_short_lines(command_page(app, descriptions)));
+    const std::filesystem::path manuals = share / "man" / base::language_of_texts();
+    remove_pages(manuals / "man8");
+    write(manuals / "man1/hostadm.1", in_short_lines(command_page(app, descriptions)));
     for (const Description &description : descriptions)
-        write(share / "man/man8" / (page_name(description.name) + ".8"),
+        write(manuals / "man8" / (page_name(description.name) + ".8"),
               in_short_lines(method_page(description)));
     return status;
 }

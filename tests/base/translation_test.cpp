@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#include "base/language.hpp"
 #include "base/translation.hpp"
 
 namespace {
@@ -33,6 +34,10 @@ TEST(Text, TakesWordsNumbersAndLetters) {
 TEST(Text, IsItselfWhereThereIsNoTranslation) {
     EXPECT_STREQ(tr("this is in no catalogue"), "this is in no catalogue");
     EXPECT_STREQ(tr(""), ""); // and not the head of the catalogue
+}
+
+TEST(Text, IsInNoOtherLanguageWhereNoCatalogueIsAskedFor) {
+    EXPECT_EQ(language_of_texts(), "");
 }
 
 TEST(Text, LeavesWhatErrnoSays) {

@@ -18,7 +18,7 @@ for page in $(find "$@" -name '*.[1-8]' -type f); do
     mandoc -T lint "$page" >"$work/lint" 2>&1 || :
     [ ! -s "$work/lint" ] || fail "mandoc complains: $(cat "$work/lint")"
     ! grep -q '^\.so ' "$page" || fail "$page leads to another one by .so; make a link of it"
-    grep -q '^\.SH EXAMPLES$' "$page" || fail "$page has no EXAMPLES"
+    grep -qE '^\.SH (EXAMPLES|BEISPIELE)$' "$page" || fail "$page has no EXAMPLES"
     LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -l "$page" >"$work/shown" 2>"$work/complaints" || :
     [ ! -s "$work/complaints" ] || fail "man complains of $page: $(cat "$work/complaints")"
     [ "$(LC_ALL=C.UTF-8 wc -L <"$work/shown")" -le 80 ] || fail "$page is wider than 80 columns"

@@ -1,13 +1,15 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
 """german.py HOSTADM DE.PO: runs the command for a German reader, and finds English sentences of the catalogue in what it
-says, lines that are too wide, and JSON that has changed with the language."""
+says and in the manual pages that it writes, lines that are too wide, and JSON that has changed with the language."""
 import json
 import os
 import re
 import subprocess
 import sys
+import tempfile
 import unicodedata
+from pathlib import Path
 
 import po_file
 
@@ -43,6 +45,32 @@ def english_pieces(entries):
     return sorted(pieces)
 
 
+def english_in(text, pieces):
+    spoken = one_line(text)
+    return [piece for piece in pieces if re.search(r"(?<!\w)" + re.escape(piece) + r"(?!\w)", spoken)]
+
+
+def without_markup(page):
+    for mark, meant in (("\\-", "-"), ("\\(ga", "`"), ("\\e", "\\"), ("\\&", "")):
+        page = page.replace(mark, meant)
+    return page
+
+
+def defects_of_manual_pages(pieces, methods):
+    """The pages that are written for a German reader are German, and lie where man looks for such."""
+    with tempfile.TemporaryDirectory() as share:
+        said("generate", share)
+        pages = sorted(Path(share).rglob("*.[18]"))
+        if len(pages) != methods + 1:
+            yield f"{len(pages)} manual pages of {methods} methods"
+        for page in pages:
+            name = page.relative_to(share)
+            if not str(name).startswith("man/de/man"):
+                yield f"{name} lies where the English pages do"
+            yield from (f"{name}: English: {piece}" for piece in
+                        english_in(without_markup(page.read_text(encoding="utf-8")), pieces))
+
+
 def columns_of(line):
     return sum(2 if unicodedata.east_asian_width(c) in "WF" else 1 for c in line if not unicodedata.combining(c))
 
@@ -61,15 +89,15 @@ def main():
     runs += [["help", method] for method in methods]
     runs += [[command, "--help"] for command in commands]
     defects = []
-    wide = {("help", method) for method in methods} | {("list",)}
+    wide = {("help", method) for method in methods} | {(command, "--help") for command in commands} | {("list",)}
     for words in runs:
         text = said(*words)
         shown = " ".join(words)
         if text == said(*words, language="en"):
             defects.append(f"hostadm {shown}: says the same in English: {text}")
-        spoken = one_line(text)
-        defects += [f"hostadm {shown}: English: {piece}" for piece in pieces
-                    if re.search(r"(?<!\w)" + re.escape(piece) + r"(?!\w)", spoken)]
+        defects += [f"hostadm {shown}: English: {piece}" for piece in english_in(text, pieces)]
+        defects += [f"hostadm {shown}: heading in English: {heading}" for heading in ("Options:", "Subcommands:", "Usage:")
+                    if heading in text]
         if tuple(words) in wide:
             defects += [f"hostadm {shown}: wider than {WIDTH}: {line}" for line in text.splitlines()
                         if columns_of(line) > WIDTH and " " in line.strip()]
@@ -81,6 +109,7 @@ def main():
             keys = [[entry["method"] for entry in one] for one in (german, english)]
         if keys[0] != keys[1]:
             defects.append(f"hostadm {' '.join(words)}: names in JSON depend on the language")
+    defects += defects_of_manual_pages(pieces, len(methods))
     print("\n".join(defects))
     sys.exit(1 if defects else 0)
 
