@@ -1,17 +1,23 @@
 // SPDX-License-Identifier: MIT
 // hostadm preview: runs a method in a throwaway root and shows what it would change.
+#include "cli/preview.hpp"
+
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include "base/descriptor.hpp"
+#include "base/encoding.hpp"
 #include "base/program.hpp"
 #include "base/translation.hpp"
 #include "cli/commands.hpp"
+#include "cli/on_hosts.hpp"
 #include "cli/output.hpp"
 #include "cli/preview_report.hpp"
 #include "cli/preview_stand_ins.hpp"
@@ -28,11 +34,15 @@ using sandbox::Change;
 using sandbox::FileState;
 using sandbox::FileType;
 
+constexpr double longest_time = 1e6; // seconds
+
 struct PreviewOptions {
     Invocation invocation;
     bool everything = false;
     double time_limit = 0;
     std::vector<std::string> then; // hostadm's words, to be run in the same root afterwards
+    HostOptions hosts;
+    bool is_for_another_host = false;
 };
 
 std::string quotes_defect(const std::string &line) {
@@ -52,7 +62,12 @@ bool run_then(const std::string &line, const std::string &program, int output) {
 }
 
 int perform_inside(const PreviewOptions &asked, const std::string &program, int result, int afterwards) {
-    const Outcome outcome = perform(asked.invocation);
+    const Outcome outcome = [&] {
+        std::optional<base::SignalsPassedOn> with_the_connection;
+        if (asked.is_for_another_host)
+            with_the_connection.emplace(STDOUT_FILENO);
+        return perform(asked.invocation);
+    }();
     base::write_all(result, framework::to_text(outcome));
     let_others_end();
     if (outcome.status != Outcome::Status::done)
@@ -130,10 +145,8 @@ std::string commands_text(const std::vector<Command> &commands) {
     return text;
 }
 
-void print_preview(const Preview &preview, const ChangesReport &report) {
-    print_results(preview.method.answer);
-    if (!preview.method.answer.outputs.empty() || !preview.method.answer.rows.empty())
-        print("\n");
+// All but the results of the method.
+std::string text_of(const Preview &preview, const ChangesReport &report) {
     std::string diffs, lines;
     for (const ChangesReport::Entry &entry : report.entries()) {
         diffs += shown_diff(entry.diff);
@@ -146,13 +159,18 @@ void print_preview(const Preview &preview, const ChangesReport &report) {
             base::tr("({1} could not be layered: it was read-only in the preview)", printable(mount_point)) +
             "\n";
     const std::string commands = commands_text(preview.commands);
-    print(diffs.empty() && lines.empty() ? base::tr("No file would change.") + std::string("\n") : diffs);
+    std::string text =
+        diffs.empty() && lines.empty() ? base::tr("No file would change.") + std::string("\n") : diffs;
     if (!lines.empty())
-        print(std::string(diffs.empty() ? "" : "\n") + base::tr("Files:") + "\n" + lines);
-    print(commands.empty() ? "" : std::string("\n") + base::tr("Commands:") + "\n" + commands);
-    print(preview.afterwards);
-    print(std::string("\n") + base::tr("This was a preview: nothing on this system has been changed.") +
-          "\n");
+        text += std::string(diffs.empty() ? "" : "\n") + base::tr("Files:") + "\n" + lines;
+    text += commands.empty() ? "" : std::string("\n") + base::tr("Commands:") + "\n" + commands;
+    text += preview.afterwards;
+    return text + "\n" + base::tr("This was a preview: nothing on this system has been changed.") + "\n";
+}
+
+void print_preview(const framework::Answer &results, const std::string &text) {
+    print_results(results);
+    print((results.outputs.empty() && results.rows.empty() ? "" : "\n") + text);
 }
 
 Json json_of(const FileState &state) {
@@ -193,6 +211,22 @@ Json json_of(const Preview &preview, const ChangesReport &report) {
     return {{"changes", std::move(changes)}, {"commands", std::move(commands)}};
 }
 
+// Why a preview fails whose method does not; empty: it does not.
+std::string complaint_of(const PreviewOptions &asked, const Preview &preview) {
+    if (preview.method.status != Outcome::Status::done || asked.then.empty() || preview.run.exit_status == 0)
+        return "";
+    return preview.run.timed_out
+               ? base::tr("the time limit passed before every command of --then had ended")
+               : base::tr("a command of --then failed; what it said stands under its heading");
+}
+
+Json changes_of(const PreviewOptions &asked, const Preview &preview, const ChangesReport &report) {
+    Json json = json_of(preview, report);
+    if (!asked.then.empty())
+        json["then"] = to_json(preview.afterwards);
+    return json;
+}
+
 int preview(const PreviewOptions &asked) {
     const Preview preview = make_preview(asked);
     if (preview.run.interrupted_by != 0)
@@ -200,22 +234,18 @@ int preview(const PreviewOptions &asked) {
     const ChangesReport report(preview.run.changes, asked.everything);
     if (asked.invocation.json) {
         Json json = cli::json_of(asked.invocation.method, preview.method);
-        json.update(json_of(preview, report));
-        if (!asked.then.empty())
-            json["then"] = to_json(preview.afterwards);
+        json.update(changes_of(asked, preview, report));
         print_json(json);
     } else if (preview.method.status != Outcome::Status::invalid) {
-        print_preview(preview, report);
+        print_preview(preview.method.answer, text_of(preview, report));
     }
     print_errors(asked.invocation.method, preview.method);
     if (preview.method.status != Outcome::Status::done)
         return static_cast<int>(preview.method.status);
-    if (asked.then.empty() || preview.run.exit_status == 0)
+    const std::string complaint = complaint_of(asked, preview);
+    if (complaint.empty())
         return done;
-    print_error("preview",
-                preview.run.timed_out
-                    ? base::tr("the time limit passed before every command of --then had ended")
-                    : base::tr("a command of --then failed; what it said stands under its heading"));
+    print_error("preview", complaint);
     return failed;
 }
 
@@ -228,18 +258,107 @@ int preview_or_say_why_not(const PreviewOptions &asked) {
     }
 }
 
+// ---- on other hosts ----
+
+// The output by which the report comes from there: no argument, output or column can be called so.
+constexpr const char *report_output = "_preview";
+constexpr const char *full_setting = "full", *time_limit_setting = "time-limit", *then_setting = "then";
+
+framework::Values settings_of(const PreviewOptions &asked) {
+    framework::Values settings{{time_limit_setting, std::to_string(asked.time_limit)}};
+    if (asked.everything)
+        settings.emplace_back(full_setting, "yes");
+    for (const std::string &line : asked.then)
+        settings.emplace_back(then_setting, line);
+    return settings;
+}
+
+PreviewOptions options_of(const framework::Request &request) {
+    PreviewOptions asked;
+    asked.is_for_another_host = true;
+    asked.invocation.method = request.method;
+    for (const auto &[name, value] : request.arguments)
+        asked.invocation.words.push_back(std::string(name).append("=").append(value));
+    for (const auto &[name, value] : request.settings)
+        if (name == full_setting)
+            asked.everything = true;
+        else if (name == time_limit_setting)
+            asked.time_limit = std::clamp(std::strtod(value.c_str(), nullptr), 0.0, longest_time);
+        else if (name == then_setting)
+            asked.then.push_back(value);
+    return asked;
+}
+
+// Takes the report out of an outcome that came from another host.
+Json take_report(Outcome &outcome) {
+    auto &outputs = outcome.answer.outputs;
+    const auto found = std::ranges::find(outputs, report_output, &framework::Values::value_type::first);
+    Json report = found == outputs.end() ? Json() : Json::parse(found->second, nullptr, false);
+    if (found != outputs.end())
+        outputs.erase(found);
+    const bool is_whole = report.is_object() && report["text"].is_string() &&
+                          report["complaint"].is_string() && report["changes"].is_object();
+    return is_whole ? report : Json();
+}
+
+OnHost preview_from(Outcome outcome) {
+    const Json report = take_report(outcome);
+    OnHost came{.outcome = std::move(outcome)};
+    if (report.is_null()) {
+        if (came.outcome.status == Outcome::Status::done)
+            came.complaint = base::tr("the answer does not tell what would change there");
+        return came;
+    }
+    for (const char *part : {"changes", "commands", "then"})
+        if (report["changes"].contains(part))
+            came.more[part] = report["changes"][part];
+    if (came.outcome.status != Outcome::Status::invalid)
+        came.print = [has_results = !came.outcome.answer.outputs.empty() || !came.outcome.answer.rows.empty(),
+                      text = report["text"].get<std::string>()] {
+            print((has_results ? "\n" : "") + shown_diff(text));
+        };
+    if (const auto complaint = report["complaint"].get<std::string>(); !complaint.empty())
+        came.complaint = complaint;
+    return came;
+}
+
+int preview_where_asked(PreviewOptions &asked) {
+    asked.hosts.reach.preview = preview_for_another_host;
+    const auto on_others = on_hosts(asked.invocation, asked.hosts, preview_from, settings_of(asked));
+    return on_others ? *on_others : preview_or_say_why_not(asked);
+}
+
 } // namespace
+
+Outcome preview_for_another_host(const framework::Request &request) {
+    const PreviewOptions asked = options_of(request);
+    try {
+        Preview preview = make_preview(asked);
+        const ChangesReport report(preview.run.changes, asked.everything);
+        const std::string text = text_of(preview, report);
+        const Json json = {{"text", base::is_utf8(text) ? text : printable(text)},
+                           {"complaint", complaint_of(asked, preview)},
+                           {"changes", changes_of(asked, preview, report)}};
+        preview.method.answer.outputs.emplace_back(report_output, json.dump());
+        return std::move(preview.method);
+    } catch (const sandbox::Error &error) {
+        return {Outcome::Status::failed, {}, error.what()};
+    }
+}
 
 void add_preview(CLI::App &app, Work &chosen) {
     static PreviewOptions asked;
     CLI::App *command =
         app.add_subcommand("preview", base::tr("show what a method would change, without changing it"));
     add_invocation(*command, asked.invocation);
+    add_host_options(
+        *command, asked.hosts,
+        base::tr("preview it on this host, over ssh; on several, each by an option or with commas"));
     command->add_flag("--full", asked.everything,
                       base::tr("show every file of large added trees, and large files too"));
     command->add_option("--time-limit", asked.time_limit, base::tr("the time after which the run is cut off"))
         ->type_name("SECONDS")
-        ->check(CLI::Range(0.0, 1e6).description(""));
+        ->check(CLI::Range(0.0, longest_time).description(""));
     command
         ->add_option(
             "--then", asked.then,
@@ -251,7 +370,7 @@ void add_preview(CLI::App &app, Work &chosen) {
         ->allow_extra_args(false);
     command->callback([&chosen] {
         take_words_from_file(asked.invocation);
-        chosen = [] { return preview_or_say_why_not(asked); };
+        chosen = [] { return preview_where_asked(asked); };
     });
     command->footer(base::tr(
         "The method runs for real, but in a throwaway root over this system. Commands that mount, share, "

@@ -7,13 +7,14 @@
 #include <fcntl.h>
 #include <optional>
 #include <unistd.h>
+#include <utility>
 #include <variant>
 
 #include "base/descriptor.hpp"
 #include "base/program.hpp"
-#include "base/text.hpp"
 #include "base/translation.hpp"
 #include "cli/commands.hpp"
+#include "cli/on_hosts.hpp"
 #include "cli/output.hpp"
 
 namespace hostadm::cli {
@@ -220,125 +221,13 @@ namespace {
 
 struct RunOptions {
     Invocation invocation;
-    std::vector<std::string> host_lists; // each HOST[,HOST...]
-    framework::OtherHosts reach;
+    HostOptions hosts;
 };
-
-// What is wrong with the hosts, or they.
-std::variant<std::vector<std::string>, std::string> hosts_of(const std::vector<std::string> &lists) {
-    std::vector<std::string> hosts;
-    for (const std::string &list : lists)
-        for (const std::string_view host : base::split(list, ',')) {
-            if (host.empty())
-                return base::tr("--host: the host has no name; leave the option out to run it here");
-            if (std::find(hosts.begin(), hosts.end(), host) != hosts.end())
-                return base::tr("--host: {1} is given twice", printable(host));
-            hosts.emplace_back(host);
-        }
-    return hosts;
-}
-
-// Shows the outcomes in the order in which the hosts were given, each as soon as it and those before it are
-// there.
-class Reports {
-public:
-    Reports(const Invocation &invocation, const std::vector<std::string> &hosts)
-        : invocation_(invocation), hosts_(hosts), outcomes_(hosts.size()) {}
-
-    void take(std::size_t at, Outcome outcome) {
-        outcomes_[at] = std::move(outcome);
-        for (; next_ < outcomes_.size() && outcomes_[next_]; ++next_) {
-            show(hosts_[next_], *outcomes_[next_]);
-            outcomes_[next_].reset();
-        }
-    }
-
-    // The exit status of all.
-    int finish() const {
-        if (invocation_.json)
-            print_json(hosts_.size() == 1 ? list_.front() : list_);
-        return any_failed_ ? failed : any_invalid_ ? usage : done;
-    }
-
-private:
-    void show(const std::string &host, const Outcome &outcome) {
-        any_failed_ = any_failed_ || outcome.status == Status::failed;
-        any_invalid_ = any_invalid_ || outcome.status == Status::invalid;
-        if (invocation_.json) {
-            Json json = json_of(invocation_.method, outcome);
-            json["host"] = to_json(host);
-            list_.push_back(std::move(json));
-        } else {
-            if (hosts_.size() > 1)
-                print((next_ == 0 ? "" : "\n") + printable(host) + ":\n");
-            print_results(outcome.answer);
-        }
-        print_errors(hosts_.size() == 1 ? invocation_.method : host + ": " + invocation_.method, outcome);
-    }
-
-    const Invocation &invocation_;
-    const std::vector<std::string> &hosts_;
-    std::vector<std::optional<Outcome>> outcomes_;
-    std::size_t next_ = 0;
-    Json list_ = Json::array();
-    bool any_failed_ = false, any_invalid_ = false;
-};
-
-int run_on_hosts(RunOptions &asked, const std::vector<std::string> &hosts) {
-    auto request = request_of(asked.invocation);
-    if (auto *defect = std::get_if<std::string>(&request))
-        return report(asked.invocation, invalid(std::move(*defect)));
-    Reports reports(asked.invocation, hosts);
-    asked.reach.done = [&](std::size_t at, Outcome outcome) { reports.take(at, std::move(outcome)); };
-    asked.reach.say = [&](const std::string &host, const std::string &line) {
-        base::write_all(STDERR_FILENO, (hosts.size() == 1 ? "" : host + ": ") + line + "\n");
-    };
-    // The keyboard's signals reach what runs now, but not what would be started next.
-    const base::SignalsPassedOn passed_on(-1, base::SignalsPassedOn::Keyboard::is_passed_on);
-    framework::perform_on(hosts, asked.invocation.method, std::move(std::get<framework::Request>(request)),
-                          asked.reach);
-    return reports.finish();
-}
 
 int run_where_asked(RunOptions &asked) {
-    const auto hosts = hosts_of(asked.host_lists);
-    if (const auto *defect = std::get_if<std::string>(&hosts)) {
-        print_error("", *defect);
-        return usage;
-    }
-    const auto &names = std::get<std::vector<std::string>>(hosts);
-    return names.empty() ? run(asked.invocation) : run_on_hosts(asked, names);
-}
-
-void add_host_options(CLI::App &command, RunOptions &asked) {
-    constexpr int longest = 1'000'000; // seconds
-    auto *host = command.add_option(
-        "--host", asked.host_lists,
-        base::tr("run it on this host, over ssh; on several, each by an option or with commas"));
-    host->type_name("[USER@]HOST")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-        ->allow_extra_args(false);
-    command.add_flag("--sudo", asked.reach.sudo, base::tr("become root there by sudo, without a password"))
-        ->needs(host);
-    command
-        .add_option("--connect-timeout", asked.reach.connect_limit,
-                    base::tr("how long a host may take to let the command begin; 30 if not said"))
-        ->type_name("SECONDS")
-        ->check(CLI::Range(1, longest).description(""))
-        ->needs(host);
-    command
-        .add_option("--answer-timeout", asked.reach.answer_limit,
-                    base::tr("how long the method may take there; without end if not said"))
-        ->type_name("SECONDS")
-        ->check(CLI::Range(1, longest).description(""))
-        ->needs(host);
-    command
-        .add_option("--at-once", asked.reach.at_once,
-                    base::tr("so many hosts beside each other; 8 if not said"))
-        ->type_name("NUMBER")
-        ->check(CLI::Range(1, 100).description(""))
-        ->needs(host);
+    const auto on_others =
+        on_hosts(asked.invocation, asked.hosts, [](Outcome outcome) { return OnHost{std::move(outcome)}; });
+    return on_others ? *on_others : run(asked.invocation);
 }
 
 } // namespace
@@ -347,7 +236,8 @@ void add_run(CLI::App &app, Work &chosen) {
     static RunOptions asked;
     CLI::App *command = app.add_subcommand("run", base::tr("run a method"));
     add_invocation(*command, asked.invocation);
-    add_host_options(*command, asked);
+    add_host_options(*command, asked.hosts,
+                     base::tr("run it on this host, over ssh; on several, each by an option or with commas"));
     command->callback([&chosen] {
         take_words_from_file(asked.invocation);
         chosen = [] { return run_where_asked(asked); };

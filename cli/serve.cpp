@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// hostadm serve: runs one method for another host. The request comes on standard input, the answer goes to
+// hostadm serve: runs or previews one method for another host. The request comes on standard input, the answer goes to
 // standard output, and last how the run was judged.
 #include <cstdlib>
 #include <unistd.h>
@@ -9,12 +9,13 @@
 #include "base/translation.hpp"
 #include "cli/commands.hpp"
 #include "cli/output.hpp"
+#include "cli/preview.hpp"
 
 namespace hostadm::cli {
 
 namespace {
 
-int serve() {
+int serve(bool is_preview) {
     // The other host asked sudo to speak English; here the language of the login holds again.
     unsetenv("LANGUAGE");
     print(std::string(framework::serve_greeting) + "\n");
@@ -27,6 +28,8 @@ int serve() {
         return usage;
     }
     const framework::Outcome outcome = [&] {
+        if (is_preview)
+            return preview_for_another_host(*request);
         const base::SignalsPassedOn passed_on(STDOUT_FILENO); // with the connection its reader goes
         return framework::perform("", request->method, *request, "");
     }();
@@ -37,8 +40,10 @@ int serve() {
 } // namespace
 
 void add_serve(CLI::App &app, Work &chosen) {
+    static bool is_preview;
     CLI::App *command = app.add_subcommand("serve", base::tr("run one method for another host"))->group("");
-    command->callback([&chosen] { chosen = serve; });
+    command->add_flag("--preview", is_preview, base::tr("show what it would change, without changing it"));
+    command->callback([&chosen] { chosen = [] { return serve(is_preview); }; });
 }
 
 } // namespace hostadm::cli

@@ -42,6 +42,8 @@ std::string to_text(const Request &request) {
     Json &arguments = text["arguments"];
     for (const auto &[name, value] : request.arguments)
         arguments[name] = to_json(value);
+    for (const auto &[name, value] : request.settings)
+        text["settings"].push_back({to_json(name), to_json(value)});
     return text.dump();
 }
 
@@ -60,6 +62,19 @@ std::optional<Values> arguments_of(const Json &object) {
     return arguments;
 }
 
+// Pairs, since a setting may be there several times; nothing for what are none.
+std::optional<Values> settings_of(const Json &pairs) {
+    Values settings;
+    for (const Json &pair : pairs) {
+        auto name = pair.is_array() && pair.size() == 2 ? from_json(pair[0]) : std::nullopt;
+        auto value = name ? from_json(pair[1]) : std::nullopt;
+        if (!value)
+            return std::nullopt;
+        settings.emplace_back(std::move(*name), std::move(*value));
+    }
+    return settings;
+}
+
 } // namespace
 
 std::optional<Values> parse_arguments(std::string_view text) {
@@ -72,9 +87,12 @@ std::optional<Request> parse_request(std::string_view text) {
         return std::nullopt;
     const Json method = parsed.value("method", Json());
     auto arguments = arguments_of(parsed.value("arguments", Json()));
-    if (!method.is_string() || !arguments)
+    auto settings = settings_of(parsed.value("settings", Json::array()));
+    if (!method.is_string() || !arguments || !settings)
         return std::nullopt;
-    return Request{method.get<std::string>(), std::move(*arguments)};
+    return Request{.method = method.get<std::string>(),
+                   .arguments = std::move(*arguments),
+                   .settings = std::move(*settings)};
 }
 
 int sealed_file(std::string_view text) {

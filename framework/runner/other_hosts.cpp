@@ -68,6 +68,9 @@ std::vector<std::string> ssh_words(const Login &login, const OtherHosts &how, co
     if (how.sudo)
         words.insert(words.end(), {"env", "LANGUAGE=en", "sudo", "-n", "--"});
     words.insert(words.end(), {"hostadm", "serve"});
+    // One that is older refuses the word, and does not run what was to be previewed.
+    if (how.preview)
+        words.emplace_back("--preview");
     return words;
 }
 
@@ -232,6 +235,11 @@ private:
     // It was at work, and nobody knows how far it has come.
     Outcome cut_off(const base::Ending &ending) const {
         Outcome outcome = [&] {
+            if (ending.timed_out && how_.preview)
+                return failure(no_answer_in_time,
+                               tr("no answer from {1} within {2} seconds; it was only a preview, and nothing "
+                                  "has been changed there",
+                                  login_.host, how_.answer_limit));
             if (ending.timed_out)
                 return failure(
                     no_answer_in_time,
@@ -241,14 +249,20 @@ private:
             if (too_much_)
                 return failure(answer_cut_off, tr("{1} answered more than {2} megabytes, and was cut off",
                                                   login_.host, longest_answer >> 20));
+            const std::string ended =
+                base::in_words(ending) + in_brackets(line_with(log_.text(), "not responding"));
+            if (how_.preview)
+                return failure(answer_cut_off,
+                               tr("the answer of {1} breaks off: ssh {2}; it was only a preview, and "
+                                  "nothing has been changed there",
+                                  login_.host, ended));
             return failure(
                 answer_cut_off,
                 tr("the answer of {1} breaks off: ssh {2}; it may have done a part of its work, and "
                    "`hostadm status` there tells what is so",
-                   login_.host,
-                   base::in_words(ending) + in_brackets(line_with(log_.text(), "not responding"))));
+                   login_.host, ended));
         }();
-        outcome.answer.dirty = true;
+        outcome.answer.dirty = !how_.preview;
         Answer came = parse_answer(too_much_ ? "" : answer_);
         outcome.answer.outputs = std::move(came.outputs);
         outcome.answer.rows = std::move(came.rows);
@@ -301,8 +315,9 @@ private:
             return failure(
                 sudo_refused,
                 tr("sudo on {1} does not let {2} run hostadm without a password{3}; a line such as "
-                   "\"NAME ALL=(root) NOPASSWD: /usr/bin/hostadm serve\" in /etc/sudoers.d allows it",
-                   login_.host, login_.text(), in_brackets(said)));
+                   "\"NAME ALL=(root) NOPASSWD: /usr/bin/{4}\" in /etc/sudoers.d allows it",
+                   login_.host, login_.text(), in_brackets(said),
+                   how_.preview ? "hostadm serve --preview" : "hostadm serve"));
         return failure(no_hostadm_there,
                        tr("{1} let {2} in, but hostadm did not begin there: ssh {3}", login_.host,
                           login_.text(), base::in_words(ending) + in_brackets(said)));
@@ -355,7 +370,7 @@ void perform_on(const std::vector<std::string> &hosts, const std::string &method
     numbered.done = [&](std::size_t at, Outcome outcome) { how.done(there[at], std::move(outcome)); };
     perform_there(logins, request, numbered);
     for (const std::size_t at : here)
-        how.done(at, perform("", method, request, ""));
+        how.done(at, how.preview ? how.preview(request) : perform("", method, request, ""));
 }
 
 void perform_there(const std::vector<Login> &logins, const Request &request, const OtherHosts &how) {

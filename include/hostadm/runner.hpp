@@ -40,7 +40,8 @@ using Values = std::vector<std::pair<std::string, std::string>>;
 struct Request {
     std::string method; // CLASS/NAME
     Values arguments;
-    int time_limit = 0; // seconds, then a run on this host is cut off; 0: none
+    int time_limit = 0;   // seconds, then a run on this host is cut off; 0: none
+    Values settings = {}; // how a preview on another host is wanted
 
     const std::string *find(std::string_view name) const;
 };
@@ -195,6 +196,9 @@ struct OtherHosts {
     int connect_limit = 30;  // seconds until the command there has begun
     int answer_limit = 0;    // seconds from then on until the answer is whole; 0: none
     std::size_t at_once = 8; // so many hosts are asked beside each other
+    // Set: the method is not run but previewed, on other hosts by their own command, and by this where the name of a
+    // host means here.
+    std::function<Outcome(const Request &)> preview = {};
     // A line that a method there says for people. It holds nothing that steers a terminal.
     std::function<void(const std::string &host, const std::string &line)> say;
     // The outcome on the host of this number, as soon as it is there; once for each.

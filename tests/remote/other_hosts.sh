@@ -97,6 +97,13 @@ printf '{"output": "said", "value": "from \\u001b[2J %s"}\n' "$(id -un)" >&4
 exec sleep "$(hostadm arg get wait)"
 END
 chmod 755 /usr/local/libexec/hostadm/methods/far/speak
+cat >/usr/local/libexec/hostadm/methods/far/note <<'END'
+#!/bin/sh
+[ "${1:-}" = --describe ] && { echo '{"name": "far/note", "purpose": "notes", "outputs": [{"name": "noted", "purpose": "where"}], "edits": ["/etc/far-note"]}'; exit; }
+echo 'it was noted' >/etc/far-note
+hostadm arg set noted /etc/far-note
+END
+chmod 755 /usr/local/libexec/hostadm/methods/far/note
 mkdir -p /usr/local/bare
 for host in far1 far2 strange changed; do start_sshd $host; done
 start_sshd bare "SetEnv PATH=/usr/local/bare"
@@ -140,6 +147,40 @@ printf '{"command": "run_on_hosts", "answer": %s}' "$(printf '%s' "$out" | tr -d
 asked run --json --host far1 far/speak
 is "one host's answer names it" 0 '"host": "far1"'
 
+asked preview --host far1 far/note
+is "a method is previewed on another host" 0 "+it was noted"
+is "its outputs come with it" 0 "noted  /etc/far-note"
+is_not_in "the report is no output for people" "_preview"
+asked preview --host far1,far2 far/note
+is "previews on several hosts are told apart" 0 "
+
+far2:
+noted"
+asked preview --json --host far2,off,server --connect-timeout 20 far/note
+is "one of several previews fails" 1 "off: far/note: off "
+[ "$(printf '%s' "$out" | jq -c '[.[] | [.host, .status, .outputs.noted, .changes[0].path]]')" = \
+    '[["far2","done","/etc/far-note","/etc/far-note"],["off","failed",null,null],["server","done","/etc/far-note","/etc/far-note"]]' ] ||
+    { echo "FAILED: the previews of several hosts as JSON: $out"; failures=$((failures + 1)); }
+printf '{"command": "preview_on_hosts", "answer": %s}' "$(printf '%s' "$out" | tr -d '\n')" >/tmp/answer
+"$here/../preview/validate" "$here/../../docs/answers.schema.json" </tmp/answer || { echo "FAILED: that is not what the schema says"; failures=$((failures + 1)); }
+asked preview --host far1 --then 'list far' far/note
+is "a command runs in the same root there" 0 "== hostadm list far"
+asked preview --host far1 --then 'help no/such' far/note
+is "a command there that fails is told" 1 "a command of --then failed"
+asked preview --host admin@far1 far/note
+is "a preview there needs root" 1 "hostadm: far/note: "
+is_not_in "who is not root sees no change" "it was noted"
+asked preview --host bare far/note
+is "a preview on a host without hostadm" 1 "(error 136)"
+asked preview --host far1 far/note wrong=x
+is "a wrong argument of a preview there" 2 "there is no argument"
+asked preview --host far1 --answer-timeout 3 far/speak wait=51
+is "a preview that takes too long" 1 "(error 138)"
+is "has changed nothing" 1 "it was only a preview, and nothing has been changed there"
+is_not_in "a preview leaves nothing half done" "left half done"
+soon nobody_sleeps 51 || { echo "FAILED: the previewed method there goes on"; failures=$((failures + 1)); }
+[ ! -e /etc/far-note ] || { echo "FAILED: a preview has changed something"; failures=$((failures + 1)); }
+
 asked run --host nowhere far/speak
 is "a host without an address" 1 "nowhere has no address here"
 is "has a code" 1 "(error 130)"
@@ -176,7 +217,7 @@ soon nobody_sleeps 50 || { echo "FAILED: the method there goes on"; failures=$((
 # Stands for the real one, which lets nobody do anything.
 cat >/usr/bin/sudo <<'END'
 #!/bin/sh
-[ "$*" = "-n -- hostadm serve" ] && [ "${LANGUAGE:-}" = en ] || exit 3
+{ [ "$*" = "-n -- hostadm serve" ] || [ "$*" = "-n -- hostadm serve --preview" ]; } && [ "${LANGUAGE:-}" = en ] || exit 3
 [ -e /etc/sudo-allows ] || { echo 'sudo: a password is required' >&2; exit 1; }
 shift 2
 exec "$@"
@@ -185,6 +226,8 @@ chmod 755 /usr/bin/sudo
 asked run --host admin@far1 --sudo far/speak
 is "sudo that wants a password" 1 "sudo on far1 does not let admin@far1 run hostadm without a password (sudo: a password is required)"
 is "has a code" 1 "(error 137)"
+asked preview --host admin@far1 --sudo far/note
+is "sudo that allows no preview" 1 "NOPASSWD: /usr/bin/hostadm serve --preview"
 touch /etc/sudo-allows
 asked run --host far1 --sudo far/speak
 is "sudo that allows it" 0 "said  from"
