@@ -106,7 +106,7 @@ void add_check(CLI::App &app, Work &chosen) {
     CLI::App *command = app.add_subcommand(
         "check", base::tr("find what keeps clients from booting, without changing anything"));
     command->add_option("clients", clients, base::tr("only these clients, and what is wrong for all"))
-        ->option_text("CLIENT...");
+        ->option_text("CLIENT");
     command->add_flag("--json", json, base::tr("print the findings as JSON"));
     command->footer(base::tr("Exit status: 0 nothing is wrong, 1 there are findings, 2 wrong usage or no "
                              "such client.\n`hostadm help checks` lists what is looked at."));

@@ -98,7 +98,7 @@ void open_standard_descriptors() {
 
 int hostadm_main(int argc, char **argv) {
     CLI::App app(hostadm::base::tr("Keeps the network-boot side of a server in order."), "hostadm");
-    app.set_version_flag("--version", "hostadm " HOSTADM_VERSION);
+    app.set_version_flag("--version", "hostadm " HOSTADM_VERSION, hostadm::base::tr("print the version"));
     app.formatter(std::make_shared<NarrowHelp>());
     translate_words(app);
     app.require_subcommand(0, 1);
@@ -117,7 +117,8 @@ int hostadm_main(int argc, char **argv) {
     } catch (const CLI::Success &asked) {
         return flushed(app.exit(asked));
     } catch (const CLI::ParseError &wrong) {
-        return refuse(app, std::vector<std::string>(argv + std::min(argc, 1), argv + argc), in_words(wrong));
+        return refuse(app, std::vector<std::string>(argv + std::min(argc, 1), argv + argc),
+                      in_words(app, wrong));
     }
     if (!chosen)
         return flushed(help(app, ""));

@@ -4,16 +4,18 @@
 #include <sstream>
 
 #include "base/columns.hpp"
+#include "cli/options.hpp"
 
 namespace hostadm::cli {
 
 namespace {
 
-// Where the text of a line begins that has something in front of it, "  --json    print it"; 0: nothing has.
+// Where the text of a line begins, behind what stands in front of it, "  --json    print it", or behind its blanks.
 std::size_t begin_of_text(const std::string &line) {
     const std::size_t word = line.find_first_not_of(' ');
     const std::size_t gap = word == line.npos ? line.npos : line.find("  ", word);
-    return gap == line.npos ? 0 : line.find_first_not_of(' ', gap);
+    const std::size_t text = gap == line.npos ? word : line.find_first_not_of(' ', gap);
+    return text == line.npos ? 0 : text;
 }
 
 } // namespace
@@ -27,6 +29,16 @@ std::string NarrowHelp::make_help(const CLI::App *app, std::string name, CLI::Ap
                "\n";
     }
     return all;
+}
+
+std::string NarrowHelp::make_option_name(const CLI::Option *option, bool is_positional) const {
+    return is_positional && !option->get_option_text().empty()
+               ? option->get_option_text()
+               : CLI::Formatter::make_option_name(option, is_positional);
+}
+
+std::string NarrowHelp::make_option_opts(const CLI::Option *option) const {
+    return takes_value(*option) && !option->get_positional() ? " " + option->get_type_name() : "";
 }
 
 } // namespace hostadm::cli

@@ -4,6 +4,7 @@
 #include <regex>
 
 #include "base/translation.hpp"
+#include "cli/options.hpp"
 
 namespace hostadm::cli {
 
@@ -27,6 +28,15 @@ constexpr Wording wordings[] = {
     {"Could not convert: (.*) = (.*)", base::translatable("Could not convert: {1} = {2}")},
 };
 
+// What stands in the help in the place of a word that has a name only here.
+std::string as_in_help(const CLI::App &app, const std::string &name) {
+    for (const CLI::App *command : app.get_subcommands())
+        for (const CLI::Option *option : positionals_of(*command))
+            if (option->get_name() == name && !option->get_option_text().empty())
+                return option->get_option_text();
+    return name;
+}
+
 } // namespace
 
 void translate_words(CLI::App &app) {
@@ -38,6 +48,9 @@ void translate_words(CLI::App &app) {
 }
 
 void translate_headings(CLI::App &app) {
+    for (CLI::Option *option :
+         app.get_options([](CLI::Option *one) { return one->get_group() == "Options"; }))
+        option->group(base::tr("Options"));
     for (CLI::App *command :
          app.get_subcommands([](CLI::App *one) { return one->get_group() == "Subcommands"; }))
         command->group(base::tr("Subcommands"));
@@ -45,13 +58,13 @@ void translate_headings(CLI::App &app) {
         translate_headings(*command);
 }
 
-std::string in_words(const CLI::ParseError &wrong) {
+std::string in_words(const CLI::App &app, const CLI::ParseError &wrong) {
     const std::string said = wrong.what();
     std::smatch found;
     for (const Wording &wording : wordings)
         if (std::regex_match(said, found, std::regex(wording.said)))
             return base::filled(base::tr(wording.text),
-                                {found.str(1), found.str(2), found.str(3), found.str(4)});
+                                {as_in_help(app, found.str(1)), found.str(2), found.str(3), found.str(4)});
     return said;
 }
 

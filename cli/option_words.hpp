@@ -12,6 +12,6 @@ void translate_words(CLI::App &app);
 // The headings of the list of subcommands. Behind them.
 void translate_headings(CLI::App &app);
 // What it says of a command line that it refuses.
-std::string in_words(const CLI::ParseError &wrong);
+std::string in_words(const CLI::App &app, const CLI::ParseError &wrong);
 
 } // namespace hostadm::cli

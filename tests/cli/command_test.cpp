@@ -474,6 +474,17 @@ TEST(HelpCommand, IsThereForEveryCommand) {
     expect(hostadm("--version"), 0, "hostadm 1.0.0\n", "");
 }
 
+TEST(HelpCommand, NamesWhatIsTyped) {
+    const std::string help = shell("COLUMNS=80 hostadm run --help").out;
+    EXPECT_THAT(help, HasSubstr("Usage: hostadm run [OPTIONS] CLASS/METHOD [NAME=VALUE...]\n"));
+    EXPECT_THAT(help, HasSubstr("\n  CLASS/METHOD "));
+    EXPECT_THAT(help, HasSubstr("\n  --sudo   "));
+    EXPECT_THAT(help, HasSubstr("begin;\n" + std::string(30, ' ') + "30 if not said\n"))
+        << "what goes on in another line stands below its beginning";
+    expect(hostadm("run"), 2, "",
+           "hostadm: CLASS/METHOD is required; `hostadm run --help` shows how it is used\n");
+}
+
 TEST(HelpCommand, TellsOfATopic) {
     const std::string whole = hostadm("help").out;
     for (const char *topic : {"clients", "services", "booting", "checks", "exit-status"}) {
@@ -680,7 +691,7 @@ TEST(Descriptions, AndTheCompletionAndTheManualPageKnowEveryOption) {
     const tests::Scratch scratch;
     shell("hostadm generate " + scratch.path("share"));
     const std::string page =
-        shell("MANWIDTH=200 LC_ALL=C man -l " + scratch.path("share/man/man1/hostadm.1") + " | col -b").out;
+        shell("MANWIDTH=400 LC_ALL=C man -l " + scratch.path("share/man/man1/hostadm.1") + " | col -b").out;
     for (const char *command :
          {"list", "help", "run", "preview", "status", "check", "rehearse", "watch", "arg"}) {
         const std::set<std::string> known = options_in(hostadm(std::string(command) + " --help").out);
