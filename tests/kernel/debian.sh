@@ -24,24 +24,18 @@ add() { # add NAME NUMBER [WORD]...
 check "the service is added, of the tree" hostadm run service/add os_name=Debian os_version=12.0 instruction_set=amd64 \
     implementation_arch=amd64 tree="$tree" boot_program=/usr/lib/PXELINUX/pxelinux.0
 check "client1 is added" add client1 10
-has_pcs=$(hostadm list netboot | grep -c setup_pc)
-if [ "$has_pcs" != 0 ]; then
-    check "PCs are set up" hostadm run netboot/setup_pc interface=br0
-    check "pc1 is added" add pc1 11 boot=pc kernel_words="$kernel_words"
-    check "pc2 is added" add pc2 12 boot=pc kernel_words="$kernel_words"
-fi
+check "PCs are set up" hostadm run netboot/setup_pc interface=br0
+check "pc1 is added" add pc1 11 boot=pc kernel_words="$kernel_words"
+check "pc2 is added" add pc2 12 boot=pc kernel_words="$kernel_words"
 
 # To its login prompt, or to what stops it.
 until='(^| )[a-z0-9]+ login: |NETBOOT [^ ]* FAILED|Kernel panic|grub> |\(initramfs\)'
 old_way client1 10
-if [ "$has_pcs" != 0 ]; then
-    pc pc1 11 BIOS
-    pc pc2 12 UEFI
-fi
+pc pc1 11 BIOS
+pc pc2 12 UEFI
 wait
 for client in "client1 10" "pc1 11" "pc2 12"; do
     read -r name number <<<"$client"
-    [ -e "$consoles/$name" ] || continue
     check "$name: its login prompt, under its own name" told "$name" " $name login: "
     note "stages of $name, in milliseconds:"
     python3 "$here/stages.py" "$consoles/$name" $wire "$(ethernet "$number")" | sed 's/^/           /'
