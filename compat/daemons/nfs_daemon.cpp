@@ -379,29 +379,37 @@ bool file_system_module_installed() {
     return false;
 }
 
-// Kept when it is there, so that the administrator may change it.
+// Of a client of version 4 root is 0 and not a name, which it could not look up before its root is mounted.
+std::string settings_text(const std::string &protocols, const std::string &version_4) {
+    return "# Settings of the NFS server that /usr/lib/nfs/nfsd starts. Written once.\n"
+           "# Without lock manager and grace period: a client that boots must write at\n"
+           "# once, not 90 seconds after the start of the server.\n"
+           "NFS_CORE_PARAM {\n"
+           "    Protocols = " +
+           protocols +
+           ";\n"
+           "    Enable_NLM = false;\n"
+           "    Enable_RQUOTA = false;\n"
+           "}\n"
+           "NFSv4 { Graceless = true;" +
+           version_4 +
+           " }\n"
+           "%include \"" +
+           std::string(ganesha_exports) + "\"\n";
+}
+
+// Kept when it is there, so that the administrator may change it; but not as it was written before version 4 was
+// served.
 void write_ganesha_settings() {
     make_directories("/etc/ganesha");
     make_directories("/var/log/ganesha");
-    if (const auto present = read_file(ganesha_settings)) {
-        if (present->find(ganesha_exports) == std::string::npos)
-            throw Failure(hostadm::base::tr(
-                "{1} does not include {2}, so nothing would be served; remove it to have it written again",
-                ganesha_settings, ganesha_exports));
-        return;
-    }
-    replace_file(ganesha_settings,
-                 "# Settings of the NFS server that /usr/lib/nfs/nfsd starts. Written once.\n"
-                 "# Without lock manager and grace period: a client that boots must write at\n"
-                 "# once, not 90 seconds after the start of the server.\n"
-                 "NFS_CORE_PARAM {\n"
-                 "    Protocols = 3;\n"
-                 "    Enable_NLM = false;\n"
-                 "    Enable_RQUOTA = false;\n"
-                 "}\n"
-                 "NFSv4 { Graceless = true; }\n"
-                 "%include \"" +
-                     std::string(ganesha_exports) + "\"\n");
+    const auto present = read_file(ganesha_settings);
+    if (present && present->find(ganesha_exports) == std::string::npos)
+        throw Failure(hostadm::base::tr(
+            "{1} does not include {2}, so nothing would be served; remove it to have it written again",
+            ganesha_settings, ganesha_exports));
+    if (!present || *present == settings_text("3", ""))
+        replace_file(ganesha_settings, settings_text("3, 4", " Only_Numeric_Owners = true;"));
 }
 
 // The lock of a server that does not run; nothing when it runs, as soon as it answers.

@@ -98,7 +98,7 @@ private:
                                  : access == base::Access::read ? "RO"
                                                                 : "None";
         return setting("Access_Type", word) + setting("Squash", root ? "no_root_squash" : "root_squash") +
-               setting("Protocols", "3") +
+               setting("Protocols", "3, 4") +
                (anonymous ? setting("Anonymous_Uid", std::to_string(*anonymous)) : "");
     }
 

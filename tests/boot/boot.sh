@@ -150,6 +150,11 @@ boots() { # boots NAME ADDRESS ETHERNET MOTD: every stage answers
     check "$name: what it wrote is there, as root's" \
         says "0 0" stat -c '%u %g' "/export/root/$name/$written"
     check "$name: and whole" cmp /export/bootprog "/export/root/$name/$written"
+    check "$name: its root by version 4, which is mounted by its whole path" \
+        soon says "for root only" client nfs-cat "$root/etc/shadow?version=4"
+    check "$name: writes as root by version 4" client nfs-cp /export/tree/etc/motd "$root/$written.4?version=4"
+    check "$name: what it wrote by version 4 is there, as root's" \
+        says "0 0" stat -c '%u %g' "/export/root/$name/$written.4"
     check "$name: its swap area can be mounted" soon says " swap" client nfs-ls "nfs://$server/export/swap/$name"
 }
 
@@ -175,6 +180,7 @@ gets_nothing() {
     ask "getfile root" "^status 1: no answer" client bootparams -t $patience $server getfile "$name" root
     ask "getfile swap" "^status 1: no answer" client bootparams -t $patience $server getfile "$name" swap
     ask "root directory by NFS" "MNT3ERR_(ACCES|NOENT)" client nfs-ls "nfs://$server$5"
+    ask "root directory by version 4 of NFS" "NFS4ERR_(ACCES|PERM|NOENT|WRONGSEC)" client nfs-ls "nfs://$server$5?version=4"
     ask "file of the root by NFS" "MNT3ERR_(ACCES|NOENT)" client nfs-cat "nfs://$server$5/etc/motd"
     ask "swap by NFS" "MNT3ERR_(ACCES|NOENT)" client nfs-ls "nfs://$server/export/swap/${5##*/}"
     for job in $(jobs -p); do wait "$job"; done

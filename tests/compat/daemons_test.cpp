@@ -191,6 +191,24 @@ TEST(Ganesha, SettingsWithoutTheExportsAreRefused) {
     must("rm -r /usr/lib/ganesha /etc/ganesha /usr/bin/ganesha.nfsd");
 }
 
+TEST(Ganesha, SettingsOfTheTimeBeforeVersion4AreRenewedAndOthersAreTheAdministrators) {
+    const RpcHost host(RpcHost::Registered{});
+    must("mkdir -p /usr/lib/ganesha /etc/ganesha; : >/usr/lib/ganesha/libfsalvfs.so; cp " STAND_IN
+         " /usr/bin/ganesha.nfsd; mv /etc/mtab /etc/mtab.away");
+    const std::string file = "/etc/ganesha/share.conf";
+    sh("/usr/lib/nfs/nfsd"); // ends after it has written them, since it lacks the mount table
+    const std::string fresh = text_of(file);
+    EXPECT_NE(fresh.find("    Protocols = 3, 4;\n"), std::string::npos) << fresh;
+    EXPECT_NE(fresh.find("NFSv4 { Graceless = true; Only_Numeric_Owners = true; }\n"), std::string::npos);
+    must("sed -i 's/3, 4/3/; s/ Only_Numeric_Owners = true;//' " + file);
+    sh("/usr/lib/nfs/nfsd");
+    EXPECT_EQ(text_of(file), fresh);
+    must("sed -i 's/3, 4/4/' " + file);
+    sh("/usr/lib/nfs/nfsd");
+    EXPECT_NE(text_of(file).find("    Protocols = 4;\n"), std::string::npos);
+    must("mv /etc/mtab.away /etc/mtab; rm -r /usr/lib/ganesha /etc/ganesha /usr/bin/ganesha.nfsd");
+}
+
 TEST(Ganesha, NeedsTheMountTable) {
     const RpcHost host(RpcHost::Registered{});
     must("mkdir -p /usr/lib/ganesha; : >/usr/lib/ganesha/libfsalvfs.so; cp " STAND_IN

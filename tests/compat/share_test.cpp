@@ -224,7 +224,7 @@ TEST_F(Share, ReadOnlyForAllButOne) {
 TEST_F(Share, AnonymousZeroKeepsRootsRights) {
     expect_silence("/usr/sbin/share -o ro,anon=0 /export/home");
     EXPECT_THAT(export_of("/export/home"),
-                HasSubstr("Access_Type = RO;\n    Squash = no_root_squash;\n    Protocols = 3;\n"
+                HasSubstr("Access_Type = RO;\n    Squash = no_root_squash;\n    Protocols = 3, 4;\n"
                           "    Anonymous_Uid = 0;\n"));
 }
 
