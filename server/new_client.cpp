@@ -3,6 +3,7 @@
 
 #include <charconv>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <linux/magic.h>
 #include <sys/stat.h>
@@ -10,6 +11,7 @@
 #include <system_error>
 
 #include "base/beneath.hpp"
+#include "base/descriptor.hpp"
 #include "base/text.hpp"
 #include "base/this_host.hpp"
 #include "base/translation.hpp"
@@ -19,6 +21,7 @@
 #include "server/disabling.hpp"
 #include "server/failure.hpp"
 #include "server/host_tables.hpp"
+#include "server/initramfs.hpp"
 #include "server/pc_client.hpp"
 #include "server/roots.hpp"
 
@@ -264,6 +267,29 @@ void check_kernel(const NewClient &client) {
     const std::string &where = client.adopted ? client.root : client.source.tree;
     if (!where.empty() && is_directory(where))
         require_kernel(base::Beneath(where, base::Links::inside));
+}
+
+void require_version4(const base::Descriptor &initramfs, const std::string &path) {
+    if (const InitramfsRoots roots = roots_of_initramfs(initramfs); roots.known && !roots.nfs4)
+        fail(Code::unusable, base::tr("the initramfs {1} cannot mount a root by version 4 of NFS; one that "
+                                      "service/add makes of "
+                                      "a tree can; leave out nfs=4, or let the PC be of such a system",
+                                      path));
+}
+
+// Of a system that other PCs boot already theirs counts. What comes with packages is not there yet.
+void check_version4(const NewClient &client) {
+    const std::string place = pc_initramfs_in_place(client.pc_menu().system);
+    const std::string &where =
+        client.adopted || client.source.tree.empty() ? client.root : client.source.tree;
+    if (!place.empty())
+        return require_version4(base::Descriptor(open(place.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)),
+                                place);
+    if (!is_directory(where))
+        return;
+    const base::Beneath root(where, base::Links::inside);
+    if (const std::string newest = newest_kernel_in(root).initramfs; !newest.empty())
+        require_version4(root.open_file(newest), root.path_of(newest));
 }
 
 void check_source(const NewClient &client) {
@@ -539,6 +565,8 @@ bool check_new_client(const Call &call, const NewClient &client) {
     check_root(client, known);
     if (!known || !exists(client.root) || client.adopted)
         check_source(client);
+    if (client.kind == ClientKind::pc && client.nfs4)
+        check_version4(client);
     check_boot_program(client, known);
     check_swap(client);
     // A size that nobody asked for is looked at when the file is made.

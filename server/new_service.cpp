@@ -20,6 +20,7 @@
 #include "server/files.hpp"
 #include "server/filling.hpp"
 #include "server/host_tables.hpp"
+#include "server/initramfs.hpp"
 #include "server/patches.hpp"
 #include "server/pc_client.hpp"
 #include "server/roots.hpp"

@@ -19,7 +19,6 @@
 #include "base/this_host.hpp"
 #include "base/translation.hpp"
 #include "server/failure.hpp"
-#include "server/tree_program.hpp"
 
 namespace hostadm::server {
 
@@ -200,29 +199,9 @@ std::string kernel_release(const std::string &path) {
     return file.is_open() ? kernel_release(file) : "";
 }
 
-std::string build_network_initramfs(const base::Beneath &root) {
-    const std::string kernel = newest_kernel_in(root).kernel;
-    constexpr std::string_view prefix = "boot/vmlinuz-";
-    if (!kernel.starts_with(prefix))
-        fail(Code::unusable,
-             base::tr("{1} tells no release, so no initramfs can be made for it", root.path_of(kernel)));
-    root.make_directories("etc/initramfs-tools/conf.d");
-    root.write("etc/initramfs-tools/conf.d/hostadm",
-               "# For machines that boot from the network.\nBOOT=nfs\nMODULES=most\n");
-    const std::string release = kernel.substr(prefix.size()), initramfs = "boot/initrd.img-" + release;
-    const char *mode = root.is_file(initramfs) ? "-u" : "-c";
-    constexpr unsigned longest = 1800; // seconds, on a slow machine
-    const TreeProgramEnd end =
-        run_in_tree(root.path(), {"/usr/sbin/update-initramfs", mode, "-k", release}, longest);
-    if (!end.well()) {
-        fail(Code::system,
-             base::tr("the initramfs of {1} cannot be made (update-initramfs ended with status {2}): {3}",
-                      root.path(), end.status, base::last_line(end.output)));
-    }
-    if (const auto made = root.status(initramfs); !made || made->st_size == 0)
-        fail(Code::no_effect, base::tr("{1} is not there, although update-initramfs did not complain",
-                                       root.path_of(initramfs)));
-    return root.path_of(initramfs);
+std::string pc_initramfs_in_place(const std::string &system) {
+    const std::string initramfs = file_of_system(system, "initrd.img");
+    return is_whole_file(file_of_system(system, "vmlinuz")) && is_whole_file(initramfs) ? initramfs : "";
 }
 
 bool ensure_pc_system(const BootAreaLock &, const std::string &system, const base::Beneath &root,
@@ -230,7 +209,7 @@ bool ensure_pc_system(const BootAreaLock &, const std::string &system, const bas
     const std::string kernel = file_of_system(system, "vmlinuz"),
                       initramfs = file_of_system(system, "initrd.img");
     // One without the other is what a run has left that was cut off: they belong together.
-    if (is_whole_file(kernel) && is_whole_file(initramfs))
+    if (!pc_initramfs_in_place(system).empty())
         return false;
     const PcKernel newest = require_kernel(root);
     make_directories(parent_of(kernel), journal);

@@ -35,13 +35,11 @@ std::string pc_server_address(const std::string &server, const PcNetwork &networ
 PcKernel newest_kernel_in(const base::Beneath &root);
 // The same; throws Failure where one of them is missing.
 PcKernel require_kernel(const base::Beneath &root);
+// The initramfs that all PCs of a system boot; empty: it is not there, or not whole.
+std::string pc_initramfs_in_place(const std::string &system);
 // The release that a kernel's file names, such as 6.1.0-10-amd64; empty: it is no such file.
 std::string kernel_release(const base::Descriptor &file);
 std::string kernel_release(const std::string &path);
-
-// Makes the initramfs of a root's newest kernel by the root's own program, shut in there, so that it finds a root by NFS
-// on any machine. Its path; throws Failure with what the program said, and CannotEnterTree.
-std::string build_network_initramfs(const base::Beneath &root);
 
 struct MadePcFile {
     static constexpr std::string_view kind = "made PC file";

@@ -12,6 +12,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "support/initramfs.hpp"
 #include "support/run_method.hpp"
 #include "support/standin.hpp"
 #include "support/text_files.hpp"
@@ -357,6 +358,23 @@ TEST_F(PcClient, MayMountByVersionFour) {
     expect_done(setup, "yes");
     expect_done(add_pc + "nfs=4", "yes");
     EXPECT_THAT(content(menu), HasSubstr("nfsroot=10.1.2.1:/export/root/pc1,nfsvers=4 "));
+}
+
+TEST_F(PcClient, IsRefusedAVersionOfNfsThatItsInitramfsLacks) {
+    expect_done(setup, "yes");
+    const std::string newest = "/tree/boot/initrd.img-6.1.0-10-amd64";
+    write(newest, tests::initramfs(tests::debians_initramfs));
+    const std::string before = everything();
+    expect_failure(add_pc + "nfs=4", "the initramfs " + newest + " cannot mount a root by version 4 of NFS");
+    EXPECT_EQ(everything(), before);
+    expect_done(add_pc, "yes");
+    write(newest, "one that is not loaded");
+    expect_failure(add_pc + "nfs=4", "the initramfs " + system_folder + "/initrd.img cannot mount a root");
+    auto able = tests::debians_initramfs;
+    able.emplace_back("usr/bin/nfsmount.klibc", "klibc's");
+    write(system_folder + "/initrd.img", tests::initramfs(able));
+    expect_done(add_pc + "nfs=4", "yes");
+    EXPECT_THAT(content(menu), HasSubstr(",nfsvers=4 "));
 }
 
 TEST_F(PcClient, IsAddedBeforeTheServerIsSetUpAndToldSo) {
