@@ -2,17 +2,23 @@
 // PCs: the DHCP server and its settings, the boot loader's tree, and each client's menu with the kernel that it names.
 #include <algorithm>
 #include <arpa/inet.h>
+#include <array>
+#include <fcntl.h>
 #include <filesystem>
+#include <iterator>
+#include <map>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
 
 #include "base/beneath.hpp"
+#include "base/descriptor.hpp"
 #include "base/files.hpp"
 #include "base/text.hpp"
 #include "base/translation.hpp"
 #include "server/boot_tree.hpp"
 #include "server/checks/subjects.hpp"
+#include "server/initramfs.hpp"
 #include "server/pc_client.hpp"
 
 namespace hostadm::server {
@@ -96,6 +102,67 @@ std::string as_format(const std::string &text) {
                 : c == '\\' ? "\\\\"
                             : std::string(1, c);
     return "'" + word + "'";
+}
+
+// A PC, and what its menu says.
+struct MenuOfClient {
+    const CheckedClient &client;
+    std::string path;
+    PcMenu menu;
+};
+
+// Those of each system.
+std::map<std::string, std::vector<MenuOfClient>> menus_of_systems(const Snapshot &server) {
+    std::map<std::string, std::vector<MenuOfClient>> systems;
+    for (const CheckedClient &client : server.clients) {
+        if (client.kind != ClientKind::pc || client.digits.empty())
+            continue;
+        const std::string path = server.boot_area.path + "/grub/grub.cfg-" + client.digits;
+        const PcMenu menu = read_pc_menu(base::read_file(path).text);
+        if (!menu.system.empty())
+            systems[menu.system].push_back({client, path, menu});
+    }
+    return systems;
+}
+
+// Makes the initramfs anew, by the tools of a root that belongs to it.
+std::string made_for_network(const std::string &root, const std::string &initramfs) {
+    return "printf 'BOOT=nfs\\nMODULES=most\\n' >" + root + "/etc/initramfs-tools/conf.d/hostadm && chroot " +
+           root + " update-initramfs -u && install -m 644 $(ls -t " + root +
+           "/boot/initrd.img-* | head -n 1) " + initramfs;
+}
+
+// Whether the PCs of each system find their roots with the initramfs that they load.
+Findings initramfs_findings(const Snapshot &server) {
+    Findings found;
+    for (const auto &[system, menus] : menus_of_systems(server)) {
+        const std::string path = server.boot_area.path + "/linux/" + system + "/initrd.img";
+        const base::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+        if (!file.is_open() || !is_whole_file(path))
+            continue; // told of the client
+        const InitramfsRoots roots = roots_of_initramfs(file);
+        if (roots.known && !roots.nfs3 && !roots.nfs4) {
+            const std::string &root = menus.front().client.root;
+            found.push_back({.stage = Stage::boot_program,
+                             .where = path,
+                             .what = base::tr("the initramfs has no NFS"),
+                             .why = base::tr("the PCs that load it do not find their roots"),
+                             .repair = made_for_network(root.empty() ? "ROOT" : root, path)});
+            continue;
+        }
+        for (const MenuOfClient &one : menus)
+            if (roots.known && one.menu.nfs4 && !roots.nfs4)
+                found.push_back(
+                    {.stage = Stage::boot_program,
+                     .client = one.client.name,
+                     .where = one.path,
+                     .what = base::tr("the menu asks for version 4 of NFS, which {1} cannot mount a "
+                                      "root by",
+                                      path),
+                     .why = base::tr("{1} does not find its root", one.client.name),
+                     .repair = "sed -i 's/,nfsvers=4//' " + one.path});
+    }
+    return found;
 }
 
 // The systems that are laid out for PCs.
@@ -227,8 +294,8 @@ Findings pc_of_server(const Snapshot &server) {
                      [](const auto &one) { return one.kind == ClientKind::pc; }))
         return {};
     Findings found = dhcp_findings(server);
-    for (Finding &finding : tree_findings(server))
-        found.push_back(std::move(finding));
+    for (Findings &more : std::array{tree_findings(server), initramfs_findings(server)})
+        std::move(more.begin(), more.end(), std::back_inserter(found));
     return found;
 }
 

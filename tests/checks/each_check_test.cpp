@@ -12,6 +12,7 @@
 #include "server/checks/daemon_findings.hpp"
 #include "server/checks/subjects.hpp"
 #include "server/pc_area.hpp"
+#include "support/initramfs.hpp"
 
 using namespace hostadm::server;
 using testing::Contains;
@@ -182,6 +183,19 @@ const std::vector<Fault> faults = {
          good.folder.write("tftpboot/linux/Debian_12/initrd.img", "");
      },
      "the initramfs is missing or empty"},
+    {"pc", "the initramfs was made for local disks",
+     [](GoodServer &good) {
+         make_pc_client(good);
+         good.folder.write("tftpboot/linux/Debian_12/initrd.img",
+                           tests::initramfs(tests::without(tests::debians_initramfs, "/fs/nfs/")));
+     },
+     "the initramfs has no NFS"},
+    {"pc", "the menu asks for a version of NFS that the initramfs lacks",
+     [](GoodServer &good) {
+         change_menu(good, [](PcMenu &menu) { menu.nfs4 = true; });
+         good.folder.write("tftpboot/linux/Debian_12/initrd.img", tests::initramfs(tests::debians_initramfs));
+     },
+     "the menu asks for version 4 of NFS"},
     {"pc", "the kernel is older than that of the root",
      [](GoodServer &good) {
          make_pc_client(good);
@@ -279,6 +293,12 @@ const std::vector<Fault> faults = {
          good.daemon("rpcbind").process.arguments = {"rpcbind", "-w"};
      },
      "without -r"},
+    {"port-mapper", "the daemon does not run where PCs need it",
+     [](GoodServer &good) {
+         make_pc_client(good);
+         good.remove_daemon("rpcbind");
+     },
+     "rpcbind"},
     {"port-mapper", "the daemon does not answer",
      [](GoodServer &good) { good.snapshot.rpc.mapper = RpcAnswers::Mapper::silent; }, "does not answer"},
     {"port-mapper", "the daemon may not answer this server itself",
@@ -490,6 +510,18 @@ TEST(PcClient, NeedsNeitherReverseArpNorBootParameters) {
             continue;
         EXPECT_THAT(good.found_by(check.name), IsEmpty()) << check.name;
     }
+}
+
+TEST(PcClient, NeedsNoBroadcastsHandedOn) {
+    GoodServer good;
+    make_pc_client(good);
+    good.read_again();
+    good.daemon("rpcbind").process.arguments = {"rpcbind", "-w"};
+    EXPECT_THAT(good.found_by("port-mapper"), IsEmpty());
+    good.set_bootparams("client1 root=server:" + good.root +
+                        " boottype=:pc\nclient2 root=server:/export/other\n");
+    good.read_again();
+    EXPECT_THAT(good.found_by("port-mapper"), Contains(HasSubstr("without -r")));
 }
 
 TEST(Faults, EveryCheckHasOne) {
