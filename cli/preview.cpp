@@ -7,10 +7,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <optional>
 #include <stdexcept>
 #include <sys/mman.h>
 #include <unistd.h>
+#include <utility>
+#include <variant>
 
 #include "base/descriptor.hpp"
 #include "base/encoding.hpp"
@@ -61,13 +62,18 @@ bool run_then(const std::string &line, const std::string &program, int output) {
     return ending.well();
 }
 
+// For another host: the method is told to end when the connection goes.
+Outcome perform_while_connected(const Invocation &invocation) {
+    auto request = request_of(invocation);
+    if (auto *defect = std::get_if<std::string>(&request))
+        return {Outcome::Status::invalid, {}, std::move(*defect)};
+    const base::SignalsPassedOn passed_on(STDOUT_FILENO); // its reader goes with it
+    return framework::perform("", invocation.method, std::move(std::get<framework::Request>(request)), "");
+}
+
 int perform_inside(const PreviewOptions &asked, const std::string &program, int result, int afterwards) {
-    const Outcome outcome = [&] {
-        std::optional<base::SignalsPassedOn> with_the_connection;
-        if (asked.is_for_another_host)
-            with_the_connection.emplace(STDOUT_FILENO);
-        return perform(asked.invocation);
-    }();
+    const Outcome outcome =
+        asked.is_for_another_host ? perform_while_connected(asked.invocation) : perform(asked.invocation);
     base::write_all(result, framework::to_text(outcome));
     let_others_end();
     if (outcome.status != Outcome::Status::done)
