@@ -478,6 +478,8 @@ void ClientChange::resize_swap(Journal &journal, Report &report) const {
         journal.note(ResizedFile{path, before, identity_of(opened).value_or(FileIdentity{})});
         if (ftruncate(opened.get(), static_cast<off_t>(*wanted_.swap_size)) != 0)
             fail_errno(base::tr("cannot make {1} {2} bytes long", path, *wanted_.swap_size));
+        if (old_.kind() == ClientKind::pc)
+            make_linux_swap_area(opened, path, *wanted_.swap_size);
     }
     report.step("swap", before != *wanted_.swap_size, path);
 }

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <set>
+#include <string_view>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -111,7 +112,38 @@ base::Descriptor make_new_file(const std::string &path, mode_t mode, Journal &jo
     return file;
 }
 
+// The first page of a swap area, of pages of 4096 bytes, least significant byte first.
+std::string linux_swap_header(std::uint64_t size) {
+    constexpr std::size_t page = 4096, version_place = 1024, last_page_place = 1028;
+    constexpr std::string_view signature = "SWAPSPACE2";
+    std::string header(page, '\0');
+    header[version_place] = 1;
+    const std::uint64_t last_page = size / page - 1;
+    for (std::size_t byte = 0; byte < 4; ++byte)
+        header[last_page_place + byte] = static_cast<char>(last_page >> (8 * byte) & 0xff);
+    return header.replace(page - signature.size(), signature.size(), signature);
+}
+
 } // namespace
+
+void make_linux_swap_area(const base::Descriptor &file, const std::string &path, std::uint64_t size) {
+    if (const int error = posix_fallocate(file.get(), 0, static_cast<off_t>(size)); error != 0) {
+        errno = error;
+        fail_errno(base::tr("cannot make {1} {2} bytes long", path, size));
+    }
+    const std::string header = linux_swap_header(size);
+    if (pwrite(file.get(), header.data(), header.size(), 0) != static_cast<ssize_t>(header.size()) ||
+        fsync(file.get()) != 0)
+        fail_errno(base::tr("cannot write {1}", path));
+}
+
+bool make_linux_swap_file(const std::string &path, std::uint64_t size, Journal &journal) {
+    if (exists(path))
+        return false;
+    make_directories(parent_of(path), journal);
+    make_linux_swap_area(make_new_file(path, 0600, journal), path, size);
+    return true;
+}
 
 bool make_sparse_file(const std::string &path, std::uint64_t size, Journal &journal) {
     if (exists(path))

@@ -68,6 +68,10 @@ std::string take_back(const NewTable &table, const UndoContext &context);
 void make_directories(const std::string &path, Journal &journal);
 // Makes a sparse file that only root may touch. False: there is a file.
 bool make_sparse_file(const std::string &path, std::uint64_t size, Journal &journal);
+// As a swap area of Linux on a PC: with its signature, and without holes, which Linux refuses over NFS. The latter as
+// above.
+void make_linux_swap_area(const base::Descriptor &file, const std::string &path, std::uint64_t size);
+bool make_linux_swap_file(const std::string &path, std::uint64_t size, Journal &journal);
 // Makes a file with a text, flushed. False: there is a file.
 bool make_text_file(const std::string &path, const std::string &text, Journal &journal);
 void note_new_table(const std::string &path, Journal &journal);

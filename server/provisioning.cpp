@@ -234,7 +234,11 @@ void provision(method::Call &call, const NewClient &client, Journal &journal, Re
     check_swap_size(client);
     check_dump(client);
     if (!client.swap.empty())
-        report.step("swap", make_sparse_file(client.swap, client.swap_size, journal), client.swap);
+        report.step("swap",
+                    client.kind == ClientKind::pc
+                        ? make_linux_swap_file(client.swap, client.swap_size, journal)
+                        : make_sparse_file(client.swap, client.swap_size, journal),
+                    client.swap);
     if (!client.dump.empty())
         report.step("dump", make_sparse_file(client.dump, 0, journal), client.dump);
 

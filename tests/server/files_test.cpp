@@ -43,6 +43,22 @@ TEST_F(MadeFiles, AreSparseAndForRootAlone) {
     EXPECT_EQ(fs::file_size(path), 1u << 30);
 }
 
+TEST_F(MadeFiles, MayBeSwapAreasOfLinux) {
+    const std::string path = scratch_.path("swap/pc1/swap");
+    constexpr std::uint64_t size = (1 << 20) + 100; // not whole pages
+    EXPECT_TRUE(make_linux_swap_file(path, size, journal_));
+    struct stat file {};
+    ASSERT_EQ(stat(path.c_str(), &file), 0);
+    EXPECT_EQ(file.st_size, static_cast<off_t>(size));
+    EXPECT_GE(file.st_blocks * 512, file.st_size) << "Linux refuses one with holes";
+    EXPECT_EQ(file.st_mode & 07777, 0600u);
+    const std::string header = tests::content(path).substr(0, 4096);
+    EXPECT_EQ(header.substr(4086), "SWAPSPACE2");
+    EXPECT_EQ(header.substr(1024, 12), std::string("\1\0\0\0\377\0\0\0\0\0\0\0", 12)); // 256 pages
+    EXPECT_FALSE(make_linux_swap_file(path, 4096, journal_)) << "it is there";
+    EXPECT_EQ(fs::file_size(path), size);
+}
+
 TEST_F(MadeFiles, AreTakenBackWithTheirDirectories) {
     make_sparse_file(scratch_.path("swap/c1/swap"), 10, journal_);
     const auto entries = journal_.entries();
