@@ -257,6 +257,27 @@ TEST_F(PcBoot, FullDiskLeavesNothingHalfMade) {
     umount2("/tftpboot", MNT_DETACH);
 }
 
+// By the command line of the unit, with the privileges that it leaves.
+TEST_F(PcBoot, IsServedByItsOwnServiceWithFewPrivileges) {
+    expect_done(setup, "yes");
+    end_dhcp();
+    const std::string unit = UNITS "/hostadm-dnsmasq.service", id = "/run/hostadm-dnsmasq.pid";
+    EXPECT_EQ(
+        std::system(("caps=$(sed -n 's/^CapabilityBoundingSet=//p' " + unit +
+                     " | tr A-Z a-z | sed 's/cap_/+/g; s/ /,/g'); [ -n \"$caps\" ] || exit 9\n"
+                     "setpriv --bounding-set=-all,$caps --inh-caps=-all --no-new-privs $(sed -n "
+                     "'s/^ExecStart=//p' " +
+                     unit +
+                     ") &\n"
+                     "for i in $(seq 600); do [ ! -s " +
+                     id +
+                     " ] || break; sleep 0.05; done\n"
+                     "kill -HUP $! && sleep 0.2 && grep -q ':0043 ' /proc/net/udp && kill $! && wait $!")
+                        .c_str()),
+        0);
+    fs::remove(id);
+}
+
 // Its clients.
 
 const std::string share_script = R"(
