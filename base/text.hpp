@@ -3,6 +3,7 @@
 // given.
 #pragma once
 
+#include <concepts>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,8 +19,12 @@ std::string_view trimmed(std::string_view text);
 std::string_view first_word(std::string_view text);
 std::vector<std::string_view> words_of(std::string_view text);
 
+// Of a text that is gone before the views are looked at: not at all.
+std::vector<std::string_view> words_of(std::same_as<std::string> auto &&text) = delete;
+
 // The parts between separators, empty ones too; of an empty text one empty part.
 std::vector<std::string_view> split(std::string_view text, char separator);
+std::vector<std::string_view> split(std::same_as<std::string> auto &&text, char separator) = delete;
 // What stands behind the last slash of a path.
 std::string_view last_component(std::string_view path);
 
