@@ -65,7 +65,7 @@ const Description description{
          {"rootpath", Kind::path, "the client's root (default /export/root/HOSTNAME)"},
          {"swappath", Kind::path, "its swap file (default /export/swap/HOSTNAME/swap)"},
          {"swap_size", Kind::size,
-          "size of the swap file, which takes no room until it is used, but must fit", false,
+          "size of the swap file, which must fit; it takes room when it is used, that of a PC at once", false,
           default_swap_size},
          {"dumppath", Kind::path, "its dump file (default: none)"},
          {"prepare", Kind::yes_no,

@@ -12,9 +12,14 @@ namespace {
 
 constexpr off_t smallest_swap = 4096; // a page
 
-std::string make_file(const std::string &path, const std::string &size) {
-    return "mkdir -p \"$(dirname " + path + ")\" && rm -f " + path + " && install -m 600 /dev/null " + path +
-           " && truncate -s " + size + " " + path;
+// A PC swaps only to a file without holes that says what it is.
+std::string give_size(const std::string &path, const std::string &size, bool for_a_pc) {
+    return for_a_pc ? "fallocate -l " + size + " " + path + " && mkswap " + path
+                    : "truncate -s " + size + " " + path;
+}
+
+std::string make_file(const std::string &path) {
+    return "mkdir -p \"$(dirname " + path + ")\" && rm -f " + path + " && install -m 600 /dev/null " + path;
 }
 
 } // namespace
@@ -26,7 +31,8 @@ Findings swap_files_of_client(const Snapshot &server, const CheckedClient &clien
             continue;
         const std::string &path = need.path;
         const bool swap = need.key == "swap";
-        const std::string again = make_file(path, swap ? "32M" : "0");
+        const std::string filled = give_size(path, "32M", client.kind == ClientKind::pc);
+        const std::string again = make_file(path) + (swap ? " && " + filled : "");
         const auto add = [&](Severity severity, const std::string &what, const std::string &repair) {
             found.push_back(
                 {.severity = severity,
@@ -64,7 +70,7 @@ Findings swap_files_of_client(const Snapshot &server, const CheckedClient &clien
             add(Severity::error,
                 file.st_size == 0 ? base::tr("it is empty")
                                   : base::tr("it has {1} bytes, less than a page", file.st_size),
-                "truncate -s 32M " + path);
+                filled);
         if ((file.st_mode & 0600) != 0600)
             add(Severity::warning, base::tr("its owner may not read and write it"), "chmod 600 " + path);
         else if ((file.st_mode & 0007) != 0)

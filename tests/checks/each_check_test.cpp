@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Each check by itself: silent where everything is right, and finding what is broken.
+#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <gmock/gmock.h>
@@ -522,6 +523,20 @@ TEST(PcClient, NeedsNoBroadcastsHandedOn) {
                         " boottype=:pc\nclient2 root=server:/export/other\n");
     good.read_again();
     EXPECT_THAT(good.found_by("port-mapper"), Contains(HasSubstr("without -r")));
+}
+
+TEST(PcClient, IsGivenASwapFileThatLinuxTakes) {
+    GoodServer good;
+    make_pc_client(good);
+    good.set_bootparams("client1 root=server:" + good.root + " swap=server:" + good.swap + " boottype=:pc\n");
+    fs::resize_file(good.swap, 0);
+    good.read_again();
+    const Findings found = check(good.snapshot);
+    const auto empty = std::find_if(found.begin(), found.end(), [](const Finding &finding) {
+        return finding.stage == Stage::swap && finding.what == "it is empty";
+    });
+    ASSERT_NE(empty, found.end());
+    EXPECT_EQ(empty->repair, "fallocate -l 32M " + good.swap + " && mkswap " + good.swap);
 }
 
 TEST(Faults, EveryCheckHasOne) {
