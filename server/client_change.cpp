@@ -174,16 +174,20 @@ std::string take_back(const RenamedPath &renamed, const UndoContext &) {
     return "";
 }
 
-std::string take_back(const ResizedFile &resized, const UndoContext &) {
+std::string take_back(const ResizedFile &resized, const UndoContext &) try {
     const base::Beneath folder = folder_on_server(resized.path);
     const std::string name = name_of(resized.path);
     if (identity_in(folder, name) != resized.identity)
         return "";
-    const base::Descriptor file = folder.open_file(name, O_WRONLY);
+    const base::Descriptor file = folder.open_file(name, O_RDWR);
     if (identity_of(file) != resized.identity)
         return "";
-    const bool restored = ftruncate(file.get(), static_cast<off_t>(resized.before)) == 0;
-    return restored ? "" : base::tr("the size of {1}", resized.path);
+    if (ftruncate(file.get(), static_cast<off_t>(resized.before)) != 0)
+        return base::tr("the size of {1}", resized.path);
+    mend_linux_swap_area(file, resized.path, resized.before);
+    return "";
+} catch (const Failure &failure) {
+    return failure.what();
 }
 
 std::string take_back(const MovedShare &moved, const UndoContext &context) {

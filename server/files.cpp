@@ -112,16 +112,17 @@ base::Descriptor make_new_file(const std::string &path, mode_t mode, Journal &jo
     return file;
 }
 
+constexpr std::size_t swap_page = 4096, version_place = 1024, last_page_place = 1028;
+constexpr std::string_view swap_signature = "SWAPSPACE2";
+
 // The first page of a swap area, of pages of 4096 bytes, least significant byte first.
 std::string linux_swap_header(std::uint64_t size) {
-    constexpr std::size_t page = 4096, version_place = 1024, last_page_place = 1028;
-    constexpr std::string_view signature = "SWAPSPACE2";
-    std::string header(page, '\0');
+    std::string header(swap_page, '\0');
     header[version_place] = 1;
-    const std::uint64_t last_page = size / page - 1;
+    const std::uint64_t last_page = size / swap_page - 1;
     for (std::size_t byte = 0; byte < 4; ++byte)
         header[last_page_place + byte] = static_cast<char>(last_page >> (8 * byte) & 0xff);
-    return header.replace(page - signature.size(), signature.size(), signature);
+    return header.replace(swap_page - swap_signature.size(), swap_signature.size(), swap_signature);
 }
 
 } // namespace
@@ -135,6 +136,15 @@ void make_linux_swap_area(const base::Descriptor &file, const std::string &path,
     if (pwrite(file.get(), header.data(), header.size(), 0) != static_cast<ssize_t>(header.size()) ||
         fsync(file.get()) != 0)
         fail_errno(base::tr("cannot write {1}", path));
+}
+
+void mend_linux_swap_area(const base::Descriptor &file, const std::string &path, std::uint64_t size) {
+    std::string header(swap_page, '\0');
+    if (pread(file.get(), header.data(), header.size(), 0) != static_cast<ssize_t>(header.size()) ||
+        !header.ends_with(swap_signature))
+        return;
+    if (header.compare(last_page_place, 4, linux_swap_header(size), last_page_place, 4) != 0)
+        make_linux_swap_area(file, path, size);
 }
 
 bool make_linux_swap_file(const std::string &path, std::uint64_t size, Journal &journal) {

@@ -71,6 +71,8 @@ bool make_sparse_file(const std::string &path, std::uint64_t size, Journal &jour
 // As a swap area of Linux on a PC: with its signature, and without holes, which Linux refuses over NFS. The latter as
 // above.
 void make_linux_swap_area(const base::Descriptor &file, const std::string &path, std::uint64_t size);
+// The same where it says of itself that it has another size; any other file stays as it is.
+void mend_linux_swap_area(const base::Descriptor &file, const std::string &path, std::uint64_t size);
 bool make_linux_swap_file(const std::string &path, std::uint64_t size, Journal &journal);
 // Makes a file with a text, flushed. False: there is a file.
 bool make_text_file(const std::string &path, const std::string &text, Journal &journal);

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <fcntl.h>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -57,6 +58,22 @@ TEST_F(MadeFiles, MayBeSwapAreasOfLinux) {
     EXPECT_EQ(header.substr(1024, 12), std::string("\1\0\0\0\377\0\0\0\0\0\0\0", 12)); // 256 pages
     EXPECT_FALSE(make_linux_swap_file(path, 4096, journal_)) << "it is there";
     EXPECT_EQ(fs::file_size(path), size);
+}
+
+TEST_F(MadeFiles, ThatAreSwapAreasSayTheSizeThatTheyHave) {
+    const std::string path = scratch_.write("swap", "no swap area" + std::string(8192, '.'));
+    const hostadm::base::Descriptor file(open(path.c_str(), O_RDWR | O_CLOEXEC));
+    const std::string other = tests::content(path);
+    mend_linux_swap_area(file, path, other.size());
+    EXPECT_EQ(tests::content(path), other) << "any other file stays as it is";
+    make_linux_swap_area(file, path, 1 << 20);
+    ASSERT_EQ(ftruncate(file.get(), 1 << 16), 0);
+    mend_linux_swap_area(file, path, 1 << 16);
+    EXPECT_EQ(tests::content(path).substr(1028, 4), std::string("\17\0\0\0", 4)); // 16 pages
+    const std::string labelled = tests::content(path).replace(1052, 4, "swap");
+    tests::write(path, labelled);
+    mend_linux_swap_area(file, path, 1 << 16);
+    EXPECT_EQ(tests::content(path), labelled);
 }
 
 TEST_F(MadeFiles, AreTakenBackWithTheirDirectories) {

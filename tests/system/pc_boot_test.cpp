@@ -498,6 +498,16 @@ TEST_F(PcClient, ThatChangesTakesItsMenuAlong) {
     EXPECT_EQ(hostadm("run client/change hostname=pc9 boot_program=/tree/usr/bin/true").status, 2);
 }
 
+TEST_F(PcClient, WhoseChangeIsTakenBackHasASwapAreaOfTheOldSize) {
+    expect_done(add_pc, "yes");
+    const std::string swap = content("/export/swap/pc1/swap");
+    write(tree + "/grub.cfg-0A010209/in-the-way", "");
+    const Outcome run = hostadm("run client/change hostname=pc1 address=10.1.2.9 swap_size=2m");
+    EXPECT_EQ(run.status, 1) << run.output;
+    EXPECT_THAT(run.output, HasSubstr("taken back"));
+    EXPECT_TRUE(content("/export/swap/pc1/swap") == swap);
+}
+
 TEST_F(PcClient, IsCopiedWithItsKernelWords) {
     expect_done(add_pc + "kernel_words=quiet nfs=4", "yes");
     expect_done("run client/copy hostname=pc1 new_hostname=pc2 address=10.1.2.4 ethernet=52:54:0:a:b:d",
