@@ -26,7 +26,7 @@ check "the service is added, of the tree" hostadm run service/add os_name=Debian
 check "client1 is added" add client1 10
 check "PCs are set up" hostadm run netboot/setup_pc interface=br0
 check "pc1 is added" add pc1 11 boot=pc kernel_words="$kernel_words"
-check "pc2 is added" add pc2 12 boot=pc kernel_words="$kernel_words"
+check "pc2 is added, with a root by version 4 of NFS" add pc2 12 boot=pc nfs=4 kernel_words="$kernel_words"
 
 # To its login prompt, or to what stops it.
 until='(^| )[a-z0-9]+ login: |NETBOOT [^ ]* FAILED|Kernel panic|grub> |\(initramfs\)'
